@@ -1,0 +1,74 @@
+#include "driver/pack_loop.hpp"
+
+#include <gtest/gtest.h>
+
+namespace vellum {
+namespace {
+
+using pack_loop::pack_state;
+using pack_loop::pass_report;
+
+TEST(pack_loop, decides_when_page_numbers_stand_still) {
+    pack_state const before{.pack_targets = {{"a", 3}, {"b", std::nullopt}}, .pack_first_pages = {1}};
+    struct {
+        char const* name;
+        pass_report after;
+        bool again;
+    } const cases[] = {
+        {"nothing moved", {.report_targets = {{"a", 3}}, .report_looked_up = {"a"}, .report_first_pages = {9}}, false},
+        {"looked-up target moved", {.report_targets = {{"a", 4}}, .report_looked_up = {"a"}}, true},
+        {"moved but never looked up", {.report_targets = {{"a", 4}}, .report_looked_up = {}}, false},
+        {"first placement of a looked-up target", {.report_targets = {{"b", 2}}, .report_looked_up = {"b"}}, true},
+        {"target unknown before", {.report_targets = {{"c", 2}}, .report_looked_up = {"c"}}, false},
+        {"page count used and changed",
+         {.report_uses_page_counts = true, .report_first_pages = {12}},
+         true},
+        {"page count used, unchanged",
+         {.report_uses_page_counts = true, .report_first_pages = {1}},
+         false},
+        {"page count changed, not used", {.report_first_pages = {12}}, false},
+    };
+    for (auto const& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(pack_loop::needs_another_pass(before, c.after), c.again);
+    }
+}
+
+struct fake_outcome {
+    int passes = 0;
+    pass_report pass_report_of;
+};
+
+TEST(pack_loop, repeats_passes_with_the_previous_pass_numbers) {
+    // A reference whose target moves once when its text is filled in: the first pass finds page 2,
+    // the second page 3, the third confirms page 3.
+    std::vector<pack_state> seen;
+    int const pages[] = {2, 3, 3};
+    std::FILE* out = std::tmpfile();
+    log::log const l{.log_verbosity = log::verbosity::verbose,
+                     .log_stderr = log::console_log::console_log{.progname = "vellum", .console_out = out}};
+    auto const result = pack_loop::run(l, pack_loop::initial_targets({"fig"}), [&](pack_state const& s) {
+        seen.push_back(s);
+        int const n = int(seen.size());
+        return fake_outcome{.passes = n,
+                            .pass_report_of = {.report_targets = {{"fig", pages[n - 1]}},
+                                               .report_looked_up = {"fig"},
+                                               .report_first_pages = {5}}};
+    });
+    EXPECT_EQ(result.passes, 3);
+    ASSERT_EQ(seen.size(), 3u);
+    EXPECT_EQ(seen[0].pack_targets.at("fig"), std::nullopt);
+    EXPECT_EQ(seen[0].pack_first_pages, std::vector<int>{1});
+    EXPECT_EQ(seen[1].pack_targets.at("fig"), 2);
+    EXPECT_EQ(seen[2].pack_targets.at("fig"), 3);
+    EXPECT_EQ(seen[2].pack_first_pages, std::vector<int>{5});
+    std::fflush(out);
+    std::rewind(out);
+    char buf[512] = {};
+    auto const n = std::fread(buf, 1, sizeof buf - 1, out);
+    std::fclose(out);
+    EXPECT_EQ(std::string(buf, n), "vellum: Resolving cross-references...\nvellum: Resolving cross-references...\n");
+}
+
+} // namespace
+} // namespace vellum
