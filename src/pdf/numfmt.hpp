@@ -13,6 +13,7 @@ namespace vellum::pdf::numfmt {
 struct number_text {
     std::array<char, 32> text_chars{};
     std::uint8_t text_size = 0;
+
     std::string_view view() const { return {text_chars.data(), text_size}; }
 };
 

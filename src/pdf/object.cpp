@@ -14,13 +14,17 @@ namespace {
 // The two places a value is written to: the file buffer, and a string for callers that want the text.
 struct buffer_sink {
     bulkio::buffer::buffer& sink_buffer;
+
     void put(char c) { bulkio::buffer::put_byte(sink_buffer, static_cast<std::uint8_t>(c)); }
+
     void put(std::string_view text) { bulkio::buffer::put_text(sink_buffer, text); }
 };
 
 struct string_sink {
     std::string& sink_text;
+
     void put(char c) { sink_text.push_back(c); }
+
     void put(std::string_view text) { sink_text.append(text); }
 };
 
@@ -94,21 +98,36 @@ void put_hex_string(Sink& out, std::string_view bytes) {
 // this program writes never contain it.
 char const* name_escape(unsigned char c) {
     switch (c) {
-    case '\t': return "#09";
-    case '\n': return "#0A";
-    case '\r': return "#0D";
-    case ' ': return "#20";
-    case '%': return "#25";
-    case '(': return "#28";
-    case ')': return "#29";
-    case '/': return "#2F";
-    case '<': return "#3C";
-    case '>': return "#3E";
-    case '[': return "#5B";
-    case ']': return "#5D";
-    case '{': return "#7B";
-    case '}': return "#7D";
-    default: return nullptr;
+    case '\t':
+        return "#09";
+    case '\n':
+        return "#0A";
+    case '\r':
+        return "#0D";
+    case ' ':
+        return "#20";
+    case '%':
+        return "#25";
+    case '(':
+        return "#28";
+    case ')':
+        return "#29";
+    case '/':
+        return "#2F";
+    case '<':
+        return "#3C";
+    case '>':
+        return "#3E";
+    case '[':
+        return "#5B";
+    case ']':
+        return "#5D";
+    case '{':
+        return "#7B";
+    case '}':
+        return "#7D";
+    default:
+        return nullptr;
     }
 }
 

@@ -34,19 +34,19 @@ struct null {
 
 /// A literal string; its text is UTF-8 of which only the low byte of each code point is written.
 struct string {
-    std::string string_text;
+    std::string string_text{};
     bool operator==(string const&) const = default;
 };
 
 /// A hexadecimal string of raw bytes.
 struct hex {
-    std::string hex_bytes;
+    std::string hex_bytes{};
     bool operator==(hex const&) const = default;
 };
 
 /// A name, without its slash, as UTF-8 text.
 struct name {
-    std::string name_text;
+    std::string name_text{};
     bool operator==(name const&) const = default;
 };
 
@@ -54,7 +54,7 @@ struct object;
 
 /// An array of objects.
 struct array {
-    std::vector<object> array_items;
+    std::vector<object> array_items{};
     bool operator==(array const&) const;
 };
 
@@ -63,7 +63,7 @@ using dict_entry = std::pair<std::string, object>;
 
 /// A dictionary; entries are written in list order and duplicate keys are not looked for.
 struct dict {
-    std::vector<dict_entry> dict_entries;
+    std::vector<dict_entry> dict_entries{};
     bool operator==(dict const&) const;
 };
 
@@ -84,9 +84,9 @@ struct stream {
     pdf::stream_filter stream_filter = pdf::stream_filter::as_is;
     /// The length of the data as written, when known beforehand; otherwise it goes into an object of
     /// its own after the stream.
-    std::optional<std::int64_t> stream_length;
+    std::optional<std::int64_t> stream_length{};
     /// Entries of the stream dictionary that follow /Length and /Filter.
-    dict stream_params;
+    dict stream_params{};
     bool operator==(stream const&) const = default;
 };
 
@@ -98,7 +98,7 @@ struct direct_length {
 
 /// A length held by an object written right after the stream.
 struct indirect_auto {
-    ref indirect_ref;
+    ref indirect_ref{};
     bool operator==(indirect_auto const&) const = default;
 };
 
@@ -131,19 +131,19 @@ struct date {
     int year = 0;
     int month = 1;
     int day = 1;
-    std::optional<time_of_day> date_time;
+    std::optional<time_of_day> date_time{};
     bool operator==(date const&) const = default;
 };
 
 /// Internal failures of the writer: each means that the layers above used it wrongly.
 struct ref_already_used {
-    ref used_ref;
+    ref used_ref{};
     bool operator==(ref_already_used const&) const = default;
 };
 
 struct unused_refs {
     /// The numbers reserved and never written, newest first.
-    std::vector<ref> unused_list;
+    std::vector<ref> unused_list{};
     bool operator==(unused_refs const&) const = default;
 };
 
@@ -158,12 +158,12 @@ struct missing_root_object {
 };
 
 struct root_already_written {
-    ref root_ref;
+    ref root_ref{};
     bool operator==(root_already_written const&) const = default;
 };
 
 struct info_already_written {
-    ref info_ref;
+    ref info_ref{};
     bool operator==(info_already_written const&) const = default;
 };
 
@@ -172,14 +172,18 @@ struct graphics_state_stack_underflow {
 };
 
 /// One internal failure of PDF output.
-using pdf_exception = std::variant<ref_already_used, unused_refs, incorrect_stream_length,
-                                   missing_root_object, root_already_written, info_already_written,
+using pdf_exception = std::variant<ref_already_used,
+                                   unused_refs,
+                                   incorrect_stream_length,
+                                   missing_root_object,
+                                   root_already_written,
+                                   info_already_written,
                                    graphics_state_stack_underflow>;
 
 /// The exception that carries a pdf_exception; what() names the failure.
 struct pdf_error : internal_error {
     explicit pdf_error(pdf_exception e);
-    pdf_exception pdf_error_value;
+    pdf_exception pdf_error_value{};
 };
 
 /// The message for a failure, e.g. "pdf: reference 7 already used".

@@ -7,9 +7,9 @@
 #include <charconv>
 #include <cstring>
 #include <ctime>
+#include <unistd.h>
 
 #include <gcrypt.h>
-#include <unistd.h>
 
 namespace vellum::pdf {
 
@@ -43,38 +43,37 @@ std::string run_cipher(cipher const& c, std::string_view bytes) {
 // Rebuilds a value with every string encrypted under the object's key. A literal string is replaced by
 // a hex string of the cipher of its UTF-8 bytes, so an encrypted object holds no literal strings.
 object encrypt_value(encryption const& e, ref r, object const& value) {
-    return std::visit(overloaded{
-                          [&](null const& x) { return object{x}; },
-                          [&](bool x) { return object{x}; },
-                          [&](std::int64_t x) { return object{x}; },
-                          [&](double x) { return object{x}; },
-                          [&](number const& x) { return object{x}; },
-                          [&](string const& x) {
-                              return object{hex{run_cipher(e.encryption_cipher_for(r), x.string_text)}};
-                          },
-                          [&](hex const& x) {
-                              return object{hex{run_cipher(e.encryption_cipher_for(r), x.hex_bytes)}};
-                          },
-                          [&](name const& x) { return object{x}; },
-                          [&](array const& x) {
-                              array out;
-                              out.array_items.reserve(x.array_items.size());
-                              for (auto const& item : x.array_items) {
-                                  out.array_items.push_back(encrypt_value(e, r, item));
-                              }
-                              return object{std::move(out)};
-                          },
-                          [&](dict const& x) {
-                              dict out;
-                              out.dict_entries.reserve(x.dict_entries.size());
-                              for (auto const& [key, item] : x.dict_entries) {
-                                  out.dict_entries.emplace_back(key, encrypt_value(e, r, item));
-                              }
-                              return object{std::move(out)};
-                          },
-                          [&](ref const& x) { return object{x}; },
-                      },
-                      value);
+    return std::visit(
+        overloaded{
+            [&](null const& x) { return object{x}; },
+            [&](bool x) { return object{x}; },
+            [&](std::int64_t x) { return object{x}; },
+            [&](double x) { return object{x}; },
+            [&](number const& x) { return object{x}; },
+            [&](string const& x) {
+                return object{hex{run_cipher(e.encryption_cipher_for(r), x.string_text)}};
+            },
+            [&](hex const& x) { return object{hex{run_cipher(e.encryption_cipher_for(r), x.hex_bytes)}}; },
+            [&](name const& x) { return object{x}; },
+            [&](array const& x) {
+                array out;
+                out.array_items.reserve(x.array_items.size());
+                for (auto const& item : x.array_items) {
+                    out.array_items.push_back(encrypt_value(e, r, item));
+                }
+                return object{std::move(out)};
+            },
+            [&](dict const& x) {
+                dict out;
+                out.dict_entries.reserve(x.dict_entries.size());
+                for (auto const& [key, item] : x.dict_entries) {
+                    out.dict_entries.emplace_back(key, encrypt_value(e, r, item));
+                }
+                return object{std::move(out)};
+            },
+            [&](ref const& x) { return object{x}; },
+        },
+        value);
 }
 
 void put_object(writer& w, ref r, object const& value) {
@@ -123,10 +122,14 @@ void close_wrapper(stream_wrapper& wrapper) {
 
 char const* filter_name(stream_filter f) {
     switch (f) {
-    case stream_filter::as_is: return nullptr;
-    case stream_filter::deflate: return "FlateDecode";
-    case stream_filter::ascii_hex: return "ASCIIHexDecode";
-    case stream_filter::dctdecode: return "DCTDecode";
+    case stream_filter::as_is:
+        return nullptr;
+    case stream_filter::deflate:
+        return "FlateDecode";
+    case stream_filter::ascii_hex:
+        return "ASCIIHexDecode";
+    case stream_filter::dctdecode:
+        return "DCTDecode";
     }
     return nullptr;
 }
@@ -148,10 +151,14 @@ int hex_digit(char c) {
 
 std::string_view version_text(pdf_version v) {
     switch (v) {
-    case pdf_version::pdf_1_4: return "PDF-1.4";
-    case pdf_version::pdf_1_5: return "PDF-1.5";
-    case pdf_version::pdf_1_6: return "PDF-1.6";
-    case pdf_version::pdf_1_7: return "PDF-1.7";
+    case pdf_version::pdf_1_4:
+        return "PDF-1.4";
+    case pdf_version::pdf_1_5:
+        return "PDF-1.5";
+    case pdf_version::pdf_1_6:
+        return "PDF-1.6";
+    case pdf_version::pdf_1_7:
+        return "PDF-1.7";
     }
     return "PDF-1.4";
 }
@@ -290,11 +297,8 @@ void end_stream(writer& w, stream_data data) {
                data.stream_length);
 }
 
-void write_stream_bytes(writer& w,
-                        ref r,
-                        stream_filter filter,
-                        dict params,
-                        std::span<std::uint8_t const> data) {
+void write_stream_bytes(
+    writer& w, ref r, stream_filter filter, dict params, std::span<std::uint8_t const> data) {
     // Only unfiltered data (and JPEG data, which is written as it is) has a length known beforehand.
     std::optional<std::int64_t> length;
     if (filter == stream_filter::as_is || filter == stream_filter::dctdecode) {
@@ -375,8 +379,7 @@ void finish_pdf(writer& w) {
     }
     trailer.dict_entries.emplace_back("Size", count + 1);
     trailer.dict_entries.emplace_back("Root", *w.writer_root);
-    trailer.dict_entries.emplace_back(
-        "ID", array{{hex{w.writer_document_id}, hex{w.writer_document_id}}});
+    trailer.dict_entries.emplace_back("ID", array{{hex{w.writer_document_id}, hex{w.writer_document_id}}});
     write_value(out, trailer);
     put_text(out, "\nstartxref\n");
     put_int(out, xref_start);

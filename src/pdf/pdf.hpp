@@ -28,39 +28,39 @@ using cipher = std::function<void(std::span<std::uint8_t>)>;
 struct encryption {
     /// A fresh cipher keyed for the object with this number. Every string of the object and the body
     /// of a stream each start their own.
-    std::function<cipher(ref)> encryption_cipher_for;
+    std::function<cipher(ref)> encryption_cipher_for{};
     /// The encryption dictionary; the one object whose strings are written unencrypted.
-    dict encryption_dict;
+    dict encryption_dict{};
 };
 
 /// The cipher layer of one encrypted stream, between the filters and the file buffer.
 struct crypt_info {
-    cipher crypt_cipher;
+    cipher crypt_cipher{};
     bulkio::buffer::buffer* crypt_file = nullptr;
 };
 
 /// A layer in front of a stream's sink that has to be closed when the stream ends.
 struct ascii_hex_wrapper {
-    std::unique_ptr<bulkio::hex::hex> wrapper_hex;
+    std::unique_ptr<bulkio::hex::hex> wrapper_hex{};
 };
 
 struct deflate_wrapper {
-    bulkio::deflate::deflate_ptr wrapper_deflate;
+    bulkio::deflate::deflate_ptr wrapper_deflate{};
 };
 
 struct buffer_wrapper {
-    std::unique_ptr<bulkio::buffer::buffer> wrapper_buffer;
+    std::unique_ptr<bulkio::buffer::buffer> wrapper_buffer{};
 };
 
 using stream_wrapper = std::variant<ascii_hex_wrapper, deflate_wrapper, buffer_wrapper>;
 
 /// An open stream.
 struct stream_data {
-    pdf::stream_length stream_length;
+    pdf::stream_length stream_length{};
     /// Closed in list order, the layer nearest the body first.
-    std::vector<stream_wrapper> stream_wrappers;
+    std::vector<stream_wrapper> stream_wrappers{};
     /// Present in an encrypted file.
-    std::unique_ptr<crypt_info> stream_crypt;
+    std::unique_ptr<crypt_info> stream_crypt{};
     /// The file position of the first byte of the data.
     std::uint32_t stream_start = 0;
     /// Where the body is written: the file buffer itself when nothing stands between, otherwise a
@@ -73,17 +73,17 @@ struct writer {
     /// The one sink of the file, owned by the caller, who flushes it after finish_pdf.
     bulkio::buffer::buffer* writer_output = nullptr;
     /// The file identifier, raw bytes.
-    std::string writer_document_id;
-    std::optional<encryption> writer_encryption;
+    std::string writer_document_id{};
+    std::optional<encryption> writer_encryption{};
     /// The next free object number; numbering starts at 1.
     std::int64_t writer_next_ref = 1;
     /// The file position of each object, at index number - 1; `unwritten` until it is written.
-    std::vector<std::int64_t> writer_offsets;
+    std::vector<std::int64_t> writer_offsets{};
     /// How many reserved numbers have no object yet.
     std::size_t writer_unused_count = 0;
-    std::optional<ref> writer_root;
-    std::optional<ref> writer_info;
-    std::optional<ref> writer_encrypt;
+    std::optional<ref> writer_root{};
+    std::optional<ref> writer_info{};
+    std::optional<ref> writer_encrypt{};
     bool writer_in_stream = false;
 };
 
@@ -116,11 +116,8 @@ stream_data begin_stream(writer& w, ref r, stream const& s);
 void end_stream(writer& w, stream_data data);
 
 /// Writes a whole stream from bytes in memory.
-void write_stream_bytes(writer& w,
-                        ref r,
-                        stream_filter filter,
-                        dict params,
-                        std::span<std::uint8_t const> data);
+void write_stream_bytes(
+    writer& w, ref r, stream_filter filter, dict params, std::span<std::uint8_t const> data);
 
 /// Writes a stream whose body the callback writes into the buffer it receives.
 template <class Body>

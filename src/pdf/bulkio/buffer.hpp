@@ -17,8 +17,8 @@ inline constexpr std::uint32_t default_capacity = 65536;
 /// A buffer and the sink it flushes into. The counters are 32-bit on purpose: offsets in a classic
 /// cross-reference table have ten digits, and files past 4 GiB are not supported.
 struct buffer {
-    output::output buffer_target;
-    std::unique_ptr<std::uint8_t[]> buffer_data;
+    output::output buffer_target{};
+    std::unique_ptr<std::uint8_t[]> buffer_data{};
     std::uint32_t buffer_capacity = 0;
     std::uint32_t buffer_used = 0;
     std::uint32_t buffer_flushed = 0;

@@ -13,7 +13,7 @@ inline constexpr int line_digits = 72;
 
 /// The target and the count of digits on the current line, kept across writes.
 struct hex {
-    output::output hex_target;
+    output::output hex_target{};
     int hex_column = 0;
 };
 
