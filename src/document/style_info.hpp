@@ -1,0 +1,38 @@
+// What the command line says about style and scripts, shared by every input document: the media, user
+// style sheets and scripts, page rules for all pages, and the three switches.
+#pragma once
+
+#include "resource/locator.hpp"
+
+#include <string>
+#include <vector>
+
+namespace vellum::dom {
+
+/// Which page descriptor a pending page declaration is for.
+enum class page_decl_kind { margin, size };
+
+/// A page declaration from the command line, still as the user wrote it.
+// FIXME: the CSS value parser must turn these into page rules for all pages at user origin, index 0
+// ("size" from --page-size, the four margins from --page-margin) and warn "invalid --page-size: " or
+// "invalid --page-margin: " with the value when it does not parse; until then they are carried as text.
+struct pending_page_decl {
+    page_decl_kind decl_kind = page_decl_kind::size;
+    std::string decl_text;
+    bool operator==(pending_page_decl const&) const = default;
+};
+
+/// The command line's word on style and scripts, per document.
+struct doc_style_info {
+    std::string media = "print";
+    std::vector<resource::locator::locator> user_style_sheets;
+    std::vector<resource::locator::locator> user_scripts;
+    /// The margin declaration stands before the size declaration.
+    std::vector<pending_page_decl> page_pdecls;
+    bool use_default_style = true;
+    bool use_author_style = true;
+    bool use_author_scripts = false;
+    bool operator==(doc_style_info const&) const = default;
+};
+
+} // namespace vellum::dom
