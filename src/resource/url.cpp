@@ -1077,7 +1077,9 @@ parsed parse_url(parse_url_option const& option, std::string_view text) {
         .query = a.url_query,
         .fragment = a.url_fragment,
     };
-    if (is_relative_scheme(u.scheme)) {
+    // A URL of a relative scheme has a rooted path. Only a relative file path given as a base (a
+    // locator for a name relative to the working directory) carries its lack of a root over.
+    if (is_relative_scheme(u.scheme) && !m.base) {
         u.path_root = path_root::slash_root;
     }
     std::optional<scheme_data> data;
