@@ -268,21 +268,6 @@ void reset_insertion_mode(builder& b) {
         }
         if (n->node_ns == html_ns::html) {
             std::string_view name = n->node_name;
-            if (name == "select") {
-                if (!last) {
-                    for (std::size_t j = i; j-- > 0;) {
-                        if (is_html(b.open[j], "template")) {
-                            break;
-                        }
-                        if (is_html(b.open[j], "table")) {
-                            b.current_mode = mode::in_select_in_table;
-                            return;
-                        }
-                    }
-                }
-                b.current_mode = mode::in_select;
-                return;
-            }
             if ((name == "td" || name == "th") && !last) {
                 b.current_mode = mode::in_cell;
                 return;

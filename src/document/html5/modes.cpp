@@ -29,7 +29,6 @@ void in_body(builder& b, token& t);
 void in_body_chars(builder& b, std::string_view text);
 void in_head(builder& b, token& t);
 void in_table(builder& b, token& t);
-void in_select(builder& b, token& t);
 void in_template(builder& b, token& t);
 
 bool is_start(token const& t, std::string_view name) {
@@ -488,6 +487,17 @@ void insert_foreign(builder& b, token& t, html_ns ns) {
     }
 }
 
+// A text control can't stand in a select: it closes the select (an input is dropped in a select fragment).
+bool close_select_for_control(builder& b, std::string_view name) {
+    if (name == "input" && b.context && is_html(b.context.get(), "select")) {
+        return true;
+    }
+    if (stack::has_element_in_scope(b.open, "select")) {
+        stack::pop_elements_up_to(b.open, "select");
+    }
+    return false;
+}
+
 void in_body_start(builder& b, token& t) {
     std::string_view name = t.token_name;
     if (name == "html") {
@@ -606,7 +616,9 @@ void in_body_start(builder& b, token& t) {
     if (name == "nobr") {
         bld::reconstruct_active_formatting_elements(b);
         if (stack::has_element_in_scope(b.open, "nobr")) {
-            bld::adoption_agency(b, "nobr");
+            if (!bld::adoption_agency(b, "nobr")) {
+                any_other_end_tag(b, "nobr");
+            }
             bld::reconstruct_active_formatting_elements(b);
         }
         formatting::push_formatting_element(b.active, bld::insert_element(b, t));
@@ -635,6 +647,9 @@ void in_body_start(builder& b, token& t) {
         b.frameset_ok = false;
         return;
     }
+    if ((name == "input" || name == "textarea") && close_select_for_control(b, name)) {
+        return;
+    }
     if (name == "input") {
         bld::reconstruct_active_formatting_elements(b);
         bld::insert_element(b, t);
@@ -652,6 +667,9 @@ void in_body_start(builder& b, token& t) {
     }
     if (name == "hr") {
         close_p_if_in_button_scope(b);
+        if (stack::has_element_in_scope(b.open, "select")) {
+            misc::generate_implied_end_tags(b.open);
+        }
         bld::insert_element(b, t);
         pop(b);
         b.frameset_ok = false;
@@ -689,18 +707,23 @@ void in_body_start(builder& b, token& t) {
         return;
     }
     if (name == "select") {
+        if (b.context && is_html(b.context.get(), "select")) {
+            return;
+        }
+        if (stack::has_element_in_scope(b.open, "select")) {
+            // A select inside a select closes the first one.
+            stack::pop_elements_up_to(b.open, "select");
+            return;
+        }
         bld::reconstruct_active_formatting_elements(b);
         bld::insert_element(b, t);
         b.frameset_ok = false;
-        mode m = b.current_mode;
-        b.current_mode = (m == mode::in_table || m == mode::in_caption || m == mode::in_table_body ||
-                          m == mode::in_row || m == mode::in_cell)
-                             ? mode::in_select_in_table
-                             : mode::in_select;
         return;
     }
-    if (name == "optgroup" || name == "option") {
-        if (is_html(bld::current_node(b), "option")) {
+    if (name == "option" || name == "optgroup") {
+        if (stack::has_element_in_scope(b.open, "select")) {
+            misc::generate_implied_end_tags(b.open, name == "option" ? "optgroup" : "");
+        } else if (is_html(bld::current_node(b), "option")) {
             pop(b);
         }
         bld::reconstruct_active_formatting_elements(b);
@@ -762,6 +785,12 @@ void in_body_end(builder& b, token& t) {
         }
         misc::generate_implied_end_tags(b.open);
         stack::pop_elements_up_to(b.open, name);
+        return;
+    }
+    if (name == "select") {
+        if (stack::has_element_in_scope(b.open, "select")) {
+            stack::pop_elements_up_to(b.open, "select");
+        }
         return;
     }
     if (name == "form") {
@@ -1274,134 +1303,6 @@ void in_cell(builder& b, token& t) {
     in_body(b, t);
 }
 
-// ---- select ----
-
-void in_select_chars(builder& b, std::string_view text) {
-    std::string cleaned;
-    if (text.find('\0') != std::string_view::npos) {
-        for (char c : text) {
-            if (c != '\0') {
-                cleaned.push_back(c);
-            }
-        }
-        text = cleaned;
-    }
-    bld::insert_characters(b, text);
-}
-
-void in_select(builder& b, token& t) {
-    switch (t.token_kind) {
-    case token_type::multi_char:
-        in_select_chars(b, t.token_data);
-        return;
-    case token_type::comment:
-        bld::insert_comment(b, t.token_data);
-        return;
-    case token_type::doctype:
-        return;
-    case token_type::start_tag: {
-        std::string_view name = t.token_name;
-        if (name == "html") {
-            in_body(b, t);
-            return;
-        }
-        if (name == "option") {
-            if (is_html(bld::current_node(b), "option")) {
-                pop(b);
-            }
-            bld::insert_element(b, t);
-            return;
-        }
-        if (name == "optgroup" || name == "hr") {
-            if (is_html(bld::current_node(b), "option")) {
-                pop(b);
-            }
-            if (is_html(bld::current_node(b), "optgroup")) {
-                pop(b);
-            }
-            bld::insert_element(b, t);
-            if (name == "hr") {
-                pop(b);
-            }
-            return;
-        }
-        if (name == "select") {
-            if (stack::has_element_in_select_scope(b.open, "select")) {
-                stack::pop_elements_up_to(b.open, "select");
-                bld::reset_insertion_mode(b);
-            }
-            return;
-        }
-        if (name_in(name, {"input", "keygen", "textarea"})) {
-            if (!stack::has_element_in_select_scope(b.open, "select")) {
-                return;
-            }
-            stack::pop_elements_up_to(b.open, "select");
-            bld::reset_insertion_mode(b);
-            process_in_mode(b, t);
-            return;
-        }
-        if (name == "script" || name == "template") {
-            in_head(b, t);
-            return;
-        }
-        return;
-    }
-    case token_type::end_tag: {
-        std::string_view name = t.token_name;
-        if (name == "optgroup") {
-            if (is_html(bld::current_node(b), "option") && b.open.size() >= 2 &&
-                is_html(b.open[b.open.size() - 2], "optgroup")) {
-                pop(b);
-            }
-            if (is_html(bld::current_node(b), "optgroup")) {
-                pop(b);
-            }
-            return;
-        }
-        if (name == "option") {
-            if (is_html(bld::current_node(b), "option")) {
-                pop(b);
-            }
-            return;
-        }
-        if (name == "select") {
-            if (stack::has_element_in_select_scope(b.open, "select")) {
-                stack::pop_elements_up_to(b.open, "select");
-                bld::reset_insertion_mode(b);
-            }
-            return;
-        }
-        if (name == "template") {
-            in_head(b, t);
-        }
-        return;
-    }
-    case token_type::end_of_file:
-        in_body(b, t);
-        return;
-    }
-}
-
-void in_select_in_table(builder& b, token& t) {
-    if (is_start(t, {"caption", "table", "tbody", "tfoot", "thead", "tr", "td", "th"})) {
-        stack::pop_elements_up_to(b.open, "select");
-        bld::reset_insertion_mode(b);
-        process_in_mode(b, t);
-        return;
-    }
-    if (is_end(t, {"caption", "table", "tbody", "tfoot", "thead", "tr", "td", "th"})) {
-        if (!stack::has_element_in_table_scope(b.open, t.token_name)) {
-            return;
-        }
-        stack::pop_elements_up_to(b.open, "select");
-        bld::reset_insertion_mode(b);
-        process_in_mode(b, t);
-        return;
-    }
-    in_select(b, t);
-}
-
 // ---- template ----
 
 void switch_template_mode(builder& b, mode m, token& t) {
@@ -1682,10 +1583,6 @@ void process_chars_in_mode(builder& b, std::string_view text) {
     case mode::in_column_group:
         in_column_group_chars(b, text);
         return;
-    case mode::in_select:
-    case mode::in_select_in_table:
-        in_select_chars(b, text);
-        return;
     case mode::after_body:
     case mode::after_after_body:
         after_body_chars(b, text);
@@ -1751,12 +1648,6 @@ void process_in_mode(builder& b, token& t) {
     case mode::in_cell:
         in_cell(b, t);
         return;
-    case mode::in_select:
-        in_select(b, t);
-        return;
-    case mode::in_select_in_table:
-        in_select_in_table(b, t);
-        return;
     case mode::in_template:
         in_template(b, t);
         return;
@@ -1800,10 +1691,12 @@ void foreign_content(builder& b, token& t) {
     switch (t.token_kind) {
     case token_type::multi_char: {
         std::string& text = t.token_data;
-        bool replaced = false;
-        for (std::size_t i = 0; i < text.size(); ++i) {
-            if (text[i] == '\0') {
-                replaced = true;
+        bool replaced = text.find('\0') != std::string::npos;
+        // U+0000 becomes U+FFFD but, unlike real text, doesn't rule out a frameset.
+        bool real_text = false;
+        for (char c : text) {
+            if (c != '\0' && !misc::is_space(c)) {
+                real_text = true;
                 break;
             }
         }
@@ -1819,7 +1712,7 @@ void foreign_content(builder& b, token& t) {
             text = std::move(out);
         }
         bld::insert_characters(b, text);
-        if (!all_space(text)) {
+        if (real_text) {
             b.frameset_ok = false;
         }
         return;
