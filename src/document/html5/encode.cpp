@@ -42,15 +42,54 @@ std::string from_cp1252(std::string_view data) {
     return out;
 }
 
+// Replaces each maximal ill-formed subsequence by one U+FFFD, as browsers' UTF-8 decoders do: a cut-off
+// "\xE2\x82" is one replacement, a stray continuation byte is one each.
 std::string clean_utf8(std::string_view data) {
     if (textbuf::is_valid_utf8(data)) {
         return std::string(data);
     }
     std::string out;
-    out.reserve(data.size());
-    std::size_t pos = 0;
-    while (pos < data.size()) {
-        textbuf::append_utf8(out, textbuf::next_utf8(data, pos));
+    out.reserve(data.size() + 16);
+    std::size_t i = 0;
+    while (i < data.size()) {
+        auto b = static_cast<unsigned char>(data[i]);
+        if (b < 0x80) {
+            out.push_back(static_cast<char>(b));
+            ++i;
+            continue;
+        }
+        std::size_t need = 0;
+        unsigned char lo = 0x80;
+        unsigned char hi = 0xBF;
+        if (b >= 0xC2 && b <= 0xDF) {
+            need = 1;
+        } else if (b >= 0xE0 && b <= 0xEF) {
+            need = 2;
+            lo = b == 0xE0 ? 0xA0 : 0x80;
+            hi = b == 0xED ? 0x9F : 0xBF;
+        } else if (b >= 0xF0 && b <= 0xF4) {
+            need = 3;
+            lo = b == 0xF0 ? 0x90 : 0x80;
+            hi = b == 0xF4 ? 0x8F : 0xBF;
+        }
+        std::size_t j = i + 1;
+        std::size_t got = 0;
+        while (got < need && j < data.size()) {
+            auto c = static_cast<unsigned char>(data[j]);
+            if (c < lo || c > hi) {
+                break;
+            }
+            lo = 0x80;
+            hi = 0xBF;
+            ++j;
+            ++got;
+        }
+        if (need > 0 && got == need) {
+            out.append(data.substr(i, j - i));
+        } else {
+            out.append("\xEF\xBF\xBD");
+        }
+        i = j;
     }
     return out;
 }
