@@ -136,9 +136,10 @@ struct values {
     std::map<option, std::vector<std::string>> lists;
 };
 
+// The row of an option; a `_value` cell takes the row of the checked option it belongs to.
 option_spec const& spec_of(option id) {
     for (auto const& s : option_table()) {
-        if (s.id == id) {
+        if (s.id == id || s.checked_cell == id) {
             return s;
         }
     }
