@@ -1,5 +1,7 @@
 #include "css/cursor.hpp"
 
+#include <optional>
+
 namespace vellum::css::cursor {
 
 namespace {

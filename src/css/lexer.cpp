@@ -6,6 +6,7 @@
 #include <charconv>
 #include <climits>
 #include <cstdio>
+#include <optional>
 
 namespace vellum::css {
 

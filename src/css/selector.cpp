@@ -45,7 +45,7 @@ std::optional<pseudo_element> find_pseudo_element(std::string_view name) {
 
 struct pseudo_class_entry {
     char const* name;
-    selector::pseudo_class pseudo;
+    pseudo_class pseudo;
 };
 
 // The pseudo-classes written without an argument.
@@ -559,7 +559,7 @@ specific pseudo_specificity(pseudo_class const& p) {
                           [](nth const&) { return specific{0, 1, 0}; },
                           [](contains const&) { return specific{0, 1, 0}; },
                           [](negated const& n) { return simple_specificity(*n.negated_simple); },
-                          [](negated_type const& n) { return type_specificity(n.negated_type); },
+                          [](negated_type const& n) { return type_specificity(n.negated_type_selector); },
                           [](negated_class const&) { return specific{0, 1, 0}; },
                       },
                       p);
@@ -698,8 +698,8 @@ std::string pseudo_text(pseudo_class const& p) {
             },
             [](contains const& x) { return ":contains(" + quoted(x.contains_text) + ")"; },
             [](negated const& n) { return ":not(" + simple_text(*n.negated_simple) + ")"; },
-            [](negated_type const& n) { return ":not(" + type_text(n.negated_type, false) + ")"; },
-            [](negated_class const& n) { return ":not(." + n.negated_class + ")"; },
+            [](negated_type const& n) { return ":not(" + type_text(n.negated_type_selector, false) + ")"; },
+            [](negated_class const& n) { return ":not(." + n.negated_class_name + ")"; },
         },
         p);
 }

@@ -158,13 +158,13 @@ struct negated {
 
 /// ":not(t)" with a type selector.
 struct negated_type {
-    type_selector negated_type;
+    type_selector negated_type_selector;
     bool operator==(negated_type const&) const = default;
 };
 
 /// ":not(.c)".
 struct negated_class {
-    std::string negated_class;
+    std::string negated_class_name;
     bool operator==(negated_class const&) const = default;
 };
 

@@ -26,15 +26,15 @@ struct string {
 };
 
 /// The name of an attribute in attr(): a local name, and a namespace URI when a prefix was written.
-struct attr_name {
+struct attr_qname {
     std::optional<std::string> attr_ns;
     std::string attr_local;
-    bool operator==(attr_name const&) const = default;
+    bool operator==(attr_qname const&) const = default;
 };
 
 /// attr(name), attr(name, type) or attr(name, type, default).
 struct attr {
-    attr_name attr_name;
+    attr_qname attr_name;
     std::optional<std::string> attr_type;
     /// The default term, present only with a type.
     ref<value> attr_default;
