@@ -165,10 +165,12 @@ std::string_view version_text(pdf_version v) {
 
 writer start_pdf(bulkio::buffer::buffer& file,
                  pdf_version version,
+                 std::optional<profile::pdf_profile> profile,
                  std::string document_id,
                  std::optional<encryption> encrypt) {
     writer w{
         .writer_output = &file,
+        .writer_profile = profile,
         .writer_document_id = std::move(document_id),
         .writer_encryption = std::move(encrypt),
     };
@@ -177,6 +179,23 @@ writer start_pdf(bulkio::buffer::buffer& file,
     // A comment of bytes above 127 right after the header tells transfer tools that the file is binary.
     put_text(file, "\n%\xE2\xE3\xCF\xD3\n\n");
     return w;
+}
+
+bool strips_transparency(writer const& w) {
+    return w.writer_profile && !profile::rules_of(*w.writer_profile).transparency_allowed;
+}
+
+bool forbids_page_group(writer const& w) {
+    // A page group exists to composite transparency, so it goes with what the profile says about that.
+    return strips_transparency(w);
+}
+
+bool requires_dates(writer const& w) {
+    return w.writer_profile && profile::rules_of(*w.writer_profile).dates_required;
+}
+
+bool requires_page_boxes(writer const& w) {
+    return w.writer_profile && profile::rules_of(*w.writer_profile).page_boxes_required;
 }
 
 ref new_ref(writer& w) {

@@ -6,6 +6,7 @@
 #include "pdf/bulkio/deflate.hpp"
 #include "pdf/bulkio/hex.hpp"
 #include "pdf/object.hpp"
+#include "pdf/profile.hpp"
 
 #include <cstdint>
 #include <functional>
@@ -72,6 +73,8 @@ struct stream_data {
 struct writer {
     /// The one sink of the file, owned by the caller, who flushes it after finish_pdf.
     bulkio::buffer::buffer* writer_output = nullptr;
+    /// The conformance profile the file is written to, if any.
+    std::optional<profile::pdf_profile> writer_profile{};
     /// The file identifier, raw bytes.
     std::string writer_document_id{};
     std::optional<encryption> writer_encryption{};
@@ -97,8 +100,21 @@ std::string_view version_text(pdf_version v);
 /// above 127 that marks the file as binary.
 writer start_pdf(bulkio::buffer::buffer& file,
                  pdf_version version,
+                 std::optional<profile::pdf_profile> profile,
                  std::string document_id,
                  std::optional<encryption> encrypt);
+
+/// Whether the profile forbids transparency, so that pages are painted opaque; false without a profile.
+bool strips_transparency(writer const& w);
+
+/// Whether the profile forbids a transparency group on pages; false without a profile.
+bool forbids_page_group(writer const& w);
+
+/// Whether the profile requires creation and modification dates; false without a profile.
+bool requires_dates(writer const& w);
+
+/// Whether the profile requires /BleedBox and /TrimBox on every page; false without a profile.
+bool requires_page_boxes(writer const& w);
 
 /// Reserves the next object number.
 ref new_ref(writer& w);

@@ -27,7 +27,7 @@ struct memory_file {
     std::unique_ptr<bulkio::buffer::buffer> file_buffer = bulkio::buffer::open(output_of(file_sink));
 
     writer start(std::optional<encryption> e = std::nullopt, pdf_version v = pdf_version::pdf_1_4) {
-        return start_pdf(*file_buffer, v, "\x01\x02\xAB", std::move(e));
+        return start_pdf(*file_buffer, v, std::nullopt, "\x01\x02\xAB", std::move(e));
     }
 
     std::string const& bytes() {
@@ -160,7 +160,7 @@ TEST(pdf, whole_file_passes_qpdf_and_reads_back) {
     std::FILE* file = std::fopen(path.c_str(), "wb");
     ASSERT_NE(file, nullptr);
     auto buffer = bulkio::buffer::open(bulkio::file::file_output(file));
-    auto w = start_pdf(*buffer, pdf_version::pdf_1_4,
+    auto w = start_pdf(*buffer, pdf_version::pdf_1_4, std::nullopt,
                        document_id_from_hex("00112233445566778899aabbccddeeff"), std::nullopt);
 
     auto const catalog = new_ref(w);
@@ -481,6 +481,31 @@ TEST(pdf, trailer_names_the_encryption_dictionary_first) {
     EXPECT_NE(f.bytes().find(
                   "trailer\n<</Encrypt 5 0 R\n/Info 4 0 R\n/Size 6\n/Root 1 0 R\n/ID [<0102AB> <0102AB>]>>"),
               std::string::npos);
+}
+
+TEST(pdf, profile_questions_follow_the_profile) {
+    struct {
+        char const* name;
+        std::optional<profile::pdf_profile> profile;
+        bool strips;
+        bool dates;
+        bool boxes;
+    } const cases[] = {
+        {"no profile", std::nullopt, false, false, false},
+        {"PDF/A-1b", profile::pdf_profile::pdfa_1b, true, false, false},
+        {"PDF/X-3", profile::pdf_profile::pdfx_3_2003, true, true, true},
+        {"PDF/X-4", profile::pdf_profile::pdfx_4, false, true, true},
+    };
+
+    for (auto const& c : cases) {
+        SCOPED_TRACE(c.name);
+        memory_file f;
+        auto const w = start_pdf(*f.file_buffer, pdf_version::pdf_1_4, c.profile, "", std::nullopt);
+        EXPECT_EQ(strips_transparency(w), c.strips);
+        EXPECT_EQ(forbids_page_group(w), c.strips);
+        EXPECT_EQ(requires_dates(w), c.dates);
+        EXPECT_EQ(requires_page_boxes(w), c.boxes);
+    }
 }
 
 TEST(pdf, document_id_reads_hex_pairs_until_a_non_digit) {
