@@ -6,6 +6,8 @@
 namespace vellum::pdf {
 namespace {
 
+using namespace std::string_literals;
+
 TEST(object, serialises_each_kind) {
     struct {
         char const* name;
@@ -95,6 +97,9 @@ TEST(object, text_string_is_literal_for_ascii_and_utf16_otherwise) {
     EXPECT_EQ(text_string("Title (draft)"), object{string{"Title (draft)"}});
     EXPECT_EQ(to_text(text_string("Title (draft)")), "(Title \\(draft\\))");
     EXPECT_EQ(to_text(text_string("")), "()");
+    auto const utf16 = text_string("\xC3\xA9");
+    ASSERT_NE(std::get_if<hex>(&utf16), nullptr);
+    EXPECT_EQ(std::get_if<hex>(&utf16)->hex_bytes, "\xFE\xFF\x00\xE9"s);
     EXPECT_EQ(to_text(text_string("\xC3\xA9t\xC3\xA9")), "<FEFF00E9007400E9>");
     // A code point beyond the first plane keeps its low 16 bits; no surrogate pair is made.
     EXPECT_EQ(to_text(text_string("\xF0\x9F\x98\x80")), "<FEFFF600>");
