@@ -180,3 +180,34 @@ TEST(grapheme_boundary, agreement_with_unicode_grapheme_break_test) {
                 100.0 * static_cast<double>(agree) / static_cast<double>(cases.size()));
     EXPECT_GT(agree, cases.size() / 2);
 }
+
+// The compiled table against the character data itself, for every code point the data lists.
+TEST(linebreak, table_matches_the_character_data) {
+    static char const* const names[line_break_class_count] = {
+        "BK", "CR", "LF", "CM", "NL", "SG", "WJ", "ZW", "GL", "SP", "ZWJ", "B2", "BA", "BB", "HY",
+        "CB", "CL", "CP", "EX", "IN", "NS", "OP", "QU", "IS", "NU", "PO",  "PR", "SY", "AI", "AL",
+        "CJ", "EB", "EM", "H2", "H3", "HL", "ID", "JL", "JT", "JV", "RI",  "SA", "XX"};
+    std::ifstream in("/usr/share/unicode/LineBreak.txt");
+    std::string line;
+    int lines = 0;
+    int wrong = 0;
+    while (std::getline(in, line) && wrong < 10) {
+        unsigned first = 0;
+        unsigned last = 0;
+        char value[8] = {};
+        if (std::sscanf(line.c_str(), "%x..%x;%7[A-Z0-9]", &first, &last, value) != 3) {
+            if (std::sscanf(line.c_str(), "%x;%7[A-Z0-9]", &first, value) != 2) {
+                continue;
+            }
+            last = first;
+        }
+        ++lines;
+        for (auto cp = first; cp <= last; ++cp) {
+            if (names[static_cast<int>(line_break_class_of(cp))] != std::string(value)) {
+                ADD_FAILURE() << std::hex << cp << " " << value;
+                ++wrong;
+            }
+        }
+    }
+    EXPECT_GT(lines, 3000);
+}

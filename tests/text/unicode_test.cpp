@@ -8,6 +8,7 @@
 #include "text/unicode/unicache.hpp"
 #include "text/unicode/utf8.hpp"
 
+#include <cstdio>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -340,4 +341,49 @@ TEST(unicode_unicache, stores_lazily_and_rejects_a_different_second_value) {
     EXPECT_EQ(cache.get_or_compute(U'c', compute), 198);
     EXPECT_EQ(cache.get_or_compute(U'c', compute), 198);
     EXPECT_EQ(calls, 1);
+}
+
+namespace {
+
+// Calls f(first, last, value) for each data line "XXXX..YYYY ; Value # comment" of a character data file.
+template <class F>
+int for_each_range(char const* path, F&& f) {
+    std::FILE* file = std::fopen(path, "r");
+    if (!file) {
+        return 0;
+    }
+    int lines = 0;
+    char buf[512];
+    while (std::fgets(buf, sizeof buf, file)) {
+        unsigned first = 0;
+        unsigned last = 0;
+        char value[64] = {};
+        if (std::sscanf(buf, "%x..%x ; %63[A-Za-z0-9_]", &first, &last, value) == 3 ||
+            (std::sscanf(buf, "%x ; %63[A-Za-z0-9_]", &first, value) == 2 && (last = first, true))) {
+            f(static_cast<char32_t>(first), static_cast<char32_t>(last), std::string(value));
+            ++lines;
+        }
+    }
+    std::fclose(file);
+    return lines;
+}
+
+} // namespace
+
+// The compiled table against the character data itself, for every code point the data lists.
+TEST(unicode_category, table_matches_the_character_data) {
+    int wrong = 0;
+    int const lines =
+        for_each_range("/usr/share/unicode/extracted/DerivedGeneralCategory.txt",
+                       [&](char32_t first, char32_t last, std::string const& value) {
+                           for (char32_t cp = first; cp <= last; ++cp) {
+                               if (category::category_name(category::category_of(cp)) != value) {
+                                   ADD_FAILURE() << std::hex << static_cast<unsigned>(cp);
+                                   if (++wrong > 10) {
+                                       return;
+                                   }
+                               }
+                           }
+                       });
+    EXPECT_GT(lines, 3000);
 }
