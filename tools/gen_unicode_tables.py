@@ -220,9 +220,10 @@ def main():
             cls = "control"
         else:
             cls = "other"
-        # Where the category alone says too little, the grapheme break property decides.
+        # Where the category alone says too little, the grapheme break property decides. Sk is among
+        # those only for the emoji skin-tone modifiers, which extend the emoji before them.
         b = gcb[cp] or "Other"
-        if g in ("Lm", "Mc", "Me", "Zs", "Cf", "Cn") or b == "Regional_Indicator":
+        if g in ("Lm", "Mc", "Me", "Zs", "Cf", "Cn", "Sk") or b == "Regional_Indicator":
             if b in ("CR", "LF", "Control"):
                 cls = "control"
             elif b in ("Extend", "SpacingMark", "ZWJ"):

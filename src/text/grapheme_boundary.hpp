@@ -18,7 +18,8 @@ enum class grapheme_class : std::uint8_t {
 };
 
 /// The class of a code point: by general category, with the Grapheme_Cluster_Break property deciding for
-/// the categories where the category says too little (Lm, Mc, Me, Zs, Cf, Cn) and for regional indicators.
+/// the categories where the category says too little (Lm, Mc, Me, Zs, Cf, Cn, and Sk for the emoji
+/// skin-tone modifiers) and for regional indicators.
 grapheme_class get_grapheme_break_class(char32_t cp);
 
 /// Whether a grapheme boundary lies between two code points of these classes.

@@ -175,6 +175,9 @@ TEST(grapheme_boundary, agreement_with_unicode_grapheme_break_test) {
             same = same && b == c.break_case_breaks[i];
         }
         agree += same ? 1 : 0;
+        if (!same) {
+            std::printf("  differs: %s\n", c.break_case_line.c_str());
+        }
     }
     std::printf("GraphemeBreakTest: %zu of %zu cases agree (%.2f%%)\n", agree, cases.size(),
                 100.0 * static_cast<double>(agree) / static_cast<double>(cases.size()));

@@ -204,7 +204,12 @@ TEST(grapheme_boundary, classes) {
     EXPECT_EQ(get_grapheme_break_class(0x200D), grapheme_class::extend_spacingmark); // ZWJ
     EXPECT_EQ(get_grapheme_break_class(0x1F1E6), grapheme_class::regional_indicator);
     EXPECT_EQ(get_grapheme_break_class(0x1F1FF), grapheme_class::regional_indicator);
-    EXPECT_EQ(get_grapheme_break_class(0x02B0), grapheme_class::other); // an ordinary Lm
+    EXPECT_EQ(get_grapheme_break_class(0x1F3FB), grapheme_class::extend_spacingmark); // skin tone
+    EXPECT_EQ(get_grapheme_break_class(U'^'), grapheme_class::other);                 // other Sk
+    EXPECT_EQ(get_grapheme_break_class(0x02B0), grapheme_class::other);               // ordinary Lm
+    EXPECT_EQ(get_grapheme_break_class(0x0600), grapheme_class::other);               // prepended Cf
+    EXPECT_EQ(get_grapheme_break_class(0x2065), grapheme_class::control_cr_lf);       // ignorable Cn
+    EXPECT_EQ(get_grapheme_break_class(0x0378), grapheme_class::other);               // other Cn
     EXPECT_EQ(get_grapheme_break_class(0x110000), grapheme_class::control_cr_lf);
 }
 
