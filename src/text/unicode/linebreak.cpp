@@ -288,18 +288,23 @@ std::vector<break_action> break_opportunities(std::u32string_view text) {
                         allowed = false;
                     } else if (one_of(bb, lb::pr, lb::po) &&
                                (a == lb::nu || (one_of(a, lb::op, lb::hy) && next_is_digit()))) {
+                        // A number keeps its prefix: "$12", "$(12".
                         allowed = false;
                     } else if (one_of(bb, lb::op, lb::hy) && a == lb::nu) {
+                        // A number keeps its opening bracket or minus sign: "(12", "-3".
                         allowed = false;
                     } else if (numbers == number_state::digits &&
                                one_of(a, lb::nu, lb::sy, lb::is, lb::cl, lb::cp)) {
+                        // Inside a number: "1,234.5", "12/31", "(12)".
                         allowed = false;
                     } else if (numbers != number_state::none && one_of(a, lb::po, lb::pr)) {
+                        // A number keeps its suffix: "12%", "(12)%".
                         allowed = false;
                     } else if (bb == lb::ri && a == lb::ri && regional_run % 2 == 1) {
                         // Regional indicators pair up into flags.
                         allowed = false;
                     } else if (before_pictographic_reserved && a == lb::em) {
+                        // Code points reserved for future emoji take skin-tone modifiers already.
                         allowed = false;
                     }
                 }

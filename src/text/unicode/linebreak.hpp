@@ -70,9 +70,9 @@ enum class break_action : std::uint8_t {
 };
 
 /// For each code point of the text, what may happen between it and the next one; the entry of the last
-/// is `mandatory`, the end of the text. Complex-context scripts (Thai ...) get no breaks inside words
-/// (that needs a dictionary), ambiguous characters count as alphabetic and conditional Japanese starters
-/// as nonstarters, the strict choice.
+/// is `mandatory`, the end of the text. Pass whole paragraphs: the rules look past element boundaries.
+/// Complex-context scripts (Thai ...) get no breaks inside words (that needs a dictionary), ambiguous
+/// characters count as alphabetic and conditional Japanese starters as nonstarters, the strict choice.
 std::vector<break_action> break_opportunities(std::u32string_view text);
 
 } // namespace vellum::unicode::linebreak
