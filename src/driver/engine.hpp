@@ -1,0 +1,48 @@
+// The engine of a run and the conversion of a job: loading each input document, preparing it, the
+// packing passes that settle page numbers, and writing the PDF.
+#pragma once
+
+#include "driver/engine_options.hpp"
+#include "driver/job.hpp"
+#include "driver/log.hpp"
+#include "util/bytes.hpp"
+#include "util/result.hpp"
+
+#include <optional>
+#include <string>
+
+namespace vellum::engine {
+
+/// The living context of a run; it lives from engine creation to the end of the run.
+struct engine {
+    vellum::engine::engine_options engine_options;
+};
+
+/// A document after loading and preparation, as far as the stages built so far carry it.
+struct loaded_document {
+    job::input_src doc_src;
+    doctype::doctype doc_doctype = doctype::doctype::html5;
+    resource::locator::locator doc_base;
+    metadata::metadata doc_metadata;
+    metadata::pdf_options doc_pdf_options;
+    bytes::bytes doc_bytes;
+};
+
+/// Initialises the XML catalog from "dtd/catalog.xml" under the prefix; a failure is a warning.
+void load_dtd_catalog(log::log const& log, std::string const& prefix);
+
+/// Creates the engine of a run.
+[[nodiscard]] result<engine> new_engine(log::log const& log, engine_options const& options);
+
+/// The parser that reads an input document, chosen from `--input` and the locator.
+doctype::doctype choose_doctype(job::input_document const& doc);
+
+/// Loads and prepares one input document; nothing if it could not be loaded (the reason is logged).
+[[nodiscard]] std::optional<loaded_document> load_input_document(log::log const& log,
+                                                                 job::job const& job,
+                                                                 job::input_document const& doc);
+
+/// Converts a job to a PDF; false when the run failed (the reason is logged).
+[[nodiscard]] bool convert(log::log const& log, engine const& engine, job::job const& job);
+
+} // namespace vellum::engine

@@ -1,0 +1,178 @@
+#include "driver/program.hpp"
+
+#include "driver/engine.hpp"
+#include "driver/help.hpp"
+#include "driver/log.hpp"
+#include "driver/options.hpp"
+#include "util/cell.hpp"
+#include "util/ref.hpp"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+#include <libxml/parser.h>
+#include <curl/curl.h>
+#include <gcrypt.h>
+
+namespace vellum::program {
+
+namespace {
+
+std::string const progname = "vellum";
+
+void print(std::string const& text) {
+    std::fwrite(text.data(), 1, text.size(), stdout);
+}
+
+// The process-wide libraries, in the order their users need them.
+void init_libraries() {
+    curl_global_init(CURL_GLOBAL_ALL);
+    // libgcrypt carries the TLS layer of libcurl. Since version 1.6 it brings its own thread support, so
+    // what is left of setting it up is the version check that initialises it.
+    if (!gcry_check_version(GCRYPT_VERSION)) {
+        std::fputs("vellum: internal error: libgcrypt initialisation failed\n", stderr);
+        std::abort();
+    }
+    gcry_control(GCRYCTL_INITIALIZATION_FINISHED, 0);
+    std::lock_guard guard(process_lock());
+    // FIXME: install the document loader's external entity loader here once document input exists.
+    xmlInitParser();
+}
+
+// The real log of the run, built from the options; a log file that cannot be opened leaves the console.
+log::log build_log(log::log const& console, options::log_options const& opts) {
+    return std::visit(
+        overloaded{
+            [&](options::stderr_log const&) {
+                return log::console(progname, opts.log_verbosity);
+            },
+            [&](options::file_log const& f) {
+                log::log l = log::console(progname, opts.log_verbosity);
+                std::string error;
+                l.log_file = log::open_file_log(f.log_path, error);
+                if (!l.log_file) {
+                    log::log_file_message(console, log::level::error, f.log_path, error);
+                    return log::console(progname, opts.log_verbosity);
+                }
+                return l;
+            },
+            [&](options::server_log const& s) {
+                log::log l{.log_verbosity = opts.log_verbosity, .log_stderr = log::make_server_log(s.server_type)};
+                if (s.server_log_file) {
+                    std::string error;
+                    l.log_file = log::open_file_log(*s.server_log_file, error);
+                    if (!l.log_file) {
+                        log::log_file_message(console, log::level::error, *s.server_log_file, error);
+                    }
+                }
+                return l;
+            },
+        },
+        opts.log_type);
+}
+
+int run_job(log::log const& log, engine::engine_options const& eopts, job::job const& job) {
+    engine::load_dtd_catalog(log, eopts.prefix.path);
+    auto eng = engine::new_engine(log, eopts);
+    if (!eng) {
+        log::log_error(log, eng.error());
+        log::log_finished(log, log::finished::failure);
+        return 1;
+    }
+    if (engine::convert(log, *eng, job)) {
+        log::log_finished(log, log::finished::success);
+        return 0;
+    }
+    log::log_finished(log, log::finished::failure);
+    return 1;
+}
+
+int run_command(log::log const& console, options::run_command const& rc) {
+    init_libraries();
+    log::log const log = build_log(console, rc.log_options);
+    // FIXME: the resource loader is created here from rc.engine_options.loader_options.
+    int status = 0;
+    try {
+        status = std::visit(
+            overloaded{
+                [&](options::version const&) {
+                    print(help::version_text(rc.log_options.log_verbosity == log::verbosity::debug));
+                    return 0;
+                },
+                [&](options::scanfonts const&) {
+                    log::log_error(log, "--scanfonts is not supported yet: the font system is not built");
+                    return 1;
+                },
+                [&](options::shell const&) {
+                    log::log_error(log, "--shell is not supported yet: the script engine is not built");
+                    return 1;
+                },
+                [&](options::write_grammar const&) { return 0; },
+                [&](options::job_command const& j) { return run_job(log, rc.engine_options, j.command_job); },
+            },
+            rc.command);
+    } catch (std::exception const& e) {
+        log::log_message(log, log::level::abort, log::source_internal{}, e.what());
+        status = 1;
+    }
+    std::fflush(stdout);
+    log::close_log(log);
+    return status;
+}
+
+} // namespace
+
+int run(int argc, char** argv) {
+    // A closed output pipe ends the process rather than raising write errors.
+    std::signal(SIGPIPE, SIG_DFL);
+    std::vector<std::string> args(argv + (argc > 0 ? 1 : 0), argv + argc);
+    std::string const self = argc > 0 ? argv[0] : "";
+    auto const slash = self.find_last_of('/');
+    std::string const program_dir = slash == std::string::npos ? "" : self.substr(0, slash);
+    std::vector<char> cwd(4096);
+    while (!getcwd(cwd.data(), cwd.size())) {
+        if (errno != ERANGE) {
+            std::fprintf(stderr, "%s: error: %s\n", progname.c_str(), std::strerror(errno));
+            return 1;
+        }
+        cwd.resize(cwd.size() * 2);
+    }
+
+    log::log const console = log::console(progname);
+    auto const parsed = options::parse_options(console, args, program_dir, cwd.data());
+    return std::visit(overloaded{
+                          [](options::help const&) {
+                              print(help::usage_text());
+                              print(help::option_help_text());
+                              return 0;
+                          },
+                          [](options::credits const&) {
+                              print(help::credits_text());
+                              return 0;
+                          },
+                          [&](options::run_command const& rc) { return run_command(console, rc); },
+                          [](options::unknown const&) {
+                              print(help::usage_text());
+                              print(help::try_help_text() + "\n\n");
+                              return 0;
+                          },
+                          [&](options::input_list_failed const&) {
+                              log::log_error(console, "error loading input list");
+                              return 1;
+                          },
+                          [&](options::error const& e) {
+                              log::log_error(console, e.error_text);
+                              log::log_error(console, help::try_help_text());
+                              return 1;
+                          },
+                      },
+                      parsed);
+}
+
+} // namespace vellum::program
