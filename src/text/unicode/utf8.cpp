@@ -2,7 +2,7 @@
 
 namespace vellum::unicode::utf8 {
 
-std::expected<std::u32string, decode_error> decode_utf8(std::string_view text) {
+expected<std::u32string, decode_error> decode_utf8(std::string_view text) {
     std::u32string out;
     out.reserve(text.size());
     std::size_t i = 0;
@@ -32,29 +32,29 @@ std::expected<std::u32string, decode_error> decode_utf8(std::string_view text) {
             cp = lead & 0x07;
             min = 0x10000;
         } else {
-            return std::unexpected(decode_error{encoding_error::invalid_sequence, start});
+            return unexpected<decode_error>(decode_error{encoding_error::invalid_sequence, start});
         }
         ++i;
         for (int k = 0; k < extra; ++k, ++i) {
             if (i == n) {
-                return std::unexpected(decode_error{encoding_error::unexpected_eof, start});
+                return unexpected<decode_error>(decode_error{encoding_error::unexpected_eof, start});
             }
             auto const b = static_cast<std::uint8_t>(text[i]);
             if ((b & 0xC0) != 0x80) {
-                return std::unexpected(decode_error{encoding_error::invalid_sequence, start});
+                return unexpected<decode_error>(decode_error{encoding_error::invalid_sequence, start});
             }
             cp = (cp << 6) | (b & 0x3F);
         }
         // Overlong forms would give a second spelling of the same text; surrogates are not characters.
         if (cp < min || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) {
-            return std::unexpected(decode_error{encoding_error::invalid_sequence, start});
+            return unexpected<decode_error>(decode_error{encoding_error::invalid_sequence, start});
         }
         out.push_back(cp);
     }
     return out;
 }
 
-std::expected<std::u32string, decode_error> decode_utf8(bytes::bytes const& data) {
+expected<std::u32string, decode_error> decode_utf8(bytes::bytes const& data) {
     return decode_utf8(data.chars());
 }
 

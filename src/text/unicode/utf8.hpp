@@ -5,7 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <expected>
+#include "util/result.hpp"
 #include <string>
 #include <string_view>
 
@@ -26,10 +26,10 @@ struct decode_error {
 
 /// Decodes UTF-8. Overlong forms, surrogates, values above U+10FFFF and stray continuation bytes are
 /// `invalid_sequence`; a sequence that the end of input cuts short is `unexpected_eof`.
-[[nodiscard]] std::expected<std::u32string, decode_error> decode_utf8(std::string_view text);
+[[nodiscard]] expected<std::u32string, decode_error> decode_utf8(std::string_view text);
 
 /// The same for a byte block.
-[[nodiscard]] std::expected<std::u32string, decode_error> decode_utf8(bytes::bytes const& data);
+[[nodiscard]] expected<std::u32string, decode_error> decode_utf8(bytes::bytes const& data);
 
 /// Encodes code points; surrogates and values above U+10FFFF, which have no UTF-8 form, become U+FFFD.
 std::string encode_utf8(std::u32string_view text);
