@@ -8,8 +8,8 @@ enum class load_dtd { no, yes };
 
 /// The switches of the XML reader.
 struct xml_options {
-    xml::use_xinclude use_xinclude = xml::use_xinclude::yes;
-    xml::load_dtd load_dtd = xml::load_dtd::yes;
+    vellum::xml::use_xinclude use_xinclude = vellum::xml::use_xinclude::yes;
+    vellum::xml::load_dtd load_dtd = vellum::xml::load_dtd::yes;
     bool operator==(xml_options const&) const = default;
 };
 
