@@ -77,6 +77,15 @@ result<ref<font_data>> load_font_quietly(fonts::freetype::freetype const& ft, fo
             }
             data = bytes::from_vector(std::move(*sfnt));
         }
+        // FreeType passes over directory entries that make no sense; such a file is refused here,
+        // since its other offsets are not to be trusted either. Collections hold several directories
+        // and are left to FreeType.
+        if (opentype::reader::read_u32(data.view(), 0) != make_tag("ttcf")) {
+            auto dir = tables::parse_directory(data.view());
+            if (!dir) {
+                return fail(dir.error());
+            }
+        }
         face = fonts::freetype::open_memory(ft, data, file.file_face_index);
     } else {
         face = fonts::freetype::open_file(ft, file.file_path, file.file_face_index);
