@@ -43,6 +43,13 @@ void convert_children(node const& from, std::vector<xml::xml>& to) {
             to.emplace_back(convert_element(*child));
             break;
         case node_type::text:
+            // Texts that a dropped comment separated become one, as in the trees of the other parsers.
+            if (!to.empty()) {
+                if (auto* last = std::get_if<xml::text>(&to.back())) {
+                    last->text_value += child->node_text;
+                    break;
+                }
+            }
             to.emplace_back(xml::text{child->node_text});
             break;
         case node_type::comment:
