@@ -23,11 +23,12 @@ bool same_node(child_node const& a, child_node const& b) {
 }
 
 sibling_node as_sibling(child_node const& c) {
-    return std::visit(overloaded{
-                          [](element_child const& e) -> sibling_node { return element_sibling{e.child_element}; },
-                          [](text_child const& t) -> sibling_node { return text_sibling{t.child_text}; },
-                      },
-                      c);
+    return std::visit(
+        overloaded{
+            [](element_child const& e) -> sibling_node { return element_sibling{e.child_element}; },
+            [](text_child const& t) -> sibling_node { return text_sibling{t.child_text}; },
+        },
+        c);
 }
 
 std::optional<child_node> as_child(sibling_node const& s) {
@@ -92,13 +93,14 @@ struct builder {
     document_ref builder_doc;
 
     child_node build(xml::xml const& node) {
-        return std::visit(overloaded{
-                              [&](xml::element const& e) -> child_node { return element_child{build_element(e)}; },
-                              [&](xml::text const& t) -> child_node {
-                                  return text_child{new_text(builder_doc, t.text_value)};
-                              },
-                          },
-                          node);
+        return std::visit(
+            overloaded{
+                [&](xml::element const& e) -> child_node { return element_child{build_element(e)}; },
+                [&](xml::text const& t) -> child_node {
+                    return text_child{new_text(builder_doc, t.text_value)};
+                },
+            },
+            node);
     }
 
     element_ref build_element(xml::element const& e) {
@@ -206,7 +208,8 @@ resource::locator::locator element_base(dom_element const& e) {
                        },
                        [&](document_fragment_parent const& p) {
                            auto const fragment = p.parent_fragment.lock();
-                           auto const doc = fragment ? fragment->dom_document_fragment_owner_doc.lock() : nullptr;
+                           auto const doc =
+                               fragment ? fragment->dom_document_fragment_owner_doc.lock() : nullptr;
                            return doc ? doc->dom_document_base.get() : owner_base();
                        },
                    },
@@ -220,7 +223,8 @@ resource::locator::locator element_base(dom_element const& e) {
         return parent_base;
     }
     return resource::locator::parse_locator(resource::locator::path_or_url::url_strict,
-                                            resource::locator::locator_origin::document_origin, parent_base, *value);
+                                            resource::locator::locator_origin::document_origin, parent_base,
+                                            *value);
 }
 
 std::vector<std::string> text_content(std::vector<child_node> const& children) {
@@ -248,19 +252,21 @@ parent_node parent_of(child_node const& child) {
 }
 
 std::optional<child_node> next_sibling(child_node const& child) {
-    return as_child(std::visit(overloaded{
-                                   [](element_child const& e) { return e.child_element->dom_element_next_sibling.get(); },
-                                   [](text_child const& t) { return t.child_text->dom_text_next_sibling.get(); },
-                               },
-                               child));
+    return as_child(
+        std::visit(overloaded{
+                       [](element_child const& e) { return e.child_element->dom_element_next_sibling.get(); },
+                       [](text_child const& t) { return t.child_text->dom_text_next_sibling.get(); },
+                   },
+                   child));
 }
 
 std::optional<child_node> previous_sibling(child_node const& child) {
-    return as_child(std::visit(overloaded{
-                                   [](element_child const& e) { return e.child_element->dom_element_prev_sibling.get(); },
-                                   [](text_child const& t) { return t.child_text->dom_text_prev_sibling.get(); },
-                               },
-                               child));
+    return as_child(
+        std::visit(overloaded{
+                       [](element_child const& e) { return e.child_element->dom_element_prev_sibling.get(); },
+                       [](text_child const& t) { return t.child_text->dom_text_prev_sibling.get(); },
+                   },
+                   child));
 }
 
 void set_children(parent_node const& parent, std::vector<child_node> children) {
@@ -269,7 +275,8 @@ void set_children(parent_node const& parent, std::vector<child_node> children) {
     check(c != nullptr, "set_children");
     for (std::size_t i = 0; i < children.size(); ++i) {
         sibling_node prev = i == 0 ? sibling_node{no_sibling{}} : as_sibling(children[i - 1]);
-        sibling_node next = i + 1 == children.size() ? sibling_node{no_sibling{}} : as_sibling(children[i + 1]);
+        sibling_node next =
+            i + 1 == children.size() ? sibling_node{no_sibling{}} : as_sibling(children[i + 1]);
         set_links(children[i], parent, std::move(prev), std::move(next));
     }
     c->set(std::move(children));
@@ -288,20 +295,27 @@ void remove_child(parent_node const& parent, child_node const& child) {
                 }
                 found = true;
                 sibling_node const before = i == 0 ? sibling_node{no_sibling{}} : as_sibling(list[i - 1]);
-                sibling_node const after = i + 1 == list.size() ? sibling_node{no_sibling{}} : as_sibling(list[i + 1]);
+                sibling_node const after =
+                    i + 1 == list.size() ? sibling_node{no_sibling{}} : as_sibling(list[i + 1]);
                 if (i > 0) {
-                    std::visit(overloaded{
-                                   [&](element_child const& e) { e.child_element->dom_element_next_sibling.set(after); },
-                                   [&](text_child const& t) { t.child_text->dom_text_next_sibling.set(after); },
-                               },
-                               list[i - 1]);
+                    std::visit(
+                        overloaded{
+                            [&](element_child const& e) {
+                                e.child_element->dom_element_next_sibling.set(after);
+                            },
+                            [&](text_child const& t) { t.child_text->dom_text_next_sibling.set(after); },
+                        },
+                        list[i - 1]);
                 }
                 if (i + 1 < list.size()) {
-                    std::visit(overloaded{
-                                   [&](element_child const& e) { e.child_element->dom_element_prev_sibling.set(before); },
-                                   [&](text_child const& t) { t.child_text->dom_text_prev_sibling.set(before); },
-                               },
-                               list[i + 1]);
+                    std::visit(
+                        overloaded{
+                            [&](element_child const& e) {
+                                e.child_element->dom_element_prev_sibling.set(before);
+                            },
+                            [&](text_child const& t) { t.child_text->dom_text_prev_sibling.set(before); },
+                        },
+                        list[i + 1]);
                 }
                 list.erase(list.begin() + std::ptrdiff_t(i));
                 return;

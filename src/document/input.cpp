@@ -50,7 +50,8 @@ verdict judge_node(xmlTextReaderPtr reader) {
         return verdict::xml;
     case XML_READER_TYPE_ELEMENT:
         while (xmlTextReaderMoveToNextAttribute(reader) == 1) {
-            if (equals(xmlTextReaderConstName(reader), "xmlns") || equals(xmlTextReaderConstPrefix(reader), "xml") ||
+            if (equals(xmlTextReaderConstName(reader), "xmlns") ||
+                equals(xmlTextReaderConstPrefix(reader), "xml") ||
                 equals(xmlTextReaderConstPrefix(reader), "xmlns")) {
                 return verdict::xml;
             }
@@ -88,8 +89,8 @@ bool is_xml_file(std::string const& filename) {
     xmlSetStructuredErrorFunc(nullptr, silent_structured);
     bool answer = false;
     // No network and no DTD: the sniffer looks at the file alone.
-    xmlTextReaderPtr reader =
-        xmlReaderForFile(filename.c_str(), nullptr, XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING);
+    xmlTextReaderPtr reader = xmlReaderForFile(filename.c_str(), nullptr,
+                                               XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING);
     if (reader) {
         bool error_seen = false;
         xmlTextReaderSetErrorHandler(reader, flag_error, &error_seen);
@@ -127,23 +128,23 @@ std::optional<doctype::doctype> input_format(std::optional<doctype::doctype> giv
         return given;
     }
     using namespace resource::locator;
-    return std::visit(overloaded{
-                          [](standard_input const&) -> std::optional<doctype::doctype> { return doctype::doctype::html5; },
-                          [](file const& f) -> std::optional<doctype::doctype> {
-                              auto const ext = lower_extension(f.file_path.path);
-                              if (ext == "htm" || ext == "html" || ext == "shtml") {
-                                  return is_xml_file(f.file_path.path) ? doctype::doctype::xml
-                                                                       : doctype::doctype::html5;
-                              }
-                              return doctype::doctype::xml;
-                          },
-                          [](web const&) -> std::optional<doctype::doctype> { return std::nullopt; },
-                          [](data const&) -> std::optional<doctype::doctype> { return std::nullopt; },
-                          [](other const&) -> std::optional<doctype::doctype> { return std::nullopt; },
-                          [](invalid const&) -> std::optional<doctype::doctype> { return std::nullopt; },
-                          [](unresolvable const&) -> std::optional<doctype::doctype> { return std::nullopt; },
-                      },
-                      src.locator_url);
+    return std::visit(
+        overloaded{
+            [](standard_input const&) -> std::optional<doctype::doctype> { return doctype::doctype::html5; },
+            [](file const& f) -> std::optional<doctype::doctype> {
+                auto const ext = lower_extension(f.file_path.path);
+                if (ext == "htm" || ext == "html" || ext == "shtml") {
+                    return is_xml_file(f.file_path.path) ? doctype::doctype::xml : doctype::doctype::html5;
+                }
+                return doctype::doctype::xml;
+            },
+            [](web const&) -> std::optional<doctype::doctype> { return std::nullopt; },
+            [](data const&) -> std::optional<doctype::doctype> { return std::nullopt; },
+            [](other const&) -> std::optional<doctype::doctype> { return std::nullopt; },
+            [](invalid const&) -> std::optional<doctype::doctype> { return std::nullopt; },
+            [](unresolvable const&) -> std::optional<doctype::doctype> { return std::nullopt; },
+        },
+        src.locator_url);
 }
 
 doctype::doctype doctype_of_content_type(std::optional<std::string> const& content_type) {
@@ -183,7 +184,8 @@ std::optional<xml::document> load_document(log::log const& log,
         .request_locator = src, .request_base = base, .request_options = options, .request_fetch = fetch};
     switch (doctype) {
     case doctype::doctype::xml:
-        return data ? libxml::parser::read_xml_memory(log, request, *data) : libxml::parser::read_xml(log, request);
+        return data ? libxml::parser::read_xml_memory(log, request, *data)
+                    : libxml::parser::read_xml(log, request);
     case doctype::doctype::html4:
         return data ? libxml::parser::read_html4_memory(log, request, *data)
                     : libxml::parser::read_html4(log, request);
@@ -193,7 +195,8 @@ std::optional<xml::document> load_document(log::log const& log,
         }
         auto const fetched = fetch(src);
         if (!fetched) {
-            log::log_file_message(log, log::level::error, resource::locator::locator_to_string(src), fetched.error());
+            log::log_file_message(log, log::level::error, resource::locator::locator_to_string(src),
+                                  fetched.error());
             return std::nullopt;
         }
         return libhtml::parse_html5_bytes(log, src, *fetched);
@@ -219,7 +222,8 @@ prepared_document prepare_document(log::log const& log,
             out.prepared_base = resource::locator::resolve_locator(base, *head.xhtml_base);
         }
     }
-    out.prepared_dom = dom::new_dom_document(doctype, out.prepared_xmltype, style_info, out.prepared_base, doc);
+    out.prepared_dom =
+        dom::new_dom_document(doctype, out.prepared_xmltype, style_info, out.prepared_base, doc);
     return out;
 }
 

@@ -40,13 +40,14 @@ std::string_view doctype_word(doctype::doctype d);
 /// Parses one document with the chosen parser. The bytes are given for standard input; otherwise they are
 /// read through the fetch function. Parser messages are logged; nothing comes back when no document
 /// resulted (the caller logs "could not load input file").
-[[nodiscard]] std::optional<xml::document> load_document(log::log const& log,
-                                                         resource::locator::locator const& src,
-                                                         doctype::doctype doctype,
-                                                         std::optional<resource::locator::locator> const& base,
-                                                         xml::xml_options const& options,
-                                                         fetch_function const& fetch,
-                                                         std::optional<bytes::bytes> const& data = std::nullopt);
+[[nodiscard]] std::optional<xml::document>
+load_document(log::log const& log,
+              resource::locator::locator const& src,
+              doctype::doctype doctype,
+              std::optional<resource::locator::locator> const& base,
+              xml::xml_options const& options,
+              fetch_function const& fetch,
+              std::optional<bytes::bytes> const& data = std::nullopt);
 
 /// A document ready for scripts and style.
 struct prepared_document {

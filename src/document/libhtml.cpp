@@ -105,9 +105,8 @@ xml::document convert_document(node const& root, resource::locator::locator cons
     return xml::document{.doc_url = url, .doc_root = convert_element(*element)};
 }
 
-std::optional<xml::document> parse_html5_bytes(log::log const& log,
-                                               resource::locator::locator const& url,
-                                               bytes::bytes const& data) {
+std::optional<xml::document>
+parse_html5_bytes(log::log const& log, resource::locator::locator const& url, bytes::bytes const& data) {
     auto const text = html5::encode::memory_to_utf8(data);
     if (!text) {
         log::log_file_message(log, log::level::error, resource::locator::locator_to_string(url),
@@ -119,7 +118,8 @@ std::optional<xml::document> parse_html5_bytes(log::log const& log,
     return convert_document(*parsed.document_root, url);
 }
 
-std::vector<xml::xml> parse_inner_html(std::string_view utf8, std::string_view context_name, html_ns context_ns) {
+std::vector<xml::xml>
+parse_inner_html(std::string_view utf8, std::string_view context_name, html_ns context_ns) {
     auto const parsed = html5::parser::parse_fragment(utf8, context_name, context_ns);
     node const* html = parsed.document_root ? single_element(*parsed.document_root) : nullptr;
     if (!html || html->node_name != "html") {

@@ -22,12 +22,12 @@ xml::document convert_document(html5::tree::node const& root, resource::locator:
 
 /// Parses HTML bytes: converts them to UTF-8 by byte-order mark or meta declaration, parses and converts.
 /// A failed conversion is logged at level error with the locator as source.
-[[nodiscard]] std::optional<xml::document> parse_html5_bytes(log::log const& log,
-                                                             resource::locator::locator const& url,
-                                                             bytes::bytes const& data);
+[[nodiscard]] std::optional<xml::document>
+parse_html5_bytes(log::log const& log, resource::locator::locator const& url, bytes::bytes const& data);
 
 /// Parses UTF-8 text as the content of an element of that name and namespace; the nodes it makes.
 /// Internal error "unexpected innerHTML parse result" when the parser's answer has another shape.
-std::vector<xml::xml> parse_inner_html(std::string_view utf8, std::string_view context_name, html5::tree::html_ns context_ns);
+std::vector<xml::xml>
+parse_inner_html(std::string_view utf8, std::string_view context_name, html5::tree::html_ns context_ns);
 
 } // namespace vellum::libhtml

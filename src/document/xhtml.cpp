@@ -94,7 +94,8 @@ xhtml read_head(xml::document const& doc) {
     xml::element const* head = nullptr;
     for (auto const& child : root.element_children) {
         if (auto const* e = std::get_if<xml::element>(&child)) {
-            if (xml::name_local(e->element_name) == "head" && xml::name_namespace(e->element_name) == root_ns) {
+            if (xml::name_local(e->element_name) == "head" &&
+                xml::name_namespace(e->element_name) == root_ns) {
                 head = e;
                 break;
             }
@@ -104,7 +105,9 @@ xhtml read_head(xml::document const& doc) {
         return out;
     }
     // Attributes of head elements are matched in no namespace, as both HTML and XHTML write them.
-    auto attr = [](xml::element const& e, std::string_view n) { return xml::find_attribute(e, xml::make_name(n)); };
+    auto attr = [](xml::element const& e, std::string_view n) {
+        return xml::find_attribute(e, xml::make_name(n));
+    };
     for (auto const& child : head->element_children) {
         auto const* e = std::get_if<xml::element>(&child);
         if (!e || xml::name_namespace(e->element_name) != root_ns) {
@@ -118,7 +121,8 @@ xhtml read_head(xml::document const& doc) {
             auto const content = attr(*e, "content");
             if (name && content) {
                 auto const scheme = attr(*e, "scheme");
-                meta key = scheme ? meta{meta_scheme_name{*scheme, to_lower(*name)}} : meta{meta_name{to_lower(*name)}};
+                meta key = scheme ? meta{meta_scheme_name{*scheme, to_lower(*name)}}
+                                  : meta{meta_name{to_lower(*name)}};
                 out.xhtml_meta.emplace_back(std::move(key), *content);
             }
         } else if (local == "base") {

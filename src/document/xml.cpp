@@ -24,15 +24,16 @@ xmlns xmlns_of_uri(std::string_view uri) {
 }
 
 std::string uri_of_xmlns(xmlns const& ns) {
-    return std::visit(overloaded{
-                          [](xmlns_xhtml const&) { return std::string("http://www.w3.org/1999/xhtml"); },
-                          [](xmlns_svg const&) { return std::string("http://www.w3.org/2000/svg"); },
-                          [](xmlns_mathml const&) { return std::string("http://www.w3.org/1998/Math/MathML"); },
-                          [](xmlns_xlink const&) { return std::string("http://www.w3.org/1999/xlink"); },
-                          [](xmlns_xml const&) { return std::string("http://www.w3.org/XML/1998/namespace"); },
-                          [](xmlns_other const& o) { return o.other_uri; },
-                      },
-                      ns);
+    return std::visit(
+        overloaded{
+            [](xmlns_xhtml const&) { return std::string("http://www.w3.org/1999/xhtml"); },
+            [](xmlns_svg const&) { return std::string("http://www.w3.org/2000/svg"); },
+            [](xmlns_mathml const&) { return std::string("http://www.w3.org/1998/Math/MathML"); },
+            [](xmlns_xlink const&) { return std::string("http://www.w3.org/1999/xlink"); },
+            [](xmlns_xml const&) { return std::string("http://www.w3.org/XML/1998/namespace"); },
+            [](xmlns_other const& o) { return o.other_uri; },
+        },
+        ns);
 }
 
 name make_name(std::string_view local) {
@@ -64,11 +65,12 @@ bool is_xhtml_name(name const& n, std::string_view local) {
 }
 
 std::string name_to_string(name const& n) {
-    return std::visit(overloaded{
-                          [](local_name const& l) { return l.local; },
-                          [](qualified_name const& q) { return "{" + uri_of_xmlns(q.namespace_uri) + "}" + q.local; },
-                      },
-                      n);
+    return std::visit(
+        overloaded{
+            [](local_name const& l) { return l.local; },
+            [](qualified_name const& q) { return "{" + uri_of_xmlns(q.namespace_uri) + "}" + q.local; },
+        },
+        n);
 }
 
 std::optional<std::string> find_attribute(element const& e, name const& n) {

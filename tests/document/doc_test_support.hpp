@@ -2,8 +2,8 @@
 // over local files that records what it was asked for, and the built DTD catalog.
 #pragma once
 
-#include "driver/log.hpp"
 #include "document/libxml/io.hpp"
+#include "driver/log.hpp"
 #include "resource/locator.hpp"
 
 #include <cstdio>
@@ -11,9 +11,8 @@
 #include <fstream>
 #include <memory>
 #include <string>
-#include <vector>
-
 #include <unistd.h>
+#include <vector>
 
 #include <libxml/catalog.h>
 
@@ -40,7 +39,8 @@ inline fs::path write_file(fs::path const& dir, std::string const& name, std::st
 struct captured_log {
     std::shared_ptr<std::FILE> file{std::tmpfile(), &std::fclose};
     log::log value{.log_verbosity = log::verbosity::debug,
-                   .log_stderr = log::console_log::console_log{.progname = "vellum", .console_out = file.get()}};
+                   .log_stderr =
+                       log::console_log::console_log{.progname = "vellum", .console_out = file.get()}};
 
     std::string text() const {
         std::fflush(file.get());
@@ -89,8 +89,8 @@ struct local_fetch {
 
 inline resource::locator::locator file_locator(fs::path const& p) {
     return resource::locator::parse_locator(resource::locator::path_or_url::path_or_url,
-                                            resource::locator::locator_origin::command_line_origin, std::nullopt,
-                                            p.string());
+                                            resource::locator::locator_origin::command_line_origin,
+                                            std::nullopt, p.string());
 }
 
 /// Points libxml2 at the catalog of the build tree alone (not the system's catalogs), once.

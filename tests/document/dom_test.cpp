@@ -1,7 +1,6 @@
 // The document tree: kinds of document, the head's metadata, and the living tree with its links, bases
 // and canvas sizes.
 #include "doc_test_support.hpp"
-
 #include "document/doctype.hpp"
 #include "document/dom.hpp"
 #include "document/input.hpp"
@@ -16,7 +15,8 @@ using namespace vellum;
 using namespace doc_test;
 
 xml::element el(xml::name n, xml::attributes attrs = {}, std::vector<xml::xml> children = {}) {
-    return xml::element{.element_name = std::move(n), .element_attrs = std::move(attrs),
+    return xml::element{.element_name = std::move(n),
+                        .element_attrs = std::move(attrs),
                         .element_children = std::move(children)};
 }
 
@@ -35,21 +35,31 @@ TEST(doctype, sniffs_the_kind_from_root_and_public_id) {
         doctype::xmltype expected;
         std::string_view log_name;
     };
+
     std::vector<sniff_case> const cases = {
-        {"xhtml namespace", {.doc_root = el(h("html"))}, doctype::xmltype_xhtml{doctype::xhtml_doctype::xhtml_ns},
+        {"xhtml namespace",
+         {.doc_root = el(h("html"))},
+         doctype::xmltype_xhtml{doctype::xhtml_doctype::xhtml_ns},
          "XHTML"},
-        {"html without namespace", {.doc_root = el(xml::make_name("html"))},
-         doctype::xmltype_xhtml{doctype::xhtml_doctype::xhtml_no_ns}, "XHTML (no namespace)"},
+        {"html without namespace",
+         {.doc_root = el(xml::make_name("html"))},
+         doctype::xmltype_xhtml{doctype::xhtml_doctype::xhtml_no_ns},
+         "XHTML (no namespace)"},
         {"html wins over a DocBook id",
          {.doctype_public = "-//OASIS//DTD DocBook XML V4.5//EN", .doc_root = el(xml::make_name("html"))},
-         doctype::xmltype_xhtml{doctype::xhtml_doctype::xhtml_no_ns}, "XHTML (no namespace)"},
+         doctype::xmltype_xhtml{doctype::xhtml_doctype::xhtml_no_ns},
+         "XHTML (no namespace)"},
         {"DocBook public id",
          {.doctype_public = "-//OASIS//DTD DocBook XML V4.5//EN", .doc_root = el(xml::make_name("book"))},
-         doctype::xmltype_docbook{}, "DocBook"},
+         doctype::xmltype_docbook{},
+         "DocBook"},
         {"DocBook 5 namespace",
          {.doc_root = el(xml::make_name(xml::xmlns_other{"http://docbook.org/docbook-ng"}, "article"))},
-         doctype::xmltype_docbook{}, "DocBook"},
-        {"other namespace", {.doc_root = el(xml::make_name(xml::xmlns_svg{}, "html"))}, doctype::xmltype_xml{},
+         doctype::xmltype_docbook{},
+         "DocBook"},
+        {"other namespace",
+         {.doc_root = el(xml::make_name(xml::xmlns_svg{}, "html"))},
+         doctype::xmltype_xml{},
          "XML"},
         {"plain xml", {.doc_root = el(xml::make_name("book"))}, doctype::xmltype_xml{}, "XML"},
     };
@@ -63,9 +73,11 @@ TEST(doctype, sniffs_the_kind_from_root_and_public_id) {
 
 TEST(xml, maps_namespace_uris_exactly) {
     EXPECT_EQ(xml::xmlns_of_uri("http://www.w3.org/1999/xhtml"), xml::xmlns{xml::xmlns_xhtml{}});
-    EXPECT_EQ(xml::xmlns_of_uri("http://www.w3.org/1999/xhtml/"), xml::xmlns{xml::xmlns_other{"http://www.w3.org/1999/xhtml/"}});
+    EXPECT_EQ(xml::xmlns_of_uri("http://www.w3.org/1999/xhtml/"),
+              xml::xmlns{xml::xmlns_other{"http://www.w3.org/1999/xhtml/"}});
     EXPECT_EQ(xml::xmlns_of_uri("http://www.w3.org/1998/Math/MathML"), xml::xmlns{xml::xmlns_mathml{}});
-    for (auto const& ns : {xml::xmlns{xml::xmlns_svg{}}, xml::xmlns{xml::xmlns_xlink{}}, xml::xmlns{xml::xmlns_xml{}}}) {
+    for (auto const& ns :
+         {xml::xmlns{xml::xmlns_svg{}}, xml::xmlns{xml::xmlns_xlink{}}, xml::xmlns{xml::xmlns_xml{}}}) {
         EXPECT_EQ(xml::xmlns_of_uri(xml::uri_of_xmlns(ns)), ns);
     }
     // Names order by alternative first: a name in no namespace sorts before any qualified one.
@@ -90,7 +102,8 @@ TEST(xhtml, reads_title_meta_and_base_from_the_head) {
                        {xml::make_name("scheme"), "x"}}),
         el(h("meta"), {{xml::make_name("name"), "subject"}, {xml::make_name("content"), "Topic"}}),
         el(h("meta"), {{xml::make_name("name"), "generator"}}),
-        el(h("meta"), {{xml::make_name("name"), "date"}, {xml::make_name("content"), "2011-03-04T05:06:07Z"}}),
+        el(h("meta"),
+           {{xml::make_name("name"), "date"}, {xml::make_name("content"), "2011-03-04T05:06:07Z"}}),
         el(h("base"), {{xml::make_name("href"), "http://a.example/"}}),
         el(h("base"), {{xml::make_name("href"), "http://b.example/dir/"}}),
     });
@@ -112,9 +125,11 @@ TEST(xhtml, reads_title_meta_and_base_from_the_head) {
 }
 
 TEST(xhtml, head_needs_the_root_namespace) {
-    EXPECT_EQ(xhtml::read_head(html_doc({el(xml::make_name("title"), {}, {t("T")})}, false)).xhtml_title, "T");
+    EXPECT_EQ(xhtml::read_head(html_doc({el(xml::make_name("title"), {}, {t("T")})}, false)).xhtml_title,
+              "T");
     // A head in another namespace than its root's is not the head.
-    xml::document mixed{.doc_root = el(h("html"), {}, {el(xml::make_name("head"), {}, {el(h("title"), {}, {t("T")})})})};
+    xml::document mixed{
+        .doc_root = el(h("html"), {}, {el(xml::make_name("head"), {}, {el(h("title"), {}, {t("T")})})})};
     EXPECT_EQ(xhtml::read_head(mixed), xhtml::xhtml{});
     xml::document not_html{.doc_root = el(xml::make_name("doc"), {}, {el(xml::make_name("head"))})};
     EXPECT_EQ(xhtml::read_head(not_html), xhtml::xhtml{});
@@ -133,8 +148,10 @@ TEST(xhtml, job_metadata_wins_unless_empty) {
 TEST(xhtml, parses_iso_dates) {
     EXPECT_EQ(xhtml::parse_iso_date("2020"), (metadata::date{2020, 1, 1}));
     EXPECT_EQ(xhtml::parse_iso_date("2020-02"), (metadata::date{2020, 2, 1}));
-    EXPECT_EQ(xhtml::parse_iso_date("2020-02-29T10:11+02:00"), (metadata::date{2020, 2, 29, metadata::time_of_day{10, 11, 0}}));
-    for (auto const* bad : {"", "20", "2020-13", "2020-1-1", "2020-01-01T", "2020-01-01 10:00", "yesterday"}) {
+    EXPECT_EQ(xhtml::parse_iso_date("2020-02-29T10:11+02:00"),
+              (metadata::date{2020, 2, 29, metadata::time_of_day{10, 11, 0}}));
+    for (auto const* bad :
+         {"", "20", "2020-13", "2020-1-1", "2020-01-01T", "2020-01-01 10:00", "yesterday"}) {
         SCOPED_TRACE(bad);
         EXPECT_FALSE(xhtml::parse_iso_date(bad));
     }
@@ -142,7 +159,8 @@ TEST(xhtml, parses_iso_dates) {
 
 resource::locator::locator web(std::string const& url) {
     return resource::locator::parse_locator(resource::locator::path_or_url::url_strict,
-                                            resource::locator::locator_origin::document_origin, std::nullopt, url);
+                                            resource::locator::locator_origin::document_origin, std::nullopt,
+                                            url);
 }
 
 dom::document_ref build(xml::element root, std::string const& base = "http://example.com/dir/doc.html") {
@@ -160,8 +178,8 @@ dom::element_ref nth_element(std::vector<dom::child_node> const& children, std::
 }
 
 TEST(dom, links_children_to_parents_and_siblings) {
-    auto const doc = build(el(h("html"), {{xml::make_name("lang"), "en"}},
-                              {t("a"), el(h("p")), t("b"), el(h("q"))}));
+    auto const doc =
+        build(el(h("html"), {{xml::make_name("lang"), "en"}}, {t("a"), el(h("p")), t("b"), el(h("q"))}));
     auto const root = dom::document_element(*doc);
     ASSERT_TRUE(root);
     auto const* doc_parent = std::get_if<dom::document_parent>(&(*root)->dom_element_parent.cell_value);
@@ -204,7 +222,8 @@ TEST(dom, remove_child_relinks_neighbours) {
     auto const next = dom::next_sibling(after[0]);
     ASSERT_TRUE(next);
     EXPECT_EQ(std::get<dom::element_child>(*next).child_element, nth_element(after, 1));
-    EXPECT_EQ(std::get<dom::element_child>(*dom::previous_sibling(after[1])).child_element, nth_element(after, 0));
+    EXPECT_EQ(std::get<dom::element_child>(*dom::previous_sibling(after[1])).child_element,
+              nth_element(after, 0));
     EXPECT_TRUE(std::holds_alternative<dom::no_parent>(dom::parent_of(children[1])));
     EXPECT_FALSE(dom::next_sibling(children[1]));
     try {
@@ -216,17 +235,19 @@ TEST(dom, remove_child_relinks_neighbours) {
 }
 
 TEST(dom, element_base_follows_xml_base_down_the_tree) {
-    auto const doc = build(el(h("html"), {},
-                              {el(h("body"), {{xml::make_name(xml::xmlns_xml{}, "base"), "sub/"}},
-                                  {el(h("p"), {{xml::make_name(xml::xmlns_xml{}, "base"), "../other/page.html"}}),
-                                   el(h("div"), {{xml::make_name("xml:base"), "http://b.example/x/"}},
-                                      {el(h("span"))})})}));
+    auto const doc = build(
+        el(h("html"), {},
+           {el(h("body"), {{xml::make_name(xml::xmlns_xml{}, "base"), "sub/"}},
+               {el(h("p"), {{xml::make_name(xml::xmlns_xml{}, "base"), "../other/page.html"}}),
+                el(h("div"), {{xml::make_name("xml:base"), "http://b.example/x/"}}, {el(h("span"))})})}));
     auto const html = *dom::document_element(*doc);
     auto const body = nth_element(html->dom_element_children.get(), 0);
     auto const p = nth_element(body->dom_element_children.get(), 0);
     auto const div = nth_element(body->dom_element_children.get(), 1);
     auto const span = nth_element(div->dom_element_children.get(), 0);
-    auto str = [](dom::element_ref const& e) { return resource::locator::locator_to_string(dom::element_base(*e)); };
+    auto str = [](dom::element_ref const& e) {
+        return resource::locator::locator_to_string(dom::element_base(*e));
+    };
     EXPECT_EQ(str(html), "http://example.com/dir/doc.html");
     EXPECT_EQ(str(body), "http://example.com/dir/sub/");
     EXPECT_EQ(str(p), "http://example.com/dir/other/page.html");
@@ -242,16 +263,26 @@ TEST(dom, canvas_sizes_read_whole_numbers_only) {
         char const* value;
         std::optional<int> parsed;
     };
-    size_case const cases[] = {{"10", 10},     {"10.9", 10},     {"0", 0},           {"10px", std::nullopt},
-                               {" 10", std::nullopt}, {"10 ", std::nullopt}, {"-1", std::nullopt}, {"nan", std::nullopt},
-                               {"inf", std::nullopt}, {"", std::nullopt},   {"1e2", 100}};
+
+    size_case const cases[] = {{"10", 10},
+                               {"10.9", 10},
+                               {"0", 0},
+                               {"10px", std::nullopt},
+                               {" 10", std::nullopt},
+                               {"10 ", std::nullopt},
+                               {"-1", std::nullopt},
+                               {"nan", std::nullopt},
+                               {"inf", std::nullopt},
+                               {"", std::nullopt},
+                               {"1e2", 100}};
     for (auto const& c : cases) {
         SCOPED_TRACE(c.value);
         EXPECT_EQ(dom::parse_canvas_dimension(c.value), c.parsed);
     }
-    auto const doc = build(el(h("body"), {},
-                              {el(h("canvas"), {{xml::make_name("width"), "10px"}, {xml::make_name("height"), "20"}}),
-                               el(xml::make_name("canvas"))}));
+    auto const doc =
+        build(el(h("body"), {},
+                 {el(h("canvas"), {{xml::make_name("width"), "10px"}, {xml::make_name("height"), "20"}}),
+                  el(xml::make_name("canvas"))}));
     auto const body = *dom::document_element(*doc);
     auto const canvas = nth_element(body->dom_element_children.get(), 0);
     ASSERT_TRUE(canvas->dom_element_canvas_context);
@@ -267,9 +298,10 @@ TEST(dom, style_info_must_be_set_before_it_is_read) {
 }
 
 TEST(input, prepare_document_reads_the_head_and_builds_the_tree) {
-    auto const doc = html_doc({el(h("title"), {}, {t("From head")}),
-                               el(h("meta"), {{xml::make_name("name"), "author"}, {xml::make_name("content"), "A"}}),
-                               el(h("base"), {{xml::make_name("href"), "../elsewhere/"}})});
+    auto const doc =
+        html_doc({el(h("title"), {}, {t("From head")}),
+                  el(h("meta"), {{xml::make_name("name"), "author"}, {xml::make_name("content"), "A"}}),
+                  el(h("base"), {{xml::make_name("href"), "../elsewhere/"}})});
     captured_log log;
     auto const prepared = document::input::prepare_document(log.value, doctype::doctype::html5, doc, {},
                                                             web("http://example.com/a/b/doc.html"),
@@ -277,7 +309,8 @@ TEST(input, prepare_document_reads_the_head_and_builds_the_tree) {
     EXPECT_NE(log.text().find("sniffed doctype: XHTML"), std::string::npos);
     EXPECT_EQ(prepared.prepared_metadata.title, "From head");
     EXPECT_EQ(prepared.prepared_metadata.author, "Job");
-    EXPECT_EQ(resource::locator::locator_to_string(prepared.prepared_base), "http://example.com/a/elsewhere/");
+    EXPECT_EQ(resource::locator::locator_to_string(prepared.prepared_base),
+              "http://example.com/a/elsewhere/");
     ASSERT_TRUE(prepared.prepared_dom);
     EXPECT_EQ(prepared.prepared_dom->dom_document_doctype, doctype::doctype::html5);
     EXPECT_EQ(resource::locator::locator_to_string(prepared.prepared_dom->dom_document_base.get()),

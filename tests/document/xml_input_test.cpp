@@ -1,7 +1,6 @@
 // Document input: the libxml2 parsers with their messages, catalog and XInclude, the HTML5 conversion,
 // the XML sniffer and the choice of parser.
 #include "doc_test_support.hpp"
-
 #include "document/html5/tree.hpp"
 #include "document/input.hpp"
 #include "document/libhtml.hpp"
@@ -44,8 +43,11 @@ bool has_comment_text(xml::element const& e, std::string const& needle) {
     return all_text(e).find(needle) != std::string::npos;
 }
 
-std::optional<xml::document> load(captured_log& log, local_fetch const& fetch, fs::path const& file,
-                                  doctype::doctype type, xml::xml_options options = {}) {
+std::optional<xml::document> load(captured_log& log,
+                                  local_fetch const& fetch,
+                                  fs::path const& file,
+                                  doctype::doctype type,
+                                  xml::xml_options options = {}) {
     return input::load_document(log.value, file_locator(file), type, std::nullopt, options, fetch.function());
 }
 
@@ -67,12 +69,13 @@ TEST(libxml_parser, option_words_expand_entities_and_merge_cdata) {
 
 TEST(libxml_parser, converts_names_attributes_pis_and_drops_comments) {
     auto const dir = scratch_dir("convert");
-    auto const file = write_file(dir, "doc.xml",
-                                 "<?xml version=\"1.0\"?>\n<?xml-stylesheet href=\"a.css\"?>\n"
-                                 "<!DOCTYPE book PUBLIC \"-//OASIS//DTD DocBook XML V4.5//EN\" \"none.dtd\" []>\n"
-                                 "<root xmlns=\"urn:x\" xmlns:s=\"http://www.w3.org/2000/svg\" "
-                                 "xmlns:l=\"http://www.w3.org/1999/xlink\" a=\"1\" xml:lang=\"fr\">"
-                                 "<!-- gone --><s:svg l:href=\"#t\"><![CDATA[x<y]]>&amp;z</s:svg></root>");
+    auto const file =
+        write_file(dir, "doc.xml",
+                   "<?xml version=\"1.0\"?>\n<?xml-stylesheet href=\"a.css\"?>\n"
+                   "<!DOCTYPE book PUBLIC \"-//OASIS//DTD DocBook XML V4.5//EN\" \"none.dtd\" []>\n"
+                   "<root xmlns=\"urn:x\" xmlns:s=\"http://www.w3.org/2000/svg\" "
+                   "xmlns:l=\"http://www.w3.org/1999/xlink\" a=\"1\" xml:lang=\"fr\">"
+                   "<!-- gone --><s:svg l:href=\"#t\"><![CDATA[x<y]]>&amp;z</s:svg></root>");
     captured_log log;
     local_fetch fetch;
     // The DTD is not there; the document reads all the same.
@@ -98,13 +101,12 @@ TEST(libxml_parser, converts_names_attributes_pis_and_drops_comments) {
 TEST(libxml_parser, xhtml_dtd_comes_from_the_catalog_without_network) {
     use_built_catalog();
     auto const dir = scratch_dir("xhtml10");
-    auto const file = write_file(
-        dir, "page.xhtml",
-        "<?xml version=\"1.0\"?>\n"
-        "<!DOCTYPE html PUBLIC \"-//W3C//DTD XHTML 1.0 Strict//EN\" "
-        "\"http://www.w3.org/TR/xhtml1/DTD/xhtml1-strict.dtd\">\n"
-        "<html xmlns=\"http://www.w3.org/1999/xhtml\"><head><title>T</title></head>"
-        "<body><p>a&nbsp;b&eacute;&euro;</p></body></html>\n");
+    auto const file = write_file(dir, "page.xhtml",
+                                 "<?xml version=\"1.0\"?>\n"
+                                 "<!DOCTYPE html PUBLIC \"-//W3C//DTD XHTML 1.0 Strict//EN\" "
+                                 "\"http://www.w3.org/TR/xhtml1/DTD/xhtml1-strict.dtd\">\n"
+                                 "<html xmlns=\"http://www.w3.org/1999/xhtml\"><head><title>T</title></head>"
+                                 "<body><p>a&nbsp;b&eacute;&euro;</p></body></html>\n");
     captured_log log;
     local_fetch fetch;
     auto const doc = load(log, fetch, file, doctype::doctype::xml);
@@ -142,8 +144,8 @@ TEST(libxml_parser, xhtml11_modules_resolve_through_the_catalog) {
 
 TEST(libxml_parser, missing_dtd_warns_and_the_document_stands) {
     auto const dir = scratch_dir("missing_dtd");
-    auto const file =
-        write_file(dir, "doc.xml", "<!DOCTYPE doc SYSTEM \"http://example.invalid/doc.dtd\">\n<doc>text</doc>\n");
+    auto const file = write_file(
+        dir, "doc.xml", "<!DOCTYPE doc SYSTEM \"http://example.invalid/doc.dtd\">\n<doc>text</doc>\n");
     captured_log log;
     local_fetch fetch;
     auto const doc = load(log, fetch, file, doctype::doctype::xml);
@@ -179,17 +181,19 @@ TEST(libxml_parser, bytes_in_memory_resolve_against_the_given_base) {
     auto const data = bytes::from_string("<!DOCTYPE d [<!ENTITY e SYSTEM \"ent.txt\">]><d>&e;</d>");
     captured_log log;
     local_fetch fetch;
-    auto const doc = input::load_document(log.value, resource::locator::locator{.locator_url = resource::locator::standard_input{}},
-                                          doctype::doctype::xml, file_locator(dir / "x.xml"), {}, fetch.function(), data);
+    auto const doc = input::load_document(
+        log.value, resource::locator::locator{.locator_url = resource::locator::standard_input{}},
+        doctype::doctype::xml, file_locator(dir / "x.xml"), {}, fetch.function(), data);
     ASSERT_TRUE(doc) << log.text();
     EXPECT_EQ(all_text(doc->doc_root), "from the base");
 }
 
 TEST(libxml_parser, html4_keeps_names_without_namespace_and_drops_comments) {
     auto const dir = scratch_dir("html4");
-    auto const file = write_file(dir, "page.html",
-                                 "<html><head><title>T</title></head><body>"
-                                 "<p xml:base=\"sub/\" CLASS=x>Hi<!-- c --> there &eacute;</p></body></html>");
+    auto const file =
+        write_file(dir, "page.html",
+                   "<html><head><title>T</title></head><body>"
+                   "<p xml:base=\"sub/\" CLASS=x>Hi<!-- c --> there &eacute;</p></body></html>");
     captured_log log;
     local_fetch fetch;
     auto const doc = load(log, fetch, file, doctype::doctype::html4);
@@ -205,11 +209,13 @@ TEST(libxml_parser, html4_keeps_names_without_namespace_and_drops_comments) {
 TEST(libhtml, converts_namespaces_and_foreign_attributes) {
     captured_log log;
     local_fetch fetch;
-    auto const data = bytes::from_string(
-        "<!DOCTYPE html><!-- before --><p>x<!-- in -->y<svg xlink:href=\"#a\" xml:lang=\"en\" viewBox=\"0 0 1 1\">"
-        "<foreignObject/></svg><math><mi>z</mi></math><template><b>t</b></template>");
-    auto const doc = input::load_document(log.value, resource::locator::locator{.locator_url = resource::locator::standard_input{}},
-                                          doctype::doctype::html5, std::nullopt, {}, fetch.function(), data);
+    auto const data =
+        bytes::from_string("<!DOCTYPE html><!-- before --><p>x<!-- in -->y<svg xlink:href=\"#a\" "
+                           "xml:lang=\"en\" viewBox=\"0 0 1 1\">"
+                           "<foreignObject/></svg><math><mi>z</mi></math><template><b>t</b></template>");
+    auto const doc = input::load_document(
+        log.value, resource::locator::locator{.locator_url = resource::locator::standard_input{}},
+        doctype::doctype::html5, std::nullopt, {}, fetch.function(), data);
     ASSERT_TRUE(doc);
     EXPECT_FALSE(doc->doctype_public);
     EXPECT_TRUE(doc->doc_pi.empty());
@@ -256,11 +262,13 @@ TEST(input, is_xml_file_sniffs_html_named_files) {
         char const* content;
         bool is_xml;
     };
+
     sniff_case const cases[] = {
         {"xml declaration", "<?xml version=\"1.0\"?><html><p>x</p></html>", true},
         {"xhtml 1.0 doctype with namespace",
          "<!DOCTYPE html PUBLIC \"-//W3C//DTD XHTML 1.0 Strict//EN\" "
-         "\"http://www.w3.org/TR/xhtml1/DTD/xhtml1-strict.dtd\">\n<html xmlns=\"http://www.w3.org/1999/xhtml\"/>",
+         "\"http://www.w3.org/TR/xhtml1/DTD/xhtml1-strict.dtd\">\n<html "
+         "xmlns=\"http://www.w3.org/1999/xhtml\"/>",
          true},
         {"system id naming XHTML", "<!DOCTYPE html SYSTEM \"XHTML.dtd\"><html/>", true},
         {"system id naming HTML", "<!DOCTYPE html SYSTEM \"HTML.dtd\"><html xmlns=\"x\"/>", false},

@@ -97,7 +97,8 @@ enum class name_from { document, catalog };
 
 // Opens a name through the fetch function: a catalog's answer is one of the program's own files; any
 // other name resolves against the input that named it.
-xmlParserInputPtr open_entity(xmlParserCtxtPtr ctxt, entity_loader_info& info, std::string const& name, name_from from) {
+xmlParserInputPtr
+open_entity(xmlParserCtxtPtr ctxt, entity_loader_info& info, std::string const& name, name_from from) {
     using namespace resource::locator;
     locator target;
     if (from == name_from::catalog) {
@@ -182,7 +183,9 @@ std::string libxml_name(resource::locator::locator const& l) {
     return resource::locator::locator_to_string(l);
 }
 
-current_parse::current_parse(context_private* record) : current_record(record), previous_record(global_record) {
+current_parse::current_parse(context_private* record)
+    : current_record(record)
+    , previous_record(global_record) {
     global_record = record;
 }
 

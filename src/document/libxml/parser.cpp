@@ -34,7 +34,8 @@ void collect_error(void* data, xmlError* err) noexcept {
     }
     try {
         auto& errors = *static_cast<std::vector<libxml_error>*>(data);
-        auto const level = err->level == XML_ERR_WARNING ? libxml_error_level::warning : libxml_error_level::error;
+        auto const level =
+            err->level == XML_ERR_WARNING ? libxml_error_level::warning : libxml_error_level::error;
         if (err->file) {
             errors.push_back(parse_error{level, err->file, err->line, trim_message(err->message)});
         } else {
@@ -96,8 +97,8 @@ parse_outcome parse(log::log const& log, format fmt, parse_request const& reques
 std::optional<xml::document> read(log::log const& log, format fmt, parse_request const& request) {
     auto const data = request.request_fetch(request.request_locator);
     if (!data) {
-        log::log_file_message(log, log::level::error, resource::locator::locator_to_string(request.request_locator),
-                              data.error());
+        log::log_file_message(log, log::level::error,
+                              resource::locator::locator_to_string(request.request_locator), data.error());
         return std::nullopt;
     }
     auto outcome = parse(log, fmt, request, *data);
@@ -153,7 +154,8 @@ std::optional<xml::document> read_xml(log::log const& log, parse_request const& 
     return read(log, format::xml, request);
 }
 
-std::optional<xml::document> read_xml_memory(log::log const& log, parse_request const& request, bytes::bytes const& data) {
+std::optional<xml::document>
+read_xml_memory(log::log const& log, parse_request const& request, bytes::bytes const& data) {
     auto outcome = parse(log, format::xml, request, data);
     log_errors(log, outcome.outcome_errors);
     return std::move(outcome.outcome_document);
@@ -163,9 +165,8 @@ std::optional<xml::document> read_html4(log::log const& log, parse_request const
     return read(log, format::html4, request);
 }
 
-std::optional<xml::document> read_html4_memory(log::log const& log,
-                                               parse_request const& request,
-                                               bytes::bytes const& data) {
+std::optional<xml::document>
+read_html4_memory(log::log const& log, parse_request const& request, bytes::bytes const& data) {
     auto outcome = parse(log, format::html4, request, data);
     log_errors(log, outcome.outcome_errors);
     return std::move(outcome.outcome_document);

@@ -72,16 +72,14 @@ void log_errors(log::log const& log, std::vector<libxml_error> const& errors);
 [[nodiscard]] std::optional<xml::document> read_xml(log::log const& log, parse_request const& request);
 
 /// Parses XML bytes already in memory and logs the messages.
-[[nodiscard]] std::optional<xml::document> read_xml_memory(log::log const& log,
-                                                           parse_request const& request,
-                                                           bytes::bytes const& data);
+[[nodiscard]] std::optional<xml::document>
+read_xml_memory(log::log const& log, parse_request const& request, bytes::bytes const& data);
 
 /// Reads an HTML4 document through the fetch function, parses it and logs its messages.
 [[nodiscard]] std::optional<xml::document> read_html4(log::log const& log, parse_request const& request);
 
 /// Parses HTML4 bytes already in memory and logs the messages.
-[[nodiscard]] std::optional<xml::document> read_html4_memory(log::log const& log,
-                                                             parse_request const& request,
-                                                             bytes::bytes const& data);
+[[nodiscard]] std::optional<xml::document>
+read_html4_memory(log::log const& log, parse_request const& request, bytes::bytes const& data);
 
 } // namespace vellum::libxml::parser

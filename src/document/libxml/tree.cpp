@@ -30,7 +30,8 @@ xml::name node_name(xmlNs const* ns, xmlChar const* local) {
 xml::element convert_element(xmlNode const* node) {
     xml::element out{.element_name = node_name(node->ns, node->name)};
     for (xmlAttr const* a = node->properties; a; a = a->next) {
-        out.element_attrs.emplace_back(node_name(a->ns, a->name), node_content(reinterpret_cast<xmlNode const*>(a)));
+        out.element_attrs.emplace_back(node_name(a->ns, a->name),
+                                       node_content(reinterpret_cast<xmlNode const*>(a)));
     }
     for (xmlNode const* child = node->children; child; child = child->next) {
         auto const kind = node_type_of(child);
