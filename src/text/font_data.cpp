@@ -65,8 +65,8 @@ std::optional<bytes::bytes> read_face_table(void const* context, tag t) {
     return fonts::freetype::load_table(*static_cast<fonts::freetype::face const*>(context), t);
 }
 
-result<ref<font_data>> load_font_quietly(fonts::freetype::freetype const& ft, font_file const& file,
-                                         std::string const& location, log::log const& log) {
+result<ref<font_data>> load_font_quietly(log::log const& log, fonts::freetype::freetype const& ft,
+                                         font_file const& file, std::string const& location) {
     result<fonts::freetype::face> face = fail("");
     if (!file.file_bytes.empty() || file.file_path.empty()) {
         auto data = file.file_bytes;
@@ -285,7 +285,7 @@ result<font_info::font_info> describe_font(table_reader read, void const* contex
 
 result<ref<font_data>> load_font(log::log const& log, fonts::freetype::freetype const& ft, font_file const& file,
                                  std::string const& location) {
-    auto font = load_font_quietly(ft, file, location, log);
+    auto font = load_font_quietly(log, ft, file, location);
     if (!font) {
         log::log_file_message(log, log::level::warning, location, font.error());
     }
