@@ -153,7 +153,7 @@ struct parser {
         if (it == ns_map.end()) {
             return fail("selector: undeclared namespace prefix '" + prefix + "'");
         }
-        return xmlns{it->second};
+        return ns{xmlns{it->second}};
     }
 
     // Without a prefix, type selectors take the default namespace if there is one.
@@ -348,7 +348,7 @@ struct parser {
                 if (!ab) {
                     return fail(ab.error());
                 }
-                return nth{e.kind, ab->first, ab->second};
+                return pseudo_class{nth{e.kind, ab->first, ab->second}};
             }
         }
         if (name == "lang") {
@@ -356,14 +356,14 @@ struct parser {
             if (!w) {
                 return fail(w.error());
             }
-            return lang{*w};
+            return pseudo_class{lang{*w}};
         }
         if (name == "contains") {
             auto w = word_argument();
             if (!w) {
                 return fail(w.error());
             }
-            return contains{*w};
+            return pseudo_class{contains{*w}};
         }
         if (name == "not") {
             return negation();

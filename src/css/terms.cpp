@@ -29,11 +29,11 @@ result<value::value> hex_color(std::string const& name) {
         }
     }
     if (name.size() == 3) {
-        return value::hexcolor{hex_digit(name[0]) * 17, hex_digit(name[1]) * 17, hex_digit(name[2]) * 17};
+        return value::value{value::hexcolor{hex_digit(name[0]) * 17, hex_digit(name[1]) * 17, hex_digit(name[2]) * 17}};
     }
     if (name.size() == 6) {
         auto pair = [&](std::size_t i) { return hex_digit(name[i]) * 16 + hex_digit(name[i + 1]); };
-        return value::hexcolor{pair(0), pair(2), pair(4)};
+        return value::value{value::hexcolor{pair(0), pair(2), pair(4)}};
     }
     return fail("'#" + name + "' is not a colour");
 }
@@ -104,7 +104,7 @@ result<value::value> attr_function(cursor::cursor& c, context const& ctx) {
     if (!c.accept(symbol::close_paren) && !c.at_end()) {
         return fail("attr(): ')' expected");
     }
-    return out;
+    return value::value{out};
 }
 
 // The arguments of a function: comma-separated runs of terms up to ")". The end of the text closes an
@@ -150,10 +150,10 @@ result<value::value> function(cursor::cursor& c, context const& ctx, std::string
     // url("...") with a quoted argument is the same as the unquoted form.
     if (lexer::equals_ignoring_case(name, "url") && out.function_args.size() == 1) {
         if (auto const* s = std::get_if<value::string>(&out.function_args.front())) {
-            return value::url{s->string_text, ctx.base};
+            return value::value{value::url{s->string_text, ctx.base}};
         }
     }
-    return out;
+    return value::value{out};
 }
 
 bool at_term_end(cursor::cursor const& c, term_end end) {
@@ -215,10 +215,10 @@ result<value::value> parse_term(cursor::cursor& c, context const& ctx) {
         overloaded{
             [&](symbol s) -> result<value::value> {
                 if (s == symbol::comma) {
-                    return value::comma{};
+                    return value::value{value::comma{}};
                 }
                 if (s == symbol::slash) {
-                    return value::slash{};
+                    return value::value{value::slash{}};
                 }
                 // A sign written apart from a number with a fraction: "-1.5" scans as "-" and "1.5".
                 if (s == symbol::minus || s == symbol::plus) {
@@ -229,8 +229,8 @@ result<value::value> parse_term(cursor::cursor& c, context const& ctx) {
                 }
                 return fail("unexpected '" + lexer::to_text(t) + "' in a value");
             },
-            [](lexer::string const& s) -> result<value::value> { return value::string{s.string_text}; },
-            [](lexer::ident const& i) -> result<value::value> { return value::ident{i.ident_name}; },
+            [](lexer::string const& s) -> result<value::value> { return value::value{value::string{s.string_text}}; },
+            [](lexer::ident const& i) -> result<value::value> { return value::value{value::ident{i.ident_name}}; },
             [&](lexer::function const& f) -> result<value::value> { return function(c, ctx, f.function_name); },
             [&](lexer::number const& n) -> result<value::value> { return numeric(c, n.number_value); },
             [&](lexer::signed_int const& n) -> result<value::value> { return numeric(c, n.signed_value); },
@@ -239,8 +239,8 @@ result<value::value> parse_term(cursor::cursor& c, context const& ctx) {
             [&](lexer::at const&) -> result<value::value> {
                 return fail("unexpected '" + lexer::to_text(t) + "' in a value");
             },
-            [&](lexer::url const& u) -> result<value::value> { return value::url{u.url_text, ctx.base}; },
-            [](lexer::unicode_range const& r) -> result<value::value> { return value::unicode_range{r.ranges}; },
+            [&](lexer::url const& u) -> result<value::value> { return value::value{value::url{u.url_text, ctx.base}}; },
+            [](lexer::unicode_range const& r) -> result<value::value> { return value::value{value::unicode_range{r.ranges}}; },
             [&](lexer::delim const&) -> result<value::value> {
                 return fail("unexpected '" + lexer::to_text(t) + "' in a value");
             },
@@ -265,7 +265,7 @@ result<value::value> parse_terms(cursor::cursor& c, context const& ctx, term_end
     if (list.size() == 1) {
         return std::move(list.front());
     }
-    return value::values{std::move(list)};
+    return value::value{value::values{std::move(list)}};
 }
 
 declarations parse_declaration_list(cursor::cursor& c, list_context const& ctx, int& index,
