@@ -18,31 +18,6 @@ namespace vellum::engine {
 
 namespace {
 
-std::string lower_extension(std::string const& path) {
-    auto const slash = path.find_last_of('/');
-    auto const dot = path.find_last_of('.');
-    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) {
-        return "";
-    }
-    std::string ext = path.substr(dot + 1);
-    for (char& c : ext) {
-        c = char(std::tolower(static_cast<unsigned char>(c)));
-    }
-    return ext;
-}
-
-std::string_view doctype_word(doctype::doctype d) {
-    switch (d) {
-    case doctype::doctype::xml:
-        return "XML";
-    case doctype::doctype::html4:
-        return "HTML4";
-    case doctype::doctype::html5:
-        return "HTML5";
-    }
-    return "HTML5";
-}
-
 // Reads a whole stream into memory: 4096 bytes at first, each enlargement to twice the count read.
 std::optional<bytes::bytes> read_all(std::FILE* f) {
     std::vector<std::uint8_t> data(4096);
@@ -63,20 +38,20 @@ std::optional<bytes::bytes> read_all(std::FILE* f) {
 }
 
 // FIXME: the resource loader takes over reading, with its origin rules, HTTP and the cache.
-std::optional<bytes::bytes> read_source(log::log const& log, job::input_src const& src) {
-    if (std::holds_alternative<resource::locator::standard_input>(src.locator_url)) {
-        return read_all(stdin);
-    }
+result<bytes::bytes> fetch_bytes(resource::locator::locator const& src) {
+    auto const name = resource::locator::locator_to_string(src);
     if (auto const* f = std::get_if<resource::locator::file>(&src.locator_url)) {
         std::unique_ptr<std::FILE, int (*)(std::FILE*)> fp(std::fopen(f->file_path.path.c_str(), "rb"),
                                                           &std::fclose);
         if (!fp) {
-            return std::nullopt;
+            return fail(std::string(std::strerror(errno)));
         }
-        return read_all(fp.get());
+        if (auto data = read_all(fp.get())) {
+            return *data;
+        }
+        return fail("error reading file");
     }
-    log::log_debug(log, "resource loader not built yet: only local files and standard input can be read");
-    return std::nullopt;
+    return fail("cannot load " + name + ": only local files can be read in this build");
 }
 
 // One packing pass over all documents, with the page numbers of the previous pass.
@@ -97,6 +72,9 @@ pass_outcome pack_pass(log::log const& log, pack_loop::pack_state const& state) 
 void load_dtd_catalog(log::log const& log, std::string const& prefix) {
     std::string const path = prefix + "/dtd/catalog.xml";
     std::lock_guard guard(process_lock());
+    // Only the program's own catalog answers, so that a run does not depend on the machine's
+    // /etc/xml/catalog.
+    setenv("XML_CATALOG_FILES", "", 1);
     xmlInitializeCatalog();
     // libxml2 accepts a catalog file that does not exist (it would be read lazily, and then fail
     // silently), so its presence is checked first.
@@ -111,51 +89,35 @@ result<engine> new_engine(log::log const& log, engine_options const& options) {
     return engine{.engine_options = options};
 }
 
-doctype::doctype choose_doctype(job::input_document const& doc) {
-    if (doc.input_doctype) {
-        return *doc.input_doctype;
-    }
-    return std::visit(overloaded{
-                          [](resource::locator::standard_input const&) { return doctype::doctype::html5; },
-                          [](resource::locator::file const& f) {
-                              auto const ext = lower_extension(f.file_path.path);
-                              // FIXME: sniff HTML-named files for XML once the XML sniffer exists.
-                              if (ext == "htm" || ext == "html" || ext == "shtml") {
-                                  return doctype::doctype::html5;
-                              }
-                              return doctype::doctype::xml;
-                          },
-                          // Anything else is fetched and decided by its content type; without the
-                          // loader it goes to the HTML5 parser, which reports the failure.
-                          [](resource::locator::web const&) { return doctype::doctype::html5; },
-                          [](resource::locator::data const&) { return doctype::doctype::html5; },
-                          [](resource::locator::other const&) { return doctype::doctype::html5; },
-                          [](resource::locator::invalid const&) { return doctype::doctype::html5; },
-                          [](resource::locator::unresolvable const&) { return doctype::doctype::html5; },
-                      },
-                      doc.input_src.locator_url);
-}
-
 std::optional<loaded_document> load_input_document(log::log const& log,
                                                    job::job const& job,
                                                    job::input_document const& doc) {
-    auto const type = choose_doctype(doc);
+    // FIXME: a web locator is fetched first and its content type chooses the parser.
+    auto const type = document::input::input_format(doc.input_doctype, doc.input_src)
+                          .value_or(document::input::doctype_of_content_type(std::nullopt));
     std::string const name = resource::locator::locator_to_string(doc.input_src);
-    log::log_info(log, "loading " + std::string(doctype_word(type)) + " input: " + name);
-    auto const content = read_source(log, doc.input_src);
-    if (!content) {
+    log::log_info(log, "loading " + std::string(document::input::doctype_word(type)) + " input: " + name);
+    std::optional<bytes::bytes> data;
+    if (std::holds_alternative<resource::locator::standard_input>(doc.input_src.locator_url)) {
+        data = read_all(stdin);
+    }
+    auto const xdoc = document::input::load_document(log, doc.input_src, type, doc.input_base, doc.xml_options,
+                                                     fetch_bytes, data);
+    if (!xdoc) {
         log::log_file_message(log, log::level::error, name, "could not load input file");
         return std::nullopt;
     }
-    log::log_debug(log, "loaded document: " + name);
-    // FIXME: parsing, the document tree, scripts and style sheets come with the document and style stages.
-    log::log_debug(log, "document parsing not built yet: the content is read but not parsed");
-    return loaded_document{.doc_src = doc.input_src,
-                           .doc_doctype = type,
-                           .doc_base = doc.input_base ? *doc.input_base : doc.input_src,
-                           .doc_metadata = job.metadata,
+    log::log_debug(log, "loaded document: " + resource::locator::locator_to_string(xdoc->doc_url));
+    auto const base = doc.input_base ? *doc.input_base : xdoc->doc_url;
+    auto prepared = document::input::prepare_document(log, type, *xdoc, doc.style_info, base, job.metadata);
+    // FIXME: scripts, style sheets and the cascade come with the script and style stages.
+    log::log_debug(log, "style not built yet: the document is not styled");
+    return loaded_document{.doc_doctype = type,
+                           .doc_xmltype = prepared.prepared_xmltype,
+                           .doc_base = prepared.prepared_base,
+                           .doc_metadata = prepared.prepared_metadata,
                            .doc_pdf_options = job.pdf_options,
-                           .doc_bytes = *content};
+                           .doc_dom = prepared.prepared_dom};
 }
 
 bool convert(log::log const& log, engine const&, job::job const& job) {

@@ -2,6 +2,7 @@
 // packing passes that settle page numbers, and writing the PDF.
 #pragma once
 
+#include "document/input.hpp"
 #include "driver/engine_options.hpp"
 #include "driver/job.hpp"
 #include "driver/log.hpp"
@@ -20,12 +21,12 @@ struct engine {
 
 /// A document after loading and preparation, as far as the stages built so far carry it.
 struct loaded_document {
-    job::input_src doc_src;
     doctype::doctype doc_doctype = doctype::doctype::html5;
+    doctype::xmltype doc_xmltype;
     resource::locator::locator doc_base;
     metadata::metadata doc_metadata;
     metadata::pdf_options doc_pdf_options;
-    bytes::bytes doc_bytes;
+    dom::document_ref doc_dom;
 };
 
 /// Initialises the XML catalog from "dtd/catalog.xml" under the prefix; a failure is a warning.
@@ -33,9 +34,6 @@ void load_dtd_catalog(log::log const& log, std::string const& prefix);
 
 /// Creates the engine of a run.
 [[nodiscard]] result<engine> new_engine(log::log const& log, engine_options const& options);
-
-/// The parser that reads an input document, chosen from `--input` and the locator.
-doctype::doctype choose_doctype(job::input_document const& doc);
 
 /// Loads and prepares one input document; nothing if it could not be loaded (the reason is logged).
 [[nodiscard]] std::optional<loaded_document> load_input_document(log::log const& log,

@@ -1,5 +1,6 @@
 #include "driver/program.hpp"
 
+#include "document/libxml/io.hpp"
 #include "driver/engine.hpp"
 #include "driver/help.hpp"
 #include "driver/log.hpp"
@@ -41,8 +42,8 @@ void init_libraries() {
     }
     gcry_control(GCRYCTL_INITIALIZATION_FINISHED, 0);
     std::lock_guard guard(process_lock());
-    // FIXME: install the document loader's external entity loader here once document input exists.
     xmlInitParser();
+    libxml::io::install_entity_loader();
 }
 
 // The real log of the run, built from the options; a log file that cannot be opened leaves the console.

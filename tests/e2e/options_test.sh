@@ -7,7 +7,6 @@ source "$DATA/lib.sh"
 cd "$work"
 
 printf '<html><body><p>x</p></body></html>\n' > a.html
-cp a.html a.pdf
 cp a.html noext
 mkdir dir.d && cp a.html dir.d/file
 
@@ -20,8 +19,10 @@ for pair in "a.html:a.pdf" "noext:noext.pdf" "dir.d/file:dir.pdf"; do
     expect_eq "output name of $in: status" "$rc" 0
     [ -f "$out" ] || fail "output name of $in: $out not written"
 done
-"$VELLUM" a.pdf 2>/dev/null
-[ -f a.pdf.pdf ] || fail "a.pdf: a.pdf.pdf not written"
+# A name that already ends in .pdf (here a well-formed XML document) gets a second .pdf.
+cp a.html doc.pdf
+"$VELLUM" doc.pdf 2>/dev/null
+[ -f doc.pdf.pdf ] || fail "doc.pdf: doc.pdf.pdf not written"
 "$VELLUM" a.html noext c.PDF 2>/dev/null; rc=$?
 expect_eq "last name ending in .PDF: status" "$rc" 0
 [ -f c.PDF ] || fail "last name ending in .PDF: c.PDF not written"

@@ -71,6 +71,38 @@ for stage in "Loading document..." "Preparing document..." "Converting document.
     expect_contains "verbose: $stage" "$(cat err.txt)" "vellum: $stage"
 done
 
+# The metadata of the first document governs the output; a second document's head does not reach it.
+printf '<!DOCTYPE html><title>First</title><meta name=author content="Ann"><p>a' > first.html
+printf '<!DOCTYPE html><title>Second</title><meta name=subject content="S"><p>b' > second.html
+"$VELLUM" first.html second.html -o meta.pdf
+info=$(pdfinfo meta.pdf)
+expect_contains "metadata: first title" "$info" "First"
+expect_contains "metadata: first author" "$info" "Ann"
+expect_not_contains "metadata: second title" "$info" "Second"
+expect_not_contains "metadata: second subject" "$info" "Subject:"
+"$VELLUM" --pdf-title=Given first.html -o given.pdf
+expect_contains "metadata: command line wins" "$(pdfinfo given.pdf)" "Given"
+
+# XHTML with a public identifier and named entities parses through the local DTD catalog.
+cat > x.xhtml <<'XML'
+<?xml version="1.0" encoding="utf-8"?>
+<!DOCTYPE html PUBLIC "-//W3C//DTD XHTML 1.0 Strict//EN" "http://www.w3.org/TR/xhtml1/DTD/xhtml1-strict.dtd">
+<html xmlns="http://www.w3.org/1999/xhtml"><head><title>Caf&eacute;&nbsp;&euro;</title></head><body/></html>
+XML
+"$VELLUM" --no-network x.xhtml 2>err.txt; rc=$?
+expect_eq "xhtml: status" "$rc" 0
+expect_eq "xhtml: quiet" "$(cat err.txt)" ""
+expect_contains "xhtml: entities in title" "$(pdfinfo x.pdf)" "$(printf 'Caf\xc3\xa9\xc2\xa0\xe2\x82\xac')"
+
+# The input format: a .txt file is XML, standard input is HTML5.
+printf 'plain words, not markup' > notes.txt
+"$VELLUM" -v notes.txt 2>err.txt; rc=$?
+expect_eq "txt as XML: status" "$rc" 1
+expect_contains "txt as XML: parser" "$(cat err.txt)" "loading XML input: notes.txt"
+"$VELLUM" -v - <notes.txt >stdin.pdf 2>err.txt; rc=$?
+expect_eq "stdin as HTML5: status" "$rc" 0
+expect_contains "stdin as HTML5: parser" "$(cat err.txt)" "loading HTML5 input: -"
+
 # Option errors fail at once.
 "$VELLUM" --key-bits=64 doc.html 2>err.txt; rc=$?
 expect_eq "bad option: status" "$rc" 1
