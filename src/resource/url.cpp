@@ -672,6 +672,11 @@ std::optional<std::string> machine::run() {
                 a.buf.clear();
                 if (is_relative_scheme(a.url_scheme)) {
                     a.relative = relative_flag::is_relative;
+                    // A base of another scheme has nothing to lend a URL that names its own scheme, so
+                    // "file:x" reads the same against an http page as with no base at all.
+                    if (base && base->scheme != a.url_scheme) {
+                        base.reset();
+                    }
                 }
                 if (a.url_scheme == "file") {
                     st = state::relative;
@@ -755,15 +760,19 @@ std::optional<std::string> machine::run() {
                 a.url_fragment = "";
                 st = state::fragment;
             } else {
-                if (!base && !a.url_scheme.empty()) {
-                    return "base URL required";
-                }
-                // A drive letter in a file URL ("c:/x") starts a path of its own.
+                // A drive letter in a file URL ("file:c:/x") starts an absolute path of its own, with
+                // no host: "c:" is the first segment under the root, never a host name.
                 bool const drive = a.url_scheme == "file" && is_alpha(ch) &&
                                    (at(ptr + 1) == ':' || at(ptr + 1) == '|') &&
                                    (at(ptr + 2) == eof || at(ptr + 2) == '/' || at(ptr + 2) == '\\' ||
                                     at(ptr + 2) == '?' || at(ptr + 2) == '#');
-                if (!drive) {
+                if (drive) {
+                    a.url_path_root = path_root::slash_root;
+                } else {
+                    // "file:x" is a path relative to the base's directory, so it needs a base.
+                    if (!base && !a.url_scheme.empty()) {
+                        return "base URL required";
+                    }
                     copy_base_authority();
                     copy_base_path();
                     if (!a.url_path.empty()) {

@@ -86,6 +86,57 @@ TEST(urlspec, resolves_references_against_a_base) {
     EXPECT_EQ(resolve("file:///d/e/a.html", "//srv/share"), "file://srv/share");
 }
 
+TEST(urlspec, reads_file_urls_with_drive_letters_and_foreign_bases) {
+    struct row {
+        char const* in;
+        char const* out;
+    };
+    // A URL that names its scheme reads the same with no base and against a base of another scheme;
+    // a drive letter is a path segment, never a host.
+    row const absolute[] = {
+        {"file:e:/x", "file:///e:/x"},
+        {"file:e|/x", "file:///e:/x"},
+        {"file:E:", "file:///E:"},
+        {"file:e:\\x\\y", "file:///e:/x/y"},
+        {"file:e:?q#f", "file:///e:?q#f"},
+        {"file:/e:/x", "file:///e:/x"},
+        {"file://e:/x", "file:///e:/x"},
+        {"file://e|/x", "file:///e:/x"},
+        {"file:///e:/x", "file:///e:/x"},
+        {"file://localhost/e:/x", "file:///e:/x"},
+        {"file://srv/share/x", "file://srv/share/x"},
+        {"file:x", "fatal: base URL required"},
+        {"file:?q", "file:///?q"},
+        {"https:g", "https://g/"},
+        {"ftp:g/h", "ftp://g/h"},
+    };
+    urlspec::url const web_base = urlspec::det_parse_url("http://user@example.com:8080/a/b/c?q#f");
+    urlspec::url const data_base = urlspec::det_parse_url("data:text/plain,x");
+    for (auto const& r : absolute) {
+        SCOPED_TRACE(r.in);
+        EXPECT_EQ(parse_text(urlspec::normal_no_base{}, r.in), r.out);
+        EXPECT_EQ(parse_text(urlspec::normal{web_base}, r.in), r.out);
+        EXPECT_EQ(parse_text(urlspec::normal{data_base}, r.in), r.out);
+        // What the serialiser wrote reads back to itself.
+        if (!std::string_view(r.out).starts_with("fatal")) {
+            EXPECT_EQ(parse_text(urlspec::normal_no_base{}, r.out), r.out);
+        }
+    }
+    // Against a file base the relative forms take its host and directory, but a drive letter does not.
+    row const against_file[] = {
+        {"file:x", "file://srv/share/x"},
+        {"file:?q", "file://srv/share/a?q"},
+        {"file:e:/x", "file:///e:/x"},
+        {"file:/x", "file:///x"},
+        // With no "file:" in front a drive letter is a scheme of its own.
+        {"e:/x", "e:/x"},
+    };
+    for (auto const& r : against_file) {
+        SCOPED_TRACE(r.in);
+        EXPECT_EQ(resolve("file://srv/share/a", r.in), r.out);
+    }
+}
+
 TEST(urlspec, keeps_relative_references_without_a_base) {
     urlspec::no_base_keep_leading_dot_dots const keep;
     EXPECT_EQ(parse_text(keep, "../x.css"), "../x.css");
