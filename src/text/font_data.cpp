@@ -332,6 +332,19 @@ int glyph_advance(font_data const& font, std::uint32_t glyph) {
     return tables::advance_of(font.font_hmtx, glyph);
 }
 
+font_metrics::font_metrics_scaled scaled_metrics(font_data const& font, double size) {
+    auto const cached = font.font_state->update([&](font_state& s) -> std::optional<font_metrics::font_metrics_scaled> {
+        auto it = s.state_size_cache.find(size);
+        return it == s.state_size_cache.end() ? std::nullopt : std::optional(it->second);
+    });
+    if (cached) {
+        return *cached;
+    }
+    auto const m = font_metrics::scale_metrics(font.font_info, size);
+    font.font_state->update([&](font_state& s) { s.state_size_cache.emplace(size, m); });
+    return m;
+}
+
 std::optional<bytes::bytes> get_lazy_table(font_data const& font, lazy_table t) {
     auto const slot = std::size_t(t);
     auto const current = font.font_state->update([&](font_state& s) { return s.state_tables[slot]; });

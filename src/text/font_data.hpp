@@ -4,6 +4,7 @@
 
 #include "driver/log.hpp"
 #include "text/font_info.hpp"
+#include "text/font_metrics.hpp"
 #include "text/fonts/freetype.hpp"
 #include "text/opentype/cmap.hpp"
 #include "text/opentype/tables.hpp"
@@ -13,6 +14,7 @@
 #include "util/result.hpp"
 
 #include <array>
+#include <map>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -58,6 +60,8 @@ struct font_state {
                                            not_loaded{}, not_loaded{}, not_loaded{}};
     /// Set once vhea and vmtx have been looked for; nothing inside when they are absent or bad.
     std::optional<std::optional<vertical_metrics>> state_vertical;
+    /// Metrics by font size.
+    std::map<double, font_metrics::font_metrics_scaled> state_size_cache;
 };
 
 /// A font face that loaded.
@@ -103,6 +107,9 @@ int glyph_advance(font_data const& font, std::uint32_t glyph);
 /// The vertical advance in font units, from vmtx if the font has vertical metrics, else the height
 /// ascender - descender.
 int glyph_vert_advance(font_data const& font, std::uint32_t glyph);
+
+/// The font's metrics at a size, cached per size.
+font_metrics::font_metrics_scaled scaled_metrics(font_data const& font, double size);
 
 /// A table read on first use; nothing when the font lacks it.
 [[nodiscard]] std::optional<bytes::bytes> get_lazy_table(font_data const& font, lazy_table t);

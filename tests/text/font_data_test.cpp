@@ -107,6 +107,14 @@ TEST(font_data, maps_characters_and_measures_like_freetype) {
         EXPECT_FALSE(get_lazy_table(*f, lazy_table::vmtx));
     }
     auto f = load_path(dejavu + "DejaVuSans.ttf");
+    // DejaVu Sans: ascender 1901, descender -483, no line gap, underline -130 / 90, 2048 units per em.
+    auto const m = scaled_metrics(*f, 20.48);
+    EXPECT_FLOAT_EQ(m.up, 19.01f);
+    EXPECT_FLOAT_EQ(m.down, 4.83f);
+    EXPECT_FLOAT_EQ(m.gap, 0);
+    EXPECT_FLOAT_EQ(m.underline_thick, f->font_info.underline_thickness / 100.0f);
+    EXPECT_FLOAT_EQ(m.underline_pos, f->font_info.underline_position / 100.0f);
+    EXPECT_EQ(scaled_metrics(*f, 20.48), m);
     EXPECT_TRUE(get_lazy_table(*f, lazy_table::gsub));
     EXPECT_TRUE(get_lazy_table(*f, lazy_table::gpos));
 }
