@@ -96,6 +96,10 @@ result<curl> new_curl(log::log const& log, curl_share const& share, http::http_o
     }
     // The handle keeps the share across curl_easy_reset, and so does the cookie store.
     curl_easy_setopt(easy, CURLOPT_SHARE, static_cast<CURLSH*>(share.share_handle.get()));
+    // A cookie file name, or the empty string, which turns the cookie engine on with no file. It is set
+    // once for the handle, not for each exchange: the engine and its cookies outlive curl_easy_reset,
+    // while libcurl 7.88 loses (and leaks) the list of file names this option keeps on each reset.
+    curl_easy_setopt(easy, CURLOPT_COOKIEFILE, options.cookiejar ? options.cookiejar->c_str() : "");
     for (auto const& c : options.cookies) {
         std::string const line = "Set-Cookie: " + c;
         if (curl_easy_setopt(easy, CURLOPT_COOKIELIST, line.c_str()) != CURLE_OK) {
@@ -158,8 +162,6 @@ curl_result<http::http_response> curl_http_request(curl const& handle,
     curl_easy_setopt(easy, CURLOPT_AUTOREFERER, 1L);
     // The empty string asks for every content encoding libcurl can undo.
     curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");
-    // A cookie file name, or the empty string, which turns the cookie engine on with no file.
-    curl_easy_setopt(easy, CURLOPT_COOKIEFILE, options.cookiejar ? options.cookiejar->c_str() : "");
     curl_easy_setopt(easy, CURLOPT_CAINFO, options.ssl_cacert.c_str());
     if (options.ssl_capath) {
         curl_easy_setopt(easy, CURLOPT_CAPATH, options.ssl_capath->c_str());

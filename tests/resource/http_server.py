@@ -11,6 +11,7 @@ Paths:
   /item/N               200 image/png after a short pause, the body "item N"
   /gzip                 a body sent with Content-Encoding: gzip
   /referer              the Referer header it received, as the body
+  /setcookie            sets the cookie "visited=yes"
   /cookie               the Cookie header it received, as the body
   /reset                the connection is reset without an answer
   /count?path=P         how many times P was requested, as the body
@@ -77,6 +78,8 @@ class Handler(BaseHTTPRequestHandler):
                       [("Content-Encoding", "gzip")])
         elif path == "/referer":
             self.send(200, (self.headers.get("Referer") or "(none)").encode())
+        elif path == "/setcookie":
+            self.send(200, b"set", "text/plain", [("Set-Cookie", "visited=yes; Path=/")])
         elif path == "/cookie":
             self.send(200, (self.headers.get("Cookie") or "(none)").encode())
         elif path == "/reset":

@@ -15,6 +15,18 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+// Under AddressSanitizer: libcurl 7.88 keeps the names given to CURLOPT_COOKIEFILE in a list that
+// curl_easy_reset drops without freeing, 17 bytes for each easy handle (the loader sets the option once per
+// handle). That leak in the library is the one suppressed; full stacks let the suppression name the call.
+// In a build without the sanitizer these hooks are never called.
+extern "C" char const* __lsan_default_suppressions() {
+    return "leak:curl_slist_append\n";
+}
+
+extern "C" char const* __asan_default_options() {
+    return "fast_unwind_on_malloc=0";
+}
+
 namespace vellum {
 namespace {
 
@@ -268,6 +280,13 @@ TEST_F(loader_http, hands_command_line_cookies_to_the_server) {
     testing::capture_log cl;
     auto const l = make(cl, options({.cookies = {"flavour=oat; domain=127.0.0.1; path=/"}}));
     EXPECT_EQ(body(load_resource(cl.log, l, resource_description::document, web("/cookie"))), "flavour=oat");
+}
+
+TEST_F(loader_http, keeps_cookies_the_server_set) {
+    testing::capture_log cl;
+    auto const l = make(cl, options());
+    EXPECT_EQ(body(load_resource(cl.log, l, resource_description::document, web("/setcookie"))), "set");
+    EXPECT_EQ(body(load_resource(cl.log, l, resource_description::document, web("/cookie"))), "visited=yes");
 }
 
 TEST_F(loader_http, never_sends_local_requests_through_the_proxy) {
