@@ -37,22 +37,43 @@ std::optional<bytes::bytes> read_all(std::FILE* f) {
     return bytes::from_vector(std::move(data));
 }
 
-// FIXME: the resource loader takes over reading, with its origin rules, HTTP and the cache.
-result<bytes::bytes> fetch_bytes(resource::locator::locator const& src) {
-    auto const name = resource::locator::locator_to_string(src);
-    if (auto const* f = std::get_if<resource::locator::file>(&src.locator_url)) {
-        std::unique_ptr<std::FILE, int (*)(std::FILE*)> fp(std::fopen(f->file_path.path.c_str(), "rb"),
-                                                          &std::fclose);
-        if (!fp) {
-            return fail(std::string(std::strerror(errno)));
-        }
-        if (auto data = read_all(fp.get())) {
-            return *data;
-        }
-        return fail("error reading file");
+// Reads a resource whole through the loader, with the loader's rules on what may be read.
+result<bytes::bytes> fetch_bytes(log::log const& log,
+                                 resource::loader::loader const& loader,
+                                 resource::loader::resource_description what,
+                                 resource::locator::locator const& src) {
+    auto loaded = resource::loader::load_resource(log, loader, what, src);
+    if (!loaded) {
+        return fail(loaded.error());
     }
-    return fail("cannot load " + name + ": only local files can be read in this build");
+    return resource::loader::resource_to_bytes(loaded->resource_data);
 }
+
+// The parser for a document that must be fetched to be known: its content type decides. A fetch that
+// fails goes to the HTML5 reader, which reports the failure again.
+doctype::doctype doctype_by_fetching(log::log const& log,
+                                     resource::loader::loader const& loader,
+                                     resource::locator::locator const& src) {
+    auto loaded = resource::loader::load_resource(log, loader, resource::loader::resource_description::document, src);
+    if (!loaded || !loaded->resource_type) {
+        return document::input::doctype_of_content_type(std::nullopt);
+    }
+    return document::input::doctype_of_content_type(loaded->resource_type->mimetype);
+}
+
+// Stops the prefetch threads when the preparing stages end, also when an exception passes.
+struct prefetch_guard {
+    log::log const& guard_log;
+    resource::loader::loader const& guard_loader;
+    bool guard_running = true;
+    void stop() {
+        if (guard_running) {
+            guard_running = false;
+            resource::loader::stop_prefetch_threads(guard_log, guard_loader);
+        }
+    }
+    ~prefetch_guard() { stop(); }
+};
 
 // One packing pass over all documents, with the page numbers of the previous pass.
 struct pass_outcome {
@@ -83,26 +104,32 @@ void load_dtd_catalog(log::log const& log, std::string const& prefix) {
     }
 }
 
-result<engine> new_engine(log::log const& log, engine_options const& options) {
+result<engine> new_engine(log::log const& log,
+                          resource::loader::loader const& loader,
+                          engine_options const& options) {
     // FIXME: the font system opens here and registers the @font-face rules of style/fonts.css.
     log::log_debug(log, "font system not built yet: style/fonts.css is not read");
-    return engine{.engine_options = options};
+    return engine{.engine_loader = loader, .engine_options = options};
 }
 
 std::optional<loaded_document> load_input_document(log::log const& log,
+                                                   resource::loader::loader const& loader,
                                                    job::job const& job,
                                                    job::input_document const& doc) {
-    // FIXME: a web locator is fetched first and its content type chooses the parser.
-    auto const type = document::input::input_format(doc.input_doctype, doc.input_src)
-                          .value_or(document::input::doctype_of_content_type(std::nullopt));
+    auto const given = document::input::input_format(doc.input_doctype, doc.input_src);
+    auto const type = given ? *given : doctype_by_fetching(log, loader, doc.input_src);
     std::string const name = resource::locator::locator_to_string(doc.input_src);
     log::log_info(log, "loading " + std::string(document::input::doctype_word(type)) + " input: " + name);
     std::optional<bytes::bytes> data;
     if (std::holds_alternative<resource::locator::standard_input>(doc.input_src.locator_url)) {
         data = read_all(stdin);
     }
-    auto const xdoc = document::input::load_document(log, doc.input_src, type, doc.input_base, doc.xml_options,
-                                                     fetch_bytes, data);
+    // The document and what it pulls in while parsing (DTDs, entities, XInclude) count as the document.
+    auto const fetch = [&](resource::locator::locator const& l) {
+        return fetch_bytes(log, loader, resource::loader::resource_description::document, l);
+    };
+    auto const xdoc =
+        document::input::load_document(log, doc.input_src, type, doc.input_base, doc.xml_options, fetch, data);
     if (!xdoc) {
         log::log_file_message(log, log::level::error, name, "could not load input file");
         return std::nullopt;
@@ -120,23 +147,31 @@ std::optional<loaded_document> load_input_document(log::log const& log,
                            .doc_dom = prepared.prepared_dom};
 }
 
-bool convert(log::log const& log, engine const&, job::job const& job) {
+bool convert(log::log const& log, engine const& engine, job::job const& job) {
     log::log_progress_stage(log, "Loading document...");
-    // FIXME: the loader's prefetch threads run from here to the end of "Preparing document...".
-    std::vector<loaded_document> docs;
-    for (auto const& input : job.input_documents) {
-        if (auto doc = load_input_document(log, job, input)) {
-            docs.push_back(std::move(*doc));
-        }
-    }
-    if (docs.empty()) {
-        log::log_error(log, "no input documents to process");
+    if (auto started = resource::loader::start_prefetch_threads(log, engine.engine_loader); !started) {
+        log::log_error(log, started.error());
         return false;
     }
-    log::log_progress_stage(log, "Preparing document...");
+    std::vector<loaded_document> docs;
+    {
+        // The prefetch threads run while documents load and boxes are made; then all fetching is
+        // synchronous.
+        prefetch_guard guard{.guard_log = log, .guard_loader = engine.engine_loader};
+        for (auto const& input : job.input_documents) {
+            if (auto doc = load_input_document(log, engine.engine_loader, job, input)) {
+                docs.push_back(std::move(*doc));
+            }
+        }
+        if (docs.empty()) {
+            log::log_error(log, "no input documents to process");
+            return false;
+        }
+        log::log_progress_stage(log, "Preparing document...");
+        log::log_debug(log, "box generation not built yet");
+    }
     // The first document that loaded governs the metadata and PDF options of the whole output.
     auto const& first = docs.front();
-    log::log_debug(log, "box generation not built yet");
 
     log::log_progress_stage(log, "Converting document...");
     auto const outcome = pack_loop::run(log, pack_loop::initial_targets({}),

@@ -6,6 +6,7 @@
 #include "driver/engine_options.hpp"
 #include "driver/job.hpp"
 #include "driver/log.hpp"
+#include "resource/loader.hpp"
 #include "util/bytes.hpp"
 #include "util/result.hpp"
 
@@ -16,6 +17,7 @@ namespace vellum::engine {
 
 /// The living context of a run; it lives from engine creation to the end of the run.
 struct engine {
+    resource::loader::loader engine_loader;
     vellum::engine::engine_options engine_options;
 };
 
@@ -33,10 +35,13 @@ struct loaded_document {
 void load_dtd_catalog(log::log const& log, std::string const& prefix);
 
 /// Creates the engine of a run.
-[[nodiscard]] result<engine> new_engine(log::log const& log, engine_options const& options);
+[[nodiscard]] result<engine> new_engine(log::log const& log,
+                                       resource::loader::loader const& loader,
+                                       engine_options const& options);
 
 /// Loads and prepares one input document; nothing if it could not be loaded (the reason is logged).
 [[nodiscard]] std::optional<loaded_document> load_input_document(log::log const& log,
+                                                                 resource::loader::loader const& loader,
                                                                  job::job const& job,
                                                                  job::input_document const& doc);
 

@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <filesystem>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -78,9 +79,12 @@ log::log build_log(log::log const& console, options::log_options const& opts) {
         opts.log_type);
 }
 
-int run_job(log::log const& log, engine::engine_options const& eopts, job::job const& job) {
+int run_job(log::log const& log,
+            resource::loader::loader const& loader,
+            engine::engine_options const& eopts,
+            job::job const& job) {
     engine::load_dtd_catalog(log, eopts.prefix.path);
-    auto eng = engine::new_engine(log, eopts);
+    auto eng = engine::new_engine(log, loader, eopts);
     if (!eng) {
         log::log_error(log, eng.error());
         log::log_finished(log, log::finished::failure);
@@ -96,8 +100,22 @@ int run_job(log::log const& log, engine::engine_options const& eopts, job::job c
 
 int run_command(log::log const& console, options::run_command const& rc) {
     init_libraries();
-    log::log const log = build_log(console, rc.log_options);
-    // FIXME: the resource loader is created here from rc.engine_options.loader_options.
+    // Prefetch threads log too, so each sink takes a lock for its lines.
+    log::log const log = log::with_locks(build_log(console, rc.log_options));
+    // The prefix is made absolute once, so that names resolved against it (by the XML catalog, say) do
+    // not depend on how the program was started.
+    auto eopts = rc.engine_options;
+    auto prefix = (std::filesystem::path(eopts.curdir.path) / eopts.prefix.path).lexically_normal().string();
+    if (prefix.size() > 1 && prefix.back() == '/') {
+        prefix.pop_back();
+    }
+    eopts.prefix.path = prefix;
+    auto const loader = resource::loader::new_loader(log, eopts.prefix, eopts.curdir, eopts.loader_options);
+    if (!loader) {
+        log::log_error(log, loader.error());
+        log::close_log(log);
+        return 1;
+    }
     int status = 0;
     try {
         status = std::visit(
@@ -115,7 +133,7 @@ int run_command(log::log const& console, options::run_command const& rc) {
                     return 1;
                 },
                 [&](options::write_grammar const&) { return 0; },
-                [&](options::job_command const& j) { return run_job(log, rc.engine_options, j.command_job); },
+                [&](options::job_command const& j) { return run_job(log, *loader, eopts, j.command_job); },
             },
             rc.command);
     } catch (std::exception const& e) {

@@ -540,7 +540,14 @@ std::optional<virtual_path::physical_path> resolve_filename(loader const& l, loc
     }
     std::string const& path = f->file_path.path;
     if (loc.locator_origin == locator::locator_origin::system_origin) {
-        return virtual_path::physical_path{join_path(l.loader_prefix.path, path)};
+        // System files are named from the prefix ("/dtd/catalog.xml"); a name that the XML catalog
+        // resolved is already a full path under the prefix and stands as it is.
+        auto const& prefix = l.loader_prefix.path;
+        if (!prefix.empty() && path.size() > prefix.size() && path.starts_with(prefix) &&
+            (path[prefix.size()] == '/' || prefix.back() == '/')) {
+            return virtual_path::physical_path{path};
+        }
+        return virtual_path::physical_path{join_path(prefix, path)};
     }
     if (!l.loader_local_files) {
         return std::nullopt;
