@@ -23,6 +23,6 @@ clang++-14 -std=c++2b -O1 -g -fsanitize=fuzzer,address,undefined -fno-sanitize-r
     -I src $(pkg-config --cflags libxml-2.0 freetype2) \
     "tests/fuzz/${name}_fuzz.cpp" $sources -o "$out/fuzzer" \
     $(pkg-config --libs libxml-2.0 freetype2 fontconfig libcurl zlib) -lpthread
-mkdir -p "tests/fuzz/corpus/$name"
+mkdir -p "tests/fuzz/corpus/$name" "$out/corpus-new"
 "$out/fuzzer" -max_total_time="$seconds" -artifact_prefix="$out/" "$out/corpus-new" "tests/fuzz/corpus/$name" \
     2>&1 | tail -n 20
