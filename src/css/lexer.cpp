@@ -425,6 +425,9 @@ char const* symbol_text(symbol s) {
     return "";
 }
 
+
+} // namespace
+
 std::string number_text(css::number const& n) {
     return std::visit(overloaded{
                           [](int i) { return std::to_string(i); },
@@ -447,8 +450,6 @@ std::string quoted(std::string_view s) {
     }
     return out + "\"";
 }
-
-} // namespace
 
 std::vector<token> scan(std::string_view text, comments mode) {
     // The scanner works on bytes; text that isn't UTF-8 is repaired first so that every name holds

@@ -134,6 +134,12 @@ std::vector<token> scan(std::string_view text, comments mode = comments::drop);
 /// The token written back as CSS text, for messages and tests.
 std::string to_text(token const& t);
 
+/// A number as CSS text: an integer in decimal, a real in the shortest "%g" form.
+std::string number_text(css::number const& n);
+
+/// A string in double quotes, with quotes and backslashes escaped.
+std::string quoted(std::string_view s);
+
 /// Whether the token is a particular symbol.
 inline bool is(token const& t, symbol s) {
     auto const* p = std::get_if<symbol>(&t);

@@ -6,28 +6,8 @@ namespace vellum::css::value {
 
 namespace {
 
-std::string number_text(css::number const& n) {
-    return std::visit(overloaded{
-                          [](int i) { return std::to_string(i); },
-                          [](double d) {
-                              char buf[32];
-                              std::snprintf(buf, sizeof buf, "%g", d);
-                              return std::string(buf);
-                          },
-                      },
-                      n);
-}
-
-std::string quoted(std::string_view s) {
-    std::string out = "\"";
-    for (char c : s) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-        }
-        out += c;
-    }
-    return out + "\"";
-}
+using lexer::number_text;
+using lexer::quoted;
 
 std::string hex2(int v) {
     char buf[8];

@@ -1,5 +1,7 @@
 #include "pdf/pdf.hpp"
 
+#include "util/hex.hpp"
+
 #include "util/ref.hpp"
 
 #include <algorithm>
@@ -134,18 +136,7 @@ char const* filter_name(stream_filter f) {
     return nullptr;
 }
 
-int hex_digit(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
-}
+constexpr int (*hex_digit)(char) = util::hex::digit_value;
 
 } // namespace
 

@@ -1,5 +1,7 @@
 #include "resource/locator.hpp"
 
+#include "util/hex.hpp"
+
 #include "util/ref.hpp"
 #include "util/textbuf.hpp"
 
@@ -10,18 +12,7 @@
 namespace vellum::dataurl {
 namespace {
 
-int hex(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
-}
+constexpr int (*hex)(char) = util::hex::digit_value;
 
 // Percent-decodes into bytes, whatever they are; a "%" without two hex digits fails.
 std::optional<std::vector<std::uint8_t>> decode_bytes(std::string_view text) {

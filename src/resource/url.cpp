@@ -1,5 +1,7 @@
 #include "resource/url.hpp"
 
+#include "util/hex.hpp"
+
 #include "util/ref.hpp"
 #include "util/result.hpp"
 #include "util/textbuf.hpp"
@@ -1154,18 +1156,7 @@ url det_parse_url(std::string_view text) {
 namespace vellum::url {
 namespace {
 
-int hex(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
-}
+constexpr int (*hex)(char) = util::hex::digit_value;
 
 // The characters that a URL reserves for its structure; decodeURI leaves their escapes alone.
 bool is_reserved(unsigned char c) {

@@ -1,23 +1,14 @@
 #include "text/unicode/range.hpp"
 
+#include "util/hex.hpp"
+
 #include <string>
 
 namespace vellum::unicode::range {
 
 namespace {
 
-int hex_value(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return -1;
-}
+constexpr int (*hex_value)(char) = util::hex::digit_value;
 
 // Reads hex digits, and with `wildcards` trailing '?'s, into the lowest and highest value they cover.
 // Returns the number of characters read, or 0 when there are none or more than six.
