@@ -199,7 +199,7 @@ std::optional<xml::document> load_document(log::log const& log,
                                   fetched.error());
             return std::nullopt;
         }
-        return libhtml::parse_html5_bytes(log, src, *fetched);
+        return libhtml::parse_html5_bytes(log, src, fetched->fetched_bytes, fetched->fetched_charset);
     }
     }
     return std::nullopt;

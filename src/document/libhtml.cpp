@@ -106,8 +106,16 @@ xml::document convert_document(node const& root, resource::locator::locator cons
 }
 
 std::optional<xml::document>
-parse_html5_bytes(log::log const& log, resource::locator::locator const& url, bytes::bytes const& data) {
-    auto const text = html5::encode::memory_to_utf8(data);
+parse_html5_bytes(log::log const& log,
+                  resource::locator::locator const& url,
+                  bytes::bytes const& data,
+                  std::optional<std::string> const& transport_charset) {
+    // A byte-order mark outweighs the transport, which outweighs a meta declaration.
+    std::string_view const chars = data.chars();
+    bool const has_bom =
+        chars.starts_with("\xEF\xBB\xBF") || chars.starts_with("\xFE\xFF") || chars.starts_with("\xFF\xFE");
+    auto const text = transport_charset && !has_bom ? html5::encode::convert_to_utf8(chars, *transport_charset)
+                                                    : html5::encode::memory_to_utf8(data);
     if (!text) {
         log::log_file_message(log, log::level::error, resource::locator::locator_to_string(url),
                               "error converting to UTF-8");

@@ -8,6 +8,7 @@
 #include "util/bytes.hpp"
 
 #include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -20,10 +21,13 @@ namespace vellum::libhtml {
 /// internal error "unexpected HTML parse result" otherwise.
 xml::document convert_document(html5::tree::node const& root, resource::locator::locator const& url);
 
-/// Parses HTML bytes: converts them to UTF-8 by byte-order mark or meta declaration, parses and converts.
-/// A failed conversion is logged at level error with the locator as source.
-[[nodiscard]] std::optional<xml::document>
-parse_html5_bytes(log::log const& log, resource::locator::locator const& url, bytes::bytes const& data);
+/// Parses HTML bytes: converts them to UTF-8 by byte-order mark, then by the encoding the transport named
+/// if there is one, else by meta declaration; parses and converts. A failed conversion is logged at level
+/// error with the locator as source.
+[[nodiscard]] std::optional<xml::document> parse_html5_bytes(log::log const& log,
+                                                             resource::locator::locator const& url,
+                                                             bytes::bytes const& data,
+                                                             std::optional<std::string> const& transport_charset = {});
 
 /// Parses UTF-8 text as the content of an element of that name and namespace; the nodes it makes.
 /// Internal error "unexpected innerHTML parse result" when the parser's answer has another shape.

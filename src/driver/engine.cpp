@@ -37,16 +37,29 @@ std::optional<bytes::bytes> read_all(std::FILE* f) {
     return bytes::from_vector(std::move(data));
 }
 
-// Reads a resource whole through the loader, with the loader's rules on what may be read.
-result<bytes::bytes> fetch_bytes(log::log const& log,
-                                 resource::loader::loader const& loader,
-                                 resource::loader::resource_description what,
-                                 resource::locator::locator const& src) {
+// Reads a resource whole through the loader, with the loader's rules on what may be read, and the
+// encoding its transport named.
+result<libxml::io::fetched> fetch_bytes(log::log const& log,
+                                        resource::loader::loader const& loader,
+                                        resource::loader::resource_description what,
+                                        resource::locator::locator const& src) {
     auto loaded = resource::loader::load_resource(log, loader, what, src);
     if (!loaded) {
         return fail(loaded.error());
     }
-    return resource::loader::resource_to_bytes(loaded->resource_data);
+    auto data = resource::loader::resource_to_bytes(loaded->resource_data);
+    if (!data) {
+        return fail(data.error());
+    }
+    libxml::io::fetched out{.fetched_bytes = *data};
+    if (loaded->resource_type) {
+        for (auto const& [name, value] : loaded->resource_type->mimetype_params) {
+            if (name == "charset" && !value.empty()) {
+                out.fetched_charset = value;
+            }
+        }
+    }
+    return out;
 }
 
 // The parser for a document that must be fetched to be known: its content type decides. A fetch that

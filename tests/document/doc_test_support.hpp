@@ -62,7 +62,7 @@ struct local_fetch {
 
     libxml::io::fetch_function function() const {
         auto seen = requests;
-        return [seen](resource::locator::locator const& l) -> result<bytes::bytes> {
+        return [seen](resource::locator::locator const& l) -> result<libxml::io::fetched> {
             seen->push_back(l);
             auto const* f = std::get_if<resource::locator::file>(&l.locator_url);
             if (!f) {
@@ -73,7 +73,7 @@ struct local_fetch {
                 return fail("cannot read " + f->file_path.path);
             }
             std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-            return bytes::from_string(content);
+            return libxml::io::fetched{.fetched_bytes = bytes::from_string(content)};
         };
     }
 

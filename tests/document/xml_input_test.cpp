@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+
 namespace {
 
 using namespace vellum;
@@ -314,3 +316,58 @@ TEST(input, input_format_follows_the_table) {
 }
 
 } // namespace
+
+// A fetch that serves fixed bytes with the encoding a server would name in its Content-Type.
+libxml::io::fetch_function serving(std::map<std::string, std::pair<std::string, std::optional<std::string>>> files) {
+    return [files](resource::locator::locator const& l) -> result<libxml::io::fetched> {
+        auto const* f = std::get_if<resource::locator::file>(&l.locator_url);
+        if (!f) {
+            return fail("not a file");
+        }
+        auto const name = fs::path(f->file_path.path).filename().string();
+        auto const it = files.find(name);
+        if (it == files.end()) {
+            return fail("no such file: " + name);
+        }
+        return libxml::io::fetched{.fetched_bytes = bytes::from_string(it->second.first),
+                                   .fetched_charset = it->second.second};
+    };
+}
+
+TEST(transport_charset, overrides_the_meta_declaration_but_not_a_byte_order_mark) {
+    captured_log log;
+    auto const dir = scratch_dir("transport_html");
+    // "\xB1" is a-ogonek in ISO-8859-2 and plus-minus in windows-1252, so the winner shows.
+    auto const fetch = serving({
+        {"meta.html", {"<meta charset=windows-1252><p>\xB1", "iso-8859-2"}},
+        {"bom.html", {"\xEF\xBB\xBF<p>\xC3\xA9", "iso-8859-2"}},
+        {"none.html", {"<meta charset=windows-1252><p>\xB1", std::nullopt}},
+    });
+    auto text_of = [&](char const* name) {
+        auto const doc = input::load_document(log.value, file_locator(dir / name), doctype::doctype::html5,
+                                              std::nullopt, {}, fetch);
+        return doc ? all_text(doc->doc_root) : std::string("(no document)");
+    };
+    EXPECT_EQ(text_of("meta.html"), "\u0105");
+    EXPECT_EQ(text_of("bom.html"), "\u00e9");
+    EXPECT_EQ(text_of("none.html"), "\u00b1");
+}
+
+TEST(transport_charset, applies_to_xml_documents_and_their_external_entities) {
+    captured_log log;
+    auto const dir = scratch_dir("transport_xml");
+    auto const fetch = serving({
+        {"doc.xml", {"<!DOCTYPE d [<!ENTITY e SYSTEM \"e.txt\">]><d>\xB1|&e;</d>", "iso-8859-2"}},
+        {"e.txt", {"\xB1", "windows-1252"}},
+        {"bad.xml", {"<!DOCTYPE d [<!ENTITY e SYSTEM \"odd.txt\">]><d>&e;</d>", std::nullopt}},
+        {"odd.txt", {"x", "no-such-encoding"}},
+    });
+    auto const doc = input::load_document(log.value, file_locator(dir / "doc.xml"), doctype::doctype::xml,
+                                          std::nullopt, {}, fetch);
+    ASSERT_TRUE(doc);
+    EXPECT_EQ(all_text(doc->doc_root), "\u0105|\u00b1");
+    auto const bad = input::load_document(log.value, file_locator(dir / "bad.xml"), doctype::doctype::xml,
+                                          std::nullopt, {}, fetch);
+    EXPECT_TRUE(bad) << "an entity that cannot be read only warns";
+    EXPECT_NE(log.text().find("Unknown encoding no-such-encoding"), std::string::npos) << log.text();
+}

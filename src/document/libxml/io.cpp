@@ -119,7 +119,7 @@ open_entity(xmlParserCtxtPtr ctxt, entity_loader_info& info, std::string const& 
     }
     std::string const true_name = libxml_name(target);
     info.opened[true_name] = target;
-    auto const chars = data->chars();
+    auto const chars = data->fetched_bytes.chars();
     xmlParserInputBufferPtr buffer =
         xmlParserInputBufferCreateMem(chars.data(), static_cast<int>(chars.size()), XML_CHAR_ENCODING_NONE);
     if (!buffer) {
@@ -132,6 +132,20 @@ open_entity(xmlParserCtxtPtr ctxt, entity_loader_info& info, std::string const& 
     }
     // The true name is what relative references inside the entity resolve against.
     input->filename = reinterpret_cast<char*>(xmlStrdup(reinterpret_cast<xmlChar const*>(true_name.c_str())));
+    // An encoding named by the transport overrides what the entity itself declares.
+    if (data->fetched_charset) {
+        xmlCharEncodingHandlerPtr handler = xmlFindCharEncodingHandler(data->fetched_charset->c_str());
+        if (!handler) {
+            xmlFreeInputStream(input);
+            raise(ctxt, "Unknown encoding " + *data->fetched_charset);
+            return nullptr;
+        }
+        if (xmlSwitchInputEncoding(ctxt, input, handler) != 0) {
+            xmlFreeInputStream(input);
+            raise(ctxt, "Unknown encoding " + *data->fetched_charset);
+            return nullptr;
+        }
+    }
     return input;
 }
 

@@ -12,12 +12,20 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 
 namespace vellum::libxml::io {
 
-/// Reads the bytes of a resource; every read of a parse (document, DTD, entity, XInclude) goes through it.
-using fetch_function = std::function<result<bytes::bytes>(resource::locator::locator const&)>;
+/// A resource as read for a parse: its bytes and the character encoding its transport named, if any (the
+/// "charset" of an HTTP Content-Type, say).
+struct fetched {
+    bytes::bytes fetched_bytes;
+    std::optional<std::string> fetched_charset;
+};
+
+/// Reads a resource; every read of a parse (document, DTD, entity, XInclude) goes through it.
+using fetch_function = std::function<result<fetched>(resource::locator::locator const&)>;
 
 /// What the entity loader needs, for the length of one parse.
 struct entity_loader_info {

@@ -46,7 +46,12 @@ void collect_error(void* data, xmlError* err) noexcept {
     }
 }
 
-parse_outcome parse(log::log const& log, format fmt, parse_request const& request, bytes::bytes const& data) {
+// The encoding given, if any, overrides what the document itself declares: the transport's word wins.
+parse_outcome parse(log::log const& log,
+                    format fmt,
+                    parse_request const& request,
+                    bytes::bytes const& data,
+                    std::optional<std::string> const& encoding = std::nullopt) {
     io::install_entity_loader();
     auto const base = request.request_base ? *request.request_base : request.request_locator;
     io::entity_loader_info info{.loader_log = log,
@@ -69,16 +74,16 @@ parse_outcome parse(log::log const& log, format fmt, parse_request const& reques
         xmlParserCtxtPtr ctxt = xmlNewParserCtxt();
         if (ctxt) {
             ctxt->_private = &record;
-            doc = xmlCtxtReadMemory(ctxt, chars.data(), static_cast<int>(chars.size()), url.c_str(), nullptr,
-                                    options);
+            doc = xmlCtxtReadMemory(ctxt, chars.data(), static_cast<int>(chars.size()), url.c_str(),
+                                    encoding ? encoding->c_str() : nullptr, options);
             xmlFreeParserCtxt(ctxt);
         }
     } else {
         htmlParserCtxtPtr ctxt = htmlNewParserCtxt();
         if (ctxt) {
             ctxt->_private = &record;
-            doc = htmlCtxtReadMemory(ctxt, chars.data(), static_cast<int>(chars.size()), url.c_str(), nullptr,
-                                     options);
+            doc = htmlCtxtReadMemory(ctxt, chars.data(), static_cast<int>(chars.size()), url.c_str(),
+                                     encoding ? encoding->c_str() : nullptr, options);
             htmlFreeParserCtxt(ctxt);
         }
     }
@@ -101,7 +106,7 @@ std::optional<xml::document> read(log::log const& log, format fmt, parse_request
                               resource::locator::locator_to_string(request.request_locator), data.error());
         return std::nullopt;
     }
-    auto outcome = parse(log, fmt, request, *data);
+    auto outcome = parse(log, fmt, request, data->fetched_bytes, data->fetched_charset);
     log_errors(log, outcome.outcome_errors);
     return std::move(outcome.outcome_document);
 }
