@@ -1,0 +1,42 @@
+// Cutting a TrueType font down to the glyphs a document uses: a new, valid sfnt with the outlines of
+// those glyphs (and of the components that composite glyphs pull in), renumbered in order of use, with
+// the tables a PDF reader needs and nothing else.
+#pragma once
+
+#include "text/opentype/reader.hpp"
+#include "util/result.hpp"
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <vector>
+
+namespace vellum::font_subset {
+
+/// One-byte character codes to new glyph numbers, for the "cmap" of a font used as a simple font.
+using char_map_array = std::array<std::uint8_t, 256>;
+
+/// Glyph numbers of the source font, in the order of the new font; the first is glyph 0.
+using glyph_index_array = std::vector<std::uint32_t>;
+
+/// Gives the bytes of a table of the source font, or nothing if the font has no such table.
+using table_reader = std::function<std::optional<std::vector<std::uint8_t>>(opentype::reader::tag)>;
+
+/// The new font file, and the source glyph numbers of its glyphs in their new order: those asked for,
+/// then the components that composite glyphs brought in, in order of discovery.
+struct subset {
+    std::vector<std::uint8_t> subset_bytes;
+    glyph_index_array subset_glyphs;
+};
+
+/// Makes the subset; fails when a required table is missing or malformed, or a glyph is not in the font.
+[[nodiscard]] result<subset> make_subset(table_reader const& read_table,
+                                         std::optional<char_map_array> const& char_map,
+                                         glyph_index_array const& glyphs);
+
+/// The checksum of a table: the sum of its big-endian 32-bit words, the last padded with zeros; a table
+/// shorter than four bytes sums to 0.
+std::uint32_t table_checksum(std::span<std::uint8_t const> bytes);
+
+} // namespace vellum::font_subset
