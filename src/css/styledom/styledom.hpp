@@ -1,0 +1,139 @@
+// The cascade over a living document: the sheets are gathered and indexed, then the tree is walked from
+// the root; each element gets the declarations that apply to it, sorted by priority and split by
+// pseudo-element, and the style computation turns them into the element's style_info.
+#pragma once
+
+#include "css/parser.hpp"
+#include "css/priority.hpp"
+#include "css/prules.hpp"
+#include "css/styledom/hints.hpp"
+#include "css/styledom/sheets.hpp"
+#include "css/styledom/tree.hpp"
+#include "document/dom.hpp"
+#include "driver/log.hpp"
+#include "resource/loader.hpp"
+#include "util/ref.hpp"
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace vellum::styledom {
+
+/// The declarations for one list of pseudo-elements ("::before", "::first-line", ...) of an element,
+/// ascending by priority.
+struct pseudo_cascade {
+    std::vector<css::selector::pseudo_element> pseudo_elements;
+    std::vector<css::pdecls::pdeclaration const*> pseudo_pdecls;
+};
+
+/// What the cascade finds for one element. The pointers lead into `cascaded_own` and into the rule
+/// index, so the value is read while both live and is not copied.
+struct cascaded {
+    /// The declarations of the presentational hints and of the style attribute.
+    std::vector<css::pdecls::pdeclaration> cascaded_own;
+    /// The declarations for the element itself, ascending by priority: a later one overrides an earlier.
+    std::vector<css::pdecls::pdeclaration const*> cascaded_pdecls;
+    /// The declarations for its pseudo-elements, one entry per distinct list, in order of first match.
+    std::vector<pseudo_cascade> cascaded_pseudos;
+};
+
+/// What the style computation is given for one element.
+struct style_request {
+    dom::dom_element const& request_element;
+    /// The parent's result; null at the root.
+    dom::style_info const* request_parent;
+    resource::locator::locator const& request_base;
+    /// The element's language in lower case, if known.
+    std::optional<std::string> const& request_lang;
+    cascaded const& request_cascade;
+    /// Turns the url values of the declarations into locators.
+    sheets::base_table const& request_bases;
+};
+
+/// The style computation: the element's style_info from its parent's and its sorted declarations.
+using compute_style = std::function<ref<dom::style_info>(log::log const&, style_request const&)>;
+
+/// The images a computed style names as backgrounds, to prefetch; none when the element isn't displayed.
+using background_images = std::function<std::vector<resource::locator::locator>(dom::style_info const&)>;
+
+/// Where the typed property vocabulary and the style computation plug into the cascade. Every hook may
+/// be left empty: the cascade then keeps every property name and value, and the style_info holds the
+/// element's base and language only.
+struct style_hooks {
+    /// Which property names the parser keeps, and which SVG attributes are properties.
+    css::terms::property_filter known_property = nullptr;
+    /// Which properties are shorthands (SVG attributes may not be).
+    css::terms::property_filter is_shorthand = nullptr;
+    /// Whether a declaration's value suits its property; one that doesn't is dropped.
+    css::prules::declaration_check valid_declaration;
+    compute_style compute;
+    background_images backgrounds;
+};
+
+/// The rules of a document, indexed, with what the cascade needs to apply them to more elements later.
+struct document_rules {
+    /// Everything read from the sheets: rules, page rules, font faces, colours, special rules.
+    css::parser::env rules_env;
+    ref<css::prules::prules> rules_index;
+    ref<sheets::base_table> rules_bases;
+    /// Whether style attributes count.
+    bool rules_use_author_style = true;
+    style_hooks rules_hooks;
+};
+
+/// The style_info of an element whose computation isn't plugged in: its base and language.
+ref<dom::style_info> base_style_info(log::log const& log, style_request const& request);
+
+/// Indexes collected sheets: each declaration gets its priority, and invalid ones are dropped.
+document_rules index_document_rules(sheets::collected collected, bool use_author_style, style_hooks hooks);
+
+/// Reusable scratch space of a walk, so that the cascade of one element allocates little.
+struct cascade_buffers {
+    std::vector<css::pdecls::pdeclaration const*> runs;
+    std::vector<std::size_t> run_bounds;
+    std::vector<css::pdecls::pdeclaration const*> scratch;
+};
+
+/// The cascade of one element: hints, the style attribute (with author style), and the matching rules,
+/// merged by priority. `base` is the element's base (for the URLs of its attributes).
+void cascade_element(dom::dom_element const& e,
+                     tree::dom_tree const& tree,
+                     document_rules const& rules,
+                     resource::locator::locator const& base,
+                     cascaded& out,
+                     cascade_buffers& buffers);
+
+/// Sorts pointers that stand in runs, each ascending by priority, into one ascending list, keeping the
+/// order of equal priorities. A run that isn't ascending is sorted first. `run_bounds` holds the start of
+/// each run and is used up as working space.
+void merge_runs(std::vector<css::pdecls::pdeclaration const*>& items,
+                std::vector<std::size_t>& run_bounds,
+                std::vector<css::pdecls::pdeclaration const*>& scratch);
+
+/// Applies the rules to an element and its descendants, parent first, writing each element's
+/// style_info; `parent` is the style_info of the element's parent, null for the root.
+void style_subtree(log::log const& log,
+                   resource::loader::loader const& loader,
+                   document_rules const& rules,
+                   dom::dom_element& e,
+                   dom::style_info const* parent);
+
+/// The product of styling a document.
+struct styled_document {
+    dom::document_ref styled_dom;
+    document_rules styled_rules;
+};
+
+/// Gathers the sheets of a document, indexes them, and styles the tree from the root. A document
+/// without a root element is an internal error.
+styled_document style_document(log::log const& log,
+                               resource::loader::loader const& loader,
+                               dom::document_ref const& doc,
+                               style_hooks hooks = {});
+
+/// Whether the element itself is selected by the selector, as querySelector asks.
+bool element_matches(css::selector::selector const& s, dom::dom_element const& e);
+
+} // namespace vellum::styledom

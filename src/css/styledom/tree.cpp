@@ -1,0 +1,225 @@
+#include "css/styledom/tree.hpp"
+
+#include "util/cell.hpp"
+#include "util/ref.hpp"
+
+#include <mutex>
+
+namespace vellum::styledom::tree {
+
+namespace {
+
+using element = dom_tree::element;
+
+// The element a sibling link leads to, skipping text nodes, in the direction of `step`. The caller holds
+// the process-wide lock, so the cells are read directly.
+template <class Step>
+std::optional<element> element_sibling_of(dom::sibling_node s, Step step) {
+    for (;;) {
+        if (auto const* es = std::get_if<dom::element_sibling>(&s)) {
+            auto const p = es->sibling_element.lock();
+            return p ? std::optional<element>(p.get()) : std::nullopt;
+        }
+        auto const* ts = std::get_if<dom::text_sibling>(&s);
+        if (ts == nullptr) {
+            return std::nullopt;
+        }
+        auto const t = ts->sibling_text.lock();
+        if (!t) {
+            return std::nullopt;
+        }
+        s = step(*t).cell_value;
+    }
+}
+
+bool attribute_fits(xml::name const& n, css::selector::ns const& ns, std::string_view local) {
+    return name_local_view(n) == local && css::match::namespace_fits(ns, name_namespace_view(n));
+}
+
+void append_text(std::vector<dom::child_node> const& children, std::string& out) {
+    for (auto const& c : children) {
+        std::visit(overloaded{
+                       [&](dom::element_child const& e) {
+                           append_text(e.child_element->dom_element_children.cell_value, out);
+                       },
+                       [&](dom::text_child const& t) { out += t.child_text->dom_text_value.cell_value; },
+                   },
+                   c);
+    }
+}
+
+std::vector<dom::element_ref> elements_of(std::vector<dom::child_node> const& children) {
+    std::vector<dom::element_ref> out;
+    for (auto const& c : children) {
+        if (auto const* e = std::get_if<dom::element_child>(&c)) {
+            out.push_back(e->child_element);
+        }
+    }
+    return out;
+}
+
+} // namespace
+
+std::string_view namespace_view(xml::xmlns const& ns) {
+    return std::visit(overloaded{
+                          [](xml::xmlns_xhtml const&) { return std::string_view("http://www.w3.org/1999/xhtml"); },
+                          [](xml::xmlns_svg const&) { return std::string_view("http://www.w3.org/2000/svg"); },
+                          [](xml::xmlns_mathml const&) {
+                              return std::string_view("http://www.w3.org/1998/Math/MathML");
+                          },
+                          [](xml::xmlns_xlink const&) { return std::string_view("http://www.w3.org/1999/xlink"); },
+                          [](xml::xmlns_xml const&) {
+                              return std::string_view("http://www.w3.org/XML/1998/namespace");
+                          },
+                          [](xml::xmlns_other const& o) { return std::string_view(o.other_uri); },
+                      },
+                      ns);
+}
+
+std::optional<std::string_view> name_namespace_view(xml::name const& n) {
+    if (auto const* q = std::get_if<xml::qualified_name>(&n)) {
+        return namespace_view(q->namespace_uri);
+    }
+    return std::nullopt;
+}
+
+std::string_view name_local_view(xml::name const& n) {
+    return std::visit(overloaded{
+                          [](xml::local_name const& l) { return std::string_view(l.local); },
+                          [](xml::qualified_name const& q) { return std::string_view(q.local); },
+                      },
+                      n);
+}
+
+bool is_html_name(xml::name const& n, std::string_view local) {
+    if (name_local_view(n) != local) {
+        return false;
+    }
+    auto const* q = std::get_if<xml::qualified_name>(&n);
+    return q == nullptr || std::holds_alternative<xml::xmlns_xhtml>(q->namespace_uri);
+}
+
+std::optional<element> dom_tree::parent_element(element e) const {
+    std::lock_guard guard(process_lock());
+    if (auto const* p = std::get_if<dom::element_parent>(&e->dom_element_parent.cell_value)) {
+        auto const parent = p->parent_element.lock();
+        return parent ? std::optional<element>(parent.get()) : std::nullopt;
+    }
+    return std::nullopt;
+}
+
+std::optional<element> dom_tree::previous_element(element e) const {
+    std::lock_guard guard(process_lock());
+    return element_sibling_of(e->dom_element_prev_sibling.cell_value,
+                              [](dom::dom_text const& t) -> auto const& { return t.dom_text_prev_sibling; });
+}
+
+std::optional<element> dom_tree::next_element(element e) const {
+    std::lock_guard guard(process_lock());
+    return element_sibling_of(e->dom_element_next_sibling.cell_value,
+                              [](dom::dom_text const& t) -> auto const& { return t.dom_text_next_sibling; });
+}
+
+std::string_view dom_tree::local_name(element e) const {
+    return name_local_view(e->dom_element_name);
+}
+
+std::optional<std::string_view> dom_tree::namespace_uri(element e) const {
+    return name_namespace_view(e->dom_element_name);
+}
+
+std::optional<std::string_view> dom_tree::attribute(element e, css::selector::ns const& ns,
+                                                    std::string_view name) const {
+    std::lock_guard guard(process_lock());
+    for (auto const& a : e->dom_element_attrs.cell_value) {
+        if (attribute_fits(a->dom_attribute_name, ns, name)) {
+            return std::string_view(a->dom_attribute_value.cell_value);
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string_view> dom_tree::own_language(element e) const {
+    std::lock_guard guard(process_lock());
+    std::optional<std::string_view> plain;
+    for (auto const& a : e->dom_element_attrs.cell_value) {
+        auto const& n = a->dom_attribute_name;
+        if (auto const* q = std::get_if<xml::qualified_name>(&n)) {
+            if (q->local == "lang" && std::holds_alternative<xml::xmlns_xml>(q->namespace_uri)) {
+                return std::string_view(a->dom_attribute_value.cell_value);
+            }
+        } else if (!plain && name_local_view(n) == "lang") {
+            plain = a->dom_attribute_value.cell_value;
+        }
+    }
+    return plain;
+}
+
+std::optional<std::string_view> dom_tree::language(element e) const {
+    if (known_languages != nullptr) {
+        for (auto it = known_languages->rbegin(); it != known_languages->rend(); ++it) {
+            if (it->first == e) {
+                return it->second;
+            }
+        }
+    }
+    for (std::optional<element> x = e; x; x = parent_element(*x)) {
+        if (auto const lang = own_language(*x)) {
+            return lang;
+        }
+    }
+    return std::nullopt;
+}
+
+bool dom_tree::is_empty(element e) const {
+    std::lock_guard guard(process_lock());
+    for (auto const& c : e->dom_element_children.cell_value) {
+        auto const* t = std::get_if<dom::text_child>(&c);
+        if (t == nullptr || !t->child_text->dom_text_value.cell_value.empty()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// ":contains()" is rare enough that it may build the text it looks in.
+bool dom_tree::text_contains(element e, std::string_view text) const {
+    std::lock_guard guard(process_lock());
+    std::string all;
+    append_text(e->dom_element_children.cell_value, all);
+    return all.find(text) != std::string::npos;
+}
+
+bool element_matches(css::selector::selector const& s, dom::dom_element const& e) {
+    return css::match::element_matches(dom_tree{}, s, &e);
+}
+
+std::vector<dom::element_ref> element_children(dom::dom_element const& e) {
+    std::lock_guard guard(process_lock());
+    return elements_of(e.dom_element_children.cell_value);
+}
+
+std::vector<dom::element_ref> element_children(dom::dom_document const& d) {
+    std::lock_guard guard(process_lock());
+    return elements_of(d.dom_document_children.cell_value);
+}
+
+std::string own_text(dom::dom_element const& e) {
+    std::string out;
+    for (auto const& s : dom::text_content(e.dom_element_children.get())) {
+        out += s;
+    }
+    return out;
+}
+
+std::optional<std::string> plain_attribute(dom::dom_element const& e, std::string_view local) {
+    std::lock_guard guard(process_lock());
+    for (auto const& a : e.dom_element_attrs.cell_value) {
+        if (auto const* l = std::get_if<xml::local_name>(&a->dom_attribute_name); l && l->local == local) {
+            return a->dom_attribute_value.cell_value;
+        }
+    }
+    return std::nullopt;
+}
+
+} // namespace vellum::styledom::tree

@@ -1,0 +1,76 @@
+// The living document tree as selector matching sees it: elements as plain pointers, names and attribute
+// values as views into the tree, so that matching allocates nothing.
+#pragma once
+
+#include "css/match.hpp"
+#include "css/selector.hpp"
+#include "document/dom.hpp"
+#include "document/xml.hpp"
+
+#include <optional>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace vellum::styledom::tree {
+
+/// The URI of a namespace as a view of a constant (or of the name that holds it).
+std::string_view namespace_view(xml::xmlns const& ns);
+
+/// The namespace URI of an element or attribute name; nothing for a name in no namespace.
+std::optional<std::string_view> name_namespace_view(xml::name const& n);
+
+/// The local part of a name.
+std::string_view name_local_view(xml::name const& n);
+
+/// Whether a name is the given local name in the XHTML namespace or in no namespace, as HTML elements
+/// are named by the HTML5 and the HTML4 parser.
+bool is_html_name(xml::name const& n, std::string_view local);
+
+/// An element and its language, while a walk is inside it.
+using known_language = std::pair<dom::dom_element const*, std::optional<std::string_view>>;
+
+/// The dom tree under the interface of css::match. Handles point into the tree, which owns its elements;
+/// the tree must not change while a handle is in use. Every read takes the process-wide lock for that
+/// read alone.
+struct dom_tree {
+    using element = dom::dom_element const*;
+
+    /// The languages of the elements a walk is inside, innermost last; a walk keeps them so that
+    /// ":lang()" need not climb the tree on each test. May be null.
+    std::vector<known_language> const* known_languages = nullptr;
+
+    std::optional<element> parent_element(element e) const;
+    std::optional<element> previous_element(element e) const;
+    std::optional<element> next_element(element e) const;
+    std::string_view local_name(element e) const;
+    std::optional<std::string_view> namespace_uri(element e) const;
+    std::optional<std::string_view> attribute(element e, css::selector::ns const& ns, std::string_view name) const;
+    /// The value of the element's own language attribute: xml:lang first, then lang in no namespace.
+    std::optional<std::string_view> own_language(element e) const;
+    /// The language as inherited: the own language of the nearest element, itself or an ancestor, that
+    /// has one.
+    std::optional<std::string_view> language(element e) const;
+    bool is_empty(element e) const;
+    bool text_contains(element e, std::string_view text) const;
+};
+
+static_assert(css::match::element_tree<dom_tree>);
+
+/// Whether the element itself is selected by the selector (never with a pseudo-element), as
+/// querySelector asks.
+bool element_matches(css::selector::selector const& s, dom::dom_element const& e);
+
+/// The element children of an element, in order.
+std::vector<dom::element_ref> element_children(dom::dom_element const& e);
+
+/// The element children of a document, in order.
+std::vector<dom::element_ref> element_children(dom::dom_document const& d);
+
+/// The joined text of the element's text children (not of its descendants).
+std::string own_text(dom::dom_element const& e);
+
+/// The value of an attribute in no namespace, if the element has it.
+[[nodiscard]] std::optional<std::string> plain_attribute(dom::dom_element const& e, std::string_view local);
+
+} // namespace vellum::styledom::tree
