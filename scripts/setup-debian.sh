@@ -11,6 +11,8 @@ packages=(
     libgif-dev libtiff-dev libfreetype-dev libfontconfig-dev
     # data the build turns into resources
     w3c-sgml-lib unicode-data
+    # hyphenation patterns (tools/gen_hyph_patterns.py turns them into resources/hyph/)
+    hyphen-en-us hyphen-en-gb hyphen-de hyphen-fr hyphen-es hyphen-it hyphen-nl hyphen-pt-pt
     # fonts the default style sheets name
     fonts-dejavu-core fonts-dejavu-extra fonts-liberation2
     # tests

@@ -1,0 +1,65 @@
+#include "text/hyph/hyph.hpp"
+
+#include "driver/log.hpp"
+
+#include <algorithm>
+
+namespace vellum::hyph {
+
+namespace {
+
+using entry = std::optional<ref<hyphen_parser::hyphen_rules>>;
+
+// The cached entry for a path: absent when the path has not been tried, else the outcome.
+std::optional<entry> lookup(hyph& cache, virtual_path::physical_path const& path) {
+    return cache.hyph_dictionaries.update(
+        [&](std::vector<hyphen_dictionary>& dictionaries) -> std::optional<entry> {
+            auto const it =
+                std::find_if(dictionaries.begin(), dictionaries.end(),
+                             [&](hyphen_dictionary const& d) { return d.dictionary_path == path; });
+            if (it == dictionaries.end()) {
+                return std::nullopt;
+            }
+            return it->dictionary_rules;
+        });
+}
+
+} // namespace
+
+std::optional<ref<hyphen_parser::hyphen_rules>>
+get_patterns_at(log::log const& log, hyph& cache, virtual_path::physical_path const& path) {
+    if (auto cached = lookup(cache, path)) {
+        return *cached;
+    }
+    // The file is read outside the lock; only the look-up and the store hold it.
+    entry loaded;
+    auto rules = hyphen_parser::read_patterns(log, path);
+    if (rules) {
+        loaded = share(std::move(*rules));
+    } else {
+        log::log_file_message(log, log::level::error, path.path, rules.error());
+    }
+    return cache.hyph_dictionaries.update([&](std::vector<hyphen_dictionary>& dictionaries) -> entry {
+        // Another holder of the cache may have stored the same file meanwhile: the first store stands.
+        auto const it = std::find_if(dictionaries.begin(), dictionaries.end(),
+                                     [&](hyphen_dictionary const& d) { return d.dictionary_path == path; });
+        if (it != dictionaries.end()) {
+            return it->dictionary_rules;
+        }
+        dictionaries.push_back(hyphen_dictionary{.dictionary_path = path, .dictionary_rules = loaded});
+        return loaded;
+    });
+}
+
+std::optional<ref<hyphen_parser::hyphen_rules>> get_patterns(log::log const& log,
+                                                             hyph& cache,
+                                                             resource::loader::loader const& loader,
+                                                             resource::locator::locator const& pattern_name) {
+    auto const path = resource::loader::resolve_filename(loader, pattern_name);
+    if (!path) {
+        return std::nullopt;
+    }
+    return get_patterns_at(log, cache, *path);
+}
+
+} // namespace vellum::hyph
