@@ -138,13 +138,17 @@ std::optional<ref> write_outlines(writer& w, std::vector<outline> const& items, 
         return std::nullopt;
     }
     ref const root = new_ref(w);
+    write_outlines_at(w, root, items, pages);
+    return root;
+}
+
+void write_outlines_at(writer& w, ref root, std::vector<outline> const& items, dest::page_refs const& pages) {
     std::vector<ref> numbers;
     for (std::size_t i = 0; i < items.size(); ++i) {
         numbers.push_back(new_ref(w));
     }
     write_object(w, root, dict{{{"Type", name{"Outlines"}}, {"First", numbers.front()}, {"Last", numbers.back()}}});
     write_level(w, items, numbers, root, pages);
-    return root;
 }
 
 } // namespace vellum::pdf::outlines

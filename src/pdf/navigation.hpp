@@ -119,6 +119,9 @@ struct outline {
 /// Writes the outline tree and gives the number of its root; nothing when there are no items.
 std::optional<ref> write_outlines(writer& w, std::vector<outline> const& items, dest::page_refs const& pages);
 
+/// Writes a non-empty outline tree under a root number reserved before.
+void write_outlines_at(writer& w, ref root, std::vector<outline> const& items, dest::page_refs const& pages);
+
 } // namespace vellum::pdf::outlines
 
 namespace vellum::pdf::annot {

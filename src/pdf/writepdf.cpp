@@ -4,6 +4,7 @@
 #include "pdf/pdf.hpp"
 
 #include <ctime>
+#include <map>
 
 namespace vellum::pdf::writepdf {
 
@@ -38,7 +39,7 @@ std::string join_keywords(std::vector<std::string> const& keywords) {
     return out;
 }
 
-object real(float v) {
+number real(float v) {
     return number{double(v)};
 }
 
@@ -78,16 +79,210 @@ dict info_dict(metadata::metadata const& meta, metadata::pdf_options const& opti
     return info;
 }
 
-void write_pdf(log::log const& log,
-               bulkio::output::output out,
-               metadata::metadata const& meta,
-               metadata::pdf_options const& options,
-               std::vector<page_frame> const& pages) {
+array page_label_nums(std::vector<std::pair<std::size_t, std::optional<page_label>>> const& labels) {
+    // A page without a label counts in decimals from its own number, so that a run of such pages
+    // collapses into one entry.
+    std::vector<std::pair<std::size_t, page_label>> kept;
+    for (auto const& [index, label] : labels) {
+        page_label const l = label ? *label
+                                   : page_label{.label_start = static_cast<int>(index) + 1,
+                                                .label_style = page_label_counter_style::decimal};
+        if (!kept.empty()) {
+            auto const& [last_index, last] = kept.back();
+            bool const continues = last.label_prefix == l.label_prefix && last.label_style == l.label_style &&
+                                   l.label_start && last.label_start &&
+                                   *l.label_start == *last.label_start + static_cast<int>(index - last_index);
+            if (continues) {
+                continue;
+            }
+        }
+        kept.emplace_back(index, l);
+    }
+    array nums;
+    for (auto const& [index, l] : kept) {
+        dict d;
+        if (l.label_style) {
+            if (l.label_start) {
+                d.dict_entries.emplace_back("St", std::int64_t{*l.label_start});
+            }
+            char const* letter = "D";
+            switch (*l.label_style) {
+            case page_label_counter_style::lower_roman:
+                letter = "r";
+                break;
+            case page_label_counter_style::upper_roman:
+                letter = "R";
+                break;
+            case page_label_counter_style::lower_alpha:
+                letter = "a";
+                break;
+            case page_label_counter_style::upper_alpha:
+                letter = "A";
+                break;
+            case page_label_counter_style::decimal:
+                letter = "D";
+                break;
+            }
+            d.dict_entries.emplace_back("S", name{letter});
+        }
+        if (l.label_prefix) {
+            d.dict_entries.emplace_back("P", text_string(*l.label_prefix));
+        }
+        nums.array_items.emplace_back(static_cast<std::int64_t>(index));
+        nums.array_items.emplace_back(std::move(d));
+    }
+    return nums;
+}
+
+namespace {
+
+bool same_rect(common::rect const& a, common::rect const& b) { return a == b; }
+
+// The entries of a graphics-state dictionary.
+dict ext_gs_dict(std::vector<content::ext_gs_param> const& params) {
+    dict d{{{"Type", name{"ExtGState"}}}};
+    for (auto const& p : params) {
+        std::visit(overloaded{
+                       [&](content::alpha_fill const& a) { d.dict_entries.emplace_back("ca", a.value); },
+                       [&](content::alpha_stroke const& a) { d.dict_entries.emplace_back("CA", a.value); },
+                       [&](content::overprint const& o) {
+                           d.dict_entries.emplace_back("OP", o.value);
+                           d.dict_entries.emplace_back("op", o.value);
+                       },
+                       [&](content::overprint_mode const& m) {
+                           d.dict_entries.emplace_back("OPM", std::int64_t{m.value});
+                       },
+                   },
+                   p);
+    }
+    return d;
+}
+
+bool uses_transparency(std::vector<content::ext_gs_param> const& params) {
+    for (auto const& p : params) {
+        if (auto const* a = std::get_if<content::alpha_fill>(&p); a && a->value < 1) {
+            return true;
+        }
+        if (auto const* a = std::get_if<content::alpha_stroke>(&p); a && a->value < 1) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Writes one page: its content stream, then its resources and the page dictionary.
+void write_page(log::log const& log,
+                writer& w,
+                document_page const& page,
+                ref page_ref,
+                ref page_tree,
+                content::gs& state,
+                std::map<int, ref> const& font_refs,
+                stream_filter filter,
+                dest::page_refs const& pages) {
+    ref const contents = new_ref(w);
+    ref const resources = new_ref(w);
+    content::new_page(state);
+    write_stream_with(w, contents, stream{.stream_filter = filter}, [&](bulkio::buffer::buffer& body) {
+        if (page.paint) {
+            page.paint(bulkio::buffer::as_output(body), state);
+        }
+    });
+    auto const& used = state.used;
+    if (used.stripped_transparency) {
+        log::log_error(log, "stripped transparency from page to comply with PDF profile");
+    }
+    dict res;
+    if (!used.font_resources.empty()) {
+        dict fonts;
+        for (int id : used.font_resources) {
+            auto const it = font_refs.find(id);
+            if (it == font_refs.end()) {
+                throw internal_error("missing font: " + std::to_string(id));
+            }
+            fonts.dict_entries.emplace_back("F" + std::to_string(id), it->second);
+        }
+        res.dict_entries.emplace_back("Font", std::move(fonts));
+    }
+    if (!used.xobject_resources.empty()) {
+        // FIXME: images join the page resources with the image table.
+        throw internal_error("missing image: " + *used.xobject_resources.begin());
+    }
+    array procset{{name{"PDF"}}};
+    if (!used.font_resources.empty()) {
+        procset.array_items.emplace_back(name{"Text"});
+    }
+    res.dict_entries.emplace_back("ProcSet", std::move(procset));
+    bool transparent = false;
+    if (!used.ext_gs_list.resources_on_this_page.empty()) {
+        dict gs;
+        for (auto const& [gs_name, params] : used.ext_gs_list.resources_on_this_page) {
+            gs.dict_entries.emplace_back(gs_name, ext_gs_dict(params));
+            transparent = transparent || uses_transparency(params);
+        }
+        res.dict_entries.emplace_back("ExtGState", std::move(gs));
+    }
+    if (!used.pattern_resources.empty()) {
+        throw internal_error("missing pattern: " + *used.pattern_resources.begin());
+    }
+    if (!used.color_resources.empty()) {
+        throw internal_error("missing color: " + *used.color_resources.begin());
+    }
+    write_object(w, resources, res);
+
+    dict d{{{"Type", name{"Page"}}, {"Parent", page_tree}, {"MediaBox", rect_to_array(page.boxes.media_box)}}};
+    bool const boxes_required = requires_page_boxes(w);
+    auto const& media = page.boxes.media_box;
+    auto const bleed = page.boxes.bleed_box.value_or(media);
+    auto const trim = page.boxes.trim_box.value_or(media);
+    if (boxes_required || !same_rect(bleed, media)) {
+        d.dict_entries.emplace_back("BleedBox", rect_to_array(bleed));
+    }
+    if (boxes_required || !same_rect(trim, media)) {
+        d.dict_entries.emplace_back("TrimBox", rect_to_array(trim));
+    }
+    d.dict_entries.emplace_back("Contents", contents);
+    d.dict_entries.emplace_back("Resources", resources);
+    if (transparent && !forbids_page_group(w)) {
+        d.dict_entries.emplace_back(
+            "Group", dict{{{"Type", name{"Group"}}, {"S", name{"Transparency"}}, {"CS", name{"DeviceRGB"}}}});
+    }
+    if (!page.links.empty()) {
+        array annots;
+        for (auto const& link : page.links) {
+            annot::annot a{.rect = link.link_rect,
+                           .border = annot::annot_border{0, annot::border_style::solid},
+                           .subtype = std::visit(overloaded{
+                                                     [](dest::dest const& t) -> annot::annot_subtype {
+                                                         return annot::link_dest{t, std::nullopt};
+                                                     },
+                                                     [](action::action const& t) -> annot::annot_subtype {
+                                                         return annot::link_action{t, std::nullopt};
+                                                     },
+                                                 },
+                                                 link.link_target)};
+            annots.array_items.emplace_back(annot::annot_dict(a, pages));
+        }
+        d.dict_entries.emplace_back("Annots", std::move(annots));
+    }
+    write_object(w, page_ref, d);
+}
+
+} // namespace
+
+void write_pdf_document(log::log const& log, bulkio::output::output out, pdf_document const& doc) {
+    auto const& options = doc.doc_options;
     if (options.encrypt) {
         log::log_warning(log, "encryption is not supported yet: the PDF is written unencrypted");
     }
     if (options.pdf_profile) {
         log::log_warning(log, "PDF profiles are not supported yet: the PDF is written without one");
+    }
+    if (!options.attach.empty()) {
+        log::log_warning(log, "attachments are not supported yet: no file is embedded");
+    }
+    if (options.pdf_script) {
+        log::log_warning(log, "document scripts are not supported yet: the script is not written");
     }
     auto file = bulkio::buffer::open(out);
     std::string const id = options.pdf_id ? document_id_from_hex(*options.pdf_id) : new_document_id();
@@ -96,26 +291,90 @@ void write_pdf(log::log const& log,
     ref const catalog = new_ref(w);
     ref const page_tree = new_ref(w);
     std::vector<ref> page_refs;
-    page_refs.reserve(pages.size());
-    for (std::size_t i = 0; i < pages.size(); ++i) {
+    page_refs.reserve(doc.pages.size());
+    for (std::size_t i = 0; i < doc.pages.size(); ++i) {
         page_refs.push_back(new_ref(w));
     }
+    dest::page_refs const lookup = [&](int n) -> std::optional<ref> {
+        if (n < 1 || static_cast<std::size_t>(n) > page_refs.size()) {
+            return std::nullopt;
+        }
+        return page_refs[static_cast<std::size_t>(n - 1)];
+    };
 
-    stream_filter const filter = options.compress ? stream_filter::deflate : stream_filter::as_is;
-    for (std::size_t i = 0; i < pages.size(); ++i) {
-        // FIXME: the painter fills the content streams once layout produces page content.
-        ref const content = new_ref(w);
-        write_stream_bytes(w, content, filter, {}, {});
-        auto const& frame = pages[i];
-        write_object(w, page_refs[i],
-                     dict{{
-                         {"Type", name{"Page"}},
-                         {"Parent", page_tree},
-                         {"MediaBox", array{{std::int64_t{0}, std::int64_t{0}, real(frame.page_width),
-                                             real(frame.page_height)}}},
-                         {"Resources", dict{}},
-                         {"Contents", content},
-                     }});
+    dict cat{{{"Type", name{"Catalog"}}, {"Pages", page_tree}}};
+    if (options.pdf_paper_tray == metadata::pdf_paper_tray::pick_tray_by_pdf_size ||
+        options.pdf_print_scaling == metadata::pdf_print_scaling::none) {
+        dict prefs;
+        if (options.pdf_paper_tray == metadata::pdf_paper_tray::pick_tray_by_pdf_size) {
+            prefs.dict_entries.emplace_back("PickTrayByPDFSize", true);
+        }
+        if (options.pdf_print_scaling == metadata::pdf_print_scaling::none) {
+            prefs.dict_entries.emplace_back("PrintScaling", name{"None"});
+        }
+        cat.dict_entries.emplace_back("ViewerPreferences", std::move(prefs));
+    }
+    std::visit(overloaded{
+                   [](metadata::open_action_none const&) {},
+                   [&](metadata::open_action_print const&) {
+                       cat.dict_entries.emplace_back(
+                           "OpenAction", dict{{{"Type", name{"Action"}}, {"S", name{"Named"}}, {"N", name{"Print"}}}});
+                   },
+                   [&](metadata::open_action_command const& c) {
+                       cat.dict_entries.emplace_back(
+                           "OpenAction",
+                           dict{{{"Type", name{"Action"}}, {"S", name{"Named"}}, {"N", name{c.command_name}}}});
+                   },
+               },
+               options.pdf_open_action);
+    switch (options.pdf_page_mode) {
+    case metadata::pdf_page_mode::auto_mode:
+        break;
+    case metadata::pdf_page_mode::show_bookmarks:
+        cat.dict_entries.emplace_back("PageMode", name{"UseOutlines"});
+        break;
+    case metadata::pdf_page_mode::fullscreen:
+        cat.dict_entries.emplace_back("PageMode", name{"FullScreen"});
+        break;
+    case metadata::pdf_page_mode::show_attachments:
+        cat.dict_entries.emplace_back("PageMode", name{"UseAttachments"});
+        break;
+    }
+    switch (options.pdf_page_layout) {
+    case metadata::pdf_page_layout::single_page:
+        break;
+    case metadata::pdf_page_layout::one_column:
+        cat.dict_entries.emplace_back("PageLayout", name{"OneColumn"});
+        break;
+    case metadata::pdf_page_layout::two_column_left:
+        cat.dict_entries.emplace_back("PageLayout", name{"TwoColumnLeft"});
+        break;
+    case metadata::pdf_page_layout::two_column_right:
+        cat.dict_entries.emplace_back("PageLayout", name{"TwoColumnRight"});
+        break;
+    }
+    if (!doc.destinations.empty()) {
+        cat.dict_entries.emplace_back(
+            "Names", dict{{{"Dests", dict{{{"Names", dest::named_destinations(doc.destinations, lookup)}}}}}});
+    }
+    if (!doc.page_labels.empty()) {
+        auto nums = page_label_nums(doc.page_labels);
+        // One label on the first page that neither prefixes nor numbers in a style says nothing.
+        bool const says_nothing = nums.array_items.size() == 2 && doc.page_labels.front().first == 0 &&
+                                  (!doc.page_labels.front().second ||
+                                   (!doc.page_labels.front().second->label_prefix &&
+                                    !doc.page_labels.front().second->label_style));
+        if (!says_nothing) {
+            cat.dict_entries.emplace_back("PageLabels", dict{{{"Nums", std::move(nums)}}});
+        }
+    }
+    std::optional<ref> const outline_root = doc.bookmarks.empty() ? std::nullopt : std::optional<ref>(new_ref(w));
+    if (outline_root) {
+        cat.dict_entries.emplace_back("Outlines", *outline_root);
+    }
+    write_root(w, catalog, cat);
+    if (outline_root) {
+        outlines::write_outlines_at(w, *outline_root, doc.bookmarks, lookup);
     }
 
     array kids;
@@ -126,13 +385,40 @@ void write_pdf(log::log const& log,
                  dict{{
                      {"Type", name{"Pages"}},
                      {"Kids", std::move(kids)},
-                     {"Count", std::int64_t(pages.size())},
+                     {"Count", std::int64_t(doc.pages.size())},
                  }});
-    write_root(w, catalog, dict{{{"Type", name{"Catalog"}}, {"Pages", page_tree}}});
-    write_info(w, info_dict(meta, options, local_now()));
+
+    std::map<int, ref> font_refs;
+    for (int id : doc.used_font_ids) {
+        font_refs.emplace(id, new_ref(w));
+    }
+    stream_filter const filter = options.compress ? stream_filter::deflate : stream_filter::as_is;
+    content::gs state{.strip_transparency = strips_transparency(w)};
+    for (std::size_t i = 0; i < doc.pages.size(); ++i) {
+        write_page(log, w, doc.pages[i], page_refs[i], page_tree, state, font_refs, filter, lookup);
+    }
+    for (auto const& [id, r] : font_refs) {
+        if (!doc.write_font) {
+            throw internal_error("missing font: " + std::to_string(id));
+        }
+        doc.write_font(w, id, r);
+    }
+    write_info(w, info_dict(doc.doc_metadata, options, local_now()));
     write_encrypt(w);
     finish_pdf(w);
     bulkio::buffer::flush(*file);
+}
+
+void write_pdf(log::log const& log,
+               bulkio::output::output out,
+               metadata::metadata const& meta,
+               metadata::pdf_options const& options,
+               std::vector<page_frame> const& pages) {
+    pdf_document doc{.doc_metadata = meta, .doc_options = options};
+    for (auto const& frame : pages) {
+        doc.pages.push_back({.boxes = {.media_box = {.right = real(frame.page_width), .top = real(frame.page_height)}}});
+    }
+    write_pdf_document(log, out, doc);
 }
 
 } // namespace vellum::pdf::writepdf
