@@ -1,0 +1,243 @@
+#include "text/fonts/graphemes.hpp"
+
+#include "text/font_data.hpp"
+#include "text/grapheme_boundary.hpp"
+#include "text/unicode.hpp"
+#include "text/unicode/script.hpp"
+
+#include <algorithm>
+
+namespace vellum::fonts {
+
+namespace {
+
+using unicode::script::script;
+
+// Common and inherited characters (spaces, digits, punctuation, marks) belong to the run around them.
+bool is_neutral(script s) {
+    return s == script::zyyy || s == script::qaai || s == script::zzzz;
+}
+
+// Cuts text into runs of one script; neutral characters join the run they stand in.
+std::vector<std::u32string_view> script_runs(std::u32string_view text) {
+    std::vector<std::u32string_view> runs;
+    std::size_t start = 0;
+    std::optional<script> current;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        auto const s = unicode::script::script_of(text[i]);
+        if (is_neutral(s)) {
+            continue;
+        }
+        if (current && s != *current) {
+            runs.push_back(text.substr(start, i - start));
+            start = i;
+        }
+        current = s;
+    }
+    if (start < text.size()) {
+        runs.push_back(text.substr(start));
+    }
+    return runs;
+}
+
+// One run of one script. Shaping by the font's GSUB and GPOS tables would work here on each sub-run of
+// one font; this path maps each character to its glyph through the cmap and makes one grapheme of it.
+void map_run(fonts const& db, font_req const& req, std::u32string_view run, std::vector<grapheme>& out) {
+    bool const small_caps = req.font_req_variant == match::font_variant::small_caps;
+    for (char32_t c : run) {
+        raw_glyph raw;
+        char32_t const upper = unicode::to_upper(c);
+        // Small capitals without a font that has them: the capital, shown smaller.
+        if (small_caps && upper != c) {
+            raw = char_to_glyph(db, req, upper);
+            raw.raw_glyph_small_caps = true;
+        } else {
+            raw = char_to_glyph(db, req, c);
+        }
+        out.push_back(grapheme{.base_glyph = make_glyph(raw)});
+    }
+}
+
+// The size a grapheme is measured at.
+float size_of(grapheme const& g, float size) {
+    return g.base_glyph.glyph_small_caps ? size * 0.8f : size;
+}
+
+float advance_of(grapheme const& g, bool vertical) {
+    auto const& b = g.base_glyph;
+    if (!vertical) {
+        return b.glyph_hori_advance;
+    }
+    bool const upright = b.glyph_is_vert_alt || (!b.glyph_unicodes.empty() && stays_upright(b.glyph_unicodes.front()));
+    return upright ? b.glyph_vert_advance : b.glyph_hori_advance;
+}
+
+// Walks graphemes, keeping the previous size, start and end; calls visit(index, end) after each.
+template <class Visit>
+void lay_out(std::span<grapheme const> graphemes, bool vertical, float letter_spacing, float size, Visit&& visit) {
+    float prev_size = size;
+    float prev_start = 0;
+    float prev_end = 0;
+    for (std::size_t i = 0; i < graphemes.size(); ++i) {
+        auto const& g = graphemes[i];
+        float const s = size_of(g, size);
+        float start = prev_end;
+        if (auto const* a = std::get_if<anchor>(&g.grapheme_place)) {
+            // Cursive attachment places the glyph by its entry point on the previous glyph's exit.
+            start = prev_size * a->anchor_exit.x + prev_start - s * a->anchor_entry.x;
+        }
+        float end = start + advance_of(g, vertical) * s;
+        if (g.grapheme_kerning) {
+            end += *g.grapheme_kerning * s;
+        }
+        end += letter_spacing;
+        prev_size = s;
+        prev_start = start;
+        prev_end = end;
+        if (!visit(i, end)) {
+            return;
+        }
+    }
+}
+
+// The grapheme class at the edge of a grapheme: of its base's code points, or its marks' if it has none.
+std::optional<grapheme_boundary::grapheme_class> edge_class(grapheme const& g, bool last) {
+    auto pick = [&](unicode::unicodes const& u) -> std::optional<char32_t> {
+        if (u.empty()) {
+            return std::nullopt;
+        }
+        return last ? u.back() : u.front();
+    };
+    auto cp = pick(g.base_glyph.glyph_unicodes);
+    if (!cp) {
+        std::vector<mark> marks = g.grapheme_marks;
+        if (last) {
+            std::reverse(marks.begin(), marks.end());
+        }
+        for (auto const& m : marks) {
+            if ((cp = pick(m.mark_glyph.glyph_unicodes))) {
+                break;
+            }
+        }
+    }
+    if (!cp) {
+        return std::nullopt;
+    }
+    return grapheme_boundary::get_grapheme_break_class(*cp);
+}
+
+bool may_cut_between(grapheme const& left, grapheme const& right) {
+    auto const l = edge_class(left, true);
+    auto const r = edge_class(right, false);
+    if (!l || !r) {
+        return false;
+    }
+    return grapheme_boundary::grapheme_break(*l, *r);
+}
+
+} // namespace
+
+glyph make_glyph(raw_glyph const& raw) {
+    auto const& font = raw.raw_glyph_font_ref;
+    auto const& data = *font->used_font_data;
+    auto const index = font->used_font_glyph_cache->update([&](glyph_cache& c) {
+        auto [it, fresh] = c.glyph_cache_positions.try_emplace(raw.raw_glyph_index, c.glyph_cache_entries.size());
+        if (fresh) {
+            c.glyph_cache_entries.push_back(
+                {.entry_source = raw.raw_glyph_index,
+                 .entry_index = std::make_shared<cell<int>>(cell<int>{int(raw.raw_glyph_index)})});
+        }
+        return c.glyph_cache_entries[it->second].entry_index;
+    });
+    int const advance = font_data::glyph_advance(data, raw.raw_glyph_index);
+    float const upem = float(data.font_info.units_per_em);
+    return glyph{.glyph_font_ref = font,
+                 .glyph_index = index,
+                 .glyph_source = raw.raw_glyph_index,
+                 .glyph_unicodes = raw.raw_glyph_unicodes,
+                 .glyph_advance = advance,
+                 .glyph_hori_advance = float(advance) / upem,
+                 .glyph_vert_advance = float(font_data::glyph_vert_advance(data, raw.raw_glyph_index)) / upem,
+                 .glyph_small_caps = raw.raw_glyph_small_caps,
+                 .glyph_is_vert_alt = raw.raw_glyph_is_vert_alt};
+}
+
+std::vector<grapheme> text_to_graphemes(fonts const& db, font_req const& req, direction, std::u32string_view text) {
+    std::vector<grapheme> out;
+    out.reserve(text.size());
+    for (auto run : script_runs(text)) {
+        map_run(db, req, run, out);
+    }
+    return out;
+}
+
+font_metrics::font_metrics_scaled graphemes_metrics(std::span<grapheme const> graphemes, double size) {
+    font_metrics::font_metrics_scaled out;
+    for (auto const& g : graphemes) {
+        double const s = g.base_glyph.glyph_small_caps ? size * 0.8 : size;
+        auto const m = font_data::scaled_metrics(*g.base_glyph.glyph_font_ref->used_font_data, s);
+        out.up = std::max(out.up, m.up);
+        out.down = std::max(out.down, m.down);
+    }
+    return out;
+}
+
+bool stays_upright(char32_t c) {
+    // The blocks whose characters keep their upright form in vertical text: the East Asian scripts,
+    // their symbols and compatibility forms, and pictographs.
+    static constexpr std::pair<char32_t, char32_t> upright[] = {
+        {0x00A7, 0x00A7},   {0x00A9, 0x00A9},   {0x00AE, 0x00AE},   {0x00B1, 0x00B1},   {0x00BC, 0x00BE},
+        {0x00D7, 0x00D7},   {0x00F7, 0x00F7},   {0x1100, 0x11FF},   {0x2E80, 0x2FFF},   {0x3000, 0x3007},
+        {0x3012, 0x3013},   {0x3020, 0x303F},   {0x3040, 0x318F},   {0x3190, 0x9FFF},   {0xA000, 0xA4CF},
+        {0xA960, 0xA97F},   {0xAC00, 0xD7FF},   {0xE000, 0xFAFF},   {0xFE10, 0xFE1F},   {0xFE30, 0xFE4F},
+        {0xFF01, 0xFF60},   {0xFFE0, 0xFFE7},   {0x1F000, 0x1FAFF}, {0x20000, 0x3FFFD},
+    };
+    return std::any_of(std::begin(upright), std::end(upright),
+                       [c](auto const& r) { return c >= r.first && c <= r.second; });
+}
+
+float graphemes_width(bool reversed, bool vertical, std::span<grapheme const> graphemes, float letter_spacing,
+                      float size) {
+    std::vector<grapheme> flipped;
+    if (reversed) {
+        flipped.assign(graphemes.rbegin(), graphemes.rend());
+        graphemes = flipped;
+    }
+    float last_end = 0;
+    lay_out(graphemes, vertical, 0, size, [&](std::size_t, float end) {
+        last_end = end;
+        return true;
+    });
+    return last_end + letter_spacing * float(graphemes.size());
+}
+
+std::optional<fit> fit_graphemes(bool vertical, std::span<grapheme const> graphemes, float letter_spacing, float size,
+                                 float width) {
+    // Widths in layout compare with a small tolerance.
+    constexpr float tolerance = 0.0001f;
+    std::vector<float> ends;
+    std::optional<std::size_t> overflow;
+    lay_out(graphemes, vertical, letter_spacing, size, [&](std::size_t i, float end) {
+        ends.push_back(end);
+        if (end > width + tolerance) {
+            overflow = i;
+            return false;
+        }
+        return true;
+    });
+    if (!overflow) {
+        return fit{.fit_first = {graphemes.begin(), graphemes.end()},
+                   .fit_width = ends.empty() ? 0 : ends.back()};
+    }
+    // Walk back from the grapheme that overflows to a place where a cluster ends.
+    for (std::size_t cut = *overflow; cut > 0; --cut) {
+        if (may_cut_between(graphemes[cut - 1], graphemes[cut])) {
+            return fit{.fit_first = {graphemes.begin(), graphemes.begin() + std::ptrdiff_t(cut)},
+                       .fit_rest = {graphemes.begin() + std::ptrdiff_t(cut), graphemes.end()},
+                       .fit_width = ends[cut - 1]};
+        }
+    }
+    return std::nullopt;
+}
+
+} // namespace vellum::fonts
