@@ -45,19 +45,17 @@ std::string from_cp1252(std::string_view data) {
 // Replaces each maximal ill-formed subsequence by one U+FFFD, as browsers' UTF-8 decoders do: a cut-off
 // "\xE2\x82" is one replacement, a stray continuation byte is one each.
 std::string clean_utf8(std::string_view data) {
-    if (textbuf::is_valid_utf8(data)) {
-        return std::string(data);
-    }
     std::string out;
     out.reserve(data.size() + 16);
     std::size_t i = 0;
     while (i < data.size()) {
-        auto b = static_cast<unsigned char>(data[i]);
-        if (b < 0x80) {
-            out.push_back(static_cast<char>(b));
-            ++i;
+        std::size_t const ascii_end = misc::ascii_run_end(data, i, false);
+        if (ascii_end > i) {
+            out.append(data.substr(i, ascii_end - i));
+            i = ascii_end;
             continue;
         }
+        auto b = static_cast<unsigned char>(data[i]);
         std::size_t need = 0;
         unsigned char lo = 0x80;
         unsigned char hi = 0xBF;

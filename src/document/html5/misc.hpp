@@ -3,6 +3,8 @@
 
 #include "document/html5/stack.hpp"
 
+#include <cstdint>
+#include <cstring>
 #include <initializer_list>
 #include <string_view>
 
@@ -39,6 +41,36 @@ void generate_all_implied_end_tags_thoroughly(stack::open_elements& stack);
 /// HTML whitespace: tab, line feed, form feed, carriage return, space.
 inline bool is_space(char c) {
     return c == '\t' || c == '\n' || c == '\f' || c == '\r' || c == ' ';
+}
+
+/// The end of the run of ASCII bytes that starts at `at`, with no CR in it when `stop_at_cr` is set.
+/// Documents are mostly ASCII, so the run is read eight bytes at a time.
+inline std::size_t ascii_run_end(std::string_view data, std::size_t at, bool stop_at_cr) {
+    constexpr std::uint64_t high_bits = 0x8080808080808080ull;
+    constexpr std::uint64_t ones = 0x0101010101010101ull;
+    while (at + 8 <= data.size()) {
+        std::uint64_t word;
+        std::memcpy(&word, data.data() + at, 8);
+        if ((word & high_bits) != 0) {
+            break;
+        }
+        if (stop_at_cr) {
+            // A byte of the word equals CR when the same byte of word ^ CR... is zero.
+            std::uint64_t const x = word ^ (ones * '\r');
+            if (((x - ones) & ~x & high_bits) != 0) {
+                break;
+            }
+        }
+        at += 8;
+    }
+    while (at < data.size()) {
+        auto const b = static_cast<unsigned char>(data[at]);
+        if (b >= 0x80 || (stop_at_cr && b == '\r')) {
+            break;
+        }
+        ++at;
+    }
+    return at;
 }
 
 /// Lowercases ASCII letters in place.

@@ -1,6 +1,7 @@
 #include "document/html5/tokenizer.hpp"
 
 #include "document/html5/entities.hpp"
+#include "document/html5/misc.hpp"
 #include "util/textbuf.hpp"
 
 namespace vellum::html5::tokenizer {
@@ -40,14 +41,59 @@ char32_t to_lower(char32_t c) {
     return is_upper(c) ? c + 0x20 : c;
 }
 
+// The input is UTF-8, read a byte at a time. Every character that the states look for is ASCII, and the
+// bytes of other characters (lead and continuation bytes, all 0x80 and above) fall to "anything else"
+// in every state, where they are copied as they stand: so the text comes out as the same UTF-8.
 char32_t consume(tokenizer& t) {
     std::size_t at = t.tokenizer_pos++;
-    return at < t.tokenizer_input.size() ? t.tokenizer_input[at] : eof;
+    return at < t.tokenizer_input.size() ? static_cast<unsigned char>(t.tokenizer_input[at]) : eof;
 }
 
 char32_t peek(tokenizer const& t, std::size_t ahead = 0) {
     std::size_t at = t.tokenizer_pos + ahead;
-    return at < t.tokenizer_input.size() ? t.tokenizer_input[at] : eof;
+    return at < t.tokenizer_input.size() ? static_cast<unsigned char>(t.tokenizer_input[at]) : eof;
+}
+
+// Appends an input byte as it stands, or U+FFFD (the only code point above 0xFF that the states make).
+void put(std::string& out, char32_t c) {
+    if (c < 0x100) {
+        out.push_back(static_cast<char>(c));
+    } else {
+        textbuf::append_utf8(out, c);
+    }
+}
+
+// As take_run, for names: ASCII capitals become small letters on the way.
+template <class Stop>
+void take_lower_run(tokenizer& t, std::string& out, Stop stop) {
+    char const* data = t.tokenizer_input.data();
+    std::size_t const size = t.tokenizer_input.size();
+    std::size_t at = t.tokenizer_pos - 1;
+    do {
+        char const b = data[at];
+        out.push_back(b >= 'A' && b <= 'Z' ? static_cast<char>(b + 0x20) : b);
+        ++at;
+    } while (at < size && !stop(static_cast<unsigned char>(data[at])));
+    t.tokenizer_pos = at;
+}
+
+bool ends_name(unsigned char b) {
+    return b == '\t' || b == '\n' || b == '\f' || b == ' ' || b == '/' || b == '>' || b == 0;
+}
+
+// Copies a run of ordinary input: the character just consumed and those after it up to the first byte
+// for which `stop` holds, or the end. Text between markup is long, and this is where the time goes.
+template <class Stop>
+void take_run(tokenizer& t, std::string& out, Stop stop) {
+    char const* data = t.tokenizer_input.data();
+    std::size_t const size = t.tokenizer_input.size();
+    std::size_t const from = t.tokenizer_pos - 1;
+    std::size_t at = t.tokenizer_pos;
+    while (at < size && !stop(static_cast<unsigned char>(data[at]))) {
+        ++at;
+    }
+    out.append(data + from, at - from);
+    t.tokenizer_pos = at;
 }
 
 void reconsume(tokenizer& t) {
@@ -68,7 +114,7 @@ bool consume_word(tokenizer& t, std::string_view word, bool any_case) {
 }
 
 void emit_char(tokenizer& t, char32_t c) {
-    textbuf::append_utf8(t.chars_token.token_data, c);
+    put(t.chars_token.token_data, c);
 }
 
 void emit_ascii(tokenizer& t, std::string_view s) {
@@ -120,19 +166,19 @@ void new_attribute(tokenizer& t) {
 }
 
 void append_name(tokenizer& t, char32_t c) {
-    textbuf::append_utf8(t.tag_token.token_name, c);
+    put(t.tag_token.token_name, c);
 }
 
 void append_attr_name(tokenizer& t, char32_t c) {
-    textbuf::append_utf8(t.tag_token.token_attributes.back().attr_name, c);
+    put(t.tag_token.token_attributes.back().attr_name, c);
 }
 
 void append_attr_value(tokenizer& t, char32_t c) {
-    textbuf::append_utf8(t.tag_token.token_attributes.back().attr_value, c);
+    put(t.tag_token.token_attributes.back().attr_value, c);
 }
 
 void append_data(tokenizer& t, char32_t c) {
-    textbuf::append_utf8(t.tag_token.token_data, c);
+    put(t.tag_token.token_data, c);
 }
 
 void emit_tag(tokenizer& t) {
@@ -188,11 +234,12 @@ void ref_out(tokenizer& t, bool in_attr, std::string_view text) {
     }
 }
 
+// A code point that a numeric reference names: encoded, since it did not come from the input's bytes.
 void ref_out(tokenizer& t, bool in_attr, char32_t c) {
     if (in_attr) {
-        append_attr_value(t, c);
+        textbuf::append_utf8(t.tag_token.token_attributes.back().attr_value, c);
     } else {
-        emit_char(t, c);
+        textbuf::append_utf8(t.chars_token.token_data, c);
     }
 }
 
@@ -290,7 +337,8 @@ void step(tokenizer& t) {
         } else if (c == eof) {
             emit_eof(t);
         } else {
-            emit_char(t, c); // U+0000 goes to the tree builder, which drops it.
+            // U+0000 goes to the tree builder, which drops it.
+            take_run(t, t.chars_token.token_data, [](unsigned char b) { return b == '&' || b == '<'; });
         }
         return;
     case state::rcdata:
@@ -303,7 +351,7 @@ void step(tokenizer& t) {
         } else if (c == eof) {
             emit_eof(t);
         } else {
-            emit_char(t, c);
+            take_run(t, t.chars_token.token_data, [](unsigned char b) { return b == '&' || b == '<' || b == 0; });
         }
         return;
     case state::rawtext:
@@ -315,7 +363,7 @@ void step(tokenizer& t) {
         } else if (c == eof) {
             emit_eof(t);
         } else {
-            emit_char(t, c);
+            take_run(t, t.chars_token.token_data, [](unsigned char b) { return b == '<' || b == 0; });
         }
         return;
     case state::plaintext:
@@ -324,7 +372,7 @@ void step(tokenizer& t) {
         } else if (c == eof) {
             emit_eof(t);
         } else {
-            emit_char(t, c);
+            take_run(t, t.chars_token.token_data, [](unsigned char b) { return b == 0; });
         }
         return;
     case state::tag_open:
@@ -376,7 +424,7 @@ void step(tokenizer& t) {
         } else if (c == eof) {
             emit_eof(t);
         } else {
-            append_name(t, to_lower(c));
+            take_lower_run(t, t.tag_token.token_name, ends_name);
         }
         return;
     case state::rcdata_less_than:
@@ -439,7 +487,7 @@ void step(tokenizer& t) {
             emit_tag(t);
         } else if (is_alpha(c)) {
             append_name(t, to_lower(c));
-            textbuf::append_utf8(t.temp_buffer, c);
+            put(t.temp_buffer, c);
         } else {
             emit_ascii(t, "</");
             emit_ascii(t, t.temp_buffer);
@@ -509,7 +557,7 @@ void step(tokenizer& t) {
             t.current_state = (is_script == starting) ? state::script_double_escaped : state::script_escaped;
             emit_char(t, c);
         } else if (is_alpha(c)) {
-            textbuf::append_utf8(t.temp_buffer, to_lower(c));
+            put(t.temp_buffer, to_lower(c));
             emit_char(t, c);
         } else {
             reconsume(t);
@@ -578,7 +626,8 @@ void step(tokenizer& t) {
         } else if (c == 0) {
             append_attr_name(t, 0xFFFD);
         } else {
-            append_attr_name(t, to_lower(c));
+            take_lower_run(t, t.tag_token.token_attributes.back().attr_name,
+                           [](unsigned char b) { return ends_name(b) || b == '='; });
         }
         return;
     case state::after_attribute_name:
@@ -628,7 +677,9 @@ void step(tokenizer& t) {
         } else if (c == eof) {
             emit_eof(t);
         } else {
-            append_attr_value(t, c);
+            unsigned char const q = static_cast<unsigned char>(quote);
+            take_run(t, t.tag_token.token_attributes.back().attr_value,
+                     [q](unsigned char b) { return b == q || b == '&' || b == 0; });
         }
         return;
     }
@@ -645,7 +696,9 @@ void step(tokenizer& t) {
         } else if (c == eof) {
             emit_eof(t);
         } else {
-            append_attr_value(t, c);
+            take_run(t, t.tag_token.token_attributes.back().attr_value, [](unsigned char b) {
+                return b == '\t' || b == '\n' || b == '\f' || b == ' ' || b == '&' || b == '>' || b == 0;
+            });
         }
         return;
     case state::after_attribute_value_quoted:
@@ -750,7 +803,7 @@ void step(tokenizer& t) {
         } else if (c == eof) {
             emit_current_then_eof(t);
         } else {
-            append_data(t, c);
+            take_run(t, t.tag_token.token_data, [](unsigned char b) { return b == '<' || b == '-' || b == 0; });
         }
         return;
     case state::comment_less_than:
@@ -947,7 +1000,7 @@ void step(tokenizer& t) {
         if (c == quote) {
             t.current_state = is_public ? state::after_doctype_public_identifier : state::after_doctype_system_identifier;
         } else if (c == 0) {
-            textbuf::append_utf8(id, 0xFFFD);
+            put(id, 0xFFFD);
         } else if (c == '>') {
             t.tag_token.doctype_force_quirks = true;
             t.current_state = state::data;
@@ -956,7 +1009,7 @@ void step(tokenizer& t) {
             t.tag_token.doctype_force_quirks = true;
             emit_current_then_eof(t);
         } else {
-            textbuf::append_utf8(id, c);
+            put(id, c);
         }
         return;
     }
@@ -1041,21 +1094,32 @@ void step(tokenizer& t) {
 
 tokenizer start(std::string_view utf8) {
     tokenizer t;
-    textbuf::textbuf in = textbuf::from_utf8(utf8);
-    // Newline normalisation: CR LF and lone CR become LF before anything else sees the text.
-    std::size_t out = 0;
-    for (std::size_t i = 0; i < in.size(); ++i) {
-        char32_t c = in[i];
-        if (c == '\r') {
-            if (i + 1 < in.size() && in[i + 1] == '\n') {
-                ++i;
-            }
-            c = '\n';
+    std::string& in = t.tokenizer_input;
+    in.reserve(utf8.size());
+    std::size_t pos = 0;
+    while (pos < utf8.size()) {
+        std::size_t const ascii_end = misc::ascii_run_end(utf8, pos, true);
+        if (ascii_end > pos) {
+            in.append(utf8.substr(pos, ascii_end - pos));
+            pos = ascii_end;
+            continue;
         }
-        in[out++] = c;
+        auto const b = static_cast<unsigned char>(utf8[pos]);
+        if (b == '\r') {
+            // Newline normalisation: CR LF and lone CR become LF before anything else sees the text.
+            in.push_back('\n');
+            pos += (pos + 1 < utf8.size() && utf8[pos + 1] == '\n') ? 2 : 1;
+        } else {
+            // A valid sequence stays as it is; each byte that starts no valid sequence becomes U+FFFD.
+            std::size_t const from = pos;
+            char32_t const cp = textbuf::next_utf8(utf8, pos);
+            if (pos - from == 1) {
+                textbuf::append_utf8(in, cp);
+            } else {
+                in.append(utf8.substr(from, pos - from));
+            }
+        }
     }
-    in.resize(out);
-    t.tokenizer_input = std::move(in);
     t.chars_token.token_kind = token_type::multi_char;
     return t;
 }

@@ -85,8 +85,9 @@ enum class state {
 
 /// The state of one tokenization. Build with `start`, then call `next_token` until END OF FILE.
 struct tokenizer {
-    /// The input after newline normalisation (CR LF and lone CR become LF).
-    std::u32string tokenizer_input;
+    /// The input as UTF-8 after newline normalisation (CR LF and lone CR become LF), with each byte that
+    /// starts no valid sequence replaced by U+FFFD. The states read it a byte at a time.
+    std::string tokenizer_input;
     std::size_t tokenizer_pos = 0;
     state current_state = state::data;
     /// Set by the tree builder: whether "<![CDATA[" opens a CDATA section (only in foreign content).

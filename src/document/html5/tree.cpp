@@ -51,6 +51,10 @@ std::unique_ptr<node> make_comment(std::string_view text) {
 node* add_child_node(node& parent, std::unique_ptr<node> child) {
     check(child && child->node_parent == nullptr, "html5.tree.add_child_node");
     child->node_parent = &parent;
+    if (parent.node_children.empty() && parent.node_children.capacity() == 0) {
+        // Most elements have a few children: one allocation for the first four rather than three.
+        parent.node_children.reserve(4);
+    }
     parent.node_children.push_back(std::move(child));
     return parent.node_children.back().get();
 }
