@@ -87,13 +87,13 @@ void for_each_style_element(dom::dom_document const& doc, F const& f) {
     }
 }
 
+// A value of the command line, read as a whole; anything left over fails it.
 std::optional<css::declaration> page_declaration(std::string const& name, std::string const& text) {
-    auto decls = css::parser::parse_declarations(css::origin::user, "", name + ": " + text);
-    if (decls.size() != 1 || decls.front().prop_name != name) {
+    auto v = css::parser::parse_value("", text);
+    if (!v) {
         return std::nullopt;
     }
-    decls.front().index = 0;
-    return decls.front();
+    return css::declaration{.prop_name = name, .value = std::move(*v), .origin = css::origin::user, .index = 0};
 }
 
 } // namespace
