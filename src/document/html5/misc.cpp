@@ -8,7 +8,7 @@ using tree::html_ns;
 
 bool is_html(tree::node const* n, std::string_view name) {
     return n != nullptr && n->node_kind == tree::node_type::element && n->node_ns == html_ns::html &&
-           n->node_name == name;
+           same_name(n->node_name, name);
 }
 
 bool is_html_in(tree::node const* n, std::initializer_list<std::string_view> names) {

@@ -10,10 +10,16 @@
 
 namespace vellum::html5::misc {
 
+/// Whether two names are equal. The tree builder compares names all the time, mostly unequal ones: the
+/// length and the first letter tell most of them apart without a call to compare the bytes.
+inline bool same_name(std::string_view a, std::string_view b) {
+    return a.size() == b.size() && (a.empty() || (a[0] == b[0] && a == b));
+}
+
 /// Whether name is one of the listed names.
 inline bool name_in(std::string_view name, std::initializer_list<std::string_view> names) {
     for (auto n : names) {
-        if (n == name) {
+        if (same_name(n, name)) {
             return true;
         }
     }
