@@ -516,6 +516,50 @@ TEST(cascade, a_document_needs_a_root_element) {
     EXPECT_THROW(f.style(doc), internal_error);
 }
 
+TEST(cascade, the_real_default_sheets_style_html) {
+    fixture f("real", {}, fs::path(VELLUM_SOURCE_DIR) / "resources");
+    std::string const text = R"(<html><head><title>D</title></head><body link="green"><h1>T</h1><p lang="de">x</p><a href="u">l</a>
+        <table cellpadding="4"><tr><td>a</td></tr></table><table><tr><td>b</td></tr></table></body></html>)";
+    for (auto const type : {doctype::doctype::html5, doctype::doctype::html4}) {
+        SCOPED_TRACE(document::input::doctype_word(type));
+        auto const doc = f.parse(text, type);
+        auto const styled = f.style(doc);
+        EXPECT_EQ(f.log.text().find("warning"), std::string::npos) << f.log.text();
+        auto const& h1 = f.of(find(doc, "h1"));
+        EXPECT_EQ(h1.winner("display"), "block");
+        EXPECT_EQ(h1.winner("bookmark-level"), "1");
+        EXPECT_EQ(h1.winner("font-weight"), "bold");
+        EXPECT_EQ(f.of(find(doc, "html")).winner("font-family"), "serif");
+        EXPECT_EQ(f.of(find(doc, "head")).winner("display"), "none");
+        EXPECT_EQ(f.of(find(doc, "title")).winner("string-set"), "title content(text)");
+        // The table's cellpadding stands against the default padding of cells.
+        auto const cells = find_all(doc, "td");
+        EXPECT_EQ(f.of(cells[0]).winner("padding"), "4px");
+        EXPECT_EQ(f.of(cells[1]).winner("padding"), "1px");
+        EXPECT_EQ(f.of(cells[0]).winner("display"), "table-cell");
+        // So does the body's link colour, and the link is live.
+        auto const& a = f.of(find(doc, "a"));
+        EXPECT_EQ(a.winner("color"), "green");
+        EXPECT_EQ(a.winner("link"), "attr(href, url)");
+        // German text finds the German patterns, as one of the program's own files.
+        std::optional<loc::locator> patterns;
+        for (auto const& r : styled.styled_rules.rules_env.rules) {
+            for (auto const& d : r.rule_declarations) {
+                auto const* u = std::get_if<css::value::url>(&d.value);
+                if (u && u->url_text == "../hyph/de.pat") {
+                    patterns = resolve_url(*styled.styled_rules.rules_bases, *u);
+                }
+            }
+        }
+        EXPECT_EQ(f.of(find(doc, "p")).winner("hyphenate-patterns"), "url(\"../hyph/de.pat\")");
+        ASSERT_TRUE(patterns);
+        auto const path = resource::loader::resolve_filename(f.loader, *patterns);
+        ASSERT_TRUE(path);
+        EXPECT_EQ(fs::path(path->path).lexically_normal(),
+                  (fs::path(VELLUM_SOURCE_DIR) / "resources/hyph/de.pat").lexically_normal());
+    }
+}
+
 TEST(element_matches, interactive_states_never_match) {
     fixture f("states");
     auto const doc = f.parse(R"(<a href="x" id="t">a</a><input checked disabled>)", doctype::doctype::html5);
