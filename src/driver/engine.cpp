@@ -120,9 +120,23 @@ void load_dtd_catalog(log::log const& log, std::string const& prefix) {
 result<engine> new_engine(log::log const& log,
                           resource::loader::loader const& loader,
                           engine_options const& options) {
-    // FIXME: the font system opens here and registers the @font-face rules of style/fonts.css.
-    log::log_debug(log, "font system not built yet: style/fonts.css is not read");
-    return engine{.engine_loader = loader, .engine_options = options};
+    auto fonts = fonts::new_fonts(loader, log, options.system_fonts);
+    if (!fonts) {
+        return fail(fonts.error());
+    }
+    // The generic families and the installed faces are ordinary @font-face rules of the program's own
+    // sheet; without it only system fonts and the documents' rules remain.
+    auto const sheet = resource::loader::load_style_resource(log, loader, "fonts.css");
+    auto const text = sheet ? resource::loader::resource_to_bytes(sheet->resource_data)
+                            : result<bytes::bytes>(fail(sheet.error()));
+    if (!text) {
+        log::log_file_message(log, log::level::warning, "style/fonts.css", text.error());
+    } else {
+        auto const view = text->view();
+        fonts::add_font_face_sheet(*fonts, std::string(view.begin(), view.end()), "style/fonts.css",
+                                   fonts::font_face::system_resolver(sheet->resource_locator));
+    }
+    return engine{.engine_loader = loader, .engine_options = options, .engine_fonts = *fonts};
 }
 
 std::optional<loaded_document> load_input_document(log::log const& log,

@@ -7,6 +7,7 @@
 #include "driver/job.hpp"
 #include "driver/log.hpp"
 #include "resource/loader.hpp"
+#include "text/fonts/fonts.hpp"
 #include "util/bytes.hpp"
 #include "util/result.hpp"
 
@@ -19,6 +20,8 @@ namespace vellum::engine {
 struct engine {
     resource::loader::loader engine_loader;
     vellum::engine::engine_options engine_options;
+    /// The font database, with the rules of style/fonts.css.
+    fonts::fonts engine_fonts;
 };
 
 /// A document after loading and preparation, as far as the stages built so far carry it.
@@ -34,7 +37,7 @@ struct loaded_document {
 /// Initialises the XML catalog from "dtd/catalog.xml" under the prefix; a failure is a warning.
 void load_dtd_catalog(log::log const& log, std::string const& prefix);
 
-/// Creates the engine of a run.
+/// Creates the engine of a run: the font database opens and reads style/fonts.css from the prefix.
 [[nodiscard]] result<engine> new_engine(log::log const& log,
                                        resource::loader::loader const& loader,
                                        engine_options const& options);

@@ -5,6 +5,8 @@
 #include "driver/help.hpp"
 #include "driver/log.hpp"
 #include "driver/options.hpp"
+#include "text/fonts/fonts.hpp"
+#include "text/fonts/scan.hpp"
 #include "util/cell.hpp"
 #include "util/ref.hpp"
 
@@ -98,6 +100,23 @@ int run_job(log::log const& log,
     return 1;
 }
 
+// Writes an @font-face rule for each font file to standard output; a file that does not load is
+// logged and passed over.
+int scan_fonts(log::log const& log, resource::loader::loader const& loader, std::vector<std::string> const& files,
+               bool verbose) {
+    auto db = fonts::new_fonts(loader, log, false);
+    if (!db) {
+        log::log_error(log, db.error());
+        return 1;
+    }
+    for (auto const& file : files) {
+        if (auto css = fonts::scan::scan_font_file(log, db->fonts_freetype, file, verbose)) {
+            print(*css);
+        }
+    }
+    return 0;
+}
+
 int run_command(log::log const& console, options::run_command const& rc) {
     init_libraries();
     // Prefetch threads log too, so each sink takes a lock for its lines.
@@ -124,9 +143,9 @@ int run_command(log::log const& console, options::run_command const& rc) {
                     print(help::version_text(rc.log_options.log_verbosity == log::verbosity::debug));
                     return 0;
                 },
-                [&](options::scanfonts const&) {
-                    log::log_error(log, "--scanfonts is not supported yet: the font system is not built");
-                    return 1;
+                [&](options::scanfonts const& s) {
+                    return scan_fonts(log, *loader, s.scanfonts_files,
+                                      rc.log_options.log_verbosity != log::verbosity::normal);
                 },
                 [&](options::shell const&) {
                     log::log_error(log, "--shell is not supported yet: the script engine is not built");
