@@ -3,9 +3,9 @@
 #include "text/fonts/fonts.hpp"
 #include "text/fonts/graphemes.hpp"
 
-#include <gtest/gtest.h>
-
 #include <cmath>
+
+#include <gtest/gtest.h>
 
 namespace vellum::fonts {
 namespace {
@@ -25,8 +25,8 @@ resource::loader::loader test_loader(log::log const& log) {
 
 // Names in the test sheets are file paths, as on the command line.
 locator::locator as_path(std::string const& text, std::string const&) {
-    return locator::parse_locator(locator::path_or_url::path_or_url, locator::locator_origin::command_line_origin,
-                                  std::nullopt, text);
+    return locator::parse_locator(locator::path_or_url::path_or_url,
+                                  locator::locator_origin::command_line_origin, std::nullopt, text);
 }
 
 struct fixture {
@@ -51,7 +51,8 @@ struct fixture {
 };
 
 std::string face(std::string const& family, std::string const& file, std::string const& descriptors = "") {
-    return "@font-face { font-family: \"" + family + "\"; src: url(\"" + file + "\"); " + descriptors + " }\n";
+    return "@font-face { font-family: \"" + family + "\"; src: url(\"" + file + "\"); " + descriptors +
+           " }\n";
 }
 
 font_query family(std::string const& name) {
@@ -63,6 +64,7 @@ TEST(fonts_db, picks_weights_by_nearest_matching_value) {
               face("W", dejavu + "DejaVuSans.ttf", "font-weight: 500;") +
               face("W", dejavu + "DejaVuSans-Bold.ttf", "font-weight: 700;") +
               face("W", dejavu + "DejaVuSansMono.ttf", "font-weight: 900;"));
+
     struct row {
         char const* name;
         truetype::truetype_weight weight;
@@ -77,6 +79,7 @@ TEST(fonts_db, picks_weights_by_nearest_matching_value) {
         {"200 goes up to 300", truetype::truetype_weight::weight_200, "DejaVuSans-ExtraLight.ttf"},
         {"bold", truetype::truetype_weight::bold, "DejaVuSans-Bold.ttf"},
     };
+
     for (auto const& r : rows) {
         SCOPED_TRACE(r.name);
         auto q = family("W");
@@ -87,7 +90,8 @@ TEST(fonts_db, picks_weights_by_nearest_matching_value) {
 
 TEST(fonts_db, style_outweighs_width_and_width_outweighs_weight) {
     fixture f(face("S", dejavu + "DejaVuSans.ttf") +
-              face("S", dejavu + "DejaVuSansCondensed-Bold.ttf", "font-weight: bold; font-stretch: semi-condensed;") +
+              face("S", dejavu + "DejaVuSansCondensed-Bold.ttf",
+                   "font-weight: bold; font-stretch: semi-condensed;") +
               face("S", dejavu + "DejaVuSans-Oblique.ttf", "font-style: oblique; font-weight: 900;") +
               face("T", liberation + "LiberationSerif-Regular.ttf"));
     auto q = family("S");
@@ -107,13 +111,15 @@ TEST(fonts_db, unicode_ranges_and_src_alternatives) {
     fixture f(face("R", dejavu + "DejaVuSans.ttf", "unicode-range: U+0-7F;") +
               face("R", liberation + "LiberationSerif-Regular.ttf", "unicode-range: U+41-5A, U+30?;") +
               "@font-face { font-family: Alt Family; src: url(/nonexistent/missing.ttf), local(\"No Such\"), "
-              "url(\"" + dejavu + "DejaVuSerif.ttf\") format(\"truetype\"); }\n");
+              "url(\"" +
+              dejavu + "DejaVuSerif.ttf\") format(\"truetype\"); }\n");
     EXPECT_EQ(f.file_for(family("R"), U'A'), "LiberationSerif-Regular.ttf");
     EXPECT_EQ(f.file_for(family("R"), U'b'), "DejaVuSans.ttf");
     EXPECT_EQ(f.file_for(family("R"), U'\u0301'), "LiberationSerif-Regular.ttf") << "U+30? covers U+0301";
     // Outside both ranges: no face at all, so the fallback "?" comes from the range that has it.
     EXPECT_EQ(f.file_for(family("R"), U'\u00e9'), "DejaVuSans.ttf");
-    EXPECT_EQ(char_to_glyph(f.db, *f.req(family("R")), U'\u00e9').raw_glyph_unicodes, unicode::unicodes(U"?"));
+    EXPECT_EQ(char_to_glyph(f.db, *f.req(family("R")), U'\u00e9').raw_glyph_unicodes,
+              unicode::unicodes(U"?"));
 
     // A source that fails to load is passed over and logged once; the family name is case-blind.
     EXPECT_EQ(f.file_for(family("alt family"), U'a'), "DejaVuSerif.ttf");
@@ -135,7 +141,8 @@ TEST(fonts_db, a_face_without_the_glyph_hands_over_to_the_next_rule_and_family) 
 }
 
 TEST(fonts_db, fallback_characters_and_last_resort) {
-    fixture f(face("serif", dejavu + "DejaVuSerif.ttf") + face("P", liberation + "LiberationSans-Regular.ttf"));
+    fixture f(face("serif", dejavu + "DejaVuSerif.ttf") +
+              face("P", liberation + "LiberationSans-Regular.ttf"));
     auto const req = f.req({.query_families = {"P"}});
     // U+0096 has no glyph anywhere; Windows-1252 puts an en dash there, found in the first family.
     auto const g = char_to_glyph(f.db, *req, U'\u0096');
@@ -146,7 +153,8 @@ TEST(fonts_db, fallback_characters_and_last_resort) {
     EXPECT_EQ(q.raw_glyph_unicodes, unicode::unicodes(U"?"));
     char_to_glyph(f.db, *req, U'\u0378');
     auto const text = f.log.text();
-    EXPECT_NE(text.find("debug: no glyphs for character U+0096, fallback to U+2013"), std::string::npos) << text;
+    EXPECT_NE(text.find("debug: no glyphs for character U+0096, fallback to U+2013"), std::string::npos)
+        << text;
     auto const warn = text.find("warning: no glyphs for character U+0378, fallback to '?'");
     EXPECT_NE(warn, std::string::npos) << text;
     EXPECT_EQ(text.find("U+0378", text.find('\n', warn)), std::string::npos) << "said twice: " << text;
@@ -232,6 +240,7 @@ TEST(fonts_db, synthesised_bold_and_italic_where_the_face_lacks_them) {
     fixture f(face("A", dejavu + "DejaVuSans.ttf") +
               face("A", dejavu + "DejaVuSans-BoldOblique.ttf", "font-weight: bold; font-style: oblique;") +
               face("U", dejavu + "DejaVuSans.ttf"));
+
     struct row {
         char const* name;
         char const* family;
@@ -241,12 +250,19 @@ TEST(fonts_db, synthesised_bold_and_italic_where_the_face_lacks_them) {
     } const rows[] = {
         {"plain", "A", match::font_style::normal, truetype::truetype_weight::normal, {}},
         {"the face has both", "A", match::font_style::italic, truetype::truetype_weight::bold, {}},
-        {"only upright regular", "U", match::font_style::italic, truetype::truetype_weight::weight_600,
+        {"only upright regular",
+         "U",
+         match::font_style::italic,
+         truetype::truetype_weight::weight_600,
          {.synthesis_bold = true, .synthesis_italic = true}},
         {"500 is not bold", "U", match::font_style::normal, truetype::truetype_weight::weight_500, {}},
-        {"bold oblique face for a light request", "A", match::font_style::normal, truetype::truetype_weight::weight_100,
+        {"bold oblique face for a light request",
+         "A",
+         match::font_style::normal,
+         truetype::truetype_weight::weight_100,
          {}},
     };
+
     for (auto const& r : rows) {
         SCOPED_TRACE(r.name);
         auto q = family(r.family);
@@ -269,7 +285,8 @@ TEST(fonts_db, measures_runs_against_the_fonts_own_metrics) {
     auto const face_ft = *freetype::open_file(ft, path, 0);
     double expected = 0;
     for (char32_t c : std::u32string(U"Hello")) {
-        expected += double(*freetype::unscaled_advance(face_ft, freetype::char_index(face_ft, c))) / 2048.0 * 10.0;
+        expected +=
+            double(*freetype::unscaled_advance(face_ft, freetype::char_index(face_ft, c))) / 2048.0 * 10.0;
     }
     EXPECT_NEAR(graphemes_width(false, false, gs, 0, 10), expected, 1e-3);
     EXPECT_NEAR(graphemes_width(true, false, gs, 0, 10), expected, 1e-3);

@@ -4,10 +4,10 @@
 #include "text/fonts/fonts.hpp"
 #include "text/fonts/scan.hpp"
 
-#include <gtest/gtest.h>
-
 #include <fstream>
 #include <sstream>
+
+#include <gtest/gtest.h>
 
 namespace vellum::fonts {
 namespace {
@@ -22,9 +22,11 @@ locator::locator sheet_locator() {
 
 std::vector<result<font_face::font_face>> read_sheet(std::string const& text) {
     captured_log log;
-    auto const no_fetch = [](css::value::url const&) -> result<css::parser::fetched_sheet> { return fail("no"); };
-    auto const env = css::parser::parse_style_sheet(log.log, no_fetch, css::origin::program, "style/fonts.css", text,
-                                                    css::parser::new_env("print"));
+    auto const no_fetch = [](css::value::url const&) -> result<css::parser::fetched_sheet> {
+        return fail("no");
+    };
+    auto const env = css::parser::parse_style_sheet(log.log, no_fetch, css::origin::program,
+                                                    "style/fonts.css", text, css::parser::new_env("print"));
     std::vector<result<font_face::font_face>> out;
     for (auto const& decls : env.fonts) {
         out.push_back(font_face::read_font_face(decls, font_face::system_resolver(sheet_locator())));
@@ -34,7 +36,8 @@ std::vector<result<font_face::font_face>> read_sheet(std::string const& text) {
 
 TEST(fonts_face, reads_descriptors_and_sources) {
     auto const faces = read_sheet(
-        "@font-face { font-family: Big  Shoulders; font-weight: 600; font-style: oblique; font-stretch: expanded;"
+        "@font-face { font-family: Big  Shoulders; font-weight: 600; font-style: oblique; font-stretch: "
+        "expanded;"
         "  font-variant: small-caps; unicode-range: U+0-7F, U+4??;"
         "  src: url(a.woff) format(\"woff\"), local(\"Some Face\"), local(Other Face), vellum-lookup(serif),"
         "       bogus(x), url(\"/abs/b.ttf\"); }\n"
@@ -58,7 +61,8 @@ TEST(fonts_face, reads_descriptors_and_sources) {
     EXPECT_EQ(f.face_srcs[1], font_face::font_src(font_face::src_local{"Some Face"}));
     EXPECT_EQ(f.face_srcs[2], font_face::font_src(font_face::src_local{"Other Face"}));
     EXPECT_EQ(f.face_srcs[3], font_face::font_src(font_face::src_lookup{"serif"}));
-    EXPECT_EQ(locator::locator_to_string(std::get<font_face::src_url>(f.face_srcs[4]).url_locator), "/abs/b.ttf");
+    EXPECT_EQ(locator::locator_to_string(std::get<font_face::src_url>(f.face_srcs[4]).url_locator),
+              "/abs/b.ttf");
 
     // Values a face cannot use leave the defaults.
     ASSERT_TRUE(faces[1]);
@@ -77,7 +81,8 @@ TEST(fonts_face, the_programs_font_sheet_maps_generic_and_common_families) {
     captured_log log;
     resource::loader::loader_options opts;
     opts.network = false;
-    auto const loader = resource::loader::new_loader(log.log, {VELLUM_SOURCE_DIR "/resources"}, {"/tmp"}, opts);
+    auto const loader =
+        resource::loader::new_loader(log.log, {VELLUM_SOURCE_DIR "/resources"}, {"/tmp"}, opts);
     ASSERT_TRUE(loader);
     auto db = new_fonts(*loader, log.log, false);
     ASSERT_TRUE(db);
@@ -93,20 +98,27 @@ TEST(fonts_face, the_programs_font_sheet_maps_generic_and_common_families) {
         char32_t c;
         std::string expected;
     } const rows[] = {
-        {"serif", truetype::truetype_weight::normal, match::font_style::normal, U'a', "Liberation Serif Regular"},
-        {"serif", truetype::truetype_weight::bold, match::font_style::italic, U'a', "Liberation Serif Bold Italic"},
-        {"sans-serif", truetype::truetype_weight::normal, match::font_style::normal, U'a', "Liberation Sans Regular"},
-        {"monospace", truetype::truetype_weight::bold, match::font_style::normal, U'a', "Liberation Mono Bold"},
+        {"serif", truetype::truetype_weight::normal, match::font_style::normal, U'a',
+         "Liberation Serif Regular"},
+        {"serif", truetype::truetype_weight::bold, match::font_style::italic, U'a',
+         "Liberation Serif Bold Italic"},
+        {"sans-serif", truetype::truetype_weight::normal, match::font_style::normal, U'a',
+         "Liberation Sans Regular"},
+        {"monospace", truetype::truetype_weight::bold, match::font_style::normal, U'a',
+         "Liberation Mono Bold"},
         {"Times New Roman", truetype::truetype_weight::normal, match::font_style::normal, U'a',
          "Liberation Serif Regular"},
         // Georgian is not in Liberation Serif: the serif family hands it on to DejaVu.
-        {"serif", truetype::truetype_weight::normal, match::font_style::normal, U'\u10D0', "DejaVu Serif Book"},
+        {"serif", truetype::truetype_weight::normal, match::font_style::normal, U'\u10D0',
+         "DejaVu Serif Book"},
         {"no such family", truetype::truetype_weight::normal, match::font_style::normal, U'a',
          "Liberation Serif Regular"},
     };
+
     for (auto const& r : rows) {
         SCOPED_TRACE(r.family);
-        auto const req = get_font_req(*db, {.query_families = {r.family}, .query_style = r.style, .query_weight = r.weight});
+        auto const req = get_font_req(
+            *db, {.query_families = {r.family}, .query_style = r.style, .query_weight = r.weight});
         EXPECT_EQ(describe_font(char_to_glyph(*db, *req, r.c).raw_glyph_font_ref), r.expected);
     }
     EXPECT_EQ(log.text().find("warning"), std::string::npos) << log.text();

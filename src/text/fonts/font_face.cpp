@@ -147,9 +147,9 @@ std::optional<font_src> read_src(std::vector<value> const& terms, url_resolver c
         return std::nullopt;
     }
     auto const arg = f->function_args.front();
-    std::vector<value> const arg_terms =
-        std::holds_alternative<css::value::values>(arg) ? std::get<css::value::values>(arg).value_list
-                                                        : std::vector<value>{arg};
+    std::vector<value> const arg_terms = std::holds_alternative<css::value::values>(arg)
+                                             ? std::get<css::value::values>(arg).value_list
+                                             : std::vector<value>{arg};
     auto const name = name_of(arg_terms);
     if (!name) {
         return std::nullopt;

@@ -52,7 +52,8 @@ struct font_face {
 };
 
 /// Turns the URL of a src descriptor (text and the base it was written against) into a locator.
-using url_resolver = std::function<resource::locator::locator(std::string const& text, std::string const& base)>;
+using url_resolver =
+    std::function<resource::locator::locator(std::string const& text, std::string const& base)>;
 
 /// Reads the declarations of one @font-face block. A rule without a family or without a usable
 /// source fails with a message; unknown descriptors and values the rule cannot use are passed over.

@@ -2,9 +2,9 @@
 
 #include "util/cell.hpp"
 
-#include <fontconfig/fontconfig.h>
-
 #include <memory>
+
+#include <fontconfig/fontconfig.h>
 
 namespace vellum::fonts::font_system {
 

@@ -21,19 +21,19 @@ std::string lower(std::string s) {
 std::string locator_key(resource::locator::locator const& loc) {
     using namespace resource::locator;
     std::string const origin = std::to_string(int(loc.locator_origin)) + ":";
-    return origin + std::visit(overloaded{
-                                   [](web const& w) { return "web:" + w.web_url; },
-                                   [](file const& f) {
-                                       return "file:" + f.file_path.path +
-                                              (f.file_query ? "?" + *f.file_query : "");
-                                   },
-                                   [](standard_input const&) { return std::string("stdin:"); },
-                                   [](data const& d) { return "data:" + d.data_url; },
-                                   [](other const& o) { return "other:" + o.other_url; },
-                                   [](invalid const& i) { return "invalid:" + i.invalid_text; },
-                                   [](unresolvable const& u) { return "unresolvable:" + u.unresolvable_text; },
-                               },
-                               loc.locator_url);
+    return origin +
+           std::visit(overloaded{
+                          [](web const& w) { return "web:" + w.web_url; },
+                          [](file const& f) {
+                              return "file:" + f.file_path.path + (f.file_query ? "?" + *f.file_query : "");
+                          },
+                          [](standard_input const&) { return std::string("stdin:"); },
+                          [](data const& d) { return "data:" + d.data_url; },
+                          [](other const& o) { return "other:" + o.other_url; },
+                          [](invalid const& i) { return "invalid:" + i.invalid_text; },
+                          [](unresolvable const& u) { return "unresolvable:" + u.unresolvable_text; },
+                      },
+                      loc.locator_url);
 }
 
 std::string handle_key(font_handle const& h) {
@@ -77,11 +77,14 @@ family_record const* best_record(match::request const& r, font_family_records co
     return best ? &records[*best] : nullptr;
 }
 
-std::vector<req_entry> match_families(fonts const& db, font_query const& q,
+std::vector<req_entry> match_families(fonts const& db,
+                                      font_query const& q,
                                       std::vector<std::string> const& families,
                                       std::vector<std::string> const& chain);
 
-font_face_match match_source(fonts const& db, font_query const& q, font_source const& src,
+font_face_match match_source(fonts const& db,
+                             font_query const& q,
+                             font_source const& src,
                              std::vector<std::string> const& chain) {
     return std::visit(
         overloaded{
@@ -90,7 +93,8 @@ font_face_match match_source(fonts const& db, font_query const& q, font_source c
                 // local() looks among the system fonts only, so a rule cannot answer for itself.
                 font_family_records system_records;
                 for (auto const& rec : lookup_family(db, s.family_name)) {
-                    if (rec.record_desc.font_desc_origin == match::desc_origin::font_desc_origin_system_font) {
+                    if (rec.record_desc.font_desc_origin ==
+                        match::desc_origin::font_desc_origin_system_font) {
                         system_records.push_back(rec);
                     }
                 }
@@ -109,7 +113,8 @@ font_face_match match_source(fonts const& db, font_query const& q, font_source c
             [&](redirect const& r) -> font_face_match {
                 auto const key = lower(r.redirect_name);
                 if (std::find(chain.begin(), chain.end(), key) != chain.end()) {
-                    log::log_warning(db.fonts_log, "cyclic @font-face redirect to \"" + r.redirect_name + "\"");
+                    log::log_warning(db.fonts_log,
+                                     "cyclic @font-face redirect to \"" + r.redirect_name + "\"");
                     return match_redirect{std::make_shared<std::vector<req_entry> const>()};
                 }
                 auto longer = chain;
@@ -121,7 +126,8 @@ font_face_match match_source(fonts const& db, font_query const& q, font_source c
         src);
 }
 
-std::vector<req_entry> match_families(fonts const& db, font_query const& q,
+std::vector<req_entry> match_families(fonts const& db,
+                                      font_query const& q,
                                       std::vector<std::string> const& families,
                                       std::vector<std::string> const& chain) {
     std::vector<req_entry> out;
@@ -156,16 +162,15 @@ std::optional<ref<font_data::font_data>> load_handle(fonts const& db, font_handl
                 // The program's own style sheets name installed font files by their absolute paths;
                 // those lie outside the prefix, where the loader would look for system files.
                 if (f && l.local_locator.locator_origin == locator_origin::system_origin &&
-                    f->file_path.path.starts_with("/") && (prefix.empty() || !f->file_path.path.starts_with(prefix))) {
-                    auto font = font_data::load_font(log, db.fonts_freetype,
-                                                     {.file_path = f->file_path.path,
-                                                      .file_face_index = l.local_face_index},
-                                                     location);
+                    f->file_path.path.starts_with("/") &&
+                    (prefix.empty() || !f->file_path.path.starts_with(prefix))) {
+                    auto font = font_data::load_font(
+                        log, db.fonts_freetype,
+                        {.file_path = f->file_path.path, .file_face_index = l.local_face_index}, location);
                     return font ? std::optional(*font) : std::nullopt;
                 }
-                auto loaded =
-                    resource::loader::load_resource(log, db.fonts_loader, resource::loader::resource_description::font,
-                                                    l.local_locator);
+                auto loaded = resource::loader::load_resource(
+                    log, db.fonts_loader, resource::loader::resource_description::font, l.local_locator);
                 auto data = loaded ? resource::loader::resource_to_bytes(loaded->resource_data)
                                    : result<bytes::bytes>(fail(loaded.error()));
                 if (!data) {
@@ -177,15 +182,16 @@ std::optional<ref<font_data::font_data>> load_handle(fonts const& db, font_handl
                     log::log_file_message(log, log::level::warning, location, "empty font file");
                     return std::nullopt;
                 }
-                auto font = font_data::load_font(
-                    log, db.fonts_freetype, {.file_bytes = *data, .file_face_index = l.local_face_index}, location);
+                auto font = font_data::load_font(log, db.fonts_freetype,
+                                                 {.file_bytes = *data, .file_face_index = l.local_face_index},
+                                                 location);
                 return font ? std::optional(*font) : std::nullopt;
             },
             [&](system_font const& s) -> std::optional<ref<font_data::font_data>> {
                 check(db.fonts_font_system.has_value(), "cannot load system font without font system");
-                auto font = font_data::load_font(log, db.fonts_freetype,
-                                                 {.file_path = s.system_file, .file_face_index = s.system_face_index},
-                                                 s.system_file);
+                auto font = font_data::load_font(
+                    log, db.fonts_freetype,
+                    {.file_path = s.system_file, .file_face_index = s.system_face_index}, s.system_file);
                 return font ? std::optional(*font) : std::nullopt;
             },
         },
@@ -195,21 +201,20 @@ std::optional<ref<font_data::font_data>> load_handle(fonts const& db, font_handl
 // The font of a cache item, loading it on first need; nothing for a font that does not load.
 std::optional<ref<font_data::font_data>> bring_to_life(fonts const& db, font_cache_ref const& item) {
     auto const current = item->get();
-    return std::visit(overloaded{
-                          [&](unloaded const& u) -> std::optional<ref<font_data::font_data>> {
-                              auto font = load_handle(db, u.unloaded_handle);
-                              item->set(font ? font_cache_item(unused{*font}) : font_cache_item(unloadable{}));
-                              return font;
-                          },
-                          [](unused const& u) -> std::optional<ref<font_data::font_data>> {
-                              return u.unused_data;
-                          },
-                          [](used const& u) -> std::optional<ref<font_data::font_data>> {
-                              return u.used_ref->used_font_data;
-                          },
-                          [](unloadable const&) -> std::optional<ref<font_data::font_data>> { return std::nullopt; },
-                      },
-                      current);
+    return std::visit(
+        overloaded{
+            [&](unloaded const& u) -> std::optional<ref<font_data::font_data>> {
+                auto font = load_handle(db, u.unloaded_handle);
+                item->set(font ? font_cache_item(unused{*font}) : font_cache_item(unloadable{}));
+                return font;
+            },
+            [](unused const& u) -> std::optional<ref<font_data::font_data>> { return u.unused_data; },
+            [](used const& u) -> std::optional<ref<font_data::font_data>> {
+                return u.used_ref->used_font_data;
+            },
+            [](unloadable const&) -> std::optional<ref<font_data::font_data>> { return std::nullopt; },
+        },
+        current);
 }
 
 // Marks the font of an item as used for a character: the first use gives it an id and an encoding;
@@ -291,13 +296,12 @@ map_glyph_res map_char(fonts const& db, std::vector<req_entry> const& entries, c
 std::optional<ref<font_data::font_data>> first_font(fonts const& db, std::vector<req_entry> const& entries) {
     for (auto const& entry : entries) {
         for (auto const& face : entry.entry_faces) {
-            auto const font = std::visit(overloaded{
-                                             [&](match_redirect const& m) {
-                                                 return first_font(db, *m.redirect_entries);
-                                             },
-                                             [&](match_cache_ref const& m) { return bring_to_life(db, m.match_ref); },
-                                         },
-                                         face);
+            auto const font =
+                std::visit(overloaded{
+                               [&](match_redirect const& m) { return first_font(db, *m.redirect_entries); },
+                               [&](match_cache_ref const& m) { return bring_to_life(db, m.match_ref); },
+                           },
+                           face);
             if (font) {
                 return font;
             }
@@ -352,7 +356,9 @@ void add_font_faces(fonts const& db, std::vector<font_face::font_face> const& fa
                     [&](font_face::src_url const& u) -> font_source {
                         return source_cache_ref{cache_item(db, local_font{u.url_locator, 0})};
                     },
-                    [](font_face::src_local const& l) -> font_source { return system_font_family{l.local_name}; },
+                    [](font_face::src_local const& l) -> font_source {
+                        return system_font_family{l.local_name};
+                    },
                     [](font_face::src_lookup const& l) -> font_source { return redirect{l.lookup_name}; },
                 },
                 src));
@@ -364,19 +370,22 @@ void add_font_faces(fonts const& db, std::vector<font_face::font_face> const& fa
             if (same != records.end()) {
                 same->record_sources.insert(same->record_sources.begin(), sources);
             } else {
-                records.insert(records.begin(), family_record{.record_desc = desc, .record_sources = {sources}});
+                records.insert(records.begin(),
+                               family_record{.record_desc = desc, .record_sources = {sources}});
             }
         });
     }
 }
 
-void add_font_face_sheet(fonts const& db, std::string const& sheet_text, std::string const& sheet_name,
+void add_font_face_sheet(fonts const& db,
+                         std::string const& sheet_text,
+                         std::string const& sheet_name,
                          font_face::url_resolver const& resolve) {
     auto const no_imports = [](css::value::url const&) -> result<css::parser::fetched_sheet> {
         return fail("imports are not followed in a font sheet");
     };
-    auto const env = css::parser::parse_style_sheet(db.fonts_log, no_imports, css::origin::program, sheet_name,
-                                                    sheet_text, css::parser::new_env("print"));
+    auto const env = css::parser::parse_style_sheet(db.fonts_log, no_imports, css::origin::program,
+                                                    sheet_name, sheet_text, css::parser::new_env("print"));
     css::parser::log_warnings(db.fonts_log, env);
     std::vector<font_face::font_face> faces;
     for (auto const& decls : env.fonts) {
@@ -404,9 +413,10 @@ font_family_records lookup_family(fonts const& db, std::string const& family) {
     if (db.fonts_font_system) {
         for (auto const& face : font_system::scan_family(db.fonts_log, *db.fonts_font_system, family)) {
             auto const item = cache_item(db, system_font{face.face_file, face.face_index});
-            records.insert(records.begin(),
-                           family_record{.record_desc = face.face_desc,
-                                         .record_sources = {{.ranged_sources_list = {source_cache_ref{item}}}}});
+            records.insert(
+                records.begin(),
+                family_record{.record_desc = face.face_desc,
+                              .record_sources = {{.ranged_sources_list = {source_cache_ref{item}}}}});
         }
     }
     // System faces of a family literally named "serif" stay apart from the generic name that the
@@ -423,10 +433,11 @@ font_family_records lookup_family(fonts const& db, std::string const& family) {
 }
 
 ref<font_req> get_font_req(fonts const& db, font_query const& query) {
-    auto const cached = db.font_req_cache->update([&](std::map<font_query, ref<font_req>>& m) -> ref<font_req> {
-        auto it = m.find(query);
-        return it == m.end() ? nullptr : it->second;
-    });
+    auto const cached =
+        db.font_req_cache->update([&](std::map<font_query, ref<font_req>>& m) -> ref<font_req> {
+            auto it = m.find(query);
+            return it == m.end() ? nullptr : it->second;
+        });
     if (cached) {
         return cached;
     }

@@ -237,19 +237,22 @@ struct fonts {
 
 /// The run ends: not even the fallback character has a glyph anywhere.
 struct no_available_fonts : internal_error {
-    no_available_fonts() : internal_error("no available fonts") {}
+    no_available_fonts()
+        : internal_error("no available fonts") {}
 };
 
 /// Makes the database; with system fonts, fontconfig is started ("could not access system fonts").
-[[nodiscard]] result<fonts> new_fonts(resource::loader::loader const& loader, log::log const& log,
-                                      bool use_system_fonts);
+[[nodiscard]] result<fonts>
+new_fonts(resource::loader::loader const& loader, log::log const& log, bool use_system_fonts);
 
 /// Registers @font-face rules; a later rule of a family comes before earlier ones.
 void add_font_faces(fonts const& db, std::vector<font_face::font_face> const& faces);
 
 /// Reads a style sheet's text with the CSS parser and registers its @font-face rules; rules that say
 /// nothing usable are logged as warnings with the sheet as source.
-void add_font_face_sheet(fonts const& db, std::string const& sheet_text, std::string const& sheet_name,
+void add_font_face_sheet(fonts const& db,
+                         std::string const& sheet_text,
+                         std::string const& sheet_name,
                          font_face::url_resolver const& resolve);
 
 /// The records of a family (lower-cased key); a family not yet known is scanned for among the system

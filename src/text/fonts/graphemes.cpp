@@ -68,13 +68,15 @@ float advance_of(grapheme const& g, bool vertical) {
     if (!vertical) {
         return b.glyph_hori_advance;
     }
-    bool const upright = b.glyph_is_vert_alt || (!b.glyph_unicodes.empty() && stays_upright(b.glyph_unicodes.front()));
+    bool const upright =
+        b.glyph_is_vert_alt || (!b.glyph_unicodes.empty() && stays_upright(b.glyph_unicodes.front()));
     return upright ? b.glyph_vert_advance : b.glyph_hori_advance;
 }
 
 // Walks graphemes, keeping the previous size, start and end; calls visit(index, end) after each.
 template <class Visit>
-void lay_out(std::span<grapheme const> graphemes, bool vertical, float letter_spacing, float size, Visit&& visit) {
+void lay_out(
+    std::span<grapheme const> graphemes, bool vertical, float letter_spacing, float size, Visit&& visit) {
     float prev_size = size;
     float prev_start = 0;
     float prev_end = 0;
@@ -141,7 +143,8 @@ glyph make_glyph(raw_glyph const& raw) {
     auto const& font = raw.raw_glyph_font_ref;
     auto const& data = *font->used_font_data;
     auto const index = font->used_font_glyph_cache->update([&](glyph_cache& c) {
-        auto [it, fresh] = c.glyph_cache_positions.try_emplace(raw.raw_glyph_index, c.glyph_cache_entries.size());
+        auto [it, fresh] =
+            c.glyph_cache_positions.try_emplace(raw.raw_glyph_index, c.glyph_cache_entries.size());
         if (fresh) {
             c.glyph_cache_entries.push_back(
                 {.entry_source = raw.raw_glyph_index,
@@ -162,7 +165,8 @@ glyph make_glyph(raw_glyph const& raw) {
                  .glyph_is_vert_alt = raw.raw_glyph_is_vert_alt};
 }
 
-std::vector<grapheme> text_to_graphemes(fonts const& db, font_req const& req, direction, std::u32string_view text) {
+std::vector<grapheme>
+text_to_graphemes(fonts const& db, font_req const& req, direction, std::u32string_view text) {
     std::vector<grapheme> out;
     out.reserve(text.size());
     for (auto run : script_runs(text)) {
@@ -186,18 +190,18 @@ bool stays_upright(char32_t c) {
     // The blocks whose characters keep their upright form in vertical text: the East Asian scripts,
     // their symbols and compatibility forms, and pictographs.
     static constexpr std::pair<char32_t, char32_t> upright[] = {
-        {0x00A7, 0x00A7},   {0x00A9, 0x00A9},   {0x00AE, 0x00AE},   {0x00B1, 0x00B1},   {0x00BC, 0x00BE},
-        {0x00D7, 0x00D7},   {0x00F7, 0x00F7},   {0x1100, 0x11FF},   {0x2E80, 0x2FFF},   {0x3000, 0x3007},
-        {0x3012, 0x3013},   {0x3020, 0x303F},   {0x3040, 0x318F},   {0x3190, 0x9FFF},   {0xA000, 0xA4CF},
-        {0xA960, 0xA97F},   {0xAC00, 0xD7FF},   {0xE000, 0xFAFF},   {0xFE10, 0xFE1F},   {0xFE30, 0xFE4F},
-        {0xFF01, 0xFF60},   {0xFFE0, 0xFFE7},   {0x1F000, 0x1FAFF}, {0x20000, 0x3FFFD},
+        {0x00A7, 0x00A7}, {0x00A9, 0x00A9}, {0x00AE, 0x00AE},   {0x00B1, 0x00B1},   {0x00BC, 0x00BE},
+        {0x00D7, 0x00D7}, {0x00F7, 0x00F7}, {0x1100, 0x11FF},   {0x2E80, 0x2FFF},   {0x3000, 0x3007},
+        {0x3012, 0x3013}, {0x3020, 0x303F}, {0x3040, 0x318F},   {0x3190, 0x9FFF},   {0xA000, 0xA4CF},
+        {0xA960, 0xA97F}, {0xAC00, 0xD7FF}, {0xE000, 0xFAFF},   {0xFE10, 0xFE1F},   {0xFE30, 0xFE4F},
+        {0xFF01, 0xFF60}, {0xFFE0, 0xFFE7}, {0x1F000, 0x1FAFF}, {0x20000, 0x3FFFD},
     };
     return std::any_of(std::begin(upright), std::end(upright),
                        [c](auto const& r) { return c >= r.first && c <= r.second; });
 }
 
-float graphemes_width(bool reversed, bool vertical, std::span<grapheme const> graphemes, float letter_spacing,
-                      float size) {
+float graphemes_width(
+    bool reversed, bool vertical, std::span<grapheme const> graphemes, float letter_spacing, float size) {
     std::vector<grapheme> flipped;
     if (reversed) {
         flipped.assign(graphemes.rbegin(), graphemes.rend());
@@ -211,8 +215,8 @@ float graphemes_width(bool reversed, bool vertical, std::span<grapheme const> gr
     return last_end + letter_spacing * float(graphemes.size());
 }
 
-std::optional<fit> fit_graphemes(bool vertical, std::span<grapheme const> graphemes, float letter_spacing, float size,
-                                 float width) {
+std::optional<fit> fit_graphemes(
+    bool vertical, std::span<grapheme const> graphemes, float letter_spacing, float size, float width) {
     // Widths in layout compare with a small tolerance.
     constexpr float tolerance = 0.0001f;
     std::vector<float> ends;

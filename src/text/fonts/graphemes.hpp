@@ -81,7 +81,8 @@ glyph make_glyph(raw_glyph const& raw);
 
 /// Maps text through a request: split by script, each character to a glyph (with synthesised small
 /// capitals), one grapheme per glyph.
-std::vector<grapheme> text_to_graphemes(fonts const& db, font_req const& req, direction dir, std::u32string_view text);
+std::vector<grapheme>
+text_to_graphemes(fonts const& db, font_req const& req, direction dir, std::u32string_view text);
 
 /// The largest ascent and descent among the base glyphs' fonts at a size (0.8 of it for small capitals).
 font_metrics::font_metrics_scaled graphemes_metrics(std::span<grapheme const> graphemes, double size);
@@ -90,8 +91,8 @@ font_metrics::font_metrics_scaled graphemes_metrics(std::span<grapheme const> gr
 bool stays_upright(char32_t c);
 
 /// The width of a run: the end of its last grapheme, plus the letter spacing after each grapheme.
-float graphemes_width(bool reversed, bool vertical, std::span<grapheme const> graphemes, float letter_spacing,
-                      float size);
+float graphemes_width(
+    bool reversed, bool vertical, std::span<grapheme const> graphemes, float letter_spacing, float size);
 
 /// The graphemes that fit a width, cut where a grapheme cluster ends, with their width.
 struct fit {
@@ -101,7 +102,7 @@ struct fit {
 };
 
 /// Cuts a run to a width; nothing when no allowed cut lets anything fit.
-[[nodiscard]] std::optional<fit> fit_graphemes(bool vertical, std::span<grapheme const> graphemes, float letter_spacing,
-                                               float size, float width);
+[[nodiscard]] std::optional<fit> fit_graphemes(
+    bool vertical, std::span<grapheme const> graphemes, float letter_spacing, float size, float width);
 
 } // namespace vellum::fonts

@@ -209,8 +209,8 @@ std::string css_escape(std::string_view text) {
     return out;
 }
 
-std::optional<std::string> scan_font_file(log::log const& log, freetype::freetype const& ft, std::string const& path,
-                                          bool verbose) {
+std::optional<std::string>
+scan_font_file(log::log const& log, freetype::freetype const& ft, std::string const& path, bool verbose) {
     auto const error = [&](std::string const& text) -> std::optional<std::string> {
         log::log_file_message(log, log::level::error, path, text);
         return std::nullopt;

@@ -26,7 +26,7 @@ std::string css_escape(std::string_view text);
 /// Reads the first face of a font file and gives its comment and @font-face rule; with `verbose` the
 /// Unicode ranges too. A file that does not load is logged with the file as source and gives nothing;
 /// licence bits that forbid embedding are warned about, and the rule is still made.
-[[nodiscard]] std::optional<std::string> scan_font_file(log::log const& log, freetype::freetype const& ft,
-                                                        std::string const& path, bool verbose);
+[[nodiscard]] std::optional<std::string>
+scan_font_file(log::log const& log, freetype::freetype const& ft, std::string const& path, bool verbose);
 
 } // namespace vellum::fonts::scan
