@@ -13,6 +13,7 @@ namespace {
 
 using css::pdecls::pdeclaration;
 using pointer = pdeclaration const*;
+using pointer_rule = css::prules::prule const*;
 
 bool by_priority(pointer a, pointer b) {
     return a->priority < b->priority;
@@ -67,8 +68,9 @@ struct walk {
     resource::loader::loader const& loader;
     document_rules const& rules;
     bool prefetching = false;
+    tree::link_table links;
     std::vector<tree::known_language> languages;
-    tree::dom_tree dom_tree{.known_languages = &languages};
+    tree::dom_tree dom_tree{.known_languages = &languages, .links = &links};
     cascade_buffers buffers;
     cascaded current;
 
@@ -139,16 +141,124 @@ parent_context context_of(dom::dom_element const& e) {
     return {base, std::nullopt};
 }
 
+void bucket(universal_buckets& into, css::prules::prules0 const& rules) {
+    for (auto const& r : rules) {
+        auto const& simples = r->rule_selector.subject.simples;
+        auto const key = [&]() -> std::pair<std::map<std::string, std::vector<pointer_rule>, std::less<>>*, std::string> {
+            for (auto const& s : simples) {
+                if (auto const* id = std::get_if<css::selector::id>(&s)) {
+                    return {&into.by_id, id->id_name};
+                }
+            }
+            for (auto const& s : simples) {
+                if (auto const* c = std::get_if<css::selector::classes>(&s); c && !c->class_names.empty()) {
+                    return {&into.by_class, c->class_names.front()};
+                }
+            }
+            return {nullptr, {}};
+        }();
+        if (key.first != nullptr) {
+            (*key.first)[key.second].push_back(r.get());
+        } else {
+            into.unkeyed.push_back(r.get());
+        }
+    }
+}
+
+bool is_blank(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f';
+}
+
+// Each rule of a slot that could match an element of this local name, id and class list.
+template <class F>
+void visit_slot(css::prules::prules_named const& named, universal_buckets const& buckets, std::string_view local,
+                std::optional<std::string_view> id, std::optional<std::string_view> classes, F const& f) {
+    if (auto const it = named.rules_named.find(local); it != named.rules_named.end()) {
+        for (auto const& r : it->second) {
+            f(*r);
+        }
+    }
+    for (auto const* r : buckets.unkeyed) {
+        f(*r);
+    }
+    if (id) {
+        if (auto const it = buckets.by_id.find(*id); it != buckets.by_id.end()) {
+            for (auto const* r : it->second) {
+                f(*r);
+            }
+        }
+    }
+    if (!classes || buckets.by_class.empty()) {
+        return;
+    }
+    std::string_view const list = *classes;
+    std::size_t i = 0;
+    while (i < list.size()) {
+        while (i < list.size() && is_blank(list[i])) {
+            ++i;
+        }
+        std::size_t const start = i;
+        while (i < list.size() && !is_blank(list[i])) {
+            ++i;
+        }
+        auto const word = list.substr(start, i - start);
+        // A class named twice opens its bucket once.
+        if (word.empty() || css::match::has_word(list.substr(0, start), word)) {
+            continue;
+        }
+        if (auto const it = buckets.by_class.find(word); it != buckets.by_class.end()) {
+            for (auto const* r : it->second) {
+                f(*r);
+            }
+        }
+    }
+}
+
 } // namespace
+
+rule_buckets bucket_rules(css::prules::prules const& index) {
+    rule_buckets out;
+    bucket(out.buckets_any, index.rules_ns_any.rules_other);
+    bucket(out.buckets_none, index.rules_ns_none.rules_other);
+    for (auto const& [ns, named] : index.rules_ns) {
+        bucket(out.buckets_ns[ns], named.rules_other);
+    }
+    return out;
+}
+
+void for_each_matching_rule(tree::dom_tree const& tree,
+                            document_rules const& rules,
+                            dom::dom_element const& e,
+                            std::function<void(css::prules::prule const&)> const& f) {
+    auto const local = tree.local_name(&e);
+    auto const ns = tree.namespace_uri(&e);
+    auto const id = tree.attribute(&e, css::selector::any{}, "id");
+    auto const classes = tree.attribute(&e, css::selector::none{}, "class");
+    auto const test = [&](css::prules::prule const& r) {
+        if (css::match::selector_matches(tree, r.rule_selector, &e)) {
+            f(r);
+        }
+    };
+    auto const& index = *rules.rules_index;
+    auto const& buckets = *rules.rules_buckets;
+    visit_slot(index.rules_ns_any, buckets.buckets_any, local, id, classes, test);
+    if (!ns) {
+        visit_slot(index.rules_ns_none, buckets.buckets_none, local, id, classes, test);
+    } else if (auto const it = index.rules_ns.find(*ns); it != index.rules_ns.end()) {
+        visit_slot(it->second, buckets.buckets_ns.at(it->first), local, id, classes, test);
+    }
+}
 
 ref<dom::style_info> base_style_info(log::log const&, style_request const& request) {
     return share(dom::style_info{.style_info_base = request.request_base, .style_info_lang = request.request_lang});
 }
 
 document_rules index_document_rules(sheets::collected collected, bool use_author_style, style_hooks hooks) {
-    auto index = css::prules::index_rules(collected.sheets_env.rules, hooks.valid_declaration);
+    auto index = share(css::prules::index_rules(collected.sheets_env.rules, hooks.valid_declaration));
+    auto buckets = share(bucket_rules(*index));
     return document_rules{.rules_env = std::move(collected.sheets_env),
-                          .rules_index = share(std::move(index)),
+                          .rules_index = std::move(index),
+                          .rules_buckets = std::move(buckets),
                           .rules_bases = share(std::move(collected.sheets_bases)),
                           .rules_use_author_style = use_author_style,
                           .rules_hooks = std::move(hooks)};
@@ -215,7 +325,7 @@ void cascade_element(dom::dom_element const& e,
     bounds.clear();
     add_run(items, bounds, out.cascaded_own);
     std::vector<pseudo_runs> pseudos;
-    css::prules::for_each_matching_rule(tree, *rules.rules_index, &e, [&](css::prules::prule const& r) {
+    for_each_matching_rule(tree, rules, e, [&](css::prules::prule const& r) {
         if (r.rule_declarations.empty()) {
             return;
         }
@@ -245,7 +355,11 @@ void style_subtree(log::log const& log,
                    document_rules const& rules,
                    dom::dom_element& e,
                    dom::style_info const* parent) {
-    walk w{.log = log, .loader = loader, .rules = rules, .prefetching = sheets::has_prefetch_threads(loader)};
+    walk w{.log = log,
+           .loader = loader,
+           .rules = rules,
+           .prefetching = sheets::has_prefetch_threads(loader),
+           .links = tree::make_link_table(e)};
     auto const context = context_of(e);
     std::optional<std::string> lang = context.parent_lang;
     if (parent != nullptr) {
@@ -265,7 +379,11 @@ styled_document style_document(log::log const& log,
     if (!root) {
         throw internal_error("document is missing root element");
     }
-    walk w{.log = log, .loader = loader, .rules = rules, .prefetching = sheets::has_prefetch_threads(loader)};
+    walk w{.log = log,
+           .loader = loader,
+           .rules = rules,
+           .prefetching = sheets::has_prefetch_threads(loader),
+           .links = tree::make_link_table(**root)};
     w.visit(**root, nullptr, doc->dom_document_base.get(), std::nullopt);
     return styled_document{.styled_dom = doc, .styled_rules = std::move(rules)};
 }

@@ -15,6 +15,7 @@
 #include "util/ref.hpp"
 
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -72,11 +73,32 @@ struct style_hooks {
     background_images backgrounds;
 };
 
+/// The rules of one namespace slot with no element name, filed once more by the id or the first class
+/// that their subject requires, so that an element meets only those its own id and classes can satisfy.
+/// Real sheets are mostly class selectors, and without this every element would test them all.
+struct universal_buckets {
+    std::map<std::string, std::vector<css::prules::prule const*>, std::less<>> by_id;
+    std::map<std::string, std::vector<css::prules::prule const*>, std::less<>> by_class;
+    std::vector<css::prules::prule const*> unkeyed;
+};
+
+/// The universal rules of every namespace slot of an index, in buckets; the pointers lead into the index.
+struct rule_buckets {
+    universal_buckets buckets_any;
+    universal_buckets buckets_none;
+    std::map<std::string, universal_buckets, std::less<>> buckets_ns;
+};
+
+/// Files the universal rules of an index in buckets.
+rule_buckets bucket_rules(css::prules::prules const& index);
+
 /// The rules of a document, indexed, with what the cascade needs to apply them to more elements later.
 struct document_rules {
     /// Everything read from the sheets: rules, page rules, font faces, colours, special rules.
     css::parser::env rules_env;
     ref<css::prules::prules> rules_index;
+    /// The universal rules of `rules_index` by id and class.
+    ref<rule_buckets> rules_buckets;
     ref<sheets::base_table> rules_bases;
     /// Whether style attributes count.
     bool rules_use_author_style = true;
@@ -88,6 +110,14 @@ ref<dom::style_info> base_style_info(log::log const& log, style_request const& r
 
 /// Indexes collected sheets: each declaration gets its priority, and invalid ones are dropped.
 document_rules index_document_rules(sheets::collected collected, bool use_author_style, style_hooks hooks);
+
+/// Calls `f` with each rule whose selector matches the element (pseudo-elements aside): those of any
+/// namespace first, then those of the element's namespace or of none; in each, the rules for its local
+/// name, then the universal ones that its id and classes let through.
+void for_each_matching_rule(tree::dom_tree const& tree,
+                            document_rules const& rules,
+                            dom::dom_element const& e,
+                            std::function<void(css::prules::prule const&)> const& f);
 
 /// Reusable scratch space of a walk, so that the cascade of one element allocates little.
 struct cascade_buffers {

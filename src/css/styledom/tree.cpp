@@ -14,13 +14,14 @@ using element = dom_tree::element;
 // The element a sibling link leads to, skipping text nodes, in the direction of `step`. The caller holds
 // the process-wide lock, so the cells are read directly.
 template <class Step>
-std::optional<element> element_sibling_of(dom::sibling_node s, Step step) {
+std::optional<element> element_sibling_of(dom::sibling_node const& first, Step step) {
+    dom::sibling_node const* s = &first;
     for (;;) {
-        if (auto const* es = std::get_if<dom::element_sibling>(&s)) {
+        if (auto const* es = std::get_if<dom::element_sibling>(s)) {
             auto const p = es->sibling_element.lock();
             return p ? std::optional<element>(p.get()) : std::nullopt;
         }
-        auto const* ts = std::get_if<dom::text_sibling>(&s);
+        auto const* ts = std::get_if<dom::text_sibling>(s);
         if (ts == nullptr) {
             return std::nullopt;
         }
@@ -28,7 +29,8 @@ std::optional<element> element_sibling_of(dom::sibling_node s, Step step) {
         if (!t) {
             return std::nullopt;
         }
-        s = step(*t).cell_value;
+        // The text node stays in the tree, which owns it, after `t` is gone.
+        s = &step(*t).cell_value;
     }
 }
 
@@ -99,7 +101,50 @@ bool is_html_name(xml::name const& n, std::string_view local) {
     return q == nullptr || std::holds_alternative<xml::xmlns_xhtml>(q->namespace_uri);
 }
 
+namespace {
+
+std::optional<element> found(element e) {
+    return e != nullptr ? std::optional<element>(e) : std::nullopt;
+}
+
+void add_links(dom::dom_element const& e, link_table& table) {
+    auto const children = element_children(e);
+    for (std::size_t i = 0; i < children.size(); ++i) {
+        table[children[i].get()] = {.link_parent = &e,
+                                    .link_prev = i > 0 ? children[i - 1].get() : nullptr,
+                                    .link_next = i + 1 < children.size() ? children[i + 1].get() : nullptr};
+        add_links(*children[i], table);
+    }
+}
+
+} // namespace
+
+link_table make_link_table(dom::dom_element const& root) {
+    dom_tree const plain;
+    link_table table;
+    table[&root] = {.link_parent = plain.parent_element(&root).value_or(nullptr),
+                    .link_prev = plain.previous_element(&root).value_or(nullptr),
+                    .link_next = plain.next_element(&root).value_or(nullptr)};
+    add_links(root, table);
+    return table;
+}
+
+namespace {
+
+element_links const* links_of(link_table const* table, element e) {
+    if (table == nullptr) {
+        return nullptr;
+    }
+    auto const it = table->find(e);
+    return it == table->end() ? nullptr : &it->second;
+}
+
+} // namespace
+
 std::optional<element> dom_tree::parent_element(element e) const {
+    if (auto const* l = links_of(links, e)) {
+        return found(l->link_parent);
+    }
     std::lock_guard guard(process_lock());
     if (auto const* p = std::get_if<dom::element_parent>(&e->dom_element_parent.cell_value)) {
         auto const parent = p->parent_element.lock();
@@ -109,12 +154,18 @@ std::optional<element> dom_tree::parent_element(element e) const {
 }
 
 std::optional<element> dom_tree::previous_element(element e) const {
+    if (auto const* l = links_of(links, e)) {
+        return found(l->link_prev);
+    }
     std::lock_guard guard(process_lock());
     return element_sibling_of(e->dom_element_prev_sibling.cell_value,
                               [](dom::dom_text const& t) -> auto const& { return t.dom_text_prev_sibling; });
 }
 
 std::optional<element> dom_tree::next_element(element e) const {
+    if (auto const* l = links_of(links, e)) {
+        return found(l->link_next);
+    }
     std::lock_guard guard(process_lock());
     return element_sibling_of(e->dom_element_next_sibling.cell_value,
                               [](dom::dom_text const& t) -> auto const& { return t.dom_text_next_sibling; });

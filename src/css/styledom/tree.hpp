@@ -8,6 +8,7 @@
 #include "document/xml.hpp"
 
 #include <optional>
+#include <unordered_map>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -30,6 +31,22 @@ bool is_html_name(xml::name const& n, std::string_view local);
 /// An element and its language, while a walk is inside it.
 using known_language = std::pair<dom::dom_element const*, std::optional<std::string_view>>;
 
+/// The neighbours of an element: its parent element, and its previous and next element siblings (null
+/// where there is none).
+struct element_links {
+    dom::dom_element const* link_parent = nullptr;
+    dom::dom_element const* link_prev = nullptr;
+    dom::dom_element const* link_next = nullptr;
+};
+
+/// The neighbours of every element of a subtree, read once before a walk: selectors such as "a ~ b" and
+/// ":nth-child()" step through long runs of siblings, and each step through the living tree costs a lock
+/// and the text nodes between elements.
+using link_table = std::unordered_map<dom::dom_element const*, element_links>;
+
+/// The table for an element and its descendants.
+link_table make_link_table(dom::dom_element const& root);
+
 /// The dom tree under the interface of css::match. Handles point into the tree, which owns its elements;
 /// the tree must not change while a handle is in use. Every read takes the process-wide lock for that
 /// read alone.
@@ -39,6 +56,9 @@ struct dom_tree {
     /// The languages of the elements a walk is inside, innermost last; a walk keeps them so that
     /// ":lang()" need not climb the tree on each test. May be null.
     std::vector<known_language> const* known_languages = nullptr;
+    /// The neighbours of the elements of the subtree a walk styles; may be null. The tree must not change
+    /// while the table is in use.
+    link_table const* links = nullptr;
 
     std::optional<element> parent_element(element e) const;
     std::optional<element> previous_element(element e) const;
