@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 
 namespace vellum::styledom {
@@ -605,6 +606,41 @@ TEST(element_matches, structural_pseudo_classes_skip_text) {
     EXPECT_TRUE(element_matches(selector_of("ul:contains('2 3')"), *find(doc, "ul")) == false);
     EXPECT_TRUE(element_matches(selector_of("ul:contains('text')"), *find(doc, "ul")));
     EXPECT_TRUE(element_matches(selector_of("html:root"), *find(doc, "html")));
+}
+
+TEST(cascade, buckets_and_link_tables_find_what_the_plain_index_finds) {
+    fixture f("buckets");
+    auto const doc = f.parse(R"(<style>.a { color: red } #x { color: red } .a.b { color: red } p.a { color: red }
+        * { color: red } :not(.a) { color: red } [id] { color: red } .b .a { color: red } #x.a { color: red }
+        .c ~ .a { color: red } p + p { color: red } li:nth-child(2n) { color: red } .b > #y { color: red }
+        svg|* { color: red } .zz { color: red }</style>
+        <div class="b"><p class="a b a" id="x">1</p> t <p class="c">2</p><p id="y" class=" a ">3</p>
+        <ul><li>1<li class=a>2<li>3</ul></div>)",
+                             doctype::doctype::html5);
+    auto const styled = f.style(doc);
+    auto const& rules = styled.styled_rules;
+    auto const links = tree::make_link_table(*dom::document_element(*doc).value());
+    tree::dom_tree const fast{.links = &links};
+    tree::dom_tree const plain;
+    std::vector<dom::element_ref> all;
+    for (auto const* name : {"html", "body", "div", "p", "ul", "li"}) {
+        auto const found = find_all(doc, name);
+        all.insert(all.end(), found.begin(), found.end());
+    }
+    for (auto const& e : all) {
+        std::vector<std::string> ours;
+        for_each_matching_rule(fast, rules, *e, [&](css::prules::prule const& r) {
+            ours.push_back(css::selector::to_text(r.rule_selector));
+        });
+        std::vector<std::string> reference;
+        css::prules::for_each_matching_rule(plain, *rules.rules_index, e.get(), [&](css::prules::prule const& r) {
+            reference.push_back(css::selector::to_text(r.rule_selector));
+        });
+        std::sort(ours.begin(), ours.end());
+        std::sort(reference.begin(), reference.end());
+        EXPECT_EQ(ours, reference) << tree::name_local_view(e->dom_element_name);
+        EXPECT_FALSE(ours.empty());
+    }
 }
 
 // Pointers to declarations with given priorities, to merge.
