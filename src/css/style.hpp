@@ -1,0 +1,164 @@
+// The computed style of one element: an immutable record whose rarely changing groups are shared
+// sub-records, so that a child that changes nothing in a group shares its parent's.
+#pragma once
+
+#include "css/box.hpp"
+#include "css/color.hpp"
+#include "css/fonts.hpp"
+#include "css/property.hpp"
+#include "css/semantics.hpp"
+#include "css/svgstyle.hpp"
+#include "css/text.hpp"
+#include "util/ref.hpp"
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace vellum::css::style {
+
+/// Values that seldom differ from the parent's; all of them inherit.
+struct rare_props {
+    box::border_collapse rare_props_border_collapse = box::border_collapse::separate;
+    box::caption_page rare_props_caption_page = box::caption_page::first;
+    box::caption_side rare_props_caption_side = box::caption_side::top;
+    box::direction rare_props_direction = box::direction::ltr;
+    box::empty_cells rare_props_empty_cells = box::empty_cells::show;
+    text::line_stacking_strategy rare_props_line_stacking_strategy = text::line_stacking_strategy::inline_line_height;
+    property::keyword_list rare_props_vellum_image_magic;
+    text::linebreak_magic rare_props_vellum_linebreak_magic = text::linebreak_magic::auto_;
+    box::visibility rare_props_visibility = box::visibility::visible;
+    text::white_space rare_props_white_space = text::white_space::normal;
+    bool operator==(rare_props const&) const = default;
+};
+
+/// The small enumerations of the box's role and its breaks; none of them inherit.
+struct bit_props {
+    box::clear bit_props_clear = box::clear::none;
+    box::column_break bit_props_column_break_after = box::column_break::auto_;
+    box::column_break bit_props_column_break_before = box::column_break::auto_;
+    box::display bit_props_display = box::display_kind::inline_;
+    box::page_break bit_props_page_break_after = box::page_break::auto_;
+    box::page_break bit_props_page_break_before = box::page_break::auto_;
+    box::page_break bit_props_page_break_inside = box::page_break::auto_;
+    box::position bit_props_position = box::position_kind::static_;
+    bool operator==(bit_props const&) const = default;
+};
+
+/// The computed style. Lengths are in points; percentages that wait for a containing block stay
+/// percentages. The default values are the initial style.
+struct style {
+    ref<svgstyle::svgstyle> svgstyle;
+    ref<box::background> background;
+    box::image_resolution background_image_resolution = box::resolution_normal{};
+    ref<box::borders> borders;
+    box::box_sizing box_sizing = box::box_sizing::content_box;
+    ref<fonts::font_props> font_props;
+    ref<text::text_props> text;
+    ref<css::style::rare_props> rare_props;
+    css::style::bit_props bit_props;
+    property::content_terms bookmark_label = box::none_value{};
+    box::bookmark_level bookmark_level = box::none_value{};
+    box::bookmark_state bookmark_state = box::bookmark_state::open;
+    property::content_terms bookmark_target = box::none_value{};
+    box::box_decoration_break box_decoration_break = box::box_decoration_break::clone;
+    box::border_clip border_clip;
+    box::cellspacing border_spacing;
+    box::position_offset bottom = box::auto_value{};
+    box::clip clip = box::auto_value{};
+    color::color color = color::black();
+    int table_column_span = 1;
+    box::column_count column_count = box::auto_value{};
+    float column_gap = 12;
+    color::color column_rule_color = color::black();
+    box::line_style column_rule_style = box::line_style::none;
+    float column_rule_width = 0;
+    box::column_span column_span = box::column_span::none;
+    box::column_fill column_fill = box::column_fill::balance;
+    box::column_width column_width = box::auto_value{};
+    property::content_terms content = box::normal_value{};
+    box::counters counter_increment;
+    box::counters counter_reset;
+    box::floaty float_ = box::float_kind::none;
+    box::flowy flow = box::flow_normal{};
+    float font_size = 12;
+    box::list_style_position footnote_style_position = box::list_style_position::outside;
+    box::width height = box::auto_value{};
+    text::hyphens hyphens = text::hyphens::manual;
+    int hyphenate_after = 2;
+    int hyphenate_before = 2;
+    text::hyphenate_lines hyphenate_lines = text::no_limit{};
+    text::hyphenate_patterns hyphenate_patterns;
+    box::image_resolution image_resolution = box::resolution_normal{};
+    text::lang vellum_lang;
+    /// The language of the element from its own or an ancestor's lang attribute, lower-cased.
+    std::optional<std::string> vellum_lang_value;
+    box::position_offset left = box::auto_value{};
+    box::letter_word_spacing letter_spacing = box::normal_value{};
+    box::letter_word_spacing word_spacing = box::normal_value{};
+    fonts::line_height line_height = fonts::line_height_normal{};
+    semantics::link_type link = semantics::link_none{};
+    box::url_or_none list_style_image;
+    box::list_style_position list_style_position = box::list_style_position::outside;
+    box::list_style_type list_style_type = box::list_style_named{"disc"};
+    box::margin margin_bottom = 0.0f;
+    box::margin margin_inside = 0.0f;
+    box::margin margin_left = 0.0f;
+    box::margin margin_outside = 0.0f;
+    box::margin margin_right = 0.0f;
+    box::margin margin_top = 0.0f;
+    box::max_width max_height = box::none_value{};
+    box::max_width max_width = box::none_value{};
+    box::min_width min_height = 0.0f;
+    box::min_width min_width = 0.0f;
+    float opacity = 1;
+    int orphans = 2;
+    int widows = 2;
+    box::overflow overflow = box::overflow::visible;
+    box::padding padding_bottom = 0.0f;
+    box::padding padding_left = 0.0f;
+    box::padding padding_right = 0.0f;
+    box::padding padding_top = 0.0f;
+    box::page_group page_group = box::page_group::auto_;
+    box::page page;
+    box::vellum_footnote_policy vellum_footnote_policy = box::vellum_footnote_policy::auto_;
+    property::content_terms vellum_pdf_destination = box::none_value{};
+    property::keyword_list vellum_pdf_link_type{"auto"};
+    box::position_offset right = box::auto_value{};
+    int table_row_span = 1;
+    property::string_set string_set;
+    box::url_or_none clip_path;
+    color::color stop_color = color::black();
+    float stop_opacity = 1;
+    int table_baseline = 1;
+    box::table_layout table_layout = box::table_layout::auto_;
+    color::color text_line_through_color = color::black();
+    color::color text_overline_color = color::black();
+    color::color text_underline_color = color::black();
+    text::text_line_style text_line_through_style = text::text_line_style::none;
+    text::text_line_style text_overline_style = text::text_line_style::none;
+    text::text_line_style text_underline_style = text::text_line_style::none;
+    box::text_overflow text_overflow = box::text_overflow::clip;
+    box::position_offset top = box::auto_value{};
+    box::transform transform;
+    box::transform_origin transform_origin{units::percentage{50}, units::percentage{50}};
+    box::unicode_bidi unicode_bidi = box::unicode_bidi::normal;
+    box::vertical_align vertical_align = box::vertical_align_kind::baseline;
+    box::width width = box::auto_value{};
+    box::writing_mode writing_mode = box::writing_mode::horizontal;
+    box::z_index z_index = box::auto_value{};
+
+    /// Compares the groups by value, not by identity.
+    bool operator==(style const& other) const;
+};
+
+/// The initial style: every property at its initial value, the groups shared by every style that
+/// doesn't change them. A root element takes it as its parent.
+ref<style> initial_style();
+
+/// The style of a child of `parent` for which nothing is declared: the inherited properties from the
+/// parent, with its groups shared as they are, and every other property at its initial value.
+style inherit_from(style const& parent);
+
+} // namespace vellum::css::style
