@@ -1,0 +1,754 @@
+#include "css/compute_style.hpp"
+
+#include "css/scanprops.hpp"
+
+#include <algorithm>
+#include <mutex>
+
+namespace vellum::css::compute_style {
+
+namespace {
+
+using property::longhand;
+using L = longhand;
+template <L X>
+using value_t = property::longhand_value_t<X>;
+
+// The CSS resolution is set once from the command line and read for every element; it has a lock of
+// its own so that reading it never waits on the loader's traffic.
+std::mutex dpi_lock;
+float dpi_value = 96;
+
+constexpr auto identity = [](auto const& v) { return v; };
+
+constexpr std::string_view xml_namespace = "http://www.w3.org/XML/1998/namespace";
+
+std::string lower(std::string s) {
+    for (char& c : s) {
+        if (c >= 'A' && c <= 'Z') {
+            c = static_cast<char>(c - 'A' + 'a');
+        }
+    }
+    return s;
+}
+
+int bolder(int w) {
+    return w < 400 ? 400 : w < 600 ? 700 : 900;
+}
+
+int lighter(int w) {
+    return w < 600 ? 100 : w < 800 ? 400 : 700;
+}
+
+float border_keyword_width(box::border_keyword k) {
+    switch (k) {
+    case box::border_keyword::thin:
+        return 0.5625f;
+    case box::border_keyword::medium:
+        return 1.6875f;
+    case box::border_keyword::thick:
+        return 2.8125f;
+    }
+    return 0;
+}
+
+bool blockify(box::display& d) {
+    auto const* k = std::get_if<box::display_kind>(&d);
+    if (!k) {
+        return false;
+    }
+    using D = box::display_kind;
+    switch (*k) {
+    case D::inline_:
+    case D::inline_block:
+    case D::run_in:
+    case D::table_caption:
+    case D::table_header_group:
+    case D::table_footer_group:
+    case D::table_row_group:
+    case D::table_row:
+    case D::table_cell:
+    case D::table_column:
+    case D::table_column_group:
+        d = D::block;
+        return true;
+    case D::inline_table:
+        d = D::table;
+        return true;
+    case D::block:
+    case D::none:
+    case D::table:
+    case D::list_item:
+        return false;
+    }
+    return false;
+}
+
+struct computer {
+    scanprops::prop_array const& a;
+    style::style const& parent;
+    bool root;
+    compute_style_context const& ctx;
+    float dpi;
+    float fs = 12;
+    color::color current = color::black();
+
+    float pts(units::length const& l) const { return units::to_points(l, {fs, dpi}); }
+
+    // The four paths of a reader: nothing declared, inherit, initial, a value.
+    template <L X, class T, class F>
+    T get(T const& parent_value, T const& initial_value, F compute) const {
+        auto const& slot = a.slot<X>();
+        if (!slot) {
+            return property::is_inherited(X) ? parent_value : initial_value;
+        }
+        return std::visit(overloaded{
+                              [&](property::inherit const&) -> T { return parent_value; },
+                              [&](property::initial const&) -> T { return initial_value; },
+                              [&](value_t<X> const& v) -> T { return compute(v); },
+                          },
+                          *slot);
+    }
+
+    // The same for a value that may be attr(); an attribute without a usable value and no default
+    // leaves the initial value.
+    template <L X, class T, class F>
+    T get_attr(T const& parent_value, T const& initial_value, F compute) const {
+        return get<X>(parent_value, initial_value, [&](value_t<X> const& v) -> T {
+            auto const t = resolve<X>(v);
+            if (!t) {
+                return initial_value;
+            }
+            return compute(*t);
+        });
+    }
+
+    template <L X, class T>
+    std::optional<T> resolve(expr::or_attr<T> const& v) const {
+        if (auto const* plain = std::get_if<T>(&v)) {
+            return *plain;
+        }
+        auto const& e = std::get<expr::expr<T>>(v);
+        auto const* el = std::get_if<element_context>(&ctx);
+        if (!el) {
+            return e.expr_default;
+        }
+        for (auto const& at : el->context_attrs) {
+            if (at.context_attr_local != e.expr_name.attr_local || at.context_attr_ns != e.expr_name.attr_ns) {
+                continue;
+            }
+            // The attribute's text becomes a term of the named type, which the property's own parser reads.
+            auto const term = expr::attr_text_value(e.expr_type, at.context_attr_value, el->context_base);
+            if (!term) {
+                break;
+            }
+            auto const p = property::parse_declaration(property::name_of(X), *term);
+            auto const* one = p ? std::get_if<property::prop<X>>(&*p) : nullptr;
+            auto const* val = one ? std::get_if<value_t<X>>(&one->prop_spec) : nullptr;
+            auto const* t = val ? std::get_if<T>(val) : nullptr;
+            if (t) {
+                return *t;
+            }
+            break;
+        }
+        return e.expr_default;
+    }
+
+    color::color col(color::spec_color const& c) const {
+        if (std::holds_alternative<color::current_color>(c)) {
+            return current;
+        }
+        return std::get<color::color>(c);
+    }
+
+    template <class T>
+    box::auto_length_percent<float> alp(box::auto_length_percent<units::length> const& v) const {
+        return std::visit(overloaded{
+                              [](box::auto_value const& x) -> box::auto_length_percent<float> { return x; },
+                              [&](units::length const& l) -> box::auto_length_percent<float> { return pts(l); },
+                              [](units::percentage const& p) -> box::auto_length_percent<float> { return p; },
+                          },
+                          v);
+    }
+
+    box::length_or_percent<float> lp(box::length_or_percent<units::length> const& v) const {
+        return std::visit(overloaded{
+                              [&](units::length const& l) -> box::length_or_percent<float> { return pts(l); },
+                              [](units::percentage const& p) -> box::length_or_percent<float> { return p; },
+                          },
+                          v);
+    }
+
+    float border_width(box::spec_border_width const& w) const {
+        return std::visit(overloaded{
+                              [](box::border_keyword k) { return border_keyword_width(k); },
+                              [&](units::length const& l) { return std::max(0.0f, pts(l)); },
+                          },
+                          w);
+    }
+
+    svgstyle::svg_length svg_len(svgstyle::spec_svg_length const& v) const {
+        return std::visit(overloaded{
+                              [&](units::length const& l) -> svgstyle::svg_length { return pts(l); },
+                              [](units::percentage const& p) -> svgstyle::svg_length { return p; },
+                              [](svgstyle::user_units const& u) -> svgstyle::svg_length { return u; },
+                          },
+                          v);
+    }
+
+    svgstyle::paint paint(svgstyle::spec_paint const& p) const {
+        return std::visit(overloaded{
+                              [](box::none_value const& n) -> svgstyle::paint { return n; },
+                              [&](color::spec_color const& c) -> svgstyle::paint { return col(c); },
+                              [](value::url const& u) -> svgstyle::paint { return u; },
+                          },
+                          p);
+    }
+
+    float font_size(fonts::spec_font_size const& s) const {
+        float const pfs = parent.font_size;
+        return std::visit(overloaded{
+                              [&](fonts::font_size_keyword k) {
+                                  using K = fonts::font_size_keyword;
+                                  switch (k) {
+                                  case K::xx_small:
+                                      return 7.0f;
+                                  case K::x_small:
+                                      return 9.0f;
+                                  case K::small:
+                                      return 10.0f;
+                                  case K::medium:
+                                      return 12.0f;
+                                  case K::large:
+                                      return 14.0f;
+                                  case K::x_large:
+                                      return 18.0f;
+                                  case K::xx_large:
+                                      return 24.0f;
+                                  case K::larger:
+                                      return pfs * 1.2f;
+                                  case K::smaller:
+                                      return pfs / 1.2f;
+                                  }
+                                  return pfs;
+                              },
+                              [&](units::length const& l) {
+                                  return std::max(0.0f, units::to_points(l, {pfs, dpi}));
+                              },
+                              [&](units::percentage const& p) { return std::max(0.0f, pfs * p.percentage_value / 100); },
+                          },
+                          s);
+    }
+};
+
+} // namespace
+
+float css_dpi() {
+    std::lock_guard guard(dpi_lock);
+    return dpi_value;
+}
+
+void set_css_dpi(float dpi) {
+    std::lock_guard guard(dpi_lock);
+    dpi_value = dpi;
+}
+
+style::style compute_style(ref<style::style> const& parent_ref, compute_style_context const& context,
+                           std::vector<property::property> const& declarations) {
+    auto const initial = style::initial_style();
+    style::style const& parent = parent_ref ? *parent_ref : *initial;
+    auto const props = scanprops::scan_all(declarations);
+    computer c{.a = props, .parent = parent, .root = !parent_ref, .ctx = context, .dpi = css_dpi()};
+    auto const& init = *initial;
+    style::style s = style::inherit_from(parent);
+
+    // The colour first: currentColor elsewhere is this colour, and in color itself the parent's.
+    s.color = c.get_attr<L::color>(parent.color, init.color, [&](color::spec_color const& x) {
+        return std::holds_alternative<color::current_color>(x) ? parent.color : std::get<color::color>(x);
+    });
+    c.current = s.color;
+
+    // The font size next: every em and ex below counts against it.
+    s.font_size = c.get_attr<L::font_size>(parent.font_size, init.font_size,
+                                           [&](fonts::spec_font_size const& x) { return c.font_size(x); });
+    c.fs = s.font_size;
+
+    // display, position, float and flow, settled together.
+    auto const& pb = parent.bit_props;
+    auto const& ib = init.bit_props;
+    auto display = c.get<L::display>(pb.bit_props_display, ib.bit_props_display, identity);
+    auto position = c.get<L::position>(pb.bit_props_position, ib.bit_props_position, identity);
+    auto floaty = c.get<L::float_>(parent.float_, init.float_, identity);
+    auto flow = c.get<L::flow>(parent.flow, init.flow, identity);
+    bool const absolute = position == box::position{box::position_kind::absolute} ||
+                          position == box::position{box::position_kind::fixed};
+    bool const none_float = floaty == box::floaty{box::float_kind::none};
+    if (display == box::display{box::display_kind::none}) {
+        // Nothing else matters for a box that isn't there.
+    } else if (std::holds_alternative<box::display_footnote>(display)) {
+        position = box::position_kind::static_;
+        floaty = box::float_kind::none;
+        flow = box::flow_normal{};
+    } else if (std::holds_alternative<box::float_footnote>(floaty)) {
+        position = box::position_kind::static_;
+        flow = box::flow_normal{};
+    } else if (std::holds_alternative<box::flow_static>(flow)) {
+        auto const* k = std::get_if<box::float_kind>(&floaty);
+        bool const side = k && (*k == box::float_kind::inside || *k == box::float_kind::outside ||
+                                *k == box::float_kind::left || *k == box::float_kind::right);
+        if (absolute || !side) {
+            floaty = box::float_kind::none;
+        }
+        blockify(display);
+    } else if (absolute) {
+        floaty = box::float_kind::none;
+        blockify(display);
+    } else if (!none_float || c.root) {
+        blockify(display);
+    }
+    s.float_ = floaty;
+    s.flow = flow;
+
+    auto offset = [&](box::spec_offset const& x) { return c.alp<void>(x); };
+    s.top = c.get_attr<L::top>(parent.top, init.top, offset);
+    s.right = c.get_attr<L::right>(parent.right, init.right, offset);
+    s.bottom = c.get_attr<L::bottom>(parent.bottom, init.bottom, offset);
+    s.left = c.get_attr<L::left>(parent.left, init.left, offset);
+
+    // Background: not inherited; without declarations it is the initial group itself.
+    if (scanprops::any_set(props, {L::background_attachment, L::background_clip, L::background_color,
+                                   L::background_image, L::background_origin, L::background_position,
+                                   L::background_repeat, L::background_size})) {
+        auto const& pg = *parent.background;
+        auto const& ig = *init.background;
+        box::background bg;
+        bg.background_attachment = c.get<L::background_attachment>(pg.background_attachment, ig.background_attachment, identity);
+        bg.background_clip = c.get<L::background_clip>(pg.background_clip, ig.background_clip, identity);
+        bg.background_color = c.get_attr<L::background_color>(
+            pg.background_color, ig.background_color, [&](color::spec_color const& x) { return c.col(x); });
+        bg.background_image = c.get<L::background_image>(pg.background_image, ig.background_image, identity);
+        bg.background_origin = c.get<L::background_origin>(pg.background_origin, ig.background_origin, identity);
+        bg.background_position = c.get<L::background_position>(
+            pg.background_position, ig.background_position, [&](std::vector<box::spec_bg_position> const& v) {
+                std::vector<box::bg_position> out;
+                for (auto const& p : v) {
+                    out.push_back({c.lp(p.bg_position_x), c.lp(p.bg_position_y)});
+                }
+                return out;
+            });
+        bg.background_repeat = c.get<L::background_repeat>(pg.background_repeat, ig.background_repeat, identity);
+        bg.background_size = c.get<L::background_size>(
+            pg.background_size, ig.background_size, [&](std::vector<box::spec_bg_size> const& v) {
+                std::vector<box::bg_size> out;
+                for (auto const& x : v) {
+                    out.push_back(std::visit(
+                        overloaded{
+                            [](box::bg_cover const& k) -> box::bg_size { return k; },
+                            [](box::bg_contain const& k) -> box::bg_size { return k; },
+                            [&](box::bg_size_pair<units::length> const& p) -> box::bg_size {
+                                return box::bg_size_pair<float>{c.alp<void>(p.bg_size_w), c.alp<void>(p.bg_size_h)};
+                            },
+                        },
+                        x));
+                }
+                return out;
+            });
+        s.background = share(std::move(bg));
+    }
+
+    // Borders: not inherited; the initial group serves while nothing is declared and the colour that
+    // currentColor stands for is the initial one.
+    if (scanprops::any_set(props, {L::border_bottom_color, L::border_bottom_style, L::border_bottom_width,
+                                   L::border_left_color, L::border_left_style, L::border_left_width,
+                                   L::border_right_color, L::border_right_style, L::border_right_width,
+                                   L::border_top_color, L::border_top_style, L::border_top_width,
+                                   L::border_bottom_left_radius, L::border_bottom_right_radius,
+                                   L::border_top_left_radius, L::border_top_right_radius}) ||
+        !(s.color == init.color)) {
+        auto const& pg = *parent.borders;
+        auto const& ig = *init.borders;
+        auto colour = [&](color::spec_color const& x) { return c.col(x); };
+        auto radius = [&](box::spec_radius const& r) { return box::radius{c.lp(r.radius_h), c.lp(r.radius_v)}; };
+        // The initial colour of a side is currentColor, so it follows this element's colour.
+        auto side = [&](box::border const& p, auto color_slot, auto style_slot, auto width_slot) {
+            box::border b;
+            b.border_color = color_slot(p.border_color);
+            b.border_style = style_slot(p.border_style);
+            float const w = width_slot(p.border_width);
+            b.border_width =
+                b.border_style == box::line_style::none || b.border_style == box::line_style::hidden ? 0.0f : w;
+            return b;
+        };
+        float const medium = border_keyword_width(box::border_keyword::medium);
+        auto width = [&](box::spec_border_width const& w) { return c.border_width(w); };
+        box::borders b;
+        b.borders_bottom = side(
+            pg.borders_bottom,
+            [&](color::color const& p) { return c.get_attr<L::border_bottom_color>(p, s.color, colour); },
+            [&](box::line_style p) { return c.get<L::border_bottom_style>(p, box::line_style::none, identity); },
+            [&](float p) { return c.get<L::border_bottom_width>(p, medium, width); });
+        b.borders_left = side(
+            pg.borders_left,
+            [&](color::color const& p) { return c.get_attr<L::border_left_color>(p, s.color, colour); },
+            [&](box::line_style p) { return c.get<L::border_left_style>(p, box::line_style::none, identity); },
+            [&](float p) { return c.get<L::border_left_width>(p, medium, width); });
+        b.borders_right = side(
+            pg.borders_right,
+            [&](color::color const& p) { return c.get_attr<L::border_right_color>(p, s.color, colour); },
+            [&](box::line_style p) { return c.get<L::border_right_style>(p, box::line_style::none, identity); },
+            [&](float p) { return c.get<L::border_right_width>(p, medium, width); });
+        b.borders_top = side(
+            pg.borders_top,
+            [&](color::color const& p) { return c.get_attr<L::border_top_color>(p, s.color, colour); },
+            [&](box::line_style p) { return c.get<L::border_top_style>(p, box::line_style::none, identity); },
+            [&](float p) { return c.get<L::border_top_width>(p, medium, width); });
+        b.borders_border_bottom_left_radius = c.get<L::border_bottom_left_radius>(
+            pg.borders_border_bottom_left_radius, ig.borders_border_bottom_left_radius, radius);
+        b.borders_border_bottom_right_radius = c.get<L::border_bottom_right_radius>(
+            pg.borders_border_bottom_right_radius, ig.borders_border_bottom_right_radius, radius);
+        b.borders_border_top_left_radius = c.get<L::border_top_left_radius>(
+            pg.borders_border_top_left_radius, ig.borders_border_top_left_radius, radius);
+        b.borders_border_top_right_radius = c.get<L::border_top_right_radius>(
+            pg.borders_border_top_right_radius, ig.borders_border_top_right_radius, radius);
+        s.borders = share(std::move(b));
+    }
+
+    // The inherited groups: the parent's own records unless something in them is declared.
+    if (scanprops::any_set(props, {L::font_family, L::font_stretch, L::font_style, L::font_variant, L::font_weight})) {
+        auto const& pg = *parent.font_props;
+        auto const& ig = *init.font_props;
+        fonts::font_props f;
+        f.font_props_font_family = c.get<L::font_family>(pg.font_props_font_family, ig.font_props_font_family, identity);
+        f.font_props_font_stretch = c.get<L::font_stretch>(pg.font_props_font_stretch, ig.font_props_font_stretch, identity);
+        f.font_props_font_style = c.get<L::font_style>(pg.font_props_font_style, ig.font_props_font_style, identity);
+        f.font_props_font_variant = c.get<L::font_variant>(pg.font_props_font_variant, ig.font_props_font_variant, identity);
+        f.font_props_font_weight = c.get<L::font_weight>(
+            pg.font_props_font_weight, ig.font_props_font_weight, [&](fonts::spec_font_weight const& w) {
+                return std::visit(overloaded{
+                                      [](int n) { return n; },
+                                      [&](fonts::relative_weight r) {
+                                          return r == fonts::relative_weight::bolder ? bolder(pg.font_props_font_weight)
+                                                                                     : lighter(pg.font_props_font_weight);
+                                      },
+                                  },
+                                  w);
+            });
+        s.font_props = share(std::move(f));
+    }
+
+    if (scanprops::any_set(props, {L::overflow_wrap, L::text_align, L::text_align_last, L::text_indent,
+                                   L::text_justify, L::vellum_text_replace, L::text_transform, L::word_break})) {
+        auto const& pg = *parent.text;
+        auto const& ig = *init.text;
+        text::text_props t;
+        t.text_props_overflow_wrap = c.get<L::overflow_wrap>(pg.text_props_overflow_wrap, ig.text_props_overflow_wrap, identity);
+        t.text_props_text_align = c.get<L::text_align>(pg.text_props_text_align, ig.text_props_text_align, identity);
+        t.text_props_text_align_last =
+            c.get<L::text_align_last>(pg.text_props_text_align_last, ig.text_props_text_align_last, identity);
+        t.text_props_text_indent = c.get<L::text_indent>(pg.text_props_text_indent, ig.text_props_text_indent,
+                                                         [&](units::length_percent const& x) { return c.lp(x); });
+        t.text_props_text_justify = c.get<L::text_justify>(pg.text_props_text_justify, ig.text_props_text_justify, identity);
+        t.text_props_vellum_text_replace =
+            c.get<L::vellum_text_replace>(pg.text_props_vellum_text_replace, ig.text_props_vellum_text_replace, identity);
+        t.text_props_text_transform =
+            c.get<L::text_transform>(pg.text_props_text_transform, ig.text_props_text_transform, identity);
+        t.text_props_word_break = c.get<L::word_break>(pg.text_props_word_break, ig.text_props_word_break, identity);
+        s.text = share(std::move(t));
+    }
+
+    if (scanprops::any_set(props, {L::border_collapse, L::caption_page, L::caption_side, L::direction,
+                                   L::empty_cells, L::line_stacking_strategy, L::vellum_image_magic,
+                                   L::vellum_linebreak_magic, L::visibility, L::white_space})) {
+        auto const& pg = *parent.rare_props;
+        auto const& ig = *init.rare_props;
+        style::rare_props r;
+        r.rare_props_border_collapse = c.get<L::border_collapse>(pg.rare_props_border_collapse, ig.rare_props_border_collapse, identity);
+        r.rare_props_caption_page = c.get<L::caption_page>(pg.rare_props_caption_page, ig.rare_props_caption_page, identity);
+        r.rare_props_caption_side = c.get<L::caption_side>(pg.rare_props_caption_side, ig.rare_props_caption_side, identity);
+        r.rare_props_direction = c.get<L::direction>(pg.rare_props_direction, ig.rare_props_direction, identity);
+        r.rare_props_empty_cells = c.get<L::empty_cells>(pg.rare_props_empty_cells, ig.rare_props_empty_cells, identity);
+        r.rare_props_line_stacking_strategy = c.get<L::line_stacking_strategy>(
+            pg.rare_props_line_stacking_strategy, ig.rare_props_line_stacking_strategy, identity);
+        r.rare_props_vellum_image_magic =
+            c.get<L::vellum_image_magic>(pg.rare_props_vellum_image_magic, ig.rare_props_vellum_image_magic, identity);
+        r.rare_props_vellum_linebreak_magic = c.get<L::vellum_linebreak_magic>(
+            pg.rare_props_vellum_linebreak_magic, ig.rare_props_vellum_linebreak_magic, identity);
+        r.rare_props_visibility = c.get<L::visibility>(pg.rare_props_visibility, ig.rare_props_visibility, identity);
+        r.rare_props_white_space = c.get<L::white_space>(pg.rare_props_white_space, ig.rare_props_white_space, identity);
+        s.rare_props = share(std::move(r));
+    }
+
+    if (scanprops::any_set(props, {L::fill, L::fill_opacity, L::fill_rule, L::clip_rule, L::stroke,
+                                   L::stroke_dasharray, L::stroke_dashoffset, L::stroke_linecap, L::stroke_linejoin,
+                                   L::stroke_miterlimit, L::stroke_opacity, L::stroke_width, L::marker_start,
+                                   L::marker_mid, L::marker_end, L::text_anchor})) {
+        auto const& pg = *parent.svgstyle;
+        auto const& ig = *init.svgstyle;
+        auto paint = [&](svgstyle::spec_paint const& p) { return c.paint(p); };
+        auto len = [&](svgstyle::spec_svg_length const& x) { return c.svg_len(x); };
+        svgstyle::svgstyle g;
+        g.svgstyle_fill = c.get<L::fill>(pg.svgstyle_fill, ig.svgstyle_fill, paint);
+        g.svgstyle_fill_opacity = c.get<L::fill_opacity>(pg.svgstyle_fill_opacity, ig.svgstyle_fill_opacity, identity);
+        g.svgstyle_fill_rule = c.get<L::fill_rule>(pg.svgstyle_fill_rule, ig.svgstyle_fill_rule, identity);
+        g.svgstyle_clip_rule = c.get<L::clip_rule>(pg.svgstyle_clip_rule, ig.svgstyle_clip_rule, identity);
+        g.svgstyle_stroke = c.get<L::stroke>(pg.svgstyle_stroke, ig.svgstyle_stroke, paint);
+        g.svgstyle_stroke_dasharray = c.get<L::stroke_dasharray>(
+            pg.svgstyle_stroke_dasharray, ig.svgstyle_stroke_dasharray, [&](svgstyle::spec_dasharray const& d) {
+                svgstyle::dasharray out;
+                for (auto const& x : d) {
+                    out.push_back(c.svg_len(x));
+                }
+                return out;
+            });
+        g.svgstyle_stroke_dashoffset = c.get<L::stroke_dashoffset>(pg.svgstyle_stroke_dashoffset, ig.svgstyle_stroke_dashoffset, len);
+        g.svgstyle_stroke_linecap = c.get<L::stroke_linecap>(pg.svgstyle_stroke_linecap, ig.svgstyle_stroke_linecap, identity);
+        g.svgstyle_stroke_linejoin = c.get<L::stroke_linejoin>(pg.svgstyle_stroke_linejoin, ig.svgstyle_stroke_linejoin, identity);
+        g.svgstyle_stroke_miterlimit =
+            c.get<L::stroke_miterlimit>(pg.svgstyle_stroke_miterlimit, ig.svgstyle_stroke_miterlimit, identity);
+        g.svgstyle_stroke_opacity = c.get<L::stroke_opacity>(pg.svgstyle_stroke_opacity, ig.svgstyle_stroke_opacity, identity);
+        g.svgstyle_stroke_width = c.get<L::stroke_width>(pg.svgstyle_stroke_width, ig.svgstyle_stroke_width, len);
+        g.svgstyle_marker_start = c.get<L::marker_start>(pg.svgstyle_marker_start, ig.svgstyle_marker_start, identity);
+        g.svgstyle_marker_mid = c.get<L::marker_mid>(pg.svgstyle_marker_mid, ig.svgstyle_marker_mid, identity);
+        g.svgstyle_marker_end = c.get<L::marker_end>(pg.svgstyle_marker_end, ig.svgstyle_marker_end, identity);
+        g.svgstyle_text_anchor = c.get<L::text_anchor>(pg.svgstyle_text_anchor, ig.svgstyle_text_anchor, identity);
+        s.svgstyle = share(std::move(g));
+    }
+
+    // The packed enumerations.
+    s.bit_props = {
+        .bit_props_clear = c.get<L::clear>(pb.bit_props_clear, ib.bit_props_clear, identity),
+        .bit_props_column_break_after =
+            c.get<L::column_break_after>(pb.bit_props_column_break_after, ib.bit_props_column_break_after, identity),
+        .bit_props_column_break_before =
+            c.get<L::column_break_before>(pb.bit_props_column_break_before, ib.bit_props_column_break_before, identity),
+        .bit_props_display = display,
+        .bit_props_page_break_after =
+            c.get<L::page_break_after>(pb.bit_props_page_break_after, ib.bit_props_page_break_after, identity),
+        .bit_props_page_break_before =
+            c.get<L::page_break_before>(pb.bit_props_page_break_before, ib.bit_props_page_break_before, identity),
+        .bit_props_page_break_inside =
+            c.get<L::page_break_inside>(pb.bit_props_page_break_inside, ib.bit_props_page_break_inside, identity),
+        .bit_props_position = position,
+    };
+
+    // The remaining fields, in the order of the record.
+    auto colour = [&](color::spec_color const& x) { return c.col(x); };
+    auto width = [&](box::spec_width const& x) { return c.alp<void>(x); };
+    auto pad = [&](box::spec_padding const& x) { return c.lp(x); };
+    auto maxw = [&](box::spec_max_width const& x) {
+        return std::visit(overloaded{
+                              [](box::none_value const& n) -> box::max_width { return n; },
+                              [&](units::length const& l) -> box::max_width { return c.pts(l); },
+                              [](units::percentage const& p) -> box::max_width { return p; },
+                          },
+                          x);
+    };
+    auto spacing = [&](box::spec_spacing const& x) {
+        return std::visit(overloaded{
+                              [](box::normal_value const& n) -> box::letter_word_spacing { return n; },
+                              [&](units::length const& l) -> box::letter_word_spacing { return c.pts(l); },
+                          },
+                          x);
+    };
+    s.background_image_resolution =
+        c.get<L::background_image_resolution>(parent.background_image_resolution, init.background_image_resolution, identity);
+    s.box_sizing = c.get<L::box_sizing>(parent.box_sizing, init.box_sizing, identity);
+    s.bookmark_label = c.get<L::bookmark_label>(parent.bookmark_label, init.bookmark_label, identity);
+    s.bookmark_level = c.get<L::bookmark_level>(parent.bookmark_level, init.bookmark_level, identity);
+    s.bookmark_state = c.get<L::bookmark_state>(parent.bookmark_state, init.bookmark_state, identity);
+    s.bookmark_target = c.get<L::bookmark_target>(parent.bookmark_target, init.bookmark_target, identity);
+    s.box_decoration_break = c.get<L::box_decoration_break>(parent.box_decoration_break, init.box_decoration_break, identity);
+    s.border_clip = c.get<L::border_clip>(parent.border_clip, init.border_clip, [&](box::spec_border_clip const& x) {
+        if (!x) {
+            return box::border_clip{};
+        }
+        return box::border_clip{{c.pts((*x)[0]), c.pts((*x)[1]), c.pts((*x)[2]), c.pts((*x)[3])}};
+    });
+    s.border_spacing = c.get<L::border_spacing>(parent.border_spacing, init.border_spacing, [&](box::spec_cellspacing const& x) {
+        return box::cellspacing{c.pts(x.cellspacing_h), c.pts(x.cellspacing_v)};
+    });
+    s.clip = c.get<L::clip>(parent.clip, init.clip, [&](box::spec_clip const& x) {
+        return std::visit(overloaded{
+                              [](box::auto_value const& a) -> box::clip { return a; },
+                              [&](box::clip_rect<units::length> const& r) -> box::clip {
+                                  box::clip_rect<float> out;
+                                  for (std::size_t i = 0; i < 4; ++i) {
+                                      if (r.clip_sides[i]) {
+                                          out.clip_sides[i] = c.pts(*r.clip_sides[i]);
+                                      }
+                                  }
+                                  return out;
+                              },
+                          },
+                          x);
+    });
+    s.table_column_span = c.get_attr<L::table_column_span>(parent.table_column_span, init.table_column_span, identity);
+    s.column_count = c.get<L::column_count>(parent.column_count, init.column_count, identity);
+    // column-gap's initial value is 1em of this element.
+    s.column_gap = c.get<L::column_gap>(parent.column_gap, s.font_size, [&](box::spec_spacing const& x) {
+        return std::visit(overloaded{
+                              [&](box::normal_value const&) { return s.font_size; },
+                              [&](units::length const& l) { return std::max(0.0f, c.pts(l)); },
+                          },
+                          x);
+    });
+    s.column_rule_color = c.get_attr<L::column_rule_color>(parent.column_rule_color, s.color, colour);
+    s.column_rule_style = c.get<L::column_rule_style>(parent.column_rule_style, init.column_rule_style, identity);
+    {
+        float const w = c.get<L::column_rule_width>(parent.column_rule_width,
+                                                    border_keyword_width(box::border_keyword::medium),
+                                                    [&](box::spec_border_width const& x) { return c.border_width(x); });
+        bool const hidden = s.column_rule_style == box::line_style::none || s.column_rule_style == box::line_style::hidden;
+        s.column_rule_width = hidden ? 0.0f : w;
+    }
+    s.column_span = c.get<L::column_span>(parent.column_span, init.column_span, identity);
+    s.column_fill = c.get<L::column_fill>(parent.column_fill, init.column_fill, identity);
+    s.column_width = c.get<L::column_width>(parent.column_width, init.column_width, [&](box::spec_column_width const& x) {
+        return std::visit(overloaded{
+                              [](box::auto_value const& a) -> box::column_width { return a; },
+                              [&](units::length const& l) -> box::column_width { return c.pts(l); },
+                          },
+                          x);
+    });
+    s.content = c.get<L::content>(parent.content, init.content, identity);
+    s.counter_increment = c.get<L::counter_increment>(parent.counter_increment, init.counter_increment, identity);
+    s.counter_reset = c.get<L::counter_reset>(parent.counter_reset, init.counter_reset, identity);
+    s.footnote_style_position =
+        c.get<L::footnote_style_position>(parent.footnote_style_position, init.footnote_style_position, identity);
+    s.height = c.get_attr<L::height>(parent.height, init.height, width);
+    s.hyphens = c.get<L::hyphens>(parent.hyphens, init.hyphens, identity);
+    s.hyphenate_after = c.get<L::hyphenate_after>(parent.hyphenate_after, init.hyphenate_after, identity);
+    s.hyphenate_before = c.get<L::hyphenate_before>(parent.hyphenate_before, init.hyphenate_before, identity);
+    s.hyphenate_lines = c.get<L::hyphenate_lines>(parent.hyphenate_lines, init.hyphenate_lines, identity);
+    s.hyphenate_patterns = c.get<L::hyphenate_patterns>(parent.hyphenate_patterns, init.hyphenate_patterns, identity);
+    s.image_resolution = c.get<L::image_resolution>(parent.image_resolution, init.image_resolution, identity);
+    s.vellum_lang = c.get_attr<L::vellum_lang>(parent.vellum_lang, init.vellum_lang, identity);
+    s.letter_spacing = c.get<L::letter_spacing>(parent.letter_spacing, init.letter_spacing, spacing);
+    s.word_spacing = c.get<L::word_spacing>(parent.word_spacing, init.word_spacing, spacing);
+    s.line_height = c.get<L::line_height>(parent.line_height, init.line_height, [&](fonts::spec_line_height const& x) {
+        return std::visit(overloaded{
+                              [](fonts::line_height_normal const& n) -> fonts::line_height { return n; },
+                              [](fonts::line_height_none const& n) -> fonts::line_height { return n; },
+                              [](fonts::line_height_number const& n) -> fonts::line_height { return n; },
+                              [&](units::length const& l) -> fonts::line_height { return c.pts(l); },
+                          },
+                          x);
+    });
+    s.link = c.get<L::link>(parent.link, init.link, [&](semantics::spec_link_type const& x) {
+        return c.resolve<L::link>(x).value_or(semantics::link_none{});
+    });
+    s.list_style_image = c.get<L::list_style_image>(parent.list_style_image, init.list_style_image, identity);
+    s.list_style_position = c.get<L::list_style_position>(parent.list_style_position, init.list_style_position, identity);
+    s.list_style_type = c.get<L::list_style_type>(parent.list_style_type, init.list_style_type, identity);
+    s.margin_bottom = c.get_attr<L::margin_bottom>(parent.margin_bottom, init.margin_bottom, width);
+    s.margin_inside = c.get_attr<L::margin_inside>(parent.margin_inside, init.margin_inside, width);
+    s.margin_left = c.get_attr<L::margin_left>(parent.margin_left, init.margin_left, width);
+    s.margin_outside = c.get_attr<L::margin_outside>(parent.margin_outside, init.margin_outside, width);
+    s.margin_right = c.get_attr<L::margin_right>(parent.margin_right, init.margin_right, width);
+    s.margin_top = c.get_attr<L::margin_top>(parent.margin_top, init.margin_top, width);
+    s.max_height = c.get_attr<L::max_height>(parent.max_height, init.max_height, maxw);
+    s.max_width = c.get_attr<L::max_width>(parent.max_width, init.max_width, maxw);
+    s.min_height = c.get_attr<L::min_height>(parent.min_height, init.min_height, pad);
+    s.min_width = c.get_attr<L::min_width>(parent.min_width, init.min_width, pad);
+    s.opacity = c.get<L::opacity>(parent.opacity, init.opacity, identity);
+    s.orphans = c.get<L::orphans>(parent.orphans, init.orphans, identity);
+    s.widows = c.get<L::widows>(parent.widows, init.widows, identity);
+    s.overflow = c.get<L::overflow>(parent.overflow, init.overflow, identity);
+    s.padding_bottom = c.get_attr<L::padding_bottom>(parent.padding_bottom, init.padding_bottom, pad);
+    s.padding_left = c.get_attr<L::padding_left>(parent.padding_left, init.padding_left, pad);
+    s.padding_right = c.get_attr<L::padding_right>(parent.padding_right, init.padding_right, pad);
+    s.padding_top = c.get_attr<L::padding_top>(parent.padding_top, init.padding_top, pad);
+    s.page_group = c.get<L::page_group>(parent.page_group, init.page_group, identity);
+    s.page = c.get<L::page>(parent.page, init.page, identity);
+    s.vellum_footnote_policy = c.get<L::vellum_footnote_policy>(parent.vellum_footnote_policy, init.vellum_footnote_policy, identity);
+    s.vellum_pdf_destination = c.get<L::vellum_pdf_destination>(parent.vellum_pdf_destination, init.vellum_pdf_destination, identity);
+    s.vellum_pdf_link_type = c.get<L::vellum_pdf_link_type>(parent.vellum_pdf_link_type, init.vellum_pdf_link_type, identity);
+    s.table_row_span = c.get_attr<L::table_row_span>(parent.table_row_span, init.table_row_span, identity);
+    s.string_set = c.get<L::string_set>(parent.string_set, init.string_set, identity);
+    s.clip_path = c.get<L::clip_path>(parent.clip_path, init.clip_path, identity);
+    s.stop_color = c.get_attr<L::stop_color>(parent.stop_color, init.stop_color, colour);
+    s.stop_opacity = c.get<L::stop_opacity>(parent.stop_opacity, init.stop_opacity, identity);
+    s.table_baseline = c.get<L::table_baseline>(parent.table_baseline, init.table_baseline, identity);
+    s.table_layout = c.get<L::table_layout>(parent.table_layout, init.table_layout, identity);
+    s.text_line_through_color = c.get_attr<L::text_line_through_color>(parent.text_line_through_color, s.color, colour);
+    s.text_overline_color = c.get_attr<L::text_overline_color>(parent.text_overline_color, s.color, colour);
+    s.text_underline_color = c.get_attr<L::text_underline_color>(parent.text_underline_color, s.color, colour);
+    s.text_line_through_style =
+        c.get<L::text_line_through_style>(parent.text_line_through_style, init.text_line_through_style, identity);
+    s.text_overline_style = c.get<L::text_overline_style>(parent.text_overline_style, init.text_overline_style, identity);
+    s.text_underline_style = c.get<L::text_underline_style>(parent.text_underline_style, init.text_underline_style, identity);
+    s.text_overflow = c.get<L::text_overflow>(parent.text_overflow, init.text_overflow, identity);
+    s.transform = c.get<L::transform>(parent.transform, init.transform, [&](box::spec_transform const& ops) {
+        using lpf = box::length_or_percent<float>;
+        box::transform out;
+        for (auto const& op : ops) {
+            out.push_back(std::visit(
+                overloaded{
+                    [](box::transform_matrix<units::length_percent> const& m) -> box::transform_op<lpf> {
+                        return box::transform_matrix<lpf>{m.matrix_values};
+                    },
+                    [&](box::transform_translate<units::length_percent> const& t) -> box::transform_op<lpf> {
+                        return box::transform_translate<lpf>{c.lp(t.translate_x), c.lp(t.translate_y)};
+                    },
+                    [](box::transform_scale const& x) -> box::transform_op<lpf> { return x; },
+                    [](box::transform_rotate const& x) -> box::transform_op<lpf> { return x; },
+                    [](box::transform_skew const& x) -> box::transform_op<lpf> { return x; },
+                },
+                op));
+        }
+        return out;
+    });
+    s.transform_origin = c.get<L::transform_origin>(parent.transform_origin, init.transform_origin,
+                                                    [&](box::spec_transform_origin const& o) {
+                                                        return box::transform_origin{c.lp(o.origin_x), c.lp(o.origin_y)};
+                                                    });
+    s.unicode_bidi = c.get<L::unicode_bidi>(parent.unicode_bidi, init.unicode_bidi, identity);
+    s.vertical_align = c.get<L::vertical_align>(parent.vertical_align, init.vertical_align, [&](box::spec_vertical_align const& v) {
+        // A percentage is of this element's own line height; "normal" counts as 1.2 times the font size.
+        float const line = std::visit(overloaded{
+                                          [&](fonts::line_height_normal const&) { return 1.2f * s.font_size; },
+                                          [&](fonts::line_height_none const&) { return s.font_size; },
+                                          [&](fonts::line_height_number const& n) { return n.line_height_factor * s.font_size; },
+                                          [](float p) { return p; },
+                                      },
+                                      s.line_height);
+        return std::visit(overloaded{
+                              [](box::vertical_align_kind k) -> box::vertical_align { return k; },
+                              [&](units::length const& l) -> box::vertical_align { return c.pts(l); },
+                              [&](units::percentage const& p) -> box::vertical_align {
+                                  return line * p.percentage_value / 100;
+                              },
+                          },
+                          v);
+    });
+    s.width = c.get_attr<L::width>(parent.width, init.width, width);
+    s.writing_mode = c.get<L::writing_mode>(parent.writing_mode, init.writing_mode, identity);
+    s.z_index = c.get<L::z_index>(parent.z_index, init.z_index, identity);
+
+    // The language: this element's xml:lang or lang, else the parent's.
+    if (auto const* el = std::get_if<element_context>(&context)) {
+        std::optional<std::string> lang = el->context_lang;
+        for (auto const& at : el->context_attrs) {
+            if (lang) {
+                break;
+            }
+            if (at.context_attr_local == "lang" && at.context_attr_ns == std::string(xml_namespace)) {
+                lang = at.context_attr_value;
+            }
+        }
+        for (auto const& at : el->context_attrs) {
+            if (lang) {
+                break;
+            }
+            if (at.context_attr_local == "lang" && !at.context_attr_ns) {
+                lang = at.context_attr_value;
+            }
+        }
+        if (lang) {
+            s.vellum_lang_value = lower(*lang);
+        }
+    }
+    return s;
+}
+
+} // namespace vellum::css::compute_style
