@@ -18,7 +18,7 @@ esac
 out=build-fuzz/$name
 mkdir -p "$out"
 # shellcheck disable=SC2086
-sources=$(find src/util src/driver/log.cpp $dirs -name '*.cpp')
+sources=$(find src/util src/driver/log.cpp $dirs -name '*.cpp' -not -path '*/styledom/*')
 clang++-14 -std=c++2b -O1 -g -fsanitize=fuzzer,address,undefined -fno-sanitize-recover=undefined \
     -I src $(pkg-config --cflags libxml-2.0 freetype2) \
     "tests/fuzz/${name}_fuzz.cpp" $sources -o "$out/fuzzer" \
