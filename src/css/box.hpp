@@ -4,6 +4,7 @@
 #pragma once
 
 #include "css/color.hpp"
+#include "css/expr.hpp"
 #include "css/page_rule.hpp"
 #include "css/units.hpp"
 #include "css/value.hpp"
@@ -346,6 +347,9 @@ using url_or_none = std::optional<value::url>;
 
 /// Counter names with their increments or reset values; empty for "none".
 using counters = std::vector<std::pair<std::string, int>>;
+
+/// Counters as declared: a value may come from an attribute, as an ordered list's start does.
+using spec_counters = std::vector<std::pair<std::string, expr::or_attr<int>>>;
 
 /// A clipping rectangle: top, right, bottom, left, each "auto" (nothing) or a length.
 template <class Len>

@@ -123,6 +123,44 @@ struct computer {
         });
     }
 
+    // The text of the element's attribute, if it has one and this is an element.
+    std::optional<std::string> attribute(value::attr_qname const& name) const {
+        auto const* el = std::get_if<element_context>(&ctx);
+        if (!el) {
+            return std::nullopt;
+        }
+        for (auto const& at : el->context_attrs) {
+            if (at.context_attr_local == name.attr_local && at.context_attr_ns == name.attr_ns) {
+                return at.context_attr_value;
+            }
+        }
+        return std::nullopt;
+    }
+
+    // An integer that may come from an attribute, as a counter value; `fallback` when neither the
+    // attribute nor a default gives one.
+    int resolve_int(expr::or_attr<int> const& v, int fallback) const {
+        if (auto const* n = std::get_if<int>(&v)) {
+            return *n;
+        }
+        auto const& e = std::get<expr::expr<int>>(v);
+        if (auto const text = attribute(e.expr_name)) {
+            auto const term = expr::attr_text_value(e.expr_type, *text, "");
+            if (auto const n = term ? units::integer_from_value(*term) : std::nullopt) {
+                return *n;
+            }
+        }
+        return e.expr_default.value_or(fallback);
+    }
+
+    box::counters counters(box::spec_counters const& v, int fallback) const {
+        box::counters out;
+        for (auto const& [name, n] : v) {
+            out.emplace_back(name, resolve_int(n, fallback));
+        }
+        return out;
+    }
+
     template <L X, class T>
     std::optional<T> resolve(expr::or_attr<T> const& v) const {
         if (auto const* plain = std::get_if<T>(&v)) {
@@ -386,22 +424,22 @@ style::style compute_style(ref<style::style> const& parent_ref, compute_style_co
             pg.borders_bottom,
             [&](color::color const& p) { return c.get_attr<L::border_bottom_color>(p, s.color, colour); },
             [&](box::line_style p) { return c.get<L::border_bottom_style>(p, box::line_style::none, identity); },
-            [&](float p) { return c.get<L::border_bottom_width>(p, medium, width); });
+            [&](float p) { return c.get_attr<L::border_bottom_width>(p, medium, width); });
         b.borders_left = side(
             pg.borders_left,
             [&](color::color const& p) { return c.get_attr<L::border_left_color>(p, s.color, colour); },
             [&](box::line_style p) { return c.get<L::border_left_style>(p, box::line_style::none, identity); },
-            [&](float p) { return c.get<L::border_left_width>(p, medium, width); });
+            [&](float p) { return c.get_attr<L::border_left_width>(p, medium, width); });
         b.borders_right = side(
             pg.borders_right,
             [&](color::color const& p) { return c.get_attr<L::border_right_color>(p, s.color, colour); },
             [&](box::line_style p) { return c.get<L::border_right_style>(p, box::line_style::none, identity); },
-            [&](float p) { return c.get<L::border_right_width>(p, medium, width); });
+            [&](float p) { return c.get_attr<L::border_right_width>(p, medium, width); });
         b.borders_top = side(
             pg.borders_top,
             [&](color::color const& p) { return c.get_attr<L::border_top_color>(p, s.color, colour); },
             [&](box::line_style p) { return c.get<L::border_top_style>(p, box::line_style::none, identity); },
-            [&](float p) { return c.get<L::border_top_width>(p, medium, width); });
+            [&](float p) { return c.get_attr<L::border_top_width>(p, medium, width); });
         b.borders_border_bottom_left_radius = c.get<L::border_bottom_left_radius>(
             pg.borders_border_bottom_left_radius, ig.borders_border_bottom_left_radius, radius);
         b.borders_border_bottom_right_radius = c.get<L::border_bottom_right_radius>(
@@ -418,7 +456,7 @@ style::style compute_style(ref<style::style> const& parent_ref, compute_style_co
         auto const& pg = *parent.font_props;
         auto const& ig = *init.font_props;
         fonts::font_props f;
-        f.font_props_font_family = c.get<L::font_family>(pg.font_props_font_family, ig.font_props_font_family, identity);
+        f.font_props_font_family = c.get_attr<L::font_family>(pg.font_props_font_family, ig.font_props_font_family, identity);
         f.font_props_font_stretch = c.get<L::font_stretch>(pg.font_props_font_stretch, ig.font_props_font_stretch, identity);
         f.font_props_font_style = c.get<L::font_style>(pg.font_props_font_style, ig.font_props_font_style, identity);
         f.font_props_font_variant = c.get<L::font_variant>(pg.font_props_font_variant, ig.font_props_font_variant, identity);
@@ -564,7 +602,7 @@ style::style compute_style(ref<style::style> const& parent_ref, compute_style_co
         }
         return box::border_clip{{c.pts((*x)[0]), c.pts((*x)[1]), c.pts((*x)[2]), c.pts((*x)[3])}};
     });
-    s.border_spacing = c.get<L::border_spacing>(parent.border_spacing, init.border_spacing, [&](box::spec_cellspacing const& x) {
+    s.border_spacing = c.get_attr<L::border_spacing>(parent.border_spacing, init.border_spacing, [&](box::spec_cellspacing const& x) {
         return box::cellspacing{c.pts(x.cellspacing_h), c.pts(x.cellspacing_v)};
     });
     s.clip = c.get<L::clip>(parent.clip, init.clip, [&](box::spec_clip const& x) {
@@ -611,8 +649,10 @@ style::style compute_style(ref<style::style> const& parent_ref, compute_style_co
                           x);
     });
     s.content = c.get<L::content>(parent.content, init.content, identity);
-    s.counter_increment = c.get<L::counter_increment>(parent.counter_increment, init.counter_increment, identity);
-    s.counter_reset = c.get<L::counter_reset>(parent.counter_reset, init.counter_reset, identity);
+    s.counter_increment = c.get<L::counter_increment>(parent.counter_increment, init.counter_increment,
+                                                      [&](box::spec_counters const& x) { return c.counters(x, 1); });
+    s.counter_reset = c.get<L::counter_reset>(parent.counter_reset, init.counter_reset,
+                                              [&](box::spec_counters const& x) { return c.counters(x, 0); });
     s.footnote_style_position =
         c.get<L::footnote_style_position>(parent.footnote_style_position, init.footnote_style_position, identity);
     s.height = c.get_attr<L::height>(parent.height, init.height, width);

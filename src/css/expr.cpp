@@ -106,6 +106,10 @@ std::optional<value::value> attr_text_value(attr_type const& type, std::string_v
         overloaded{
             [&](type_string const&) -> std::optional<value::value> { return value::string{std::string(text)}; },
             [&](type_font_family const&) -> std::optional<value::value> {
+                // A list of families, as HTML's face attribute gives it: "Arial, Helvetica".
+                if (auto v = parser::parse_value(base, text)) {
+                    return v;
+                }
                 return value::string{std::string(text)};
             },
             [&](type_color const&) { return parser::parse_value(base, text); },

@@ -135,25 +135,49 @@ std::optional<content_terms> content_or_none(value::value const& v) {
     return std::move(*items);
 }
 
-std::optional<box::counters> counter_list(value::value const& v, int step) {
-    if (is_keyword(v, "none")) {
-        return box::counters{};
+// An integer, or attr() that gives one; an attr() default must be an integer.
+std::optional<expr::or_attr<int>> int_or_attr(value::value const& v) {
+    if (auto const n = units::integer_from_value(v)) {
+        return *n;
     }
-    box::counters out;
+    auto const* a = std::get_if<value::attr>(&v);
+    if (!a) {
+        return std::nullopt;
+    }
+    auto const type = expr::attr_type_of(a->attr_type);
+    if (!type) {
+        return std::nullopt;
+    }
+    expr::expr<int> e{.expr_name = a->attr_name, .expr_type = *type, .expr_default = std::nullopt};
+    if (a->attr_default) {
+        auto const d = units::integer_from_value(*a->attr_default);
+        if (!d) {
+            return std::nullopt;
+        }
+        e.expr_default = *d;
+    }
+    return e;
+}
+
+std::optional<box::spec_counters> counter_list(value::value const& v, int step) {
+    if (is_keyword(v, "none")) {
+        return box::spec_counters{};
+    }
+    box::spec_counters out;
     auto const terms = terms_of(v);
     for (std::size_t i = 0; i < terms.size(); ++i) {
         auto const name = std::get_if<value::ident>(&terms[i]);
         if (!name) {
             return std::nullopt;
         }
-        int n = step;
+        expr::or_attr<int> n = step;
         if (i + 1 < terms.size()) {
-            if (auto const k = units::integer_from_value(terms[i + 1])) {
-                n = *k;
+            if (auto k = int_or_attr(terms[i + 1])) {
+                n = std::move(*k);
                 ++i;
             }
         }
-        out.emplace_back(name->ident_name, n);
+        out.emplace_back(name->ident_name, std::move(n));
     }
     return out;
 }
@@ -1075,11 +1099,11 @@ opt<box::list_style_type> parse_list_style_type(value::value const& v) {
     return std::nullopt;
 }
 
-opt<box::counters> parse_counter_increment(value::value const& v) {
+opt<box::spec_counters> parse_counter_increment(value::value const& v) {
     return counter_list(v, 1);
 }
 
-opt<box::counters> parse_counter_reset(value::value const& v) {
+opt<box::spec_counters> parse_counter_reset(value::value const& v) {
     return counter_list(v, 0);
 }
 

@@ -540,6 +540,19 @@ std::optional<property> parse_shorthand(prop_name p, value::value const& v) {
         }
         return out;
     }
+    // attr() as the whole value stands for every member, as "border-width: attr(border, px)" does for
+    // HTML's border attribute; members that don't take attr() fail the shorthand.
+    if (std::holds_alternative<value::attr>(v)) {
+        compound out;
+        for (auto const m : members) {
+            auto one = parse_declaration(name_of(m), v);
+            if (!one) {
+                return std::nullopt;
+            }
+            out.compound_members.push_back(std::move(*one));
+        }
+        return out;
+    }
     auto const terms = terms_of(v);
     using P = prop_name;
     switch (p) {

@@ -133,6 +133,16 @@ TEST(compute_style, attr_per_element) {
     EXPECT_EQ(s->vellum_lang_value, "en-gb");
     element_context bad{.context_attrs = {{std::nullopt, "data-w", "40px"}}};
     EXPECT_EQ(styled(root, "width: attr(data-w, length, 5px)", bad)->width, box::width{3.75f});
+    // HTML's presentational attributes, the way the default sheets read them.
+    element_context table{.context_attrs = {{std::nullopt, "border", "2"}, {std::nullopt, "start", "7"},
+                                            {std::nullopt, "face", "Arial, Helvetica"}}};
+    auto const t = styled(root, "border-style: solid; border-width: attr(border, px); border-spacing: attr(nope, px);"
+                                "counter-reset: list-item attr(start, integer, 1) other attr(nope, integer);"
+                                "font-family: attr(face, font-family)", table);
+    EXPECT_FLOAT_EQ(t->borders->borders_left.border_width, 1.5f);
+    EXPECT_EQ(t->border_spacing, box::cellspacing{});
+    EXPECT_EQ(t->counter_reset, (box::counters{{"list-item", 7}, {"other", 0}}));
+    EXPECT_EQ(t->font_props->font_props_font_family, (fonts::font_family{"Arial", "Helvetica"}));
     // The language carries down to children without their own.
     EXPECT_EQ(styled(share(*s), "")->vellum_lang_value, "en-gb");
 }
