@@ -415,8 +415,8 @@ struct transform_skew {
 };
 
 template <class LP>
-using transform_op = std::variant<transform_matrix<LP>, transform_translate<LP>, transform_scale, transform_rotate,
-                                  transform_skew>;
+using transform_op = std::
+    variant<transform_matrix<LP>, transform_translate<LP>, transform_scale, transform_rotate, transform_skew>;
 
 /// The transform functions in the order written; empty for "none".
 using spec_transform = std::vector<transform_op<units::length_percent>>;

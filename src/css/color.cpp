@@ -226,33 +226,32 @@ std::map<std::string, color_rule> color_rules_of(std::map<std::string, declarati
 std::string to_text(color const& c) {
     auto byte = [](float x) { return static_cast<int>(x * 255 + 0.5f); };
     char buf[96];
-    return std::visit(overloaded{
-                          [](transparent const&) -> std::string { return "transparent"; },
-                          [&](rgb const& x) -> std::string {
-                              std::snprintf(buf, sizeof buf, "#%02x%02x%02x", byte(x.r), byte(x.g), byte(x.b));
-                              return buf;
-                          },
-                          [&](rgba const& x) -> std::string {
-                              std::snprintf(buf, sizeof buf, "rgba(%d, %d, %d, %g)", byte(x.r), byte(x.g),
-                                            byte(x.b), static_cast<double>(x.a));
-                              return buf;
-                          },
-                          [&](cmyk const& x) -> std::string {
-                              std::snprintf(buf, sizeof buf, "cmyk(%g, %g, %g, %g)", static_cast<double>(x.c),
-                                            static_cast<double>(x.m), static_cast<double>(x.y),
-                                            static_cast<double>(x.k));
-                              return buf;
-                          },
-                          [&](named_color const& x) -> std::string {
-                              std::snprintf(buf, sizeof buf, ", %f)", static_cast<double>(x.named_color_tint));
-                              return "vellum-color(" + x.named_color_name + buf;
-                          },
-                          [](vellum_overprint const& x) -> std::string {
-                              return "-vellum-overprint(" + (x.overprint_color ? to_text(*x.overprint_color) : "") +
-                                     ")";
-                          },
-                      },
-                      c);
+    return std::visit(
+        overloaded{
+            [](transparent const&) -> std::string { return "transparent"; },
+            [&](rgb const& x) -> std::string {
+                std::snprintf(buf, sizeof buf, "#%02x%02x%02x", byte(x.r), byte(x.g), byte(x.b));
+                return buf;
+            },
+            [&](rgba const& x) -> std::string {
+                std::snprintf(buf, sizeof buf, "rgba(%d, %d, %d, %g)", byte(x.r), byte(x.g), byte(x.b),
+                              static_cast<double>(x.a));
+                return buf;
+            },
+            [&](cmyk const& x) -> std::string {
+                std::snprintf(buf, sizeof buf, "cmyk(%g, %g, %g, %g)", static_cast<double>(x.c),
+                              static_cast<double>(x.m), static_cast<double>(x.y), static_cast<double>(x.k));
+                return buf;
+            },
+            [&](named_color const& x) -> std::string {
+                std::snprintf(buf, sizeof buf, ", %f)", static_cast<double>(x.named_color_tint));
+                return "vellum-color(" + x.named_color_name + buf;
+            },
+            [](vellum_overprint const& x) -> std::string {
+                return "-vellum-overprint(" + (x.overprint_color ? to_text(*x.overprint_color) : "") + ")";
+            },
+        },
+        c);
 }
 
 } // namespace vellum::css::color

@@ -172,7 +172,8 @@ struct computer {
             return e.expr_default;
         }
         for (auto const& at : el->context_attrs) {
-            if (at.context_attr_local != e.expr_name.attr_local || at.context_attr_ns != e.expr_name.attr_ns) {
+            if (at.context_attr_local != e.expr_name.attr_local ||
+                at.context_attr_ns != e.expr_name.attr_ns) {
                 continue;
             }
             // The attribute's text becomes a term of the named type, which the property's own parser reads.
@@ -201,12 +202,13 @@ struct computer {
 
     template <class T>
     box::auto_length_percent<float> alp(box::auto_length_percent<units::length> const& v) const {
-        return std::visit(overloaded{
-                              [](box::auto_value const& x) -> box::auto_length_percent<float> { return x; },
-                              [&](units::length const& l) -> box::auto_length_percent<float> { return pts(l); },
-                              [](units::percentage const& p) -> box::auto_length_percent<float> { return p; },
-                          },
-                          v);
+        return std::visit(
+            overloaded{
+                [](box::auto_value const& x) -> box::auto_length_percent<float> { return x; },
+                [&](units::length const& l) -> box::auto_length_percent<float> { return pts(l); },
+                [](units::percentage const& p) -> box::auto_length_percent<float> { return p; },
+            },
+            v);
     }
 
     box::length_or_percent<float> lp(box::length_or_percent<units::length> const& v) const {
@@ -245,37 +247,38 @@ struct computer {
 
     float font_size(fonts::spec_font_size const& s) const {
         float const pfs = parent.font_size;
-        return std::visit(overloaded{
-                              [&](fonts::font_size_keyword k) {
-                                  using K = fonts::font_size_keyword;
-                                  switch (k) {
-                                  case K::xx_small:
-                                      return 7.0f;
-                                  case K::x_small:
-                                      return 9.0f;
-                                  case K::small:
-                                      return 10.0f;
-                                  case K::medium:
-                                      return 12.0f;
-                                  case K::large:
-                                      return 14.0f;
-                                  case K::x_large:
-                                      return 18.0f;
-                                  case K::xx_large:
-                                      return 24.0f;
-                                  case K::larger:
-                                      return pfs * 1.2f;
-                                  case K::smaller:
-                                      return pfs / 1.2f;
-                                  }
-                                  return pfs;
-                              },
-                              [&](units::length const& l) {
-                                  return std::max(0.0f, units::to_points(l, {pfs, dpi}));
-                              },
-                              [&](units::percentage const& p) { return std::max(0.0f, pfs * p.percentage_value / 100); },
-                          },
-                          s);
+        return std::visit(
+            overloaded{
+                [&](fonts::font_size_keyword k) {
+                    using K = fonts::font_size_keyword;
+                    switch (k) {
+                    case K::xx_small:
+                        return 7.0f;
+                    case K::x_small:
+                        return 9.0f;
+                    case K::small:
+                        return 10.0f;
+                    case K::medium:
+                        return 12.0f;
+                    case K::large:
+                        return 14.0f;
+                    case K::x_large:
+                        return 18.0f;
+                    case K::xx_large:
+                        return 24.0f;
+                    case K::larger:
+                        return pfs * 1.2f;
+                    case K::smaller:
+                        return pfs / 1.2f;
+                    }
+                    return pfs;
+                },
+                [&](units::length const& l) {
+                    return std::max(0.0f, units::to_points(l, {pfs, dpi}));
+                },
+                [&](units::percentage const& p) { return std::max(0.0f, pfs * p.percentage_value / 100); },
+            },
+            s);
     }
 };
 
@@ -291,7 +294,8 @@ void set_css_dpi(float dpi) {
     dpi_value = dpi;
 }
 
-style::style compute_style(ref<style::style> const& parent_ref, compute_style_context const& context,
+style::style compute_style(ref<style::style> const& parent_ref,
+                           compute_style_context const& context,
                            std::vector<property::property> const& declarations) {
     auto const initial = style::initial_style();
     style::style const& parent = parent_ref ? *parent_ref : *initial;
@@ -360,12 +364,14 @@ style::style compute_style(ref<style::style> const& parent_ref, compute_style_co
         auto const& pg = *parent.background;
         auto const& ig = *init.background;
         box::background bg;
-        bg.background_attachment = c.get<L::background_attachment>(pg.background_attachment, ig.background_attachment, identity);
+        bg.background_attachment =
+            c.get<L::background_attachment>(pg.background_attachment, ig.background_attachment, identity);
         bg.background_clip = c.get<L::background_clip>(pg.background_clip, ig.background_clip, identity);
         bg.background_color = c.get_attr<L::background_color>(
             pg.background_color, ig.background_color, [&](color::spec_color const& x) { return c.col(x); });
         bg.background_image = c.get<L::background_image>(pg.background_image, ig.background_image, identity);
-        bg.background_origin = c.get<L::background_origin>(pg.background_origin, ig.background_origin, identity);
+        bg.background_origin =
+            c.get<L::background_origin>(pg.background_origin, ig.background_origin, identity);
         bg.background_position = c.get<L::background_position>(
             pg.background_position, ig.background_position, [&](std::vector<box::spec_bg_position> const& v) {
                 std::vector<box::bg_position> out;
@@ -374,20 +380,22 @@ style::style compute_style(ref<style::style> const& parent_ref, compute_style_co
                 }
                 return out;
             });
-        bg.background_repeat = c.get<L::background_repeat>(pg.background_repeat, ig.background_repeat, identity);
+        bg.background_repeat =
+            c.get<L::background_repeat>(pg.background_repeat, ig.background_repeat, identity);
         bg.background_size = c.get<L::background_size>(
             pg.background_size, ig.background_size, [&](std::vector<box::spec_bg_size> const& v) {
                 std::vector<box::bg_size> out;
                 for (auto const& x : v) {
-                    out.push_back(std::visit(
-                        overloaded{
-                            [](box::bg_cover const& k) -> box::bg_size { return k; },
-                            [](box::bg_contain const& k) -> box::bg_size { return k; },
-                            [&](box::bg_size_pair<units::length> const& p) -> box::bg_size {
-                                return box::bg_size_pair<float>{c.alp<void>(p.bg_size_w), c.alp<void>(p.bg_size_h)};
-                            },
-                        },
-                        x));
+                    out.push_back(
+                        std::visit(overloaded{
+                                       [](box::bg_cover const& k) -> box::bg_size { return k; },
+                                       [](box::bg_contain const& k) -> box::bg_size { return k; },
+                                       [&](box::bg_size_pair<units::length> const& p) -> box::bg_size {
+                                           return box::bg_size_pair<float>{c.alp<void>(p.bg_size_w),
+                                                                           c.alp<void>(p.bg_size_h)};
+                                       },
+                                   },
+                                   x));
                 }
                 return out;
             });
@@ -406,7 +414,9 @@ style::style compute_style(ref<style::style> const& parent_ref, compute_style_co
         auto const& pg = *parent.borders;
         auto const& ig = *init.borders;
         auto colour = [&](color::spec_color const& x) { return c.col(x); };
-        auto radius = [&](box::spec_radius const& r) { return box::radius{c.lp(r.radius_h), c.lp(r.radius_v)}; };
+        auto radius = [&](box::spec_radius const& r) {
+            return box::radius{c.lp(r.radius_h), c.lp(r.radius_v)};
+        };
         // The initial colour of a side is currentColor, so it follows this element's colour.
         auto side = [&](box::border const& p, auto color_slot, auto style_slot, auto width_slot) {
             box::border b;
@@ -414,7 +424,8 @@ style::style compute_style(ref<style::style> const& parent_ref, compute_style_co
             b.border_style = style_slot(p.border_style);
             float const w = width_slot(p.border_width);
             b.border_width =
-                b.border_style == box::line_style::none || b.border_style == box::line_style::hidden ? 0.0f : w;
+                b.border_style == box::line_style::none || b.border_style == box::line_style::hidden ? 0.0f
+                                                                                                     : w;
             return b;
         };
         float const medium = border_keyword_width(box::border_keyword::medium);
@@ -423,17 +434,23 @@ style::style compute_style(ref<style::style> const& parent_ref, compute_style_co
         b.borders_bottom = side(
             pg.borders_bottom,
             [&](color::color const& p) { return c.get_attr<L::border_bottom_color>(p, s.color, colour); },
-            [&](box::line_style p) { return c.get<L::border_bottom_style>(p, box::line_style::none, identity); },
+            [&](box::line_style p) {
+                return c.get<L::border_bottom_style>(p, box::line_style::none, identity);
+            },
             [&](float p) { return c.get_attr<L::border_bottom_width>(p, medium, width); });
         b.borders_left = side(
             pg.borders_left,
             [&](color::color const& p) { return c.get_attr<L::border_left_color>(p, s.color, colour); },
-            [&](box::line_style p) { return c.get<L::border_left_style>(p, box::line_style::none, identity); },
+            [&](box::line_style p) {
+                return c.get<L::border_left_style>(p, box::line_style::none, identity);
+            },
             [&](float p) { return c.get_attr<L::border_left_width>(p, medium, width); });
         b.borders_right = side(
             pg.borders_right,
             [&](color::color const& p) { return c.get_attr<L::border_right_color>(p, s.color, colour); },
-            [&](box::line_style p) { return c.get<L::border_right_style>(p, box::line_style::none, identity); },
+            [&](box::line_style p) {
+                return c.get<L::border_right_style>(p, box::line_style::none, identity);
+            },
             [&](float p) { return c.get_attr<L::border_right_width>(p, medium, width); });
         b.borders_top = side(
             pg.borders_top,
@@ -452,21 +469,27 @@ style::style compute_style(ref<style::style> const& parent_ref, compute_style_co
     }
 
     // The inherited groups: the parent's own records unless something in them is declared.
-    if (scanprops::any_set(props, {L::font_family, L::font_stretch, L::font_style, L::font_variant, L::font_weight})) {
+    if (scanprops::any_set(
+            props, {L::font_family, L::font_stretch, L::font_style, L::font_variant, L::font_weight})) {
         auto const& pg = *parent.font_props;
         auto const& ig = *init.font_props;
         fonts::font_props f;
-        f.font_props_font_family = c.get_attr<L::font_family>(pg.font_props_font_family, ig.font_props_font_family, identity);
-        f.font_props_font_stretch = c.get<L::font_stretch>(pg.font_props_font_stretch, ig.font_props_font_stretch, identity);
-        f.font_props_font_style = c.get<L::font_style>(pg.font_props_font_style, ig.font_props_font_style, identity);
-        f.font_props_font_variant = c.get<L::font_variant>(pg.font_props_font_variant, ig.font_props_font_variant, identity);
+        f.font_props_font_family =
+            c.get_attr<L::font_family>(pg.font_props_font_family, ig.font_props_font_family, identity);
+        f.font_props_font_stretch =
+            c.get<L::font_stretch>(pg.font_props_font_stretch, ig.font_props_font_stretch, identity);
+        f.font_props_font_style =
+            c.get<L::font_style>(pg.font_props_font_style, ig.font_props_font_style, identity);
+        f.font_props_font_variant =
+            c.get<L::font_variant>(pg.font_props_font_variant, ig.font_props_font_variant, identity);
         f.font_props_font_weight = c.get<L::font_weight>(
             pg.font_props_font_weight, ig.font_props_font_weight, [&](fonts::spec_font_weight const& w) {
                 return std::visit(overloaded{
                                       [](int n) { return n; },
                                       [&](fonts::relative_weight r) {
-                                          return r == fonts::relative_weight::bolder ? bolder(pg.font_props_font_weight)
-                                                                                     : lighter(pg.font_props_font_weight);
+                                          return r == fonts::relative_weight::bolder
+                                                     ? bolder(pg.font_props_font_weight)
+                                                     : lighter(pg.font_props_font_weight);
                                       },
                                   },
                                   w);
@@ -474,23 +497,29 @@ style::style compute_style(ref<style::style> const& parent_ref, compute_style_co
         s.font_props = share(std::move(f));
     }
 
-    if (scanprops::any_set(props, {L::overflow_wrap, L::text_align, L::text_align_last, L::text_indent,
-                                   L::text_justify, L::vellum_text_replace, L::text_transform, L::word_break})) {
+    if (scanprops::any_set(props,
+                           {L::overflow_wrap, L::text_align, L::text_align_last, L::text_indent,
+                            L::text_justify, L::vellum_text_replace, L::text_transform, L::word_break})) {
         auto const& pg = *parent.text;
         auto const& ig = *init.text;
         text::text_props t;
-        t.text_props_overflow_wrap = c.get<L::overflow_wrap>(pg.text_props_overflow_wrap, ig.text_props_overflow_wrap, identity);
-        t.text_props_text_align = c.get<L::text_align>(pg.text_props_text_align, ig.text_props_text_align, identity);
+        t.text_props_overflow_wrap =
+            c.get<L::overflow_wrap>(pg.text_props_overflow_wrap, ig.text_props_overflow_wrap, identity);
+        t.text_props_text_align =
+            c.get<L::text_align>(pg.text_props_text_align, ig.text_props_text_align, identity);
         t.text_props_text_align_last =
             c.get<L::text_align_last>(pg.text_props_text_align_last, ig.text_props_text_align_last, identity);
-        t.text_props_text_indent = c.get<L::text_indent>(pg.text_props_text_indent, ig.text_props_text_indent,
-                                                         [&](units::length_percent const& x) { return c.lp(x); });
-        t.text_props_text_justify = c.get<L::text_justify>(pg.text_props_text_justify, ig.text_props_text_justify, identity);
-        t.text_props_vellum_text_replace =
-            c.get<L::vellum_text_replace>(pg.text_props_vellum_text_replace, ig.text_props_vellum_text_replace, identity);
+        t.text_props_text_indent =
+            c.get<L::text_indent>(pg.text_props_text_indent, ig.text_props_text_indent,
+                                  [&](units::length_percent const& x) { return c.lp(x); });
+        t.text_props_text_justify =
+            c.get<L::text_justify>(pg.text_props_text_justify, ig.text_props_text_justify, identity);
+        t.text_props_vellum_text_replace = c.get<L::vellum_text_replace>(
+            pg.text_props_vellum_text_replace, ig.text_props_vellum_text_replace, identity);
         t.text_props_text_transform =
             c.get<L::text_transform>(pg.text_props_text_transform, ig.text_props_text_transform, identity);
-        t.text_props_word_break = c.get<L::word_break>(pg.text_props_word_break, ig.text_props_word_break, identity);
+        t.text_props_word_break =
+            c.get<L::word_break>(pg.text_props_word_break, ig.text_props_word_break, identity);
         s.text = share(std::move(t));
     }
 
@@ -500,72 +529,91 @@ style::style compute_style(ref<style::style> const& parent_ref, compute_style_co
         auto const& pg = *parent.rare_props;
         auto const& ig = *init.rare_props;
         style::rare_props r;
-        r.rare_props_border_collapse = c.get<L::border_collapse>(pg.rare_props_border_collapse, ig.rare_props_border_collapse, identity);
-        r.rare_props_caption_page = c.get<L::caption_page>(pg.rare_props_caption_page, ig.rare_props_caption_page, identity);
-        r.rare_props_caption_side = c.get<L::caption_side>(pg.rare_props_caption_side, ig.rare_props_caption_side, identity);
-        r.rare_props_direction = c.get<L::direction>(pg.rare_props_direction, ig.rare_props_direction, identity);
-        r.rare_props_empty_cells = c.get<L::empty_cells>(pg.rare_props_empty_cells, ig.rare_props_empty_cells, identity);
+        r.rare_props_border_collapse =
+            c.get<L::border_collapse>(pg.rare_props_border_collapse, ig.rare_props_border_collapse, identity);
+        r.rare_props_caption_page =
+            c.get<L::caption_page>(pg.rare_props_caption_page, ig.rare_props_caption_page, identity);
+        r.rare_props_caption_side =
+            c.get<L::caption_side>(pg.rare_props_caption_side, ig.rare_props_caption_side, identity);
+        r.rare_props_direction =
+            c.get<L::direction>(pg.rare_props_direction, ig.rare_props_direction, identity);
+        r.rare_props_empty_cells =
+            c.get<L::empty_cells>(pg.rare_props_empty_cells, ig.rare_props_empty_cells, identity);
         r.rare_props_line_stacking_strategy = c.get<L::line_stacking_strategy>(
             pg.rare_props_line_stacking_strategy, ig.rare_props_line_stacking_strategy, identity);
-        r.rare_props_vellum_image_magic =
-            c.get<L::vellum_image_magic>(pg.rare_props_vellum_image_magic, ig.rare_props_vellum_image_magic, identity);
+        r.rare_props_vellum_image_magic = c.get<L::vellum_image_magic>(
+            pg.rare_props_vellum_image_magic, ig.rare_props_vellum_image_magic, identity);
         r.rare_props_vellum_linebreak_magic = c.get<L::vellum_linebreak_magic>(
             pg.rare_props_vellum_linebreak_magic, ig.rare_props_vellum_linebreak_magic, identity);
-        r.rare_props_visibility = c.get<L::visibility>(pg.rare_props_visibility, ig.rare_props_visibility, identity);
-        r.rare_props_white_space = c.get<L::white_space>(pg.rare_props_white_space, ig.rare_props_white_space, identity);
+        r.rare_props_visibility =
+            c.get<L::visibility>(pg.rare_props_visibility, ig.rare_props_visibility, identity);
+        r.rare_props_white_space =
+            c.get<L::white_space>(pg.rare_props_white_space, ig.rare_props_white_space, identity);
         s.rare_props = share(std::move(r));
     }
 
-    if (scanprops::any_set(props, {L::fill, L::fill_opacity, L::fill_rule, L::clip_rule, L::stroke,
-                                   L::stroke_dasharray, L::stroke_dashoffset, L::stroke_linecap, L::stroke_linejoin,
-                                   L::stroke_miterlimit, L::stroke_opacity, L::stroke_width, L::marker_start,
-                                   L::marker_mid, L::marker_end, L::text_anchor})) {
+    if (scanprops::any_set(props,
+                           {L::fill, L::fill_opacity, L::fill_rule, L::clip_rule, L::stroke,
+                            L::stroke_dasharray, L::stroke_dashoffset, L::stroke_linecap, L::stroke_linejoin,
+                            L::stroke_miterlimit, L::stroke_opacity, L::stroke_width, L::marker_start,
+                            L::marker_mid, L::marker_end, L::text_anchor})) {
         auto const& pg = *parent.svgstyle;
         auto const& ig = *init.svgstyle;
         auto paint = [&](svgstyle::spec_paint const& p) { return c.paint(p); };
         auto len = [&](svgstyle::spec_svg_length const& x) { return c.svg_len(x); };
         svgstyle::svgstyle g;
         g.svgstyle_fill = c.get<L::fill>(pg.svgstyle_fill, ig.svgstyle_fill, paint);
-        g.svgstyle_fill_opacity = c.get<L::fill_opacity>(pg.svgstyle_fill_opacity, ig.svgstyle_fill_opacity, identity);
+        g.svgstyle_fill_opacity =
+            c.get<L::fill_opacity>(pg.svgstyle_fill_opacity, ig.svgstyle_fill_opacity, identity);
         g.svgstyle_fill_rule = c.get<L::fill_rule>(pg.svgstyle_fill_rule, ig.svgstyle_fill_rule, identity);
         g.svgstyle_clip_rule = c.get<L::clip_rule>(pg.svgstyle_clip_rule, ig.svgstyle_clip_rule, identity);
         g.svgstyle_stroke = c.get<L::stroke>(pg.svgstyle_stroke, ig.svgstyle_stroke, paint);
-        g.svgstyle_stroke_dasharray = c.get<L::stroke_dasharray>(
-            pg.svgstyle_stroke_dasharray, ig.svgstyle_stroke_dasharray, [&](svgstyle::spec_dasharray const& d) {
-                svgstyle::dasharray out;
-                for (auto const& x : d) {
-                    out.push_back(c.svg_len(x));
-                }
-                return out;
-            });
-        g.svgstyle_stroke_dashoffset = c.get<L::stroke_dashoffset>(pg.svgstyle_stroke_dashoffset, ig.svgstyle_stroke_dashoffset, len);
-        g.svgstyle_stroke_linecap = c.get<L::stroke_linecap>(pg.svgstyle_stroke_linecap, ig.svgstyle_stroke_linecap, identity);
-        g.svgstyle_stroke_linejoin = c.get<L::stroke_linejoin>(pg.svgstyle_stroke_linejoin, ig.svgstyle_stroke_linejoin, identity);
-        g.svgstyle_stroke_miterlimit =
-            c.get<L::stroke_miterlimit>(pg.svgstyle_stroke_miterlimit, ig.svgstyle_stroke_miterlimit, identity);
-        g.svgstyle_stroke_opacity = c.get<L::stroke_opacity>(pg.svgstyle_stroke_opacity, ig.svgstyle_stroke_opacity, identity);
-        g.svgstyle_stroke_width = c.get<L::stroke_width>(pg.svgstyle_stroke_width, ig.svgstyle_stroke_width, len);
-        g.svgstyle_marker_start = c.get<L::marker_start>(pg.svgstyle_marker_start, ig.svgstyle_marker_start, identity);
-        g.svgstyle_marker_mid = c.get<L::marker_mid>(pg.svgstyle_marker_mid, ig.svgstyle_marker_mid, identity);
-        g.svgstyle_marker_end = c.get<L::marker_end>(pg.svgstyle_marker_end, ig.svgstyle_marker_end, identity);
-        g.svgstyle_text_anchor = c.get<L::text_anchor>(pg.svgstyle_text_anchor, ig.svgstyle_text_anchor, identity);
+        g.svgstyle_stroke_dasharray =
+            c.get<L::stroke_dasharray>(pg.svgstyle_stroke_dasharray, ig.svgstyle_stroke_dasharray,
+                                       [&](svgstyle::spec_dasharray const& d) {
+                                           svgstyle::dasharray out;
+                                           for (auto const& x : d) {
+                                               out.push_back(c.svg_len(x));
+                                           }
+                                           return out;
+                                       });
+        g.svgstyle_stroke_dashoffset =
+            c.get<L::stroke_dashoffset>(pg.svgstyle_stroke_dashoffset, ig.svgstyle_stroke_dashoffset, len);
+        g.svgstyle_stroke_linecap =
+            c.get<L::stroke_linecap>(pg.svgstyle_stroke_linecap, ig.svgstyle_stroke_linecap, identity);
+        g.svgstyle_stroke_linejoin =
+            c.get<L::stroke_linejoin>(pg.svgstyle_stroke_linejoin, ig.svgstyle_stroke_linejoin, identity);
+        g.svgstyle_stroke_miterlimit = c.get<L::stroke_miterlimit>(pg.svgstyle_stroke_miterlimit,
+                                                                   ig.svgstyle_stroke_miterlimit, identity);
+        g.svgstyle_stroke_opacity =
+            c.get<L::stroke_opacity>(pg.svgstyle_stroke_opacity, ig.svgstyle_stroke_opacity, identity);
+        g.svgstyle_stroke_width =
+            c.get<L::stroke_width>(pg.svgstyle_stroke_width, ig.svgstyle_stroke_width, len);
+        g.svgstyle_marker_start =
+            c.get<L::marker_start>(pg.svgstyle_marker_start, ig.svgstyle_marker_start, identity);
+        g.svgstyle_marker_mid =
+            c.get<L::marker_mid>(pg.svgstyle_marker_mid, ig.svgstyle_marker_mid, identity);
+        g.svgstyle_marker_end =
+            c.get<L::marker_end>(pg.svgstyle_marker_end, ig.svgstyle_marker_end, identity);
+        g.svgstyle_text_anchor =
+            c.get<L::text_anchor>(pg.svgstyle_text_anchor, ig.svgstyle_text_anchor, identity);
         s.svgstyle = share(std::move(g));
     }
 
     // The packed enumerations.
     s.bit_props = {
         .bit_props_clear = c.get<L::clear>(pb.bit_props_clear, ib.bit_props_clear, identity),
-        .bit_props_column_break_after =
-            c.get<L::column_break_after>(pb.bit_props_column_break_after, ib.bit_props_column_break_after, identity),
-        .bit_props_column_break_before =
-            c.get<L::column_break_before>(pb.bit_props_column_break_before, ib.bit_props_column_break_before, identity),
+        .bit_props_column_break_after = c.get<L::column_break_after>(
+            pb.bit_props_column_break_after, ib.bit_props_column_break_after, identity),
+        .bit_props_column_break_before = c.get<L::column_break_before>(
+            pb.bit_props_column_break_before, ib.bit_props_column_break_before, identity),
         .bit_props_display = display,
-        .bit_props_page_break_after =
-            c.get<L::page_break_after>(pb.bit_props_page_break_after, ib.bit_props_page_break_after, identity),
-        .bit_props_page_break_before =
-            c.get<L::page_break_before>(pb.bit_props_page_break_before, ib.bit_props_page_break_before, identity),
-        .bit_props_page_break_inside =
-            c.get<L::page_break_inside>(pb.bit_props_page_break_inside, ib.bit_props_page_break_inside, identity),
+        .bit_props_page_break_after = c.get<L::page_break_after>(pb.bit_props_page_break_after,
+                                                                 ib.bit_props_page_break_after, identity),
+        .bit_props_page_break_before = c.get<L::page_break_before>(pb.bit_props_page_break_before,
+                                                                   ib.bit_props_page_break_before, identity),
+        .bit_props_page_break_inside = c.get<L::page_break_inside>(pb.bit_props_page_break_inside,
+                                                                   ib.bit_props_page_break_inside, identity),
         .bit_props_position = position,
     };
 
@@ -588,23 +636,26 @@ style::style compute_style(ref<style::style> const& parent_ref, compute_style_co
                           },
                           x);
     };
-    s.background_image_resolution =
-        c.get<L::background_image_resolution>(parent.background_image_resolution, init.background_image_resolution, identity);
+    s.background_image_resolution = c.get<L::background_image_resolution>(
+        parent.background_image_resolution, init.background_image_resolution, identity);
     s.box_sizing = c.get<L::box_sizing>(parent.box_sizing, init.box_sizing, identity);
     s.bookmark_label = c.get<L::bookmark_label>(parent.bookmark_label, init.bookmark_label, identity);
     s.bookmark_level = c.get<L::bookmark_level>(parent.bookmark_level, init.bookmark_level, identity);
     s.bookmark_state = c.get<L::bookmark_state>(parent.bookmark_state, init.bookmark_state, identity);
     s.bookmark_target = c.get<L::bookmark_target>(parent.bookmark_target, init.bookmark_target, identity);
-    s.box_decoration_break = c.get<L::box_decoration_break>(parent.box_decoration_break, init.box_decoration_break, identity);
-    s.border_clip = c.get<L::border_clip>(parent.border_clip, init.border_clip, [&](box::spec_border_clip const& x) {
-        if (!x) {
-            return box::border_clip{};
-        }
-        return box::border_clip{{c.pts((*x)[0]), c.pts((*x)[1]), c.pts((*x)[2]), c.pts((*x)[3])}};
-    });
-    s.border_spacing = c.get_attr<L::border_spacing>(parent.border_spacing, init.border_spacing, [&](box::spec_cellspacing const& x) {
-        return box::cellspacing{c.pts(x.cellspacing_h), c.pts(x.cellspacing_v)};
-    });
+    s.box_decoration_break =
+        c.get<L::box_decoration_break>(parent.box_decoration_break, init.box_decoration_break, identity);
+    s.border_clip =
+        c.get<L::border_clip>(parent.border_clip, init.border_clip, [&](box::spec_border_clip const& x) {
+            if (!x) {
+                return box::border_clip{};
+            }
+            return box::border_clip{{c.pts((*x)[0]), c.pts((*x)[1]), c.pts((*x)[2]), c.pts((*x)[3])}};
+        });
+    s.border_spacing = c.get_attr<L::border_spacing>(
+        parent.border_spacing, init.border_spacing, [&](box::spec_cellspacing const& x) {
+            return box::cellspacing{c.pts(x.cellspacing_h), c.pts(x.cellspacing_v)};
+        });
     s.clip = c.get<L::clip>(parent.clip, init.clip, [&](box::spec_clip const& x) {
         return std::visit(overloaded{
                               [](box::auto_value const& a) -> box::clip { return a; },
@@ -620,7 +671,8 @@ style::style compute_style(ref<style::style> const& parent_ref, compute_style_co
                           },
                           x);
     });
-    s.table_column_span = c.get_attr<L::table_column_span>(parent.table_column_span, init.table_column_span, identity);
+    s.table_column_span =
+        c.get_attr<L::table_column_span>(parent.table_column_span, init.table_column_span, identity);
     s.column_count = c.get<L::column_count>(parent.column_count, init.column_count, identity);
     // column-gap's initial value is 1em of this element.
     s.column_gap = c.get<L::column_gap>(parent.column_gap, s.font_size, [&](box::spec_spacing const& x) {
@@ -631,54 +683,61 @@ style::style compute_style(ref<style::style> const& parent_ref, compute_style_co
                           x);
     });
     s.column_rule_color = c.get_attr<L::column_rule_color>(parent.column_rule_color, s.color, colour);
-    s.column_rule_style = c.get<L::column_rule_style>(parent.column_rule_style, init.column_rule_style, identity);
+    s.column_rule_style =
+        c.get<L::column_rule_style>(parent.column_rule_style, init.column_rule_style, identity);
     {
-        float const w = c.get<L::column_rule_width>(parent.column_rule_width,
-                                                    border_keyword_width(box::border_keyword::medium),
-                                                    [&](box::spec_border_width const& x) { return c.border_width(x); });
-        bool const hidden = s.column_rule_style == box::line_style::none || s.column_rule_style == box::line_style::hidden;
+        float const w = c.get<L::column_rule_width>(
+            parent.column_rule_width, border_keyword_width(box::border_keyword::medium),
+            [&](box::spec_border_width const& x) { return c.border_width(x); });
+        bool const hidden =
+            s.column_rule_style == box::line_style::none || s.column_rule_style == box::line_style::hidden;
         s.column_rule_width = hidden ? 0.0f : w;
     }
     s.column_span = c.get<L::column_span>(parent.column_span, init.column_span, identity);
     s.column_fill = c.get<L::column_fill>(parent.column_fill, init.column_fill, identity);
-    s.column_width = c.get<L::column_width>(parent.column_width, init.column_width, [&](box::spec_column_width const& x) {
-        return std::visit(overloaded{
-                              [](box::auto_value const& a) -> box::column_width { return a; },
-                              [&](units::length const& l) -> box::column_width { return c.pts(l); },
-                          },
-                          x);
-    });
+    s.column_width =
+        c.get<L::column_width>(parent.column_width, init.column_width, [&](box::spec_column_width const& x) {
+            return std::visit(overloaded{
+                                  [](box::auto_value const& a) -> box::column_width { return a; },
+                                  [&](units::length const& l) -> box::column_width { return c.pts(l); },
+                              },
+                              x);
+        });
     s.content = c.get<L::content>(parent.content, init.content, identity);
-    s.counter_increment = c.get<L::counter_increment>(parent.counter_increment, init.counter_increment,
-                                                      [&](box::spec_counters const& x) { return c.counters(x, 1); });
+    s.counter_increment =
+        c.get<L::counter_increment>(parent.counter_increment, init.counter_increment,
+                                    [&](box::spec_counters const& x) { return c.counters(x, 1); });
     s.counter_reset = c.get<L::counter_reset>(parent.counter_reset, init.counter_reset,
                                               [&](box::spec_counters const& x) { return c.counters(x, 0); });
-    s.footnote_style_position =
-        c.get<L::footnote_style_position>(parent.footnote_style_position, init.footnote_style_position, identity);
+    s.footnote_style_position = c.get<L::footnote_style_position>(parent.footnote_style_position,
+                                                                  init.footnote_style_position, identity);
     s.height = c.get_attr<L::height>(parent.height, init.height, width);
     s.hyphens = c.get<L::hyphens>(parent.hyphens, init.hyphens, identity);
     s.hyphenate_after = c.get<L::hyphenate_after>(parent.hyphenate_after, init.hyphenate_after, identity);
     s.hyphenate_before = c.get<L::hyphenate_before>(parent.hyphenate_before, init.hyphenate_before, identity);
     s.hyphenate_lines = c.get<L::hyphenate_lines>(parent.hyphenate_lines, init.hyphenate_lines, identity);
-    s.hyphenate_patterns = c.get<L::hyphenate_patterns>(parent.hyphenate_patterns, init.hyphenate_patterns, identity);
+    s.hyphenate_patterns =
+        c.get<L::hyphenate_patterns>(parent.hyphenate_patterns, init.hyphenate_patterns, identity);
     s.image_resolution = c.get<L::image_resolution>(parent.image_resolution, init.image_resolution, identity);
     s.vellum_lang = c.get_attr<L::vellum_lang>(parent.vellum_lang, init.vellum_lang, identity);
     s.letter_spacing = c.get<L::letter_spacing>(parent.letter_spacing, init.letter_spacing, spacing);
     s.word_spacing = c.get<L::word_spacing>(parent.word_spacing, init.word_spacing, spacing);
-    s.line_height = c.get<L::line_height>(parent.line_height, init.line_height, [&](fonts::spec_line_height const& x) {
-        return std::visit(overloaded{
-                              [](fonts::line_height_normal const& n) -> fonts::line_height { return n; },
-                              [](fonts::line_height_none const& n) -> fonts::line_height { return n; },
-                              [](fonts::line_height_number const& n) -> fonts::line_height { return n; },
-                              [&](units::length const& l) -> fonts::line_height { return c.pts(l); },
-                          },
-                          x);
-    });
+    s.line_height =
+        c.get<L::line_height>(parent.line_height, init.line_height, [&](fonts::spec_line_height const& x) {
+            return std::visit(overloaded{
+                                  [](fonts::line_height_normal const& n) -> fonts::line_height { return n; },
+                                  [](fonts::line_height_none const& n) -> fonts::line_height { return n; },
+                                  [](fonts::line_height_number const& n) -> fonts::line_height { return n; },
+                                  [&](units::length const& l) -> fonts::line_height { return c.pts(l); },
+                              },
+                              x);
+        });
     s.link = c.get<L::link>(parent.link, init.link, [&](semantics::spec_link_type const& x) {
         return c.resolve<L::link>(x).value_or(semantics::link_none{});
     });
     s.list_style_image = c.get<L::list_style_image>(parent.list_style_image, init.list_style_image, identity);
-    s.list_style_position = c.get<L::list_style_position>(parent.list_style_position, init.list_style_position, identity);
+    s.list_style_position =
+        c.get<L::list_style_position>(parent.list_style_position, init.list_style_position, identity);
     s.list_style_type = c.get<L::list_style_type>(parent.list_style_type, init.list_style_type, identity);
     s.margin_bottom = c.get_attr<L::margin_bottom>(parent.margin_bottom, init.margin_bottom, width);
     s.margin_inside = c.get_attr<L::margin_inside>(parent.margin_inside, init.margin_inside, width);
@@ -700,9 +759,12 @@ style::style compute_style(ref<style::style> const& parent_ref, compute_style_co
     s.padding_top = c.get_attr<L::padding_top>(parent.padding_top, init.padding_top, pad);
     s.page_group = c.get<L::page_group>(parent.page_group, init.page_group, identity);
     s.page = c.get<L::page>(parent.page, init.page, identity);
-    s.vellum_footnote_policy = c.get<L::vellum_footnote_policy>(parent.vellum_footnote_policy, init.vellum_footnote_policy, identity);
-    s.vellum_pdf_destination = c.get<L::vellum_pdf_destination>(parent.vellum_pdf_destination, init.vellum_pdf_destination, identity);
-    s.vellum_pdf_link_type = c.get<L::vellum_pdf_link_type>(parent.vellum_pdf_link_type, init.vellum_pdf_link_type, identity);
+    s.vellum_footnote_policy = c.get<L::vellum_footnote_policy>(parent.vellum_footnote_policy,
+                                                                init.vellum_footnote_policy, identity);
+    s.vellum_pdf_destination = c.get<L::vellum_pdf_destination>(parent.vellum_pdf_destination,
+                                                                init.vellum_pdf_destination, identity);
+    s.vellum_pdf_link_type =
+        c.get<L::vellum_pdf_link_type>(parent.vellum_pdf_link_type, init.vellum_pdf_link_type, identity);
     s.table_row_span = c.get_attr<L::table_row_span>(parent.table_row_span, init.table_row_span, identity);
     s.string_set = c.get<L::string_set>(parent.string_set, init.string_set, identity);
     s.clip_path = c.get<L::clip_path>(parent.clip_path, init.clip_path, identity);
@@ -710,13 +772,17 @@ style::style compute_style(ref<style::style> const& parent_ref, compute_style_co
     s.stop_opacity = c.get<L::stop_opacity>(parent.stop_opacity, init.stop_opacity, identity);
     s.table_baseline = c.get<L::table_baseline>(parent.table_baseline, init.table_baseline, identity);
     s.table_layout = c.get<L::table_layout>(parent.table_layout, init.table_layout, identity);
-    s.text_line_through_color = c.get_attr<L::text_line_through_color>(parent.text_line_through_color, s.color, colour);
+    s.text_line_through_color =
+        c.get_attr<L::text_line_through_color>(parent.text_line_through_color, s.color, colour);
     s.text_overline_color = c.get_attr<L::text_overline_color>(parent.text_overline_color, s.color, colour);
-    s.text_underline_color = c.get_attr<L::text_underline_color>(parent.text_underline_color, s.color, colour);
-    s.text_line_through_style =
-        c.get<L::text_line_through_style>(parent.text_line_through_style, init.text_line_through_style, identity);
-    s.text_overline_style = c.get<L::text_overline_style>(parent.text_overline_style, init.text_overline_style, identity);
-    s.text_underline_style = c.get<L::text_underline_style>(parent.text_underline_style, init.text_underline_style, identity);
+    s.text_underline_color =
+        c.get_attr<L::text_underline_color>(parent.text_underline_color, s.color, colour);
+    s.text_line_through_style = c.get<L::text_line_through_style>(parent.text_line_through_style,
+                                                                  init.text_line_through_style, identity);
+    s.text_overline_style =
+        c.get<L::text_overline_style>(parent.text_overline_style, init.text_overline_style, identity);
+    s.text_underline_style =
+        c.get<L::text_underline_style>(parent.text_underline_style, init.text_underline_style, identity);
     s.text_overflow = c.get<L::text_overflow>(parent.text_overflow, init.text_overflow, identity);
     s.transform = c.get<L::transform>(parent.transform, init.transform, [&](box::spec_transform const& ops) {
         using lpf = box::length_or_percent<float>;
@@ -738,29 +804,31 @@ style::style compute_style(ref<style::style> const& parent_ref, compute_style_co
         }
         return out;
     });
-    s.transform_origin = c.get<L::transform_origin>(parent.transform_origin, init.transform_origin,
-                                                    [&](box::spec_transform_origin const& o) {
-                                                        return box::transform_origin{c.lp(o.origin_x), c.lp(o.origin_y)};
-                                                    });
+    s.transform_origin = c.get<L::transform_origin>(
+        parent.transform_origin, init.transform_origin, [&](box::spec_transform_origin const& o) {
+            return box::transform_origin{c.lp(o.origin_x), c.lp(o.origin_y)};
+        });
     s.unicode_bidi = c.get<L::unicode_bidi>(parent.unicode_bidi, init.unicode_bidi, identity);
-    s.vertical_align = c.get<L::vertical_align>(parent.vertical_align, init.vertical_align, [&](box::spec_vertical_align const& v) {
-        // A percentage is of this element's own line height; "normal" counts as 1.2 times the font size.
-        float const line = std::visit(overloaded{
-                                          [&](fonts::line_height_normal const&) { return 1.2f * s.font_size; },
-                                          [&](fonts::line_height_none const&) { return s.font_size; },
-                                          [&](fonts::line_height_number const& n) { return n.line_height_factor * s.font_size; },
-                                          [](float p) { return p; },
-                                      },
-                                      s.line_height);
-        return std::visit(overloaded{
-                              [](box::vertical_align_kind k) -> box::vertical_align { return k; },
-                              [&](units::length const& l) -> box::vertical_align { return c.pts(l); },
-                              [&](units::percentage const& p) -> box::vertical_align {
-                                  return line * p.percentage_value / 100;
+    s.vertical_align = c.get<L::vertical_align>(
+        parent.vertical_align, init.vertical_align, [&](box::spec_vertical_align const& v) {
+            // A percentage is of this element's own line height; "normal" counts as 1.2 times the font size.
+            float const line = std::visit(
+                overloaded{
+                    [&](fonts::line_height_normal const&) { return 1.2f * s.font_size; },
+                    [&](fonts::line_height_none const&) { return s.font_size; },
+                    [&](fonts::line_height_number const& n) { return n.line_height_factor * s.font_size; },
+                    [](float p) { return p; },
+                },
+                s.line_height);
+            return std::visit(overloaded{
+                                  [](box::vertical_align_kind k) -> box::vertical_align { return k; },
+                                  [&](units::length const& l) -> box::vertical_align { return c.pts(l); },
+                                  [&](units::percentage const& p) -> box::vertical_align {
+                                      return line * p.percentage_value / 100;
+                                  },
                               },
-                          },
-                          v);
-    });
+                              v);
+        });
     s.width = c.get_attr<L::width>(parent.width, init.width, width);
     s.writing_mode = c.get<L::writing_mode>(parent.writing_mode, init.writing_mode, identity);
     s.z_index = c.get<L::z_index>(parent.z_index, init.z_index, identity);

@@ -44,7 +44,8 @@ void set_css_dpi(float dpi);
 
 /// The computed style of an element. With no parent the initial style stands in for it, and the
 /// element is the root.
-style::style compute_style(ref<style::style> const& parent, compute_style_context const& context,
+style::style compute_style(ref<style::style> const& parent,
+                           compute_style_context const& context,
                            std::vector<property::property> const& declarations);
 
 } // namespace vellum::css::compute_style

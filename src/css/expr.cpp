@@ -101,54 +101,59 @@ std::optional<attr_type> attr_type_of(std::optional<std::string> const& word) {
     return std::nullopt;
 }
 
-std::optional<value::value> attr_text_value(attr_type const& type, std::string_view text, std::string const& base) {
-    return std::visit(
-        overloaded{
-            [&](type_string const&) -> std::optional<value::value> { return value::string{std::string(text)}; },
-            [&](type_font_family const&) -> std::optional<value::value> {
-                // A list of families, as HTML's face attribute gives it: "Arial, Helvetica".
-                if (auto v = parser::parse_value(base, text)) {
-                    return v;
-                }
-                return value::string{std::string(text)};
-            },
-            [&](type_color const&) { return parser::parse_value(base, text); },
-            [&](type_url const&) -> std::optional<value::value> { return value::url{std::string(text), base}; },
-            [&](type_idref const&) -> std::optional<value::value> {
-                return value::url{"#" + std::string(text), base};
-            },
-            [&](type_integer const&) -> std::optional<value::value> {
-                auto const n = whole_number(text);
-                if (!n || *n != static_cast<double>(static_cast<long long>(*n)) || *n < -2147483648.0 ||
-                    *n > 2147483647.0) {
-                    return std::nullopt;
-                }
-                return value::number{static_cast<int>(*n)};
-            },
-            [&](type_number const&) -> std::optional<value::value> {
-                auto const n = whole_number(text);
-                if (!n) {
-                    return std::nullopt;
-                }
-                return value::number{as_css_number(*n)};
-            },
-            [&](type_percent const&) -> std::optional<value::value> {
-                auto const n = whole_number(text);
-                if (!n) {
-                    return std::nullopt;
-                }
-                return value::percent{as_css_number(*n)};
-            },
-            [&](type_length const& l) -> std::optional<value::value> {
-                auto const n = whole_number(text);
-                if (!n) {
-                    return std::nullopt;
-                }
-                return value::dimension{as_css_number(*n),
-                                        std::string(unit_name(l.length_unit.value_or(units::length_unit::px)))};
-            },
-        },
-        type);
+std::optional<value::value>
+attr_text_value(attr_type const& type, std::string_view text, std::string const& base) {
+    return std::visit(overloaded{
+                          [&](type_string const&) -> std::optional<value::value> {
+                              return value::string{std::string(text)};
+                          },
+                          [&](type_font_family const&) -> std::optional<value::value> {
+                              // A list of families, as HTML's face attribute gives it: "Arial, Helvetica".
+                              if (auto v = parser::parse_value(base, text)) {
+                                  return v;
+                              }
+                              return value::string{std::string(text)};
+                          },
+                          [&](type_color const&) { return parser::parse_value(base, text); },
+                          [&](type_url const&) -> std::optional<value::value> {
+                              return value::url{std::string(text), base};
+                          },
+                          [&](type_idref const&) -> std::optional<value::value> {
+                              return value::url{"#" + std::string(text), base};
+                          },
+                          [&](type_integer const&) -> std::optional<value::value> {
+                              auto const n = whole_number(text);
+                              if (!n || *n != static_cast<double>(static_cast<long long>(*n)) ||
+                                  *n < -2147483648.0 || *n > 2147483647.0) {
+                                  return std::nullopt;
+                              }
+                              return value::number{static_cast<int>(*n)};
+                          },
+                          [&](type_number const&) -> std::optional<value::value> {
+                              auto const n = whole_number(text);
+                              if (!n) {
+                                  return std::nullopt;
+                              }
+                              return value::number{as_css_number(*n)};
+                          },
+                          [&](type_percent const&) -> std::optional<value::value> {
+                              auto const n = whole_number(text);
+                              if (!n) {
+                                  return std::nullopt;
+                              }
+                              return value::percent{as_css_number(*n)};
+                          },
+                          [&](type_length const& l) -> std::optional<value::value> {
+                              auto const n = whole_number(text);
+                              if (!n) {
+                                  return std::nullopt;
+                              }
+                              return value::dimension{
+                                  as_css_number(*n),
+                                  std::string(unit_name(l.length_unit.value_or(units::length_unit::px)))};
+                          },
+                      },
+                      type);
 }
 
 } // namespace vellum::css::expr

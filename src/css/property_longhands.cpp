@@ -1,6 +1,5 @@
 // The value parsers of the longhands and the dispatch from a property name to its parser.
 #include "css/property.hpp"
-
 #include "css/property_parse.hpp"
 
 #include <algorithm>
@@ -56,7 +55,8 @@ std::optional<units::length_percent> non_negative_length_percent(value::value co
 }
 
 template <class T>
-std::optional<std::vector<T>> each_layer(value::value const& v, std::optional<T> (*one)(value::value const&)) {
+std::optional<std::vector<T>> each_layer(value::value const& v,
+                                         std::optional<T> (*one)(value::value const&)) {
     std::vector<T> out;
     for (auto const& run : comma_runs(v)) {
         if (run.size() != 1) {
@@ -88,8 +88,8 @@ std::optional<int> int_at_least(value::value const& v, int lo) {
 }
 
 bool is_content_keyword(std::string const& word) {
-    static constexpr std::array<std::string_view, 6> words{"open-quote", "close-quote", "no-open-quote",
-                                                           "no-close-quote", "contents", "footnote"};
+    static constexpr std::array<std::string_view, 6> words{"open-quote",     "close-quote", "no-open-quote",
+                                                           "no-close-quote", "contents",    "footnote"};
     return std::find(words.begin(), words.end(), word) != words.end();
 }
 
@@ -97,22 +97,23 @@ bool is_content_keyword(std::string const& word) {
 std::optional<content_list> content_items(std::span<value::value const> terms) {
     content_list out;
     for (auto const& t : terms) {
-        bool const ok = std::visit(overloaded{
-                                       [](value::ident const& i) { return is_content_keyword(lower(i.ident_name)); },
-                                       [](value::string const&) { return true; },
-                                       [](value::attr const&) { return true; },
-                                       [](value::url const&) { return true; },
-                                       [](value::function const&) { return true; },
-                                       [](value::number const&) { return false; },
-                                       [](value::dimension const&) { return false; },
-                                       [](value::percent const&) { return false; },
-                                       [](value::hexcolor const&) { return false; },
-                                       [](value::unicode_range const&) { return false; },
-                                       [](value::values const&) { return false; },
-                                       [](value::slash const&) { return false; },
-                                       [](value::comma const&) { return false; },
-                                   },
-                                   t);
+        bool const ok =
+            std::visit(overloaded{
+                           [](value::ident const& i) { return is_content_keyword(lower(i.ident_name)); },
+                           [](value::string const&) { return true; },
+                           [](value::attr const&) { return true; },
+                           [](value::url const&) { return true; },
+                           [](value::function const&) { return true; },
+                           [](value::number const&) { return false; },
+                           [](value::dimension const&) { return false; },
+                           [](value::percent const&) { return false; },
+                           [](value::hexcolor const&) { return false; },
+                           [](value::unicode_range const&) { return false; },
+                           [](value::values const&) { return false; },
+                           [](value::slash const&) { return false; },
+                           [](value::comma const&) { return false; },
+                       },
+                       t);
         if (!ok) {
             return std::nullopt;
         }
@@ -362,10 +363,10 @@ opt<box::column_count> parse_column_count(value::value const& v) {
 
 opt<box::spec_vertical_align> parse_vertical_align(value::value const& v) {
     using k = box::vertical_align_kind;
-    static constexpr auto words = table<k>(
-        std::pair{"baseline", k::baseline}, std::pair{"sub", k::sub}, std::pair{"super", k::super},
-        std::pair{"top", k::top}, std::pair{"text-top", k::text_top}, std::pair{"middle", k::middle},
-        std::pair{"bottom", k::bottom}, std::pair{"text-bottom", k::text_bottom});
+    static constexpr auto words =
+        table<k>(std::pair{"baseline", k::baseline}, std::pair{"sub", k::sub}, std::pair{"super", k::super},
+                 std::pair{"top", k::top}, std::pair{"text-top", k::text_top}, std::pair{"middle", k::middle},
+                 std::pair{"bottom", k::bottom}, std::pair{"text-bottom", k::text_bottom});
     if (auto const w = keyword(v, words)) {
         return *w;
     }
@@ -442,7 +443,8 @@ opt<box::spec_border_clip> parse_border_clip(value::value const& v) {
 
 opt<box::border_collapse> parse_border_collapse(value::value const& v) {
     using b = box::border_collapse;
-    static constexpr auto words = table<b>(std::pair{"separate", b::separate}, std::pair{"collapse", b::collapse});
+    static constexpr auto words =
+        table<b>(std::pair{"separate", b::separate}, std::pair{"collapse", b::collapse});
     return keyword(v, words);
 }
 
@@ -470,9 +472,9 @@ opt<box::background_attachment> parse_bg_attachment(value::value const& v) {
 
 opt<box::background_box> parse_bg_box(value::value const& v) {
     using b = box::background_box;
-    static constexpr auto words = table<b>(std::pair{"border-box", b::border_box},
-                                           std::pair{"padding-box", b::padding_box},
-                                           std::pair{"content-box", b::content_box});
+    static constexpr auto words =
+        table<b>(std::pair{"border-box", b::border_box}, std::pair{"padding-box", b::padding_box},
+                 std::pair{"content-box", b::content_box});
     return keyword(v, words);
 }
 
@@ -496,8 +498,8 @@ opt<box::bg_image> parse_bg_image(value::value const& v) {
 opt<box::background_repeat0> parse_repeat0(value::value const& v) {
     using r = box::background_repeat0;
     static constexpr auto words =
-        table<r>(std::pair{"repeat", r::repeat}, std::pair{"no-repeat", r::no_repeat}, std::pair{"round", r::round},
-                 std::pair{"space", r::space});
+        table<r>(std::pair{"repeat", r::repeat}, std::pair{"no-repeat", r::no_repeat},
+                 std::pair{"round", r::round}, std::pair{"space", r::space});
     return keyword(v, words);
 }
 
@@ -552,10 +554,12 @@ opt<std::vector<box::background_repeat>> parse_bg_repeats(value::value const& v)
 std::optional<box::spec_bg_position> parse_position_terms(std::span<value::value const> terms) {
     using lp = box::length_or_percent<units::length>;
     enum class axis { either, x, y };
+
     struct component {
         axis component_axis;
         lp component_value;
     };
+
     auto read = [](value::value const& t) -> std::optional<component> {
         auto const k = keyword_of(t);
         if (k == "left") {
@@ -722,15 +726,16 @@ opt<box::image_resolution> parse_image_resolution(value::value const& v) {
 
 opt<box::display> parse_display(value::value const& v) {
     using d = box::display_kind;
-    static constexpr auto words = table<d>(
-        std::pair{"inline", d::inline_}, std::pair{"block", d::block}, std::pair{"none", d::none},
-        std::pair{"inline-block", d::inline_block}, std::pair{"inline-table", d::inline_table},
-        std::pair{"table", d::table}, std::pair{"table-caption", d::table_caption},
-        std::pair{"table-header-group", d::table_header_group},
-        std::pair{"table-footer-group", d::table_footer_group}, std::pair{"table-row-group", d::table_row_group},
-        std::pair{"table-row", d::table_row}, std::pair{"table-cell", d::table_cell},
-        std::pair{"table-column", d::table_column}, std::pair{"table-column-group", d::table_column_group},
-        std::pair{"list-item", d::list_item}, std::pair{"run-in", d::run_in});
+    static constexpr auto words =
+        table<d>(std::pair{"inline", d::inline_}, std::pair{"block", d::block}, std::pair{"none", d::none},
+                 std::pair{"inline-block", d::inline_block}, std::pair{"inline-table", d::inline_table},
+                 std::pair{"table", d::table}, std::pair{"table-caption", d::table_caption},
+                 std::pair{"table-header-group", d::table_header_group},
+                 std::pair{"table-footer-group", d::table_footer_group},
+                 std::pair{"table-row-group", d::table_row_group}, std::pair{"table-row", d::table_row},
+                 std::pair{"table-cell", d::table_cell}, std::pair{"table-column", d::table_column},
+                 std::pair{"table-column-group", d::table_column_group}, std::pair{"list-item", d::list_item},
+                 std::pair{"run-in", d::run_in});
     if (auto const w = keyword(v, words)) {
         return *w;
     }
@@ -854,9 +859,9 @@ opt<box::position> parse_position(value::value const& v) {
 
 opt<box::clear> parse_clear(value::value const& v) {
     using c = box::clear;
-    static constexpr auto words =
-        table<c>(std::pair{"none", c::none}, std::pair{"left", c::left}, std::pair{"right", c::right},
-                 std::pair{"inside", c::inside}, std::pair{"outside", c::outside}, std::pair{"both", c::both});
+    static constexpr auto words = table<c>(std::pair{"none", c::none}, std::pair{"left", c::left},
+                                           std::pair{"right", c::right}, std::pair{"inside", c::inside},
+                                           std::pair{"outside", c::outside}, std::pair{"both", c::both});
     return keyword(v, words);
 }
 
@@ -955,8 +960,8 @@ opt<box::box_sizing> parse_box_sizing(value::value const& v) {
 
 opt<box::caption_page> parse_caption_page(value::value const& v) {
     using c = box::caption_page;
-    static constexpr auto words =
-        table<c>(std::pair{"first", c::first}, std::pair{"following", c::following}, std::pair{"all", c::all_pages});
+    static constexpr auto words = table<c>(std::pair{"first", c::first}, std::pair{"following", c::following},
+                                           std::pair{"all", c::all_pages});
     return keyword(v, words);
 }
 
@@ -990,9 +995,10 @@ opt<box::unicode_bidi> parse_unicode_bidi(value::value const& v) {
 opt<box::writing_mode> parse_writing_mode(value::value const& v) {
     using w = box::writing_mode;
     static constexpr auto words = table<w>(
-        std::pair{"horizontal-tb", w::horizontal}, std::pair{"lr", w::horizontal}, std::pair{"lr-tb", w::horizontal},
-        std::pair{"rl", w::horizontal}, std::pair{"rl-tb", w::horizontal}, std::pair{"vertical-rl", w::vertical},
-        std::pair{"vertical-lr", w::vertical}, std::pair{"tb", w::vertical}, std::pair{"tb-rl", w::vertical});
+        std::pair{"horizontal-tb", w::horizontal}, std::pair{"lr", w::horizontal},
+        std::pair{"lr-tb", w::horizontal}, std::pair{"rl", w::horizontal}, std::pair{"rl-tb", w::horizontal},
+        std::pair{"vertical-rl", w::vertical}, std::pair{"vertical-lr", w::vertical},
+        std::pair{"tb", w::vertical}, std::pair{"tb-rl", w::vertical});
     return keyword(v, words);
 }
 
@@ -1022,8 +1028,8 @@ opt<box::empty_cells> parse_empty_cells(value::value const& v) {
 
 opt<box::visibility> parse_visibility(value::value const& v) {
     using e = box::visibility;
-    static constexpr auto words =
-        table<e>(std::pair{"visible", e::visible}, std::pair{"hidden", e::hidden}, std::pair{"collapse", e::collapse});
+    static constexpr auto words = table<e>(std::pair{"visible", e::visible}, std::pair{"hidden", e::hidden},
+                                           std::pair{"collapse", e::collapse});
     return keyword(v, words);
 }
 
@@ -1078,15 +1084,56 @@ opt<box::url_or_none> parse_url_or_none(value::value const& v) {
 }
 
 opt<box::list_style_type> parse_list_style_type(value::value const& v) {
-    static constexpr std::array<std::string_view, 50> styles{
-        "disc", "circle", "square", "box", "check", "diamond", "hyphen", "decimal", "decimal-leading-zero",
-        "lower-roman", "upper-roman", "lower-greek", "upper-greek", "lower-alpha", "upper-alpha", "lower-latin",
-        "upper-latin", "armenian", "lower-armenian", "upper-armenian", "georgian", "hebrew", "arabic-indic",
-        "binary", "cjk-decimal", "octal", "persian", "lower-hexadecimal", "upper-hexadecimal", "lower-norwegian",
-        "upper-norwegian", "lower-russian", "upper-russian", "lower-ukrainian", "upper-ukrainian",
-        "lower-belarusian", "upper-belarusian", "lower-bulgarian", "upper-bulgarian", "hiragana", "katakana",
-        "hiragana-iroha", "katakana-iroha", "cjk-ideographic", "japanese-informal", "japanese-formal",
-        "simp-chinese-informal", "simp-chinese-formal", "trad-chinese-informal", "trad-chinese-formal"};
+    static constexpr std::array<std::string_view, 50> styles{"disc",
+                                                             "circle",
+                                                             "square",
+                                                             "box",
+                                                             "check",
+                                                             "diamond",
+                                                             "hyphen",
+                                                             "decimal",
+                                                             "decimal-leading-zero",
+                                                             "lower-roman",
+                                                             "upper-roman",
+                                                             "lower-greek",
+                                                             "upper-greek",
+                                                             "lower-alpha",
+                                                             "upper-alpha",
+                                                             "lower-latin",
+                                                             "upper-latin",
+                                                             "armenian",
+                                                             "lower-armenian",
+                                                             "upper-armenian",
+                                                             "georgian",
+                                                             "hebrew",
+                                                             "arabic-indic",
+                                                             "binary",
+                                                             "cjk-decimal",
+                                                             "octal",
+                                                             "persian",
+                                                             "lower-hexadecimal",
+                                                             "upper-hexadecimal",
+                                                             "lower-norwegian",
+                                                             "upper-norwegian",
+                                                             "lower-russian",
+                                                             "upper-russian",
+                                                             "lower-ukrainian",
+                                                             "upper-ukrainian",
+                                                             "lower-belarusian",
+                                                             "upper-belarusian",
+                                                             "lower-bulgarian",
+                                                             "upper-bulgarian",
+                                                             "hiragana",
+                                                             "katakana",
+                                                             "hiragana-iroha",
+                                                             "katakana-iroha",
+                                                             "cjk-ideographic",
+                                                             "japanese-informal",
+                                                             "japanese-formal",
+                                                             "simp-chinese-informal",
+                                                             "simp-chinese-formal",
+                                                             "trad-chinese-informal",
+                                                             "trad-chinese-formal"};
     if (is_keyword(v, "none")) {
         return none_value{};
     }
@@ -1247,7 +1294,8 @@ opt<fonts::font_family> parse_font_family(value::value const& v) {
             return std::nullopt;
         }
         auto const low = lower(name);
-        if (low == "serif" || low == "sans-serif" || low == "monospace" || low == "cursive" || low == "fantasy") {
+        if (low == "serif" || low == "sans-serif" || low == "monospace" || low == "cursive" ||
+            low == "fantasy") {
             name = low;
         }
         out.push_back(name);
@@ -1273,25 +1321,26 @@ opt<fonts::spec_font_size> parse_font_size(value::value const& v) {
 
 opt<fonts::font_stretch> parse_font_stretch(value::value const& v) {
     using s = fonts::font_stretch;
-    static constexpr auto words = table<s>(
-        std::pair{"normal", s::normal}, std::pair{"ultra-condensed", s::ultra_condensed},
-        std::pair{"extra-condensed", s::extra_condensed}, std::pair{"condensed", s::condensed},
-        std::pair{"semi-condensed", s::semi_condensed}, std::pair{"semi-expanded", s::semi_expanded},
-        std::pair{"expanded", s::expanded}, std::pair{"extra-expanded", s::extra_expanded},
-        std::pair{"ultra-expanded", s::ultra_expanded});
+    static constexpr auto words =
+        table<s>(std::pair{"normal", s::normal}, std::pair{"ultra-condensed", s::ultra_condensed},
+                 std::pair{"extra-condensed", s::extra_condensed}, std::pair{"condensed", s::condensed},
+                 std::pair{"semi-condensed", s::semi_condensed}, std::pair{"semi-expanded", s::semi_expanded},
+                 std::pair{"expanded", s::expanded}, std::pair{"extra-expanded", s::extra_expanded},
+                 std::pair{"ultra-expanded", s::ultra_expanded});
     return keyword(v, words);
 }
 
 opt<fonts::font_style> parse_font_style(value::value const& v) {
     using s = fonts::font_style;
-    static constexpr auto words =
-        table<s>(std::pair{"normal", s::normal}, std::pair{"italic", s::italic}, std::pair{"oblique", s::oblique});
+    static constexpr auto words = table<s>(std::pair{"normal", s::normal}, std::pair{"italic", s::italic},
+                                           std::pair{"oblique", s::oblique});
     return keyword(v, words);
 }
 
 opt<fonts::font_variant> parse_font_variant(value::value const& v) {
     using s = fonts::font_variant;
-    static constexpr auto words = table<s>(std::pair{"normal", s::normal}, std::pair{"small-caps", s::small_caps});
+    static constexpr auto words =
+        table<s>(std::pair{"normal", s::normal}, std::pair{"small-caps", s::small_caps});
     return keyword(v, words);
 }
 
@@ -1357,8 +1406,8 @@ opt<text::text_align> parse_text_align(value::value const& v) {
     using t = text::text_align;
     static constexpr auto words =
         table<t>(std::pair{"auto", t::auto_}, std::pair{"left", t::left}, std::pair{"right", t::right},
-                 std::pair{"inside", t::inside}, std::pair{"outside", t::outside}, std::pair{"center", t::center},
-                 std::pair{"justify", t::justify});
+                 std::pair{"inside", t::inside}, std::pair{"outside", t::outside},
+                 std::pair{"center", t::center}, std::pair{"justify", t::justify});
     return keyword(v, words);
 }
 
@@ -1372,9 +1421,9 @@ opt<text::text_transform> parse_text_transform(value::value const& v) {
 
 opt<text::text_justify> parse_text_justify(value::value const& v) {
     using t = text::text_justify;
-    static constexpr auto words =
-        table<t>(std::pair{"auto", t::auto_}, std::pair{"inter-word", t::auto_}, std::pair{"distribute", t::cjk},
-                 std::pair{"inter-ideograph", t::cjk}, std::pair{"inter-character", t::cjk});
+    static constexpr auto words = table<t>(
+        std::pair{"auto", t::auto_}, std::pair{"inter-word", t::auto_}, std::pair{"distribute", t::cjk},
+        std::pair{"inter-ideograph", t::cjk}, std::pair{"inter-character", t::cjk});
     return keyword(v, words);
 }
 
@@ -1388,15 +1437,17 @@ opt<text::hyphens> parse_hyphens(value::value const& v) {
 
 opt<text::overflow_wrap> parse_overflow_wrap(value::value const& v) {
     using o = text::overflow_wrap;
-    static constexpr auto words = table<o>(std::pair{"normal", o::normal}, std::pair{"break-word", o::break_word},
-                                           std::pair{"anywhere", o::break_word});
+    static constexpr auto words =
+        table<o>(std::pair{"normal", o::normal}, std::pair{"break-word", o::break_word},
+                 std::pair{"anywhere", o::break_word});
     return keyword(v, words);
 }
 
 opt<text::word_break> parse_word_break(value::value const& v) {
     using w = text::word_break;
-    static constexpr auto words = table<w>(std::pair{"normal", w::normal}, std::pair{"break-all", w::break_all},
-                                           std::pair{"keep-all", w::keep_all});
+    static constexpr auto words =
+        table<w>(std::pair{"normal", w::normal}, std::pair{"break-all", w::break_all},
+                 std::pair{"keep-all", w::keep_all});
     return keyword(v, words);
 }
 
@@ -1410,9 +1461,10 @@ opt<text::text_line_style> parse_text_line_style(value::value const& v) {
 
 opt<text::line_stacking_strategy> parse_line_stacking_strategy(value::value const& v) {
     using l = text::line_stacking_strategy;
-    static constexpr auto words = table<l>(
-        std::pair{"inline-line-height", l::inline_line_height}, std::pair{"block-line-height", l::block_line_height},
-        std::pair{"max-height", l::max_height}, std::pair{"grid-height", l::grid_height});
+    static constexpr auto words =
+        table<l>(std::pair{"inline-line-height", l::inline_line_height},
+                 std::pair{"block-line-height", l::block_line_height}, std::pair{"max-height", l::max_height},
+                 std::pair{"grid-height", l::grid_height});
     return keyword(v, words);
 }
 
@@ -1504,7 +1556,8 @@ opt<float> parse_miterlimit(value::value const& v) {
 
 opt<svgstyle::fill_rule> parse_fill_rule(value::value const& v) {
     using f = svgstyle::fill_rule;
-    static constexpr auto words = table<f>(std::pair{"nonzero", f::nonzero}, std::pair{"evenodd", f::evenodd});
+    static constexpr auto words =
+        table<f>(std::pair{"nonzero", f::nonzero}, std::pair{"evenodd", f::evenodd});
     return keyword(v, words);
 }
 

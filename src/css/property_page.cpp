@@ -92,9 +92,11 @@ std::optional<page_size> parse_size(value::value const& v) {
             has_auto = true;
         } else if ((k == "portrait" || k == "landscape") && out.size_orientation == orientation::none) {
             out.size_orientation = k == "portrait" ? orientation::portrait : orientation::landscape;
-        } else if (auto const paper = k ? paper_size(*k) : std::nullopt; paper && !out.size_dims && lengths.empty()) {
+        } else if (auto const paper = k ? paper_size(*k) : std::nullopt;
+                   paper && !out.size_dims && lengths.empty()) {
             out.size_dims = *paper;
-        } else if (auto const l = property::parse::non_negative_length(t); l && !out.size_dims && lengths.size() < 2) {
+        } else if (auto const l = property::parse::non_negative_length(t);
+                   l && !out.size_dims && lengths.size() < 2) {
             lengths.push_back(*l);
         } else {
             return std::nullopt;
@@ -128,8 +130,8 @@ std::optional<property::property> parse_margin_text(std::string_view text) {
     return property::parse_declaration(propnames::prop_name::prop_margin, *v);
 }
 
-std::optional<std::pair<float, float>> size_in_points(page_size const& s, units::resolution const& r,
-                                                      std::pair<float, float> default_size) {
+std::optional<std::pair<float, float>>
+size_in_points(page_size const& s, units::resolution const& r, std::pair<float, float> default_size) {
     std::pair<float, float> wh = default_size;
     if (s.size_dims) {
         wh = {units::to_points(s.size_dims->first, r), units::to_points(s.size_dims->second, r)};

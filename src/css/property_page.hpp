@@ -36,7 +36,7 @@ struct page_size {
 
 /// The final width and height in points, portrait unless landscape was asked for; nothing for "auto"
 /// with no orientation. Relative units use the given resolution.
-[[nodiscard]] std::optional<std::pair<float, float>> size_in_points(page_size const& s, units::resolution const& r,
-                                                                   std::pair<float, float> default_size);
+[[nodiscard]] std::optional<std::pair<float, float>>
+size_in_points(page_size const& s, units::resolution const& r, std::pair<float, float> default_size);
 
 } // namespace vellum::css::property_page

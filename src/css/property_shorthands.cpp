@@ -1,7 +1,6 @@
 // Shorthand properties: each expands into all its members at once, the members it doesn't mention set
 // to their initial values, so that a shorthand overrides every earlier declaration of its members.
 #include "css/property.hpp"
-
 #include "css/property_parse.hpp"
 
 #include <array>
@@ -130,10 +129,11 @@ std::optional<property> border(terms_t terms) {
         return std::nullopt;
     }
     std::vector<property> out;
-    for (auto&& side : {line_members<L::border_bottom_color, L::border_bottom_style, L::border_bottom_width>(*p),
-                        line_members<L::border_left_color, L::border_left_style, L::border_left_width>(*p),
-                        line_members<L::border_right_color, L::border_right_style, L::border_right_width>(*p),
-                        line_members<L::border_top_color, L::border_top_style, L::border_top_width>(*p)}) {
+    for (auto&& side :
+         {line_members<L::border_bottom_color, L::border_bottom_style, L::border_bottom_width>(*p),
+          line_members<L::border_left_color, L::border_left_style, L::border_left_width>(*p),
+          line_members<L::border_right_color, L::border_right_style, L::border_right_width>(*p),
+          line_members<L::border_top_color, L::border_top_style, L::border_top_width>(*p)}) {
         out.insert(out.end(), side.begin(), side.end());
     }
     return compound{std::move(out)};
@@ -253,9 +253,10 @@ std::optional<property> font(terms_t terms) {
     if (!family) {
         return std::nullopt;
     }
-    return compound{{set<L::font_family>(*family), set<L::font_size>(*size), given_or_initial<L::font_stretch>(stretch),
-                     given_or_initial<L::font_style>(style), given_or_initial<L::font_variant>(variant),
-                     given_or_initial<L::font_weight>(weight), given_or_initial<L::line_height>(line_height)}};
+    return compound{{set<L::font_family>(*family), set<L::font_size>(*size),
+                     given_or_initial<L::font_stretch>(stretch), given_or_initial<L::font_style>(style),
+                     given_or_initial<L::font_variant>(variant), given_or_initial<L::font_weight>(weight),
+                     given_or_initial<L::line_height>(line_height)}};
 }
 
 std::optional<property> list_style(terms_t terms) {
@@ -289,7 +290,8 @@ std::optional<property> list_style(terms_t terms) {
             return std::nullopt;
         }
     }
-    return compound{{given_or_initial<L::list_style_image>(image), given_or_initial<L::list_style_position>(position),
+    return compound{{given_or_initial<L::list_style_image>(image),
+                     given_or_initial<L::list_style_position>(position),
                      given_or_initial<L::list_style_type>(type)}};
 }
 
@@ -371,7 +373,8 @@ std::optional<property> text_decoration(terms_t terms) {
     }
     // A line that is named is drawn solid unless a style is given; the others are reset.
     auto style = [&](bool on) {
-        return on ? std::optional<text::text_line_style>(parts.deco_style.value_or(text::text_line_style::solid))
+        return on ? std::optional<text::text_line_style>(
+                        parts.deco_style.value_or(text::text_line_style::solid))
                   : std::nullopt;
     };
     auto color = [&](bool on) { return on ? parts.deco_color : std::nullopt; };
@@ -423,10 +426,12 @@ std::optional<bg_layer> background_layer(terms_t terms, bool last) {
             out.layer_boxes.push_back(*b);
             ++i;
         } else if (is_keyword(t, "repeat-x") && !out.layer_repeat) {
-            out.layer_repeat = box::background_repeat{box::background_repeat0::repeat, box::background_repeat0::no_repeat};
+            out.layer_repeat =
+                box::background_repeat{box::background_repeat0::repeat, box::background_repeat0::no_repeat};
             ++i;
         } else if (is_keyword(t, "repeat-y") && !out.layer_repeat) {
-            out.layer_repeat = box::background_repeat{box::background_repeat0::no_repeat, box::background_repeat0::repeat};
+            out.layer_repeat =
+                box::background_repeat{box::background_repeat0::no_repeat, box::background_repeat0::repeat};
             ++i;
         } else if (auto const r = parse_repeat0(t); r && !out.layer_repeat) {
             auto y = *r;
@@ -536,7 +541,7 @@ std::optional<property> parse_shorthand(prop_name p, value::value const& v) {
         compound out;
         for (auto const m : members) {
             out.compound_members.push_back(is_keyword(v, "inherit") ? keyword_property(m, inherit{})
-                                                                     : keyword_property(m, initial{}));
+                                                                    : keyword_property(m, initial{}));
         }
         return out;
     }
@@ -569,14 +574,14 @@ std::optional<property> parse_shorthand(prop_name p, value::value const& v) {
     case P::prop_border_top:
         return border_side<L::border_top_color, L::border_top_style, L::border_top_width>(terms);
     case P::prop_border_color:
-        return border_sides<L::border_bottom_color, L::border_left_color, L::border_right_color, L::border_top_color>(
-            terms, &parse_color);
+        return border_sides<L::border_bottom_color, L::border_left_color, L::border_right_color,
+                            L::border_top_color>(terms, &parse_color);
     case P::prop_border_style:
-        return border_sides<L::border_bottom_style, L::border_left_style, L::border_right_style, L::border_top_style>(
-            terms, &parse_line_style);
+        return border_sides<L::border_bottom_style, L::border_left_style, L::border_right_style,
+                            L::border_top_style>(terms, &parse_line_style);
     case P::prop_border_width:
-        return border_sides<L::border_bottom_width, L::border_left_width, L::border_right_width, L::border_top_width>(
-            terms, &parse_border_width);
+        return border_sides<L::border_bottom_width, L::border_left_width, L::border_right_width,
+                            L::border_top_width>(terms, &parse_border_width);
     case P::prop_border_radius:
         return border_radius(terms);
     case P::prop_column_rule:

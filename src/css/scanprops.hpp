@@ -18,8 +18,8 @@ struct slots_of;
 
 template <std::size_t... I>
 struct slots_of<std::index_sequence<I...>> {
-    using type =
-        std::tuple<std::optional<property::spec<property::longhand_value_t<static_cast<property::longhand>(I)>>>...>;
+    using type = std::tuple<
+        std::optional<property::spec<property::longhand_value_t<static_cast<property::longhand>(I)>>>...>;
 };
 
 } // namespace detail

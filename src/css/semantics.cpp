@@ -4,8 +4,9 @@ namespace vellum::css::semantics {
 
 std::optional<link_type> link_of(value::value const& v) {
     if (auto const* i = std::get_if<value::ident>(&v)) {
-        if (i->ident_name.size() == 4 && (i->ident_name[0] | 0x20) == 'n' && (i->ident_name[1] | 0x20) == 'o' &&
-            (i->ident_name[2] | 0x20) == 'n' && (i->ident_name[3] | 0x20) == 'e') {
+        if (i->ident_name.size() == 4 && (i->ident_name[0] | 0x20) == 'n' &&
+            (i->ident_name[1] | 0x20) == 'o' && (i->ident_name[2] | 0x20) == 'n' &&
+            (i->ident_name[3] | 0x20) == 'e') {
             return link_none{};
         }
         return std::nullopt;

@@ -25,7 +25,8 @@ struct rare_props {
     box::caption_side rare_props_caption_side = box::caption_side::top;
     box::direction rare_props_direction = box::direction::ltr;
     box::empty_cells rare_props_empty_cells = box::empty_cells::show;
-    text::line_stacking_strategy rare_props_line_stacking_strategy = text::line_stacking_strategy::inline_line_height;
+    text::line_stacking_strategy rare_props_line_stacking_strategy =
+        text::line_stacking_strategy::inline_line_height;
     property::keyword_list rare_props_vellum_image_magic;
     text::linebreak_magic rare_props_vellum_linebreak_magic = text::linebreak_magic::auto_;
     box::visibility rare_props_visibility = box::visibility::visible;

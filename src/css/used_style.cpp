@@ -54,7 +54,8 @@ float offset_length(box::position_offset const& o, float reference) {
     return *x;
 }
 
-used_style used_style_of(style::style const& s, float container_width, std::optional<float> container_height) {
+used_style
+used_style_of(style::style const& s, float container_width, std::optional<float> container_height) {
     used_style u;
     u.used_background_color = s.background->background_color;
     u.used_background = s.background;
@@ -100,22 +101,25 @@ used_style used_style_of(style::style const& s, float container_width, std::opti
     if (auto const w = of(s.width, container_width)) {
         u.used_width = std::max(0.0f, *w - extra_w);
     } else {
-        u.used_width = std::max(0.0f, container_width - m.margin_left.value_or(0) - m.margin_right.value_or(0) -
-                                          horizontal_borders - horizontal_padding);
+        u.used_width =
+            std::max(0.0f, container_width - m.margin_left.value_or(0) - m.margin_right.value_or(0) -
+                               horizontal_borders - horizontal_padding);
     }
     if (auto const h = of(s.height, container_height)) {
         u.used_height = std::max(0.0f, *h - extra_h);
     }
-    u.used_min_height = std::visit(overloaded{
-                                       [](float x) { return x; },
-                                       [&](units::percentage const& p) {
-                                           return container_height ? *container_height * p.percentage_value / 100 : 0.0f;
-                                       },
-                                   },
-                                   s.min_height);
+    u.used_min_height =
+        std::visit(overloaded{
+                       [](float x) { return x; },
+                       [&](units::percentage const& p) {
+                           return container_height ? *container_height * p.percentage_value / 100 : 0.0f;
+                       },
+                   },
+                   s.min_height);
     u.used_max_height = of(s.max_height, container_height);
     float const indent = of(s.text->text_props_text_indent, container_width);
-    u.used_text_indent = indent < 0 ? used_indent{indent_type::hanging, -indent} : used_indent{indent_type::indent, indent};
+    u.used_text_indent =
+        indent < 0 ? used_indent{indent_type::hanging, -indent} : used_indent{indent_type::indent, indent};
     return u;
 }
 

@@ -1,5 +1,4 @@
 #include "css/compute_style.hpp"
-
 #include "css/parser.hpp"
 
 #include <gtest/gtest.h>
@@ -18,7 +17,8 @@ std::vector<property::property> decls(std::string_view text) {
     return out;
 }
 
-ref<style::style> styled(ref<style::style> const& parent, std::string_view text,
+ref<style::style> styled(ref<style::style> const& parent,
+                         std::string_view text,
                          compute_style_context const& ctx = anonymous_context{}) {
     return share(compute_style(parent, ctx, decls(text)));
 }
@@ -48,7 +48,8 @@ TEST(compute_style, lengths_and_resolution) {
     EXPECT_EQ(styled(root, "width: 50%")->width, box::width{units::percentage{50}});
     EXPECT_EQ(styled(root, "padding-left: 10%")->padding_left, box::padding{units::percentage{10}});
     EXPECT_EQ(styled(root, "line-height: 2em")->line_height, fonts::line_height{24.0f});
-    EXPECT_EQ(styled(root, "line-height: 1.5; vertical-align: 50%")->vertical_align, box::vertical_align{9.0f});
+    EXPECT_EQ(styled(root, "line-height: 1.5; vertical-align: 50%")->vertical_align,
+              box::vertical_align{9.0f});
 }
 
 TEST(compute_style, border_widths) {
@@ -122,10 +123,14 @@ TEST(compute_style, attr_per_element) {
     auto const root = styled(nullptr, "");
     EXPECT_EQ(styled(root, "width: attr(data-w, length, 5px)")->width, box::width{3.75f});
     element_context el{.context_base = "file:///d.html",
-                       .context_attrs = {{std::nullopt, "data-w", "40"}, {std::nullopt, "colspan", "3"},
-                                         {std::nullopt, "href", "a.html"}, {std::nullopt, "lang", "EN-GB"}}};
-    auto const s = styled(root, "width: attr(data-w, length, 5px); table-column-span: attr(colspan, integer, 1);"
-                                "link: attr(href)", el);
+                       .context_attrs = {{std::nullopt, "data-w", "40"},
+                                         {std::nullopt, "colspan", "3"},
+                                         {std::nullopt, "href", "a.html"},
+                                         {std::nullopt, "lang", "EN-GB"}}};
+    auto const s = styled(root,
+                          "width: attr(data-w, length, 5px); table-column-span: attr(colspan, integer, 1);"
+                          "link: attr(href)",
+                          el);
     EXPECT_EQ(s->width, box::width{30.0f});
     EXPECT_EQ(s->table_column_span, 3);
     semantics::link_type const to_a = semantics::link_url{value::url{"a.html", "file:///d.html"}};
@@ -134,11 +139,15 @@ TEST(compute_style, attr_per_element) {
     element_context bad{.context_attrs = {{std::nullopt, "data-w", "40px"}}};
     EXPECT_EQ(styled(root, "width: attr(data-w, length, 5px)", bad)->width, box::width{3.75f});
     // HTML's presentational attributes, the way the default sheets read them.
-    element_context table{.context_attrs = {{std::nullopt, "border", "2"}, {std::nullopt, "start", "7"},
+    element_context table{.context_attrs = {{std::nullopt, "border", "2"},
+                                            {std::nullopt, "start", "7"},
                                             {std::nullopt, "face", "Arial, Helvetica"}}};
-    auto const t = styled(root, "border-style: solid; border-width: attr(border, px); border-spacing: attr(nope, px);"
-                                "counter-reset: list-item attr(start, integer, 1) other attr(nope, integer);"
-                                "font-family: attr(face, font-family)", table);
+    auto const t =
+        styled(root,
+               "border-style: solid; border-width: attr(border, px); border-spacing: attr(nope, px);"
+               "counter-reset: list-item attr(start, integer, 1) other attr(nope, integer);"
+               "font-family: attr(face, font-family)",
+               table);
     EXPECT_FLOAT_EQ(t->borders->borders_left.border_width, 1.5f);
     EXPECT_EQ(t->border_spacing, box::cellspacing{});
     EXPECT_EQ(t->counter_reset, (box::counters{{"list-item", 7}, {"other", 0}}));

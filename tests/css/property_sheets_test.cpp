@@ -3,10 +3,10 @@
 #include "css/parser.hpp"
 #include "css/property.hpp"
 
-#include <gtest/gtest.h>
-
 #include <fstream>
 #include <sstream>
+
+#include <gtest/gtest.h>
 
 namespace vellum::css::property {
 namespace {
@@ -29,9 +29,8 @@ TEST(property_sheets, every_element_declaration_of_the_default_sheets_is_valid) 
         for (auto const& r : e.rules) {
             for (auto const& d : r.rule_declarations) {
                 ++checked;
-                EXPECT_TRUE(valid_declaration(d))
-                    << selector::to_text(r.rule_selector) << " { " << d.prop_name << ": " << value::to_text(d.value)
-                    << " }";
+                EXPECT_TRUE(valid_declaration(d)) << selector::to_text(r.rule_selector) << " { "
+                                                  << d.prop_name << ": " << value::to_text(d.value) << " }";
             }
         }
         EXPECT_GT(checked, 0);

@@ -1,10 +1,9 @@
+#include "css/parser.hpp"
 #include "css/property.hpp"
 
-#include "css/parser.hpp"
+#include <cmath>
 
 #include <gtest/gtest.h>
-
-#include <cmath>
 
 namespace vellum::css::property {
 namespace {
@@ -165,11 +164,12 @@ TEST(property, shorthand_inherit_sets_every_member) {
     auto const& members = std::get<compound>(*p).compound_members;
     ASSERT_EQ(members.size(), 12u);
     for (auto const& m : members) {
-        EXPECT_TRUE(std::visit(overloaded{
-                                   []<L M>(prop<M> const& x) { return std::holds_alternative<inherit>(x.prop_spec); },
-                                   [](compound const&) { return false; },
-                               },
-                               static_cast<property_alternative const&>(m)));
+        EXPECT_TRUE(
+            std::visit(overloaded{
+                           []<L M>(prop<M> const& x) { return std::holds_alternative<inherit>(x.prop_spec); },
+                           [](compound const&) { return false; },
+                       },
+                       static_cast<property_alternative const&>(m)));
     }
 }
 
@@ -243,8 +243,8 @@ TEST(property, other_shorthands) {
     auto const bg = parse("background", "url(a.png) no-repeat right top / 50% #fff");
     ASSERT_TRUE(bg);
     EXPECT_EQ(member_value<L::background_repeat>(*bg),
-              (std::vector<box::background_repeat>{{box::background_repeat0::no_repeat,
-                                                     box::background_repeat0::no_repeat}}));
+              (std::vector<box::background_repeat>{
+                  {box::background_repeat0::no_repeat, box::background_repeat0::no_repeat}}));
     auto const pos = member_value<L::background_position>(*bg);
     ASSERT_EQ(pos.size(), 1u);
     EXPECT_EQ(pos[0].bg_position_x, (box::length_or_percent<units::length>{units::percentage{100}}));

@@ -1,9 +1,9 @@
 #include "css/propnames.hpp"
 
-#include <gtest/gtest.h>
-
 #include <set>
 #include <string>
+
+#include <gtest/gtest.h>
 
 namespace vellum::css::propnames {
 namespace {

@@ -3,9 +3,9 @@
 #include "css/parser.hpp"
 #include "css/units.hpp"
 
-#include <gtest/gtest.h>
-
 #include <numbers>
+
+#include <gtest/gtest.h>
 
 namespace vellum::css {
 namespace {
@@ -41,7 +41,8 @@ TEST(units, relative_units_wait_for_the_font_and_resolution) {
     EXPECT_FLOAT_EQ(units::to_points(units::font_em{2}, r), 24);
     EXPECT_FLOAT_EQ(units::to_points(units::font_ex{1}, r), 6);
     EXPECT_FLOAT_EQ(units::to_points(units::pixels{1}, r), 0.75f);
-    EXPECT_FLOAT_EQ(units::to_points(units::pixels{1}, {.resolution_font_size = 12, .resolution_dpi = 72}), 1);
+    EXPECT_FLOAT_EQ(units::to_points(units::pixels{1}, {.resolution_font_size = 12, .resolution_dpi = 72}),
+                    1);
 }
 
 TEST(units, not_lengths) {
@@ -77,7 +78,8 @@ TEST(color, forms) {
     EXPECT_EQ(col("rgba(0, 0, 255, 0.5)"), (color::color{color::rgba{0, 0, 1, 0.5f}}));
     EXPECT_EQ(col("cmyk(0, 0.5, 1, 0)"), (color::color{color::cmyk{0, 0.5f, 1, 0}}));
     EXPECT_EQ(col("-vellum-color(PANTONE)"), (color::color{color::named_color{"PANTONE", 1}}));
-    EXPECT_EQ(col("-vellum-color(\"Gold ink\", 0.25)"), (color::color{color::named_color{"Gold ink", 0.25f}}));
+    EXPECT_EQ(col("-vellum-color(\"Gold ink\", 0.25)"),
+              (color::color{color::named_color{"Gold ink", 0.25f}}));
     auto const op = col("-vellum-overprint(cmyk(0, 0, 0, 1))");
     ASSERT_TRUE(op);
     auto const* o = std::get_if<color::vellum_overprint>(&*op);
@@ -108,12 +110,14 @@ TEST(color, text_and_rules) {
 TEST(expr, attribute_text_by_type) {
     using namespace expr;
     EXPECT_EQ((attr_text_value(type_length{}, "10", "")), (value::value{value::dimension{10, "px"}}));
-    EXPECT_EQ((attr_text_value(type_length{units::length_unit::mm}, " 2.5", "")), (value::value{value::dimension{2.5, "mm"}}));
+    EXPECT_EQ((attr_text_value(type_length{units::length_unit::mm}, " 2.5", "")),
+              (value::value{value::dimension{2.5, "mm"}}));
     EXPECT_FALSE(attr_text_value(type_length{}, "10px", ""));
     EXPECT_FALSE(attr_text_value(type_integer{}, "1.5", ""));
     EXPECT_FALSE(attr_text_value(type_number{}, "", ""));
     EXPECT_EQ((attr_text_value(type_integer{}, "3", "")), value::value{value::number{3}});
-    EXPECT_EQ((attr_text_value(type_idref{}, "sec1", "file:///d.html")), (value::value{value::url{"#sec1", "file:///d.html"}}));
+    EXPECT_EQ((attr_text_value(type_idref{}, "sec1", "file:///d.html")),
+              (value::value{value::url{"#sec1", "file:///d.html"}}));
     EXPECT_EQ(attr_type_of(std::nullopt), attr_type{type_string{}});
     EXPECT_EQ(attr_type_of("PX"), attr_type{type_length{units::length_unit::px}});
     EXPECT_FALSE(attr_type_of("bogus"));

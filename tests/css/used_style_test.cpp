@@ -1,7 +1,6 @@
-#include "css/used_style.hpp"
-
 #include "css/compute_style.hpp"
 #include "css/parser.hpp"
+#include "css/used_style.hpp"
 
 #include <gtest/gtest.h>
 
@@ -37,10 +36,11 @@ TEST(used_style, percentages_of_the_container_width_on_every_side) {
 TEST(used_style, box_sizing) {
     auto const content = used_style_of(styled("width: 100pt; padding: 10pt; border: 5pt solid"), 500, {});
     EXPECT_FLOAT_EQ(content.used_width, 100);
-    auto const border = used_style_of(styled("box-sizing: border-box; width: 100pt; padding: 10pt; border: 5pt solid"),
-                                      500, {});
+    auto const border = used_style_of(
+        styled("box-sizing: border-box; width: 100pt; padding: 10pt; border: 5pt solid"), 500, {});
     EXPECT_FLOAT_EQ(border.used_width, 70);
-    auto const padding = used_style_of(styled("box-sizing: padding-box; width: 100pt; padding: 10pt"), 500, {});
+    auto const padding =
+        used_style_of(styled("box-sizing: padding-box; width: 100pt; padding: 10pt"), 500, {});
     EXPECT_FLOAT_EQ(padding.used_width, 80);
     auto const tiny = used_style_of(styled("box-sizing: border-box; width: 10pt; padding: 10pt"), 500, {});
     EXPECT_FLOAT_EQ(tiny.used_width, 0);
@@ -59,8 +59,10 @@ TEST(used_style, heights_need_a_known_container) {
 }
 
 TEST(used_style, offsets_and_indent) {
-    EXPECT_TRUE(std::holds_alternative<no_used_offsets>(used_style_of(styled("top: 5pt"), 100, {}).used_offsets));
-    auto const u = used_style_of(styled("position: absolute; top: 5pt; left: 10%; text-indent: -2em"), 100, {});
+    EXPECT_TRUE(
+        std::holds_alternative<no_used_offsets>(used_style_of(styled("top: 5pt"), 100, {}).used_offsets));
+    auto const u =
+        used_style_of(styled("position: absolute; top: 5pt; left: 10%; text-indent: -2em"), 100, {});
     auto const* o = std::get_if<used_offsets>(&u.used_offsets);
     ASSERT_TRUE(o);
     EXPECT_EQ(o->offset_top, 5.0f);
