@@ -7,24 +7,14 @@
 #include <fstream>
 #include <sys/wait.h>
 
+#include "run_command.hpp"
+
 #include <gtest/gtest.h>
 
 namespace vellum::pdf::writepdf {
 namespace {
 
-std::pair<int, std::string> run(std::string const& command) {
-    std::string out;
-    std::FILE* p = popen((command + " 2>&1").c_str(), "r");
-    if (p == nullptr) {
-        return {-1, out};
-    }
-    char block[4096];
-    while (auto const n = std::fread(block, 1, sizeof block, p)) {
-        out.append(block, n);
-    }
-    int const status = pclose(p);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
-}
+using testing::run;
 
 std::string read_file(std::string const& path) {
     std::ifstream in(path, std::ios::binary);
