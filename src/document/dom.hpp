@@ -16,6 +16,16 @@
 #include <variant>
 #include <vector>
 
+// The computed style and the typed declarations are made by the style layer above this one; the tree
+// only holds them.
+namespace vellum::css::style {
+struct style;
+} // namespace vellum::css::style
+
+namespace vellum::styledom {
+struct declared_styles;
+} // namespace vellum::styledom
+
 namespace vellum::dom {
 
 struct dom_document;
@@ -87,13 +97,17 @@ struct document_fragment_parent {
 using parent_node = std::variant<no_parent, element_parent, document_parent, document_fragment_parent>;
 
 /// The cascade's result for one element.
-// FIXME: the computed style, the matched declarations and the pseudo-element declarations join this
-// record with the style record; until then it carries what the tree itself decides.
+// FIXME: the snapshot of a canvas' drawing joins this record with the canvas of the script host.
 struct style_info {
     /// The element's base URL.
     resource::locator::locator style_info_base;
     /// The element's language, if known.
     std::optional<std::string> style_info_lang;
+    /// The computed style; null when the cascade ran without a style computation.
+    ref<css::style::style> style_info_style;
+    /// The matched declarations of the element and of its pseudo-elements, typed and ascending by
+    /// priority, kept so that box generation can compute generated boxes and first lines; null likewise.
+    ref<styledom::declared_styles> style_info_declared;
 };
 
 /// An element that has been through the cascade.

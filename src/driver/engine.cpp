@@ -1,5 +1,7 @@
 #include "driver/engine.hpp"
 
+#include "css/compute_style.hpp"
+#include "css/styledom/computed.hpp"
 #include "driver/pack_loop.hpp"
 #include "pdf/bulkio/file.hpp"
 #include "pdf/writepdf.hpp"
@@ -164,17 +166,22 @@ std::optional<loaded_document> load_input_document(log::log const& log,
     log::log_debug(log, "loaded document: " + resource::locator::locator_to_string(xdoc->doc_url));
     auto const base = doc.input_base ? *doc.input_base : xdoc->doc_url;
     auto prepared = document::input::prepare_document(log, type, *xdoc, doc.style_info, base, job.metadata);
-    // FIXME: scripts, style sheets and the cascade come with the script and style stages.
-    log::log_debug(log, "style not built yet: the document is not styled");
+    // FIXME: "Running scripts..." comes here with the script host, before the cascade.
+    log::log_progress_stage(log, "Applying style sheets...");
+    auto styled = std::make_shared<styledom::styled_document>(
+        styledom::style_document(log, loader, prepared.prepared_dom, styledom::computed::typed_hooks()));
     return loaded_document{.doc_doctype = type,
                            .doc_xmltype = prepared.prepared_xmltype,
                            .doc_base = prepared.prepared_base,
                            .doc_metadata = prepared.prepared_metadata,
                            .doc_pdf_options = job.pdf_options,
-                           .doc_dom = prepared.prepared_dom};
+                           .doc_dom = prepared.prepared_dom,
+                           .doc_styled = std::move(styled)};
 }
 
 bool convert(log::log const& log, engine const& engine, job::job const& job) {
+    // Pixel lengths in every style sheet count against the resolution the command line gives.
+    css::compute_style::set_css_dpi(static_cast<float>(engine.engine_options.css_dpi));
     log::log_progress_stage(log, "Loading document...");
     if (auto started = resource::loader::start_prefetch_threads(log, engine.engine_loader); !started) {
         log::log_error(log, started.error());

@@ -2,6 +2,7 @@
 // packing passes that settle page numbers, and writing the PDF.
 #pragma once
 
+#include "css/styledom/styledom.hpp"
 #include "document/input.hpp"
 #include "driver/engine_options.hpp"
 #include "driver/job.hpp"
@@ -32,6 +33,8 @@ struct loaded_document {
     metadata::metadata doc_metadata;
     metadata::pdf_options doc_pdf_options;
     dom::document_ref doc_dom;
+    /// The document after the cascade, with the rules and page rules of its sheets.
+    std::shared_ptr<styledom::styled_document const> doc_styled;
 };
 
 /// Initialises the XML catalog from "dtd/catalog.xml" under the prefix; a failure is a warning.

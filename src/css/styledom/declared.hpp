@@ -1,0 +1,42 @@
+// The typed declarations an element keeps after the cascade: its own and those of each list of
+// pseudo-elements, ascending by priority, for box generation to compute generated boxes and first lines
+// with.
+#pragma once
+
+#include "css/priority.hpp"
+#include "css/property.hpp"
+#include "css/selector.hpp"
+
+#include <vector>
+
+namespace vellum::styledom {
+
+/// A typed declaration with the priority it won or lost by.
+struct typed_pdecl {
+    css::property::property pdecl_property;
+    css::priority::priority pdecl_priority;
+    bool operator==(typed_pdecl const&) const = default;
+};
+
+/// The declarations for one list of pseudo-elements ("::before", "::first-line", ...).
+struct pseudo_decls {
+    std::vector<css::selector::pseudo_element> pseudo_elements;
+    std::vector<typed_pdecl> pseudo_pdecls;
+    bool operator==(pseudo_decls const&) const = default;
+};
+
+/// What an element keeps of the cascade besides its computed style.
+struct declared_styles {
+    std::vector<typed_pdecl> declared_pdecls;
+    std::vector<pseudo_decls> declared_pseudos;
+    bool operator==(declared_styles const&) const = default;
+};
+
+/// The properties alone, in the same order, as the style computation takes them.
+std::vector<css::property::property> properties_of(std::vector<typed_pdecl> const& list);
+
+/// The declarations of a single pseudo-element written alone ("p::before", not "p::first-line::before");
+/// empty if none matched.
+std::vector<typed_pdecl> const& pseudo_declarations(declared_styles const& d, css::selector::pseudo_element p);
+
+} // namespace vellum::styledom
