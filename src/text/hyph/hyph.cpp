@@ -62,4 +62,29 @@ std::optional<ref<hyphen_parser::hyphen_rules>> get_patterns(log::log const& log
     return get_patterns_at(log, cache, *path);
 }
 
+std::optional<ref<hyphen_parser::hyphen_rules>> get_patterns_for_url(log::log const& log,
+                                                                     hyph& cache,
+                                                                     resource::loader::loader const& loader,
+                                                                     css::value::url const& url) {
+    namespace loc = resource::locator;
+    // The cascade records a URL of a program sheet against the sheet's path on disk; the locator of
+    // that sheet is its place under the prefix with the system origin, which may read the patterns.
+    std::string const prefix = loader.loader_prefix.path + "/";
+    if (!url.url_base.empty() && url.url_base.starts_with(prefix)) {
+        loc::locator const base{
+            .locator_url = loc::file{.file_path = {url.url_base.substr(prefix.size() - 1)}},
+            .locator_origin = loc::locator_origin::system_origin,
+        };
+        return get_patterns(log, cache, loader, loc::resolve_locator(base, url.url_text));
+    }
+    if (url.url_base.empty()) {
+        return get_patterns(log, cache, loader,
+                            loc::parse_locator(loc::path_or_url::url_strict, loc::locator_origin::document_origin,
+                                               std::nullopt, url.url_text));
+    }
+    auto const base = loc::parse_locator(loc::path_or_url::path_or_url, loc::locator_origin::document_origin,
+                                         std::nullopt, url.url_base);
+    return get_patterns(log, cache, loader, loc::resolve_locator(base, url.url_text));
+}
+
 } // namespace vellum::hyph

@@ -2,6 +2,7 @@
 // to load stays in the cache as absent, so that its error is reported once.
 #pragma once
 
+#include "css/value.hpp"
 #include "resource/loader.hpp"
 #include "resource/locator.hpp"
 #include "text/hyph/hyphen_parser.hpp"
@@ -36,6 +37,14 @@ get_patterns(log::log const& log,
              hyph& cache,
              resource::loader::loader const& loader,
              resource::locator::locator const& pattern_name);
+
+/// The trie of a style's `hyphenate-patterns` URL. A URL written in one of the program's own sheets
+/// (its base a file under the prefix) names a file of the program; others are the document's.
+[[nodiscard]] std::optional<ref<hyphen_parser::hyphen_rules>>
+get_patterns_for_url(log::log const& log,
+                     hyph& cache,
+                     resource::loader::loader const& loader,
+                     css::value::url const& url);
 
 /// The same for a path on disk.
 [[nodiscard]] std::optional<ref<hyphen_parser::hyphen_rules>>

@@ -1,0 +1,12 @@
+#include "pack/best_fit.hpp"
+
+namespace vellum::pack::best_fit {
+
+best_fit_res best_fit(eval_knuth::eval_env const& env,
+                      linebreak::line_request const& request,
+                      eval_knuth::page_state page_info,
+                      std::vector<knuth::knuth> items) {
+    return linebreak::fill_line(env, linebreak::method::best_fit, request, std::move(page_info), std::move(items));
+}
+
+} // namespace vellum::pack::best_fit

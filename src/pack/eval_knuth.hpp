@@ -1,0 +1,148 @@
+// Measuring paragraph items when a line breaker reaches them, and the operations on a line that need
+// measuring: joining the pieces of a hyphenated word again, hyphenating a word that doesn't fit, and
+// cutting a word that is wider than the whole line.
+#pragma once
+
+#include "driver/log.hpp"
+#include "pack/knuth.hpp"
+#include "text/hyph/hyph.hpp"
+
+#include <functional>
+#include <optional>
+#include <span>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace vellum::fonts {
+struct fonts;
+} // namespace vellum::fonts
+
+namespace vellum::pack::eval_knuth {
+
+/// What the items of one page have changed so far: the running number of footnote calls and the
+/// footnotes called, in order. It is a value, so that a line breaker that goes back to an earlier
+/// point undoes what it measured since by going back to the state it had there.
+struct page_state {
+    int footnote_counter = 0;
+    std::vector<knuth::footnote> page_footnotes;
+    bool operator==(page_state const&) const = default;
+};
+
+/// Text to graphemes through a font request.
+using shaper =
+    std::function<knuth::graphemes(fonts::font_req const& req, fonts::direction dir, std::u32string_view text)>;
+
+/// The hyphenation patterns named by a style, loaded once per run; none when they can't be read.
+using pattern_source =
+    std::function<std::optional<ref<hyphen_parser::hyphen_rules>>(css::text::hyphenate_patterns const&)>;
+
+/// The text of a page-dependent counter on the page being packed.
+using counter_renderer = std::function<textbuf::textbuf(knuth::counter const& c, page_state const& state)>;
+
+/// The width of an atomic inline box, packed in a trial area: the box's whole used width, margins
+/// included, in a container of the given height.
+using inline_block_packer =
+    std::function<float(knuth::inline_block const& b, std::optional<float> containing_height)>;
+
+/// The items of a script function's result when the call now gives another text; none when it is
+/// unchanged.
+using script_caller = std::function<std::optional<std::vector<knuth::knuth>>(knuth::knuth_script_func const& f,
+                                                                               page_state const& state)>;
+
+/// What measuring needs from the run and the page.
+struct eval_env {
+    log::log env_log;
+    eval_knuth::shaper env_shape;
+    eval_knuth::pattern_source env_patterns;
+    /// The services of the page; without them (item lists of known widths) such items keep what they
+    /// hold.
+    std::optional<counter_renderer> env_render_counter;
+    std::optional<inline_block_packer> env_pack_inline_block;
+    std::optional<script_caller> env_call_script;
+};
+
+/// The shaper of a font database.
+shaper shaper_of(fonts::fonts const& db);
+
+/// The pattern source of a run: the style's pattern names resolved through the loader and read into
+/// the run's cache.
+pattern_source patterns_of(log::log const& log, hyph::hyph& cache, resource::loader::loader const& loader);
+
+/// Replaces the `splice_count` items that follow the evaluated one by `splice_items`.
+struct splice {
+    int splice_count = 0;
+    std::vector<knuth::knuth> splice_items;
+};
+
+/// An evaluated item.
+struct eval_res {
+    page_state res_state;
+    knuth::knuth res_item;
+    /// For a script function whose result changed: its old items, up to its tail, and the new ones.
+    std::optional<eval_knuth::splice> res_splice;
+    /// A counter or a script result whose text differs from what the item held.
+    bool res_changed = false;
+};
+
+/// Measures an item for a line of the given kind: text is shaped in the item's font, or its
+/// first-line font on a first line; spaces take their width from the font; counters, script results
+/// and inline boxes are evaluated for the page; a footnote call is numbered and noted. `rest` is what
+/// follows the item in the paragraph.
+eval_res eval_knuth(eval_env const& env,
+                    knuth::line_kind kind,
+                    std::optional<float> containing_height,
+                    page_state state,
+                    knuth::knuth const& item,
+                    std::span<knuth::knuth const> rest);
+
+/// The style an item is measured in on a line of this kind, and its font.
+struct measure_form {
+    knuth::font_req_ref form_font_req;
+    knuth::style_ref form_style;
+};
+
+measure_form form_of(knuth::text_head const& head, knuth::line_kind kind);
+
+/// A line ready to be composed: the pieces of a hyphenated word that did not break here joined again
+/// (so that kerning and ligatures across the hyphenation point come back), and the discardable items
+/// at its end dropped; a penalty at the end stays, as its hyphen is drawn.
+std::vector<knuth::knuth> trim_line(eval_env const& env, knuth::line_kind kind, std::span<knuth::knuth const> line);
+
+/// A word split at its hyphenation points: the index of the word in the items and the parts with
+/// soft penalties between them.
+struct hyphenated {
+    std::size_t word_index = 0;
+    std::vector<knuth::knuth> word_parts;
+};
+
+/// Hyphenates the first word, up to the next legal break, that may be hyphenated: its style has
+/// `hyphens: auto`, normal white space and patterns, it isn't a piece of a word already split, and on
+/// a first line it doesn't carry first-line styling.
+[[nodiscard]] std::optional<hyphenated> try_hyphenate(eval_env const& env,
+                                                      knuth::line_kind kind,
+                                                      knuth::knuth const* previous,
+                                                      std::span<knuth::knuth const> items);
+
+/// The line held no text.
+struct not_truncated_and_no_grapheme {};
+
+/// There was text, but it could not be cut.
+struct grapheme_but_not_truncated {};
+
+/// The items that end the line, and the rest of the cut word for the front of the next.
+struct truncated {
+    std::vector<knuth::knuth> truncated_line;
+    std::vector<knuth::knuth> truncated_rest;
+};
+
+using overflow_wrap0_res = std::variant<not_truncated_and_no_grapheme, grapheme_but_not_truncated, truncated>;
+
+/// Cuts the last word of a line that is too long for its width even alone, if the word's style has
+/// `overflow-wrap: break-word`: as many whole graphemes as fit end the line.
+overflow_wrap0_res overflow_wrap(eval_env const& env,
+                                 knuth::line_kind kind,
+                                 std::span<knuth::knuth const> line,
+                                 float width);
+
+} // namespace vellum::pack::eval_knuth

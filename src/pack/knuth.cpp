@@ -1,0 +1,283 @@
+#include "pack/knuth.hpp"
+
+#include <cmath>
+
+namespace vellum::pack::knuth {
+
+namespace {
+
+template <class Head, class Box>
+Head* head_in(Box& b) {
+    return std::visit(overloaded{
+                          [](auto& w) -> Head* {
+                              using T = std::remove_cvref_t<decltype(w)>;
+                              if constexpr (std::is_same_v<T, word>) {
+                                  return &w.word_head;
+                              } else if constexpr (std::is_same_v<T, non_word>) {
+                                  return &w.non_word_head;
+                              } else if constexpr (std::is_same_v<T, grapheme_seq>) {
+                                  return &w.seq_head;
+                              } else if constexpr (std::is_same_v<T, glyph_index>) {
+                                  return &w.glyph_head;
+                              } else if constexpr (std::is_same_v<T, counter>) {
+                                  return &w.counter_head;
+                              } else if constexpr (std::is_same_v<T, pre_space>) {
+                                  return &w.pre_space_head;
+                              } else if constexpr (std::is_same_v<T, charlike_space>) {
+                                  return &w.charlike_head;
+                              } else {
+                                  static_assert(std::is_same_v<T, newline> || std::is_same_v<T, open> ||
+                                                    std::is_same_v<T, close> ||
+                                                    std::is_same_v<T, inline_block> ||
+                                                    std::is_same_v<T, indent>,
+                                                "head_of: a new kind of box must say whether it has text");
+                                  return nullptr;
+                              }
+                          },
+                      },
+                      b);
+}
+
+float box_width(knuth_box const& b) {
+    if (auto const* h = head_of(b)) {
+        return h->head_width;
+    }
+    return std::visit(overloaded{
+                          [](word const&) { return 0.0f; },
+                          [](non_word const&) { return 0.0f; },
+                          [](grapheme_seq const&) { return 0.0f; },
+                          [](glyph_index const&) { return 0.0f; },
+                          [](counter const&) { return 0.0f; },
+                          [](pre_space const&) { return 0.0f; },
+                          [](charlike_space const&) { return 0.0f; },
+                          [](newline const&) { return 0.0f; },
+                          [](open const& o) { return o.box_left_edge; },
+                          [](close const& c) { return c.close_right_edge; },
+                          [](inline_block const& i) { return i.inline_block_width; },
+                          [](indent const& i) { return i.indent_width; },
+                      },
+                      b);
+}
+
+} // namespace
+
+text_head const* head_of(knuth_box const& b) {
+    return head_in<text_head const>(b);
+}
+
+text_head* head_of(knuth_box& b) {
+    return head_in<text_head>(b);
+}
+
+bool is_float(inline_block const& b) {
+    if (!b.inline_block_style) {
+        return false;
+    }
+    auto const* kind = std::get_if<css::box::float_kind>(&b.inline_block_style->float_);
+    return kind != nullptr && *kind != css::box::float_kind::none;
+}
+
+bool is_in_flow(inline_block const& b) {
+    if (is_float(b)) {
+        return false;
+    }
+    if (!b.inline_block_style) {
+        return true;
+    }
+    auto const* pos = std::get_if<css::box::position_kind>(&b.inline_block_style->bit_props.bit_props_position);
+    return pos == nullptr || *pos == css::box::position_kind::static_ || *pos == css::box::position_kind::relative;
+}
+
+float item_width(knuth const& item) {
+    return std::visit(overloaded{
+                          [](knuth_box const& b) { return box_width(b); },
+                          [](knuth_leader const& l) { return l.leader_width; },
+                          [](knuth_penalty const& p) {
+                              auto const* s = std::get_if<soft>(&p);
+                              return s != nullptr ? s->penalty_width : 0.0f;
+                          },
+                          [](knuth_glue const& g) {
+                              auto const* s = std::get_if<glue>(&g);
+                              return s != nullptr ? s->glue_width : 0.0f;
+                          },
+                          [](forced_break const&) { return 0.0f; },
+                          [](prohibited_break const&) { return 0.0f; },
+                          [](script_func_head const&) { return 0.0f; },
+                          [](script_func_tail const&) { return 0.0f; },
+                          [](footnote const&) { return 0.0f; },
+                      },
+                      item);
+}
+
+stretch_shrink item_stretch_shrink(knuth const& item) {
+    return std::visit(overloaded{
+                          [](knuth_box const&) { return stretch_shrink{}; },
+                          [](knuth_leader const&) { return stretch_shrink{.stretch = infinite_stretch}; },
+                          [](knuth_penalty const&) { return stretch_shrink{}; },
+                          [](knuth_glue const& g) {
+                              if (auto const* s = std::get_if<glue>(&g)) {
+                                  return stretch_shrink{.stretch = s->stretchability,
+                                                        .shrink = s->shrinkability};
+                              }
+                              if (auto const* z = std::get_if<zero_width_cjk>(&g)) {
+                                  return stretch_shrink{.stretch = z->zw_stretchability};
+                              }
+                              return stretch_shrink{};
+                          },
+                          [](forced_break const&) { return stretch_shrink{.stretch = infinite_stretch}; },
+                          [](prohibited_break const&) { return stretch_shrink{}; },
+                          [](script_func_head const&) { return stretch_shrink{}; },
+                          [](script_func_tail const&) { return stretch_shrink{}; },
+                          [](footnote const&) { return stretch_shrink{}; },
+                      },
+                      item);
+}
+
+line_sum line_sums(std::span<knuth const> items) {
+    line_sum sum;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        knuth const& it = items[i];
+        bool const last = i + 1 == items.size();
+        if (std::holds_alternative<knuth_penalty>(it) && !last) {
+            // A hyphen is drawn only where the line really breaks.
+            continue;
+        }
+        if (auto const* b = std::get_if<knuth_box>(&it)) {
+            if (auto const* ib = std::get_if<inline_block>(b); ib && !is_in_flow(*ib) && !is_float(*ib)) {
+                continue;
+            }
+        }
+        sum.sum_width += item_width(it);
+        auto const ss = item_stretch_shrink(it);
+        sum.sum_stretch += ss.stretch;
+        sum.sum_shrink += ss.shrink;
+    }
+    return sum;
+}
+
+bool legal_break(knuth const* previous, knuth const& item) {
+    return std::visit(overloaded{
+                          [](knuth_box const&) { return false; },
+                          [](knuth_leader const&) { return false; },
+                          [](knuth_penalty const&) { return true; },
+                          [&](knuth_glue const&) {
+                              // A space breaks only after material: never after a penalty, another
+                              // space, or a mark that forbids the break.
+                              if (previous == nullptr) {
+                                  return false;
+                              }
+                              return std::holds_alternative<knuth_leader>(*previous) ||
+                                     std::holds_alternative<script_func_head>(*previous) ||
+                                     std::holds_alternative<knuth_box>(*previous) ||
+                                     std::holds_alternative<footnote>(*previous) ||
+                                     std::holds_alternative<script_func_tail>(*previous);
+                          },
+                          [](forced_break const&) { return true; },
+                          [](prohibited_break const&) { return false; },
+                          [](script_func_head const&) { return false; },
+                          [](script_func_tail const&) { return false; },
+                          [](footnote const&) { return false; },
+                      },
+                      item);
+}
+
+adjustment_ratio adjustment_ratio_of(float target, float natural, float stretch, float shrink) {
+    if (std::abs(target - natural) <= tolerance) {
+        return ratio{0.0f};
+    }
+    if (target > natural) {
+        // A leader or a forced break on the line takes up any amount of room.
+        if (stretch >= infinite_stretch) {
+            return ratio{0.0f};
+        }
+        if (stretch <= 0) {
+            return positive_infinite{};
+        }
+        return ratio{(target - natural) / stretch};
+    }
+    if (shrink <= 0) {
+        return negative_infinite{};
+    }
+    return ratio{(target - natural) / shrink};
+}
+
+std::optional<knuth> indent_box(css::used_style::used_indent const& used_indent, line_kind kind) {
+    if (used_indent.indent_amount == 0.0f) {
+        return std::nullopt;
+    }
+    bool const wanted = used_indent.indent_type == css::used_style::indent_type::indent
+                            ? kind == line_kind::first_line
+                            : kind == line_kind::other_line;
+    if (!wanted) {
+        return std::nullopt;
+    }
+    return knuth{knuth_box{indent{.indent_width = used_indent.indent_amount}}};
+}
+
+namespace {
+
+enum class strip_step { drop, keep_and_go_on, stop, stop_keeping_all };
+
+strip_step strip_step_of(knuth const& item) {
+    return std::visit(overloaded{
+                          [](knuth_box const& b) {
+                              if (std::holds_alternative<open>(b) || std::holds_alternative<indent>(b)) {
+                                  return strip_step::keep_and_go_on;
+                              }
+                              if (auto const* ib = std::get_if<inline_block>(&b); ib && !is_in_flow(*ib)) {
+                                  return strip_step::keep_and_go_on;
+                              }
+                              return strip_step::stop;
+                          },
+                          [](knuth_leader const&) { return strip_step::stop; },
+                          [](knuth_penalty const&) { return strip_step::drop; },
+                          [](knuth_glue const&) { return strip_step::drop; },
+                          [](forced_break const&) { return strip_step::stop; },
+                          [](prohibited_break const&) { return strip_step::drop; },
+                          [](script_func_head const&) { return strip_step::stop_keeping_all; },
+                          [](script_func_tail const&) { return strip_step::keep_and_go_on; },
+                          [](footnote const&) { return strip_step::stop_keeping_all; },
+                      },
+                      item);
+}
+
+} // namespace
+
+std::vector<knuth> strip_leading(std::span<knuth const> items) {
+    std::vector<knuth> out;
+    out.reserve(items.size());
+    std::size_t i = 0;
+    for (; i < items.size(); ++i) {
+        auto const step = strip_step_of(items[i]);
+        if (step == strip_step::drop) {
+            continue;
+        }
+        if (step == strip_step::keep_and_go_on) {
+            out.push_back(items[i]);
+            continue;
+        }
+        break;
+    }
+    out.insert(out.end(), items.begin() + static_cast<std::ptrdiff_t>(i), items.end());
+    return out;
+}
+
+bool is_forced_break(knuth const& item) {
+    return std::holds_alternative<forced_break>(item);
+}
+
+bool is_penalty(knuth const& item) {
+    return std::holds_alternative<knuth_penalty>(item);
+}
+
+break_type break_type_of(knuth const& item) {
+    if (is_forced_break(item)) {
+        return break_type::forced_break;
+    }
+    if (is_penalty(item)) {
+        return break_type::hyphen;
+    }
+    return break_type::other;
+}
+
+} // namespace vellum::pack::knuth

@@ -1,0 +1,436 @@
+// The items of a paragraph in the manner of Knuth's line breaker: boxes of fixed width, glues that
+// stretch and shrink, penalties where a line may end with a hyphen, and the items TeX never needed
+// (leaders, page-dependent counters, script results, footnote calls, the edges of inline boxes).
+// Items are built unmeasured; a line breaker measures each one when it reaches it.
+#pragma once
+
+#include "css/style.hpp"
+#include "css/used_style.hpp"
+#include "text/fonts/graphemes.hpp"
+#include "util/ref.hpp"
+#include "util/textbuf.hpp"
+
+#include <optional>
+#include <span>
+#include <variant>
+#include <vector>
+
+namespace vellum::prepack {
+struct block;
+} // namespace vellum::prepack
+
+namespace vellum::pack::knuth {
+
+using style_ref = ref<css::style::style>;
+using font_req_ref = ref<fonts::font_req>;
+using graphemes = std::vector<fonts::grapheme>;
+
+/// Which styling a line is measured under: the paragraph's first line, with its ::first-line style,
+/// or any other line.
+enum class line_kind { first_line, other_line };
+
+/// How an item looks on a ::first-line: its font request and style there.
+struct first_line_form {
+    font_req_ref first_line_font_req;
+    style_ref first_line_style;
+    bool operator==(first_line_form const&) const = default;
+};
+
+/// What every text box has: its measured width and graphemes (empty until measured), its font and
+/// style, and its form under ::first-line styling if the paragraph has one.
+struct text_head {
+    float head_width = 0;
+    graphemes head_graphemes;
+    font_req_ref head_font_req;
+    style_ref head_style;
+    std::optional<first_line_form> head_first_line;
+    bool operator==(text_head const&) const = default;
+};
+
+// ---- Boxes ---------------------------------------------------------------------------------------------
+
+/// A run of text inside which no line may break; a candidate for hyphenation.
+struct word {
+    text_head word_head;
+    fonts::direction word_direction = fonts::direction::ltr;
+    css::box::writing_mode word_writing_mode = css::box::writing_mode::horizontal;
+    textbuf::textbuf word_text;
+    bool operator==(word const&) const = default;
+};
+
+/// The same as a word, but never hyphenated: a piece of a word that was split already.
+struct non_word {
+    text_head non_word_head;
+    fonts::direction non_word_direction = fonts::direction::ltr;
+    css::box::writing_mode non_word_writing_mode = css::box::writing_mode::horizontal;
+    textbuf::textbuf non_word_text;
+    bool operator==(non_word const&) const = default;
+};
+
+/// Shaped graphemes with no text behind them.
+struct grapheme_seq {
+    text_head seq_head;
+    fonts::direction seq_direction = fonts::direction::ltr;
+    css::box::writing_mode seq_writing_mode = css::box::writing_mode::horizontal;
+    bool operator==(grapheme_seq const&) const = default;
+};
+
+/// A glyph named by its index in the font.
+struct glyph_index {
+    text_head glyph_head;
+    fonts::direction glyph_direction = fonts::direction::ltr;
+    css::box::writing_mode glyph_writing_mode = css::box::writing_mode::horizontal;
+    int glyph_number = 0;
+    bool operator==(glyph_index const&) const = default;
+};
+
+/// A value that depends on the page (a page number, a footnote number); the text is its rendering so
+/// far, redone on each page it lands on.
+struct counter {
+    text_head counter_head;
+    fonts::direction counter_direction = fonts::direction::ltr;
+    css::box::writing_mode counter_writing_mode = css::box::writing_mode::horizontal;
+    textbuf::textbuf counter_text;
+    bool operator==(counter const&) const = default;
+};
+
+/// A preserved space, at which no line breaks.
+struct pre_space {
+    text_head pre_space_head;
+    bool operator==(pre_space const&) const = default;
+};
+
+/// The width of a fixed-width space character.
+struct space_zero {
+    bool operator==(space_zero const&) const = default;
+};
+
+/// A fraction of the font size.
+struct space_ems {
+    float ems = 0;
+    bool operator==(space_ems const&) const = default;
+};
+
+/// As wide as a character of the font.
+struct space_equal_to {
+    char32_t equal_to_char = U' ';
+    bool operator==(space_equal_to const&) const = default;
+};
+
+/// Half as wide as a character of the font.
+struct space_equal_to_half {
+    char32_t equal_to_half_char = U' ';
+    bool operator==(space_equal_to_half const&) const = default;
+};
+
+using space_width = std::variant<space_zero, space_ems, space_equal_to, space_equal_to_half>;
+
+/// A fixed-width space character (an en space, a thin space, a no-break space of its own width).
+struct charlike_space {
+    text_head charlike_head;
+    pack::knuth::space_width charlike_width = space_zero{};
+    bool operator==(charlike_space const&) const = default;
+};
+
+/// A preserved line end; a forced break follows it.
+struct newline {
+    bool operator==(newline const&) const = default;
+};
+
+/// The start edge of an inline box: its left margin, border and padding, and what painting and
+/// re-styling it need.
+struct open {
+    float box_left_edge = 0;
+    font_req_ref box_font_req;
+    style_ref box_style;
+    ref<css::used_style::used_style> box_used_style;
+    std::optional<style_ref> box_first_line_style;
+    style_ref box_parent_style;
+    /// The bidi embedding level the box opens, if it opens one.
+    std::optional<int> box_dir;
+    bool operator==(open const&) const = default;
+};
+
+/// The end edge of an inline box: its right padding, border and margin.
+struct close {
+    float close_right_edge = 0;
+    bool operator==(close const&) const = default;
+};
+
+/// An atomic inline box (inline-block, inline-table, or a float or absolute box met in the text).
+/// The block is packed when the item is measured.
+struct inline_block {
+    float inline_block_width = 0;
+    ref<prepack::block> inline_block_block;
+    /// Its style, for the questions the line breakers ask (does it float, is it in the flow).
+    style_ref inline_block_style;
+    bool operator==(inline_block const&) const = default;
+};
+
+/// The first-line or hanging indent.
+struct indent {
+    float indent_width = 0;
+    bool operator==(indent const&) const = default;
+};
+
+using knuth_box = std::variant<word,
+                               non_word,
+                               grapheme_seq,
+                               glyph_index,
+                               counter,
+                               pre_space,
+                               charlike_space,
+                               newline,
+                               open,
+                               close,
+                               inline_block,
+                               indent>;
+
+// ---- Leaders, penalties, glues -------------------------------------------------------------------------
+
+/// A run of a repeated string that takes whatever room the line leaves, as dots before a page number.
+struct knuth_leader {
+    float leader_width = 0;
+    graphemes single_leader_content;
+    float single_leader_width = 0;
+    textbuf::textbuf leader_textbuf;
+    font_req_ref leader_font_req;
+    style_ref leader_style;
+    std::optional<first_line_form> leader_first_line_style;
+    fonts::direction leader_direction = fonts::direction::ltr;
+    css::box::writing_mode leader_writing_mode = css::box::writing_mode::horizontal;
+    bool operator==(knuth_leader const&) const = default;
+};
+
+/// A place where a word may be broken with a hyphen drawn at the end of the line.
+struct soft {
+    float penalty_width = 0;
+    graphemes penalty_content;
+    font_req_ref penaly_font_req;
+    style_ref penaly_style;
+    std::optional<first_line_form> penalty_first_line_style;
+    bool operator==(soft const&) const = default;
+};
+
+/// A break after a hard hyphen already in the text: nothing is drawn.
+struct hard {
+    bool operator==(hard const&) const = default;
+};
+
+using knuth_penalty = std::variant<soft, hard>;
+
+/// A space: it stretches and shrinks in justified text, and a line may break at it.
+struct glue {
+    float glue_width = 0;
+    graphemes glue_content;
+    float stretchability = 0;
+    float shrinkability = 0;
+    font_req_ref glue_font_req;
+    style_ref glue_style;
+    std::optional<first_line_form> glue_first_line_style;
+    bool operator==(glue const&) const = default;
+};
+
+/// A zero width space: a break without width.
+struct zwsp {
+    bool operator==(zwsp const&) const = default;
+};
+
+/// A place where a line may break, as after a dash or between ideographs.
+struct wrap_opportunity {
+    bool operator==(wrap_opportunity const&) const = default;
+};
+
+/// A break between ideographs that stretches in text justified for CJK.
+struct zero_width_cjk {
+    float zw_stretchability = 0;
+    style_ref zw_style;
+    std::optional<first_line_form> zw_first_line_style;
+    bool operator==(zero_width_cjk const&) const = default;
+};
+
+using knuth_glue = std::variant<glue, zwsp, wrap_opportunity, zero_width_cjk>;
+
+// ---- The paragraph's items -----------------------------------------------------------------------------
+
+/// The line must end here.
+struct forced_break {
+    bool operator==(forced_break const&) const = default;
+};
+
+/// The glue that follows is no break.
+struct prohibited_break {
+    bool operator==(prohibited_break const&) const = default;
+};
+
+/// The start of what a script function gave: its text, with what is needed to call it again.
+struct knuth_script_func {
+    font_req_ref script_font_req;
+    style_ref script_style;
+    std::optional<first_line_form> script_first_line;
+    fonts::direction script_direction = fonts::direction::ltr;
+    /// The function's name as registered by the document's scripts.
+    std::string script_func_name;
+    textbuf::textbuf script_result;
+    bool operator==(knuth_script_func const&) const = default;
+};
+
+struct script_func_head {
+    knuth_script_func head_func;
+    bool operator==(script_func_head const&) const = default;
+};
+
+struct script_func_tail {
+    bool operator==(script_func_tail const&) const = default;
+};
+
+/// Where a footnote goes: the page's footnote area or a column's, as a block or run in.
+enum class footnote_display { block_footnote, inline_footnote };
+
+struct footnote_page {
+    pack::knuth::footnote_display page_display = footnote_display::block_footnote;
+    bool operator==(footnote_page const&) const = default;
+};
+
+struct footnote_column {
+    pack::knuth::footnote_display column_display = footnote_display::block_footnote;
+    int column_id = 0;
+    bool operator==(footnote_column const&) const = default;
+};
+
+using footnote_type = std::variant<footnote_page, footnote_column>;
+
+/// The body of a footnote called at this place; it is numbered when a line breaker reaches it.
+struct footnote {
+    ref<prepack::block> footnote_body;
+    style_ref footnote_style;
+    pack::knuth::footnote_type footnote_type = footnote_page{};
+    bool operator==(footnote const&) const = default;
+};
+
+using knuth = std::variant<knuth_box,
+                           knuth_leader,
+                           knuth_penalty,
+                           knuth_glue,
+                           forced_break,
+                           prohibited_break,
+                           script_func_head,
+                           script_func_tail,
+                           footnote>;
+
+using knuth_para = std::vector<knuth>;
+using para_line = std::vector<knuth>;
+
+// ---- Broken lines --------------------------------------------------------------------------------------
+
+struct positive_infinite {
+    bool operator==(positive_infinite const&) const = default;
+};
+
+struct negative_infinite {
+    bool operator==(negative_infinite const&) const = default;
+};
+
+/// How much a line's glue must stretch (positive) or shrink (negative), as a share of what it can.
+struct ratio {
+    float ratio_value = 0;
+    bool operator==(ratio const&) const = default;
+};
+
+using adjustment_ratio = std::variant<positive_infinite, negative_infinite, ratio>;
+
+/// How a line ended.
+enum class break_type { forced_break, hyphen, other };
+
+/// One broken line of a paragraph.
+struct knuth_line {
+    /// Index into the item list where the line starts.
+    int start_index = 0;
+    /// Index just behind the item broken at.
+    int end_index = 0;
+    pack::knuth::break_type break_type = break_type::other;
+    /// The trimmed and evaluated items of the line.
+    std::vector<knuth> line_content;
+    pack::knuth::adjustment_ratio adjustment_ratio = ratio{};
+    /// The threshold of adjustment ratio under which the line was accepted; absent for a line taken
+    /// as a last resort.
+    std::optional<float> art;
+    bool operator==(knuth_line const&) const = default;
+};
+
+using para_lines = std::vector<knuth_line>;
+
+// ---- Constants -----------------------------------------------------------------------------------------
+
+/// Widths in layout compare with this tolerance.
+inline constexpr float tolerance = 0.0001f;
+
+/// Stretch that counts as infinite: a leader or a forced break fills any line.
+inline constexpr float infinite_stretch = 10000.0f;
+
+/// Whether `a` fits in `b`, with the tolerance.
+inline bool fits(float a, float b) {
+    return b + tolerance >= a;
+}
+
+// ---- Questions about items -----------------------------------------------------------------------------
+
+/// The text head of a text box, or null for the other boxes.
+text_head const* head_of(knuth_box const& b);
+
+/// The same, for changing it.
+text_head* head_of(knuth_box& b);
+
+/// Whether an atomic inline box floats (left, right, inside or outside).
+bool is_float(inline_block const& b);
+
+/// Whether an atomic inline box takes part in the line: not floated and not absolutely positioned.
+bool is_in_flow(inline_block const& b);
+
+/// The stored width of an item: that of a box, a leader, a glue or a soft penalty; 0 for the rest.
+float item_width(knuth const& item);
+
+/// Stretch and shrink of an item.
+struct stretch_shrink {
+    float stretch = 0;
+    float shrink = 0;
+    bool operator==(stretch_shrink const&) const = default;
+};
+
+stretch_shrink item_stretch_shrink(knuth const& item);
+
+/// Sums over a line: its natural width, stretch and shrink. A penalty counts only as the last item;
+/// an atomic inline box out of the flow counts 0 unless it floats.
+struct line_sum {
+    float sum_width = 0;
+    float sum_stretch = 0;
+    float sum_shrink = 0;
+    bool operator==(line_sum const&) const = default;
+};
+
+line_sum line_sums(std::span<knuth const> items);
+
+/// Whether the item is a place where a line may break, given the item before it.
+bool legal_break(knuth const* previous, knuth const& item);
+
+/// How far a line of natural width `natural` must stretch or shrink to fill `target`.
+adjustment_ratio adjustment_ratio_of(float target, float natural, float stretch, float shrink);
+
+/// The indent box for a line: `indent` puts it on the first line, `hanging` on all others; an amount
+/// of 0 gives none.
+std::optional<knuth> indent_box(css::used_style::used_indent const& used_indent, line_kind kind);
+
+/// Drops the discardable items at the start of a line (glues, penalties, prohibited breaks), passing
+/// over inline box starts, indents, out-of-flow inline boxes and script ends.
+std::vector<knuth> strip_leading(std::span<knuth const> items);
+
+/// Whether the item is a forced break.
+bool is_forced_break(knuth const& item);
+
+/// Whether the item is a penalty.
+bool is_penalty(knuth const& item);
+
+/// How a line that ends at `item` ended.
+break_type break_type_of(knuth const& item);
+
+} // namespace vellum::pack::knuth

@@ -1,0 +1,219 @@
+#include "pack/linebreak.hpp"
+
+#include <cmath>
+#include <iterator>
+
+namespace vellum::pack::linebreak {
+
+using namespace knuth;
+
+namespace {
+
+knuth::inline_block const* inline_block_of(knuth::knuth const& item) {
+    auto const* b = std::get_if<knuth_box>(&item);
+    return b != nullptr ? std::get_if<knuth::inline_block>(b) : nullptr;
+}
+
+bool holds_only_indent(std::vector<knuth::knuth> const& packed) {
+    if (packed.empty()) {
+        return true;
+    }
+    auto const* b = std::get_if<knuth_box>(&packed.front());
+    return packed.size() == 1 && b != nullptr && std::holds_alternative<indent>(*b);
+}
+
+struct scan {
+    eval_knuth::eval_env const& env;
+    method m;
+    line_request const& request;
+    eval_knuth::page_state start_page;
+    std::vector<knuth::knuth> items;
+
+    break_point make_break_point(pack_state const& s, knuth::break_type type) const {
+        auto line = eval_knuth::trim_line(env, request.line_kind, s.packed_sofar);
+        auto const sums = line_sums(line);
+        return break_point{.break_state = s,
+                           .line = std::move(line),
+                           .line_width = sums.sum_width,
+                           .line_stretch = sums.sum_stretch,
+                           .line_shrink = sums.sum_shrink,
+                           .break_type = type};
+    }
+
+    // The break point with the rest of the paragraph behind it: the floats held back first.
+    line_res finish(break_point bp, std::vector<knuth::knuth> front = {}) {
+        auto& rest = bp.remain_para;
+        rest = std::move(front);
+        auto& delayed = bp.break_state.delay_floats;
+        rest.insert(rest.end(), std::make_move_iterator(delayed.begin()), std::make_move_iterator(delayed.end()));
+        delayed.clear();
+        auto const from = static_cast<std::ptrdiff_t>(std::min(bp.break_state.next_index, items.size()));
+        rest.insert(rest.end(), std::make_move_iterator(items.begin() + from), std::make_move_iterator(items.end()));
+        return bp;
+    }
+
+    line_res run() {
+        pack_state st{.curr_page_info = start_page};
+        std::optional<break_point> best;
+        while (st.next_index < items.size()) {
+            std::size_t const i = st.next_index;
+            auto ev = eval_knuth::eval_knuth(env, request.line_kind, request.containing_height, st.curr_page_info,
+                                             items[i], std::span<knuth::knuth const>(items).subspan(i + 1));
+            if (ev.res_splice) {
+                auto const first = items.begin() + static_cast<std::ptrdiff_t>(i + 1);
+                items.erase(first, first + ev.res_splice->splice_count);
+                items.insert(items.begin() + static_cast<std::ptrdiff_t>(i + 1),
+                             ev.res_splice->splice_items.begin(), ev.res_splice->splice_items.end());
+            }
+            items[i] = std::move(ev.res_item);
+            st.curr_page_info = std::move(ev.res_state);
+            knuth::knuth const& item = items[i];
+            float const w = item_width(item);
+
+            if (auto const* ib = inline_block_of(item)) {
+                // A float that no longer fits beside the line waits for the next line.
+                if (is_float(*ib) && !fits(w, request.width - st.width_sofar) && st.width_sofar > 0 &&
+                    !holds_only_indent(st.packed_sofar)) {
+                    st.delay_floats.push_back(item);
+                    ++st.next_index;
+                    continue;
+                }
+                if (!is_in_flow(*ib)) {
+                    outflow o{.outflow_xpos = st.curr_xpos, .outflow_item = item,
+                              .outflow_page_info = st.curr_page_info};
+                    o.outflow_items = std::move(st.packed_sofar);
+                    o.outflow_items.insert(o.outflow_items.end(), std::make_move_iterator(st.delay_floats.begin()),
+                                           std::make_move_iterator(st.delay_floats.end()));
+                    o.outflow_items.insert(o.outflow_items.end(),
+                                           std::make_move_iterator(items.begin() + static_cast<std::ptrdiff_t>(i + 1)),
+                                           std::make_move_iterator(items.end()));
+                    return o;
+                }
+            }
+            if (!is_penalty(item)) {
+                st.curr_xpos += w;
+                st.width_sofar += w;
+            }
+            st.packed_sofar.push_back(item);
+            bool const legal = legal_break(st.prev_knuth ? &*st.prev_knuth : nullptr, item);
+            st.prev_knuth = item;
+            st.next_index = i + 1;
+            if (!legal) {
+                continue;
+            }
+            break_point bp = make_break_point(st, break_type_of(item));
+            if (fits(bp.line_width, request.width)) {
+                if (bp.break_type == break_type::forced_break) {
+                    return finish(std::move(bp));
+                }
+                if (m == method::best_fit && bp.break_type == break_type::hyphen) {
+                    best = choose_break(best ? &*best : nullptr, bp, request.width);
+                } else {
+                    // A later break that fits is always taken over an earlier one.
+                    best = std::move(bp);
+                }
+                continue;
+            }
+
+            // The line is over its width. A word after the last break may hyphenate.
+            if (request.hyphenate_ok) {
+                std::size_t const from = best ? best->break_state.next_index : 0;
+                knuth::knuth const* before =
+                    best && best->break_state.prev_knuth ? &*best->break_state.prev_knuth : nullptr;
+                auto h = eval_knuth::try_hyphenate(env, request.line_kind, before,
+                                                   std::span<knuth::knuth const>(items).subspan(from));
+                if (h) {
+                    auto const at = items.begin() + static_cast<std::ptrdiff_t>(from + h->word_index);
+                    auto const pos = items.erase(at);
+                    items.insert(pos, h->word_parts.begin(), h->word_parts.end());
+                    st = best ? best->break_state : pack_state{.curr_page_info = start_page};
+                    continue;
+                }
+            }
+            if (m == method::best_fit) {
+                // A justified line may still shrink to its width.
+                auto const r = adjustment_ratio_of(request.width, bp.line_width, bp.line_stretch, bp.line_shrink);
+                if (auto const* rr = std::get_if<ratio>(&r); rr != nullptr && rr->ratio_value > -1.0f) {
+                    break_point better = choose_break(best ? &*best : nullptr, bp, request.width);
+                    if (better.break_type == break_type::forced_break) {
+                        return finish(std::move(better));
+                    }
+                    best = std::move(better);
+                    continue;
+                }
+            }
+            if (best && (m == method::best_fit || !best->line.empty())) {
+                return finish(std::move(*best));
+            }
+            if (request.width + tolerance < request.container_width) {
+                // Beside a float: give the line up, and let the caller move below the float.
+                return finish(best ? std::move(*best) : make_break_point(pack_state{.curr_page_info = start_page},
+                                                                          break_type::other));
+            }
+            // A line of the whole width that can't take its first word: cut the word if its style
+            // allows, else let the line run over.
+            auto cut = eval_knuth::overflow_wrap(env, request.line_kind, bp.line, request.width);
+            if (auto* t = std::get_if<eval_knuth::truncated>(&cut)) {
+                auto const sums = line_sums(t->truncated_line);
+                bp.line = std::move(t->truncated_line);
+                bp.line_width = sums.sum_width;
+                bp.line_stretch = sums.sum_stretch;
+                bp.line_shrink = sums.sum_shrink;
+                bp.break_type = break_type::other;
+                return finish(std::move(bp), std::move(t->truncated_rest));
+            }
+            return finish(std::move(bp));
+        }
+        // The paragraph ended without a forced break: the line holds everything.
+        if (best && best->break_state.next_index == items.size()) {
+            return finish(std::move(*best));
+        }
+        return finish(make_break_point(st, break_type::other));
+    }
+};
+
+} // namespace
+
+line_res fill_line(eval_knuth::eval_env const& env,
+                   method m,
+                   line_request const& request,
+                   eval_knuth::page_state page_info,
+                   std::vector<knuth::knuth> items) {
+    scan s{.env = env, .m = m, .request = request, .start_page = std::move(page_info), .items = std::move(items)};
+    return s.run();
+}
+
+std::optional<float> badness(break_point const& bp, float target) {
+    auto const r = adjustment_ratio_of(target, bp.line_width, bp.line_stretch, bp.line_shrink);
+    auto const* rr = std::get_if<ratio>(&r);
+    if (rr == nullptr || rr->ratio_value < -1.0f) {
+        return std::nullopt;
+    }
+    float b = std::pow(std::abs(rr->ratio_value), 3.0f) * 100.0f + 0.5f;
+    if (bp.break_type == break_type::hyphen) {
+        b += 50.0f;
+    }
+    return b;
+}
+
+break_point const& choose_break(break_point const* best, break_point const& candidate, float target) {
+    if (best == nullptr) {
+        return candidate;
+    }
+    auto const b = badness(*best, target);
+    auto const c = badness(candidate, target);
+    if (b && c) {
+        return *b >= *c ? candidate : *best;
+    }
+    if (c) {
+        return candidate;
+    }
+    return *best;
+}
+
+bool hyphenate_ok(css::text::hyphenate_lines const& limit, int consecutive) {
+    auto const* n = std::get_if<int>(&limit);
+    return n == nullptr || *n > consecutive;
+}
+
+} // namespace vellum::pack::linebreak

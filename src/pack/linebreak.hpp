@@ -1,0 +1,87 @@
+// What the greedy line breakers share: the scan of items that fills one line, remembering the last
+// place where the line could end, until the line is full. First fit takes the last break that fits;
+// best fit also weighs hyphen breaks and lets a justified line shrink.
+#pragma once
+
+#include "pack/eval_knuth.hpp"
+#include "pack/knuth.hpp"
+
+#include <optional>
+#include <variant>
+#include <vector>
+
+namespace vellum::pack::linebreak {
+
+/// The running state of the scan of one line.
+struct pack_state {
+    eval_knuth::page_state curr_page_info;
+    /// Width of everything packed, all items counted.
+    float curr_xpos = 0;
+    /// The items packed so far, in order.
+    std::vector<knuth::knuth> packed_sofar;
+    float width_sofar = 0;
+    /// Floats held back until the next line, in order.
+    std::vector<knuth::knuth> delay_floats;
+    /// The item before the current one.
+    std::optional<knuth::knuth> prev_knuth;
+    /// The index of the next item to scan.
+    std::size_t next_index = 0;
+};
+
+/// A place where the line could end: the state there, the trimmed line and its sums, what remains of
+/// the paragraph, and how the line ends.
+struct break_point {
+    pack_state break_state;
+    std::vector<knuth::knuth> line;
+    float line_width = 0;
+    float line_stretch = 0;
+    float line_shrink = 0;
+    std::vector<knuth::knuth> remain_para;
+    knuth::break_type break_type = knuth::break_type::other;
+};
+
+/// An atomic inline box that is not part of the line (a float that fits, an absolute box): the
+/// caller places it and starts the line again from `outflow_items`, which hold what was packed so far
+/// and the rest of the paragraph, the box taken out.
+struct outflow {
+    float outflow_xpos = 0;
+    knuth::knuth outflow_item;
+    std::vector<knuth::knuth> outflow_items;
+    eval_knuth::page_state outflow_page_info;
+};
+
+/// The outcome of filling one line.
+using line_res = std::variant<outflow, break_point>;
+
+enum class method { first_fit, best_fit };
+
+/// The arguments of one line.
+struct line_request {
+    knuth::line_kind line_kind = knuth::line_kind::other_line;
+    std::optional<float> containing_height;
+    /// The width the line may take, and the full width of the container: a line narrower than its
+    /// container (floats beside it) may be given up empty so that the caller moves below the float.
+    float width = 0;
+    float container_width = 0;
+    /// Whether a word may be hyphenated on this line.
+    bool hyphenate_ok = true;
+};
+
+/// Fills one line from the items.
+line_res fill_line(eval_knuth::eval_env const& env,
+                   method m,
+                   line_request const& request,
+                   eval_knuth::page_state page_info,
+                   std::vector<knuth::knuth> items);
+
+/// Badness of a line for best fit: very bad (absent) for a line that cannot reach its width, else
+/// |r|^3 * 100 + 0.5, plus 50 for a break at a hyphen.
+[[nodiscard]] std::optional<float> badness(break_point const& bp, float target);
+
+/// The better of two break points for best fit: the candidate wins on equal badness.
+break_point const& choose_break(break_point const* best, break_point const& candidate, float target);
+
+/// Whether a greedy line may hyphenate when `consecutive` lines before it ended in a hyphen.
+bool hyphenate_ok(css::text::hyphenate_lines const& limit, int consecutive);
+
+} // namespace vellum::pack::linebreak
