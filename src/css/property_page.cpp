@@ -19,37 +19,92 @@ length in(double n) {
     return units::make_length(n, units::length_unit::in);
 }
 
-// ISO 216 and 269 series: from the 0 size, each next size halves the long side, rounded down to a
-// whole millimetre.
-std::optional<std::pair<length, length>> iso(char series, int n) {
-    int w = 0;
-    int h = 0;
-    switch (series) {
-    case 'a':
-        w = 841;
-        h = 1189;
-        break;
-    case 'b':
-        w = 1000;
-        h = 1414;
-        break;
-    case 'c':
-        w = 917;
-        h = 1297;
-        break;
-    default:
-        return std::nullopt;
-    }
-    if (n < 0 || n > 10) {
-        return std::nullopt;
-    }
-    for (int i = 0; i < n; ++i) {
-        int const half = h / 2;
-        h = w;
-        w = half;
-    }
-    return std::pair{mm(w), mm(h)};
-}
+enum class paper_unit { mm, in };
+
+struct paper_name {
+    std::string_view paper_name_text;
+    paper_unit paper_name_unit;
+    double paper_name_width;
+    double paper_name_height;
+};
+
+// Width by height as the sizes are usually quoted: ISO sizes in millimetres, the others in inches.
+// Most are portrait, but a few, such as ledger and the ID-1 card, are wider than tall.
+constexpr paper_name paper_names[] = {
+    {"a0", paper_unit::mm, 841, 1189},
+    {"a1", paper_unit::mm, 594, 841},
+    {"a2", paper_unit::mm, 420, 594},
+    {"a3", paper_unit::mm, 297, 420},
+    {"a4", paper_unit::mm, 210, 297},
+    {"a5", paper_unit::mm, 148, 210},
+    {"a6", paper_unit::mm, 105, 148},
+    {"a7", paper_unit::mm, 74, 105},
+    {"a8", paper_unit::mm, 52, 74},
+    {"a9", paper_unit::mm, 37, 52},
+    {"a10", paper_unit::mm, 26, 37},
+    {"b0", paper_unit::mm, 1000, 1414},
+    {"b1", paper_unit::mm, 707, 1000},
+    {"b2", paper_unit::mm, 500, 707},
+    {"b3", paper_unit::mm, 353, 500},
+    {"b4", paper_unit::mm, 250, 353},
+    {"b5", paper_unit::mm, 176, 250},
+    {"b6", paper_unit::mm, 125, 176},
+    {"b7", paper_unit::mm, 88, 125},
+    {"b8", paper_unit::mm, 62, 88},
+    {"b9", paper_unit::mm, 44, 62},
+    {"b10", paper_unit::mm, 31, 44},
+    {"c0", paper_unit::mm, 917, 1297},
+    {"c1", paper_unit::mm, 648, 917},
+    {"c2", paper_unit::mm, 458, 648},
+    {"c3", paper_unit::mm, 324, 458},
+    {"c4", paper_unit::mm, 229, 324},
+    {"c5", paper_unit::mm, 162, 229},
+    {"c6", paper_unit::mm, 114, 162},
+    {"c7", paper_unit::mm, 81, 114},
+    {"c8", paper_unit::mm, 57, 81},
+    {"c9", paper_unit::mm, 40, 57},
+    {"c10", paper_unit::mm, 28, 40},
+    {"id-1", paper_unit::mm, 85.6, 53.98},
+    {"id-2", paper_unit::mm, 105, 74},
+    {"id-3", paper_unit::mm, 125, 88},
+    {"letter", paper_unit::in, 8.5, 11},
+    {"us-letter", paper_unit::in, 8.5, 11},
+    {"legal", paper_unit::in, 8.5, 14},
+    {"us-legal", paper_unit::in, 8.5, 14},
+    {"ledger", paper_unit::in, 17, 11},
+    {"us-ledger", paper_unit::in, 17, 11},
+    {"us-tabloid", paper_unit::in, 11, 17},
+    {"us-executive", paper_unit::in, 7.25, 10.5},
+    {"us-government", paper_unit::in, 8, 11},
+    {"us-statement", paper_unit::in, 5.5, 8.5},
+    {"us-folio", paper_unit::in, 8.5, 13},
+    {"ansi-a", paper_unit::in, 8.5, 11},
+    {"ansi-b", paper_unit::in, 11, 17},
+    {"ansi-c", paper_unit::in, 17, 22},
+    {"ansi-d", paper_unit::in, 22, 34},
+    {"ansi-e", paper_unit::in, 34, 44},
+    {"arch-a", paper_unit::in, 9, 12},
+    {"arch-b", paper_unit::in, 12, 18},
+    {"arch-c", paper_unit::in, 18, 24},
+    {"arch-d", paper_unit::in, 24, 36},
+    {"arch-e", paper_unit::in, 36, 48},
+    {"arch-e1", paper_unit::in, 30, 42},
+    {"crown-folio", paper_unit::in, 10, 15},
+    {"crown-quarto", paper_unit::in, 7.5, 10},
+    {"crown-octavo", paper_unit::in, 5, 7.5},
+    {"demy-quarto", paper_unit::in, 8.75, 11.25},
+    {"demy-octavo", paper_unit::in, 5.625, 8.75},
+    {"foolscap-folio", paper_unit::in, 8.5, 13.5},
+    {"foolscap-quarto", paper_unit::in, 6.75, 8.5},
+    {"foolscap-octavo", paper_unit::in, 4.25, 6.75},
+    {"imperial-folio", paper_unit::in, 15, 22},
+    {"imperial-quarto", paper_unit::in, 11, 15},
+    {"imperial-octavo", paper_unit::in, 7.5, 11},
+    {"medium-quarto", paper_unit::in, 9, 11.5},
+    {"royal-folio", paper_unit::in, 12.5, 20},
+    {"royal-quarto", paper_unit::in, 10, 12.5},
+    {"royal-octavo", paper_unit::in, 6.25, 10},
+};
 
 } // namespace
 
@@ -60,24 +115,13 @@ std::optional<std::pair<length, length>> paper_size(std::string_view name) {
             c = static_cast<char>(c - 'A' + 'a');
         }
     }
-    if (low == "letter") {
-        return std::pair{in(8.5), in(11)};
-    }
-    if (low == "legal") {
-        return std::pair{in(8.5), in(14)};
-    }
-    if (low == "ledger") {
-        return std::pair{in(11), in(17)};
-    }
-    if (low.size() >= 2 && low.size() <= 3) {
-        int n = 0;
-        for (std::size_t i = 1; i < low.size(); ++i) {
-            if (low[i] < '0' || low[i] > '9') {
-                return std::nullopt;
+    for (auto const& p : paper_names) {
+        if (p.paper_name_text == low) {
+            if (p.paper_name_unit == paper_unit::mm) {
+                return std::pair{mm(p.paper_name_width), mm(p.paper_name_height)};
             }
-            n = n * 10 + (low[i] - '0');
+            return std::pair{in(p.paper_name_width), in(p.paper_name_height)};
         }
-        return iso(low[0], n);
     }
     return std::nullopt;
 }

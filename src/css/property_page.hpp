@@ -22,7 +22,8 @@ struct page_size {
     bool operator==(page_size const&) const = default;
 };
 
-/// The width and height of a named paper size ("A4", "letter"), in portrait; any case.
+/// The width and height of a named paper size ("A4", "letter", "ledger") as the size is quoted, which
+/// for a few names is wider than tall; the name in any case.
 [[nodiscard]] std::optional<std::pair<units::length, units::length>> paper_size(std::string_view name);
 
 /// A size value: "auto", one or two lengths, a paper name, each with an optional orientation.
