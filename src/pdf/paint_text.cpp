@@ -1,0 +1,412 @@
+#include "pdf/paint_text.hpp"
+
+#include "pdf/borders.hpp"
+#include "pdf/paint_color.hpp"
+#include "text/fonts/query.hpp"
+#include "text/macroman.hpp"
+#include "util/ref.hpp"
+#include "util/result.hpp"
+
+#include <cmath>
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+namespace vellum::pdf::paint_text {
+
+namespace {
+
+// Positions that differ by less than this are the same for a run of glyphs.
+constexpr double same_place = 0.001;
+
+// A glyph with its place on the page and the size it is shown at.
+struct placed_glyph {
+    fonts::glyph const* placed = nullptr;
+    double placed_x = 0;
+    double placed_y = 0;
+    double placed_size = 0;
+    /// A mark, and the base after a mark, start a run of their own.
+    bool placed_starts_run = false;
+};
+
+double spacing_of(css::box::letter_word_spacing const& s) {
+    return std::visit(overloaded{
+                          [](css::box::normal_value const&) { return 0.0; },
+                          [](float f) { return double(f); },
+                      },
+                      s);
+}
+
+double size_of(fonts::glyph const& g, double size) {
+    return g.glyph_small_caps ? size * 0.8 : size;
+}
+
+// Lays graphemes out as layout measured them: each base glyph after the end of the one before, moved
+// by its placement; kerning and letter spacing move the next one. A mark sits on its base: by anchors
+// from the base's origin, otherwise at the pen position after the base (zero-width marks are drawn
+// to the left of their origin), moved by its distance.
+std::vector<placed_glyph> place(std::span<fonts::grapheme const> graphemes,
+                                double x,
+                                double baseline,
+                                double size,
+                                double letter_spacing) {
+    std::vector<placed_glyph> out;
+    double prev_start = x;
+    double prev_end = x;
+    double prev_size = size;
+    double prev_y = baseline;
+    bool after_mark = false;
+    for (auto const& gr : graphemes) {
+        double const s = size_of(gr.base_glyph, size);
+        double start = prev_end;
+        double y = baseline;
+        std::visit(overloaded{
+                       [](fonts::no_place_adjust const&) {},
+                       [&](fonts::anchor const& a) {
+                           start = prev_start + prev_size * a.anchor_exit.x - s * a.anchor_entry.x;
+                           y = prev_y + prev_size * a.anchor_exit.y - s * a.anchor_entry.y;
+                       },
+                       [&](fonts::distance const&) {},
+                   },
+                   gr.grapheme_place);
+        double gx = start;
+        double gy = y;
+        if (auto const* d = std::get_if<fonts::distance>(&gr.grapheme_place)) {
+            gx += d->distance_x * s;
+            gy += d->distance_y * s;
+        }
+        out.push_back({&gr.base_glyph, gx, gy, s, !gr.grapheme_marks.empty() || after_mark});
+        after_mark = !gr.grapheme_marks.empty();
+        double const advance = gr.base_glyph.glyph_hori_advance * s;
+        for (auto const& m : gr.grapheme_marks) {
+            double const ms = size_of(m.mark_glyph, size);
+            double mx = gx + advance;
+            double my = gy;
+            std::visit(overloaded{
+                           [](fonts::no_place_adjust const&) {},
+                           [&](fonts::anchor const& a) {
+                               mx = gx + s * a.anchor_exit.x - ms * a.anchor_entry.x;
+                               my = gy + s * a.anchor_exit.y - ms * a.anchor_entry.y;
+                           },
+                           [&](fonts::distance const& d) {
+                               mx += d.distance_x * ms;
+                               my += d.distance_y * ms;
+                           },
+                       },
+                       m.mark_place);
+            out.push_back({&m.mark_glyph, mx, my, ms, true});
+        }
+        double end = start + advance;
+        if (gr.grapheme_kerning) {
+            end += *gr.grapheme_kerning * s;
+        }
+        end += letter_spacing;
+        prev_start = start;
+        prev_end = end;
+        prev_size = s;
+        prev_y = y;
+    }
+    return out;
+}
+
+fonts::font_req request_of(css::style::style const& style) {
+    fonts::font_req req;
+    if (style.font_props) {
+        req.font_req_weight = fonts::query::weight_of(style.font_props->font_props_font_weight);
+        switch (style.font_props->font_props_font_style) {
+        case css::fonts::font_style::normal:
+            req.font_req_style = fonts::match::font_style::normal;
+            break;
+        case css::fonts::font_style::italic:
+            req.font_req_style = fonts::match::font_style::italic;
+            break;
+        case css::fonts::font_style::oblique:
+            req.font_req_style = fonts::match::font_style::oblique;
+            break;
+        }
+    }
+    return req;
+}
+
+// Writes one run: selects the font, moves the text position to the run's start, shows the bytes; an
+// imitated bold shows them a second time a little to the right.
+void show_run(content::out const& o,
+              content::gs& g,
+              text_cursor& cursor,
+              std::vector<fonts::glyph const*> const& glyphs,
+              placed_glyph const& first,
+              fonts::synthesis const& imitate) {
+    int const id = first.placed->glyph_font_ref->used_font_id;
+    content::font(o, g, id, first.placed_size);
+    std::string const bytes = glyph_bytes(glyphs);
+    bool const hex = first.placed->glyph_font_ref->used_font_encoding->get() ==
+                     fonts::font_pdf_encoding::identity_encoding;
+    auto show = [&](double x, double y) {
+        if (imitate.synthesis_italic) {
+            content::text_matrix(o, g, {.c = 0.2, .e = x, .f = y});
+            cursor = {x, y, true};
+        } else if (cursor.cursor_slanted) {
+            content::text_matrix(o, g, {.e = x, .f = y});
+            cursor = {x, y, false};
+        } else {
+            content::position(o, g, x - cursor.cursor_x, y - cursor.cursor_y);
+            cursor.cursor_x = x;
+            cursor.cursor_y = y;
+        }
+        if (hex) {
+            content::show_hex(o, bytes);
+        } else {
+            content::show_literal(o, bytes);
+        }
+    };
+    show(first.placed_x, first.placed_y);
+    if (imitate.synthesis_bold) {
+        show(first.placed_x + 0.02 * first.placed_size, first.placed_y);
+    }
+}
+
+void paint_placed(content::out const& o,
+                  content::gs& g,
+                  text_cursor& cursor,
+                  std::vector<placed_glyph> const& placed,
+                  double letter_spacing,
+                  css::style::style const& style,
+                  text_options const& options) {
+    fonts::font_req const req = request_of(style);
+    std::size_t i = 0;
+    while (i < placed.size()) {
+        // A run goes on while the glyphs keep the font and size, and each stands where the one before
+        // leaves the text position: its advance plus the letter spacing.
+        std::vector<fonts::glyph const*> run{placed[i].placed};
+        std::size_t j = i + 1;
+        while (j < placed.size() && !placed[j].placed_starts_run) {
+            auto const& prev = placed[j - 1];
+            auto const& next = placed[j];
+            bool const same_font = next.placed->glyph_font_ref == prev.placed->glyph_font_ref &&
+                                   next.placed_size == prev.placed_size;
+            double const expected = prev.placed_x + prev.placed->glyph_hori_advance * prev.placed_size + letter_spacing;
+            if (!same_font || std::abs(next.placed_x - expected) > same_place ||
+                std::abs(next.placed_y - prev.placed_y) > same_place) {
+                break;
+            }
+            run.push_back(next.placed);
+            ++j;
+        }
+        fonts::synthesis const imitate = options.artificial_fonts
+                                             ? fonts::synthesis_needed(req, placed[i].placed->glyph_font_ref)
+                                             : fonts::synthesis{};
+        show_run(o, g, cursor, run, placed[i], imitate);
+        i = j;
+    }
+}
+
+void paint_line_style(content::out const& o,
+                      content::gs& g,
+                      css::text::text_line_style line_style,
+                      double x,
+                      double width,
+                      double y,
+                      double thick,
+                      bool second_above,
+                      paint_color::paint const& p,
+                      double alpha) {
+    using css::text::text_line_style;
+    switch (line_style) {
+    case text_line_style::none:
+        return;
+    case text_line_style::solid:
+        paint_color::set_fill(o, g, p, alpha);
+        content::rect(o, g, x, y - thick / 2, width, thick);
+        content::fill(o);
+        return;
+    case text_line_style::double_: {
+        paint_color::set_fill(o, g, p, alpha);
+        double const other = second_above ? y + 2 * thick : y - 2 * thick;
+        content::rect(o, g, x, y - thick / 2, width, thick);
+        content::rect(o, g, x, other - thick / 2, width, thick);
+        content::fill(o);
+        return;
+    }
+    case text_line_style::dotted:
+    case text_line_style::dashed: {
+        bool const dashed = line_style == text_line_style::dashed;
+        content::save(o, g);
+        paint_color::set_stroke(o, g, p, alpha);
+        content::line_width(o, g, thick);
+        content::line_cap(o, g, content::stroke_linecap::butt);
+        content::dash(o, g, {.array = borders::adjusted_dash(width, dashed ? 3 * thick : thick,
+                                                             dashed ? 2 * thick : thick)});
+        content::move(o, g, x, y);
+        content::line(o, g, x + width, y);
+        content::stroke(o);
+        content::restore(o, g);
+        return;
+    }
+    case text_line_style::wavy: {
+        // Half waves of four thicknesses, up and down by one thickness each side of the line.
+        double const half = 4 * thick;
+        double const amp = thick;
+        content::save(o, g);
+        paint_color::set_stroke(o, g, p, alpha);
+        content::line_width(o, g, thick);
+        content::move(o, g, x, y);
+        double at = x;
+        bool up = true;
+        while (at < x + width - same_place) {
+            double const step = std::min(half, x + width - at);
+            double const peak = up ? y + 2 * amp : y - 2 * amp;
+            content::curve(o, g, at + step / 3, peak, at + 2 * step / 3, peak, at + step, y);
+            at += step;
+            up = !up;
+        }
+        content::stroke(o);
+        content::restore(o, g);
+        return;
+    }
+    }
+}
+
+} // namespace
+
+std::string glyph_bytes(std::span<fonts::glyph const* const> glyphs) {
+    std::string out;
+    for (auto const* gl : glyphs) {
+        auto const encoding = gl->glyph_font_ref->used_font_encoding->get();
+        if (encoding == fonts::font_pdf_encoding::identity_encoding) {
+            int const index = gl->glyph_index ? gl->glyph_index->get() : int(gl->glyph_source);
+            out += char((index >> 8) & 0xff);
+            out += char(index & 0xff);
+            continue;
+        }
+        for (char32_t c : gl->glyph_unicodes) {
+            auto const code = macroman::from_unicode(c);
+            if (!code) {
+                char buf[16];
+                std::snprintf(buf, sizeof buf, "U+%04X", unsigned(c));
+                throw internal_error(std::string("glyphs_to_macromans: invalid character ") + buf);
+            }
+            out += char(*code);
+        }
+    }
+    return out;
+}
+
+void paint_graphemes(content::out const& o,
+                     content::gs& g,
+                     text_cursor& cursor,
+                     std::span<fonts::grapheme const> graphemes,
+                     double x,
+                     double baseline,
+                     css::style::style const& style,
+                     double context_alpha,
+                     text_options const& options) {
+    if (graphemes.empty()) {
+        return;
+    }
+    auto const p = paint_color::paint_of(style.color);
+    if (!p) {
+        return;
+    }
+    double const letter_spacing = spacing_of(style.letter_spacing);
+    paint_color::set_fill(o, g, *p, context_alpha);
+    content::character_spacing(o, g, letter_spacing);
+    content::word_spacing(o, g, 0);
+    auto const placed = place(graphemes, x, baseline, style.font_size, letter_spacing);
+    paint_placed(o, g, cursor, placed, letter_spacing, style, options);
+}
+
+void paint_chars(content::out const& o,
+                 content::gs& g,
+                 text_cursor& cursor,
+                 pack::charsbox const& run,
+                 double baseline,
+                 css::style::style const& style,
+                 double context_alpha,
+                 text_options const& options) {
+    if (!shows(run) || run.charsbox_content.empty()) {
+        return;
+    }
+    std::vector<fonts::grapheme> visual = run.charsbox_content;
+    if (run.charsbox_direction == fonts::direction::rtl) {
+        std::reverse(visual.begin(), visual.end());
+    }
+    double const y = baseline + run.charsbox_y;
+    if (auto const* l = std::get_if<pack::leader>(&run.charsbox_type)) {
+        // The pattern repeats as many whole times as fit, ending where the run ends.
+        double const one = l->leader_width;
+        if (one <= 0) {
+            return;
+        }
+        int const copies = int(std::floor(run.charsbox_w / one + 1e-4));
+        double x = run.charsbox_x + run.charsbox_w - copies * one;
+        for (int i = 0; i < copies; ++i, x += one) {
+            paint_graphemes(o, g, cursor, visual, x, y, style, context_alpha, options);
+        }
+        return;
+    }
+    paint_graphemes(o, g, cursor, visual, run.charsbox_x, y, style, context_alpha, options);
+}
+
+void paint_decorations(content::out const& o,
+                       content::gs& g,
+                       decoration_layer layer,
+                       double x,
+                       double width,
+                       double baseline,
+                       css::style::style const& style,
+                       font_metrics::font_metrics_scaled const& metrics,
+                       double context_alpha) {
+    if (width <= 0) {
+        return;
+    }
+    // A font without underline numbers gets a line of a fourteenth of the size, a tenth below the baseline.
+    double const thick = metrics.underline_thick > 0 ? metrics.underline_thick : style.font_size / 14.0;
+    double const under = metrics.underline_thick > 0 ? metrics.underline_pos : -style.font_size / 10.0;
+    double const up = metrics.up > 0 ? metrics.up : style.font_size * 0.8;
+    auto draw = [&](css::text::text_line_style line_style, css::color::color const& c, double y, bool above) {
+        if (line_style == css::text::text_line_style::none) {
+            return;
+        }
+        if (auto const p = paint_color::paint_of(c)) {
+            paint_line_style(o, g, line_style, x, width, y, thick, above, *p, context_alpha);
+        }
+    };
+    switch (layer) {
+    case decoration_layer::under_text:
+        draw(style.text_underline_style, style.text_underline_color, baseline + under, false);
+        draw(style.text_overline_style, style.text_overline_color, baseline + up - thick / 2, true);
+        break;
+    case decoration_layer::over_text:
+        // Through the middle of lower-case letters: about a third of the ascent.
+        draw(style.text_line_through_style, style.text_line_through_color, baseline + up * 0.3, false);
+        break;
+    }
+}
+
+bool shows(pack::charsbox const& run) {
+    return std::visit(overloaded{
+                          [](pack::normal const&) { return true; },
+                          [](pack::charlike_space const&) { return true; },
+                          [](pack::pre_space const&) { return true; },
+                          [](pack::newline const&) { return false; },
+                          [](pack::leader const&) { return true; },
+                          [](pack::indent const&) { return false; },
+                          [](pack::glue const&) { return true; },
+                      },
+                      run.charsbox_type);
+}
+
+void add_font_ids(std::span<fonts::grapheme const> graphemes, std::set<int>& ids) {
+    for (auto const& gr : graphemes) {
+        if (gr.base_glyph.glyph_font_ref) {
+            ids.insert(gr.base_glyph.glyph_font_ref->used_font_id);
+        }
+        for (auto const& m : gr.grapheme_marks) {
+            if (m.mark_glyph.glyph_font_ref) {
+                ids.insert(m.mark_glyph.glyph_font_ref->used_font_id);
+            }
+        }
+    }
+}
+
+} // namespace vellum::pdf::paint_text

@@ -1,0 +1,996 @@
+#include "pdf/painter.hpp"
+
+#include "pdf/borders.hpp"
+#include "pdf/paint_color.hpp"
+#include "pdf/paint_text.hpp"
+#include "util/matrix.hpp"
+#include "util/ref.hpp"
+#include "util/result.hpp"
+
+#include <cmath>
+#include <functional>
+#include <set>
+
+namespace vellum::pdf::painter {
+
+namespace {
+
+using pack::box;
+
+// ---- How a box takes part in its parent's stacking context ----------------------------------------------
+
+// The layers of a stacking context that the walks over its descendants paint, after its own background
+// and the contexts of negative z-index, before those of positive z-index.
+enum class layer { block_backgrounds, floats, inline_content, positioned };
+
+// A box in normal flow, a float, a positioned box without a z-index (painted as if it made a context,
+// in the positioned layer), or a stacking context with a z-index.
+struct in_flow {};
+struct floating {};
+struct positioned_auto {};
+struct stacking {
+    int stacking_z = 0;
+};
+using participation = std::variant<in_flow, floating, positioned_auto, stacking>;
+
+bool is_positioned(css::style::style const& s) {
+    auto const* kind = std::get_if<css::box::position_kind>(&s.bit_props.bit_props_position);
+    return kind && *kind != css::box::position_kind::static_;
+}
+
+bool makes_context_alone(css::style::style const& s) {
+    return s.opacity < 1 || !s.transform.empty();
+}
+
+participation participation_of(box const& b, bool in_float_list) {
+    auto const& s = *b.box_style;
+    auto const* z = std::get_if<int>(&s.z_index);
+    if (is_positioned(s) && z) {
+        return stacking{*z};
+    }
+    if (makes_context_alone(s)) {
+        // Opacity and transforms make a context at z-index 0 for a box without a z-index.
+        return is_positioned(s) ? participation{positioned_auto{}} : participation{stacking{0}};
+    }
+    if (is_positioned(s)) {
+        return positioned_auto{};
+    }
+    auto const* f = std::get_if<css::box::float_kind>(&s.float_);
+    if (in_float_list || (f && *f != css::box::float_kind::none)) {
+        return floating{};
+    }
+    return in_flow{};
+}
+
+// A child box, and whether it came as a float of a paragraph.
+struct child {
+    box const* child_box = nullptr;
+    bool child_is_float = false;
+};
+
+void add_children(pack::box_content const& content, std::vector<child>& out) {
+    auto add = [&](vellum::ref<box> const& b, bool is_float = false) {
+        if (b) {
+            out.push_back({b.get(), is_float});
+        }
+    };
+    std::visit(overloaded{
+                   [&](pack::with_abs const& w) {
+                       if (w.with_abs_content) {
+                           add_children(*w.with_abs_content, out);
+                       }
+                       for (auto const& b : w.with_abs_boxes) {
+                           add(b);
+                       }
+                   },
+                   [&](pack::boxes const& bs) {
+                       for (auto const& b : bs.boxes_list) {
+                           add(b);
+                       }
+                   },
+                   [&](pack::table_anony_box const& t) {
+                       for (auto const& b : t.table_anony_boxes) {
+                           add(b);
+                       }
+                   },
+                   [&](pack::table const& t) {
+                       for (auto const& r : t.table_box.rows) {
+                           add(r.row_content);
+                       }
+                   },
+                   [&](pack::para const& p) {
+                       for (auto const& item : p.para_lines) {
+                           if (auto const* f = std::get_if<pack::float_box>(&item)) {
+                               add(f->float_box_box, true);
+                           }
+                       }
+                   },
+                   [&](pack::list const& l) {
+                       if (l.list_box.markerbox) {
+                           add(*l.list_box.markerbox);
+                       }
+                       add(l.list_box.list_content);
+                   },
+                   [&](pack::column const& c) {
+                       for (auto const& b : c.column_box.column_content) {
+                           add(b);
+                       }
+                   },
+                   [](pack::image const&) {},
+               },
+               content);
+}
+
+std::vector<child> children_of(box const& b) {
+    std::vector<child> out;
+    add_children(b.box_content, out);
+    return out;
+}
+
+borders::frame border_frame(box const& b) {
+    return {b.box_x, b.box_y - b.box_h, b.box_x + b.box_w, b.box_y};
+}
+
+borders::widths padding_widths(css::used_style::used_style const& u) {
+    return {u.used_padding_top, u.used_padding_right, u.used_padding_bottom, u.used_padding_left};
+}
+
+double resolve(css::box::length_or_percent<float> const& v, double reference) {
+    return std::visit(overloaded{
+                          [](float f) { return double(f); },
+                          [&](css::units::percentage const& p) { return double(p.percentage_value) * reference / 100; },
+                      },
+                      v);
+}
+
+// The CSS transform of a box on the page. CSS writes transforms with y growing downward; each function
+// is turned into the page's y-up system, and the whole is applied about the transform origin.
+matrix::matrix transform_of(box const& b) {
+    auto const& s = *b.box_style;
+    float const ox = b.box_x + float(resolve(s.transform_origin.origin_x, b.box_w));
+    float const oy = b.box_y - float(resolve(s.transform_origin.origin_y, b.box_h));
+    matrix::matrix m = matrix::translate(-ox, -oy);
+    // The last function is applied to the box first.
+    for (auto it = s.transform.rbegin(); it != s.transform.rend(); ++it) {
+        matrix::matrix const step = std::visit(
+            overloaded{
+                [](css::box::transform_matrix<css::box::length_or_percent<float>> const& t) {
+                    auto const& v = t.matrix_values;
+                    return matrix::matrix{v[0], -v[1], -v[2], v[3], v[4], -v[5]};
+                },
+                [&](css::box::transform_translate<css::box::length_or_percent<float>> const& t) {
+                    return matrix::translate(float(resolve(t.translate_x, b.box_w)),
+                                             -float(resolve(t.translate_y, b.box_h)));
+                },
+                [](css::box::transform_scale const& t) { return matrix::scale(t.scale_x, t.scale_y); },
+                // Clockwise on the page is a negative angle with y upward.
+                [](css::box::transform_rotate const& t) { return matrix::rotate(-t.rotate_angle); },
+                [](css::box::transform_skew const& t) {
+                    return matrix::matrix{1, -std::tan(t.skew_y), -std::tan(t.skew_x), 1, 0, 0};
+                },
+            },
+            *it);
+        m = matrix::then(m, step);
+    }
+    return matrix::then(m, matrix::translate(ox, oy));
+}
+
+bool is_visible(css::style::style const& s) {
+    return s.rare_props == nullptr || s.rare_props->rare_props_visibility == css::box::visibility::visible;
+}
+
+// ---- The painter ---------------------------------------------------------------------------------------
+
+struct painter {
+    log::log const& log;
+    content::out const& o;
+    content::gs& g;
+    paint_options options;
+    /// The opacity of the stacking contexts around what is being painted.
+    double alpha = 1;
+    bool warned_images = false;
+    bool warned_spot = false;
+
+    void warn_once(bool& flag, std::string_view text) {
+        if (!flag) {
+            flag = true;
+            log::log_warning(log, text);
+        }
+    }
+
+    void check_spot(paint_color::paint const& p) {
+        if (p.paint_spot_substituted) {
+            warn_once(warned_spot, "spot colours are not supported yet: painted in grey");
+        }
+    }
+
+    // A background colour over its clip box, rounded as the border is; image layers wait for images.
+    void background(borders::frame const& border_box,
+                    css::style::style const& style,
+                    css::used_style::used_style const& used) {
+        if (!is_visible(style)) {
+            return;
+        }
+        auto const& layers = used.used_background ? used.used_background : style.background;
+        if (layers) {
+            for (auto const& image : layers->background_image) {
+                if (!std::holds_alternative<css::box::none_value>(image)) {
+                    warn_once(warned_images, "background images are not supported yet");
+                }
+            }
+        }
+        auto const p = paint_color::paint_of(used.used_background_color);
+        if (!p) {
+            return;
+        }
+        check_spot(*p);
+        // The colour is clipped like the bottom layer.
+        auto clip = css::box::background_box::border_box;
+        if (layers && !layers->background_clip.empty()) {
+            clip = layers->background_clip.back();
+        }
+        borders::frame area = border_box;
+        borders::radii r = borders::used_radii(used.used_borders, border_box);
+        borders::widths const w = borders::border_widths(used.used_borders);
+        if (clip != css::box::background_box::border_box) {
+            area = borders::inset(area, w);
+            r = borders::inset(r, w);
+        }
+        if (clip == css::box::background_box::content_box) {
+            area = borders::inset(area, padding_widths(used));
+            r = borders::inset(r, padding_widths(used));
+        }
+        if (area.right <= area.left || area.top <= area.bottom) {
+            return;
+        }
+        paint_color::set_fill(o, g, *p, alpha);
+        borders::rounded_path(o, g, area, r);
+        content::fill_even_odd(o);
+    }
+
+    void border(borders::frame const& border_box,
+                css::style::style const& style,
+                css::used_style::used_style const& used) {
+        if (!is_visible(style)) {
+            return;
+        }
+        borders::paint_border(o, g, border_box, used.used_borders, alpha);
+    }
+
+    void own_background(box const& b) {
+        background(border_frame(b), *b.box_style, b.box_used_style);
+        border(border_frame(b), *b.box_style, b.box_used_style);
+    }
+
+    // Clips to the padding box with its rounded corners, for overflow: hidden and clip: rect().
+    bool open_clip(box const& b) {
+        auto const& s = *b.box_style;
+        auto const* rect = std::get_if<css::box::clip_rect<float>>(&s.clip);
+        bool const hidden = s.overflow == css::box::overflow::hidden;
+        if (!hidden && !rect) {
+            return false;
+        }
+        content::save(o, g);
+        borders::frame const outer = border_frame(b);
+        if (hidden) {
+            auto const w = borders::border_widths(b.box_used_style.used_borders);
+            borders::rounded_path(o, g, borders::inset(outer, w),
+                                  borders::inset(borders::used_radii(b.box_used_style.used_borders, outer), w));
+            content::clip_even_odd(o);
+            content::end_path(o);
+        }
+        if (rect) {
+            // Offsets from the top left corner of the border box; "auto" keeps that edge.
+            auto const& sides = rect->clip_sides;
+            double const top = sides[0] ? outer.top - *sides[0] : outer.top;
+            double const right = sides[1] ? outer.left + *sides[1] : outer.right;
+            double const bottom = sides[2] ? outer.top - *sides[2] : outer.bottom;
+            double const left = sides[3] ? outer.left + *sides[3] : outer.left;
+            content::rect(o, g, left, bottom, right - left, top - bottom);
+            content::clip(o);
+            content::end_path(o);
+        }
+        return true;
+    }
+
+    // The content of a box packed turned (vertical text in horizontal flow) is turned back into it.
+    bool open_rotation(box const& b) {
+        if (!b.rotate_content) {
+            return false;
+        }
+        content::save(o, g);
+        content::concat(o, g, {0, -1, 1, 0, b.box_x + b.box_w - b.box_y, b.box_y + b.box_x});
+        return true;
+    }
+
+    // Runs `paint` inside the clip and turn of a box's content.
+    void inside(box const& b, std::function<void()> const& paint) {
+        bool const clipped = open_clip(b);
+        bool const turned = open_rotation(b);
+        paint();
+        if (turned) {
+            content::restore(o, g);
+        }
+        if (clipped) {
+            content::restore(o, g);
+        }
+    }
+
+    // A box that makes a stacking context (or is painted as if it did): its transform and opacity around
+    // its own background and the layers of its descendants.
+    void context(box const& b) {
+        auto const& s = *b.box_style;
+        bool const transformed = !s.transform.empty();
+        bool const translucent = s.opacity < 1;
+        double const outer_alpha = alpha;
+        if (transformed || translucent) {
+            content::save(o, g);
+        }
+        if (transformed) {
+            content::concat(o, g, transform_of(b));
+        }
+        if (translucent) {
+            alpha *= std::max(0.0f, s.opacity);
+        }
+        own_background(b);
+        inside(b, [&] { layers(b); });
+        alpha = outer_alpha;
+        if (transformed || translucent) {
+            content::restore(o, g);
+        }
+    }
+
+    // The layers of a context's descendants, in the painting order of CSS.
+    void layers(box const& root) {
+        std::set<int> zs;
+        gather_z(root, zs);
+        for (int z : zs) {
+            if (z < 0) {
+                paint_z(root, z);
+            }
+        }
+        walk(root, layer::block_backgrounds);
+        walk(root, layer::floats);
+        walk(root, layer::inline_content);
+        walk(root, layer::positioned);
+        for (int z : zs) {
+            if (z > 0) {
+                paint_z(root, z);
+            }
+        }
+    }
+
+    void gather_z(box const& b, std::set<int>& zs) {
+        for (auto const& c : children_of(b)) {
+            std::visit(overloaded{
+                           [&](in_flow const&) { gather_z(*c.child_box, zs); },
+                           [](floating const&) {},
+                           [](positioned_auto const&) {},
+                           [&](stacking const& s) { zs.insert(s.stacking_z); },
+                       },
+                       participation_of(*c.child_box, c.child_is_float));
+        }
+    }
+
+    void paint_z(box const& b, int z) {
+        for (auto const& c : children_of(b)) {
+            std::visit(overloaded{
+                           [&](in_flow const&) { inside(*c.child_box, [&] { paint_z(*c.child_box, z); }); },
+                           [](floating const&) {},
+                           [](positioned_auto const&) {},
+                           [&](stacking const& s) {
+                               if (s.stacking_z == z) {
+                                   context(*c.child_box);
+                               }
+                           },
+                       },
+                       participation_of(*c.child_box, c.child_is_float));
+        }
+    }
+
+    // One layer over a box's descendants in normal flow; floats and positioned boxes are painted whole
+    // in their own layer.
+    void walk(box const& b, layer l) {
+        if (l == layer::inline_content) {
+            own_inline_content(b);
+        }
+        for (auto const& c : children_of(b)) {
+            std::visit(overloaded{
+                           [&](in_flow const&) {
+                               if (l == layer::block_backgrounds) {
+                                   own_background(*c.child_box);
+                               }
+                               inside(*c.child_box, [&] { walk(*c.child_box, l); });
+                           },
+                           [&](floating const&) {
+                               if (l == layer::floats) {
+                                   context(*c.child_box);
+                               }
+                           },
+                           [&](positioned_auto const&) {
+                               if (l == layer::positioned) {
+                                   context(*c.child_box);
+                               }
+                           },
+                           [&](stacking const& s) {
+                               if (l == layer::positioned && s.stacking_z == 0) {
+                                   context(*c.child_box);
+                               }
+                           },
+                       },
+                       participation_of(*c.child_box, c.child_is_float));
+        }
+        if (l == layer::block_backgrounds) {
+            after_children_backgrounds(b);
+        }
+    }
+
+    // What a box draws over its children's backgrounds: collapsed table borders and column rules.
+    void after_children_backgrounds(box const& b) {
+        if (auto const* t = std::get_if<pack::table>(&b.box_content)) {
+            // The horizontal sides of each row first, then the vertical ones.
+            for (auto const& row : t->table_box.borders) {
+                for (auto const& cell : row) {
+                    css::box::borders sides;
+                    sides.borders_top = cell.collapsed_borders.borders_top;
+                    sides.borders_bottom = cell.collapsed_borders.borders_bottom;
+                    borders::paint_border(o, g, collapsed_frame(cell), sides, alpha);
+                }
+            }
+            for (auto const& row : t->table_box.borders) {
+                for (auto const& cell : row) {
+                    css::box::borders sides;
+                    sides.borders_left = cell.collapsed_borders.borders_left;
+                    sides.borders_right = cell.collapsed_borders.borders_right;
+                    borders::paint_border(o, g, collapsed_frame(cell), sides, alpha);
+                }
+            }
+        }
+        if (auto const* c = std::get_if<pack::column>(&b.box_content)) {
+            for (auto const& rule : c->column_box.column_rules) {
+                if (!rule.rulebox_style || !is_visible(*rule.rulebox_style)) {
+                    continue;
+                }
+                auto const& s = *rule.rulebox_style;
+                css::box::border const side{.border_color = s.column_rule_color,
+                                            .border_style = s.column_rule_style,
+                                            .border_width = s.column_rule_width};
+                borders::paint_rule(o, g, rule.rulebox_pos.x, rule.rulebox_pos.y, rule.rulebox_length, side,
+                                    alpha);
+            }
+        }
+    }
+
+    static borders::frame collapsed_frame(pack::border_box const& c) {
+        return {c.border_box_x, c.border_box_y - c.border_box_h, c.border_box_x + c.border_box_w, c.border_box_y};
+    }
+
+    // The inline content of a box itself: its lines, or its replaced content.
+    void own_inline_content(box const& b) {
+        if (auto const* p = std::get_if<pack::para>(&b.box_content)) {
+            for (auto const& item : p->para_lines) {
+                if (auto const* line = std::get_if<pack::linebox>(&item)) {
+                    paint_line(*line, *b.box_style);
+                }
+            }
+        }
+        if (std::holds_alternative<pack::image>(b.box_content)) {
+            warn_once(warned_images, "images are not supported yet");
+        }
+    }
+
+    // ---- Lines ----------------------------------------------------------------------------------------
+
+    // Walks a line's spans with the style and metrics that each run of text takes from its span.
+    using span_visit = std::function<void(pack::spanbox const&,
+                                          css::style::style const&,
+                                          font_metrics::font_metrics_scaled const&)>;
+
+    void each_span(std::vector<pack::spanbox> const& spans,
+                   css::style::style const& style,
+                   font_metrics::font_metrics_scaled const& metrics,
+                   span_visit const& visit) {
+        for (auto const& s : spans) {
+            visit(s, style, metrics);
+            if (auto const* nested = std::get_if<vellum::ref<pack::nested_spanbox>>(&s); nested && *nested) {
+                auto const& n = **nested;
+                each_span(n.spanbox_content, n.spanbox_style ? *n.spanbox_style : style, n.spanbox_font_metrics,
+                          visit);
+            }
+        }
+    }
+
+    static borders::frame span_frame(pack::nested_spanbox const& n, double base) {
+        auto const& u = n.spanbox_used_style;
+        auto const w = borders::border_widths(u.used_borders);
+        double const top = base + n.spanbox_y + u.used_padding_top + w.top;
+        double const bottom = base + n.spanbox_y - n.spanbox_h - u.used_padding_bottom - w.bottom;
+        return {n.spanbox_x, bottom, n.spanbox_x + n.spanbox_w, top};
+    }
+
+    void paint_line(pack::linebox const& line, css::style::style const& para_style) {
+        double const base = line.linebox_base;
+        // Backgrounds and borders of inline elements, outer ones first.
+        each_span(line.linebox_content, para_style, line.linebox_font_metrics,
+                  [&](pack::spanbox const& s, css::style::style const&, font_metrics::font_metrics_scaled const&) {
+                      auto const* nested = std::get_if<vellum::ref<pack::nested_spanbox>>(&s);
+                      if (!nested || !*nested || !(*nested)->spanbox_style) {
+                          return;
+                      }
+                      auto const& n = **nested;
+                      background(span_frame(n, base), *n.spanbox_style, n.spanbox_used_style);
+                      border(span_frame(n, base), *n.spanbox_style, n.spanbox_used_style);
+                  });
+        decorations(line, para_style, paint_text::decoration_layer::under_text);
+
+        bool open = false;
+        paint_text::text_cursor cursor;
+        auto begin = [&] {
+            if (!open) {
+                content::begin_text(o);
+                open = true;
+                cursor = {};
+            }
+        };
+        paint_text::text_options const text_opts{.artificial_fonts = options.artificial_fonts};
+        each_span(line.linebox_content, para_style, line.linebox_font_metrics,
+                  [&](pack::spanbox const& s, css::style::style const& style, font_metrics::font_metrics_scaled const&) {
+                      if (auto const* chars = std::get_if<pack::charsbox>(&s)) {
+                          if (!is_visible(style) || !paint_text::shows(*chars) || chars->charsbox_content.empty()) {
+                              return;
+                          }
+                          if (auto const p = paint_color::paint_of(style.color)) {
+                              check_spot(*p);
+                          }
+                          begin();
+                          paint_text::paint_chars(o, g, cursor, *chars, base, style, alpha, text_opts);
+                      }
+                      if (auto const* nested = std::get_if<vellum::ref<pack::nested_spanbox>>(&s);
+                          nested && *nested && !(*nested)->spanbox_ellipsis.empty() && is_visible(style)) {
+                          auto const& n = **nested;
+                          begin();
+                          paint_text::paint_graphemes(o, g, cursor, n.spanbox_ellipsis, n.spanbox_x + n.spanbox_w,
+                                                      base + n.spanbox_base, n.spanbox_style ? *n.spanbox_style : style,
+                                                      alpha, text_opts);
+                      }
+                  });
+        if (!line.linebox_ellipsis.empty() && is_visible(para_style)) {
+            begin();
+            paint_text::paint_graphemes(o, g, cursor, line.linebox_ellipsis, line.linebox_x + line.linebox_w, base,
+                                        para_style, alpha, text_opts);
+        }
+        if (open) {
+            content::end_text(o);
+        }
+        decorations(line, para_style, paint_text::decoration_layer::over_text);
+
+        // Inline blocks are painted whole, as stacking contexts, with their y on the baseline.
+        each_span(line.linebox_content, para_style, line.linebox_font_metrics,
+                  [&](pack::spanbox const& s, css::style::style const&, font_metrics::font_metrics_scaled const&) {
+                      auto const* inline_box = std::get_if<pack::inline_box>(&s);
+                      if (!inline_box || !inline_box->inline_box_box) {
+                          return;
+                      }
+                      content::save(o, g);
+                      content::concat(o, g, matrix::translate(0, float(base)));
+                      context(*inline_box->inline_box_box);
+                      content::restore(o, g);
+                  });
+    }
+
+    void decorations(pack::linebox const& line,
+                     css::style::style const& para_style,
+                     paint_text::decoration_layer which) {
+        each_span(line.linebox_content, para_style, line.linebox_font_metrics,
+                  [&](pack::spanbox const& s, css::style::style const& style,
+                      font_metrics::font_metrics_scaled const& metrics) {
+                      auto const* chars = std::get_if<pack::charsbox>(&s);
+                      if (!chars || !is_visible(style) || !paint_text::shows(*chars)) {
+                          return;
+                      }
+                      paint_text::paint_decorations(o, g, which, chars->charsbox_x, chars->charsbox_w,
+                                                    line.linebox_base + chars->charsbox_y, style, metrics, alpha);
+                  });
+    }
+
+    // ---- Pages ----------------------------------------------------------------------------------------
+
+    // The children of the page body (or of a margin box) as the root stacking context.
+    void root_context(std::vector<vellum::ref<box>> const& content) {
+        box root{.box_content = pack::boxes{content}, .box_style = css::style::initial_style()};
+        layers(root);
+    }
+
+    void marks(pack::packed_page const& page) {
+        if (page.marks == pack::page_marks::none) {
+            return;
+        }
+        // Registration colour: every process ink at full strength.
+        content::stroke_color(o, g, color::cmyk{1, 1, 1, 1});
+        content::line_width(o, g, 0.1);
+        auto const& t = page.trimbox;
+        double const from = page.mark_offset;
+        double const to = page.mark_offset + page.mark_length;
+        auto segment = [&](double x1, double y1, double x2, double y2) {
+            content::move(o, g, x1, y1);
+            content::line(o, g, x2, y2);
+        };
+        bool const crop = page.marks == pack::page_marks::crop || page.marks == pack::page_marks::both;
+        bool const cross = page.marks == pack::page_marks::cross || page.marks == pack::page_marks::both;
+        if (crop) {
+            for (double x : {double(t.left), double(t.right)}) {
+                double const out = x == t.left ? -1 : 1;
+                for (double y : {double(t.bottom), double(t.top)}) {
+                    double const up = y == t.bottom ? -1 : 1;
+                    // One line along each edge of the corner, running away from the trim box.
+                    segment(x, y + up * from, x, y + up * to);
+                    segment(x + out * from, y, x + out * to, y);
+                }
+            }
+        }
+        if (cross) {
+            double const away = page.mark_length / 2;
+            double const mx = (t.left + t.right) / 2;
+            double const my = (t.bottom + t.top) / 2;
+            for (auto [cx, cy] : {std::pair{mx, t.top + away}, std::pair{mx, t.bottom - away},
+                                  std::pair{t.left - away, my}, std::pair{t.right + away, my}}) {
+                segment(cx - 30, cy, cx + 30, cy);
+                segment(cx, cy - 30, cx, cy + 30);
+                circle(cx, cy, 6);
+            }
+        }
+        content::stroke(o);
+    }
+
+    void circle(double cx, double cy, double r) {
+        double const k = 0.5522847498 * r;
+        content::move(o, g, cx + r, cy);
+        content::curve(o, g, cx + r, cy + k, cx + k, cy + r, cx, cy + r);
+        content::curve(o, g, cx - k, cy + r, cx - r, cy + k, cx - r, cy);
+        content::curve(o, g, cx - r, cy - k, cx - k, cy - r, cx, cy - r);
+        content::curve(o, g, cx + k, cy - r, cx + r, cy - k, cx + r, cy);
+        content::close(o);
+    }
+
+    void page(pack::packed_page const& p) {
+        float const w = p.mediabox.right - p.mediabox.left;
+        float const h = p.mediabox.top - p.mediabox.bottom;
+        bool const rotated = p.rotate_body != pack::rotate_body::rotate_body_0;
+        if (rotated) {
+            content::save(o, g);
+            switch (p.rotate_body) {
+            case pack::rotate_body::rotate_body_0:
+                break;
+            case pack::rotate_body::rotate_body_90:
+                content::concat(o, g, {0, 1, -1, 0, w, 0});
+                break;
+            case pack::rotate_body::rotate_body_180:
+                content::concat(o, g, {-1, 0, 0, -1, w, h});
+                break;
+            case pack::rotate_body::rotate_body_270:
+                content::concat(o, g, {0, -1, 1, 0, 0, h});
+                break;
+            }
+        }
+        if (p.scaled) {
+            if (*p.scaled == 0) {
+                throw internal_error("float.'/': division by zero");
+            }
+            content::save(o, g);
+            float const k = 1 / *p.scaled;
+            content::concat(o, g, matrix::scale(k, k));
+        }
+        auto const& body = p.body_box;
+        borders::frame const page_box{body.body_pos.x, body.body_pos.y - body.body_size.h,
+                                      body.body_pos.x + body.body_size.w, body.body_pos.y};
+        if (body.body_box_style) {
+            background(page_box, *body.body_box_style, body.body_box_used_style);
+        }
+        if (body.body_style) {
+            // The document's background fills the page box inside its border.
+            auto const& s = *body.body_style;
+            css::used_style::used_style doc;
+            doc.used_background_color = s.background ? s.background->background_color : css::color::transparent{};
+            doc.used_background = s.background;
+            auto const inner = borders::inset(page_box, borders::border_widths(body.body_box_used_style.used_borders));
+            background(inner, s, doc);
+        }
+        if (body.body_box_style) {
+            border(page_box, *body.body_box_style, body.body_box_used_style);
+        }
+        root_context(body.body_content);
+        if (p.scaled) {
+            content::restore(o, g);
+        }
+        if (rotated) {
+            content::restore(o, g);
+        }
+
+        bool const shrink = p.scaled && p.shrink_margin_boxes;
+        if (shrink) {
+            content::save(o, g);
+            content::concat(o, g, matrix::scale(1 / *p.scaled, 1 / *p.scaled));
+        }
+        for (auto const& m : p.margin_boxes) {
+            borders::frame const frame{m.margin_pos.x, m.margin_pos.y - m.margin_size.h,
+                                       m.margin_pos.x + m.margin_size.w, m.margin_pos.y};
+            if (m.margin_box_style) {
+                background(frame, *m.margin_box_style, m.margin_box_used_style);
+                border(frame, *m.margin_box_style, m.margin_box_used_style);
+            }
+            if (m.margin_content) {
+                root_context({*m.margin_content});
+            }
+        }
+        if (shrink) {
+            content::restore(o, g);
+        }
+        marks(p);
+    }
+};
+
+// ---- Walking the tree for links and fonts ----------------------------------------------------------------
+
+struct tree_visitor {
+    std::function<void(box const&, double base)> on_box;
+    std::function<void(pack::nested_spanbox const&, double base)> on_span;
+    std::function<void(std::span<fonts::grapheme const>)> on_graphemes;
+};
+
+void visit_spans(std::vector<pack::spanbox> const& spans, double base, tree_visitor const& v);
+
+void visit_box(box const& b, double base, tree_visitor const& v) {
+    if (v.on_box) {
+        v.on_box(b, base);
+    }
+    for (auto const& c : children_of(b)) {
+        visit_box(*c.child_box, base, v);
+    }
+    if (auto const* p = std::get_if<pack::para>(&b.box_content)) {
+        for (auto const& item : p->para_lines) {
+            if (auto const* line = std::get_if<pack::linebox>(&item)) {
+                if (v.on_graphemes) {
+                    v.on_graphemes(line->linebox_ellipsis);
+                }
+                visit_spans(line->linebox_content, line->linebox_base, v);
+            }
+        }
+    }
+}
+
+void visit_spans(std::vector<pack::spanbox> const& spans, double base, tree_visitor const& v) {
+    for (auto const& s : spans) {
+        std::visit(overloaded{
+                       [&](vellum::ref<pack::nested_spanbox> const& n) {
+                           if (!n) {
+                               return;
+                           }
+                           if (v.on_span) {
+                               v.on_span(*n, base);
+                           }
+                           if (v.on_graphemes) {
+                               v.on_graphemes(n->spanbox_ellipsis);
+                           }
+                           visit_spans(n->spanbox_content, base, v);
+                       },
+                       [&](pack::inline_box const& i) {
+                           if (i.inline_box_box) {
+                               // Inline blocks stand on the baseline: their y is relative to it.
+                               visit_box(*i.inline_box_box, base, v);
+                           }
+                       },
+                       [&](pack::charsbox const& c) {
+                           if (v.on_graphemes) {
+                               v.on_graphemes(c.charsbox_content);
+                           }
+                       },
+                   },
+                   s);
+    }
+}
+
+void visit_page(pack::packed_page const& page, tree_visitor const& v, std::function<void(bool in_margin)> const& where) {
+    where(false);
+    for (auto const& b : page.body_box.body_content) {
+        if (b) {
+            visit_box(*b, 0, v);
+        }
+    }
+    where(true);
+    for (auto const& m : page.margin_boxes) {
+        if (m.margin_content && *m.margin_content) {
+            visit_box(**m.margin_content, 0, v);
+        }
+    }
+}
+
+std::string link_text(css::style::style const* s) {
+    if (s == nullptr) {
+        return {};
+    }
+    if (auto const* url = std::get_if<css::semantics::link_url>(&s->link)) {
+        return url->link_target.url_text;
+    }
+    return {};
+}
+
+number real(double v) {
+    return number{v};
+}
+
+} // namespace
+
+void paint_page(log::log const& log,
+                content::out const& o,
+                content::gs& g,
+                pack::packed_page const& page,
+                paint_options const& options) {
+    painter p{.log = log, .o = o, .g = g, .options = options};
+    p.page(page);
+}
+
+void paint_box(log::log const& log,
+               content::out const& o,
+               content::gs& g,
+               pack::box const& box,
+               paint_options const& options) {
+    painter p{.log = log, .o = o, .g = g, .options = options};
+    p.context(box);
+}
+
+std::vector<found_link> page_links(pack::packed_page const& page) {
+    std::vector<found_link> out;
+    bool in_margin = false;
+    auto add = [&](std::string const& url, pack::areas::area const& area) {
+        if (url.empty()) {
+            return;
+        }
+        out.push_back({.link_url = url,
+                       .link_area = area,
+                       .link_location = in_margin ? link_anchor_location::link_anchor_margin_box
+                                                  : link_anchor_location::link_anchor_page_body});
+    };
+    // A link that merely continues the one of the enclosing element is not found again: the inherited
+    // link is the same text, and its area lies within the outer one's.
+    std::function<void(box const&, double, std::string const&)> walk_box;
+    std::function<void(std::vector<pack::spanbox> const&, double, std::string const&)> walk_spans;
+    walk_box = [&](box const& b, double base, std::string const& outer) {
+        std::string const mine = link_text(b.box_style.get());
+        if (mine != outer) {
+            add(mine, {.top = float(b.box_y + base), .bottom = float(b.box_y + base - b.box_h),
+                       .left = b.box_x, .right = b.box_x + b.box_w});
+        }
+        for (auto const& c : children_of(b)) {
+            walk_box(*c.child_box, base, mine);
+        }
+        if (auto const* p = std::get_if<pack::para>(&b.box_content)) {
+            for (auto const& item : p->para_lines) {
+                if (auto const* line = std::get_if<pack::linebox>(&item)) {
+                    walk_spans(line->linebox_content, line->linebox_base, mine);
+                }
+            }
+        }
+    };
+    walk_spans = [&](std::vector<pack::spanbox> const& spans, double base, std::string const& outer) {
+        for (auto const& s : spans) {
+            if (auto const* n = std::get_if<vellum::ref<pack::nested_spanbox>>(&s); n && *n) {
+                std::string const mine = link_text((*n)->spanbox_style.get());
+                if (mine != outer) {
+                    add(mine, {.top = float(base + (*n)->spanbox_y),
+                               .bottom = float(base + (*n)->spanbox_y - (*n)->spanbox_h),
+                               .left = (*n)->spanbox_x,
+                               .right = (*n)->spanbox_x + (*n)->spanbox_w});
+                }
+                walk_spans((*n)->spanbox_content, base, mine);
+            } else if (auto const* i = std::get_if<pack::inline_box>(&s); i && i->inline_box_box) {
+                walk_box(*i->inline_box_box, base, outer);
+            }
+        }
+    };
+    for (auto const& b : page.body_box.body_content) {
+        if (b) {
+            walk_box(*b, 0, {});
+        }
+    }
+    in_margin = true;
+    for (auto const& m : page.margin_boxes) {
+        if (m.margin_content && *m.margin_content) {
+            walk_box(**m.margin_content, 0, {});
+        }
+    }
+    // A body laid out larger is shrunk onto the page, and so are its links.
+    if (page.scaled && *page.scaled != 0) {
+        float const k = 1 / *page.scaled;
+        for (auto& l : out) {
+            if (l.link_location == link_anchor_location::link_anchor_page_body || page.shrink_margin_boxes) {
+                l.link_area = {l.link_area.top * k, l.link_area.bottom * k, l.link_area.left * k,
+                               l.link_area.right * k};
+            }
+        }
+    }
+    return out;
+}
+
+std::vector<std::pair<std::string, util::pos::pos>> page_destinations(pack::packed_page const& page) {
+    std::vector<std::pair<std::string, util::pos::pos>> out;
+    auto add = [&](prepack::element_type const& type, float x, float y) {
+        auto const* original = std::get_if<prepack::type_original>(&type);
+        if (!original || !original->stuff.given_ids) {
+            return;
+        }
+        for (auto const& id : original->stuff.given_ids->second) {
+            out.emplace_back(id.id, util::pos::pos{x, y});
+        }
+    };
+    tree_visitor v{
+        .on_box = [&](box const& b, double base) { add(b.box_type, b.box_x, float(b.box_y + base)); },
+        .on_span = [&](pack::nested_spanbox const& n,
+                       double base) { add(n.spanbox_type, n.spanbox_x, float(base + n.spanbox_y)); },
+    };
+    visit_page(page, v, [](bool) {});
+    if (page.scaled && *page.scaled != 0) {
+        for (auto& [name, at] : out) {
+            at = {at.x / *page.scaled, at.y / *page.scaled};
+        }
+    }
+    return out;
+}
+
+std::vector<int> page_font_ids(pack::packed_page const& page) {
+    std::set<int> ids;
+    tree_visitor v{.on_graphemes = [&](std::span<fonts::grapheme const> gs) { paint_text::add_font_ids(gs, ids); }};
+    visit_page(page, v, [](bool) {});
+    return {ids.begin(), ids.end()};
+}
+
+writepdf::document_page document_page_of(log::log const& log,
+                                         vellum::ref<pack::packed_page> const& page,
+                                         paint_options const& options) {
+    auto rect_of = [](pack::areas::area const& a) {
+        return common::rect{real(a.left), real(a.bottom), real(a.right), real(a.top)};
+    };
+    writepdf::document_page out{
+        .boxes = {.media_box = rect_of(page->mediabox),
+                  .bleed_box = rect_of(page->bleedbox),
+                  .trim_box = rect_of(page->trimbox)},
+        .paint = [log, page, options](content::out const& o, content::gs& g) {
+            paint_page(log, o, g, *page, options);
+        },
+    };
+    for (auto const& l : page_links(*page)) {
+        writepdf::page_link link{.link_rect = rect_of(l.link_area)};
+        if (!l.link_url.empty() && l.link_url.front() == '#') {
+            link.link_target = dest::dest{dest::named_dest{l.link_url.substr(1)}};
+        } else {
+            link.link_target = action::action{action::uri{l.link_url}};
+        }
+        out.links.push_back(std::move(link));
+    }
+    return out;
+}
+
+void add_pages(log::log const& log,
+               writepdf::pdf_document& doc,
+               std::span<vellum::ref<pack::packed_page> const> pages,
+               paint_options const& options) {
+    std::set<int> ids(doc.used_font_ids.begin(), doc.used_font_ids.end());
+    std::set<std::string> names;
+    for (auto const& [name, _] : doc.destinations) {
+        names.insert(name);
+    }
+    for (auto const& page : pages) {
+        for (int id : page_font_ids(*page)) {
+            ids.insert(id);
+        }
+        doc.pages.push_back(document_page_of(log, page, options));
+        int const number = int(doc.pages.size());
+        for (auto const& [name, at] : page_destinations(*page)) {
+            if (names.insert(name).second) {
+                doc.destinations.emplace_back(name, dest::dest{dest::target_position(number, at.x, at.y)});
+            }
+        }
+    }
+    doc.used_font_ids.assign(ids.begin(), ids.end());
+}
+
+} // namespace vellum::pdf::painter

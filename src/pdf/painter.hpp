@@ -1,0 +1,72 @@
+// The page painter: a packed page becomes the operators of its content stream. Boxes are painted in the
+// stacking order of CSS (backgrounds of blocks, floats, inline content, positioned boxes by z-index),
+// with backgrounds, borders, text and its decorations, opacity, visibility, overflow clipping and
+// transforms; then the margin boxes and the printer's marks. The page's links are gathered from the
+// same tree, and a packed page is framed for the file as a writepdf page.
+#pragma once
+
+#include "driver/log.hpp"
+#include "pack/boxes.hpp"
+#include "pdf/content.hpp"
+#include "pdf/writepdf.hpp"
+
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace vellum::pdf::painter {
+
+struct paint_options {
+    /// Imitate bold and italic where the face used lacks them.
+    bool artificial_fonts = false;
+};
+
+/// Paints a whole page into its content stream.
+void paint_page(log::log const& log,
+                content::out const& o,
+                content::gs& g,
+                pack::packed_page const& page,
+                paint_options const& options);
+
+/// Paints one box with everything in it, as a stacking context of its own.
+void paint_box(log::log const& log,
+               content::out const& o,
+               content::gs& g,
+               pack::box const& box,
+               paint_options const& options);
+
+enum class link_anchor_location { link_anchor_page_body, link_anchor_margin_box };
+
+/// A link on a page: its target as written, and the area that reacts to it.
+struct found_link {
+    std::string link_url;
+    pack::areas::area link_area;
+    painter::link_anchor_location link_location = link_anchor_location::link_anchor_page_body;
+    bool operator==(found_link const&) const = default;
+};
+
+/// The links of a page, in tree order: each box or inline element whose link differs from its parent's.
+std::vector<found_link> page_links(pack::packed_page const& page);
+
+/// The places that a page's elements name by their ids, in tree order: the top left corner of each box
+/// or inline element that carries ids.
+std::vector<std::pair<std::string, util::pos::pos>> page_destinations(pack::packed_page const& page);
+
+/// The ids of the fonts that a page's text uses.
+std::vector<int> page_font_ids(pack::packed_page const& page);
+
+/// The page for the file: its media, bleed and trim boxes, the painter of its content, its links
+/// ("#name" as a named destination, any other text as a web address).
+writepdf::document_page document_page_of(log::log const& log,
+                                         vellum::ref<pack::packed_page> const& page,
+                                         paint_options const& options);
+
+/// Adds pages to a document, the fonts they use to its used fonts, and the places their ids name to its
+/// named destinations (the first place of a name wins).
+void add_pages(log::log const& log,
+               writepdf::pdf_document& doc,
+               std::span<vellum::ref<pack::packed_page> const> pages,
+               paint_options const& options);
+
+} // namespace vellum::pdf::painter
