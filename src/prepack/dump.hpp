@@ -1,0 +1,17 @@
+// The box tree as indented text, one box or span per line, for tests and for looking at what box
+// generation made of a document.
+#pragma once
+
+#include "prepack/prepack.hpp"
+
+#include <string>
+
+namespace vellum::prepack::dump {
+
+/// Every section, block and span of a document, two spaces deeper per level.
+std::string dump_document(pack_document const& doc);
+
+/// The spans of a paragraph, starting at the given depth.
+std::string dump_spans(std::vector<span> const& spans, int depth = 0);
+
+} // namespace vellum::prepack::dump

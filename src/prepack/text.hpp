@@ -1,0 +1,51 @@
+// Text preparation: the text of a document node cut into word runs and separators by white-space,
+// with case transformed, break opportunities between the characters of words marked, and soft and hard
+// hyphens noted. Nothing is measured; all text stays in code points.
+#pragma once
+
+#include "css/text.hpp"
+#include "prepack/prepack.hpp"
+#include "util/textbuf.hpp"
+
+#include <optional>
+#include <string_view>
+#include <vector>
+
+namespace vellum::prepack::text {
+
+/// The width of a fixed-width space character; nothing for every other character (U+2007 included:
+/// figure spaces are kept as ordinary characters, so that columns of figures stay aligned).
+[[nodiscard]] std::optional<space_width> fixed_space_width(char32_t c);
+
+/// Whether a character belongs to a word: none of space, CR, LF, tab, U+200B, nor a fixed-width space.
+bool is_word_char(char32_t c);
+
+/// What text preparation reads from the style of the text's element.
+struct text_settings {
+    css::text::white_space white_space = css::text::white_space::normal;
+    css::text::text_transform transform = css::text::text_transform::none;
+};
+
+/// The case transformation; `at_word_start` says whether the text begins a word (for capitalize) and is
+/// updated to say whether the next text would.
+textbuf::textbuf transform_case(std::u32string_view text, css::text::text_transform t, bool& at_word_start);
+
+/// The spans of one text node. Collapsible white space gives one `space` per run (or `nowrap_space`
+/// under nowrap); spaces across node boundaries and at the ends of paragraphs are settled later by
+/// `collapse_spaces`.
+std::vector<span> prepare_text(std::u32string_view text, text_settings const& settings, bool& at_word_start);
+
+/// Settles collapsible spaces across a paragraph, looking into nested spans: a run of `space` or
+/// `nowrap_space` separators keeps its first, and those at the start and end of the paragraph and
+/// around a preserved newline go. Nested spans left empty stay, for their borders and element values.
+void collapse_spaces(std::vector<span>& spans);
+
+/// Whether a paragraph's spans hold anything but collapsible spaces and empty nested spans.
+bool has_content(std::vector<span> const& spans);
+
+/// The embedding pass over a paragraph: when the paragraph is right-to-left, uses an embedding, or
+/// holds a strong right-to-left character, its text is given levels by the bidirectional algorithm and
+/// runs of a level other than the paragraph's are wrapped in spans with that `span_direction`.
+void apply_bidi(std::vector<span>& spans, css::box::direction paragraph_direction);
+
+} // namespace vellum::prepack::text

@@ -1,0 +1,1210 @@
+#include "prepack/walk.hpp"
+
+#include "css/styledom/computed.hpp"
+#include "css/styledom/sheets.hpp"
+#include "css/styledom/tree.hpp"
+#include "prepack/text.hpp"
+#include "text/unicode.hpp"
+#include "util/cell.hpp"
+#include "util/ref.hpp"
+#include "util/result.hpp"
+
+#include <algorithm>
+#include <mutex>
+
+namespace vellum::prepack::walk {
+
+namespace {
+
+using css::box::display_kind;
+using css::selector::pseudo_element;
+using style_ref = ref<css::style::style>;
+
+// What a child turns into before its parent knows what to do with it.
+struct th_span {
+    prepack::span span;
+};
+
+struct th_block {
+    prepack::block block;
+};
+
+struct th_inline_block {
+    prepack::block block;
+};
+
+enum class group_kind { body, header, footer };
+
+struct th_rowgroup {
+    prepack::rowgroup group;
+    group_kind kind = group_kind::body;
+};
+
+struct th_row {
+    prepack::row row;
+};
+
+struct th_cell {
+    prepack::cell0 cell;
+};
+
+struct th_caption {
+    prepack::block block;
+    css::box::caption_side side = css::box::caption_side::top;
+};
+
+struct th_colgroup {
+    prepack::colgroup group;
+};
+
+// An element without a box that still sets named strings or carries target ids.
+struct th_values {
+    element_stuff stuff;
+    style_ref style;
+};
+
+using thing = std::variant<th_span, th_block, th_inline_block, th_rowgroup, th_row, th_cell, th_caption, th_colgroup,
+                           th_values>;
+
+bool is_table_part(thing const& t) {
+    return std::holds_alternative<th_rowgroup>(t) || std::holds_alternative<th_row>(t) ||
+           std::holds_alternative<th_cell>(t) || std::holds_alternative<th_colgroup>(t);
+}
+
+style_ref anonymous_style(style_ref const& parent) {
+    return share(css::style::inherit_from(*parent));
+}
+
+std::optional<display_kind> kind_of(css::style::style const& s) {
+    if (auto const* k = std::get_if<display_kind>(&s.bit_props.bit_props_display)) {
+        return *k;
+    }
+    return std::nullopt;
+}
+
+css::box::direction direction_of(css::style::style const& s) {
+    return s.rare_props ? s.rare_props->rare_props_direction : css::box::direction::ltr;
+}
+
+text::text_settings settings_of(css::style::style const& s) {
+    return {.white_space = s.rare_props ? s.rare_props->rare_props_white_space : css::text::white_space::normal,
+            .transform = s.text ? s.text->text_props_text_transform : css::text::text_transform::none};
+}
+
+float padding_points(css::box::padding const& p) {
+    auto const* f = std::get_if<float>(&p);
+    return f ? *f : 0.0f;
+}
+
+// The marker text of a list item's counter value in a counter style.
+textbuf::textbuf format_counter(int value, std::string const& style) {
+    auto const alpha = [&](char32_t first) {
+        textbuf::textbuf out;
+        int n = value;
+        if (n <= 0) {
+            return textbuf::from_utf8(std::to_string(value));
+        }
+        while (n > 0) {
+            --n;
+            out.insert(out.begin(), static_cast<char32_t>(first + n % 26));
+            n /= 26;
+        }
+        return out;
+    };
+    auto const roman = [&](bool upper) {
+        static constexpr std::pair<int, char const*> table[] = {{1000, "m"}, {900, "cm"}, {500, "d"}, {400, "cd"},
+                                                                {100, "c"},  {90, "xc"},  {50, "l"},  {40, "xl"},
+                                                                {10, "x"},   {9, "ix"},   {5, "v"},   {4, "iv"},
+                                                                {1, "i"}};
+        if (value <= 0 || value >= 4000) {
+            return textbuf::from_utf8(std::to_string(value));
+        }
+        std::string out;
+        int n = value;
+        for (auto const& [v, s] : table) {
+            while (n >= v) {
+                out += s;
+                n -= v;
+            }
+        }
+        auto t = textbuf::from_utf8(out);
+        return upper ? unicode::to_upper(t) : t;
+    };
+    if (style == "disc") {
+        return U"\u2022";
+    }
+    if (style == "circle") {
+        return U"\u25E6";
+    }
+    if (style == "square") {
+        return U"\u25AA";
+    }
+    if (style == "none") {
+        return U"";
+    }
+    if (style == "lower-alpha" || style == "lower-latin") {
+        return alpha(U'a');
+    }
+    if (style == "upper-alpha" || style == "upper-latin") {
+        return alpha(U'A');
+    }
+    if (style == "lower-roman") {
+        return roman(false);
+    }
+    if (style == "upper-roman") {
+        return roman(true);
+    }
+    // FIXME: the other counter styles come with generated content; until then they count in decimal.
+    return textbuf::from_utf8(std::to_string(value));
+}
+
+bool is_bullet(std::string const& style) {
+    return style == "disc" || style == "circle" || style == "square" || style == "none";
+}
+
+struct walker {
+    log::log const& log;
+    styledom::styled_document const& doc;
+    resource::locator::locator doc_url;
+    /// Counter scopes, outermost first; the last is the one the current element's siblings share.
+    std::vector<counter_scope> scopes{counter_scope{}};
+    std::vector<static_flow_block> flows;
+    int bookmarks = 0;
+    int column_ids = 0;
+    bool in_static = false;
+    bool at_word_start = true;
+
+    // ---- counters and values ----
+
+    counter_scopes scopes_now() const { return counter_scopes(scopes.rbegin(), scopes.rend()); }
+
+    std::optional<int> counter_value(std::string const& name) const {
+        for (auto it = scopes.rbegin(); it != scopes.rend(); ++it) {
+            for (auto const& [n, v] : *it) {
+                if (n == name) {
+                    return v;
+                }
+            }
+        }
+        return std::nullopt;
+    }
+
+    // Page counters belong to page sections, not to elements.
+    static bool is_page_counter(std::string const& name) { return name == "page" || name == "pages"; }
+
+    void reset_counter(std::string const& name, int value) {
+        check(!scopes.empty(), "simple_to_thing");
+        auto& scope = scopes.back();
+        for (auto& [n, v] : scope) {
+            if (n == name) {
+                v = value;
+                return;
+            }
+        }
+        scope.emplace_back(name, value);
+    }
+
+    void increment_counter(std::string const& name, int by) {
+        for (auto it = scopes.rbegin(); it != scopes.rend(); ++it) {
+            for (auto& [n, v] : *it) {
+                if (n == name) {
+                    v += by;
+                    return;
+                }
+            }
+        }
+        // A counter incremented before any reset is reset on the spot.
+        reset_counter(name, by);
+    }
+
+    void apply_counters(css::style::style const& s) {
+        for (auto const& [name, value] : s.counter_reset) {
+            if (!is_page_counter(name)) {
+                reset_counter(name, value);
+            }
+        }
+        bool list_item_named = false;
+        for (auto const& [name, by] : s.counter_increment) {
+            list_item_named = list_item_named || name == "list-item";
+            if (!is_page_counter(name)) {
+                increment_counter(name, by);
+            }
+        }
+        if (kind_of(s) == display_kind::list_item && !list_item_named) {
+            increment_counter("list-item", 1);
+        }
+    }
+
+    // The text of content items that can be settled now: strings, attributes, counters and the element's
+    // text. Items that wait for the page or for other stages are left out.
+    std::vector<text_thing> content_text(css::property::content_list const& list, dom::dom_element const& e,
+                                         std::string_view what) const {
+        textbuf::textbuf out;
+        for (auto const& item : list.content_items) {
+            if (auto const* s = std::get_if<css::value::string>(&item)) {
+                out += textbuf::from_utf8(s->string_text);
+            } else if (auto const* a = std::get_if<css::value::attr>(&item)) {
+                if (auto const v = styledom::tree::plain_attribute(e, a->attr_name.attr_local)) {
+                    out += textbuf::from_utf8(*v);
+                }
+            } else if (auto const* f = std::get_if<css::value::function>(&item); f && f->function_name == "content") {
+                out += textbuf::from_utf8(element_text(e));
+            } else if (f && f->function_name == "counter" && !f->function_args.empty()) {
+                auto const* name = std::get_if<css::value::ident>(&f->function_args.front());
+                if (name && !is_page_counter(name->ident_name) && name->ident_name != "footnote") {
+                    std::string style = "decimal";
+                    if (f->function_args.size() > 2) {
+                        if (auto const* st = std::get_if<css::value::ident>(&f->function_args[2])) {
+                            style = st->ident_name;
+                        }
+                    }
+                    out += format_counter(counter_value(name->ident_name).value_or(0), style);
+                } else {
+                    log::log_debug(log, std::string(what) + ": page counters are not supported yet");
+                }
+            } else {
+                log::log_debug(log, std::string(what) + ": generated content not supported yet: " +
+                                        css::value::to_text(item));
+            }
+        }
+        if (out.empty()) {
+            return {};
+        }
+        return {text_thing_text{std::move(out)}};
+    }
+
+    static std::string element_text(dom::dom_element const& e) {
+        std::string out;
+        std::vector<dom::child_node> children;
+        {
+            std::lock_guard guard(process_lock());
+            children = e.dom_element_children.cell_value;
+        }
+        for (auto const& c : children) {
+            if (auto const* t = std::get_if<dom::text_child>(&c)) {
+                out += t->child_text->dom_text_value.get();
+            } else if (auto const* el = std::get_if<dom::element_child>(&c)) {
+                out += element_text(*el->child_element);
+            }
+        }
+        return out;
+    }
+
+    element_stuff stuff_of(dom::element_ref const& e, css::style::style const& s) {
+        element_stuff out{.element_info = info_element{e}, .counter_scopes = scopes_now()};
+        for (auto const& [name, list] : s.string_set) {
+            out.text_values.emplace_back(name, content_text(list, *e, "string-set"));
+        }
+        std::vector<target_id> ids;
+        if (auto const id = styledom::tree::plain_attribute(*e, "id")) {
+            ids.push_back({*id});
+        }
+        if (styledom::tree::is_html_name(e->dom_element_name, "a")) {
+            if (auto const name = styledom::tree::plain_attribute(*e, "name")) {
+                ids.push_back({*name});
+            }
+        }
+        if (!ids.empty()) {
+            out.given_ids = std::pair{doc_url, std::move(ids)};
+        }
+        if (auto const* level = std::get_if<int>(&s.bookmark_level)) {
+            bookmark_stuff b{.pre_bookmark_level = *level,
+                             .pre_bookmark_state = s.bookmark_state,
+                             .pre_bookmark_link_type = s.vellum_pdf_link_type};
+            if (auto const* label = std::get_if<css::property::content_list>(&s.bookmark_label)) {
+                b.pre_bookmark_content = content_text(*label, *e, "bookmark-label");
+            } else {
+                b.pre_bookmark_content = {text_thing_text{textbuf::from_utf8(element_text(*e))}};
+            }
+            out.bookmark_stuff = std::pair{++bookmarks, std::move(b)};
+        }
+        return out;
+    }
+
+    std::vector<bg> backgrounds(css::style::style const& s) const {
+        std::vector<bg> out;
+        if (!s.background) {
+            return out;
+        }
+        auto const& b = *s.background;
+        for (std::size_t i = 0; i < b.background_image.size(); ++i) {
+            auto const pick = [&](auto const& list) { return list.empty() ? decltype(list[0]){} : list[std::min(i, list.size() - 1)]; };
+            std::optional<bg_image> image;
+            if (auto const* u = std::get_if<css::value::url>(&b.background_image[i])) {
+                image = bg_image_url{styledom::sheets::resolve_url(*doc.styled_rules.rules_bases, *u)};
+            } else if (auto const* f = std::get_if<css::value::function>(&b.background_image[i])) {
+                image = bg_image_gradient{*f};
+            } else {
+                continue;
+            }
+            out.push_back({.bg_image = std::move(image),
+                           .bg_attachment = pick(b.background_attachment),
+                           .bg_repeat = pick(b.background_repeat),
+                           .bg_position = pick(b.background_position),
+                           .bg_size = pick(b.background_size),
+                           .bg_origin = pick(b.background_origin),
+                           .bg_clip = pick(b.background_clip)});
+        }
+        return out;
+    }
+
+    // ---- generated boxes ----
+
+    std::vector<thing> pseudo_box(dom::element_ref const& e, dom::style_info const& info, pseudo_element which) {
+        auto const& decls = styledom::pseudo_declarations(styledom::computed::declared_of(info), which);
+        if (decls.empty()) {
+            return {};
+        }
+        auto props = styledom::properties_of(decls);
+        auto const style = share(css::compute_style::compute_style(info.style_info_style,
+                                                                   css::compute_style::anonymous_context{}, props));
+        auto const* list = std::get_if<css::property::content_list>(&style->content);
+        if (!list || kind_of(*style) == display_kind::none) {
+            return {};
+        }
+        auto const texts = content_text(*list, *e, "content");
+        std::vector<span> spans;
+        for (auto const& t : texts) {
+            if (auto const* tt = std::get_if<text_thing_text>(&t)) {
+                auto more = text::prepare_text(tt->text, settings_of(*style), at_word_start);
+                spans.insert(spans.end(), more.begin(), more.end());
+            }
+        }
+        pseudo_element_info pinfo{.pseudo_element_style = style,
+                                  .pseudo_element_pseudos = {which},
+                                  .pseudo_element_pdecls = props,
+                                  .pseudo_element_parent = e};
+        element_stuff stuff{.element_info = info_pseudo_element{pinfo}, .counter_scopes = scopes_now()};
+        auto const kind = kind_of(*style).value_or(display_kind::inline_);
+        if (kind == display_kind::inline_) {
+            return {th_span{span_nested{nested_span{.span_content = std::move(spans),
+                                                    .span_style = style,
+                                                    .span_context = css::compute_style::anonymous_context{},
+                                                    .span_decls = std::move(props),
+                                                    .span_type = type_original{std::move(stuff)},
+                                                    .span_bg = backgrounds(*style)}}}};
+        }
+        return {th_block{block{.block_content = para_of(std::move(spans), *style),
+                               .block_style = style,
+                               .block_type = type_original{std::move(stuff)},
+                               .block_bg = backgrounds(*style)}}};
+    }
+
+    static bcontent para_of(std::vector<span> spans, css::style::style const& s) {
+        text::collapse_spaces(spans);
+        text::apply_bidi(spans, direction_of(s));
+        return bcontent_para{para{.para_spans = std::move(spans)}};
+    }
+
+    // The marker of a list item: its text from ::marker's content, or from the list style and the
+    // list-item counter.
+    std::vector<span> marker_spans(dom::element_ref const& e, dom::style_info const& info,
+                                   css::style::style const& s) {
+        auto const& decls = styledom::pseudo_declarations(styledom::computed::declared_of(info), pseudo_element::marker);
+        if (!decls.empty()) {
+            auto const ms = css::compute_style::compute_style(info.style_info_style,
+                                                              css::compute_style::anonymous_context{},
+                                                              styledom::properties_of(decls));
+            if (auto const* list = std::get_if<css::property::content_list>(&ms.content)) {
+                std::vector<span> out;
+                for (auto const& t : content_text(*list, *e, "::marker")) {
+                    if (auto const* tt = std::get_if<text_thing_text>(&t)) {
+                        out.push_back(span_text{tt->text});
+                    }
+                }
+                return out;
+            }
+        }
+        if (s.list_style_image) {
+            log::log_warning(log, "list-style-image: images are not supported yet");
+        }
+        return std::visit(overloaded{
+                              [](css::box::none_value const&) { return std::vector<span>{}; },
+                              [&](css::box::list_style_named const& n) {
+                                  auto text = format_counter(counter_value("list-item").value_or(0), n.list_style_name);
+                                  if (!is_bullet(n.list_style_name)) {
+                                      text += U'.';
+                                  }
+                                  return std::vector<span>{span_text{std::move(text)}};
+                              },
+                              [](css::box::list_style_string const& t) {
+                                  return std::vector<span>{span_text{textbuf::from_utf8(t.list_style_text)}};
+                              },
+                          },
+                          s.list_style_type);
+    }
+
+    // ---- the walk ----
+
+    std::vector<thing> text_node(std::string const& value, css::style::style const& s) {
+        std::vector<thing> out;
+        for (auto& sp : text::prepare_text(textbuf::from_utf8(value), settings_of(s), at_word_start)) {
+            out.push_back(th_span{std::move(sp)});
+        }
+        return out;
+    }
+
+    std::vector<thing> children(dom::element_ref const& e, css::style::style const& s) {
+        std::vector<dom::child_node> list;
+        {
+            std::lock_guard guard(process_lock());
+            list = e->dom_element_children.cell_value;
+        }
+        std::vector<thing> out;
+        for (auto const& c : list) {
+            std::vector<thing> part = std::visit(
+                overloaded{
+                    [&](dom::text_child const& t) { return text_node(t.child_text->dom_text_value.get(), s); },
+                    [&](dom::element_child const& el) { return element(el.child_element); },
+                },
+                c);
+            std::move(part.begin(), part.end(), std::back_inserter(out));
+        }
+        return out;
+    }
+
+    // Content that later stages build; none of it makes a box yet.
+    bool unsupported(dom::element_ref const& e) {
+        auto const& n = e->dom_element_name;
+        auto const local = std::string(styledom::tree::name_local_view(n));
+        if (auto const* q = std::get_if<xml::qualified_name>(&n)) {
+            if (std::holds_alternative<xml::xmlns_svg>(q->namespace_uri)) {
+                log::log_warning(log, "svg: SVG content is not supported yet");
+                return true;
+            }
+            if (std::holds_alternative<xml::xmlns_mathml>(q->namespace_uri)) {
+                log::log_warning(log, "math: MathML content is not supported yet");
+                return true;
+            }
+        }
+        static constexpr std::string_view replaced[] = {"img", "iframe", "canvas", "object", "embed", "video",
+                                                        "math", "svg"};
+        for (auto const r : replaced) {
+            if (styledom::tree::is_html_name(n, r)) {
+                log::log_warning(log, local + ": replaced content is not supported yet");
+                return true;
+            }
+        }
+        return false;
+    }
+
+    std::vector<thing> element(dom::element_ref const& e) {
+        auto const info_ref = e->dom_element_style_info.get();
+        auto const& info = dom::get_style_info(info_ref);
+        style_ref const style = info.style_info_style;
+        check(style != nullptr, "prepack_element");
+        auto const& s = *style;
+        auto const kind = kind_of(s);
+        if (kind == display_kind::none) {
+            // No box and no counters, but named strings and target ids still count.
+            auto stuff = stuff_of(e, s);
+            if (stuff.text_values.empty() && !stuff.given_ids) {
+                return {};
+            }
+            stuff.bookmark_stuff.reset();
+            return {th_values{std::move(stuff), style}};
+        }
+        if (unsupported(e)) {
+            return {};
+        }
+        apply_counters(s);
+        auto stuff = stuff_of(e, s);
+
+        bool const was_static = in_static;
+        std::optional<std::string> flow_name;
+        if (auto const* f = std::get_if<css::box::flow_static>(&s.flow)) {
+            flow_name = f->flow_name;
+        } else if (auto const* r = std::get_if<css::box::position_running>(&s.bit_props.bit_props_position)) {
+            flow_name = r->running_name;
+        }
+        in_static = in_static || flow_name.has_value();
+
+        scopes.emplace_back();
+        auto things = pseudo_box(e, info, pseudo_element::before);
+        auto inner = children(e, s);
+        std::move(inner.begin(), inner.end(), std::back_inserter(things));
+        auto after = pseudo_box(e, info, pseudo_element::after);
+        std::move(after.begin(), after.end(), std::back_inserter(things));
+        std::optional<std::vector<span>> marker;
+        if (kind == display_kind::list_item) {
+            marker = marker_spans(e, info, s);
+        }
+        scopes.pop_back();
+        in_static = was_static;
+
+        auto out = make_thing(e, info, style, std::move(stuff), std::move(things), std::move(marker));
+        if (flow_name) {
+            for (auto& t : out) {
+                if (auto* b = std::get_if<th_block>(&t)) {
+                    flows.push_back({*flow_name, std::move(b->block)});
+                }
+            }
+            return {};
+        }
+        return out;
+    }
+
+    std::vector<thing> make_thing(dom::element_ref const& e, dom::style_info const& info, style_ref const& style,
+                                  element_stuff stuff, std::vector<thing> things,
+                                  std::optional<std::vector<span>> marker) {
+        auto const& s = *style;
+        auto const bgs = backgrounds(s);
+        auto const context = styledom::computed::context_of(*e, info.style_info_base, info.style_info_lang);
+        auto const decls = styledom::properties_of(styledom::computed::declared_of(info).declared_pdecls);
+
+        auto const footnote = [&]() -> std::optional<bool> {
+            if (auto const* d = std::get_if<css::box::display_footnote>(&s.bit_props.bit_props_display)) {
+                return d->display_is_inline;
+            }
+            if (auto const* f = std::get_if<css::box::float_footnote>(&s.float_)) {
+                return f->float_is_inline;
+            }
+            return std::nullopt;
+        }();
+        if (footnote) {
+            // FIXME: the footnote call's generated number comes with generated content.
+            span call = span_nested{nested_span{.span_style = style, .span_context = context}};
+            footnote_body body = inline_footnote{};
+            if (*footnote) {
+                std::vector<span> spans;
+                for (auto& t : things) {
+                    if (auto* sp = std::get_if<th_span>(&t)) {
+                        spans.push_back(std::move(sp->span));
+                    }
+                }
+                body = inline_footnote{std::move(spans)};
+            } else {
+                body = block_footnote{share(block{.block_content = to_bcontent(std::move(things), style, e, info),
+                                                  .block_style = style,
+                                                  .block_type = type_original{std::move(stuff)},
+                                                  .block_bg = bgs})};
+            }
+            return {th_span{span_footnote{share(std::move(call)), std::move(body), style}}};
+        }
+
+        auto const whole_block = [&]() {
+            return block{.block_content = to_bcontent(std::move(things), style, e, info),
+                         .block_style = style,
+                         .block_type = type_original{std::move(stuff)},
+                         .block_bg = bgs};
+        };
+        switch (*kind_of(s)) {
+        case display_kind::inline_:
+            return inline_things(std::move(things), style, context, decls, std::move(stuff), bgs);
+        case display_kind::block:
+        case display_kind::run_in:
+            return {th_block{whole_block()}};
+        case display_kind::list_item: {
+            bool const inside = s.list_style_position == css::box::list_style_position::inside;
+            prepack::marker m = marker_inside{};
+            if (inside && marker && !marker->empty()) {
+                std::vector<thing> front;
+                for (auto& sp : *marker) {
+                    front.push_back(th_span{std::move(sp)});
+                }
+                front.push_back(th_span{span_sep{sep_space{}}});
+                things.insert(things.begin(), std::make_move_iterator(front.begin()),
+                              std::make_move_iterator(front.end()));
+            } else if (!inside) {
+                std::optional<ref<block>> mb;
+                if (marker && !marker->empty()) {
+                    mb = share(block{.block_content = bcontent_para{para{.para_spans = std::move(*marker)}},
+                                     .block_style = anonymous_style(style)});
+                }
+                m = marker_outside{mb};
+            }
+            auto content = to_bcontent(std::move(things), style, e, info);
+            std::vector<block> blocks;
+            if (auto* b = std::get_if<bcontent_blocks>(&content); b && !b->column_id) {
+                blocks = std::move(b->blocks);
+            } else {
+                blocks.push_back(block{.block_content = std::move(content), .block_style = anonymous_style(style)});
+            }
+            return {th_block{block{.block_content = bcontent_list_item{list_item{m, std::move(blocks)}},
+                                   .block_style = style,
+                                   .block_type = type_original{std::move(stuff)},
+                                   .block_bg = bgs}}};
+        }
+        case display_kind::inline_block:
+            return {th_inline_block{whole_block()}};
+        case display_kind::table:
+        case display_kind::inline_table: {
+            block b{.block_content = bcontent_table{build_table(std::move(things), style)},
+                    .block_style = style,
+                    .block_type = type_original{std::move(stuff)},
+                    .block_bg = bgs};
+            std::get<bcontent_table>(b.block_content).table.table_bg = bgs;
+            if (*kind_of(s) == display_kind::inline_table) {
+                return {th_inline_block{std::move(b)}};
+            }
+            return {th_block{std::move(b)}};
+        }
+        case display_kind::table_caption:
+            return {th_caption{whole_block(), s.rare_props ? s.rare_props->rare_props_caption_side
+                                                           : css::box::caption_side::top}};
+        case display_kind::table_row_group:
+        case display_kind::table_header_group:
+        case display_kind::table_footer_group: {
+            auto g = build_rowgroup(std::move(things), style);
+            g.rowgroup_type = type_original{std::move(stuff)};
+            g.rowgroup_bg = bgs;
+            auto const k = *kind_of(s) == display_kind::table_header_group   ? group_kind::header
+                           : *kind_of(s) == display_kind::table_footer_group ? group_kind::footer
+                                                                            : group_kind::body;
+            return {th_rowgroup{std::move(g), k}};
+        }
+        case display_kind::table_row: {
+            auto r = build_row(std::move(things), style);
+            r.row_type = type_original{std::move(stuff)};
+            r.row_bg = bgs;
+            return {th_row{std::move(r)}};
+        }
+        case display_kind::table_cell: {
+            auto c = make_cell(to_blocks(std::move(things), style, e, info), style);
+            c.cell_type = type_original{std::move(stuff)};
+            c.cell_bg = bgs;
+            return {th_cell{std::move(c)}};
+        }
+        case display_kind::table_column:
+            return {th_colgroup{colgroup{.colgroup_cols = {make_col(style)}, .colgroup_style = anonymous_style(style)}}};
+        case display_kind::table_column_group: {
+            colgroup g{.colgroup_style = style};
+            for (auto& t : things) {
+                if (auto* cg = std::get_if<th_colgroup>(&t)) {
+                    std::move(cg->group.colgroup_cols.begin(), cg->group.colgroup_cols.end(),
+                              std::back_inserter(g.colgroup_cols));
+                }
+            }
+            // A column group without columns stands for one column.
+            if (g.colgroup_cols.empty()) {
+                g.colgroup_cols.push_back(make_col(style));
+            }
+            return {th_colgroup{std::move(g)}};
+        }
+        case display_kind::none:
+            break;
+        }
+        return {};
+    }
+
+    // An inline element: its spans in one nested span, or, where block children interrupt it, the runs
+    // between them each in a nested span that continues the element's style.
+    std::vector<thing> inline_things(std::vector<thing> things, style_ref const& style,
+                                     css::compute_style::compute_style_context const& context,
+                                     std::vector<css::property::property> const& decls, element_stuff stuff,
+                                     std::vector<bg> const& bgs) {
+        std::vector<thing> out;
+        std::vector<span> run;
+        bool first = true;
+        auto const info = stuff.element_info;
+        auto const flush = [&](bool force) {
+            if (run.empty() && !force) {
+                return;
+            }
+            element_type type = first ? element_type{type_original{stuff}} : element_type{type_remaining{info}};
+            first = false;
+            out.push_back(th_span{span_nested{nested_span{.span_content = std::move(run),
+                                                          .span_style = style,
+                                                          .span_context = context,
+                                                          .span_decls = decls,
+                                                          .span_type = std::move(type),
+                                                          .span_bg = bgs}}});
+            run.clear();
+        };
+        for (auto& t : things) {
+            if (auto* sp = std::get_if<th_span>(&t)) {
+                run.push_back(std::move(sp->span));
+            } else if (auto* ib = std::get_if<th_inline_block>(&t)) {
+                run.push_back(span_inline_block{share(std::move(ib->block))});
+            } else if (auto* v = std::get_if<th_values>(&t)) {
+                run.push_back(span_nested{nested_span{.span_style = v->style, .span_type = type_original{v->stuff}}});
+            } else {
+                flush(first);
+                out.push_back(std::move(t));
+            }
+        }
+        flush(first);
+        return out;
+    }
+
+    // ---- grouping ----
+
+    // The blocks a list of things makes: inline runs in anonymous paragraphs, table parts in anonymous
+    // tables.
+    std::vector<block> group_blocks(std::vector<thing> things, style_ref const& style) {
+        std::vector<block> blocks;
+        std::vector<span> run;
+        std::vector<thing> table_parts;
+        auto const flush_run = [&] {
+            text::collapse_spaces(run);
+            if (text::has_content(run)) {
+                text::apply_bidi(run, direction_of(*style));
+                blocks.push_back(block{.block_content = bcontent_para{para{.para_spans = std::move(run)}},
+                                       .block_style = anonymous_style(style)});
+            }
+            run.clear();
+        };
+        auto const flush_table = [&] {
+            if (!table_parts.empty()) {
+                auto const anon = anonymous_style(style);
+                blocks.push_back(block{.block_content = bcontent_table{build_table(std::move(table_parts), anon)},
+                                       .block_style = anon});
+                table_parts.clear();
+            }
+        };
+        for (auto& t : things) {
+            if (is_table_part(t)) {
+                // White space between table parts makes no cell.
+                text::collapse_spaces(run);
+                if (text::has_content(run)) {
+                    flush_run();
+                }
+                run.clear();
+                table_parts.push_back(std::move(t));
+                continue;
+            }
+            if (auto* sp = std::get_if<th_span>(&t)) {
+                if (!table_parts.empty() && !text::has_content({sp->span})) {
+                    continue;
+                }
+                flush_table();
+                run.push_back(std::move(sp->span));
+            } else if (auto* ib = std::get_if<th_inline_block>(&t)) {
+                flush_table();
+                run.push_back(span_inline_block{share(std::move(ib->block))});
+            } else if (auto* v = std::get_if<th_values>(&t)) {
+                // Among text it rides in the paragraph; between blocks it is an empty block of its own.
+                if (text::has_content(run)) {
+                    run.push_back(span_nested{nested_span{.span_style = v->style, .span_type = type_original{v->stuff}}});
+                } else {
+                    run.clear();
+                    flush_table();
+                    blocks.push_back(block{.block_content = bcontent_blocks{},
+                                           .block_style = anonymous_style(style),
+                                           .block_type = type_original{std::move(v->stuff)}});
+                }
+            } else if (auto* b = std::get_if<th_block>(&t)) {
+                flush_run();
+                flush_table();
+                blocks.push_back(std::move(b->block));
+            } else if (auto* c = std::get_if<th_caption>(&t)) {
+                flush_run();
+                flush_table();
+                blocks.push_back(std::move(c->block));
+            }
+        }
+        flush_run();
+        flush_table();
+        return blocks;
+    }
+
+    bool has_columns(css::style::style const& s) const {
+        return std::holds_alternative<int>(s.column_count) || std::holds_alternative<float>(s.column_width);
+    }
+
+    bcontent to_bcontent(std::vector<thing> things, style_ref const& style, dom::element_ref const& e,
+                         dom::style_info const& info) {
+        // A new block starts new words for capitalize.
+        at_word_start = true;
+        bool const only_inline = std::ranges::all_of(things, [](thing const& t) {
+            return std::holds_alternative<th_span>(t) || std::holds_alternative<th_inline_block>(t);
+        });
+        auto blocks = group_blocks(std::move(things), style);
+        bcontent out = bcontent_blocks{};
+        if (only_inline && blocks.size() == 1 && !has_columns(*style)) {
+            // A block with nothing but inline content is itself the paragraph.
+            out = std::move(blocks.front().block_content);
+        } else if (has_columns(*style)) {
+            out = column_content(std::move(blocks), style);
+        } else {
+            out = bcontent_blocks{std::move(blocks), std::nullopt};
+        }
+        first_line_and_letter(out, e, info);
+        return out;
+    }
+
+    blocks_with_column to_blocks(std::vector<thing> things, style_ref const& style, dom::element_ref const& e,
+                                 dom::style_info const& info) {
+        auto content = to_bcontent(std::move(things), style, e, info);
+        if (auto* b = std::get_if<bcontent_blocks>(&content)) {
+            return {std::move(b->blocks), b->column_id};
+        }
+        std::vector<block> one;
+        one.push_back(block{.block_content = std::move(content), .block_style = anonymous_style(style)});
+        return {std::move(one), std::nullopt};
+    }
+
+    // A multi-column container: blocks that span all columns cut the content into runs, each run its
+    // own set of columns.
+    bcontent column_content(std::vector<block> blocks, style_ref const& style) {
+        auto const spans_all = [](block const& b) {
+            return b.block_style && b.block_style->column_span == css::box::column_span::all;
+        };
+        if (std::ranges::none_of(blocks, spans_all)) {
+            return bcontent_blocks{std::move(blocks), ++column_ids};
+        }
+        std::vector<block> out;
+        std::vector<block> run;
+        auto const flush = [&] {
+            if (!run.empty()) {
+                out.push_back(block{.block_content = bcontent_blocks{std::move(run), ++column_ids},
+                                    .block_style = anonymous_style(style)});
+                run.clear();
+            }
+        };
+        for (auto& b : blocks) {
+            if (spans_all(b)) {
+                flush();
+                out.push_back(std::move(b));
+            } else {
+                run.push_back(std::move(b));
+            }
+        }
+        flush();
+        return bcontent_blocks{std::move(out), std::nullopt};
+    }
+
+    // The first paragraph of a block's content, looking through nested blocks.
+    static para* first_para(bcontent& c) {
+        if (auto* p = std::get_if<bcontent_para>(&c)) {
+            return &p->para;
+        }
+        if (auto* b = std::get_if<bcontent_blocks>(&c); b && !b->blocks.empty()) {
+            return first_para(b->blocks.front().block_content);
+        }
+        return nullptr;
+    }
+
+    void first_line_and_letter(bcontent& c, dom::element_ref const& e, dom::style_info const& info) {
+        auto const& declared = styledom::computed::declared_of(info);
+        auto const& line = styledom::pseudo_declarations(declared, pseudo_element::first_line);
+        auto const& letter = styledom::pseudo_declarations(declared, pseudo_element::first_letter);
+        if (line.empty() && letter.empty()) {
+            return;
+        }
+        auto* p = first_para(c);
+        if (!p) {
+            return;
+        }
+        auto const context = styledom::computed::context_of(*e, info.style_info_base, info.style_info_lang);
+        if (!line.empty()) {
+            // Outer blocks' first lines come first; this block is reached after its children, so its
+            // declarations go in front.
+            if (!p->first_line_style) {
+                p->first_line_style.emplace();
+            }
+            p->first_line_style->insert(p->first_line_style->begin(),
+                                        styled_context{context, styledom::properties_of(line)});
+        }
+        if (!letter.empty()) {
+            split_first_letter(p->para_spans, styled_context{context, styledom::properties_of(letter)});
+        }
+    }
+
+    // Turns the first letter of the spans, with punctuation before and after it, into a first_letter span.
+    static bool split_first_letter(std::vector<span>& spans, styled_context const& ctx) {
+        for (std::size_t i = 0; i < spans.size(); ++i) {
+            if (auto* fl = std::get_if<span_first_letter>(&spans[i])) {
+                fl->first_letter_styles.insert(fl->first_letter_styles.begin(), ctx);
+                return true;
+            }
+            if (auto* n = std::get_if<span_nested>(&spans[i])) {
+                if (split_first_letter(n->nested.span_content, ctx)) {
+                    return true;
+                }
+                continue;
+            }
+            auto* t = std::get_if<span_text>(&spans[i]);
+            if (!t || t->text.empty()) {
+                if (std::holds_alternative<span_sep>(spans[i])) {
+                    continue;
+                }
+                return false;
+            }
+            std::size_t n = 0;
+            while (n < t->text.size() && unicode::is_punctuation(t->text[n])) {
+                ++n;
+            }
+            if (n < t->text.size()) {
+                ++n;
+            }
+            while (n < t->text.size() && unicode::is_punctuation(t->text[n])) {
+                ++n;
+            }
+            span first = span_first_letter{{ctx}, t->text.substr(0, n)};
+            auto rest = t->text.substr(n);
+            if (rest.empty()) {
+                spans[i] = std::move(first);
+            } else {
+                t->text = std::move(rest);
+                spans.insert(spans.begin() + static_cast<std::ptrdiff_t>(i), std::move(first));
+            }
+            return true;
+        }
+        return false;
+    }
+
+    // ---- tables ----
+
+    cell0 make_cell(blocks_with_column content, style_ref const& style) const {
+        auto const& s = *style;
+        return cell0{.cell_content = std::move(content),
+                     .cell_style = style,
+                     .cell_borders = s.borders ? *s.borders : css::box::borders{},
+                     .cell_paddings = {padding_points(s.padding_top), padding_points(s.padding_right),
+                                       padding_points(s.padding_bottom), padding_points(s.padding_left)},
+                     .cell_background_color = s.background ? s.background->background_color
+                                                           : css::color::color{css::color::transparent{}},
+                     .cell_colspan = std::max(1, s.table_column_span),
+                     .cell_rowspan = std::max(1, s.table_row_span)};
+    }
+
+    col make_col(style_ref const& style) const {
+        return col{.col_style = style,
+                   .col_borders = style->borders ? *style->borders : css::box::borders{},
+                   .col_bg_color = style->background ? style->background->background_color
+                                                     : css::color::color{css::color::transparent{}}};
+    }
+
+    static row_breaks breaks_of(css::style::style const& s) {
+        return {.row_page_break_before = s.bit_props.bit_props_page_break_before,
+                .row_page_break_after = s.bit_props.bit_props_page_break_after,
+                .row_page_break_inside = s.bit_props.bit_props_page_break_inside,
+                .row_column_break_before = s.bit_props.bit_props_column_break_before,
+                .row_column_break_after = s.bit_props.bit_props_column_break_after};
+    }
+
+    // An anonymous cell around things that are no table part.
+    cell0 anonymous_cell(std::vector<thing> others, style_ref const& parent) {
+        auto const anon = anonymous_style(parent);
+        std::vector<block> blocks = group_blocks(std::move(others), anon);
+        return make_cell({std::move(blocks), std::nullopt}, anon);
+    }
+
+    static bool blank(std::vector<thing> const& things) {
+        return std::ranges::all_of(things, [](thing const& t) {
+            auto const* sp = std::get_if<th_span>(&t);
+            return sp && !text::has_content({sp->span});
+        });
+    }
+
+    row build_row(std::vector<thing> things, style_ref const& style) {
+        row r{.row_style = style, .row_breaks = breaks_of(*style)};
+        std::vector<thing> others;
+        auto const flush = [&] {
+            if (!others.empty() && !blank(others)) {
+                r.row_content.push_back(cell_cell{anonymous_cell(std::move(others), style)});
+            }
+            others.clear();
+        };
+        for (auto& t : things) {
+            if (auto* c = std::get_if<th_cell>(&t)) {
+                flush();
+                r.row_content.push_back(cell_cell{std::move(c->cell)});
+            } else {
+                others.push_back(std::move(t));
+            }
+        }
+        flush();
+        return r;
+    }
+
+    rowgroup build_rowgroup(std::vector<thing> things, style_ref const& style) {
+        rowgroup g{.rowgroup_style = style};
+        std::vector<thing> loose;
+        auto const flush = [&] {
+            if (!loose.empty() && !blank(loose)) {
+                auto const anon = anonymous_style(style);
+                g.rowgroup_content.push_back(build_row(std::move(loose), anon));
+            }
+            loose.clear();
+        };
+        for (auto& t : things) {
+            if (auto* r = std::get_if<th_row>(&t)) {
+                flush();
+                g.rowgroup_content.push_back(std::move(r->row));
+            } else {
+                loose.push_back(std::move(t));
+            }
+        }
+        flush();
+        return g;
+    }
+
+    // A table from the things of its element: captions aside, columns apart, loose cells in anonymous
+    // rows and loose rows in anonymous groups; the first header and footer group repeat, a second one
+    // stays in the body.
+    table_anony_box build_table(std::vector<thing> things, style_ref const& style) {
+        table_anony_box box{.table_style = style};
+        auto& t = box.table;
+        std::vector<thing> loose;
+        auto const flush = [&] {
+            if (!loose.empty() && !blank(loose)) {
+                t.body.push_back(build_rowgroup(std::move(loose), anonymous_style(style)));
+            }
+            loose.clear();
+        };
+        for (auto& th : things) {
+            if (auto* g = std::get_if<th_rowgroup>(&th)) {
+                flush();
+                if (g->kind == group_kind::header && !t.header) {
+                    t.header = std::move(g->group);
+                } else if (g->kind == group_kind::footer && !t.footer) {
+                    t.footer = std::move(g->group);
+                } else {
+                    t.body.push_back(std::move(g->group));
+                }
+            } else if (auto* c = std::get_if<th_caption>(&th)) {
+                flush();
+                (c->side == css::box::caption_side::bottom ? box.caption_bottoms : box.caption_tops)
+                    .push_back(std::move(c->block));
+            } else if (auto* cg = std::get_if<th_colgroup>(&th)) {
+                t.colgroups.push_back(std::move(cg->group));
+            } else {
+                loose.push_back(std::move(th));
+            }
+        }
+        flush();
+        return box;
+    }
+};
+
+// ---- page sections ----
+
+css::box::page name_of(block const& b, css::box::page const& inherited) {
+    return b.block_style && b.block_style->page ? b.block_style->page : inherited;
+}
+
+std::optional<page_reset> page_counter_change(css::style::style const& s, std::string const& name) {
+    for (auto const& [n, v] : s.counter_reset) {
+        if (n == name) {
+            return page_reset_to{v};
+        }
+    }
+    for (auto const& [n, v] : s.counter_increment) {
+        if (n == name) {
+            return page_increment_by{v};
+        }
+    }
+    return std::nullopt;
+}
+
+bool starts_section(block const& b) {
+    if (!b.block_style) {
+        return false;
+    }
+    auto const& s = *b.block_style;
+    return s.page_group == css::box::page_group::start || page_counter_change(s, "page") ||
+           page_counter_change(s, "pages");
+}
+
+// Wraps a slice of the innermost level's blocks in copies of the wrapping blocks (html, body), so that
+// each section keeps their styles; sections after the first continue them.
+block rewrap(std::vector<block const*> const& path, std::size_t level, std::vector<block> slice, bool first) {
+    auto const& original = *path[level];
+    block out{.block_style = original.block_style, .block_bg = original.block_bg};
+    if (level + 1 == path.size()) {
+        out.block_content = bcontent_blocks{std::move(slice), std::nullopt};
+    } else {
+        std::vector<block> one;
+        one.push_back(rewrap(path, level + 1, std::move(slice), first));
+        out.block_content = bcontent_blocks{std::move(one), std::nullopt};
+    }
+    if (first) {
+        out.block_type = original.block_type;
+    } else if (auto const* o = std::get_if<type_original>(&original.block_type)) {
+        out.block_type = type_remaining{o->stuff.element_info};
+    } else {
+        out.block_type = original.block_type;
+    }
+    return out;
+}
+
+std::vector<page_sec> sections_of(block root) {
+    // Descend through blocks that hold a single block (html, then body) to the level that is cut.
+    std::vector<block const*> path{&root};
+    css::box::page inherited = root.block_style ? root.block_style->page : std::nullopt;
+    for (;;) {
+        auto const* b = std::get_if<bcontent_blocks>(&path.back()->block_content);
+        if (!b || b->column_id || b->blocks.size() != 1) {
+            break;
+        }
+        auto const* inner = std::get_if<bcontent_blocks>(&b->blocks.front().block_content);
+        if (!inner || inner->column_id) {
+            break;
+        }
+        path.push_back(&b->blocks.front());
+        inherited = name_of(*path.back(), inherited);
+    }
+    auto const* level = std::get_if<bcontent_blocks>(&path.back()->block_content);
+    if (!level || level->column_id || level->blocks.empty()) {
+        page_desc d{.sec_page_name = inherited, .sec_start = true};
+        std::vector<block> all;
+        all.push_back(std::move(root));
+        return {page_sec{d, std::move(all)}};
+    }
+    std::vector<page_sec> out;
+    std::vector<block> slice;
+    page_desc desc{.sec_page_name = name_of(level->blocks.front(), inherited), .sec_start = true};
+    auto const describe = [&](block const& b, page_desc& d) {
+        auto const& s = *b.block_style;
+        d.sec_page_break_before = s.bit_props.bit_props_page_break_before;
+        d.sec_page_break_after = s.bit_props.bit_props_page_break_after;
+        d.sec_page_counter_reset = page_counter_change(s, "page");
+        d.sec_pages_counter_reset = page_counter_change(s, "pages");
+        d.sec_page_group = s.page_group;
+    };
+    if (level->blocks.front().block_style) {
+        describe(level->blocks.front(), desc);
+    }
+    auto const close = [&] {
+        bool const first = out.empty();
+        std::vector<block> wrapped;
+        wrapped.push_back(rewrap(path, 0, std::move(slice), first));
+        out.push_back(page_sec{desc, std::move(wrapped)});
+        slice.clear();
+    };
+    for (std::size_t i = 0; i < level->blocks.size(); ++i) {
+        auto const& b = level->blocks[i];
+        auto const name = name_of(b, inherited);
+        if (i > 0 && (name != desc.sec_page_name || starts_section(b))) {
+            close();
+            auto const& prev = level->blocks[i - 1];
+            desc = page_desc{.prev_page_break_after = prev.block_style ? prev.block_style->bit_props.bit_props_page_break_after
+                                                                       : css::box::page_break::auto_,
+                             .sec_page_name = name};
+            if (b.block_style) {
+                describe(b, desc);
+            }
+        }
+        slice.push_back(b);
+    }
+    close();
+    return out;
+}
+
+} // namespace
+
+pack_document prepack_document(log::log const& log, styledom::styled_document const& doc) {
+    auto const& dom_doc = *doc.styled_dom;
+    walker w{.log = log, .doc = doc, .doc_url = dom_doc.dom_document_url};
+    auto const root = dom::document_element(dom_doc);
+    check(root.has_value(), "prepack_document");
+    auto const root_style = styledom::computed::style_of(**root);
+    auto things = w.element(*root);
+    // The root is blockified by the style computation; whatever it made is gathered into one block.
+    block root_block;
+    if (things.size() == 1 && std::holds_alternative<th_block>(things.front())) {
+        root_block = std::move(std::get<th_block>(things.front()).block);
+    } else {
+        root_block = block{.block_content = bcontent_blocks{w.group_blocks(std::move(things), root_style)},
+                           .block_style = root_style};
+    }
+    return pack_document{.pack_doc_name = dom_doc.dom_document_url,
+                         .pack_doc_pages = doc.styled_rules.rules_env.pages,
+                         .pack_doc_content = sections_of(std::move(root_block)),
+                         .doc_background = root_style,
+                         .static_flows = std::move(w.flows)};
+}
+
+} // namespace vellum::prepack::walk
