@@ -498,21 +498,20 @@ overflow_wrap0_res overflow_wrap(eval_env const&, line_kind kind, std::span<knut
         rest_head.head_graphemes = fit->fit_rest;
         rest_head.head_width = fonts::graphemes_width(false, vertical(style), fit->fit_rest, letter_spacing,
                                                       style.font_size);
+        // The items behind the word (an inline box's end, the space the line broke at) follow the rest
+        // of the word to the next line, so that the space stays between it and the next word.
         truncated out;
         out.truncated_line.assign(line.begin(), line.begin() + static_cast<std::ptrdiff_t>(i));
         out.truncated_line.push_back(knuth_box{non_word{.non_word_head = std::move(first_head),
                                                         .non_word_direction = view->dir,
                                                         .non_word_writing_mode = writing_mode,
                                                         .non_word_text = view->text->substr(0, cut)}});
-        out.truncated_line.insert(out.truncated_line.end(), line.begin() + static_cast<std::ptrdiff_t>(end),
-                                  line.end());
         out.truncated_rest.push_back(knuth_box{non_word{.non_word_head = std::move(rest_head),
                                                         .non_word_direction = view->dir,
                                                         .non_word_writing_mode = writing_mode,
                                                         .non_word_text = view->text->substr(cut)}});
-        // Whatever stood between the word and the end (an inline box's start, say) follows it.
         out.truncated_rest.insert(out.truncated_rest.end(), line.begin() + static_cast<std::ptrdiff_t>(i) + 1,
-                                  line.begin() + static_cast<std::ptrdiff_t>(end));
+                                  line.end());
         return out;
     }
     if (!any_text) {

@@ -152,10 +152,10 @@ struct scan {
             }
             // A line of the whole width that can't take its first word: cut the word if its style
             // allows, else let the line run over.
-            auto cut = eval_knuth::overflow_wrap(env, request.line_kind, bp.line, request.width);
+            auto cut = eval_knuth::overflow_wrap(env, request.line_kind, st.packed_sofar, request.width);
             if (auto* t = std::get_if<eval_knuth::truncated>(&cut)) {
-                auto const sums = line_sums(t->truncated_line);
-                bp.line = std::move(t->truncated_line);
+                bp.line = eval_knuth::trim_line(env, request.line_kind, t->truncated_line);
+                auto const sums = line_sums(bp.line);
                 bp.line_width = sums.sum_width;
                 bp.line_stretch = sums.sum_stretch;
                 bp.line_shrink = sums.sum_shrink;

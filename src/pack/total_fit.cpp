@@ -1,0 +1,358 @@
+#include "pack/total_fit.hpp"
+
+#include <cmath>
+
+namespace vellum::pack::total_fit {
+
+using namespace knuth;
+
+namespace {
+
+constexpr float threshold = 2.0f;
+
+bool too_long(adjustment_ratio const& r) {
+    if (std::holds_alternative<negative_infinite>(r)) {
+        return true;
+    }
+    auto const* rr = std::get_if<ratio>(&r);
+    return rr != nullptr && rr->ratio_value < -1.0f;
+}
+
+bool too_loose(adjustment_ratio const& r) {
+    if (std::holds_alternative<positive_infinite>(r)) {
+        return true;
+    }
+    auto const* rr = std::get_if<ratio>(&r);
+    return rr != nullptr && rr->ratio_value > threshold;
+}
+
+// Whether `a` has more demerits than `b`; a finite value beats infinity.
+bool more_demerits(demerits const& a, demerits const& b) {
+    if (!a) {
+        return static_cast<bool>(b);
+    }
+    return b && *a > *b;
+}
+
+line_kind kind_after(fbp const& f) {
+    return f.next_line_number == 1 ? line_kind::first_line : line_kind::other_line;
+}
+
+} // namespace
+
+fbp make_break_point(eval_knuth::eval_env const& env,
+                     break_params const& params,
+                     std::optional<float> art,
+                     std::span<knuth::knuth const> line_items,
+                     ref<fbp> const& previous,
+                     int index,
+                     knuth::knuth const& break_item) {
+    check(previous != nullptr && index >= previous->index, "make_break_point");
+    line_kind const kind = kind_after(*previous);
+    auto line = eval_knuth::trim_line(env, kind, line_items);
+    if (auto box = indent_box(params.used_indent, kind)) {
+        line.insert(line.begin(), std::move(*box));
+    }
+    auto const sums = line_sums(line);
+    auto const r = adjustment_ratio_of(params.width, sums.sum_width, sums.sum_stretch, sums.sum_shrink);
+    int const consecutive = is_penalty(break_item) ? previous->consecutive_hyphens + 1 : 0;
+
+    demerits d;
+    if (!too_long(r) && !std::holds_alternative<positive_infinite>(r) &&
+        !std::holds_alternative<prohibited_break>(break_item)) {
+        double const rv = std::get<ratio>(r).ratio_value;
+        double const badness = std::pow(std::abs(rv), 3.0) * 100.0 + 0.5;
+        double line_demerits = (badness + 10.0) * (badness + 10.0);
+        if (is_penalty(break_item)) {
+            line_demerits += 2500.0;
+        }
+        // Runs of hyphenated lines: over the style's limit the line is all but forbidden; without a
+        // limit reached, every hyphenated line after the first of a run costs extra.
+        if (params.hyphenate_lines && consecutive > *params.hyphenate_lines) {
+            line_demerits += 1000000.0;
+        } else if (consecutive >= 2) {
+            line_demerits += 3000.0;
+        }
+        d = line_demerits;
+    }
+    demerits chain;
+    if (previous->fbp_demerits && d) {
+        chain = *previous->fbp_demerits + *d;
+    }
+    return fbp{
+        .index = index,
+        .fbp_demerits = chain,
+        .consecutive_hyphens = consecutive,
+        .line = std::move(line),
+        .adjustment_ratio = r,
+        .art = art,
+        .fbp_type = via{previous},
+        .fbp_break_type = break_type_of(break_item),
+        .next_line_number = previous->next_line_number + 1,
+    };
+}
+
+namespace {
+
+struct checkpoint {
+    eval_knuth::page_state cp_page_info;
+    std::size_t cp_index = 0;
+    ref<fbp> cp_curr;
+    std::vector<ref<fbp>> cp_fbps;
+};
+
+struct breaker {
+    eval_knuth::eval_env const& env;
+    break_params const& params;
+    std::vector<knuth::knuth> items;
+    // The items as evaluated, index for index with `items`: under ::first-line styling, and not.
+    std::vector<knuth::knuth> accum_first_line;
+    std::vector<knuth::knuth> accum;
+    eval_knuth::page_state page_info;
+    ref<fbp> curr;
+    std::vector<ref<fbp>> fbps;
+    checkpoint cp;
+
+    bool on_first_line(fbp const& f) const { return f.next_line_number == 1; }
+
+    std::vector<knuth::knuth> const& accum_for(fbp const& f) const {
+        return on_first_line(f) ? accum_first_line : accum;
+    }
+
+    fbp candidate(ref<fbp> const& from, std::size_t end, std::optional<float> art) const {
+        auto const& acc = accum_for(*from);
+        check(end <= acc.size() && static_cast<std::size_t>(from->index) <= end, "make_break_point failed.");
+        std::span<knuth::knuth const> const line(acc.begin() + from->index, acc.begin() + static_cast<std::ptrdiff_t>(end));
+        return make_break_point(env, params, art, line, from, static_cast<int>(end), acc[end - 1]);
+    }
+
+    void take_checkpoint(std::size_t index) {
+        cp = checkpoint{.cp_page_info = page_info, .cp_index = index, .cp_curr = curr, .cp_fbps = fbps};
+    }
+
+    void back_to_checkpoint() {
+        page_info = cp.cp_page_info;
+        curr = cp.cp_curr;
+        fbps = cp.cp_fbps;
+        accum.resize(cp.cp_index);
+        accum_first_line.resize(cp.cp_index);
+    }
+
+    void replace_items(std::size_t from, std::size_t count, std::vector<knuth::knuth> const& with) {
+        auto const first = items.begin() + static_cast<std::ptrdiff_t>(from);
+        auto const pos = items.erase(first, first + static_cast<std::ptrdiff_t>(count));
+        items.insert(pos, with.begin(), with.end());
+    }
+
+    // Evaluates item i under the styling its lines may have and appends it to the accumulators.
+    void evaluate(std::size_t i) {
+        auto const rest = [&] { return std::span<knuth::knuth const>(items).subspan(i + 1); };
+        auto apply = [&](eval_knuth::eval_res& ev) {
+            if (ev.res_splice) {
+                replace_items(i + 1, static_cast<std::size_t>(ev.res_splice->splice_count),
+                              ev.res_splice->splice_items);
+            }
+        };
+        if (std::holds_alternative<start>(curr->fbp_type) && on_first_line(*curr)) {
+            auto first = eval_knuth::eval_knuth(env, line_kind::first_line, params.containing_height, page_info,
+                                                items[i], rest());
+            apply(first);
+            if (!fbps.empty()) {
+                // A line from a later break may cover this item too: it is measured both ways.
+                auto other = eval_knuth::eval_knuth(env, line_kind::other_line, params.containing_height,
+                                                    page_info, items[i], rest());
+                accum.push_back(std::move(other.res_item));
+            } else {
+                accum.push_back(first.res_item);
+            }
+            accum_first_line.push_back(std::move(first.res_item));
+            page_info = std::move(first.res_state);
+            return;
+        }
+        auto ev = eval_knuth::eval_knuth(env, line_kind::other_line, params.containing_height, page_info, items[i],
+                                         rest());
+        apply(ev);
+        accum_first_line.push_back(ev.res_item);
+        accum.push_back(std::move(ev.res_item));
+        page_info = std::move(ev.res_state);
+    }
+
+    // The overfull case: the line since `curr` is too long and there is nowhere else to break.
+    // Returns the index to go on from.
+    std::size_t overfull(fbp cand, std::size_t end) {
+        auto const& acc = accum_for(*curr);
+        std::span<knuth::knuth const> const line(acc.begin() + curr->index, acc.begin() + static_cast<std::ptrdiff_t>(end));
+        line_kind const kind = kind_after(*curr);
+        float width = params.width;
+        if (auto box = indent_box(params.used_indent, kind)) {
+            width -= item_width(*box);
+        }
+        auto cut = eval_knuth::overflow_wrap(env, kind, line, width);
+        if (auto* t = std::get_if<eval_knuth::truncated>(&cut)) {
+            // The first part of the cut word ends the line; the rest is scanned again from there.
+            auto const start = static_cast<std::size_t>(curr->index);
+            std::vector<knuth::knuth> replacement = t->truncated_line;
+            replacement.insert(replacement.end(), t->truncated_rest.begin(), t->truncated_rest.end());
+            replace_items(start, end - start, replacement);
+            accum.resize(start);
+            accum_first_line.resize(start);
+            for (auto const& item : t->truncated_line) {
+                accum.push_back(item);
+                accum_first_line.push_back(item);
+            }
+            std::size_t const kept = start + t->truncated_line.size();
+            auto line_items = eval_knuth::trim_line(env, kind, t->truncated_line);
+            if (auto box = indent_box(params.used_indent, kind)) {
+                line_items.insert(line_items.begin(), std::move(*box));
+            }
+            curr = share(fbp{
+                .index = static_cast<int>(kept),
+                .fbp_demerits = curr->fbp_demerits,
+                .consecutive_hyphens = 0,
+                .line = std::move(line_items),
+                .adjustment_ratio = negative_infinite{},
+                .art = threshold,
+                .fbp_type = via{curr},
+                .fbp_break_type = break_type::other,
+                .next_line_number = curr->next_line_number + 1,
+            });
+            fbps.clear();
+            take_checkpoint(kept);
+            return kept;
+        }
+        // Nothing to cut: the line runs over its width.
+        curr = share(std::move(cand));
+        fbps.clear();
+        take_checkpoint(end);
+        return end;
+    }
+
+    break_res run(eval_knuth::page_state start_page) {
+        page_info = std::move(start_page);
+        curr = share(fbp{
+            .index = 0,
+            .fbp_demerits = 0.0,
+            .consecutive_hyphens = params.consecutive_hyphens,
+            .art = threshold,
+            .fbp_type = start{params.start_line_number},
+            .next_line_number = params.start_line_number,
+        });
+        take_checkpoint(0);
+        std::size_t i = 0;
+        bool evaluated = false;
+        while (i < items.size()) {
+            if (!evaluated) {
+                evaluate(i);
+            }
+            evaluated = false;
+            knuth::knuth const* previous = i > 0 ? &accum[i - 1] : nullptr;
+            if (!legal_break(previous, accum[i])) {
+                ++i;
+                continue;
+            }
+            std::size_t const end = i + 1;
+            fbp cand = candidate(curr, end, threshold);
+            if (too_long(cand.adjustment_ratio)) {
+                // Perhaps a word since the last checkpoint hyphenates.
+                auto const from = cp.cp_index;
+                line_kind const kind = std::holds_alternative<start>(curr->fbp_type) && on_first_line(*curr) ? line_kind::first_line
+                                                                                          : line_kind::other_line;
+                auto const h = eval_knuth::try_hyphenate(env, kind, from > 0 ? &accum[from - 1] : nullptr,
+                                                         std::span<knuth::knuth const>(items).subspan(from));
+                if (h) {
+                    back_to_checkpoint();
+                    replace_items(from + h->word_index, 1, h->word_parts);
+                    i = from;
+                    continue;
+                }
+                if (!fbps.empty()) {
+                    fbp last = candidate(fbps.back(), end, threshold);
+                    if (too_long(last.adjustment_ratio) && fbps.back()->index < static_cast<int>(cp.cp_index) &&
+                        static_cast<int>(cp.cp_index) > curr->index) {
+                        // Give up on the alternatives: break where the line last fitted, as a last
+                        // resort, and go on from there.
+                        std::size_t const at = cp.cp_index;
+                        back_to_checkpoint();
+                        curr = share(candidate(curr, at, std::nullopt));
+                        fbps.clear();
+                        take_checkpoint(at);
+                        i = at;
+                        continue;
+                    }
+                    // The oldest alternative becomes the break to measure from.
+                    curr = fbps.front();
+                    fbps.erase(fbps.begin());
+                    evaluated = true;
+                    continue;
+                }
+                i = overfull(std::move(cand), end);
+                continue;
+            }
+            if (too_loose(cand.adjustment_ratio)) {
+                take_checkpoint(end);
+                ++i;
+                continue;
+            }
+            // A feasible break: the best way to reach it, from `curr` or from any alternative still
+            // close enough to make a line.
+            fbp best = std::move(cand);
+            for (auto const& e : fbps) {
+                fbp c = candidate(e, end, threshold);
+                if (too_loose(c.adjustment_ratio)) {
+                    break;
+                }
+                if (!more_demerits(c.fbp_demerits, best.fbp_demerits)) {
+                    best = std::move(c);
+                }
+            }
+            if (is_forced_break(accum[i])) {
+                curr = share(std::move(best));
+                fbps.clear();
+            } else {
+                fbps.push_back(share(std::move(best)));
+            }
+            take_checkpoint(end);
+            ++i;
+        }
+
+        ref<fbp> last = fbps.empty() ? curr : fbps.back();
+        check(last != nullptr, "break_lines failed.");
+        std::vector<ref<fbp>> chain;
+        for (ref<fbp> f = last; f != nullptr;) {
+            auto const* v = std::get_if<via>(&f->fbp_type);
+            if (v == nullptr) {
+                break;
+            }
+            chain.push_back(f);
+            f = v->via_fbp;
+        }
+        break_res res;
+        for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
+            fbp const& f = **it;
+            check(f.index <= static_cast<int>(accum.size()), "make_break_point failed.");
+            res.res_lines.push_back(knuth_line{
+                .start_index = std::get<via>(f.fbp_type).via_fbp->index,
+                .end_index = f.index,
+                .break_type = f.fbp_break_type,
+                .line_content = f.line,
+                .adjustment_ratio = f.adjustment_ratio,
+                .art = f.art,
+            });
+        }
+        res.res_items = std::move(accum);
+        res.res_page_info = std::move(page_info);
+        return res;
+    }
+};
+
+} // namespace
+
+break_res break_lines(eval_knuth::eval_env const& env,
+                      break_params const& params,
+                      eval_knuth::page_state page_info,
+                      std::vector<knuth::knuth> items) {
+    breaker b{.env = env, .params = params, .items = std::move(items)};
+    return b.run(std::move(page_info));
+}
+
+} // namespace vellum::pack::total_fit

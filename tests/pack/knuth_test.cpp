@@ -1,0 +1,346 @@
+#include "pack/best_fit.hpp"
+#include "pack/first_fit.hpp"
+#include "pack/knuth.hpp"
+#include "pack/total_fit.hpp"
+#include "text/hyph/hyphen_parser.hpp"
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace vellum::pack {
+namespace {
+
+using namespace knuth;
+
+// A monospaced test font: every character is half an em wide, so at 10pt a letter or a space is 5pt,
+// a space stretches by 2.5pt and shrinks by 5/6pt.
+knuth::graphemes mono(fonts::font_req const&, fonts::direction, std::u32string_view text) {
+    knuth::graphemes out;
+    for (char32_t c : text) {
+        out.push_back(fonts::grapheme{.base_glyph = {.glyph_unicodes = std::u32string(1, c), .glyph_hori_advance = 0.5f}});
+    }
+    return out;
+}
+
+struct style_opts {
+    css::text::hyphens hyphens = css::text::hyphens::manual;
+    css::text::overflow_wrap overflow_wrap = css::text::overflow_wrap::normal;
+};
+
+style_ref make_style(style_opts o = {}) {
+    auto s = *css::style::initial_style();
+    s.font_size = 10;
+    s.hyphens = o.hyphens;
+    s.hyphenate_patterns = {css::value::url{.url_text = "test.pat"}};
+    auto text = *s.text;
+    text.text_props_overflow_wrap = o.overflow_wrap;
+    s.text = share(text);
+    return share(s);
+}
+
+font_req_ref const req = share(fonts::font_req{});
+
+knuth::knuth w(std::u32string text, style_ref const& s, std::optional<first_line_form> fl = std::nullopt) {
+    return knuth_box{word{.word_head = {.head_font_req = req, .head_style = s, .head_first_line = fl},
+                          .word_text = std::move(text)}};
+}
+
+knuth::knuth sp(style_ref const& s) {
+    return knuth_glue{glue{.glue_font_req = req, .glue_style = s}};
+}
+
+knuth::knuth hy(style_ref const& s) {
+    return knuth_penalty{soft{.penaly_font_req = req, .penaly_style = s}};
+}
+
+// The items of a text: words between single spaces, and a forced break at the end.
+std::vector<knuth::knuth> para(std::u32string const& text, style_ref const& s) {
+    std::vector<knuth::knuth> out;
+    std::size_t from = 0;
+    for (;;) {
+        auto const at = text.find(U' ', from);
+        out.push_back(w(text.substr(from, at - from), s));
+        if (at == std::u32string::npos) {
+            break;
+        }
+        out.push_back(sp(s));
+        from = at + 1;
+    }
+    out.push_back(forced_break{});
+    return out;
+}
+
+eval_knuth::eval_env make_env() {
+    auto rules = share(hyphen_parser::parse_patterns(U"a1b\nc1d\n"));
+    return eval_knuth::eval_env{
+        .env_shape = mono,
+        .env_patterns = [rules](css::text::hyphenate_patterns const&) {
+            return std::optional<ref<hyphen_parser::hyphen_rules>>(rules);
+        },
+    };
+}
+
+// The text of a line: words as they are, spaces as " ", a hyphen at a penalty.
+std::string text_of(std::span<knuth::knuth const> line) {
+    std::string out;
+    for (auto const& it : line) {
+        if (auto const* b = std::get_if<knuth_box>(&it)) {
+            if (auto const* x = std::get_if<word>(b)) {
+                out += textbuf::to_utf8(x->word_text);
+            } else if (auto const* y = std::get_if<non_word>(b)) {
+                out += textbuf::to_utf8(y->non_word_text);
+            }
+        } else if (std::holds_alternative<knuth_glue>(it)) {
+            out += " ";
+        } else if (std::holds_alternative<knuth_penalty>(it)) {
+            out += "-";
+        }
+    }
+    return out;
+}
+
+// Breaks a whole paragraph with a greedy breaker, line after line.
+std::vector<std::string> greedy(linebreak::method m, std::vector<knuth::knuth> items, float width, bool hyphenate = true) {
+    auto const env = make_env();
+    std::vector<std::string> lines;
+    line_kind kind = line_kind::first_line;
+    while (!items.empty()) {
+        linebreak::line_request const rq{.line_kind = kind, .width = width, .container_width = width,
+                                         .hyphenate_ok = hyphenate};
+        auto res = linebreak::fill_line(env, m, rq, {}, std::move(items));
+        auto& bp = std::get<linebreak::break_point>(res);
+        lines.push_back(text_of(bp.line));
+        items = strip_leading(bp.remain_para);
+        kind = line_kind::other_line;
+        if (lines.size() > 50) {
+            ADD_FAILURE() << "no progress";
+            break;
+        }
+    }
+    return lines;
+}
+
+TEST(knuth, legal_breaks_and_stripping) {
+    auto const s = make_style();
+    knuth::knuth const box = w(U"a", s);
+    knuth::knuth const glue_item = sp(s);
+    knuth::knuth const pen = hy(s);
+    EXPECT_TRUE(legal_break(&box, glue_item));
+    EXPECT_FALSE(legal_break(nullptr, glue_item));
+    EXPECT_FALSE(legal_break(&glue_item, glue_item)) << "never after another glue";
+    EXPECT_FALSE(legal_break(&pen, glue_item)) << "never after a penalty";
+    knuth::knuth const prohibit = prohibited_break{};
+    EXPECT_FALSE(legal_break(&prohibit, glue_item)) << "a non-breaking space";
+    EXPECT_TRUE(legal_break(&glue_item, pen));
+    EXPECT_TRUE(legal_break(&glue_item, knuth::knuth{forced_break{}}));
+    EXPECT_FALSE(legal_break(&glue_item, box));
+
+    knuth::knuth const o = knuth_box{open{}};
+    std::vector<knuth::knuth> const items{glue_item, pen, prohibit, o, glue_item, box, glue_item};
+    auto const stripped = strip_leading(items);
+    ASSERT_EQ(stripped.size(), 3u);
+    EXPECT_EQ(stripped[0], o) << "an inline box start is kept and the walk goes on";
+    EXPECT_EQ(stripped[1], box);
+    std::vector<knuth::knuth> const note{glue_item, knuth::knuth{footnote{}}, glue_item};
+    EXPECT_EQ(strip_leading(note).size(), 2u) << "a footnote ends the walk with everything kept";
+}
+
+TEST(knuth, widths_sums_and_ratios) {
+    auto const s = make_style();
+    std::vector<knuth::knuth> const items{
+        knuth_box{indent{.indent_width = 7}},
+        knuth_penalty{soft{.penalty_width = 3}},
+        knuth_glue{glue{.glue_width = 5, .stretchability = 2, .shrinkability = 1}},
+        knuth_box{inline_block{.inline_block_width = 20, .inline_block_style = s}},
+        knuth_penalty{soft{.penalty_width = 4}},
+    };
+    // The inner penalty doesn't count; the last does.
+    EXPECT_EQ(line_sums(items), (line_sum{.sum_width = 36, .sum_stretch = 2, .sum_shrink = 1}));
+
+    EXPECT_EQ(adjustment_ratio_of(100, 100.00005f, 0, 0), adjustment_ratio{ratio{0}});
+    EXPECT_EQ(adjustment_ratio_of(100, 90, 5, 0), adjustment_ratio{ratio{2}});
+    EXPECT_EQ(adjustment_ratio_of(100, 90, 0, 3), adjustment_ratio{positive_infinite{}});
+    EXPECT_EQ(adjustment_ratio_of(100, 110, 5, 0), adjustment_ratio{negative_infinite{}});
+    EXPECT_EQ(adjustment_ratio_of(100, 104, 5, 8), adjustment_ratio{ratio{-0.5f}});
+    // A leader (or forced break) on a line makes it perfect, however short.
+    knuth::knuth const leader = knuth_leader{};
+    EXPECT_EQ(item_stretch_shrink(leader).stretch, infinite_stretch);
+    EXPECT_EQ(adjustment_ratio_of(100, 10, infinite_stretch, 0), adjustment_ratio{ratio{0}});
+
+    css::used_style::used_indent const in{.indent_type = css::used_style::indent_type::indent, .indent_amount = 12};
+    css::used_style::used_indent const hang{.indent_type = css::used_style::indent_type::hanging, .indent_amount = 12};
+    EXPECT_TRUE(indent_box(in, line_kind::first_line));
+    EXPECT_FALSE(indent_box(in, line_kind::other_line));
+    EXPECT_FALSE(indent_box(hang, line_kind::first_line));
+    EXPECT_TRUE(indent_box(hang, line_kind::other_line));
+    EXPECT_FALSE(indent_box({.indent_amount = 0}, line_kind::first_line));
+}
+
+TEST(knuth, evaluation_measures_text_spaces_and_hyphens) {
+    auto const env = make_env();
+    auto const s = make_style();
+    auto const ev = eval_knuth::eval_knuth(env, line_kind::other_line, std::nullopt, {}, w(U"abcd", s), {});
+    EXPECT_FLOAT_EQ(item_width(ev.res_item), 20);
+    auto const g = eval_knuth::eval_knuth(env, line_kind::other_line, std::nullopt, {}, sp(s), {});
+    auto const ss = item_stretch_shrink(g.res_item);
+    EXPECT_FLOAT_EQ(item_width(g.res_item), 5);
+    EXPECT_FLOAT_EQ(ss.stretch, 2.5f);
+    EXPECT_FLOAT_EQ(ss.shrink, 5.0f / 6.0f);
+    EXPECT_FLOAT_EQ(item_width(eval_knuth::eval_knuth(env, line_kind::other_line, std::nullopt, {}, hy(s), {}).res_item), 5);
+
+    // Under ::first-line styling the first-line form measures.
+    auto big = *s;
+    big.font_size = 20;
+    first_line_form const fl{.first_line_font_req = req, .first_line_style = share(big)};
+    auto const first = eval_knuth::eval_knuth(env, line_kind::first_line, std::nullopt, {}, w(U"ab", s, fl), {});
+    auto const other = eval_knuth::eval_knuth(env, line_kind::other_line, std::nullopt, {}, w(U"ab", s, fl), {});
+    EXPECT_FLOAT_EQ(item_width(first.res_item), 20);
+    EXPECT_FLOAT_EQ(item_width(other.res_item), 10);
+
+    // A footnote call is numbered and noted, and stays in the list.
+    auto const note = eval_knuth::eval_knuth(env, line_kind::other_line, std::nullopt, {.footnote_counter = 4},
+                                             knuth::knuth{footnote{}}, {});
+    EXPECT_EQ(note.res_state.footnote_counter, 5);
+    EXPECT_EQ(note.res_state.page_footnotes.size(), 1u);
+}
+
+TEST(knuth, trimming_rejoins_the_pieces_of_a_word) {
+    auto const env = make_env();
+    auto const s = make_style();
+    std::vector<knuth::knuth> const line{w(U"ab", s), hy(s), w(U"cd", s), hy(s), w(U"ef", s), sp(s)};
+    auto const trimmed = eval_knuth::trim_line(env, line_kind::other_line, line);
+    ASSERT_EQ(trimmed.size(), 1u) << "joined, and the space at the end dropped";
+    EXPECT_EQ(text_of(trimmed), "abcdef");
+    EXPECT_TRUE(std::holds_alternative<non_word>(std::get<knuth_box>(trimmed[0])));
+    EXPECT_FLOAT_EQ(item_width(trimmed[0]), 30) << "measured again whole";
+
+    std::vector<knuth::knuth> const at_hyphen{w(U"xx", s), sp(s), w(U"ab", s), hy(s)};
+    EXPECT_EQ(text_of(eval_knuth::trim_line(env, line_kind::other_line, at_hyphen)), "xx ab-") << "the hyphen stays";
+}
+
+TEST(first_fit, breaks_at_the_last_space_that_fits) {
+    auto const s = make_style();
+    // Words of 15pt with 5pt spaces: two words make 35pt.
+    EXPECT_EQ(greedy(linebreak::method::first_fit, para(U"xxx yyy zzz www", s), 40),
+              (std::vector<std::string>{"xxx yyy", "zzz www"}));
+    EXPECT_EQ(greedy(linebreak::method::first_fit, para(U"xxx yyy zzz www", s), 34.9f),
+              (std::vector<std::string>{"xxx", "yyy", "zzz", "www"}));
+    // Exactly the width, within the tolerance.
+    EXPECT_EQ(greedy(linebreak::method::first_fit, para(U"xxx yyy zzz", s), 35.00005f),
+              (std::vector<std::string>{"xxx yyy", "zzz"}));
+}
+
+TEST(first_fit, hyphenates_only_a_word_that_does_not_fit) {
+    auto const s = make_style({.hyphens = css::text::hyphens::auto_});
+    // "xxaabb" splits as "xxaa-bb" by the pattern a1b; it is split only when it doesn't fit whole.
+    EXPECT_EQ(greedy(linebreak::method::first_fit, para(U"xx xxaabb", s), 50),
+              (std::vector<std::string>{"xx xxaabb"}));
+    EXPECT_EQ(greedy(linebreak::method::first_fit, para(U"xx xxaabb", s), 40),
+              (std::vector<std::string>{"xx xxaa-", "bb"}));
+    EXPECT_EQ(greedy(linebreak::method::first_fit, para(U"xx xxaabb", s), 40, false),
+              (std::vector<std::string>{"xx", "xxaabb"}))
+        << "a line past the hyphenate-lines limit does not try";
+    auto const manual = make_style();
+    EXPECT_EQ(greedy(linebreak::method::first_fit, para(U"xx xxaabb", manual), 40),
+              (std::vector<std::string>{"xx", "xxaabb"}));
+}
+
+TEST(first_fit, a_first_line_word_in_first_line_style_stays_whole) {
+    auto const env = make_env();
+    auto const s = make_style({.hyphens = css::text::hyphens::auto_});
+    first_line_form const fl{.first_line_font_req = req, .first_line_style = s};
+    std::vector<knuth::knuth> const items{w(U"xx", s, fl), sp(s), w(U"xxaabb", s, fl), forced_break{}};
+    EXPECT_FALSE(eval_knuth::try_hyphenate(env, line_kind::first_line, nullptr, std::span(items).subspan(2)));
+    EXPECT_TRUE(eval_knuth::try_hyphenate(env, line_kind::other_line, nullptr, std::span(items).subspan(2)));
+}
+
+TEST(first_fit, a_word_wider_than_the_column) {
+    auto const normal = make_style();
+    EXPECT_EQ(greedy(linebreak::method::first_fit, para(U"abcdefghij xy", normal), 30),
+              (std::vector<std::string>{"abcdefghij", "xy"}))
+        << "overfull";
+    auto const breaking = make_style({.overflow_wrap = css::text::overflow_wrap::break_word});
+    EXPECT_EQ(greedy(linebreak::method::first_fit, para(U"abcdefghij xy", breaking), 30),
+              (std::vector<std::string>{"abcdef", "ghij", "xy"}))
+        << "cut at the width, the space kept before the next word";
+    EXPECT_EQ(greedy(linebreak::method::first_fit, para(U"abcdefghij xy", breaking), 35),
+              (std::vector<std::string>{"abcdefg", "hij xy"}));
+}
+
+TEST(best_fit, shrinks_spaces_to_take_one_more_word) {
+    auto const s = make_style();
+    // Three words make 55pt with two spaces that shrink by 5/6pt each.
+    EXPECT_EQ(greedy(linebreak::method::first_fit, para(U"xxx yyy zzz", s), 54),
+              (std::vector<std::string>{"xxx yyy", "zzz"}));
+    EXPECT_EQ(greedy(linebreak::method::best_fit, para(U"xxx yyy zzz", s), 54),
+              (std::vector<std::string>{"xxx yyy zzz"}));
+    EXPECT_EQ(greedy(linebreak::method::best_fit, para(U"xxx yyy zzz", s), 53),
+              (std::vector<std::string>{"xxx yyy", "zzz"}))
+        << "two spaces can't shrink by 2pt";
+}
+
+TEST(total_fit, breaks_a_paragraph_and_reports_its_lines) {
+    auto const env = make_env();
+    auto const s = make_style();
+    auto items = para(U"aaa bbb ccc ddd eee ff ggg hhh", s);
+    auto const n = items.size();
+    auto const res = total_fit::break_lines(env, {.width = 55}, {}, items);
+    std::vector<std::string> texts;
+    for (auto const& l : res.res_lines) {
+        texts.push_back(text_of(l.line_content));
+    }
+    EXPECT_EQ(texts, (std::vector<std::string>{"aaa bbb ccc", "ddd eee ff", "ggg hhh"}));
+    ASSERT_FALSE(res.res_lines.empty());
+    EXPECT_EQ(res.res_lines.front().start_index, 0);
+    EXPECT_EQ(res.res_lines.back().end_index, static_cast<int>(n));
+    EXPECT_EQ(res.res_lines.back().break_type, break_type::forced_break);
+    for (std::size_t k = 1; k < res.res_lines.size(); ++k) {
+        EXPECT_EQ(res.res_lines[k].start_index, res.res_lines[k - 1].end_index);
+    }
+    for (auto const& l : res.res_lines) {
+        SCOPED_TRACE(text_of(l.line_content));
+        EXPECT_TRUE(fits(line_sums(l.line_content).sum_width - line_sums(l.line_content).sum_shrink, 55));
+    }
+}
+
+TEST(total_fit, demerits_of_hyphen_runs) {
+    auto const env = make_env();
+    auto const s = make_style();
+    // Lines of exactly the width have badness 0.5: (0.5 + 10)^2 = 110.25 demerits, 2500 more at a hyphen.
+    std::vector<knuth::knuth> line{eval_knuth::eval_knuth(env, line_kind::other_line, std::nullopt, {}, w(U"abcd", s), {}).res_item,
+                                   knuth_penalty{soft{.penalty_width = 5}}};
+    auto root = share(total_fit::fbp{.next_line_number = 2});
+    total_fit::break_params params{.hyphenate_lines = 1, .width = 25};
+    auto const one = total_fit::make_break_point(env, params, 2.0f, line, root, 2, line.back());
+    ASSERT_TRUE(one.fbp_demerits);
+    EXPECT_DOUBLE_EQ(*one.fbp_demerits, 110.25 + 2500);
+    EXPECT_EQ(one.consecutive_hyphens, 1);
+    EXPECT_EQ(one.fbp_break_type, break_type::hyphen);
+    auto const two = total_fit::make_break_point(env, params, 2.0f, line, share(one), 4, line.back());
+    EXPECT_DOUBLE_EQ(*two.fbp_demerits, 2 * (110.25 + 2500) + 1000000) << "over the limit of one";
+    params.hyphenate_lines.reset();
+    auto const unlimited = total_fit::make_break_point(env, params, 2.0f, line, share(one), 4, line.back());
+    EXPECT_DOUBLE_EQ(*unlimited.fbp_demerits, 2 * (110.25 + 2500) + 3000);
+    // A line that can't shrink enough has infinite demerits, and so has the chain after it.
+    params.width = 20;
+    EXPECT_FALSE(total_fit::make_break_point(env, params, 2.0f, line, root, 2, line.back()).fbp_demerits);
+}
+
+TEST(total_fit, an_overlong_word_is_cut_with_break_word) {
+    auto const env = make_env();
+    auto const breaking = make_style({.overflow_wrap = css::text::overflow_wrap::break_word});
+    auto const res = total_fit::break_lines(env, {.width = 30}, {}, para(U"abcdefghij", breaking));
+    ASSERT_EQ(res.res_lines.size(), 2u);
+    EXPECT_EQ(text_of(res.res_lines[0].line_content), "abcdef");
+    EXPECT_EQ(res.res_lines[0].adjustment_ratio, adjustment_ratio{negative_infinite{}});
+    EXPECT_EQ(text_of(res.res_lines[1].line_content), "ghij");
+
+    auto const normal = make_style();
+    auto const over = total_fit::break_lines(env, {.width = 30}, {}, para(U"abcdefghij xy", normal));
+    ASSERT_EQ(over.res_lines.size(), 2u);
+    EXPECT_EQ(text_of(over.res_lines[0].line_content), "abcdefghij") << "an overfull line is kept";
+}
+
+} // namespace
+} // namespace vellum::pack
