@@ -1,6 +1,11 @@
 #include "text/font_subset.hpp"
 
+#include "text/font_data.hpp"
+#include "text/fonts/freetype.hpp"
+#include "text/macroman.hpp"
+
 #include <algorithm>
+#include <cstdio>
 #include <string>
 
 namespace vellum::font_subset {
@@ -85,6 +90,55 @@ std::uint32_t table_checksum(std::span<std::uint8_t const> bytes) {
         sum += word;
     }
     return sum;
+}
+
+std::vector<std::uint8_t> assemble_sfnt(std::vector<sfnt_table> tables) {
+    auto const table_count = static_cast<std::uint32_t>(tables.size());
+    // The search fields let a reader binary-search the directory: the largest power of two not above the
+    // table count, its logarithm, and what remains beyond it, in units of 16-byte entries.
+    std::uint32_t selector = 0;
+    while ((2u << selector) <= table_count) {
+        ++selector;
+    }
+    std::uint32_t const search_range = 16u << selector;
+    std::vector<std::uint8_t> header;
+    append32(header, 0x00010000);
+    append16(header, table_count);
+    append16(header, search_range);
+    append16(header, selector);
+    append16(header, 16 * table_count - search_range);
+    std::vector<std::uint8_t> directory;
+    std::uint32_t offset = 12 + 16 * table_count;
+    std::uint32_t sum = 0;
+    std::optional<std::size_t> head_offset;
+    for (auto& t : tables) {
+        std::size_t const length = t.sfnt_bytes.size();
+        if (t.sfnt_tag == make_tag("head") && length >= 12) {
+            // The adjustment is left out of every checksum, the table's own included.
+            put32(t.sfnt_bytes, 8, 0);
+            head_offset = offset;
+        }
+        t.sfnt_bytes.resize(padded(length), 0);
+        std::uint32_t const checksum = table_checksum(t.sfnt_bytes);
+        sum += checksum;
+        append32(directory, t.sfnt_tag);
+        append32(directory, checksum);
+        append32(directory, offset);
+        append32(directory, static_cast<std::uint32_t>(length));
+        offset += static_cast<std::uint32_t>(t.sfnt_bytes.size());
+    }
+    sum += table_checksum(directory) + table_checksum(header);
+    std::vector<std::uint8_t> out;
+    out.reserve(offset);
+    out.insert(out.end(), header.begin(), header.end());
+    out.insert(out.end(), directory.begin(), directory.end());
+    for (auto const& t : tables) {
+        out.insert(out.end(), t.sfnt_bytes.begin(), t.sfnt_bytes.end());
+    }
+    if (head_offset) {
+        put32(out, *head_offset + 8, 0xB1B0AFBAu - sum);
+    }
+    return out;
 }
 
 result<subset> make_subset(table_reader const& read_table,
@@ -239,53 +293,169 @@ result<subset> make_subset(table_reader const& read_table,
     // Post table version 3: no glyph names.
     post.resize(32);
     put32(post, 0, 0x00030000);
-    put32(head, 8, 0);
     find("glyf") = std::move(new_glyf);
     find("loca") = std::move(new_loca);
     find("hmtx") = std::move(new_hmtx);
 
-    // The file: header, directory, then the tables padded to four bytes.
-    auto const table_count = static_cast<std::uint32_t>(tables.size());
-    std::uint32_t selector = 0;
-    while ((2u << selector) <= table_count) {
-        ++selector;
-    }
-    std::uint32_t const search_range = 16u << selector;
-    std::vector<std::uint8_t> header;
-    append32(header, 0x00010000);
-    append16(header, table_count);
-    append16(header, search_range);
-    append16(header, selector);
-    append16(header, 16 * table_count - search_range);
-    std::vector<std::uint8_t> directory;
-    std::uint32_t offset = 12 + 16 * table_count;
-    std::uint32_t sum = 0;
-    std::size_t head_offset = 0;
+    std::vector<sfnt_table> file_tables;
+    file_tables.reserve(tables.size());
     for (auto& t : tables) {
-        std::size_t const length = t.table_bytes.size();
-        t.table_bytes.resize(padded(length), 0);
-        std::uint32_t const checksum = table_checksum(t.table_bytes);
-        sum += checksum;
-        append32(directory, t.table_tag);
-        append32(directory, checksum);
-        append32(directory, offset);
-        append32(directory, static_cast<std::uint32_t>(length));
-        if (t.table_tag == make_tag("head")) {
-            head_offset = offset;
-        }
-        offset += static_cast<std::uint32_t>(t.table_bytes.size());
+        file_tables.push_back({t.table_tag, std::move(t.table_bytes)});
     }
-    sum += table_checksum(directory) + table_checksum(header);
     subset out;
-    out.subset_bytes.reserve(offset);
-    out.subset_bytes.insert(out.subset_bytes.end(), header.begin(), header.end());
-    out.subset_bytes.insert(out.subset_bytes.end(), directory.begin(), directory.end());
-    for (auto const& t : tables) {
-        out.subset_bytes.insert(out.subset_bytes.end(), t.table_bytes.begin(), t.table_bytes.end());
-    }
-    put32(out.subset_bytes, head_offset + 8, 0xB1B0AFBAu - sum);
+    out.subset_bytes = assemble_sfnt(std::move(file_tables));
     out.subset_glyphs = std::move(list);
     return out;
+}
+
+namespace {
+
+// The tables of a face, read through FreeType; the subsetter changes its copies in place.
+table_reader reader_of(font_data::font_data const& data) {
+    return [face = data.font_face](tag t) -> std::optional<std::vector<std::uint8_t>> {
+        auto b = fonts::freetype::load_table(face, t);
+        if (!b) {
+            return std::nullopt;
+        }
+        auto const v = b->view();
+        return std::vector<std::uint8_t>(v.begin(), v.end());
+    };
+}
+
+std::string code_points(unicode::unicodes const& chars) {
+    std::string out;
+    for (char32_t c : chars) {
+        char buf[16];
+        std::snprintf(buf, sizeof buf, "U+%04X", unsigned(c));
+        out += (out.empty() ? "" : " ") + std::string(buf);
+    }
+    return out;
+}
+
+// The "cmap" of a MacRoman font's subset: each code whose character the font maps to a glyph of the
+// subset gets that glyph's new number. A viewer draws a code of a simple TrueType font through this
+// table, so every glyph that the text reaches must be reachable from its code; glyphs that are not (a
+// ligature, or a glyph whose number went past 255) are logged.
+char_map_array macroman_map(log::log const& log, fonts::font_ref const& font, fonts::glyph_cache const& cache) {
+    char_map_array map{};
+    std::vector<bool> reached(cache.glyph_cache_entries.size(), false);
+    auto const& data = *font->used_font_data;
+    for (int code = 0; code < 256; ++code) {
+        auto const source = font_data::char_to_glyph(data, macroman::to_unicode(std::uint8_t(code)));
+        auto const at = cache.glyph_cache_positions.find(source);
+        if (source == 0 || at == cache.glyph_cache_positions.end()) {
+            continue;
+        }
+        int const number = cache.glyph_cache_entries[at->second].entry_index->get();
+        if (number <= 255) {
+            map[std::size_t(code)] = std::uint8_t(number);
+            reached[at->second] = true;
+        }
+    }
+    std::string lost;
+    for (std::size_t i = 0; i < reached.size(); ++i) {
+        auto const& entry = cache.glyph_cache_entries[i];
+        if (!reached[i] && entry.entry_source != 0) {
+            lost += (lost.empty() ? "" : ", ") + (entry.entry_unicodes.empty()
+                                                       ? "glyph " + std::to_string(entry.entry_source)
+                                                       : code_points(entry.entry_unicodes));
+        }
+    }
+    if (!lost.empty()) {
+        log::log_error(log, "invalid MacRoman char codes for font subsetting: " + lost);
+    }
+    return map;
+}
+
+char_map_array identity_map(std::size_t count) {
+    if (count > 256) {
+        throw internal_error("standard glyph index out of range: " + std::to_string(count - 1));
+    }
+    char_map_array map{};
+    for (std::size_t i = 0; i < count; ++i) {
+        map[i] = std::uint8_t(i);
+    }
+    return map;
+}
+
+} // namespace
+
+void subset_font(log::log const& log, bool embed_fonts, fonts::font_ref const& font) {
+    auto const encoding = font->used_font_encoding->get();
+    auto const& data = *font->used_font_data;
+    if (!embed_fonts && encoding == fonts::font_pdf_encoding::macroman_encoding) {
+        return; // not embedded, so nothing to cut
+    }
+    if (data.font_info.outlines == font_info::font_outlines::cff_outlines) {
+        return; // CFF fonts go out whole
+    }
+    // The new order: the missing glyph, then the glyphs in the order of first use. Each glyph's PDF
+    // number becomes its place in that order.
+    auto const cache = font->used_font_glyph_cache->get();
+    glyph_index_array list{0};
+    for (auto const& entry : cache.glyph_cache_entries) {
+        if (entry.entry_source == 0) {
+            entry.entry_index->set(0);
+            continue;
+        }
+        entry.entry_index->set(int(list.size()));
+        list.push_back(entry.entry_source);
+    }
+
+    std::optional<char_map_array> map;
+    switch (encoding) {
+    case fonts::font_pdf_encoding::identity_encoding:
+        // Few glyphs fit one-byte codes: the text then takes half the bytes, and the font is a simple
+        // one whose codes are its glyph numbers.
+        if (list.size() <= 256) {
+            font->used_font_encoding->set(fonts::font_pdf_encoding::standard_encoding);
+            map = identity_map(list.size());
+        }
+        break;
+    case fonts::font_pdf_encoding::standard_encoding:
+        map = identity_map(list.size());
+        break;
+    case fonts::font_pdf_encoding::macroman_encoding:
+        map = macroman_map(log, font, cache);
+        break;
+    }
+
+    auto made = make_subset(reader_of(data), map, list);
+    if (!made) {
+        log::log_warning(log, "failed to subset font: " + fonts::describe_font(font) + ": " + made.error());
+        return;
+    }
+    font->used_font_subset->set(bytes::from_vector(std::move(made->subset_bytes)));
+}
+
+std::optional<bytes::bytes> font_file_bytes(fonts::font_ref const& font) {
+    if (auto subset = font->used_font_subset->get()) {
+        return subset;
+    }
+    auto const& data = *font->used_font_data;
+    if (data.font_info.outlines == font_info::font_outlines::cff_outlines) {
+        // The font program of a PDF font of CFF outlines is the bare "CFF " table, not its sfnt wrapper.
+        return fonts::freetype::load_table(data.font_face, make_tag("CFF "));
+    }
+    // Tag 0 asks FreeType for the whole file.
+    auto whole = fonts::freetype::load_table(data.font_face, 0);
+    if (!whole || whole->size() < 12) {
+        return std::nullopt;
+    }
+    if (whole->chars().substr(0, 4) != "ttcf") {
+        return whole;
+    }
+    // One face of a collection: its tables in a file of their own. The tables a PDF reader uses are
+    // those the subsetter keeps, with OS/2 besides.
+    std::vector<sfnt_table> tables;
+    for (char const* name : {"OS/2", "cmap", "cvt ", "fpgm", "glyf", "head", "hhea", "hmtx", "loca", "maxp",
+                             "name", "post", "prep"}) {
+        if (auto b = fonts::freetype::load_table(data.font_face, make_tag(name))) {
+            auto const v = b->view();
+            tables.push_back({make_tag(name), std::vector<std::uint8_t>(v.begin(), v.end())});
+        }
+    }
+    return bytes::from_vector(assemble_sfnt(std::move(tables)));
 }
 
 } // namespace vellum::font_subset

@@ -3,7 +3,10 @@
 // the tables a PDF reader needs and nothing else.
 #pragma once
 
+#include "driver/log.hpp"
+#include "text/fonts/fonts.hpp"
 #include "text/opentype/reader.hpp"
+#include "util/bytes.hpp"
 #include "util/result.hpp"
 
 #include <array>
@@ -34,6 +37,29 @@ struct subset {
 [[nodiscard]] result<subset> make_subset(table_reader const& read_table,
                                          std::optional<char_map_array> const& char_map,
                                          glyph_index_array const& glyphs);
+
+/// Cuts a used font down to the glyphs in its glyph cache, before the pages' text is written: each
+/// cached glyph's PDF number becomes its place in the subset, an Identity font of at most 256 glyphs
+/// turns into a simple font with one-byte codes, and the new file goes into the font's subset cell.
+/// A font with CFF outlines is left whole, and so is a MacRoman font that will not be embedded. A
+/// failure is a warning, and the font is then embedded whole.
+void subset_font(log::log const& log, bool embed_fonts, fonts::font_ref const& font);
+
+/// The bytes of the font file to embed: the subset if one was made, otherwise the whole face as one
+/// sfnt (a face of a collection is taken out of it) or, for CFF outlines, the bare CFF font program.
+/// Nothing if the bytes cannot be had.
+[[nodiscard]] std::optional<bytes::bytes> font_file_bytes(fonts::font_ref const& font);
+
+/// One table of an sfnt file to be written.
+struct sfnt_table {
+    opentype::reader::tag sfnt_tag = 0;
+    std::vector<std::uint8_t> sfnt_bytes;
+};
+
+/// Writes an sfnt file from tables sorted by tag: the directory with the search fields, the tables padded
+/// to four bytes, and the checksum adjustment of "head" (if there is one) that makes the whole file sum
+/// to 0xB1B0AFBA.
+std::vector<std::uint8_t> assemble_sfnt(std::vector<sfnt_table> tables);
 
 /// The checksum of a table: the sum of its big-endian 32-bit words, the last padded with zeros; a table
 /// shorter than four bytes sums to 0.

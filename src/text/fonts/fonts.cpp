@@ -498,6 +498,21 @@ std::vector<font_ref> used_fonts(fonts const& db) {
     return db.used_fonts->get();
 }
 
+std::shared_ptr<cell<int>> record_glyph(font_ref const& font, std::uint32_t source, unicode::unicodes const& chars) {
+    return font->used_font_glyph_cache->update([&](glyph_cache& c) {
+        auto [it, fresh] = c.glyph_cache_positions.try_emplace(source, c.glyph_cache_entries.size());
+        if (fresh) {
+            c.glyph_cache_entries.push_back(
+                {.entry_source = source, .entry_index = std::make_shared<cell<int>>(cell<int>{int(source)})});
+        }
+        auto& entry = c.glyph_cache_entries[it->second];
+        if (entry.entry_unicodes.empty()) {
+            entry.entry_unicodes = chars;
+        }
+        return entry.entry_index;
+    });
+}
+
 std::string font_tag_of_id(int id) {
     int const n = id - 1;
     std::string tag = "QZ";

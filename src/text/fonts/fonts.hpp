@@ -83,6 +83,9 @@ enum class font_pdf_encoding { macroman_encoding, identity_encoding, standard_en
 struct glyph_cache_entry {
     std::uint32_t entry_source = 0;
     std::shared_ptr<cell<int>> entry_index;
+    /// The characters the glyph stands for, as first recorded; the ToUnicode map of the PDF font reads
+    /// them. Empty until someone records them.
+    unicode::unicodes entry_unicodes;
 };
 
 /// The glyphs of a used font in the order first used; the subset keeps this order.
@@ -271,6 +274,11 @@ font_metrics::font_metrics_scaled primary_font_metrics(fonts const& db, font_req
 
 /// The used fonts, newest first.
 std::vector<font_ref> used_fonts(fonts const& db);
+
+/// Enters a glyph in its font's glyph cache, or finds it there, and gives the cell of its number in the
+/// PDF font. The characters are kept if the entry has none yet, so that a glyph measured before its
+/// characters were known still gets them when it is painted.
+std::shared_ptr<cell<int>> record_glyph(font_ref const& font, std::uint32_t source, unicode::unicodes const& chars);
 
 /// The subset font's tag "QZ" and four letters from the id; nothing while the font has no subset.
 [[nodiscard]] std::optional<std::string> pdf_font_tag(font_ref const& font);

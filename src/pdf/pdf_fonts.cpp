@@ -1,0 +1,269 @@
+#include "pdf/pdf_fonts.hpp"
+
+#include "pdf/font_objects.hpp"
+#include "text/font_data.hpp"
+#include "text/font_subset.hpp"
+#include "text/macroman.hpp"
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <utility>
+#include <vector>
+
+namespace vellum::pdf::pdf_fonts {
+
+namespace {
+
+using fonts::font_pdf_encoding;
+using font_objects::scale_to_1000;
+
+bool is_cff(fonts::font_ref const& font) {
+    return font->used_font_data->font_info.outlines == font_info::font_outlines::cff_outlines;
+}
+
+std::int64_t scaled(fonts::font_ref const& font, std::int64_t value) {
+    return scale_to_1000(value, font->used_font_data->font_info.units_per_em);
+}
+
+// The descriptor: the metrics a viewer needs to lay out a substitute, and the embedded file if any.
+// Values in font units are scaled to the 1000-unit em; the italic angle is in degrees.
+dict descriptor(fonts::font_ref const& font, std::string const& base, std::optional<ref> file) {
+    auto const& info = font->used_font_data->font_info;
+    auto const& box = info.font_bbox;
+    dict d{{
+        {"Type", name{"FontDescriptor"}},
+        {"FontName", name{base}},
+        {"Ascent", scaled(font, info.font_metrics.ascender)},
+        {"Descent", scaled(font, info.font_metrics.descender)},
+        {"ItalicAngle", std::int64_t{info.italic_angle}},
+        {"StemV", scaled(font, info.stem_v)},
+        {"CapHeight", scaled(font, info.cap_height)},
+        {"Flags", font_objects::descriptor_flags(info.is_monospace, info.is_italic)},
+        {"FontBBox", array{{scaled(font, box.x_min), scaled(font, box.y_min), scaled(font, box.x_max),
+                            scaled(font, box.y_max)}}},
+    }};
+    if (file) {
+        d.dict_entries.emplace_back(is_cff(font) ? "FontFile3" : "FontFile2", *file);
+    }
+    return d;
+}
+
+// The font program. It is always compressed: a font file is large and binary, and compression is
+// what keeps the hexadecimal form of an uncompressed file from doubling it.
+void write_font_file(writer& w, ref r, fonts::font_ref const& font, bool cid_font) {
+    auto const bytes = font_subset::font_file_bytes(font);
+    if (!bytes) {
+        throw internal_error("could not get font bytes");
+    }
+    dict params{{{"Length1", static_cast<std::int64_t>(bytes->size())}}};
+    if (is_cff(font)) {
+        params.dict_entries.emplace_back("Subtype", name{cid_font ? "CIDFontType0C" : "Type1C"});
+    }
+    write_stream_bytes(w, r, stream_filter::deflate, std::move(params), bytes->view());
+}
+
+void write_tounicode(writer& w,
+                     ref r,
+                     fonts::glyph_cache const& cache,
+                     font_objects::tounicode_type type,
+                     font_options const& options) {
+    std::vector<font_objects::glyph_unicodes> glyphs;
+    glyphs.reserve(cache.glyph_cache_entries.size());
+    for (auto const& entry : cache.glyph_cache_entries) {
+        glyphs.push_back({.glyph_number = static_cast<std::uint32_t>(entry.entry_index->get()),
+                          .glyph_chars = std::vector<char32_t>(entry.entry_unicodes.begin(),
+                                                               entry.entry_unicodes.end())});
+    }
+    auto const text = font_objects::tounicode_cmap(type, glyphs);
+    write_stream_bytes(w, r, options.font_compress ? stream_filter::deflate : stream_filter::as_is, {},
+                       std::span(reinterpret_cast<std::uint8_t const*>(text.data()), text.size()));
+}
+
+// The glyphs' numbers in the PDF font with their advances, in 1000ths of an em.
+std::vector<font_objects::glyph_width> glyph_widths(fonts::font_ref const& font, fonts::glyph_cache const& cache) {
+    auto const& data = *font->used_font_data;
+    std::vector<font_objects::glyph_width> out;
+    out.reserve(cache.glyph_cache_entries.size());
+    for (auto const& entry : cache.glyph_cache_entries) {
+        out.push_back({.glyph_number = static_cast<std::uint32_t>(entry.entry_index->get()),
+                       .glyph_advance = scaled(font, font_data::glyph_advance(data, entry.entry_source))});
+    }
+    return out;
+}
+
+// A simple font of MacRoman codes: the codes mean their MacRoman characters, so no ToUnicode map is
+// needed, and the font is embedded only if the options ask for it.
+void write_macroman(writer& w, ref font_dict, fonts::font_ref const& font, font_options const& options) {
+    auto const& data = *font->used_font_data;
+    ref const desc = new_ref(w);
+    std::optional<ref> const file = options.font_embed ? std::optional<ref>(new_ref(w)) : std::nullopt;
+    std::string const base = base_font_name(font);
+    array widths;
+    widths.array_items.reserve(224);
+    for (int code = 32; code <= 255; ++code) {
+        auto const glyph = font_data::char_to_glyph(data, macroman::to_unicode(std::uint8_t(code)));
+        widths.array_items.emplace_back(glyph == 0 ? std::int64_t{0}
+                                                   : scaled(font, font_data::glyph_advance(data, glyph)));
+    }
+    write_object(w, font_dict,
+                 dict{{
+                     {"Type", name{"Font"}},
+                     {"Subtype", name{is_cff(font) ? "Type1" : "TrueType"}},
+                     {"BaseFont", name{base}},
+                     {"FirstChar", std::int64_t{32}},
+                     {"LastChar", std::int64_t{255}},
+                     {"Encoding", name{"MacRomanEncoding"}},
+                     {"Widths", std::move(widths)},
+                     {"FontDescriptor", desc},
+                 }});
+    write_object(w, desc, descriptor(font, base, file));
+    if (file) {
+        write_font_file(w, *file, font, false);
+    }
+}
+
+// A simple font over a subset of at most 256 glyphs: the codes are the glyph numbers, which the
+// subset's own one-byte "cmap" maps to themselves, so the font needs no /Encoding.
+void write_standard(writer& w, ref font_dict, fonts::font_ref const& font, font_options const& options) {
+    ref const desc = new_ref(w);
+    ref const tounicode = new_ref(w);
+    ref const file = new_ref(w);
+    std::string const base = base_font_name(font);
+    auto const cache = font->used_font_glyph_cache->get();
+    // Codes that no glyph of the cache has are glyph 0 and, past the cached glyphs, the components that
+    // composites brought in; text never shows them, but /Widths covers every code up to the last used.
+    std::vector<std::int64_t> by_number(1, scaled(font, font_data::glyph_advance(*font->used_font_data, 0)));
+    for (auto const& g : glyph_widths(font, cache)) {
+        if (g.glyph_number >= by_number.size()) {
+            by_number.resize(g.glyph_number + 1, 0);
+        }
+        by_number[g.glyph_number] = g.glyph_advance;
+    }
+    array widths;
+    for (auto const wd : by_number) {
+        widths.array_items.emplace_back(wd);
+    }
+    write_object(w, font_dict,
+                 dict{{
+                     {"Type", name{"Font"}},
+                     {"Subtype", name{is_cff(font) ? "Type1" : "TrueType"}},
+                     {"BaseFont", name{base}},
+                     {"FirstChar", std::int64_t{0}},
+                     {"LastChar", static_cast<std::int64_t>(by_number.size() - 1)},
+                     {"Widths", std::move(widths)},
+                     {"FontDescriptor", desc},
+                     {"ToUnicode", tounicode},
+                 }});
+    write_object(w, desc, descriptor(font, base, file));
+    write_tounicode(w, tounicode, cache, font_objects::tounicode_type::tounicode_byte, options);
+    write_font_file(w, file, font, false);
+}
+
+// A Type 0 font with Identity-H: two-byte codes that are the glyph numbers of the CID font below it.
+void write_identity(writer& w, ref font_dict, fonts::font_ref const& font, font_options const& options) {
+    ref const descendant = new_ref(w);
+    ref const desc = new_ref(w);
+    ref const tounicode = new_ref(w);
+    ref const file = new_ref(w);
+    std::string const base = base_font_name(font);
+    auto const cache = font->used_font_glyph_cache->get();
+    write_object(w, descendant,
+                 dict{{
+                     {"Type", name{"Font"}},
+                     {"Subtype", name{is_cff(font) ? "CIDFontType0" : "CIDFontType2"}},
+                     {"BaseFont", name{base}},
+                     {"CIDSystemInfo", dict{{{"Registry", string{"Adobe"}},
+                                             {"Ordering", string{"Identity"}},
+                                             {"Supplement", std::int64_t{0}}}}},
+                     {"W", font_objects::w_array(glyph_widths(font, cache))},
+                     {"FontDescriptor", desc},
+                 }});
+    write_object(w, font_dict,
+                 dict{{
+                     {"Type", name{"Font"}},
+                     {"Subtype", name{"Type0"}},
+                     {"BaseFont", name{base}},
+                     {"Encoding", name{"Identity-H"}},
+                     {"DescendantFonts", array{{descendant}}},
+                     {"ToUnicode", tounicode},
+                 }});
+    write_object(w, desc, descriptor(font, base, file));
+    write_tounicode(w, tounicode, cache, font_objects::tounicode_type::tounicode_ucs2, options);
+    write_font_file(w, file, font, true);
+}
+
+} // namespace
+
+std::string base_font_name(fonts::font_ref const& font) {
+    auto const& basefont = font->used_font_data->font_info.basefont;
+    if (auto const tag = fonts::pdf_font_tag(font)) {
+        return *tag + "+" + basefont;
+    }
+    return basefont;
+}
+
+std::string glyph_code(font_pdf_encoding encoding, int glyph_number, std::u32string_view chars) {
+    switch (encoding) {
+    case font_pdf_encoding::macroman_encoding: {
+        auto const code = chars.empty() ? std::nullopt : macroman::from_unicode(chars.front());
+        return std::string(1, code ? char(*code) : '?');
+    }
+    case font_pdf_encoding::standard_encoding:
+        return std::string(1, char(glyph_number & 0xFF));
+    case font_pdf_encoding::identity_encoding:
+        return {char((glyph_number >> 8) & 0xFF), char(glyph_number & 0xFF)};
+    }
+    return {};
+}
+
+void write_font(log::log const& log,
+                writer& w,
+                fonts::font_ref const& font,
+                ref font_dict,
+                font_options const& options) {
+    auto const encoding = font->used_font_encoding->get();
+    if (encoding != font_pdf_encoding::macroman_encoding && !options.font_embed) {
+        // Glyph numbers mean nothing without the font that they number.
+        log::log_warning(log, "embedding font \"" + fonts::describe_font(font) + "\"");
+    }
+    switch (encoding) {
+    case font_pdf_encoding::macroman_encoding:
+        write_macroman(w, font_dict, font, options);
+        break;
+    case font_pdf_encoding::standard_encoding:
+        write_standard(w, font_dict, font, options);
+        break;
+    case font_pdf_encoding::identity_encoding:
+        write_identity(w, font_dict, font, options);
+        break;
+    }
+}
+
+void attach_fonts(log::log const& log, writepdf::pdf_document& doc, fonts::fonts const& db) {
+    auto const& options = doc.doc_options;
+    auto used = fonts::used_fonts(db);
+    // The list holds the newest font first; the file gets them in the order they came into use.
+    std::reverse(used.begin(), used.end());
+    if (options.subset_fonts) {
+        for (auto const& font : used) {
+            font_subset::subset_font(log, options.embed_fonts, font);
+        }
+    }
+    auto by_id = std::make_shared<std::map<int, fonts::font_ref>>();
+    doc.used_font_ids.clear();
+    for (auto const& font : used) {
+        doc.used_font_ids.push_back(font->used_font_id);
+        by_id->emplace(font->used_font_id, font);
+    }
+    font_options const write_options{.font_embed = options.embed_fonts, .font_compress = options.compress};
+    doc.write_font = [log, by_id, write_options](writer& w, int id, ref r) {
+        auto const it = by_id->find(id);
+        if (it == by_id->end()) {
+            throw internal_error("missing font: " + std::to_string(id));
+        }
+        write_font(log, w, it->second, r, write_options);
+    };
+}
+
+} // namespace vellum::pdf::pdf_fonts
