@@ -1,0 +1,98 @@
+// Text preparation: fixed-width spaces, white-space values, hyphens, case and break opportunities, and
+// the space pass across a paragraph, each checked through the span dump.
+#include "prepack/dump.hpp"
+#include "prepack/text.hpp"
+
+#include <gtest/gtest.h>
+
+namespace vellum::prepack::text {
+namespace {
+
+using css::text::text_transform;
+using css::text::white_space;
+
+std::string prepared(std::u32string_view s, white_space ws, text_transform t = text_transform::none) {
+    bool start = true;
+    auto spans = prepare_text(s, {.white_space = ws, .transform = t}, start);
+    collapse_spaces(spans);
+    return dump::dump_spans(spans);
+}
+
+TEST(text, fixed_width_spaces_follow_the_table) {
+    EXPECT_EQ(fixed_space_width(0x00A0), space_width{space_equal_to{U' '}});
+    EXPECT_EQ(fixed_space_width(0x2002), space_width{space_ems{0.5f}});
+    EXPECT_EQ(fixed_space_width(0x2003), space_width{space_ems{1.0f}});
+    EXPECT_EQ(fixed_space_width(0x2008), space_width{space_equal_to{U'.'}});
+    EXPECT_EQ(fixed_space_width(0x202F), space_width{space_equal_to_half{U' '}});
+    EXPECT_EQ(fixed_space_width(0xFEFF), space_width{space_zero{}});
+    // The figure space stays an ordinary character.
+    EXPECT_FALSE(fixed_space_width(0x2007));
+    EXPECT_TRUE(is_word_char(0x2007));
+    EXPECT_FALSE(is_word_char(0x200B));
+}
+
+TEST(text, each_white_space_value) {
+    struct tcase {
+        char const* name;
+        white_space ws;
+        std::string expected;
+    } const cases[] = {
+        {"normal", white_space::normal, "text \"a\"\nsep space\ntext \"b\"\nsep space\ntext \"c\"\n"},
+        {"nowrap", white_space::nowrap, "text \"a\"\nsep nowrap_space\ntext \"b\"\nsep nowrap_space\ntext \"c\"\n"},
+        {"pre", white_space::pre,
+         "sep pre_space\ntext \"a\"\nsep pre_space\nsep pre_space\ntext \"b\"\nsep pre_space\nsep newline\ntext \"c\"\nsep pre_space\n"},
+        {"pre_wrap", white_space::pre_wrap,
+         "sep pre_space\ntext \"a\"\nsep pre_space\nsep pre_space\ntext \"b\"\nsep pre_space\nsep newline\ntext \"c\"\nsep pre_space\n"},
+        {"pre_line", white_space::pre_line, "text \"a\"\nsep space\ntext \"b\"\nsep newline\ntext \"c\"\n"},
+    };
+    for (auto const& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(prepared(U" a  b \nc ", c.ws), c.expected);
+    }
+}
+
+TEST(text, hyphens_and_break_opportunities) {
+    EXPECT_EQ(prepared(U"co\u00ADop", white_space::normal), "text_with_hyphen \"co\" soft\ntext \"op\"\n");
+    EXPECT_EQ(prepared(U"well-known", white_space::normal), "text_with_hyphen \"well-\" hard\ntext \"known\"\n");
+    // Under nowrap a hyphen is no break.
+    EXPECT_EQ(prepared(U"well-known", white_space::nowrap), "text \"well-known\"\n");
+    EXPECT_EQ(prepared(U"a\u200Bb", white_space::normal), "text \"a\"\nsep zwsp\ntext \"b\"\n");
+    EXPECT_EQ(prepared(U"漢字", white_space::normal), "text \"漢\"\nsep cjk_zw_space\ntext \"字\"\n");
+    EXPECT_EQ(prepared(U"a/b", white_space::normal), "text \"a/\"\nsep wrap_opportunity\ntext \"b\"\n");
+}
+
+TEST(text, case_transforms) {
+    EXPECT_EQ(prepared(U"Hello World", white_space::normal, text_transform::uppercase),
+              "text \"HELLO\"\nsep space\ntext \"WORLD\"\n");
+    EXPECT_EQ(prepared(U"Hello World", white_space::normal, text_transform::lowercase),
+              "text \"hello\"\nsep space\ntext \"world\"\n");
+    EXPECT_EQ(prepared(U"don't stop", white_space::normal, text_transform::capitalize),
+              "text \"Don't\"\nsep space\ntext \"Stop\"\n");
+}
+
+TEST(text, spaces_collapse_across_nested_spans) {
+    bool start = true;
+    auto inner = prepare_text(U" b ", {}, start);
+    std::vector<span> spans = prepare_text(U" a ", {}, start);
+    spans.push_back(span_nested{nested_span{.span_content = inner}});
+    auto tail = prepare_text(U" c ", {}, start);
+    spans.insert(spans.end(), tail.begin(), tail.end());
+    collapse_spaces(spans);
+    EXPECT_EQ(dump::dump_spans(spans), "text \"a\"\nsep space\nspan anonymous\n  text \"b\"\n  sep space\ntext \"c\"\n");
+}
+
+TEST(text, bidi_levels_for_a_mixed_paragraph) {
+    bool start = true;
+    auto spans = prepare_text(U"abc \u05D0\u05D1 def", {}, start);
+    apply_bidi(spans, css::box::direction::ltr);
+    EXPECT_EQ(dump::dump_spans(spans),
+              "text \"abc\"\nsep space\nspan anonymous level=1\n  text \"\u05D0\u05D1\"\nsep space\ntext \"def\"\n");
+    // A paragraph with only left-to-right text is left alone.
+    auto plain = prepare_text(U"abc def", {}, start);
+    auto const before = plain;
+    apply_bidi(plain, css::box::direction::ltr);
+    EXPECT_EQ(plain, before);
+}
+
+} // namespace
+} // namespace vellum::prepack::text
