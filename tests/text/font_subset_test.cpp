@@ -1,7 +1,9 @@
 // Subsetting real TrueType fonts: the new file is well formed (checked by our own readers, by FreeType and
 // by fontTools), composites bring in their components renumbered, metrics follow their glyphs.
+#include "font_test_util.hpp"
 #include "text/font_subset.hpp"
 #include "text/fonts/freetype.hpp"
+#include "text/fonts/graphemes.hpp"
 
 #include <gtest/gtest.h>
 
@@ -159,6 +161,181 @@ TEST(font_subset, missing_tables_and_foreign_glyphs_fail) {
     };
     EXPECT_TRUE(font_subset::make_subset(without_prep, std::nullopt, {0}));
     EXPECT_FALSE(font_subset::make_subset(src.reader(), std::nullopt, {0, 100000}));
+}
+
+// ---- Subsetting the used fonts of a document ------------------------------------------------------------
+
+resource::loader::loader test_loader(log::log const& log) {
+    resource::loader::loader_options opts;
+    opts.network = false;
+    auto l = resource::loader::new_loader(log, {"/nonexistent-prefix"}, {"/tmp"}, opts);
+    EXPECT_TRUE(l);
+    return *l;
+}
+
+resource::locator::locator as_path(std::string const& text, std::string const&) {
+    namespace locator = resource::locator;
+    return locator::parse_locator(locator::path_or_url::path_or_url, locator::locator_origin::command_line_origin,
+                                  std::nullopt, text);
+}
+
+// A font database with one family per font file, and the used font that a text brings in.
+struct used_fonts {
+    font_test::captured_log log;
+    fonts::fonts db;
+
+    used_fonts() {
+        db = *fonts::new_fonts(test_loader(log.log), log.log, false);
+        std::string sheet;
+        for (auto const& [family, file] : std::vector<std::pair<std::string, std::string>>{
+                 {"Sans", sans},
+                 {"Cff", "/usr/share/fonts/opentype/urw-base35/NimbusSans-Regular.otf"},
+             }) {
+            sheet += "@font-face { font-family: " + family + "; src: url(\"" + file + "\"); }\n";
+        }
+        fonts::add_font_face_sheet(db, sheet, "test.css", as_path);
+    }
+
+    // Shapes the text and records its glyphs with their characters; the font of the first glyph.
+    fonts::font_ref use(std::string const& family, std::u32string const& text) {
+        auto const req = fonts::get_font_req(db, {.query_families = {family, "vellum-no-fallback"}});
+        auto const gs = fonts::text_to_graphemes(db, *req, fonts::direction::ltr, text);
+        for (auto const& g : gs) {
+            fonts::record_glyph(g.base_glyph.glyph_font_ref, g.base_glyph.glyph_source, g.base_glyph.glyph_unicodes);
+        }
+        return gs.front().base_glyph.glyph_font_ref;
+    }
+};
+
+std::vector<int> numbers(fonts::font_ref const& font) {
+    std::vector<int> out;
+    for (auto const& e : font->used_font_glyph_cache->get().glyph_cache_entries) {
+        out.push_back(e.entry_index->get());
+    }
+    return out;
+}
+
+// Distinct characters that DejaVu Sans has, starting with Greek, so that the font is an Identity one.
+std::u32string distinct_characters(std::size_t n) {
+    source src(sans);
+    std::u32string out;
+    for (char32_t c = 0x391; out.size() < n; ++c) {
+        if (src.glyph(c) != 0) {
+            out += c;
+        }
+    }
+    return out;
+}
+
+TEST(subset_font, glyphs_are_renumbered_in_order_of_use_and_small_identity_fonts_turn_simple) {
+    used_fonts u;
+    auto const font = u.use("Sans", U"βαβγ");
+    ASSERT_EQ(font->used_font_encoding->get(), fonts::font_pdf_encoding::identity_encoding);
+    font_subset::subset_font(u.log.log, true, font);
+    EXPECT_EQ(numbers(font), (std::vector<int>{1, 2, 3}));
+    EXPECT_EQ(font->used_font_encoding->get(), fonts::font_pdf_encoding::standard_encoding);
+    EXPECT_EQ(fonts::pdf_font_tag(font), "QZAAAA");
+    auto const bytes = font_subset::font_file_bytes(font);
+    ASSERT_TRUE(bytes);
+    // The subset's one-byte cmap maps each code to the glyph of that number.
+    auto const report = font_tools_report(std::vector<std::uint8_t>(bytes->view().begin(), bytes->view().end()));
+    EXPECT_EQ(report.substr(0, report.find(' ')), "4") << report;
+    auto const ft = *fonts::freetype::new_freetype();
+    auto const face = *fonts::freetype::open_memory(ft, *bytes, 0);
+    source src(sans);
+    EXPECT_EQ(*fonts::freetype::unscaled_advance(face, 2), *fonts::freetype::unscaled_advance(src.face, src.glyph(U'α')));
+}
+
+TEST(subset_font, two_hundred_and_fifty_six_glyphs_with_glyph_0_are_simple_one_more_stays_identity) {
+    for (std::size_t n : {255u, 256u}) {
+        SCOPED_TRACE(n);
+        used_fonts u;
+        auto const font = u.use("Sans", distinct_characters(n));
+        font_subset::subset_font(u.log.log, true, font);
+        EXPECT_EQ(font->used_font_encoding->get(), n == 255 ? fonts::font_pdf_encoding::standard_encoding
+                                                             : fonts::font_pdf_encoding::identity_encoding);
+        EXPECT_EQ(numbers(font).back(), int(n));
+        auto const bytes = font_subset::font_file_bytes(font);
+        ASSERT_TRUE(bytes && fonts::pdf_font_tag(font));
+        // An Identity subset has no cmap: text reaches its glyphs by number alone.
+        auto const v = bytes->view();
+        auto const report = font_tools_report(std::vector<std::uint8_t>(v.begin(), v.end()));
+        EXPECT_EQ(report.find("cmap") != std::string::npos, n == 255) << report;
+    }
+}
+
+TEST(subset_font, cff_fonts_and_unembedded_macroman_fonts_stay_whole) {
+    used_fonts u;
+    auto const cff = u.use("Cff", U"Ωmega Привет");
+    auto const roman = u.use("Sans", U"plain");
+    auto const before = numbers(cff);
+    font_subset::subset_font(u.log.log, true, cff);
+    font_subset::subset_font(u.log.log, false, roman);
+    EXPECT_EQ(numbers(cff), before); // the font's own glyph numbers
+    EXPECT_EQ(cff->used_font_encoding->get(), fonts::font_pdf_encoding::identity_encoding);
+    EXPECT_FALSE(fonts::pdf_font_tag(cff));
+    EXPECT_FALSE(fonts::pdf_font_tag(roman));
+    // The CFF font goes out as its bare font program: a CFF header, version 1.
+    auto const program = font_subset::font_file_bytes(cff);
+    ASSERT_TRUE(program);
+    EXPECT_EQ(program->view()[0], 1);
+    EXPECT_EQ(program->size(), fonts::freetype::load_table(cff->used_font_data->font_face, make_tag("CFF "))->size());
+    // The whole TrueType file, as it is on disk.
+    EXPECT_EQ(font_subset::font_file_bytes(roman)->size(), std::filesystem::file_size(sans));
+}
+
+TEST(subset_font, macroman_codes_reach_their_glyphs_and_unreachable_glyphs_are_reported) {
+    used_fonts u;
+    auto const font = u.use("Sans", U"Aé A");
+    // A ligature from the shaper: the glyph of U+FB03 standing for "ffi", which has no MacRoman code.
+    source src(sans);
+    fonts::record_glyph(font, src.glyph(U'\uFB03'), U"ffi");
+    ASSERT_EQ(font->used_font_encoding->get(), fonts::font_pdf_encoding::macroman_encoding);
+    font_subset::subset_font(u.log.log, true, font);
+    EXPECT_EQ(numbers(font), (std::vector<int>{1, 2, 3, 4}));
+    EXPECT_NE(u.log.text().find("invalid MacRoman char codes for font subsetting: U+0066 U+0066 U+0069"),
+              std::string::npos)
+        << u.log.text();
+    auto const bytes = *font_subset::font_file_bytes(font);
+    auto const ft = *fonts::freetype::new_freetype();
+    auto const face = *fonts::freetype::open_memory(ft, bytes, 0);
+    // FreeType reads the Mac Roman cmap: 'A' is glyph 1, 0x8E (e acute) glyph 2, the blank glyph 3.
+    auto const b = bytes.view();
+    std::vector<std::uint8_t> v(b.begin(), b.end());
+    std::size_t cmap = 0;
+    for (std::size_t i = 0; i < u16(v, 4); ++i) {
+        if (u16(v, 12 + 16 * i) == 0x636d) {
+            cmap = std::size_t(u16(v, 12 + 16 * i + 8)) << 16 | u16(v, 12 + 16 * i + 10);
+        }
+    }
+    ASSERT_NE(cmap, 0u);
+    EXPECT_EQ(v[cmap + 18 + 'A'], 1);
+    EXPECT_EQ(v[cmap + 18 + 0x8E], 2);
+    EXPECT_EQ(v[cmap + 18 + ' '], 3);
+    EXPECT_EQ(v[cmap + 18 + 'B'], 0);
+    EXPECT_TRUE(face.face_handle);
+}
+
+TEST(subset_font, sfnt_assembly_and_long_loca) {
+    source src(sans);
+    // DejaVu Sans has long "loca" offsets; the subset keeps the format with 4 (n + 1) bytes.
+    auto const head = *src.reader()(make_tag("head"));
+    ASSERT_EQ(u16(head, 50), 1);
+    auto const made = *font_subset::make_subset(src.reader(), std::nullopt, {0, src.glyph(U'a'), src.glyph(U'b')});
+    auto const& b = made.subset_bytes;
+    for (std::size_t i = 0; i < u16(b, 4); ++i) {
+        if (u16(b, 12 + 16 * i) == 0x6c6f) { // "loca"
+            EXPECT_EQ(std::uint32_t(u16(b, 12 + 16 * i + 12)) << 16 | u16(b, 12 + 16 * i + 14), 4u * 4u);
+        }
+    }
+    // The directory's search fields for 11 tables, and the checksum adjustment over the whole file.
+    EXPECT_EQ(u16(b, 4), 11);
+    EXPECT_EQ(u16(b, 6), 128);
+    EXPECT_EQ(u16(b, 8), 3);
+    EXPECT_EQ(u16(b, 10), 48);
+    auto const two = font_subset::assemble_sfnt({{make_tag("abcd"), {1, 2, 3}}, {make_tag("head"), head}});
+    EXPECT_EQ(two.size(), 12u + 32u + 4u + ((head.size() + 3) & ~std::size_t{3}));
+    EXPECT_EQ(whole_file_sum(two), 0xB1B0AFBAu);
 }
 
 } // namespace
