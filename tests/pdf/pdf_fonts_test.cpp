@@ -342,6 +342,43 @@ TEST(pdf_fonts, without_embedding_only_macroman_fonts_stay_out) {
     EXPECT_EQ(text[1], "Ελληνικά");
 }
 
+fonts::freetype::face const& face_of(std::string const& path) {
+    static auto const ft = *fonts::freetype::new_freetype();
+    static std::map<std::string, fonts::freetype::face> faces;
+    if (!faces.contains(path)) {
+        faces.emplace(path, *fonts::freetype::open_file(ft, path, 0));
+    }
+    return faces.at(path);
+}
+
+bool has_glyph(std::string const& path, char32_t c) { return fonts::freetype::char_index(face_of(path), c) != 0; }
+
+// The /W array as it should be for glyphs of a font of 2048 units to the em, made independently of the
+// writer: glyph numbers and advances from FreeType, runs formed by hand.
+struct source_widths {
+    std::map<std::uint32_t, long> widths;
+
+    void add(std::string const& path, char32_t c) {
+        auto const g = fonts::freetype::char_index(face_of(path), c);
+        widths[g] = *fonts::freetype::unscaled_advance(face_of(path), g) * 1000 / 2048;
+    }
+
+    std::string w_text() const {
+        std::string out = "[";
+        std::optional<std::uint32_t> last;
+        for (auto const& [g, w] : widths) {
+            if (!last || g != *last + 1) {
+                out += std::string(last ? "] " : "") + std::to_string(g) + " [";
+            } else {
+                out += " ";
+            }
+            out += std::to_string(w);
+            last = g;
+        }
+        return out + (last ? "]]" : "]");
+    }
+};
+
 TEST(pdf_fonts, without_subsetting_fonts_go_out_whole) {
     fixture f(sheet);
     f.add("Sans", U"Ελληνικά ok");
@@ -356,21 +393,23 @@ TEST(pdf_fonts, without_subsetting_fonts_go_out_whole) {
     auto const file = read_file(path);
     auto const whole = fs::file_size(dejavu + "DejaVuSans.ttf");
     EXPECT_NE(file.find("/Length1 " + std::to_string(whole)), std::string::npos);
+    // /W in runs of consecutive glyph numbers, here the font's own, with gaps between the runs.
+    source_widths expected;
+    for (char32_t c : std::u32string(U"Ελληνικά ok")) {
+        expected.add(dejavu + "DejaVuSans.ttf", c);
+    }
+    EXPECT_NE(file.find("/W " + expected.w_text() + "\n"), std::string::npos) << expected.w_text();
+    // The descendant font comes first, right after the Type 0 font's own number was reserved.
+    auto const type0 = file.find("/Subtype /Type0");
+    auto const cid = file.find("/Subtype /CIDFontType2");
+    ASSERT_NE(type0, std::string::npos);
+    EXPECT_LT(cid, type0);
     auto const text = text_lines(path);
     ASSERT_EQ(text.size(), 2u);
     EXPECT_EQ(text[0], "Ελληνικά ok");
     EXPECT_EQ(text[1], "Roman");
     auto const report = embedded_fonts_report(path);
     EXPECT_NE(report.find("DejaVuSans glyf 6253"), std::string::npos) << report;
-}
-
-bool has_glyph(std::string const& path, char32_t c) {
-    static auto const ft = *fonts::freetype::new_freetype();
-    static std::map<std::string, fonts::freetype::face> faces;
-    if (!faces.contains(path)) {
-        faces.emplace(path, *fonts::freetype::open_file(ft, path, 0));
-    }
-    return fonts::freetype::char_index(faces.at(path), c) != 0;
 }
 
 // Blanks and format characters: text extraction turns them into plain blanks or drops them.
