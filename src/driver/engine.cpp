@@ -3,6 +3,7 @@
 #include "css/compute_style.hpp"
 #include "css/styledom/computed.hpp"
 #include "driver/pack_loop.hpp"
+#include "prepack/walk.hpp"
 #include "pdf/bulkio/file.hpp"
 #include "pdf/writepdf.hpp"
 #include "util/cell.hpp"
@@ -202,7 +203,10 @@ bool convert(log::log const& log, engine const& engine, job::job const& job) {
             return false;
         }
         log::log_progress_stage(log, "Preparing document...");
-        log::log_debug(log, "box generation not built yet");
+        for (auto& doc : docs) {
+            doc.doc_boxes = std::make_shared<prepack::pack_document const>(
+                prepack::walk::prepack_document(log, *doc.doc_styled));
+        }
     }
     // The first document that loaded governs the metadata and PDF options of the whole output.
     auto const& first = docs.front();

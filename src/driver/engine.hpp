@@ -4,6 +4,7 @@
 
 #include "css/styledom/styledom.hpp"
 #include "document/input.hpp"
+#include "prepack/prepack.hpp"
 #include "driver/engine_options.hpp"
 #include "driver/job.hpp"
 #include "driver/log.hpp"
@@ -35,6 +36,8 @@ struct loaded_document {
     dom::document_ref doc_dom;
     /// The document after the cascade, with the rules and page rules of its sheets.
     std::shared_ptr<styledom::styled_document const> doc_styled;
+    /// The box tree, once "Preparing document..." has made it.
+    std::shared_ptr<prepack::pack_document const> doc_boxes;
 };
 
 /// Initialises the XML catalog from "dtd/catalog.xml" under the prefix; a failure is a warning.
