@@ -54,7 +54,8 @@ std::optional<spec_sides> parse_sides(value::value const& v) {
         ls.push_back(*l);
     }
     auto const at = [&](std::size_t i) { return ls[std::min(i, ls.size() - 1)]; };
-    sides<units::length> s{.sides_top = ls[0], .sides_right = at(1), .sides_bottom = at(2), .sides_left = at(1)};
+    sides<units::length> s{
+        .sides_top = ls[0], .sides_right = at(1), .sides_bottom = at(2), .sides_left = at(1)};
     if (ls.size() == 2) {
         s.sides_bottom = ls[0];
     }
@@ -406,7 +407,8 @@ page_style page_style_of(pages const& rules, page_query const& q, ref<style::sty
     }
 
     page_style ps;
-    ps.region_body = share(compute_style::compute_style(root_style, compute_style::anonymous_context{}, d.body));
+    ps.region_body =
+        share(compute_style::compute_style(root_style, compute_style::anonymous_context{}, d.body));
     // Page lengths in em count against the page body's font size.
     units::resolution const res{.resolution_font_size = ps.region_body->font_size,
                                 .resolution_dpi = compute_style::css_dpi()};
@@ -443,8 +445,8 @@ page_style page_style_of(pages const& rules, page_query const& q, ref<style::sty
                         .sides_left = beyond(b.sides_left, o.sides_left)};
     }
     ps.page_label = d.page_label.value_or(box::auto_value{});
-    ps.page_rotate_body = d.rotate_body ? resolve_rotate(*d.rotate_body, ps.page_size)
-                                        : vellum_rotate_body::rotate_body_0;
+    ps.page_rotate_body =
+        d.rotate_body ? resolve_rotate(*d.rotate_body, ps.page_size) : vellum_rotate_body::rotate_body_0;
     ps.page_shrink_margin_boxes = d.shrink_margin_boxes.value_or(false);
     ps.page_shrink_to_fit = d.shrink_to_fit.value_or(shrink_to_fit::none);
 

@@ -258,6 +258,7 @@ style::style region_style(page_style const& ps, region r);
 
 /// The page rule of the --page-margin option: the margin shorthand for all pages at user origin,
 /// numbered 0, or nothing with the warning "invalid --page-margin: " and the value.
-[[nodiscard]] std::optional<page_rule::page_rule> page_margin_rule(log::log const& log, std::string_view text);
+[[nodiscard]] std::optional<page_rule::page_rule> page_margin_rule(log::log const& log,
+                                                                   std::string_view text);
 
 } // namespace vellum::css::page

@@ -63,7 +63,8 @@ column side_column(std::optional<margin_box_width> const& start, std::optional<m
     return side;
 }
 
-std::vector<column> distributed(std::vector<column> cols, float total, std::size_t expected, char const* where) {
+std::vector<column>
+distributed(std::vector<column> cols, float total, std::size_t expected, char const* where) {
     auto out = distribute::distribute(std::move(cols), total);
     if (out.size() != expected) {
         throw internal_error(std::string(where));
@@ -90,7 +91,9 @@ lcr_widths three_boxes(row_boxes const& row, float total, char const* where) {
     }
     auto const side = side_column(start, end);
     auto const cols = distributed({side, column_of(center), side}, total, 3, where);
-    return {.lcr_start = cols[0].column_usedw, .lcr_center = cols[1].column_usedw, .lcr_end = cols[2].column_usedw};
+    return {.lcr_start = cols[0].column_usedw,
+            .lcr_center = cols[1].column_usedw,
+            .lcr_end = cols[2].column_usedw};
 }
 
 } // namespace
@@ -103,8 +106,9 @@ lcr_widths cal_tmb_height(row_boxes const& column, float total) {
     return three_boxes(column, total, "static:pack_verti_staticboxes: unexpected condition.");
 }
 
-std::array<areas::area, margin_box_count>
-margin_box_areas(areas::area const& page_box, css::page::sides<float> const& margins, margin_rows const& rows) {
+std::array<areas::area, margin_box_count> margin_box_areas(areas::area const& page_box,
+                                                           css::page::sides<float> const& margins,
+                                                           margin_rows const& rows) {
     std::array<areas::area, margin_box_count> out{};
     auto set = [&](region r, areas::area a) { out[static_cast<std::size_t>(r)] = a; };
 
@@ -133,7 +137,8 @@ margin_box_areas(areas::area const& page_box, css::page::sides<float> const& mar
         region::bottom_right);
 
     // A column runs top to bottom between the corners, with y growing upward.
-    auto column = [&](row_boxes const& boxes, float left, float right, region start, region middle, region end) {
+    auto column = [&](row_boxes const& boxes, float left, float right, region start, region middle,
+                      region end) {
         float const height = inner_top - inner_bottom;
         auto const h = cal_tmb_height(boxes, height);
         float const middle_top = inner_top - (height - h.lcr_center) * 0.5f;
@@ -141,7 +146,8 @@ margin_box_areas(areas::area const& page_box, css::page::sides<float> const& mar
         set(middle, {middle_top, middle_top - h.lcr_center, left, right});
         set(end, {inner_bottom + h.lcr_end, inner_bottom, left, right});
     };
-    column(rows.rows_left, page_box.left, inner_left, region::left_top, region::left_middle, region::left_bottom);
+    column(rows.rows_left, page_box.left, inner_left, region::left_top, region::left_middle,
+           region::left_bottom);
     column(rows.rows_right, inner_right, page_box.right, region::right_top, region::right_middle,
            region::right_bottom);
     return out;

@@ -67,7 +67,8 @@ inline constexpr std::size_t margin_box_count = 16;
 /// `margins` its margins: the corner boxes fill the corners that the margins leave, the top and bottom
 /// rows run between them at the height of the top and bottom margins, and the side columns at the
 /// width of the left and right margins.
-std::array<areas::area, margin_box_count>
-margin_box_areas(areas::area const& page_box, css::page::sides<float> const& margins, margin_rows const& rows);
+std::array<areas::area, margin_box_count> margin_box_areas(areas::area const& page_box,
+                                                           css::page::sides<float> const& margins,
+                                                           margin_rows const& rows);
 
 } // namespace vellum::pack::margin_boxes

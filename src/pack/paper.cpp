@@ -49,7 +49,10 @@ area turned(area const& a, int quarters, float cx, float cy) {
     area r = a;
     for (int i = 0; i < quarters; ++i) {
         // (x, y) goes to (cx - (y - cy), cy + (x - cx)).
-        r = {.top = cy + (r.right - cx), .bottom = cy + (r.left - cx), .left = cx - (r.top - cy), .right = cx - (r.bottom - cy)};
+        r = {.top = cy + (r.right - cx),
+             .bottom = cy + (r.left - cx),
+             .left = cx - (r.top - cy),
+             .right = cx - (r.bottom - cy)};
     }
     return r;
 }
@@ -65,12 +68,13 @@ float centre_y(area const& a) {
 // Margins in the page context: percentages of the top and bottom margins are of the page's height,
 // those of the left and right margins of its width. An auto margin is no margin.
 float margin_of(css::box::margin const& m, float reference) {
-    return std::visit(overloaded{
-                          [](css::box::auto_value const&) { return 0.0f; },
-                          [](float x) { return x; },
-                          [&](css::units::percentage const& p) { return reference * p.percentage_value / 100; },
-                      },
-                      m);
+    return std::visit(
+        overloaded{
+            [](css::box::auto_value const&) { return 0.0f; },
+            [](float x) { return x; },
+            [&](css::units::percentage const& p) { return reference * p.percentage_value / 100; },
+        },
+        m);
 }
 
 } // namespace
@@ -110,17 +114,19 @@ paper_areas paper_areas_of(css::page::page_style const& ps, std::optional<float>
                          .bottom = 0,
                          .left = 0,
                          .right = t.sides_left + w + t.sides_right};
-    pa.real_trim_box = {.top = t.sides_bottom + h, .bottom = t.sides_bottom, .left = t.sides_left, .right = t.sides_left + w};
-    pa.real_bleed_box = clip(inset(pa.real_trim_box, -b.sides_top, -b.sides_right, -b.sides_bottom, -b.sides_left),
-                             pa.real_media_box);
+    pa.real_trim_box = {
+        .top = t.sides_bottom + h, .bottom = t.sides_bottom, .left = t.sides_left, .right = t.sides_left + w};
+    pa.real_bleed_box =
+        clip(inset(pa.real_trim_box, -b.sides_top, -b.sides_right, -b.sides_bottom, -b.sides_left),
+             pa.real_media_box);
     pa.margin_area = pa.real_trim_box;
 
     auto const& bd = *style.borders;
-    area const body = inset(pa.margin_area,
-                            margins.sides_top + bd.borders_top.border_width + used.used_padding_top,
-                            margins.sides_right + bd.borders_right.border_width + used.used_padding_right,
-                            margins.sides_bottom + bd.borders_bottom.border_width + used.used_padding_bottom,
-                            margins.sides_left + bd.borders_left.border_width + used.used_padding_left);
+    area const body =
+        inset(pa.margin_area, margins.sides_top + bd.borders_top.border_width + used.used_padding_top,
+              margins.sides_right + bd.borders_right.border_width + used.used_padding_right,
+              margins.sides_bottom + bd.borders_bottom.border_width + used.used_padding_bottom,
+              margins.sides_left + bd.borders_left.border_width + used.used_padding_left);
 
     float s = 1;
     if (ps.page_shrink_to_fit == css::page::shrink_to_fit::auto_ && shrink && *shrink > 1) {

@@ -1,13 +1,12 @@
-#include "css/page.hpp"
-
 #include "css/compute_style.hpp"
+#include "css/page.hpp"
 #include "css/parser.hpp"
 #include "css/propnames.hpp"
 
-#include <gtest/gtest.h>
-
 #include <cstdio>
 #include <functional>
+
+#include <gtest/gtest.h>
 
 namespace vellum::css::page {
 namespace {
@@ -50,6 +49,7 @@ TEST(page, size_names_and_orientations) {
         float width;
         float height;
     };
+
     size_case const cases[] = {
         {"auto", 612, 792},
         {"portrait", 612, 792},
@@ -119,11 +119,13 @@ TEST(page, selectors_pick_pages) {
         @page chapter:left { margin-top: 3pt }
         @page chapter:first:right { margin-top: 99pt }
     )");
+
     struct page_case {
         char const* name;
         page_query query;
         float top, right, bottom, left;
     };
+
     page_case const cases[] = {
         {"first right", {.query_group_page = 1, .query_side = page_side::right}, 50, 40, 10, 10},
         {"second left", {.query_group_page = 2, .query_side = page_side::left}, 10, 10, 10, 30},
@@ -172,25 +174,28 @@ TEST(page, nth_page_counts_in_the_page_group) {
 
 TEST(page, cascade_weighs_name_then_first_then_side_then_order) {
     // A rule that is more specific wins whatever the order of the sheet.
-    EXPECT_NEAR(style_of("@page :first { size: a5 } @page { size: a4 }").page_size.paper_width, 148 * mm, 0.01);
-    EXPECT_NEAR(style_of("@page :first { size: a5 } @page :right { size: a4 }").page_size.paper_width, 148 * mm,
+    EXPECT_NEAR(style_of("@page :first { size: a5 } @page { size: a4 }").page_size.paper_width, 148 * mm,
                 0.01);
+    EXPECT_NEAR(style_of("@page :first { size: a5 } @page :right { size: a4 }").page_size.paper_width,
+                148 * mm, 0.01);
     page_query const chapter{.query_page_name = "chapter"};
-    EXPECT_NEAR(style_of("@page chapter { size: a3 } @page :first:right { size: a5 }", chapter).page_size.paper_width,
-                297 * mm, 0.01);
+    EXPECT_NEAR(
+        style_of("@page chapter { size: a3 } @page :first:right { size: a5 }", chapter).page_size.paper_width,
+        297 * mm, 0.01);
     // Equal weights: the later one.
     EXPECT_NEAR(style_of("@page :right { size: a3 } @page :first { size: a5 } @page :first { size: a6 }")
                     .page_size.paper_width,
                 105 * mm, 0.01);
     // !important beats specificity.
-    EXPECT_NEAR(style_of("@page { size: a4 !important } @page :first { size: a5 }").page_size.paper_width, 210 * mm,
-                0.01);
+    EXPECT_NEAR(style_of("@page { size: a4 !important } @page :first { size: a5 }").page_size.paper_width,
+                210 * mm, 0.01);
     EXPECT_EQ(specificity(page{"x", {nth_page{1}, left_page{}}}), (selector::specific{1, 1, 1}));
     EXPECT_EQ(specificity(page{std::nullopt, {blank_page{}, right_page{}}}), (selector::specific{0, 1, 1}));
 }
 
 TEST(page, initial_resets_to_the_default) {
-    auto const ps = style_of("@page { marks: crop; size: a4 } @page :first { marks: initial; size: initial }");
+    auto const ps =
+        style_of("@page { marks: crop; size: a4 } @page :first { marks: initial; size: initial }");
     EXPECT_EQ(ps.page_marks, marks::none);
     EXPECT_EQ(ps.page_size, default_paper);
     EXPECT_EQ(ps.page_bleed, (bleed{}));
@@ -226,8 +231,8 @@ TEST(page, marks_bleed_and_trim) {
     EXPECT_EQ(crop.page_mark_offset, (mark_offset{6, 6, 6, 6}));
     EXPECT_EQ(crop.page_trim, (trim{36, 36, 36, 36}));
 
-    auto const set = style_of(
-        "@page { marks: crop; bleed: 1pt 2pt 3pt 4pt; mark-length: 10pt; mark-offset: 1pt 2pt; font-size: 10pt }");
+    auto const set = style_of("@page { marks: crop; bleed: 1pt 2pt 3pt 4pt; mark-length: 10pt; mark-offset: "
+                              "1pt 2pt; font-size: 10pt }");
     EXPECT_EQ(set.page_bleed, (bleed{1, 2, 3, 4}));
     EXPECT_EQ(set.page_mark_offset, (mark_offset{1, 2, 1, 2}));
     EXPECT_EQ(set.page_trim, (trim{12, 14, 14, 16}));
@@ -252,6 +257,7 @@ TEST(page, rotation_of_the_body) {
         char const* css;
         vellum_rotate_body expected;
     };
+
     rotate_case const cases[] = {
         {"-vellum-rotate-body: 90deg", vellum_rotate_body::rotate_body_90},
         {"-vellum-rotate-body: 0.5turn", vellum_rotate_body::rotate_body_180},
@@ -296,10 +302,11 @@ TEST(page, shrinking_and_labels) {
 }
 
 TEST(page, body_inherits_from_the_root_element) {
-    auto const root_decl = property::parse_declaration(propnames::prop_name::prop_font_size,
-                                                        *parser::parse_value("", "16pt"));
+    auto const root_decl =
+        property::parse_declaration(propnames::prop_name::prop_font_size, *parser::parse_value("", "16pt"));
     ASSERT_TRUE(root_decl);
-    auto const root = share(compute_style::compute_style(nullptr, compute_style::anonymous_context{}, {*root_decl}));
+    auto const root =
+        share(compute_style::compute_style(nullptr, compute_style::anonymous_context{}, {*root_decl}));
     auto const ps = page_style_of(sheet("@page { margin: 2em; color: red }"), nth(1), root);
     EXPECT_EQ(ps.region_body->font_size, 16);
     EXPECT_EQ(margin(ps.region_body->margin_left), 32);

@@ -1,9 +1,9 @@
 #include "pack/distribute.hpp"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <string>
+
+#include <gtest/gtest.h>
 
 namespace vellum::pack::distribute {
 namespace {
@@ -35,18 +35,27 @@ TEST(distribute, shares_out_the_width) {
         float width;
         std::vector<float> expected;
     };
+
     distribute_case const cases[] = {
         {"minimums already too wide", {automatic(100, 150), automatic(200, 250)}, 250, {100, 200}},
         {"automatic by content width", {automatic(10, 100), automatic(10, 300)}, 200, {50, 150}},
-        {"automatic below its minimum is held there", {automatic(90, 100), automatic(10, 900)}, 500, {90, 410}},
-        {"automatic without content share equally", {automatic(0, 0), automatic(0, 0), automatic(20, 0)}, 60,
+        {"automatic below its minimum is held there",
+         {automatic(90, 100), automatic(10, 900)},
+         500,
+         {90, 410}},
+        {"automatic without content share equally",
+         {automatic(0, 0), automatic(0, 0), automatic(20, 0)},
+         60,
          {40.0f / 3, 40.0f / 3, 20 + 40.0f / 3}},
         {"lengths get what they ask beside automatic", {length(100, 20), automatic(0, 200)}, 400, {100, 300}},
         {"lengths alone take all the width", {length(100), length(300)}, 800, {200, 600}},
         {"lengths alone shrink to the width", {length(100), length(300)}, 200, {50, 150}},
         {"percentages beside automatic", {percent(25), automatic(0, 100)}, 400, {100, 300}},
         {"percentages alone take all the width", {percent(20), percent(30)}, 100, {40, 60}},
-        {"percentage below its minimum", {percent(10, 50), percent(40), automatic(0, 100)}, 200, {50, 50, 100}},
+        {"percentage below its minimum",
+         {percent(10, 50), percent(40), automatic(0, 100)},
+         200,
+         {50, 50, 100}},
         {"all three kinds", {percent(50), length(60), automatic(0, 40)}, 300, {150, 60, 90}},
         {"no columns", {}, 100, {}},
     };
@@ -89,8 +98,9 @@ TEST(distribute, never_goes_below_a_minimum) {
                 sum += c.column_usedw;
                 minimums += c.column_minw;
             }
-            bool const has_auto = std::ranges::any_of(
-                out, [](column const& c) { return std::holds_alternative<css::box::auto_value>(c.column_specw); });
+            bool const has_auto = std::ranges::any_of(out, [](column const& c) {
+                return std::holds_alternative<css::box::auto_value>(c.column_specw);
+            });
             if (minimums <= width && has_auto) {
                 EXPECT_NEAR(sum, width, 0.01);
             }

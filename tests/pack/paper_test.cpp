@@ -1,7 +1,6 @@
-#include "pack/paper.hpp"
-
 #include "css/parser.hpp"
 #include "css/propnames.hpp"
+#include "pack/paper.hpp"
 
 #include <gtest/gtest.h>
 
@@ -63,7 +62,8 @@ TEST(paper, page_with_bleed_and_marks) {
 }
 
 TEST(paper, bleed_stops_at_the_sheet_edge) {
-    auto const pa = paper_areas_of(page_style("@page { size: 100pt; -vellum-trim: 2pt; bleed: 10pt }"), std::nullopt);
+    auto const pa =
+        paper_areas_of(page_style("@page { size: 100pt; -vellum-trim: 2pt; bleed: 10pt }"), std::nullopt);
     expect_area(pa.real_media_box, {104, 0, 0, 104});
     expect_area(pa.real_trim_box, {102, 2, 2, 102});
     expect_area(pa.real_bleed_box, pa.real_media_box);
@@ -120,7 +120,8 @@ TEST(paper, shrinking_to_fit) {
     EXPECT_FALSE(shrink_factor(100, 200));
     EXPECT_FALSE(shrink_factor(100, 0));
 
-    auto const shrinking = page_style("@page { size: 400pt 600pt; margin: 50pt; -vellum-shrink-to-fit: auto }");
+    auto const shrinking =
+        page_style("@page { size: 400pt 600pt; margin: 50pt; -vellum-shrink-to-fit: auto }");
     auto const pa = paper_areas_of(shrinking, 1.5f);
     EXPECT_EQ(pa.shrink_to_fit, 1.5f);
     expect_area(pa.pa_body_area, {825, 75, 75, 525});
@@ -131,10 +132,10 @@ TEST(paper, shrinking_to_fit) {
     EXPECT_NEAR(tl.x, 50, 0.001);
     EXPECT_NEAR(tl.y, 550, 0.001);
 
-    auto const both = paper_areas_of(
-        page_style("@page { size: 400pt 600pt; margin: 50pt; -vellum-shrink-to-fit: auto; "
-                   "-vellum-shrink-margin-boxes: true }"),
-        1.5f);
+    auto const both =
+        paper_areas_of(page_style("@page { size: 400pt 600pt; margin: 50pt; -vellum-shrink-to-fit: auto; "
+                                  "-vellum-shrink-margin-boxes: true }"),
+                       1.5f);
     expect_area(both.hfs_margin_area, {900, 0, 0, 600});
     EXPECT_EQ(both.hfs_margins.sides_top, 75);
     auto const corner = matrix::apply(margin_boxes_to_paper(both), {600, 900});
