@@ -6,6 +6,7 @@
 // the page and its y relative to the line's baseline.
 #pragma once
 
+#include "css/page.hpp"
 #include "css/page_rule.hpp"
 #include "css/style.hpp"
 #include "css/used_style.hpp"
@@ -245,12 +246,6 @@ struct box {
 
 // ---- Pages ----------------------------------------------------------------------------------------------
 
-/// The printer's marks around the trim box.
-enum class page_marks { none, crop, cross, both };
-
-/// A turn of the body on the paper, counter-clockwise.
-enum class rotate_body { rotate_body_0, rotate_body_90, rotate_body_180, rotate_body_270 };
-
 /// The page box with the page's content. The page box is painted like a block; the document's
 /// background (from the root element) fills the page box's padding box.
 struct body_box {
@@ -284,13 +279,15 @@ struct margin_box {
 
 /// A page as layout leaves it.
 struct packed_page {
-    page_marks marks = page_marks::none;
+    /// The printer's marks around the trim box.
+    css::page::marks marks = css::page::marks::none;
     float mark_length = 0;
     float mark_offset = 0;
     areas::area mediabox;
     areas::area bleedbox;
     areas::area trimbox;
-    pack::rotate_body rotate_body = rotate_body::rotate_body_0;
+    /// A turn of the body on the paper, counter-clockwise.
+    css::page::vellum_rotate_body rotate_body = css::page::vellum_rotate_body::rotate_body_0;
     bool shrink_margin_boxes = false;
     /// The body was laid out larger by this factor and is shrunk onto the page.
     std::optional<float> scaled;

@@ -2,8 +2,8 @@
 
 #include "pdf/borders.hpp"
 #include "pdf/paint_color.hpp"
+#include "pdf/pdf_fonts.hpp"
 #include "text/fonts/query.hpp"
-#include "text/macroman.hpp"
 #include "util/ref.hpp"
 #include "util/result.hpp"
 
@@ -271,22 +271,11 @@ void paint_line_style(content::out const& o,
 std::string glyph_bytes(std::span<fonts::glyph const* const> glyphs) {
     std::string out;
     for (auto const* gl : glyphs) {
-        auto const encoding = gl->glyph_font_ref->used_font_encoding->get();
-        if (encoding == fonts::font_pdf_encoding::identity_encoding) {
-            int const index = gl->glyph_index ? gl->glyph_index->get() : int(gl->glyph_source);
-            out += char((index >> 8) & 0xff);
-            out += char(index & 0xff);
-            continue;
-        }
-        for (char32_t c : gl->glyph_unicodes) {
-            auto const code = macroman::from_unicode(c);
-            if (!code) {
-                char buf[16];
-                std::snprintf(buf, sizeof buf, "U+%04X", unsigned(c));
-                throw internal_error(std::string("glyphs_to_macromans: invalid character ") + buf);
-            }
-            out += char(*code);
-        }
+        auto const& font = gl->glyph_font_ref;
+        // Painting records the glyph with its characters, for the font's ToUnicode map; the number is
+        // read now, after subsetting has renumbered the glyphs.
+        auto const index = fonts::record_glyph(font, gl->glyph_source, gl->glyph_unicodes);
+        out += pdf_fonts::glyph_code(font->used_font_encoding->get(), index->get(), gl->glyph_unicodes);
     }
     return out;
 }

@@ -27,9 +27,9 @@ struct text_cursor {
     bool cursor_slanted = false;
 };
 
-/// The bytes that show glyphs in their font's encoding: MacRoman codes of the glyphs' characters for a
-/// one-byte font, two bytes of the glyph number for an Identity font. A character outside MacRoman in a
-/// one-byte font is an internal error.
+/// The bytes that show glyphs in their font's encoding as the font's PDF objects read them: a MacRoman
+/// code, a one-byte glyph number of a small subset, or two bytes of the glyph number for an Identity
+/// font. Each glyph is recorded in its font with its characters.
 std::string glyph_bytes(std::span<fonts::glyph const* const> glyphs);
 
 /// Paints a run's graphemes inside an open text object, from x on the baseline y, in the style's font
