@@ -602,7 +602,7 @@ struct painter {
     }
 
     void marks(pack::packed_page const& page) {
-        if (page.marks == pack::page_marks::none) {
+        if (page.marks == css::page::marks::none) {
             return;
         }
         // Registration colour: every process ink at full strength.
@@ -615,8 +615,8 @@ struct painter {
             content::move(o, g, x1, y1);
             content::line(o, g, x2, y2);
         };
-        bool const crop = page.marks == pack::page_marks::crop || page.marks == pack::page_marks::both;
-        bool const cross = page.marks == pack::page_marks::cross || page.marks == pack::page_marks::both;
+        bool const crop = page.marks == css::page::marks::crop || page.marks == css::page::marks::both;
+        bool const cross = page.marks == css::page::marks::cross || page.marks == css::page::marks::both;
         if (crop) {
             for (double x : {double(t.left), double(t.right)}) {
                 double const out = x == t.left ? -1 : 1;
@@ -655,19 +655,19 @@ struct painter {
     void page(pack::packed_page const& p) {
         float const w = p.mediabox.right - p.mediabox.left;
         float const h = p.mediabox.top - p.mediabox.bottom;
-        bool const rotated = p.rotate_body != pack::rotate_body::rotate_body_0;
+        bool const rotated = p.rotate_body != css::page::vellum_rotate_body::rotate_body_0;
         if (rotated) {
             content::save(o, g);
             switch (p.rotate_body) {
-            case pack::rotate_body::rotate_body_0:
+            case css::page::vellum_rotate_body::rotate_body_0:
                 break;
-            case pack::rotate_body::rotate_body_90:
+            case css::page::vellum_rotate_body::rotate_body_90:
                 content::concat(o, g, {0, 1, -1, 0, w, 0});
                 break;
-            case pack::rotate_body::rotate_body_180:
+            case css::page::vellum_rotate_body::rotate_body_180:
                 content::concat(o, g, {-1, 0, 0, -1, w, h});
                 break;
-            case pack::rotate_body::rotate_body_270:
+            case css::page::vellum_rotate_body::rotate_body_270:
                 content::concat(o, g, {0, -1, 1, 0, 0, h});
                 break;
             }
