@@ -96,13 +96,13 @@ void measure_graphemes(text_head& head, line_kind kind) {
     head.head_width = width_of(f, head.head_graphemes, letter_spacing_of(*f.form_style));
 }
 
-float space_width_of(eval_env const& env, measure_form const& f, knuth::space_width const& w) {
+float space_width_of(eval_env const& env, measure_form const& f, prepack::space_width const& w) {
     return std::visit(overloaded{
-                          [](space_zero const&) { return 0.0f; },
-                          [&](space_ems const& e) { return f.form_style->font_size * e.ems; },
-                          [&](space_equal_to const& e) { return measure_char(env, f, e.equal_to_char).char_width; },
-                          [&](space_equal_to_half const& e) {
-                              return 0.5f * measure_char(env, f, e.equal_to_half_char).char_width;
+                          [](prepack::space_zero const&) { return 0.0f; },
+                          [&](prepack::space_ems const& e) { return f.form_style->font_size * e.ems; },
+                          [&](prepack::space_equal_to const& e) { return measure_char(env, f, e.equal_to).char_width; },
+                          [&](prepack::space_equal_to_half const& e) {
+                              return 0.5f * measure_char(env, f, e.equal_to_half).char_width;
                           },
                       },
                       w);

@@ -6,6 +6,7 @@
 
 #include "css/style.hpp"
 #include "css/used_style.hpp"
+#include "prepack/prepack.hpp"
 #include "text/fonts/graphemes.hpp"
 #include "util/ref.hpp"
 #include "util/textbuf.hpp"
@@ -15,9 +16,9 @@
 #include <variant>
 #include <vector>
 
-namespace vellum::prepack {
-struct block;
-} // namespace vellum::prepack
+namespace vellum::pack {
+struct box;
+} // namespace vellum::pack
 
 namespace vellum::pack::knuth {
 
@@ -90,6 +91,7 @@ struct counter {
     text_head counter_head;
     fonts::direction counter_direction = fonts::direction::ltr;
     css::box::writing_mode counter_writing_mode = css::box::writing_mode::horizontal;
+    prepack::counter_content counter_content;
     textbuf::textbuf counter_text;
     bool operator==(counter const&) const = default;
 };
@@ -100,35 +102,11 @@ struct pre_space {
     bool operator==(pre_space const&) const = default;
 };
 
-/// The width of a fixed-width space character.
-struct space_zero {
-    bool operator==(space_zero const&) const = default;
-};
-
-/// A fraction of the font size.
-struct space_ems {
-    float ems = 0;
-    bool operator==(space_ems const&) const = default;
-};
-
-/// As wide as a character of the font.
-struct space_equal_to {
-    char32_t equal_to_char = U' ';
-    bool operator==(space_equal_to const&) const = default;
-};
-
-/// Half as wide as a character of the font.
-struct space_equal_to_half {
-    char32_t equal_to_half_char = U' ';
-    bool operator==(space_equal_to_half const&) const = default;
-};
-
-using space_width = std::variant<space_zero, space_ems, space_equal_to, space_equal_to_half>;
 
 /// A fixed-width space character (an en space, a thin space, a no-break space of its own width).
 struct charlike_space {
     text_head charlike_head;
-    pack::knuth::space_width charlike_width = space_zero{};
+    prepack::space_width charlike_width = prepack::space_zero{};
     bool operator==(charlike_space const&) const = default;
 };
 
@@ -148,6 +126,8 @@ struct open {
     style_ref box_parent_style;
     /// The bidi embedding level the box opens, if it opens one.
     std::optional<int> box_dir;
+    /// The element the box stands for.
+    prepack::element_type box_element_type = prepack::type_anonymous{};
     bool operator==(open const&) const = default;
 };
 
@@ -164,6 +144,8 @@ struct inline_block {
     ref<prepack::block> inline_block_block;
     /// Its style, for the questions the line breakers ask (does it float, is it in the flow).
     style_ref inline_block_style;
+    /// The packed box, once the item has been measured.
+    std::optional<ref<pack::box>> inline_block_box;
     bool operator==(inline_block const&) const = default;
 };
 
@@ -434,3 +416,33 @@ bool is_penalty(knuth const& item);
 break_type break_type_of(knuth const& item);
 
 } // namespace vellum::pack::knuth
+
+namespace vellum::prepack {
+
+/// A paragraph continued from an earlier area: the items not placed yet, behind the inline boxes
+/// still open where the earlier fragment stopped.
+struct para_knuths {
+    std::vector<pack::knuth::open> unclosed_open_tags1;
+    pack::knuth::knuth_para knuth_para1;
+    bool operator==(para_knuths const&) const = default;
+};
+
+/// A paragraph continued with lines already broken for an area of `area_width`: they are kept when
+/// the next area has the same width.
+struct para_knuth_lines {
+    float area_width = 0;
+    std::vector<pack::knuth::open> unclosed_open_tags2;
+    pack::knuth::knuth_para knuth_para2;
+    pack::knuth::para_lines remain_lines;
+    bool operator==(para_knuth_lines const&) const = default;
+};
+
+/// Items that go in front of a paragraph: a run-in heading or an outside marker, and the inline boxes
+/// open at its end.
+struct para_pass_in {
+    pack::knuth::knuth_para pass_in_items;
+    std::vector<pack::knuth::open> pass_in_open;
+    bool operator==(para_pass_in const&) const = default;
+};
+
+} // namespace vellum::prepack

@@ -1,0 +1,120 @@
+// The value threaded through all of layout: what a page knows (its number, body area, fonts, the
+// values of the previous pass), what may be placed on it, what has been gathered on the way, and the
+// page floats and footnotes already placed. It is a value: a trial copies it and an undone trial
+// simply drops its copy.
+#pragma once
+
+#include "css/box.hpp"
+#include "css/page.hpp"
+#include "driver/log.hpp"
+#include "pack/areas.hpp"
+#include "pack/eval_knuth.hpp"
+#include "pack/knuth.hpp"
+#include "prepack/prepack.hpp"
+#include "resource/loader.hpp"
+#include "resource/locator.hpp"
+#include "text/fonts/fonts.hpp"
+#include "text/hyph/hyph.hpp"
+#include "util/cell.hpp"
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace vellum::pack {
+
+/// The read-mostly context of a page.
+struct general {
+    log::log log;
+    std::optional<resource::loader::loader> loader;
+    /// The base of the current document.
+    std::optional<resource::locator::locator> base;
+    // The script host (hostjs.opt_host_js) joins with the script host.
+    /// The page's body area.
+    areas::area body_area;
+    /// Counters and strings visible on this page.
+    prepack::page_values page_values;
+    // target_counters and target_page_nums (the previous pass's targets) join with cross-references.
+    /// The total of each page group, from the previous pass.
+    std::vector<int> user_pages_totals;
+    /// 1-based place in the PDF.
+    int pdf_page_num = 1;
+    /// Place in this document.
+    int document_page_num = 1;
+    /// The `page` counter.
+    int user_page_num = 1;
+    /// An override of the `pages` counter.
+    std::optional<int> user_pages_counter;
+    /// Page totals being built in this pass.
+    std::vector<int> new_user_pages_totals;
+    std::optional<css::page::page_style> page_style;
+    fonts::fonts fonts;
+    /// The current multi-column container.
+    std::optional<int> column_id;
+    /// The source of new column ids; shared by every copy, so that ids stay unique over trials.
+    std::shared_ptr<cell<int>> column_id_mutvar = std::make_shared<cell<int>>(0);
+    // column_info (the container's geometry) joins with columns.
+    /// The running number of footnote calls.
+    int footnote_counter = 0;
+    css::box::writing_mode writing_mode = css::box::writing_mode::horizontal;
+    /// Hyphenation patterns loaded so far, by path; shared by every copy.
+    std::shared_ptr<hyph::hyph> hyph = std::make_shared<hyph::hyph>();
+};
+
+/// What may happen on this page. They live in one word: bit 0 to 3 in this order.
+struct flags {
+    /// This space is the largest that will ever be offered, so something must be placed.
+    bool max_page_area = false;
+    /// Page floats and footnotes may be placed.
+    bool pack_page_stuff = false;
+    bool pack_column_stuff = false;
+    bool last_column = false;
+    bool operator==(flags const&) const = default;
+};
+
+/// The flags as the bits of one word.
+inline unsigned flags_word(flags const& f) {
+    return (f.max_page_area ? 1u : 0u) | (f.pack_page_stuff ? 2u : 0u) | (f.pack_column_stuff ? 4u : 0u) |
+           (f.last_column ? 8u : 0u);
+}
+
+/// What layout gathers on the way through a page.
+struct accum {
+    /// Target names looked up for their page.
+    std::vector<prepack::target_name> link_to_page;
+    /// Some content used the `pages` counter.
+    bool link_to_pages = false;
+    /// The footnote bodies called on this page, in order.
+    std::vector<knuth::footnote> page_footnotes;
+    /// Absolutely positioned blocks met on the page, with their static position.
+    std::vector<std::pair<prepack::block, util::pos::pos>> abs_blocks;
+    // static_flows, page_floats, prev_page_inline_footnote, the column floats and footnotes and the
+    // regions join with floats, footnotes, columns and margin boxes.
+};
+
+/// The page floats and footnotes placed on this page so far.
+struct packed_stuff {
+    // The boxes (tops_boxes, bottoms_boxes, footnotes_boxes) join with page floats and footnotes.
+    float tops_height = 0;
+    float bottoms_height = 0;
+    float footnotes_height = 0;
+};
+
+struct page_info {
+    pack::general general;
+    pack::flags flags;
+    pack::accum accum;
+    pack::packed_stuff packed_stuff;
+};
+
+/// What measuring items needs from a page: the page's fonts and hyphenation patterns, and its
+/// counters for page-dependent text.
+eval_knuth::eval_env env_of(page_info const& info);
+
+/// The part of a page that measuring changes (the footnote counter and the footnotes called).
+eval_knuth::page_state state_of(page_info const& info);
+
+/// The page after measuring changed its part.
+page_info with_state(page_info info, eval_knuth::page_state const& state);
+
+} // namespace vellum::pack

@@ -1,0 +1,448 @@
+#include "pack/spans_to_knuth.hpp"
+
+#include "css/compute_style.hpp"
+#include "text/fonts/query.hpp"
+#include "text/hyph/hyphenation.hpp"
+
+namespace vellum::pack::spans_to_knuth {
+
+using namespace knuth;
+
+namespace {
+
+bool wraps(css::style::style const& s) {
+    auto const ws = s.rare_props->rare_props_white_space;
+    return ws == css::text::white_space::normal || ws == css::text::white_space::pre_wrap ||
+           ws == css::text::white_space::pre_line;
+}
+
+knuth::knuth wrap_item() {
+    return knuth_glue{wrap_opportunity{}};
+}
+
+bool is_glue(knuth::knuth const& item) {
+    return std::holds_alternative<knuth_glue>(item);
+}
+
+bool is_wrap_or_cjk(knuth::knuth const& item) {
+    auto const* g = std::get_if<knuth_glue>(&item);
+    return g != nullptr && (std::holds_alternative<wrap_opportunity>(*g) || std::holds_alternative<zero_width_cjk>(*g));
+}
+
+float margin_of(css::used_style::margins const& m, bool left) {
+    auto const* u = std::get_if<css::used_style::used_margins>(&m);
+    if (u == nullptr) {
+        return 0;
+    }
+    return (left ? u->margin_left : u->margin_right).value_or(0.0f);
+}
+
+// Whether an item may be dropped from the end of a paragraph.
+bool discardable(knuth::knuth const& item) {
+    return std::holds_alternative<knuth_glue>(item) || std::holds_alternative<knuth_penalty>(item) ||
+           std::holds_alternative<prohibited_break>(item);
+}
+
+// The text of the first value of a named string that the page shows, for `string()` in the text.
+// Only literal pieces are taken; a counter inside a string is rendered by the page's margin boxes.
+textbuf::textbuf string_value(prepack::page_values const& v, prepack::gen_string const& g) {
+    auto text_of = [](std::vector<prepack::text_thing> const& things) {
+        textbuf::textbuf out;
+        for (auto const& t : things) {
+            if (auto const* s = std::get_if<prepack::text_thing_text>(&t)) {
+                out += s->text;
+            }
+        }
+        return out;
+    };
+    auto const prev = v.prev_tvalues.find(g.string_name);
+    auto const curr = v.curr_tvalues.find(g.string_name);
+    bool const set_here = curr != v.curr_tvalues.end() && !curr->second.empty();
+    switch (g.string_policy) {
+    case prepack::page_policy::first:
+        if (set_here) {
+            return text_of(curr->second.front());
+        }
+        break;
+    case prepack::page_policy::last:
+        if (set_here) {
+            return text_of(curr->second.back());
+        }
+        break;
+    case prepack::page_policy::first_except:
+        if (set_here) {
+            return {};
+        }
+        break;
+    case prepack::page_policy::start:
+        break;
+    }
+    return prev != v.prev_tvalues.end() ? text_of(prev->second) : textbuf::textbuf{};
+}
+
+struct builder {
+    page_info const& info;
+
+    text_head head(font_req_ref const& req, style_ref const& style, std::optional<first_line_form> const& fl) const {
+        return {.head_font_req = req, .head_style = style, .head_first_line = fl};
+    }
+
+    knuth::knuth word_of(font_req_ref const& req,
+                         style_ref const& style,
+                         std::optional<first_line_form> const& fl,
+                         fonts::direction dir,
+                         textbuf::textbuf text) const {
+        return knuth_box{word{.word_head = head(req, style, fl),
+                              .word_direction = dir,
+                              .word_writing_mode = style->writing_mode,
+                              .word_text = std::move(text)}};
+    }
+
+    // A word under `hyphens: -vellum-expand-all` shows its hyphenation points as middle dots.
+    textbuf::textbuf expanded(css::style::style const& s, textbuf::textbuf const& text) const {
+        if (s.hyphens != css::text::hyphens::vellum_expand_all || s.hyphenate_patterns.empty() ||
+            !info.general.loader) {
+            return text;
+        }
+        auto const rules = eval_knuth::patterns_of(info.general.log, *info.general.hyph,
+                                                   *info.general.loader)(s.hyphenate_patterns);
+        if (!rules) {
+            return text;
+        }
+        auto const parts = hyphenation::hyphenate(**rules, s.hyphenate_before, s.hyphenate_after, text);
+        textbuf::textbuf out;
+        for (std::size_t i = 0; i < parts.size(); ++i) {
+            if (i > 0) {
+                out.push_back(U'\u00B7');
+            }
+            out += parts[i];
+        }
+        return out;
+    }
+
+    std::optional<first_line_form> nested_first_line(std::optional<first_line_form> const& parent,
+                                                      prepack::nested_span const& n) const {
+        if (!parent) {
+            return std::nullopt;
+        }
+        auto s = share(css::compute_style::compute_style(parent->first_line_style, n.span_context, n.span_decls));
+        return first_line_form{.first_line_font_req = font_req_of(info.general.fonts, *s), .first_line_style = s};
+    }
+
+    knuth::open open_of(style_ref const& parent,
+                        style_ref const& style,
+                        std::optional<first_line_form> const& fl,
+                        std::optional<int> dir,
+                        prepack::element_type type,
+                        float width) const {
+        auto used = css::used_style::used_style_of(*style, width, std::nullopt);
+        float const left = margin_of(used.used_margins, true) + used.used_borders.borders_left.border_width +
+                           used.used_padding_left;
+        return knuth::open{
+            .box_left_edge = left,
+            .box_font_req = font_req_of(info.general.fonts, *style),
+            .box_style = style,
+            .box_used_style = share(std::move(used)),
+            .box_first_line_style = fl ? std::optional<style_ref>(fl->first_line_style) : std::nullopt,
+            .box_parent_style = parent,
+            .box_dir = dir,
+            .box_element_type = std::move(type),
+        };
+    }
+
+    // Joins the items of an inline box to the items before it, so that a space at either edge breaks
+    // outside the box and the box keeps its edges on the line of its text.
+    void join_box(knuth::open o, std::vector<knuth::knuth> content, std::vector<knuth::knuth>& out) const {
+        auto const& used = *o.box_used_style;
+        float const right = used.used_padding_right + used.used_borders.borders_right.border_width +
+                            margin_of(used.used_margins, false);
+        bool const nowrap = o.box_style->rare_props->rare_props_white_space == css::text::white_space::nowrap;
+        knuth::knuth const close_item = knuth_box{knuth::close{.close_right_edge = right}};
+        if (content.empty()) {
+            out.push_back(knuth_box{std::move(o)});
+            out.push_back(close_item);
+            return;
+        }
+        std::size_t from = 0;
+        if (is_wrap_or_cjk(content.front())) {
+            out.push_back(content.front());
+            out.push_back(knuth_box{std::move(o)});
+            out.push_back(prohibited_break{});
+            from = 1;
+        } else if (is_glue(content.front())) {
+            out.push_back(wrap_item());
+            out.push_back(knuth_box{std::move(o)});
+            out.push_back(prohibited_break{});
+        } else {
+            out.push_back(knuth_box{std::move(o)});
+        }
+        std::size_t to = content.size();
+        bool forced_at_end = false;
+        if (to > from && is_forced_break(content[to - 1])) {
+            forced_at_end = true;
+            --to;
+        }
+        if (!forced_at_end && to > from && is_glue(content[to - 1]) && !nowrap) {
+            out.insert(out.end(), content.begin() + static_cast<std::ptrdiff_t>(from),
+                       content.begin() + static_cast<std::ptrdiff_t>(to - 1));
+            out.push_back(prohibited_break{});
+            out.push_back(content[to - 1]);
+            out.push_back(close_item);
+            out.push_back(wrap_item());
+            return;
+        }
+        out.insert(out.end(), content.begin() + static_cast<std::ptrdiff_t>(from),
+                   content.begin() + static_cast<std::ptrdiff_t>(to));
+        out.push_back(close_item);
+        if (forced_at_end) {
+            out.push_back(forced_break{});
+        }
+    }
+
+    knuth::knuth glue_of(font_req_ref const& req, style_ref const& style, std::optional<first_line_form> const& fl) const {
+        return knuth_glue{glue{.glue_font_req = req, .glue_style = style, .glue_first_line_style = fl}};
+    }
+
+    void separator(font_req_ref const& req,
+                   style_ref const& style,
+                   std::optional<first_line_form> const& fl,
+                   prepack::separator const& sep,
+                   std::vector<knuth::knuth>& out) const {
+        std::visit(overloaded{
+                       [&](prepack::sep_newline const&) {
+                           out.push_back(knuth_box{newline{}});
+                           out.push_back(forced_break{});
+                       },
+                       [&](prepack::sep_space const&) { out.push_back(glue_of(req, style, fl)); },
+                       [&](prepack::sep_nowrap_space const&) {
+                           out.push_back(prohibited_break{});
+                           out.push_back(glue_of(req, style, fl));
+                       },
+                       [&](prepack::sep_pre_space const&) {
+                           out.push_back(knuth_box{pre_space{.pre_space_head = head(req, style, fl)}});
+                       },
+                       [&](prepack::sep_zwsp const&) { out.push_back(knuth_glue{zwsp{}}); },
+                       [&](prepack::sep_wrap_opportunity const&) { out.push_back(wrap_item()); },
+                       [&](prepack::sep_cjk_zw_space const&) {
+                           if (style->text->text_props_text_justify == css::text::text_justify::cjk) {
+                               out.push_back(knuth_glue{zero_width_cjk{.zw_style = style, .zw_first_line_style = fl}});
+                           } else {
+                               out.push_back(wrap_item());
+                           }
+                       },
+                       [&](prepack::sep_charlike_space const& c) {
+                           out.push_back(knuth_box{charlike_space{.charlike_head = head(req, style, fl),
+                                                                  .charlike_width = c.charlike_width}});
+                       },
+                   },
+                   sep);
+    }
+
+    void spans(font_req_ref const& req,
+               style_ref const& style,
+               std::optional<first_line_form> const& fl,
+               fonts::direction dir,
+               float width,
+               std::span<prepack::span const> spans,
+               std::vector<knuth::knuth>& out) const {
+        for (auto const& s : spans) {
+            one(req, style, fl, dir, width, s, out);
+        }
+    }
+
+    void one(font_req_ref const& req,
+             style_ref const& style,
+             std::optional<first_line_form> const& fl,
+             fonts::direction dir,
+             float width,
+             prepack::span const& s,
+             std::vector<knuth::knuth>& out) const {
+        std::visit(
+            overloaded{
+                [&](prepack::span_nested const& n) {
+                    auto const& ns = n.nested;
+                    auto nfl = nested_first_line(fl, ns);
+                    fonts::direction ndir = dir;
+                    if (ns.span_direction) {
+                        ndir = *ns.span_direction % 2 == 1 ? fonts::direction::rtl : fonts::direction::ltr;
+                    }
+                    auto o = open_of(style, ns.span_style, nfl, ns.span_direction, ns.span_type, width);
+                    std::vector<knuth::knuth> content;
+                    spans(o.box_font_req, ns.span_style, nfl, ndir, width, ns.span_content, content);
+                    join_box(std::move(o), std::move(content), out);
+                },
+                [&](prepack::span_footnote const& f) {
+                    one(req, style, fl, dir, width, *f.call, out);
+                    std::visit(overloaded{
+                                   [&](prepack::block_footnote const& b) {
+                                       out.push_back(footnote{.footnote_body = b.footnote_block,
+                                                              .footnote_style = f.footnote_style,
+                                                              .footnote_type = footnote_page{
+                                                                  .page_display = footnote_display::block_footnote}});
+                                   },
+                                   [&](prepack::inline_footnote const& i) {
+                                       // An inline body travels as an anonymous paragraph of its spans.
+                                       auto body = share(prepack::block{
+                                           .block_content = prepack::bcontent_para{prepack::para{.para_spans = i.footnote_spans}},
+                                           .block_style = f.footnote_style});
+                                       out.push_back(footnote{.footnote_body = body,
+                                                              .footnote_style = f.footnote_style,
+                                                              .footnote_type = footnote_page{
+                                                                  .page_display = footnote_display::inline_footnote}});
+                                   },
+                               },
+                               f.footnote_body);
+                },
+                [&](prepack::span_inline_block const& b) {
+                    bool const w = wraps(*style);
+                    if (w) {
+                        out.push_back(wrap_item());
+                    }
+                    out.push_back(knuth_box{knuth::inline_block{.inline_block_block = b.inline_block,
+                                                                .inline_block_style = b.inline_block->block_style}});
+                    if (w) {
+                        out.push_back(wrap_item());
+                    }
+                },
+                [&](prepack::span_text const& t) { out.push_back(word_of(req, style, fl, dir, expanded(*style, t.text))); },
+                [&](prepack::span_text_with_hyphen const& t) {
+                    out.push_back(word_of(req, style, fl, dir, t.text));
+                    if (t.hyphen == prepack::hyphen_type::soft) {
+                        out.push_back(knuth_penalty{
+                            soft{.penaly_font_req = req, .penaly_style = style, .penalty_first_line_style = fl}});
+                    } else {
+                        out.push_back(knuth_penalty{hard{}});
+                    }
+                },
+                [&](prepack::span_glyph_index const& g) {
+                    out.push_back(knuth_box{glyph_index{.glyph_head = head(req, style, fl),
+                                                        .glyph_direction = dir,
+                                                        .glyph_writing_mode = style->writing_mode,
+                                                        .glyph_number = g.glyph_index}});
+                },
+                [&](prepack::span_sep const& sp) { separator(req, style, fl, sp.sep, out); },
+                [&](prepack::span_leader const& l) {
+                    out.push_back(knuth_leader{.leader_width = l.leader_min_width,
+                                               .leader_textbuf = l.leader_pattern,
+                                               .leader_font_req = req,
+                                               .leader_style = style,
+                                               .leader_first_line_style = fl,
+                                               .leader_direction = dir,
+                                               .leader_writing_mode = style->writing_mode});
+                },
+                [&](prepack::span_gen_content const& g) {
+                    std::visit(overloaded{
+                                   [&](prepack::gen_string const& str) {
+                                       auto text = string_value(info.general.page_values, str);
+                                       if (!text.empty()) {
+                                           out.push_back(word_of(req, style, fl, dir, std::move(text)));
+                                       }
+                                   },
+                                   [&](prepack::gen_counter const& c) {
+                                       out.push_back(knuth_box{counter{.counter_head = head(req, style, fl),
+                                                                       .counter_direction = dir,
+                                                                       .counter_writing_mode = style->writing_mode,
+                                                                       .counter_content = c.counter}});
+                                   },
+                               },
+                               g.gen);
+                },
+                [&](prepack::span_script_func const&) {
+                    // Script functions in CSS need the script host, which is not built yet.
+                    log::log_warning(info.general.log, "script functions in generated content are not supported yet");
+                },
+                [&](prepack::span_first_letter const& f) {
+                    auto ls = style;
+                    auto lfl = fl;
+                    for (auto const& ctx : f.first_letter_styles) {
+                        ls = share(css::compute_style::compute_style(ls, ctx.context, ctx.decls));
+                        if (lfl) {
+                            auto s2 = share(css::compute_style::compute_style(lfl->first_line_style, ctx.context, ctx.decls));
+                            lfl = first_line_form{.first_line_font_req = font_req_of(info.general.fonts, *s2),
+                                                  .first_line_style = s2};
+                        }
+                    }
+                    auto const lreq = font_req_of(info.general.fonts, *ls);
+                    auto const* fk = std::get_if<css::box::float_kind>(&ls->float_);
+                    if (fk != nullptr && *fk != css::box::float_kind::none) {
+                        // A floated first letter leaves the line as a float of its own.
+                        auto body = share(prepack::block{
+                            .block_content = prepack::bcontent_para{prepack::para{
+                                .para_spans = {prepack::span_text{f.first_letter_text}}}},
+                            .block_style = ls});
+                        out.push_back(knuth_box{knuth::inline_block{.inline_block_block = body, .inline_block_style = ls}});
+                        return;
+                    }
+                    auto o = open_of(style, ls, lfl, std::nullopt, prepack::type_anonymous{}, width);
+                    std::vector<knuth::knuth> content{word_of(lreq, ls, lfl, dir, f.first_letter_text)};
+                    join_box(std::move(o), std::move(content), out);
+                },
+            },
+            s);
+    }
+};
+
+} // namespace
+
+font_req_ref font_req_of(fonts::fonts const& db, css::style::style const& s) {
+    return fonts::get_font_req(db, fonts::query::query_of(*s.font_props));
+}
+
+std::optional<first_line_form> first_line_form_of(fonts::fonts const& db,
+                                                  style_ref const& style,
+                                                  std::vector<prepack::styled_context> const& contexts) {
+    if (contexts.empty()) {
+        return std::nullopt;
+    }
+    auto s = style;
+    for (auto const& ctx : contexts) {
+        s = share(css::compute_style::compute_style(s, ctx.context, ctx.decls));
+    }
+    return first_line_form{.first_line_font_req = font_req_of(db, *s), .first_line_style = s};
+}
+
+void spans_to_knuths(page_info const& info,
+                     font_req_ref const& font_req,
+                     style_ref const& style,
+                     std::optional<first_line_form> const& first_line,
+                     fonts::direction dir,
+                     float width,
+                     std::span<prepack::span const> spans,
+                     std::vector<knuth::knuth>& out) {
+    builder{.info = info}.spans(font_req, style, first_line, dir, width, spans, out);
+}
+
+items_res para_to_knuths(page_info const& info, style_ref const& style, prepack::para const& para, float width) {
+    auto const req = font_req_of(info.general.fonts, *style);
+    std::optional<first_line_form> fl;
+    if (para.first_line_style) {
+        fl = first_line_form_of(info.general.fonts, style, *para.first_line_style);
+    }
+    auto const dir = style->rare_props->rare_props_direction == css::box::direction::rtl ? fonts::direction::rtl
+                                                                                        : fonts::direction::ltr;
+    std::vector<knuth::knuth> items;
+    spans_to_knuths(info, req, style, fl, dir, width, para.para_spans, items);
+    while (!items.empty() && discardable(items.back())) {
+        items.pop_back();
+    }
+    if (items.empty() || !is_forced_break(items.back())) {
+        items.push_back(forced_break{});
+    }
+    items_res res;
+    if (para.pass_in) {
+        // The prefix (a run-in heading, an outside marker), the boxes it leaves open, and a glue of no
+        // width before the paragraph's own text.
+        res.res_items = para.pass_in->pass_in_items;
+        for (auto const& o : para.pass_in->pass_in_open) {
+            res.res_items.push_back(knuth_box{o});
+        }
+        res.res_items.push_back(knuth_glue{glue{.glue_font_req = req, .glue_style = style, .glue_first_line_style = fl}});
+        res.res_unclosed = para.pass_in->pass_in_open;
+        res.res_items.insert(res.res_items.end(), items.begin(), items.end());
+    } else {
+        res.res_items = std::move(items);
+    }
+    return res;
+}
+
+} // namespace vellum::pack::spans_to_knuth
