@@ -285,6 +285,16 @@ struct breaker {
                     evaluated = true;
                     continue;
                 }
+                if (cp.cp_index > static_cast<std::size_t>(curr->index)) {
+                    // The line could have ended earlier, only too loosely. A loose line is better than
+                    // text over the margin: break there, as a last resort, and go on from there.
+                    std::size_t const at = cp.cp_index;
+                    back_to_checkpoint();
+                    curr = share(candidate(curr, at, std::nullopt));
+                    take_checkpoint(at);
+                    i = at;
+                    continue;
+                }
                 i = overfull(std::move(cand), end);
                 continue;
             }

@@ -342,5 +342,21 @@ TEST(total_fit, an_overlong_word_is_cut_with_break_word) {
     EXPECT_EQ(text_of(over.res_lines[0].line_content), "abcdefghij") << "an overfull line is kept";
 }
 
+TEST(total_fit, a_loose_line_rather_than_one_over_the_margin) {
+    // At 45pt "aaa bb" (30pt, 5pt of stretch) is far too loose and "aaa bb cccc" (55pt) too long:
+    // the loose line is taken, and nothing runs over the margin.
+    auto const env = make_env();
+    auto const s = make_style();
+    auto const res = total_fit::break_lines(env, {.width = 45}, {}, para(U"aaa bb cccc", s));
+    std::vector<std::string> texts;
+    for (auto const& l : res.res_lines) {
+        texts.push_back(text_of(l.line_content));
+        EXPECT_TRUE(fits(line_sums(l.line_content).sum_width, 45)) << text_of(l.line_content);
+    }
+    EXPECT_EQ(texts, (std::vector<std::string>{"aaa bb", "cccc"}));
+    ASSERT_FALSE(res.res_lines.empty());
+    EXPECT_FALSE(res.res_lines.front().art) << "taken as a last resort";
+}
+
 } // namespace
 } // namespace vellum::pack
