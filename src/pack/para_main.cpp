@@ -1,0 +1,660 @@
+#include "pack/para_main.hpp"
+
+#include "pack/para_valign.hpp"
+#include "pack/spans_to_knuth.hpp"
+#include "pack/total_fit.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+namespace vellum::pack::para_main {
+
+using namespace knuth;
+using para_halign::placed_item;
+
+namespace {
+
+knuth::inline_block const* inline_block_of(knuth::knuth const& item) {
+    auto const* b = std::get_if<knuth_box>(&item);
+    return b != nullptr ? std::get_if<knuth::inline_block>(b) : nullptr;
+}
+
+bool is_indent(knuth::knuth const& item) {
+    auto const* b = std::get_if<knuth_box>(&item);
+    return b != nullptr && std::holds_alternative<knuth::indent>(*b);
+}
+
+areas::area band_of(areas::areas const& a) {
+    if (a.available.empty()) {
+        return a.container;
+    }
+    auto band = a.available.front();
+    band.bottom = a.container.bottom;
+    return band;
+}
+
+// The areas after a line of height `h` took its room off the top.
+areas::areas after_line(areas::areas a, float h) {
+    a.container.top -= h;
+    if (!a.available.empty()) {
+        a.available.front().top -= h;
+        if (a.available.size() > 1 && a.available.front().top <= a.available.front().bottom + tolerance) {
+            a.available.erase(a.available.begin());
+        }
+    }
+    return a;
+}
+
+knuth::style_ref line_style(knuth::style_ref const& style,
+                            std::optional<knuth::style_ref> const& first_line_style,
+                            line_kind kind) {
+    return kind == line_kind::first_line && first_line_style ? *first_line_style : style;
+}
+
+// Mirrors a box between the band's edges, for right-to-left text.
+void mirror(spanbox& b, float left, float right) {
+    std::visit(overloaded{
+                   [&](ref<nested_spanbox>& n) {
+                       auto copy = *n;
+                       copy.spanbox_x = left + right - copy.spanbox_x - copy.spanbox_w;
+                       for (auto& c : copy.spanbox_content) {
+                           mirror(c, left, right);
+                       }
+                       n = share(std::move(copy));
+                   },
+                   [&](inline_box& i) {
+                       auto copy = *i.inline_box_box;
+                       copy.box_x = left + right - copy.box_x - copy.box_w;
+                       i.inline_box_box = share(std::move(copy));
+                   },
+                   [&](charsbox& c) { c.charsbox_x = left + right - c.charsbox_x - c.charsbox_w; },
+               },
+               b);
+}
+
+// An inline box continued on the next line: under `box-decoration-break: slice` its start edge
+// (margin, border, padding) was drawn on the first line only.
+knuth::open continued(knuth::open o) {
+    if (o.box_style->box_decoration_break != css::box::box_decoration_break::slice) {
+        return o;
+    }
+    auto used = *o.box_used_style;
+    used.used_padding_left = 0;
+    used.used_borders.borders_left.border_width = 0;
+    if (auto* m = std::get_if<css::used_style::used_margins>(&used.used_margins)) {
+        m->margin_left = 0.0f;
+    }
+    o.box_used_style = share(std::move(used));
+    o.box_left_edge = 0;
+    return o;
+}
+
+// ---- Placing lines --------------------------------------------------------------------------------------
+
+struct para_ctx {
+    knuth::style_ref style;
+    css::used_style::used_style used;
+    std::optional<knuth::style_ref> first_line_style;
+    pack_method method = pack_method::first_fit;
+    eval_knuth::eval_env env;
+};
+
+// Where packing stands: what is placed, and what is left either as items (greedy) or as lines
+// broken already (total fit).
+struct run_state {
+    page_info info;
+    areas::areas areas;
+    std::vector<parabox> boxes;
+    int placed = 0;
+    std::vector<knuth::open> open_tags;
+    int line_number = 1;
+    int consecutive_hyphens = 0;
+    std::vector<knuth::knuth> rest;
+    std::size_t next_line = 0;
+    bool done = false;
+};
+
+void accept(run_state& s, line_made const& made, bool hyphen_end) {
+    s.boxes.emplace_back(*made.made_box);
+    s.areas = after_line(std::move(s.areas), made.made_height);
+    s.info.flags.max_page_area = false;
+    s.open_tags = made.made_unclosed;
+    s.placed += 1;
+    s.line_number += 1;
+    s.consecutive_hyphens = hyphen_end ? s.consecutive_hyphens + 1 : 0;
+}
+
+// Moves to the next band below a float, if there is one.
+bool next_band(run_state& s, bool& max_area) {
+    if (s.areas.available.size() < 2) {
+        return false;
+    }
+    s.areas.available.erase(s.areas.available.begin());
+    s.areas.container.top = s.areas.available.front().top;
+    // The room below a float is never the last resort.
+    s.info.flags.max_page_area = false;
+    max_area = false;
+    return true;
+}
+
+// The greedy packer: one line at a time, each as wide as its band.
+run_state greedy_run(para_ctx const& ctx, run_state s, std::optional<int> max_lines) {
+    bool max_area = s.info.flags.max_page_area;
+    for (;;) {
+        std::vector<knuth::knuth> items = std::move(s.rest);
+        if (!items.empty() && is_indent(items.front())) {
+            items.erase(items.begin());
+        }
+        items = strip_leading(items);
+        if (items.empty()) {
+            s.done = true;
+            return s;
+        }
+        if (max_lines && s.placed >= *max_lines) {
+            s.rest = std::move(items);
+            return s;
+        }
+        line_kind const kind = s.line_number == 1 ? line_kind::first_line : line_kind::other_line;
+        std::vector<knuth::knuth> line_items = items;
+        if (auto ib = indent_box(ctx.used.used_text_indent, kind)) {
+            line_items.insert(line_items.begin(), std::move(*ib));
+        }
+        bool const hyph_ok = linebreak::hyphenate_ok(ctx.style->hyphenate_lines, s.consecutive_hyphens);
+        bool placed = false;
+        while (!placed) {
+            auto const band = band_of(s.areas);
+            linebreak::line_request const req{
+                .line_kind = kind,
+                .containing_height = ctx.used.used_height,
+                .width = areas::width_of(band),
+                .container_width = areas::width_of(s.areas.container),
+                .hyphenate_ok = hyph_ok,
+            };
+            auto res = linebreak::fill_line(ctx.env,
+                                            ctx.method == pack_method::best_fit ? linebreak::method::best_fit
+                                                                                : linebreak::method::first_fit,
+                                            req, state_of(s.info), line_items);
+            if (auto* out = std::get_if<linebreak::outflow>(&res)) {
+                // Floats and absolute boxes met in the text need block flow and floats; until then
+                // they are left out of the line.
+                log::log_warning(s.info.general.log, "floats and absolute boxes inside a paragraph are not supported yet");
+                line_items = std::move(out->outflow_items);
+                continue;
+            }
+            auto& bp = std::get<linebreak::break_point>(res);
+            auto const made = make_line(s.info, ctx.style, ctx.first_line_style, s.areas,
+                                        {.kind = kind,
+                                         .open_tags = s.open_tags,
+                                         .brk = bp.break_type == break_type::forced_break
+                                                    ? para_halign::line_break::explicit_
+                                                    : para_halign::line_break::implicit,
+                                         .max_area = max_area},
+                                        bp.line);
+            if (made.made_empty) {
+                s.info = with_state(std::move(s.info), bp.break_state.curr_page_info);
+                s.rest = std::move(bp.remain_para);
+                placed = true;
+                break;
+            }
+            if (!made.made_box) {
+                if (next_band(s, max_area)) {
+                    continue;
+                }
+                s.rest = std::move(items);
+                return s;
+            }
+            s.info = with_state(std::move(s.info), bp.break_state.curr_page_info);
+            accept(s, made, bp.break_type == break_type::hyphen);
+            s.rest = std::move(bp.remain_para);
+            // Only the first line of an area may exceed it.
+            max_area = false;
+            placed = true;
+        }
+    }
+}
+
+// Places lines broken already by total fit, one after another, while they fit.
+run_state lines_run(para_ctx const& ctx, para_lines const& lines, run_state s, std::optional<int> max_lines) {
+    bool max_area = s.info.flags.max_page_area;
+    while (s.next_line < lines.size()) {
+        if (max_lines && s.placed >= *max_lines) {
+            return s;
+        }
+        auto const& line = lines[s.next_line];
+        line_kind const kind = s.line_number == 1 ? line_kind::first_line : line_kind::other_line;
+        auto const made = make_line(s.info, ctx.style, ctx.first_line_style, s.areas,
+                                    {.kind = kind,
+                                     .open_tags = s.open_tags,
+                                     .brk = line.break_type == break_type::forced_break ? para_halign::line_break::explicit_
+                                                                                        : para_halign::line_break::implicit,
+                                     .max_area = max_area},
+                                    line.line_content);
+        if (!made.made_empty && !made.made_box) {
+            return s;
+        }
+        // Footnote calls on the line are numbered for this page as the line is placed.
+        auto state = state_of(s.info);
+        for (auto const& item : line.line_content) {
+            if (std::holds_alternative<knuth::footnote>(item)) {
+                state = eval_knuth::eval_knuth(ctx.env, kind, ctx.used.used_height, state, item, {}).res_state;
+            }
+        }
+        s.info = with_state(std::move(s.info), state);
+        if (made.made_box) {
+            accept(s, made, line.break_type == break_type::hyphen);
+            max_area = false;
+        }
+        s.next_line += 1;
+    }
+    s.done = true;
+    return s;
+}
+
+// Orphans and widows: a paragraph split over areas leaves at least `orphans` lines before the split
+// and at least `widows` after it, moving lines on (or the whole paragraph) where it must.
+template <class Placer>
+run_state with_orphans_and_widows(para_ctx const& ctx, run_state const& start, Placer place) {
+    int const orphans = std::max(1, ctx.style->orphans);
+    int const widows = std::max(1, ctx.style->widows);
+    bool const must_place = start.info.flags.max_page_area;
+    run_state res = place(start, std::nullopt);
+    int n = res.placed;
+    for (;;) {
+        if (n == 0 || res.done) {
+            return res;
+        }
+        if (n < orphans && !must_place) {
+            return start;
+        }
+        if (widows < 2) {
+            return res;
+        }
+        // How many of the remaining lines would a fresh page take? Fewer than `widows`, and this
+        // page must give some up.
+        run_state trial = res;
+        trial.boxes.clear();
+        trial.placed = 0;
+        auto const& body = start.info.general.body_area;
+        areas::area const fresh{.top = body.top,
+                                .bottom = body.bottom,
+                                .left = start.areas.container.left,
+                                .right = start.areas.container.right};
+        trial.areas = areas::areas{.container = fresh, .available = {fresh}};
+        trial.info.flags.max_page_area = true;
+        int const m = place(trial, widows).placed;
+        if (m < 1 || m >= widows) {
+            return res;
+        }
+        int const fewer = n - 1;
+        if (orphans > fewer || fewer < 1) {
+            return must_place ? res : start;
+        }
+        res = place(start, fewer);
+        n = fewer;
+    }
+}
+
+} // namespace
+
+bool uses_total_fit(css::style::style const& s, areas::areas const& a, std::span<knuth::knuth const> items) {
+    auto const ws = s.rare_props->rare_props_white_space;
+    if (s.text->text_props_text_align != css::text::text_align::justify) {
+        return false;
+    }
+    if (ws != css::text::white_space::normal && ws != css::text::white_space::nowrap &&
+        ws != css::text::white_space::pre_line) {
+        return false;
+    }
+    if (a.available.size() != 1) {
+        return false;
+    }
+    return std::none_of(items.begin(), items.end(), [](knuth::knuth const& item) {
+        auto const* ib = inline_block_of(item);
+        return ib != nullptr && is_float(*ib);
+    });
+}
+
+placed_line place_items(std::span<knuth::knuth const> items, float left, float right, float grid_left) {
+    placed_line out;
+    float natural = 0;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        if (is_penalty(items[i]) && i + 1 != items.size()) {
+            continue;
+        }
+        natural += item_width(items[i]);
+    }
+    float const free_room = std::max(0.0f, (right - left) - natural);
+    float x = left;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        auto const& item = items[i];
+        bool const last = i + 1 == items.size();
+        if (std::holds_alternative<knuth::footnote>(item) || std::holds_alternative<forced_break>(item) ||
+            std::holds_alternative<prohibited_break>(item) || std::holds_alternative<script_func_head>(item) ||
+            std::holds_alternative<script_func_tail>(item)) {
+            continue;
+        }
+        if (auto const* p = std::get_if<knuth_penalty>(&item)) {
+            if (!last || !std::holds_alternative<soft>(*p)) {
+                continue;
+            }
+        }
+        if (auto const* g = std::get_if<knuth_glue>(&item); g != nullptr && !std::holds_alternative<knuth::glue>(*g)) {
+            continue;
+        }
+        if (auto const* l = std::get_if<knuth_leader>(&item)) {
+            float w = 0;
+            float at = x;
+            if (!out.placed_leader) {
+                // The leader's pattern starts on a grid from the body's left edge, so that the dots
+                // of lines one under the other line up.
+                if (l->single_leader_width > 0) {
+                    at = std::ceil((x - grid_left) / l->single_leader_width) * l->single_leader_width + grid_left;
+                }
+                w = std::max(0.0f, l->leader_width + free_room - (at - x));
+                out.placed_leader = true;
+            }
+            out.placed_items.push_back({.placed = item, .placed_x = at, .placed_w = w});
+            x = at + w;
+            continue;
+        }
+        float const w = item_width(item);
+        out.placed_items.push_back({.placed = item, .placed_x = x, .placed_w = w});
+        x += w;
+    }
+    return out;
+}
+
+spanboxes_res to_spanboxes(fonts::fonts const& db, line_kind kind, std::span<placed_item const> items) {
+    struct frame {
+        std::optional<knuth::open> frame_open;
+        float frame_x = 0;
+        std::vector<spanbox> frame_content;
+    };
+    std::vector<frame> stack(1);
+    float line_end = items.empty() ? 0 : items.front().placed_x;
+    auto close_frame = [&](float end) {
+        frame f = std::move(stack.back());
+        stack.pop_back();
+        auto const& o = *f.frame_open;
+        auto const s = kind == line_kind::first_line && o.box_first_line_style ? *o.box_first_line_style : o.box_style;
+        auto const req = spans_to_knuth::font_req_of(db, *s);
+        stack.back().frame_content.emplace_back(share(nested_spanbox{
+            .spanbox_x = f.frame_x,
+            .spanbox_w = end - f.frame_x,
+            .spanbox_content = std::move(f.frame_content),
+            .spanbox_style = s,
+            .spanbox_used_style = *o.box_used_style,
+            .spanbox_font_metrics = fonts::primary_font_metrics(db, *req, s->font_size),
+            .spanbox_type = o.box_element_type,
+        }));
+    };
+    auto chars = [&](placed_item const& p, std::vector<fonts::grapheme> g, charsbox_type type, fonts::direction dir,
+                     css::box::writing_mode wm) {
+        stack.back().frame_content.emplace_back(charsbox{.charsbox_x = p.placed_x,
+                                                         .charsbox_w = p.placed_w,
+                                                         .charsbox_content = std::move(g),
+                                                         .charsbox_type = type,
+                                                         .charsbox_direction = dir,
+                                                         .charsbox_writing_mode = wm});
+    };
+    for (auto const& p : items) {
+        line_end = std::max(line_end, p.placed_x + p.placed_w);
+        std::visit(
+            overloaded{
+                [&](knuth_box const& b) {
+                    std::visit(overloaded{
+                                   [&](word const& w) {
+                                       chars(p, w.word_head.head_graphemes, normal{}, w.word_direction, w.word_writing_mode);
+                                   },
+                                   [&](non_word const& w) {
+                                       chars(p, w.non_word_head.head_graphemes, normal{}, w.non_word_direction,
+                                             w.non_word_writing_mode);
+                                   },
+                                   [&](grapheme_seq const& g) {
+                                       chars(p, g.seq_head.head_graphemes, normal{}, g.seq_direction, g.seq_writing_mode);
+                                   },
+                                   [&](glyph_index const& g) {
+                                       chars(p, g.glyph_head.head_graphemes, normal{}, g.glyph_direction,
+                                             g.glyph_writing_mode);
+                                   },
+                                   [&](counter const& c) {
+                                       chars(p, c.counter_head.head_graphemes, normal{}, c.counter_direction,
+                                             c.counter_writing_mode);
+                                   },
+                                   [&](knuth::pre_space const& s) {
+                                       chars(p, s.pre_space_head.head_graphemes, pack::pre_space{},
+                                             fonts::direction::ltr, css::box::writing_mode::horizontal);
+                                   },
+                                   [&](knuth::charlike_space const& s) {
+                                       chars(p, s.charlike_head.head_graphemes, pack::charlike_space{},
+                                             fonts::direction::ltr, css::box::writing_mode::horizontal);
+                                   },
+                                   [&](knuth::newline const&) {
+                                       chars(p, {}, pack::newline{}, fonts::direction::ltr,
+                                             css::box::writing_mode::horizontal);
+                                   },
+                                   [&](knuth::open const& o) {
+                                       stack.push_back(frame{.frame_open = o, .frame_x = p.placed_x});
+                                   },
+                                   [&](knuth::close const&) {
+                                       // A close whose open lay on an earlier line of another fragment
+                                       // has no frame: it only ends the line's width.
+                                       if (stack.size() > 1) {
+                                           close_frame(p.placed_x + p.placed_w);
+                                       }
+                                   },
+                                   [&](knuth::inline_block const& ib) {
+                                       check(ib.inline_block_box.has_value(), "to_spanboxes: inline_block unpacked.");
+                                       auto bx = **ib.inline_block_box;
+                                       bx.box_x = p.placed_x;
+                                       stack.back().frame_content.emplace_back(inline_box{share(std::move(bx))});
+                                   },
+                                   [&](knuth::indent const&) {
+                                       chars(p, {}, pack::indent{}, fonts::direction::ltr,
+                                             css::box::writing_mode::horizontal);
+                                   },
+                               },
+                               b);
+                },
+                [&](knuth_leader const& l) {
+                    chars(p, l.single_leader_content, pack::leader{.leader_width = l.single_leader_width},
+                          l.leader_direction, l.leader_writing_mode);
+                },
+                [&](knuth_penalty const& pen) {
+                    if (auto const* s = std::get_if<soft>(&pen)) {
+                        chars(p, s->penalty_content, normal{}, fonts::direction::ltr, css::box::writing_mode::horizontal);
+                    }
+                },
+                [&](knuth_glue const& g) {
+                    if (auto const* gl = std::get_if<knuth::glue>(&g)) {
+                        chars(p, gl->glue_content,
+                              pack::glue{.glue_stretchability = gl->stretchability,
+                                         .glue_shrinkability = gl->shrinkability},
+                              fonts::direction::ltr, css::box::writing_mode::horizontal);
+                    }
+                },
+                [](forced_break const&) {},
+                [](prohibited_break const&) {},
+                [](script_func_head const&) {},
+                [](script_func_tail const&) {},
+                [](knuth::footnote const&) {},
+            },
+            p.placed);
+    }
+    // Inline boxes that go on past the line end with it here and open again on the next line.
+    std::vector<knuth::open> unclosed;
+    while (stack.size() > 1) {
+        unclosed.insert(unclosed.begin(), *stack.back().frame_open);
+        close_frame(line_end);
+    }
+    return {.res_boxes = std::move(stack.front().frame_content), .res_unclosed = std::move(unclosed)};
+}
+
+line_made make_line(page_info const& info,
+                    knuth::style_ref const& style,
+                    std::optional<knuth::style_ref> const& first_line_style,
+                    areas::areas const& areas,
+                    line_request const& request,
+                    std::span<knuth::knuth const> line) {
+    auto const band = band_of(areas);
+    std::vector<knuth::knuth> items;
+    items.reserve(request.open_tags.size() + line.size());
+    for (auto const& o : request.open_tags) {
+        items.emplace_back(knuth_box{o});
+    }
+    items.insert(items.end(), line.begin(), line.end());
+    auto placed = place_items(items, band.left, band.right, info.general.body_area.left);
+    bool const empty = std::all_of(placed.placed_items.begin(), placed.placed_items.end(),
+                                   [](placed_item const& p) { return is_indent(p.placed); });
+    if (empty) {
+        return {.made_unclosed = request.open_tags, .made_empty = true};
+    }
+    std::optional<float> indent_width;
+    for (auto const& p : placed.placed_items) {
+        if (is_indent(p.placed)) {
+            indent_width = p.placed_w;
+        }
+    }
+    auto const& s = line_style(style, first_line_style, request.kind);
+    auto const h = para_halign::halign(placed.placed_items, band.left, band.right, *style, request.brk,
+                                       info.general.pdf_page_num, placed.placed_leader);
+    auto spans = to_spanboxes(info.general.fonts, request.kind, placed.placed_items);
+    if (style->rare_props->rare_props_direction == css::box::direction::rtl) {
+        for (auto& b : spans.res_boxes) {
+            mirror(b, band.left, band.right);
+        }
+    }
+    std::vector<knuth::open> unclosed;
+    for (auto const& o : spans.res_unclosed) {
+        unclosed.push_back(continued(o));
+    }
+    auto const req = spans_to_knuth::font_req_of(info.general.fonts, *s);
+    std::vector<fonts::grapheme> ellipsis;
+    if (s->text_overflow == css::box::text_overflow::ellipsis) {
+        ellipsis = fonts::text_to_graphemes(info.general.fonts, *req, fonts::direction::ltr, U"\u2026");
+    }
+    auto const metrics = fonts::primary_font_metrics(info.general.fonts, *req, s->font_size);
+    auto pre = para_valign::valign(*s, metrics, std::move(spans.res_boxes), band.top);
+    if (pre.line_height > areas::height_of(band) + tolerance && !request.max_area) {
+        return {.made_unclosed = request.open_tags, .made_height = pre.line_height};
+    }
+    return {.made_box = linebox{.linebox_x = h.line_x,
+                                .linebox_w = h.line_w,
+                                .linebox_base = pre.line_base,
+                                .linebox_indent = indent_width,
+                                .linebox_content = std::move(pre.line_boxes),
+                                .linebox_font_metrics = metrics,
+                                .linebox_ellipsis = std::move(ellipsis)},
+            .made_unclosed = std::move(unclosed),
+            .made_height = pre.line_height};
+}
+
+para_res pack_para(page_info info,
+                   knuth::style_ref const& style,
+                   css::used_style::used_style const& used,
+                   areas::areas areas,
+                   prepack::para const& para) {
+    float const width = areas::width_of(areas.container);
+    auto const ws = style->rare_props->rare_props_white_space;
+    bool const wrapping_justify = style->text->text_props_text_align == css::text::text_align::justify &&
+                                  (ws == css::text::white_space::normal || ws == css::text::white_space::nowrap ||
+                                   ws == css::text::white_space::pre_line);
+    para_ctx ctx{
+        .style = style,
+        .used = used,
+        .method = wrapping_justify ? pack_method::best_fit : pack_method::first_fit,
+        .env = env_of(info),
+    };
+    if (para.first_line_style) {
+        if (auto fl = spans_to_knuth::first_line_form_of(info.general.fonts, style, *para.first_line_style)) {
+            ctx.first_line_style = fl->first_line_style;
+        }
+    }
+
+    run_state start{.info = info, .areas = areas, .line_number = para.current_line_number + 1};
+    std::vector<knuth::knuth> items;
+    std::optional<para_lines> lines;
+    std::visit(overloaded{
+                   [&](prepack::para_initial const&) {
+                       items = spans_to_knuth::para_to_knuths(info, style, para, width).res_items;
+                       // Atomic inline boxes are packed by block flow, which is not built yet.
+                       auto const before = items.size();
+                       std::erase_if(items, [](knuth::knuth const& item) { return inline_block_of(item) != nullptr; });
+                       if (items.size() != before) {
+                           log::log_warning(info.general.log, "inline-block boxes are not supported yet");
+                       }
+                   },
+                   [&](ref<prepack::para_knuths> const& k) {
+                       items = k->knuth_para1;
+                       start.open_tags = k->unclosed_open_tags1;
+                   },
+                   [&](ref<prepack::para_knuth_lines> const& k) {
+                       start.open_tags = k->unclosed_open_tags2;
+                       if (areas.available.size() == 1 &&
+                           std::abs(areas::width_of(areas.available.front()) - k->area_width) <= tolerance) {
+                           items = k->knuth_para2;
+                           lines = k->remain_lines;
+                           return;
+                       }
+                       // Another width: the lines not placed yet are broken again from the first one's start.
+                       check(!k->remain_lines.empty() &&
+                                 k->remain_lines.front().start_index < static_cast<int>(k->knuth_para2.size()),
+                             "pack_para");
+                       items.assign(k->knuth_para2.begin() + k->remain_lines.front().start_index, k->knuth_para2.end());
+                   },
+               },
+               para.para_content);
+
+    if (!lines && uses_total_fit(*style, areas, items)) {
+        auto const limit = std::get_if<int>(&style->hyphenate_lines);
+        auto br = total_fit::break_lines(ctx.env,
+                                         total_fit::break_params{
+                                             .containing_height = used.used_height,
+                                             .hyphenate_lines = limit ? std::optional<int>(*limit) : std::nullopt,
+                                             .consecutive_hyphens = 0,
+                                             .used_indent = used.used_text_indent,
+                                             .start_line_number = start.line_number,
+                                             .width = width,
+                                         },
+                                         state_of(info), std::move(items));
+        items = std::move(br.res_items);
+        lines = std::move(br.res_lines);
+    }
+
+    run_state res;
+    if (lines) {
+        auto const& ls = *lines;
+        res = with_orphans_and_widows(ctx, start, [&](run_state s, std::optional<int> max) {
+            return lines_run(ctx, ls, std::move(s), max);
+        });
+    } else {
+        start.rest = std::move(items);
+        res = with_orphans_and_widows(ctx, start, [&](run_state s, std::optional<int> max) {
+            return greedy_run(ctx, std::move(s), max);
+        });
+    }
+
+    if (res.placed == 0 && !res.done) {
+        return {.res_info = std::move(info), .res_areas = std::move(areas), .res_remaining = para};
+    }
+    para_res out{.res_info = std::move(res.info), .res_areas = std::move(res.areas), .res_boxes = std::move(res.boxes)};
+    if (!res.done) {
+        prepack::para rest = para;
+        rest.current_line_number = para.current_line_number + res.placed;
+        if (lines) {
+            rest.para_content = share(prepack::para_knuth_lines{
+                .area_width = width,
+                .unclosed_open_tags2 = res.open_tags,
+                .knuth_para2 = std::move(items),
+                .remain_lines = para_lines(lines->begin() + static_cast<std::ptrdiff_t>(res.next_line), lines->end()),
+            });
+        } else {
+            rest.para_content =
+                share(prepack::para_knuths{.unclosed_open_tags1 = res.open_tags, .knuth_para1 = std::move(res.rest)});
+        }
+        out.res_remaining = std::move(rest);
+    }
+    return out;
+}
+
+} // namespace vellum::pack::para_main
