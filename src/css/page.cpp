@@ -275,9 +275,17 @@ vellum_rotate_body resolve_rotate(spec_vellum_rotate_body const& r, paper const&
                       r);
 }
 
+// Declarations are gathered and sorted by reference: a property is a large variant, and moving it
+// about costs more, in time and in the compiler, than the pointers do.
 template <class T>
-bool ascending(pdeclaration<T> const& a, pdeclaration<T> const& b) {
-    return a.pdecl_priority < b.pdecl_priority;
+using pdecl_refs = std::vector<pdeclaration<T> const*>;
+
+// Equal priorities keep the order in which they were gathered, which is the order of the sheets; the
+// command line's rules all have the running number 0 and rely on it.
+template <class T>
+void sort_by_priority(pdecl_refs<T>& v) {
+    std::ranges::stable_sort(
+        v, [](auto const* a, auto const* b) { return a->pdecl_priority < b->pdecl_priority; });
 }
 
 std::optional<page_rule::page_rule> user_rule(declaration d) {
@@ -383,27 +391,29 @@ bool page_matches(page const& p, page_query const& q) {
 }
 
 page_style page_style_of(pages const& rules, page_query const& q, ref<style::style> const& root_style) {
-    std::vector<pdeclaration<page_property>> decls;
+    pdecl_refs<page_property> decls;
     constexpr std::size_t region_count = static_cast<std::size_t>(region::footnotes) + 1;
-    std::vector<std::vector<pdeclaration<property::property>>> regions(region_count);
+    std::vector<pdecl_refs<property::property>> regions(region_count);
     std::vector<bool> declared_regions(region_count, false);
     for (auto const& r : rules) {
         if (!page_matches(r.rule_page, q)) {
             continue;
         }
-        decls.insert(decls.end(), r.rule_decls.begin(), r.rule_decls.end());
+        for (auto const& pd : r.rule_decls) {
+            decls.push_back(&pd);
+        }
         for (auto const& rd : r.rule_regions) {
             auto const i = static_cast<std::size_t>(rd.region_name);
             declared_regions[i] = true;
-            regions[i].insert(regions[i].end(), rd.region_decls.begin(), rd.region_decls.end());
+            for (auto const& pd : rd.region_decls) {
+                regions[i].push_back(&pd);
+            }
         }
     }
-    // Equal priorities keep the order of the sheets, which is the order of their running numbers
-    // anyway; a stable sort keeps it even when the numbers are equal, as for the command line's rules.
-    std::ranges::stable_sort(decls, ascending<page_property>);
+    sort_by_priority(decls);
     declared d;
-    for (auto const& pd : decls) {
-        apply(d, pd.pdecl_value);
+    for (auto const* pd : decls) {
+        apply(d, pd->pdecl_value);
     }
 
     page_style ps;
@@ -455,11 +465,11 @@ page_style page_style_of(pages const& rules, page_query const& q, ref<style::sty
             continue;
         }
         auto& rd = regions[i];
-        std::ranges::stable_sort(rd, ascending<property::property>);
+        sort_by_priority(rd);
         std::vector<property::property> props;
         props.reserve(rd.size());
-        for (auto& pd : rd) {
-            props.push_back(std::move(pd.pdecl_value));
+        for (auto const* pd : rd) {
+            props.push_back(pd->pdecl_value);
         }
         ps.page_regions.emplace_back(static_cast<region>(i), std::move(props));
     }
