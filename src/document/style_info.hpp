@@ -13,9 +13,8 @@ namespace vellum::dom {
 enum class page_decl_kind { margin, size };
 
 /// A page declaration from the command line, still as the user wrote it.
-// FIXME: the CSS value parser must turn these into page rules for all pages at user origin, index 0
-// ("size" from --page-size, the four margins from --page-margin) and warn "invalid --page-size: " or
-// "invalid --page-margin: " with the value when it does not parse; until then they are carried as text.
+// The style sheets' collection turns each into a page rule for all pages at user origin, where a value
+// that is no size or margin is warned about.
 struct pending_page_decl {
     page_decl_kind decl_kind = page_decl_kind::size;
     std::string decl_text;

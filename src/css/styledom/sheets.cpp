@@ -2,6 +2,7 @@
 
 #include "css/lexer.hpp"
 #include "css/media.hpp"
+#include "css/page.hpp"
 #include "css/styledom/tree.hpp"
 #include "resource/resource.hpp"
 #include "util/ref.hpp"
@@ -85,15 +86,6 @@ void for_each_style_element(dom::dom_document const& doc, F const& f) {
     for (auto const& child : tree::element_children(doc)) {
         for_each_style_element(*child, f);
     }
-}
-
-// A value of the command line, read as a whole; anything left over fails it.
-std::optional<css::declaration> page_declaration(std::string const& name, std::string const& text) {
-    auto v = css::parser::parse_value("", text);
-    if (!v) {
-        return std::nullopt;
-    }
-    return css::declaration{.prop_name = name, .value = std::move(*v), .origin = css::origin::user, .index = 0};
 }
 
 } // namespace
@@ -244,21 +236,19 @@ std::optional<loc::locator> linked_sheet(dom::dom_element const& link, loc::loca
     return loc::resolve_locator(base, *href);
 }
 
-std::optional<css::page_rule::page_rule> job_page_rule(log::log const& log,
-                                                       std::vector<dom::pending_page_decl> const& pdecls) {
-    css::page_rule::page_rule rule;
+std::vector<css::page_rule::page_rule> job_page_rules(log::log const& log,
+                                                      std::vector<dom::pending_page_decl> const& pdecls) {
+    // Each option is a rule of its own for all pages, in the order the command line keeps them (the
+    // margin before the size); a value that isn't one is warned about and left out.
+    std::vector<css::page_rule::page_rule> rules;
     for (auto const& p : pdecls) {
-        bool const size = p.decl_kind == dom::page_decl_kind::size;
-        if (auto d = page_declaration(size ? "size" : "margin", p.decl_text)) {
-            rule.page_declarations.push_back(std::move(*d));
-        } else {
-            log::log_warning(log, (size ? "invalid --page-size: " : "invalid --page-margin: ") + p.decl_text);
+        auto rule = p.decl_kind == dom::page_decl_kind::size ? css::page::page_size_rule(log, p.decl_text)
+                                                            : css::page::page_margin_rule(log, p.decl_text);
+        if (rule) {
+            rules.push_back(std::move(*rule));
         }
     }
-    if (rule.page_declarations.empty()) {
-        return std::nullopt;
-    }
-    return rule;
+    return rules;
 }
 
 bool has_prefetch_threads(loader const& l) {
@@ -293,9 +283,9 @@ collected collect_sheets(log::log const& log, loader const& l, dom::dom_document
     auto const doc_base = doc.dom_document_base.get();
     add_base(table, l, doc_base);
 
-    if (auto rule = job_page_rule(log, info.page_pdecls)) {
-        e.pages.insert(e.pages.begin(), std::move(*rule));
-    }
+    auto job_rules = job_page_rules(log, info.page_pdecls);
+    e.pages.insert(e.pages.begin(), std::make_move_iterator(job_rules.begin()),
+                   std::make_move_iterator(job_rules.end()));
     if (info.use_default_style) {
         for (auto const& name : default_sheets(doc.dom_document_xmltype)) {
             loc::locator const target{.locator_url = loc::file{{"style/" + name}, std::nullopt},

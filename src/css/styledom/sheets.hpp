@@ -61,10 +61,11 @@ bool media_attribute_matches(std::string_view media, std::string_view medium);
                                                                      resource::locator::locator const& base,
                                                                      std::string_view medium);
 
-/// The job's page declarations as a rule for all pages, at user origin and numbered 0; a value that
-/// doesn't parse is left out with the warning "invalid --page-size: " or "invalid --page-margin: ".
-[[nodiscard]] std::optional<css::page_rule::page_rule>
-job_page_rule(log::log const& log, std::vector<dom::pending_page_decl> const& pdecls);
+/// The job's page declarations as rules for all pages, at user origin and numbered 0, one per option;
+/// a value that doesn't parse is left out with the warning "invalid --page-size: " or
+/// "invalid --page-margin: ".
+[[nodiscard]] std::vector<css::page_rule::page_rule>
+job_page_rules(log::log const& log, std::vector<dom::pending_page_decl> const& pdecls);
 
 /// Whether the loader runs prefetch threads.
 bool has_prefetch_threads(resource::loader::loader const& loader);
