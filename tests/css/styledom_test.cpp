@@ -393,15 +393,17 @@ TEST(cascade, job_page_declarations_lead_the_page_rules) {
     auto const doc = f.parse("<style>@page { margin: 0 }</style><p>a</p>", doctype::doctype::html5, info);
     auto const styled = f.style(doc);
     auto const& pages = styled.styled_rules.rules_env.pages;
-    ASSERT_EQ(pages.size(), 2u);
-    auto const& job = pages.front();
-    EXPECT_EQ(job.selector, css::page_rule::page_selector{});
-    ASSERT_EQ(job.page_declarations.size(), 2u);
-    EXPECT_EQ(job.page_declarations[0].prop_name, "margin");
-    EXPECT_EQ(css::value::to_text(job.page_declarations[0].value), "1cm 2cm");
-    EXPECT_EQ(job.page_declarations[1].prop_name, "size");
-    EXPECT_EQ(job.page_declarations[1].origin, css::origin::user);
-    EXPECT_EQ(job.page_declarations[1].index, 0);
+    // One rule per valid option, margin first, ahead of the document's own rule.
+    ASSERT_EQ(pages.size(), 3u);
+    for (std::size_t i = 0; i < 2; ++i) {
+        EXPECT_EQ(pages[i].selector, css::page_rule::page_selector{});
+        ASSERT_EQ(pages[i].page_declarations.size(), 1u);
+        EXPECT_EQ(pages[i].page_declarations[0].origin, css::origin::user);
+        EXPECT_EQ(pages[i].page_declarations[0].index, 0);
+    }
+    EXPECT_EQ(pages[0].page_declarations[0].prop_name, "margin");
+    EXPECT_EQ(css::value::to_text(pages[0].page_declarations[0].value), "1cm 2cm");
+    EXPECT_EQ(pages[1].page_declarations[0].prop_name, "size");
     auto const text = f.log.text();
     EXPECT_NE(text.find("invalid --page-size: 10cm;"), std::string::npos) << text;
     EXPECT_NE(text.find("invalid --page-margin: 1cm; color: red"), std::string::npos) << text;
