@@ -41,6 +41,13 @@ constexpr auto longhand_by_name = [] {
 
 } // namespace
 
+property::property() = default;
+property::property(property const&) = default;
+property::property(property&&) noexcept = default;
+property& property::operator=(property const&) = default;
+property& property::operator=(property&&) noexcept = default;
+property::~property() = default;
+
 bool compound::operator==(compound const& other) const {
     return compound_members == other.compound_members;
 }

@@ -95,6 +95,14 @@ using property_alternative = std::variant<
 /// A typed declaration: one longhand, or a shorthand's expansion.
 struct property : property_alternative {
     using property_alternative::property_alternative;
+    // Copying, moving and destroying a variant of this many alternatives is costly to compile; they are
+    // defined once, in property.cpp, rather than in every file that copies a declaration.
+    property();
+    property(property const&);
+    property(property&&) noexcept;
+    property& operator=(property const&);
+    property& operator=(property&&) noexcept;
+    ~property();
 };
 
 /// The longhand a property sets; nothing for a compound.
