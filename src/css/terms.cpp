@@ -82,12 +82,13 @@ result<value::value> attr_function(cursor::cursor& c, context const& ctx) {
         out.attr_name = {it->second, local->ident_name};
     }
     c.skip_spaces();
-    if (c.accept(symbol::comma)) {
+    // The type follows the name after a comma, or after blanks alone as CSS Values writes it:
+    // "attr(data-w, length, 5px)" and "attr(data-w length, 5px)" are the same.
+    bool const comma = c.accept(symbol::comma);
+    if (comma) {
         c.skip_spaces();
-        auto const* type = c.get<lexer::ident>();
-        if (type == nullptr) {
-            return fail("attr(): type expected");
-        }
+    }
+    if (auto const* type = c.get<lexer::ident>()) {
         ++c.pos;
         out.attr_type = type->ident_name;
         c.skip_spaces();
@@ -100,6 +101,8 @@ result<value::value> attr_function(cursor::cursor& c, context const& ctx) {
             out.attr_default = share(std::move(*d));
             c.skip_spaces();
         }
+    } else if (comma) {
+        return fail("attr(): type expected");
     }
     if (!c.accept(symbol::close_paren) && !c.at_end()) {
         return fail("attr(): ')' expected");
