@@ -9,6 +9,8 @@
 #include <cmath>
 #include <fstream>
 
+#include "pack/test_fonts.hpp"
+
 #include <gtest/gtest.h>
 
 namespace vellum::pack {
@@ -16,28 +18,7 @@ namespace {
 
 using namespace knuth;
 
-fonts::fonts make_fonts() {
-    resource::loader::loader_options opts;
-    opts.network = false;
-    auto loader = resource::loader::new_loader(log::log{}, {"/nonexistent-prefix"}, {"/tmp"}, opts);
-    EXPECT_TRUE(loader);
-    auto d = fonts::new_fonts(*loader, log::log{}, false);
-    EXPECT_TRUE(d);
-    fonts::add_font_face_sheet(*d,
-                               "@font-face { font-family: Sans; src: "
-                               "url(\"/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf\") }\n",
-                               "test.css", [](std::string const& text, std::string const&) {
-                                   return resource::locator::parse_locator(
-                                       resource::locator::path_or_url::path_or_url,
-                                       resource::locator::locator_origin::command_line_origin, std::nullopt, text);
-                               });
-    return *d;
-}
-
-fonts::fonts const& db() {
-    static fonts::fonts const f = make_fonts();
-    return f;
-}
+using test_fonts::db;
 
 struct style_opts {
     css::text::text_align align = css::text::text_align::left;

@@ -1,0 +1,634 @@
+#include "pack/block.hpp"
+
+#include "css/used_style.hpp"
+#include "pack/blocks.hpp"
+#include "pack/para_main.hpp"
+#include "util/ref.hpp"
+#include "util/result.hpp"
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <limits>
+
+namespace vellum::pack::block {
+
+namespace {
+
+namespace mc = margin_collapsing;
+
+constexpr float tolerance = 0.0001f;
+
+// Logs a message about missing layout once per run, rather than once per block.
+void warn_once(log::log const& log, std::atomic<bool>& said, std::string const& message) {
+    if (!said.exchange(true)) {
+        log::log_warning(log, message);
+    }
+}
+
+std::atomic<bool> said_table{false};
+std::atomic<bool> said_columns{false};
+std::atomic<bool> said_replaced{false};
+
+bool is_continuation(prepack::element_type const& t) {
+    return std::holds_alternative<prepack::type_remaining>(t) || std::holds_alternative<prepack::type_overflowing>(t);
+}
+
+std::optional<prepack::element_info> info_of(prepack::element_type const& t) {
+    return std::visit(overloaded{
+                          [](prepack::type_original const& o) -> std::optional<prepack::element_info> {
+                              return o.stuff.element_info;
+                          },
+                          [](prepack::type_remaining const& r) { return r.info; },
+                          [](prepack::type_overflowing const& o) { return o.info; },
+                          [](prepack::type_anonymous const&) -> std::optional<prepack::element_info> {
+                              return std::nullopt;
+                          },
+                      },
+                      t);
+}
+
+// The areas narrowed to a block's content edges.
+areas::areas narrowed(areas::areas a, float left, float right, float bottom) {
+    a.container.left = left;
+    a.container.right = right;
+    a.container.bottom = bottom;
+    for (auto& band : a.available) {
+        band.left = std::max(band.left, left);
+        band.right = std::min(band.right, right);
+        band.bottom = std::max(band.bottom, bottom);
+    }
+    if (a.available.empty()) {
+        a.available.push_back(a.container);
+    }
+    return a;
+}
+
+// The cells of a table as plain blocks in reading order: captions above, rows from the header down,
+// captions below. Table layout proper is not built; this keeps every word of a table on the page.
+std::vector<prepack::block> table_as_blocks(prepack::table_anony_box const& t) {
+    std::vector<prepack::block> out(t.caption_tops.begin(), t.caption_tops.end());
+    auto add_group = [&](prepack::rowgroup const& g) {
+        for (auto const& r : g.rowgroup_content) {
+            for (auto const& c : r.row_content) {
+                if (auto const* cell = std::get_if<prepack::cell_cell>(&c)) {
+                    auto const& blocks = cell->cell.cell_content.blocks;
+                    out.insert(out.end(), blocks.begin(), blocks.end());
+                }
+            }
+        }
+    };
+    if (t.table.header) {
+        add_group(*t.table.header);
+    }
+    for (auto const& g : t.table.body) {
+        add_group(g);
+    }
+    if (t.table.footer) {
+        add_group(*t.table.footer);
+    }
+    out.insert(out.end(), t.caption_bottoms.begin(), t.caption_bottoms.end());
+    return out;
+}
+
+void shift_spans(std::vector<spanbox>& spans, float dx);
+
+void shift_span(spanbox& s, float dx, float dy) {
+    std::visit(overloaded{
+                   [&](ref<nested_spanbox>& n) {
+                       auto copy = *n;
+                       copy.spanbox_x += dx;
+                       shift_spans(copy.spanbox_content, dx);
+                       n = share(std::move(copy));
+                   },
+                   [&](inline_box& ib) {
+                       // An inline box's y is relative to the baseline, which the line carries.
+                       auto copy = *ib.inline_box_box;
+                       shift_box(copy, dx, 0);
+                       ib.inline_box_box = share(std::move(copy));
+                   },
+                   [&](charsbox& c) { c.charsbox_x += dx; },
+               },
+               s);
+    (void)dy;
+}
+
+void shift_spans(std::vector<spanbox>& spans, float dx) {
+    for (auto& s : spans) {
+        shift_span(s, dx, 0);
+    }
+}
+
+void shift_refs(std::vector<ref<box>>& boxes, float dx, float dy) {
+    for (auto& b : boxes) {
+        auto copy = *b;
+        shift_box(copy, dx, dy);
+        b = share(std::move(copy));
+    }
+}
+
+// The right end of what a line shows.
+float line_content_right(linebox const& l) {
+    float right = l.linebox_x;
+    for (auto const& s : l.linebox_content) {
+        std::visit(overloaded{
+                       [&](ref<nested_spanbox> const& n) { right = std::max(right, n->spanbox_x + n->spanbox_w); },
+                       [&](inline_box const& ib) {
+                           right = std::max(right, ib.inline_box_box->box_x + ib.inline_box_box->box_w);
+                       },
+                       [&](charsbox const& c) {
+                           if (!std::holds_alternative<newline>(c.charsbox_type)) {
+                               right = std::max(right, c.charsbox_x + c.charsbox_w);
+                           }
+                       },
+                   },
+                   s);
+    }
+    return right;
+}
+
+// What a block's content left after packing.
+struct content_out {
+    bool refused = false;
+    pack::box_content content = boxes{};
+    std::optional<prepack::bcontent> remain;
+    page_info info;
+    areas::areas areas;
+    mc::gap gap;
+    /// The top of the first child box, where a gap handed to the children was committed.
+    std::optional<float> first_top;
+    /// The forced break that ended the children's walk.
+    std::optional<css::box::page_break> forced;
+};
+
+content_out pack_child_blocks(page_info info, std::span<prepack::block const> children, mc::gap gap, areas::areas a) {
+    auto r = blocks::pack_blocks(std::move(info), children, std::move(gap), std::move(a));
+    content_out out{.info = std::move(r.out_info),
+                    .areas = std::move(r.out_areas),
+                    .gap = std::move(r.out_gap),
+                    .forced = r.out_forced_break};
+    std::visit(overloaded{
+                   [&](blocks::packed_main& p) {
+                       if (!p.bs_packed_boxes.empty()) {
+                           out.first_top = p.bs_packed_boxes.front()->box_y;
+                       }
+                       out.content = boxes{std::move(p.bs_packed_boxes)};
+                       if (!p.bs_remain_portion.empty()) {
+                           out.remain = prepack::bcontent_blocks{std::move(p.bs_remain_portion)};
+                       }
+                   },
+                   [&](blocks::packed_page_stuff& p) {
+                       out.refused = true;
+                       out.remain = prepack::bcontent_blocks{std::move(p.bsp_remain_portion)};
+                   },
+                   [&](blocks::none const&) { out.refused = true; },
+               },
+               r.res);
+    return out;
+}
+
+} // namespace
+
+bool is_forced(css::box::page_break b) {
+    return b == css::box::page_break::always || b == css::box::page_break::left || b == css::box::page_break::right;
+}
+
+std::optional<css::box::page_break> leading_break(std::span<prepack::block const> blocks) {
+    while (!blocks.empty()) {
+        auto const& first = blocks.front();
+        if (is_continuation(first.block_type)) {
+            return std::nullopt;
+        }
+        auto const b = first.block_style->bit_props.bit_props_page_break_before;
+        if (is_forced(b)) {
+            return b;
+        }
+        auto const* children = std::get_if<prepack::bcontent_blocks>(&first.block_content);
+        if (!children) {
+            return std::nullopt;
+        }
+        blocks = children->blocks;
+    }
+    return std::nullopt;
+}
+
+void shift_box(box& b, float dx, float dy) {
+    b.box_x += dx;
+    b.box_y += dy;
+    std::visit(overloaded{
+                   [&](with_abs& w) {
+                       auto inner = *w.with_abs_content;
+                       pack::box tmp{.box_content = std::move(inner)};
+                       shift_box(tmp, dx, dy);
+                       w.with_abs_content = share(std::move(tmp.box_content));
+                       shift_refs(w.with_abs_boxes, dx, dy);
+                   },
+                   [&](boxes& bs) { shift_refs(bs.boxes_list, dx, dy); },
+                   [&](table_anony_box& t) { shift_refs(t.table_anony_boxes, dx, dy); },
+                   [&](table& t) {
+                       for (auto& r : t.table_box.rows) {
+                           auto copy = *r.row_content;
+                           shift_box(copy, dx, dy);
+                           r.row_content = share(std::move(copy));
+                           r.row_base += dy;
+                       }
+                       for (auto& row : t.table_box.borders) {
+                           for (auto& bb : row) {
+                               bb.border_box_x += dx;
+                               bb.border_box_y += dy;
+                           }
+                       }
+                   },
+                   [&](para& p) {
+                       for (auto& item : p.para_lines) {
+                           std::visit(overloaded{
+                                          [&](linebox& l) {
+                                              l.linebox_x += dx;
+                                              l.linebox_base += dy;
+                                              shift_spans(l.linebox_content, dx);
+                                          },
+                                          [&](float_box& f) {
+                                              auto copy = *f.float_box_box;
+                                              shift_box(copy, dx, dy);
+                                              f.float_box_box = share(std::move(copy));
+                                          },
+                                      },
+                                      item);
+                       }
+                   },
+                   [&](list& l) {
+                       auto content = *l.list_box.list_content;
+                       shift_box(content, dx, dy);
+                       l.list_box.list_content = share(std::move(content));
+                       if (l.list_box.markerbox) {
+                           auto m = **l.list_box.markerbox;
+                           shift_box(m, dx, dy);
+                           l.list_box.markerbox = share(std::move(m));
+                       }
+                   },
+                   [&](column& c) {
+                       shift_refs(c.column_box.column_content, dx, dy);
+                       for (auto& r : c.column_box.column_rules) {
+                           r.rulebox_pos.x += dx;
+                           r.rulebox_pos.y += dy;
+                       }
+                   },
+                   [&](image& i) {
+                       i.image_box.imagebox_pos.x += dx;
+                       i.image_box.imagebox_pos.y += dy;
+                   },
+               },
+               b.box_content);
+}
+
+std::optional<float> first_baseline(box const& b) {
+    return std::visit(overloaded{
+                          [](with_abs const& w) -> std::optional<float> {
+                              return first_baseline(pack::box{.box_content = *w.with_abs_content});
+                          },
+                          [](boxes const& bs) -> std::optional<float> {
+                              for (auto const& c : bs.boxes_list) {
+                                  if (auto y = first_baseline(*c)) {
+                                      return y;
+                                  }
+                              }
+                              return std::nullopt;
+                          },
+                          [](table_anony_box const&) -> std::optional<float> { return std::nullopt; },
+                          [](table const&) -> std::optional<float> { return std::nullopt; },
+                          [](para const& p) -> std::optional<float> {
+                              for (auto const& item : p.para_lines) {
+                                  if (auto const* l = std::get_if<linebox>(&item)) {
+                                      return l->linebox_base;
+                                  }
+                              }
+                              return std::nullopt;
+                          },
+                          [](list const& l) { return first_baseline(*l.list_box.list_content); },
+                          [](column const&) -> std::optional<float> { return std::nullopt; },
+                          [](image const&) -> std::optional<float> { return std::nullopt; },
+                      },
+                      b.box_content);
+}
+
+block_out pack_block(page_info info, block_type const& type, prepack::block const& b, mc::gap gap, areas::areas a) {
+    auto const& s = *b.block_style;
+    float const container_width = areas::width_of(a.container);
+    auto used = css::used_style::used_style_of(s, container_width, std::nullopt);
+    auto const* um = std::get_if<css::used_style::used_margins>(&used.used_margins);
+    float margin_top = um ? um->margin_top.value_or(0) : 0;
+    float margin_bottom = um ? um->margin_bottom.value_or(0) : 0;
+    std::optional<float> margin_left = um ? um->margin_left : std::optional<float>(0);
+    std::optional<float> margin_right = um ? um->margin_right : std::optional<float>(0);
+
+    bool const continuation = is_continuation(b.block_type);
+    bool const slice = s.box_decoration_break == css::box::box_decoration_break::slice;
+    auto& bd = used.used_borders;
+    if (continuation) {
+        // A continuation's top margin stayed with the part before the break.
+        margin_top = 0;
+        if (slice) {
+            bd.borders_top.border_width = 0;
+            bd.borders_top.border_style = css::box::line_style::none;
+            used.used_padding_top = 0;
+        }
+    }
+    float const bl = bd.borders_left.border_width;
+    float const br = bd.borders_right.border_width;
+    float const bt = bd.borders_top.border_width;
+    float const pt = used.used_padding_top;
+    float bb = bd.borders_bottom.border_width;
+    float pb = used.used_padding_bottom;
+
+    // Horizontal margins: "auto" ones share what a narrower box leaves, centring it when both are auto.
+    float const border_box_w = bl + used.used_padding_left + used.used_width + used.used_padding_right + br;
+    float const free = container_width - border_box_w;
+    float ml = 0;
+    if (margin_left && margin_right) {
+        ml = *margin_left;
+    } else if (!margin_left && !margin_right) {
+        ml = std::max(0.0f, free / 2);
+    } else if (!margin_left) {
+        ml = free - *margin_right;
+    } else {
+        ml = *margin_left;
+    }
+    float const box_x = a.container.left + ml;
+    float const content_left = box_x + bl + used.used_padding_left;
+    float const content_right = content_left + used.used_width;
+
+    auto const original_info = info;
+    auto const original_areas = a;
+    auto const original_gap = gap;
+    auto refuse = [&]() {
+        return block_out{.res = none{}, .out_info = original_info, .out_areas = original_areas, .out_gap = original_gap};
+    };
+
+    gap = mc::add_margin(gap, margin_top);
+    bool const blocks_like = std::holds_alternative<prepack::bcontent_blocks>(b.block_content) ||
+                             std::holds_alternative<prepack::bcontent_list_item>(b.block_content) ||
+                             std::holds_alternative<prepack::bcontent_table>(b.block_content);
+    bool const commit_top = bt > 0 || pt > 0 || s.overflow == css::box::overflow::hidden || used.used_height.has_value() ||
+                            !blocks_like;
+    std::optional<float> box_top;
+    areas::areas inner = a;
+    mc::gap inner_gap = gap;
+    if (commit_top) {
+        auto c = mc::commit(gap, a);
+        a = std::move(c.commit_areas);
+        box_top = a.container.top;
+        inner = mc::moved_down(a, bt + pt);
+        inner_gap = mc::fresh();
+    }
+    areas::areas const unnarrowed = inner;
+    auto pack_content = [&](float floor) {
+    inner = narrowed(unnarrowed, content_left, content_right, std::min(floor, unnarrowed.container.top));
+
+    // The content.
+    content_out c;
+    std::visit(overloaded{
+                   [&](prepack::bcontent_para const& p) {
+                       auto r = para_main::pack_para(info, b.block_style, used, inner, p.para);
+                       if (r.res_boxes.empty() && r.res_remaining) {
+                           c.refused = true;
+                           return;
+                       }
+                       c.content = para{std::move(r.res_boxes)};
+                       if (r.res_remaining) {
+                           c.remain = prepack::bcontent_para{std::move(*r.res_remaining)};
+                       }
+                       c.info = std::move(r.res_info);
+                       c.areas = std::move(r.res_areas);
+                       c.gap = mc::fresh();
+                   },
+                   [&](prepack::bcontent_blocks const& bs) {
+                       if (bs.column_id) {
+                           warn_once(info.general.log, said_columns,
+                                     "multi-column layout is not supported yet: columns are set as one");
+                       }
+                       c = pack_child_blocks(info, bs.blocks, inner_gap, inner);
+                       if (c.remain) {
+                           std::get<prepack::bcontent_blocks>(*c.remain).column_id = bs.column_id;
+                       }
+                   },
+                   [&](prepack::bcontent_table const& t) {
+                       warn_once(info.general.log, said_table,
+                                 "table layout is not supported yet: cells are set one below the other");
+                       auto const cells = table_as_blocks(t.table);
+                       c = pack_child_blocks(info, cells, inner_gap, inner);
+                   },
+                   [&](prepack::bcontent_computed_table_box const&) {
+                       throw internal_error("unexpected content type: computed_table_anony_box");
+                   },
+                   [&](prepack::bcontent_computed_table const&) {
+                       throw internal_error("unexpected content type: computed_table");
+                   },
+                   [&](prepack::bcontent_list_item const& li) {
+                       c = pack_child_blocks(info, li.item.content, inner_gap, inner);
+                       if (c.refused) {
+                           return;
+                       }
+                       auto const* outside = std::get_if<prepack::marker_outside>(&li.item.marker);
+                       if (continuation || !outside || !outside->marker_block) {
+                           if (c.remain) {
+                               c.remain = prepack::bcontent_list_item{prepack::list_item{
+                                   prepack::marker_inside{}, std::get<prepack::bcontent_blocks>(*c.remain).blocks}};
+                           }
+                           return;
+                       }
+                       // The marker: set on its own, its end against the item's content edge, on the
+                       // baseline of the item's first line.
+                       auto const& mb = **outside->marker_block;
+                       std::optional<ref<box>> marker;
+                       pack::box content_box{.box_content = c.content};
+                       auto const base = first_baseline(content_box);
+                       if (auto const* mp = std::get_if<prepack::bcontent_para>(&mb.block_content); mp && base) {
+                           float const far = 10000;
+                           areas::area const wide{.top = far, .bottom = -far, .left = content_left - far, .right = content_left};
+                           auto mused = css::used_style::used_style_of(*mb.block_style, far, std::nullopt);
+                           auto page = info;
+                           page.flags.max_page_area = true;
+                           auto r = para_main::pack_para(page, mb.block_style, mused,
+                                                         areas::areas{.container = wide, .available = {wide}}, mp->para);
+                           if (!r.res_boxes.empty()) {
+                               pack::box m{.box_x = content_left - far,
+                                           .box_y = far,
+                                           .box_w = far,
+                                           .box_h = 2 * far,
+                                           .box_content = para{std::move(r.res_boxes)},
+                                           .box_style = mb.block_style,
+                                           .box_used_style = mused};
+                               float right = content_left - far;
+                               float marker_base = 0;
+                               for (auto const& item : std::get<para>(m.box_content).para_lines) {
+                                   if (auto const* l = std::get_if<linebox>(&item)) {
+                                       right = std::max(right, line_content_right(*l));
+                                   }
+                               }
+                               if (auto mbase = first_baseline(m)) {
+                                   marker_base = *mbase;
+                               }
+                               shift_box(m, content_left - right, *base - marker_base);
+                               // The box is drawn at the marker's own extent.
+                               m.box_w = 0;
+                               m.box_h = 0;
+                               m.box_y = *base;
+                               m.box_x = content_left;
+                               marker = share(std::move(m));
+                           }
+                       }
+                       auto content = share(pack::box{.box_x = box_x,
+                                                      .box_y = c.first_top.value_or(a.container.top),
+                                                      .box_content = c.content,
+                                                      .box_style = b.block_style});
+                       c.content = list{listbox{.list_content = content, .markerbox = marker}};
+                       if (c.remain) {
+                           c.remain = prepack::bcontent_list_item{prepack::list_item{
+                               li.item.marker, std::get<prepack::bcontent_blocks>(*c.remain).blocks}};
+                       }
+                   },
+                   [&](prepack::bcontent_svg const&) {
+                       warn_once(info.general.log, said_replaced, "pack_svg: SVG content is not supported yet");
+                       c.info = info;
+                       c.areas = inner;
+                       c.gap = mc::fresh();
+                   },
+                   [&](prepack::bcontent_image const&) {
+                       warn_once(info.general.log, said_replaced, "pack_image: images are not supported yet");
+                       c.info = info;
+                       c.areas = inner;
+                       c.gap = mc::fresh();
+                   },
+               },
+               b.block_content);
+    return c;
+    };
+    content_out c = pack_content(a.container.bottom + bb + pb);
+    // A sliced part followed by a continuation has no bottom edge, so its content may run down to the
+    // bottom of the area: packed again without the room the edge would have taken.
+    if (slice && c.remain && !c.refused && bb + pb > tolerance) {
+        c = pack_content(a.container.bottom);
+    }
+    if (c.refused && !c.forced) {
+        return refuse();
+    }
+    if (c.refused || (c.forced && std::holds_alternative<boxes>(c.content) &&
+                      std::get<boxes>(c.content).boxes_list.empty())) {
+        // A forced break in front of the first child: the block starts on the next page.
+        auto out = refuse();
+        out.out_forced_break = c.forced;
+        return out;
+    }
+    bool const has_remain = c.remain.has_value();
+    if (has_remain && s.bit_props.bit_props_page_break_inside == css::box::page_break::avoid && !info.flags.max_page_area) {
+        return refuse();
+    }
+
+    // Where the box starts: at the committed top, or where the first child took the margins handed
+    // down to it; an empty block stays where it was.
+    float const top = box_top ? *box_top : c.first_top.value_or(original_areas.container.top);
+    float const content_top = box_top ? *box_top - bt - pt : top;
+
+    // The bottom edge: a part followed by a continuation has none under `slice`.
+    if (has_remain && slice) {
+        bb = 0;
+        pb = 0;
+        bd.borders_bottom.border_width = 0;
+        bd.borders_bottom.border_style = css::box::line_style::none;
+        used.used_padding_bottom = 0;
+    }
+    // The bottom margin joins the last child's when nothing stands between them.
+    bool const through_bottom =
+        !has_remain && bb == 0 && pb == 0 && !used.used_height && used.used_min_height <= 0 && blocks_like;
+    areas::areas after = c.areas;
+    mc::gap trailing = c.gap;
+    if (!through_bottom && !has_remain) {
+        auto committed = mc::commit(trailing, after);
+        after = std::move(committed.commit_areas);
+        trailing = mc::fresh();
+    }
+    float content_h = std::max(0.0f, content_top - after.container.top);
+    std::optional<prepack::block> remain;
+    if (has_remain) {
+        // The part fills the area down to its bottom.
+        content_h = std::max(content_h, content_top - inner.container.bottom);
+        remain = prepack::block{.block_content = std::move(*c.remain),
+                                .block_style = b.block_style,
+                                .block_type = prepack::type_remaining{info_of(b.block_type)},
+                                .block_bg = b.block_bg};
+    }
+    if (used.used_height) {
+        float const h = *used.used_height;
+        float const room = std::max(0.0f, content_top - inner.container.bottom);
+        float const left_over = h - (has_remain ? content_h : std::min(h, room));
+        if (!has_remain) {
+            content_h = std::min(h, room);
+        }
+        if (left_over > tolerance) {
+            // The fixed height runs past the area: the rest of it goes on in an overflowing part, with
+            // what is left of the content.
+            auto rest_style = s;
+            rest_style.height = left_over;
+            rest_style.box_sizing = css::box::box_sizing::content_box;
+            remain = prepack::block{
+                .block_content = remain ? std::move(remain->block_content)
+                                        : prepack::bcontent{prepack::bcontent_blocks{}},
+                .block_style = share(std::move(rest_style)),
+                .block_type = prepack::type_overflowing{info_of(b.block_type)},
+                .block_bg = b.block_bg,
+            };
+            if (s.bit_props.bit_props_page_break_inside == css::box::page_break::avoid && !info.flags.max_page_area) {
+                return refuse();
+            }
+        }
+    } else if (!has_remain) {
+        content_h = std::max(content_h, used.used_min_height);
+        if (used.used_max_height) {
+            content_h = std::min(content_h, *used.used_max_height);
+        }
+    }
+    float const top_edges = box_top ? bt + pt : 0;
+    float const box_h = top_edges + content_h + pb + bb;
+    float const bottom = top - box_h;
+    after = mc::moved_down(std::move(after), after.container.top - bottom);
+    after.container.left = original_areas.container.left;
+    after.container.right = original_areas.container.right;
+    after.container.bottom = original_areas.container.bottom;
+    after.available = {after.container};
+    if (!original_areas.available.empty()) {
+        auto band = original_areas.available.back();
+        band.top = after.container.top;
+        after.available = {band};
+    }
+
+    pack::box out{
+        .box_x = box_x,
+        .box_y = top,
+        .box_w = border_box_w,
+        .box_h = box_h,
+        .box_content = std::move(c.content),
+        .box_style = b.block_style,
+        .box_used_style = used,
+        .box_type = b.block_type,
+    };
+    // A relatively positioned box moves by its offsets with no effect on the flow.
+    if (auto const* o = std::get_if<css::used_style::used_offsets>(&used.used_offsets);
+        o && s.bit_props.bit_props_position == css::box::position{css::box::position_kind::relative}) {
+        float const dx = o->offset_left ? *o->offset_left : o->offset_right ? -*o->offset_right : 0;
+        float const dy = o->offset_top ? -*o->offset_top : o->offset_bottom ? *o->offset_bottom : 0;
+        shift_box(out, dx, dy);
+    }
+    mc::gap out_gap = has_remain ? mc::gap{mc::fresh()} : mc::add_margin(trailing, margin_bottom);
+    (void)type;
+    return block_out{
+        .res = packed_main{.b_packed_box = share(std::move(out)),
+                           .b_remain_portion = std::move(remain),
+                           .b_content_top_bottom = {content_top, content_top - content_h}},
+        .out_info = std::move(c.info),
+        .out_areas = std::move(after),
+        .out_gap = std::move(out_gap),
+        .out_forced_break = has_remain ? c.forced : std::nullopt,
+    };
+}
+
+} // namespace vellum::pack::block

@@ -1,0 +1,158 @@
+#include "pack/blocks.hpp"
+
+#include "util/ref.hpp"
+
+namespace vellum::pack::blocks {
+
+namespace {
+
+namespace mc = margin_collapsing;
+
+using css::box::page_break;
+
+// A sibling placed, kept until the next one shows whether a break may fall after it.
+struct temp_entry {
+    ref<box> packed;
+    std::size_t index = 0;
+    /// The state after the sibling.
+    page_info info;
+    areas::areas areas;
+    mc::gap gap;
+};
+
+page_break break_before(prepack::block const& b) {
+    return b.block_style->bit_props.bit_props_page_break_before;
+}
+
+page_break break_after(prepack::block const& b) {
+    return b.block_style->bit_props.bit_props_page_break_after;
+}
+
+bool is_original(prepack::block const& b) {
+    return !std::holds_alternative<prepack::type_remaining>(b.block_type) &&
+           !std::holds_alternative<prepack::type_overflowing>(b.block_type);
+}
+
+} // namespace
+
+blocks_out pack_blocks(page_info info, std::span<prepack::block const> blocks, mc::gap gap, areas::areas areas) {
+    bool const max_area = info.flags.max_page_area;
+    float const start_top = areas.container.top;
+    std::vector<temp_entry> stack;
+    page_info cur_info = info;
+    areas::areas cur_areas = areas;
+    mc::gap cur_gap = gap;
+    std::optional<page_break> forced;
+    std::vector<prepack::block> remain;
+    // Whether a block at `i` was refused whole, so that the break falls in front of it.
+    std::optional<std::size_t> refused_at;
+
+    auto restore = [&](std::size_t keep) {
+        if (keep == 0) {
+            cur_info = info;
+            cur_areas = areas;
+            cur_gap = gap;
+        } else {
+            cur_info = stack[keep - 1].info;
+            cur_areas = stack[keep - 1].areas;
+            cur_gap = stack[keep - 1].gap;
+        }
+    };
+
+    for (std::size_t i = 0; i < blocks.size(); ++i) {
+        auto const& b = blocks[i];
+        // A forced break in front of a block ends the walk, unless nothing stands above it yet on
+        // this page (the break has happened already).
+        bool const at_top = stack.empty() && cur_areas.container.top >= info.general.body_area.top - 0.01f &&
+                            start_top >= info.general.body_area.top - 0.01f;
+        if (is_original(b) && block::is_forced(break_before(b)) && !at_top) {
+            forced = break_before(b);
+            remain.assign(blocks.begin() + static_cast<std::ptrdiff_t>(i), blocks.end());
+            break;
+        }
+        // Only the first block placed may be forced into the space: later ones can go on.
+        auto child_info = cur_info;
+        child_info.flags.max_page_area = max_area && stack.empty();
+        auto r = block::pack_block(std::move(child_info), block::inflow_block{}, b, cur_gap, cur_areas);
+        r.out_info.flags.max_page_area = max_area;
+        if (std::holds_alternative<block::none>(r.res) && r.out_forced_break) {
+            // A forced break in front of the block's first child falls in front of the block.
+            forced = r.out_forced_break;
+            remain.assign(blocks.begin() + static_cast<std::ptrdiff_t>(i), blocks.end());
+            break;
+        }
+        if (std::holds_alternative<block::none>(r.res) || std::holds_alternative<block::packed_page_stuff>(r.res)) {
+            if (stack.empty() && max_area) {
+                // Not even the largest space takes it: it is lost, and the walk goes on.
+                log::log_warning(info.general.log, "dropping unpackable block");
+                continue;
+            }
+            refused_at = i;
+            break;
+        }
+        auto& p = std::get<block::packed_main>(r.res);
+        stack.push_back(temp_entry{.packed = p.b_packed_box,
+                                   .index = i,
+                                   .info = r.out_info,
+                                   .areas = r.out_areas,
+                                   .gap = r.out_gap});
+        cur_info = std::move(r.out_info);
+        cur_areas = std::move(r.out_areas);
+        cur_gap = std::move(r.out_gap);
+        if (p.b_remain_portion) {
+            forced = r.out_forced_break;
+            remain.push_back(std::move(*p.b_remain_portion));
+            remain.insert(remain.end(), blocks.begin() + static_cast<std::ptrdiff_t>(i) + 1, blocks.end());
+            break;
+        }
+        if (block::is_forced(break_after(b)) && i + 1 < blocks.size()) {
+            forced = break_after(b);
+            remain.assign(blocks.begin() + static_cast<std::ptrdiff_t>(i) + 1, blocks.end());
+            break;
+        }
+    }
+
+    if (refused_at) {
+        // The break falls in front of the refused block. It may not fall behind a block that asks to
+        // stay with the next (or in front of one that asks to stay with the previous): such blocks go
+        // on with it.
+        std::size_t keep = stack.size();
+        auto avoided = [&](std::size_t k) {
+            auto const& last = blocks[stack[k - 1].index];
+            std::size_t const next = stack[k - 1].index + 1;
+            return break_after(last) == page_break::avoid ||
+                   (next < blocks.size() && break_before(blocks[next]) == page_break::avoid);
+        };
+        while (keep > 0 && avoided(keep)) {
+            --keep;
+        }
+        if (keep == 0) {
+            if (!max_area || stack.empty()) {
+                return blocks_out{.res = none{}, .out_info = info, .out_areas = areas, .out_gap = gap};
+            }
+            // The largest space there is: the wish is overruled, and the break stays where it fell.
+            keep = stack.size();
+        }
+        std::size_t const from = keep < stack.size() ? stack[keep].index : *refused_at;
+        stack.resize(keep);
+        restore(keep);
+        remain.assign(blocks.begin() + static_cast<std::ptrdiff_t>(from), blocks.end());
+    }
+
+    packed_main out;
+    for (auto& e : stack) {
+        out.bs_packed_boxes.push_back(std::move(e.packed));
+    }
+    out.bs_remain_portion = std::move(remain);
+    out.bs_content_top_bottom = {areas.container.top, cur_areas.container.top};
+    if (out.bs_packed_boxes.empty() && !out.bs_remain_portion.empty() && !forced) {
+        return blocks_out{.res = none{}, .out_info = info, .out_areas = areas, .out_gap = gap};
+    }
+    return blocks_out{.res = std::move(out),
+                      .out_info = std::move(cur_info),
+                      .out_areas = std::move(cur_areas),
+                      .out_gap = std::move(cur_gap),
+                      .out_forced_break = forced};
+}
+
+} // namespace vellum::pack::blocks

@@ -1,0 +1,54 @@
+#include "pack/margin_collapsing.hpp"
+
+#include "util/ref.hpp"
+
+#include <algorithm>
+
+namespace vellum::pack::margin_collapsing {
+
+gap add_margin(gap const& g, float margin) {
+    return std::visit(overloaded{
+                          [](margin_eater const& e) -> gap { return e; },
+                          [&](normal const& n) -> gap {
+                              return normal{.positive = std::max(n.positive, margin),
+                                            .negative = std::min(n.negative, margin),
+                                            .committed = n.committed};
+                          },
+                      },
+                      g);
+}
+
+float value_of(gap const& g) {
+    return std::visit(overloaded{
+                          [](margin_eater const&) { return 0.0f; },
+                          [](normal const& n) { return n.positive + n.negative; },
+                      },
+                      g);
+}
+
+areas::areas moved_down(areas::areas a, float h) {
+    a.container.top -= h;
+    if (!a.available.empty()) {
+        a.available.front().top -= h;
+        // A band that the move has used up gives way to the next one.
+        while (a.available.size() > 1 && a.available.front().top <= a.available.front().bottom) {
+            a.available.erase(a.available.begin());
+        }
+    }
+    return a;
+}
+
+committed_gap commit(gap const& g, areas::areas a) {
+    return std::visit(overloaded{
+                          [&](margin_eater const& e) { return committed_gap{std::move(a), e}; },
+                          [&](normal const& n) {
+                              float const v = n.positive + n.negative;
+                              float const taken = n.committed.value_or(0);
+                              return committed_gap{moved_down(std::move(a), v - taken),
+                                                   normal{.positive = n.positive, .negative = n.negative, .committed = v}};
+                          },
+                      },
+                      g);
+}
+
+} // namespace vellum::pack::margin_collapsing
