@@ -3,6 +3,9 @@
 #include "css/compute_style.hpp"
 #include "css/styledom/computed.hpp"
 #include "driver/pack_loop.hpp"
+#include "pack/pack.hpp"
+#include "pdf/painter.hpp"
+#include "pdf/pdf_fonts.hpp"
 #include "prepack/walk.hpp"
 #include "pdf/bulkio/file.hpp"
 #include "pdf/writepdf.hpp"
@@ -91,17 +94,41 @@ struct prefetch_guard {
     ~prefetch_guard() { stop(); }
 };
 
-// One packing pass over all documents, with the page numbers of the previous pass.
+// One packing pass over all documents, with the page totals of the previous pass.
 struct pass_outcome {
-    std::vector<pdf::writepdf::page_frame> pass_pages;
+    std::vector<ref<pack::packed_page>> pass_pages;
     pack_loop::pass_report pass_report_of;
 };
 
-pass_outcome pack_pass(log::log const& log, pack_loop::pack_state const& state) {
-    // FIXME: page packing lays out the documents here; until it exists the output is one empty page.
-    log::log_debug(log, "page packing not built yet: one empty page");
-    return {.pass_pages = {pdf::writepdf::page_frame{}},
-            .pass_report_of = {.report_targets = state.pack_targets, .report_first_pages = {1}}};
+pass_outcome pack_pass(log::log const& log,
+                       engine const& engine,
+                       std::vector<ref<prepack::pack_document const>> const& documents,
+                       pack_loop::pack_state const& state,
+                       bool first_pass) {
+    pack::pass_input in{
+        .pass_log = log,
+        .pass_fonts = engine.engine_fonts,
+        .pass_user_pages_totals = first_pass ? std::vector<int>{} : state.pack_first_pages,
+        .pass_on_page = [&](int page) { log::log_debug(log, "packed page " + std::to_string(page)); },
+    };
+    auto result = pack::pack_documents(in, documents);
+    return {.pass_pages = std::move(result.result_pages),
+            .pass_report_of = {.report_targets = state.pack_targets,
+                               .report_uses_page_counts = result.result_uses_pages,
+                               .report_first_pages = std::move(result.result_user_pages_totals)}};
+}
+
+// Paints the pages into a document with its fonts and writes it.
+void write_output(log::log const& log,
+                  engine const& engine,
+                  loaded_document const& first,
+                  std::vector<ref<pack::packed_page>> const& pages,
+                  pdf::bulkio::output::output out) {
+    pdf::writepdf::pdf_document doc{.doc_metadata = first.doc_metadata, .doc_options = first.doc_pdf_options};
+    pdf::painter::add_pages(log, doc, pages,
+                            pdf::painter::paint_options{.artificial_fonts = first.doc_pdf_options.artificial_fonts});
+    pdf::pdf_fonts::attach_fonts(log, doc, engine.engine_fonts);
+    pdf::writepdf::write_pdf_document(log, std::move(out), doc);
 }
 
 } // namespace
@@ -212,8 +239,17 @@ bool convert(log::log const& log, engine const& engine, job::job const& job) {
     auto const& first = docs.front();
 
     log::log_progress_stage(log, "Converting document...");
-    auto const outcome = pack_loop::run(log, pack_loop::initial_targets({}),
-                                        [&](pack_loop::pack_state const& state) { return pack_pass(log, state); });
+    std::vector<ref<prepack::pack_document const>> documents;
+    for (auto const& doc : docs) {
+        documents.push_back(doc.doc_boxes);
+    }
+    bool first_pass = true;
+    auto const outcome =
+        pack_loop::run(log, pack_loop::initial_targets({}), [&](pack_loop::pack_state const& state) {
+            auto r = pack_pass(log, engine, documents, state, first_pass);
+            first_pass = false;
+            return r;
+        });
 
     return std::visit(
         overloaded{
@@ -225,8 +261,7 @@ bool convert(log::log const& log, engine const& engine, job::job const& job) {
                     log::log_file_message(log, log::level::error, f.file_path.path, std::strerror(errno));
                     return false;
                 }
-                pdf::writepdf::write_pdf(log, pdf::bulkio::file::file_output(out.get()), first.doc_metadata,
-                                         first.doc_pdf_options, outcome.pass_pages);
+                write_output(log, engine, first, outcome.pass_pages, pdf::bulkio::file::file_output(out.get()));
                 if (std::fclose(out.release()) != 0) {
                     log::log_file_message(log, log::level::error, f.file_path.path, std::strerror(errno));
                     return false;
@@ -235,8 +270,7 @@ bool convert(log::log const& log, engine const& engine, job::job const& job) {
             },
             [&](job::standard_output const&) {
                 log::log_debug(log, "writing to standard output");
-                pdf::writepdf::write_pdf(log, pdf::bulkio::file::file_output(stdout), first.doc_metadata,
-                                         first.doc_pdf_options, outcome.pass_pages);
+                write_output(log, engine, first, outcome.pass_pages, pdf::bulkio::file::file_output(stdout));
                 return true;
             },
         },

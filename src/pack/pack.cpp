@@ -1,0 +1,385 @@
+#include "pack/pack.hpp"
+
+#include "css/page.hpp"
+#include "pack/block.hpp"
+#include "pack/blocks.hpp"
+#include "pack/margin_collapsing.hpp"
+#include "pack/page_info.hpp"
+#include "pack/paper.hpp"
+#include "pack/static.hpp"
+#include "util/result.hpp"
+
+#include <algorithm>
+
+namespace vellum::pack {
+
+namespace {
+
+namespace mc = margin_collapsing;
+using css::box::page_break;
+
+// The counters and strings that the elements on a page set, gathered in tree order.
+struct values_walk {
+    prepack::page_values& values;
+
+    void element(prepack::element_type const& t) {
+        auto const* o = std::get_if<prepack::type_original>(&t);
+        if (!o) {
+            return;
+        }
+        for (auto const& [name, text] : o->stuff.text_values) {
+            values.curr_tvalues[name].push_back(text);
+        }
+        if (!o->stuff.counter_scopes.empty()) {
+            for (auto const& [name, value] : o->stuff.counter_scopes.front()) {
+                values.curr_cvalues[name].push_back(value);
+            }
+        }
+    }
+
+    void spans(std::vector<spanbox> const& content) {
+        for (auto const& s : content) {
+            if (auto const* n = std::get_if<ref<nested_spanbox>>(&s)) {
+                element((*n)->spanbox_type);
+                spans((*n)->spanbox_content);
+            } else if (auto const* ib = std::get_if<inline_box>(&s)) {
+                box(*ib->inline_box_box);
+            }
+        }
+    }
+
+    void box(pack::box const& b) {
+        element(b.box_type);
+        content(b.box_content);
+    }
+
+    void content(box_content const& c) {
+        std::visit(overloaded{
+                       [&](with_abs const& w) {
+                           content(*w.with_abs_content);
+                           for (auto const& b : w.with_abs_boxes) {
+                               box(*b);
+                           }
+                       },
+                       [&](boxes const& bs) {
+                           for (auto const& b : bs.boxes_list) {
+                               box(*b);
+                           }
+                       },
+                       [&](table_anony_box const& t) {
+                           for (auto const& b : t.table_anony_boxes) {
+                               box(*b);
+                           }
+                       },
+                       [&](table const& t) {
+                           for (auto const& r : t.table_box.rows) {
+                               box(*r.row_content);
+                           }
+                       },
+                       [&](para const& p) {
+                           for (auto const& item : p.para_lines) {
+                               if (auto const* l = std::get_if<linebox>(&item)) {
+                                   spans(l->linebox_content);
+                               } else if (auto const* f = std::get_if<float_box>(&item)) {
+                                   box(*f->float_box_box);
+                               }
+                           }
+                       },
+                       [&](list const& l) {
+                           if (l.list_box.markerbox) {
+                               box(**l.list_box.markerbox);
+                           }
+                           box(*l.list_box.list_content);
+                       },
+                       [&](column const& c) {
+                           for (auto const& b : c.column_box.column_content) {
+                               box(*b);
+                           }
+                       },
+                       [&](image const&) {},
+                   },
+                   c);
+    }
+};
+
+// What the next page inherits: the last value of each counter and string seen so far.
+void carry_values(prepack::page_values& v) {
+    for (auto const& [name, list] : v.curr_tvalues) {
+        if (!list.empty()) {
+            v.prev_tvalues[name] = list.back();
+        }
+    }
+    for (auto const& [name, list] : v.curr_cvalues) {
+        if (!list.empty()) {
+            v.prev_cvalues[name] = list.back();
+        }
+    }
+    v.curr_tvalues.clear();
+    v.curr_cvalues.clear();
+}
+
+bool shows_content(css::page::page_style const& ps, css::page_rule::region r) {
+    if (!css::page::region_declarations_of(ps, r)) {
+        return false;
+    }
+    auto const s = css::page::region_style(ps, r);
+    return std::holds_alternative<css::property::content_list>(s.content);
+}
+
+// The margins that open the first page of a section. With nothing drawn above the body, the page's
+// own top margin counts as a margin already taken, and the first block's top margin collapses with it.
+mc::gap section_start_gap(css::page::page_style const& ps, paper::paper_areas const& pa) {
+    using css::page_rule::region;
+    auto const& used = pa.used_paper_style;
+    bool const edge_above = used.used_borders.borders_top.border_width > 0 || used.used_padding_top > 0;
+    if (edge_above || shows_content(ps, region::top_left) || shows_content(ps, region::top_center) ||
+        shows_content(ps, region::top_right)) {
+        return mc::normal{};
+    }
+    auto const* m = std::get_if<css::used_style::used_margins>(&used.used_margins);
+    float const x = m ? m->margin_top.value_or(0) : 0;
+    return mc::normal{.positive = x, .negative = 0, .committed = x};
+}
+
+pack::areas::area grown(pack::areas::area a, float top, float right, float bottom, float left) {
+    return {.top = a.top + top, .bottom = a.bottom - bottom, .left = a.left - left, .right = a.right + right};
+}
+
+struct doc_state {
+    pass_input const& in;
+    prepack::pack_document const& doc;
+    css::page::pages rules;
+    page_info info;
+    std::vector<ref<packed_page>> pages;
+    std::vector<int> totals;
+    std::size_t group = 0;
+    int group_page = 1;
+    bool uses_pages = false;
+};
+
+struct page_out {
+    std::vector<prepack::block> remaining;
+    std::optional<page_break> forced;
+};
+
+page_out pack_page(doc_state& st, prepack::page_desc const& desc, std::span<prepack::block const> blocks, bool blank,
+                   bool section_first) {
+    auto& info = st.info;
+    bool const odd = info.general.pdf_page_num % 2 == 1;
+    css::page::page_query const q{.query_page_name = desc.sec_page_name,
+                                  .query_group_page = st.group_page,
+                                  .query_side = odd ? css::page::page_side::right : css::page::page_side::left,
+                                  .query_blank = blank};
+    auto ps = css::page::page_style_of(st.rules, q, st.doc.doc_background);
+    auto const pa = paper::paper_areas_of(ps, std::nullopt);
+    info.general.page_style = ps;
+    info.general.body_area = pa.pa_body_area;
+    info.general.user_pages_totals.clear();
+    if (st.group < st.in.pass_user_pages_totals.size()) {
+        info.general.user_pages_totals.push_back(st.in.pass_user_pages_totals[st.group]);
+    }
+    info.flags = flags{.max_page_area = true, .pack_page_stuff = true};
+
+    page_out out;
+    std::vector<ref<box>> content;
+    if (!blank && !blocks.empty()) {
+        areas::areas const body{.container = pa.pa_body_area, .available = {pa.pa_body_area}};
+        mc::gap const gap = section_first ? section_start_gap(ps, pa) : mc::gap{mc::margin_eater{}};
+        auto r = blocks::pack_blocks(info, blocks, gap, body);
+        if (auto* p = std::get_if<blocks::packed_main>(&r.res)) {
+            content = std::move(p->bs_packed_boxes);
+            out.remaining = std::move(p->bs_remain_portion);
+            out.forced = r.out_forced_break;
+        } else {
+            out.remaining.assign(blocks.begin(), blocks.end());
+        }
+        info = std::move(r.out_info);
+        info.flags = {};
+        if (content.empty() && !out.forced) {
+            throw internal_error("pack error: packed nothing.");
+        }
+    }
+
+    // The page's counters and strings, then the margin boxes that show them.
+    values_walk walk{info.general.page_values};
+    for (auto const& b : content) {
+        walk.box(*b);
+    }
+    auto margins = static_::pack_margin_boxes(info, ps, pa);
+    st.uses_pages = st.uses_pages || margins.res_uses_pages;
+    carry_values(info.general.page_values);
+
+    float const s = pa.shrink_to_fit.value_or(1);
+    auto const& used = pa.used_paper_style;
+    auto const& bd = used.used_borders;
+    auto const page_box = grown(pa.pa_body_area, (bd.borders_top.border_width + used.used_padding_top) * s,
+                                (bd.borders_right.border_width + used.used_padding_right) * s,
+                                (bd.borders_bottom.border_width + used.used_padding_bottom) * s,
+                                (bd.borders_left.border_width + used.used_padding_left) * s);
+    packed_page page{
+        .marks = ps.page_marks,
+        .mark_length = ps.page_mark_length,
+        .mark_offset = ps.page_mark_offset.sides_top,
+        .mediabox = pa.real_media_box,
+        .bleedbox = pa.real_bleed_box,
+        .trimbox = pa.real_trim_box,
+        .rotate_body = ps.page_rotate_body,
+        .shrink_margin_boxes = ps.page_shrink_margin_boxes,
+        .scaled = pa.shrink_to_fit,
+        .paper_content_area = pa.margin_area,
+        .body_box =
+            body_box{
+                .body_content = std::move(content),
+                .body_box_style = ps.region_body,
+                .body_box_used_style = used,
+                .body_pos = {page_box.left, page_box.top},
+                .body_size = {page_box.right - page_box.left, page_box.top - page_box.bottom},
+                .body_bleed_box = pa.pa_body_bleed_box,
+                .body_trim_box = pa.pa_body_trim_box,
+                .body_style = st.doc.doc_background,
+            },
+        .margin_boxes = std::move(margins.res_margin_boxes),
+    };
+    st.pages.push_back(share(std::move(page)));
+    if (st.in.pass_on_page) {
+        st.in.pass_on_page(info.general.pdf_page_num);
+    }
+    return out;
+}
+
+void apply_reset(int& value, std::optional<prepack::page_reset> const& r) {
+    if (!r) {
+        return;
+    }
+    std::visit(overloaded{
+                   [&](prepack::page_reset_to const& t) { value = t.reset; },
+                   [&](prepack::page_increment_by const& i) { value += i.increment; },
+               },
+               *r);
+}
+
+void pack_doc(doc_state& st) {
+    auto const& sections = st.doc.pack_doc_content;
+    std::size_t k = 0;
+    std::vector<prepack::block> blocks;
+    bool section_first = true;
+    std::optional<page_break> carried;
+    // The section whose start has been counted: a blank page in front of it doesn't count it again.
+    std::size_t set_up = sections.size();
+    if (!sections.empty()) {
+        blocks = sections.front().sec_blocks;
+    }
+    auto advance = [&]() {
+        ++st.info.general.pdf_page_num;
+        ++st.info.general.document_page_num;
+        ++st.info.general.user_page_num;
+        ++st.group_page;
+        ++st.totals[st.group];
+    };
+    while (k < sections.size()) {
+        auto const& desc = sections[k].sec_desc;
+        bool const right = st.info.general.pdf_page_num % 2 == 1;
+        if (blocks.empty() && !section_first) {
+            if (k + 1 < sections.size()) {
+                ++k;
+                blocks = sections[k].sec_blocks;
+                section_first = true;
+                continue;
+            }
+            auto const after = desc.sec_page_break_after;
+            if ((after == page_break::left && right) || (after == page_break::right && !right)) {
+                pack_page(st, desc, {}, true, false);
+                advance();
+            }
+            break;
+        }
+        if (section_first && set_up != k) {
+            set_up = k;
+            if (desc.sec_page_group == css::box::page_group::start && st.group_page > 1) {
+                st.totals.push_back(0);
+                ++st.group;
+                st.group_page = 1;
+            }
+            // :first of a named page means the first page of a run of that name.
+            if (k > 0 && desc.sec_page_name != sections[k - 1].sec_desc.sec_page_name) {
+                st.group_page = 1;
+            }
+            // The page counter follows the section's reset as the section starts.
+            apply_reset(st.info.general.user_page_num, desc.sec_page_counter_reset);
+        }
+        // A forced break in front of the section's first element counts as the section's own.
+        auto const before = block::is_forced(desc.sec_page_break_before)
+                                ? desc.sec_page_break_before
+                                : block::leading_break(blocks).value_or(desc.sec_page_break_before);
+        auto const brk = section_first ? section_break(desc.prev_page_break_after, before)
+                                       : carried.value_or(page_break::auto_);
+        if ((brk == page_break::left && right) || (brk == page_break::right && !right)) {
+            pack_page(st, desc, {}, true, false);
+            advance();
+            continue;
+        }
+        if (blocks.empty()) {
+            // A section with nothing in it still makes its page.
+            pack_page(st, desc, {}, false, section_first);
+            advance();
+            section_first = false;
+            continue;
+        }
+        auto r = pack_page(st, desc, blocks, false, section_first);
+        advance();
+        section_first = false;
+        blocks = std::move(r.remaining);
+        carried = r.forced;
+    }
+}
+
+} // namespace
+
+page_break section_break(page_break prev_after, page_break before) {
+    auto side = [](page_break b) { return b == page_break::left || b == page_break::right; };
+    if (side(before)) {
+        return before;
+    }
+    if (side(prev_after)) {
+        return prev_after;
+    }
+    if (before == page_break::always || prev_after == page_break::always) {
+        return page_break::always;
+    }
+    if (prev_after == page_break::avoid || before == page_break::avoid) {
+        return page_break::avoid;
+    }
+    return page_break::auto_;
+}
+
+pass_result pack_documents(pass_input const& in, std::vector<ref<prepack::pack_document const>> const& documents) {
+    pass_result out;
+    int pdf_page = 1;
+    std::vector<int> totals{0};
+    std::size_t group = 0;
+    bool uses_pages = false;
+    for (auto const& doc : documents) {
+        doc_state st{.in = in, .doc = *doc, .rules = css::page::make_pages(doc->pack_doc_pages)};
+        st.info.general.log = in.pass_log;
+        st.info.general.fonts = in.pass_fonts;
+        st.info.general.pdf_page_num = pdf_page;
+        st.totals = totals;
+        st.group = group;
+        pack_doc(st);
+        pdf_page = st.info.general.pdf_page_num;
+        totals = std::move(st.totals);
+        // Each document starts a page group of its own.
+        totals.push_back(0);
+        group = totals.size() - 1;
+        uses_pages = uses_pages || st.uses_pages;
+        for (auto& p : st.pages) {
+            out.result_pages.push_back(std::move(p));
+        }
+    }
+    totals.pop_back();
+    out.result_user_pages_totals = std::move(totals);
+    out.result_uses_pages = uses_pages;
+    return out;
+}
+
+} // namespace vellum::pack

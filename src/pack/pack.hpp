@@ -1,0 +1,49 @@
+// The page loop: every document's page sections poured into pages one after another. For each page
+// the page style is chosen (name, side, first, blank), its paper areas computed, the body filled by
+// block flow until it is full, and the margin boxes packed last, when the page's counters and
+// strings are final. Each run is a whole pass over all documents; the engine repeats passes while
+// page totals or cross-references move.
+#pragma once
+
+#include "driver/log.hpp"
+#include "pack/boxes.hpp"
+#include "prepack/prepack.hpp"
+#include "text/fonts/fonts.hpp"
+#include "util/ref.hpp"
+
+#include <functional>
+#include <vector>
+
+namespace vellum::pack {
+
+/// Which side of a spread a page is on: odd pages are on the right.
+enum class page_side { left, right };
+
+/// What a pass is given from the one before it.
+struct pass_input {
+    log::log pass_log;
+    fonts::fonts pass_fonts;
+    /// The total of pages in each page group, in document order, from the previous pass; empty on
+    /// the first pass.
+    std::vector<int> pass_user_pages_totals;
+    /// Called with each finished page's number, for progress reports.
+    std::function<void(int)> pass_on_page;
+};
+
+/// What a pass gives: the pages, and what they depend on.
+struct pass_result {
+    std::vector<ref<packed_page>> result_pages;
+    /// The total of pages in each page group, in document order.
+    std::vector<int> result_user_pages_totals;
+    /// Some page showed a page total.
+    bool result_uses_pages = false;
+};
+
+/// The whole pass over all documents.
+pass_result pack_documents(pass_input const& in, std::vector<ref<prepack::pack_document const>> const& documents);
+
+/// The break in front of a section: a side asked for by the section wins over one asked for by the
+/// end of the section before, then "always" from either, then "avoid".
+css::box::page_break section_break(css::box::page_break prev_after, css::box::page_break before);
+
+} // namespace vellum::pack

@@ -1,0 +1,75 @@
+#!/usr/bin/env bash
+# Real pages: the page size and margins of @page, a header in the top margin, text over several pages
+# in reading order, page numbers in the margin, and embedded font subsets.
+VELLUM=$1
+DATA=$2
+source "$DATA/lib.sh"
+cd "$work"
+
+# An A5 page with a centred header in its top margin.
+cat > a5.html <<'HTML'
+<!DOCTYPE html><html><head><title>A5</title><style>
+@page { size: A5; margin: 2cm; @top-center { content: "Title" } }
+body { font-family: sans-serif; font-size: 11pt }
+</style></head><body><p>Body text on an A5 page.</p></body></html>
+HTML
+"$VELLUM" a5.html -o a5.pdf 2>err.txt; rc=$?
+expect_eq "a5: status" "$rc" 0
+qpdf_clean "a5" a5.pdf
+expect_eq "a5: one page" "$(pdfinfo a5.pdf | sed -n 's/^Pages: *//p')" 1
+# A5 is 148 by 210 mm: 419.53 by 595.28 points.
+expect_contains "a5: media box" "$(pdfinfo -box a5.pdf | tr -s ' ')" "MediaBox: 0.00 0.00 419.53 595.28"
+# The header's word stands centred on the page, inside the top margin of 2cm (56.69pt); pdftotext
+# measures y downward from the top of the page.
+bbox=$(pdftotext -bbox a5.pdf - | grep '>Title<')
+[ -n "$bbox" ] || fail "a5: header text not found"
+read -r xmin ymin xmax ymax <<<"$(echo "$bbox" | sed 's/.*xMin="\([0-9.]*\)" yMin="\([0-9.]*\)" xMax="\([0-9.]*\)" yMax="\([0-9.]*\)".*/\1 \2 \3 \4/')"
+centre_ok=$(awk -v a="$xmin" -v b="$xmax" 'BEGIN { c = (a + b) / 2; print (c > 207.8 && c < 211.8) ? "yes" : "no" }')
+expect_eq "a5: header centred ($xmin..$xmax)" "$centre_ok" yes
+in_margin=$(awk -v a="$ymin" -v b="$ymax" 'BEGIN { print (a >= 0 && b <= 56.7) ? "yes" : "no" }')
+expect_eq "a5: header in the top margin ($ymin..$ymax)" "$in_margin" yes
+body_ok=$(pdftotext -bbox a5.pdf - | grep '>Body<' | sed 's/.*xMin="\([0-9.]*\)" yMin="\([0-9.]*\)".*/\1 \2/' |
+    awk '{ print ($1 > 56 && $1 < 58 && $2 > 56.6) ? "yes" : "no" }')
+expect_eq "a5: body text at the margins" "$body_ok" yes
+
+# Many paragraphs over several pages, with page numbers at the foot.
+{
+    echo '<!DOCTYPE html><html><head><title>Long</title><style>'
+    echo '@page { size: A6; margin: 1.5cm; @bottom-center { content: "Page " counter(page) " of " counter(pages) } }'
+    echo 'body { font: 10pt serif } h1 { font-size: 14pt }</style></head><body><h1>Chapter</h1>'
+    for i in $(seq 1 40); do
+        echo "<p>Paragraph number $i says résumé, naïve and Ελληνικά without trouble.</p>"
+    done
+    echo '</body></html>'
+} > long.html
+"$VELLUM" long.html -o long.pdf 2>err.txt; rc=$?
+expect_eq "long: status" "$rc" 0
+qpdf_clean "long" long.pdf
+pages=$(pdfinfo long.pdf | sed -n 's/^Pages: *//p')
+[ "${pages:-0}" -gt 2 ] || fail "long: expected several pages, got $pages"
+text=$(pdftotext long.pdf -)
+# Lines wrap on a small page: the words are compared with line ends as spaces.
+flat=$(echo "$text" | tr '\n' ' ' | tr -s ' ')
+expect_contains "long: first paragraph" "$flat" "Paragraph number 1 says résumé, naïve and Ελληνικά without trouble."
+expect_contains "long: last paragraph" "$text" "Paragraph number 40 says"
+expect_contains "long: page total" "$text" "Page 2 of $pages"
+# Reading order: the paragraphs come out in the order they were written.
+order=$(echo "$flat" | grep -o 'Paragraph number [0-9]* says' | sed 's/[^0-9]//g' | tr '\n' ' ')
+expect_eq "long: reading order" "$order" "$(seq 1 40 | tr '\n' ' ')"
+fonts=$(pdffonts long.pdf | tail -n +3)
+[ -n "$fonts" ] || fail "long: no fonts listed"
+while read -r line; do
+    case "$line" in
+    *" yes yes yes "*) ;;
+    # A simple font of MacRoman codes needs no ToUnicode map: its codes are characters already.
+    *" MacRoman "*" yes yes no "*) ;;
+    *) fail "long: font not embedded, subset, with ToUnicode: $line" ;;
+    esac
+done <<<"$fonts"
+
+# A rendered page has ink where the text is.
+if pdftoppm -r 36 -f 1 -l 1 -png long.pdf page >/dev/null 2>&1; then
+    [ -s page-1.png ] || [ -s page-01.png ] || fail "long: no rendered page"
+fi
+
+finish

@@ -1,0 +1,329 @@
+// Block flow and the page loop on real documents: HTML with its style sheet through box generation,
+// then packed into pages, checked through a dump of each page's boxes (element, top, height, lines).
+// Text is set in DejaVu Sans with a fixed line height, so that line counts and positions are exact.
+#include "pack/block.hpp"
+#include "pack/blocks.hpp"
+#include "pack/margin_collapsing.hpp"
+#include "pack/pack.hpp"
+#include "prepack/box_support.hpp"
+
+#include <cmath>
+#include <fstream>
+#include <sstream>
+
+#include "pack/test_fonts.hpp"
+
+#include <gtest/gtest.h>
+
+namespace vellum::pack {
+namespace {
+
+using test_fonts::db;
+
+// Pages of 100pt by 100pt plus margins of 10pt, lines of 10pt: ten lines fill a page body.
+std::string const page_css = "@page { size: 120pt 120pt; margin: 10pt } "
+                             "body { margin: 0; font: 8pt/10pt Sans } p { margin: 0 }";
+
+std::vector<ref<packed_page>> pack_html(std::string const& css, std::string const& body) {
+    auto const dir = std::filesystem::temp_directory_path() / "vellum-block-test";
+    std::filesystem::create_directories(dir);
+    auto const file = dir / "doc.html";
+    std::ofstream(file) << "<!DOCTYPE html><html><head><style>" << page_css << css << "</style></head><body>" << body
+                        << "</body></html>";
+    auto doc = box_support::boxes_of_file(log::log{}, VELLUM_BINARY_DIR, file);
+    EXPECT_TRUE(doc) << (doc ? "" : doc.error());
+    if (!doc) {
+        return {};
+    }
+    auto r = pack_documents(pass_input{.pass_log = log::log{}, .pass_fonts = db()},
+                            {std::make_shared<prepack::pack_document const>(std::move(*doc))});
+    return r.result_pages;
+}
+
+std::string element_name(prepack::element_type const& t) {
+    auto const* o = std::get_if<prepack::type_original>(&t);
+    auto const* r = std::get_if<prepack::type_remaining>(&t);
+    std::optional<prepack::element_info> info;
+    if (o) {
+        info = o->stuff.element_info;
+    } else if (r) {
+        info = r->info;
+    }
+    if (!info) {
+        return "anon";
+    }
+    auto const* e = std::get_if<prepack::info_element>(&*info);
+    if (!e) {
+        return "pseudo";
+    }
+    std::string name(styledom::tree::name_local_view(e->element->dom_element_name));
+    return r ? name + "+" : name;
+}
+
+int rounded(float x) {
+    return static_cast<int>(std::lround(x));
+}
+
+// One line per box: its element ("+" for a continuation), the top of its border box measured down
+// from the top of the page body, its height, and its lines if it holds a paragraph.
+void dump_box(std::ostringstream& out, box const& b, float body_top, int depth) {
+    out << std::string(static_cast<std::size_t>(depth) * 2, ' ') << element_name(b.box_type) << " y="
+        << rounded(body_top - b.box_y) << " h=" << rounded(b.box_h);
+    if (auto const* p = std::get_if<para>(&b.box_content)) {
+        out << " lines=" << p->para_lines.size();
+    }
+    out << "\n";
+    if (auto const* bs = std::get_if<boxes>(&b.box_content)) {
+        for (auto const& c : bs->boxes_list) {
+            dump_box(out, *c, body_top, depth + 1);
+        }
+    }
+}
+
+std::string dump(std::vector<ref<packed_page>> const& pages) {
+    std::ostringstream out;
+    for (std::size_t i = 0; i < pages.size(); ++i) {
+        out << "page " << i + 1 << "\n";
+        auto const& body = pages[i]->body_box;
+        for (auto const& b : body.body_content) {
+            // The root element's box only wraps the body's; the dumps start at the body.
+            auto const* kids = std::get_if<boxes>(&b->box_content);
+            if (kids && element_name(b->box_type).starts_with("html")) {
+                for (auto const& c : kids->boxes_list) {
+                    dump_box(out, *c, body.body_pos.y, 1);
+                }
+            } else {
+                dump_box(out, *b, body.body_pos.y, 1);
+            }
+        }
+    }
+    return out.str();
+}
+
+// A paragraph of n lines, each ending in a forced break.
+std::string lines(int n, std::string const& attrs = "") {
+    std::string out = "<p" + attrs + ">";
+    for (int i = 0; i < n; ++i) {
+        out += (i ? "<br>" : "") + std::string("line");
+    }
+    return out + "</p>";
+}
+
+// ---- Margins ---------------------------------------------------------------------------------------------
+
+TEST(margin_collapsing, runs_of_margins) {
+    namespace mc = margin_collapsing;
+    EXPECT_FLOAT_EQ(mc::value_of(mc::add_margin(mc::add_margin(mc::normal{}, 20), -5)), 15);
+    EXPECT_FLOAT_EQ(mc::value_of(mc::add_margin(mc::add_margin(mc::normal{}, -5), -10)), -10);
+    EXPECT_FLOAT_EQ(mc::value_of(mc::add_margin(mc::add_margin(mc::normal{}, 10), 30)), 30);
+    EXPECT_FLOAT_EQ(mc::value_of(mc::add_margin(mc::margin_eater{}, 30)), 0);
+
+    areas::area const a{.top = 100, .bottom = 0, .left = 0, .right = 50};
+    areas::areas const as{.container = a, .available = {a}};
+    // The page's top margin of 20 is taken already: a first margin of 30 adds only 10.
+    auto const c = mc::commit(mc::add_margin(mc::normal{.positive = 20, .committed = 20}, 30), as);
+    EXPECT_FLOAT_EQ(c.commit_areas.container.top, 90);
+    EXPECT_FLOAT_EQ(c.commit_areas.available.front().top, 90);
+    auto const smaller = mc::commit(mc::add_margin(mc::normal{.positive = 20, .committed = 20}, 5), as);
+    EXPECT_FLOAT_EQ(smaller.commit_areas.container.top, 100);
+}
+
+TEST(block_flow, sibling_margins_collapse_and_empty_blocks_let_them_through) {
+    auto const pages = pack_html(".a { margin-bottom: 10pt } .b { margin-top: 20pt } .e { margin: 15pt 0 }",
+                                 "<p class=a>one</p><p class=b>two</p><div class=e></div><p>three</p>");
+    EXPECT_EQ(dump(pages), "page 1\n"
+                           "  body y=0 h=65\n"
+                           "    p y=0 h=10 lines=1\n"
+                           "    p y=30 h=10 lines=1\n"
+                           "    div y=40 h=0\n"
+                           "    p y=55 h=10 lines=1\n");
+}
+
+TEST(block_flow, negative_margins_and_parent_child_collapsing) {
+    // The div's top margin (10) collapses with its first child's (25); the bottom ones (-5 and 20)
+    // give 15 below the div, with nothing between them.
+    auto const pages = pack_html(".d { margin: 10pt 0 -5pt } .c { margin: 25pt 0 20pt } ",
+                                 "<p>first</p><div class=d><p class=c>in</p></div><p>after</p>");
+    EXPECT_EQ(dump(pages), "page 1\n"
+                           "  body y=0 h=70\n"
+                           "    p y=0 h=10 lines=1\n"
+                           "    div y=35 h=10\n"
+                           "      p y=35 h=10 lines=1\n"
+                           "    p y=60 h=10 lines=1\n");
+}
+
+TEST(block_flow, borders_and_padding_stop_collapsing_and_count_in_the_height) {
+    auto const pages = pack_html(".d { border-top: 2pt solid; padding: 3pt 0 4pt; margin-top: 5pt } "
+                                 ".c { margin-top: 8pt; margin-bottom: 6pt }",
+                                 "<div class=d><p class=c>in</p></div>");
+    // The page's top margin (10) absorbs the div's 5. Inside: border 2, padding 3, the child's margin
+    // 8, a line, its bottom margin 6 held in by the padding of 4.
+    EXPECT_EQ(dump(pages), "page 1\n"
+                           "  body y=0 h=33\n"
+                           "    div y=0 h=33\n"
+                           "      p y=13 h=10 lines=1\n");
+}
+
+TEST(block_flow, page_top_margins_at_section_start_and_in_the_middle) {
+    // At the start of the document the first block's margin collapses with the page margin of 10:
+    // 25 adds 15, and the body, whose margin collapses with its child's, starts there too. On the
+    // next page of the same section the first block's top margin is swallowed; the next one keeps it.
+    auto const pages = pack_html(".m { margin-top: 25pt }", lines(8) + "<p class=m>x</p><p class=m>y</p>");
+    auto const d = dump(pages);
+    EXPECT_NE(d.find("page 2\n  body+ y=0 h=45\n    p y=0 h=10 lines=1\n    p y=35"), std::string::npos) << d;
+
+    auto const first = pack_html(".m { margin-top: 25pt }", "<p class=m>x</p>");
+    EXPECT_EQ(dump(first), "page 1\n  body y=15 h=10\n    p y=15 h=10 lines=1\n");
+}
+
+// ---- Breaks ----------------------------------------------------------------------------------------------
+
+TEST(block_flow, paragraph_of_forty_lines_splits_by_orphans_and_widows) {
+    auto const pages = pack_html("p { orphans: 3; widows: 3 }", lines(4) + lines(40));
+    auto const d = dump(pages);
+    // Ten lines per page: 4 + 6, then 10, 10, 10, 4 (no widow rule broken: 4 >= 3).
+    EXPECT_EQ(pages.size(), 5u) << d;
+    EXPECT_NE(d.find("page 1\n  body y=0 h=100\n    p y=0 h=40 lines=4\n    p y=40 h=60 lines=6\n"),
+              std::string::npos)
+        << d;
+    EXPECT_NE(d.find("page 5\n  body+ y=0 h=40\n    p+ y=0 h=40 lines=4\n"), std::string::npos) << d;
+}
+
+TEST(block_flow, heading_that_avoids_a_break_after_moves_with_its_paragraph) {
+    // Eight lines, a heading, then a paragraph of which only one line would fit under it (orphans 2):
+    // the heading may not end the page, so it goes on with the paragraph.
+    auto const pages = pack_html("h1 { font-size: 8pt; margin: 0; page-break-after: avoid }",
+                                 lines(8) + "<h1>Title</h1>" + lines(5));
+    auto const d = dump(pages);
+    ASSERT_EQ(pages.size(), 2u) << d;
+    EXPECT_NE(d.find("page 2\n  body+ y=0 h=60\n    h1 y=0 h=10 lines=1\n    p y=10 h=50 lines=5\n"),
+              std::string::npos)
+        << d;
+}
+
+TEST(block_flow, avoided_breaks_move_several_blocks_unless_the_page_is_empty) {
+    std::string const css = ".k { page-break-after: avoid } .big { page-break-inside: avoid }";
+    // Two blocks that keep with the next, then one that can't split and doesn't fit: all three go on.
+    auto const moved = pack_html(css, lines(2) + lines(1, " class=k") + lines(1, " class=k") + lines(8, " class=big"));
+    auto const d = dump(moved);
+    // A box that goes on to the next page reaches down to the bottom of this one.
+    EXPECT_NE(d.find("page 1\n  body y=0 h=100\n    p y=0 h=20 lines=2\npage 2\n  body+ y=0 h=100\n"
+                     "    p y=0 h=10 lines=1\n    p y=10 h=10 lines=1\n    p y=20 h=80 lines=8\n"),
+              std::string::npos)
+        << d;
+    // At the top of an empty page the wish is overruled: the break falls where the walk ended, in
+    // front of the block that can't be split, which then has the next page to itself.
+    auto const kept = pack_html(css, lines(1, " class=k") + lines(1, " class=k") + lines(12, " class=big"));
+    auto const k = dump(kept);
+    EXPECT_NE(k.find("page 1\n  body y=0 h=100\n    p y=0 h=10 lines=1\n    p y=10 h=10 lines=1\n"
+                     "page 2\n  body+ y=0 h=100\n    p y=0 h=100 lines=10\npage 3\n"),
+              std::string::npos)
+        << k;
+}
+
+TEST(block_flow, break_inside_avoid_taller_than_a_page_splits_where_it_starts_on_an_empty_page) {
+    auto const pages = pack_html(".big { page-break-inside: avoid }", lines(3) + lines(15, " class=big"));
+    auto const d = dump(pages);
+    // It can't stay with the three lines, and on the empty second page it must be split.
+    EXPECT_NE(d.find("page 1\n  body y=0 h=100\n    p y=0 h=30 lines=3\npage 2\n  body+ y=0 h=100\n    p y=0 h=100 "
+                     "lines=10\npage 3\n  body+ y=0 h=50\n    p+ y=0 h=50 lines=5\n"),
+              std::string::npos)
+        << d;
+}
+
+TEST(block_flow, forced_breaks_and_blank_pages_for_sides) {
+    auto const always = pack_html(".b { page-break-before: always }", lines(1) + lines(1, " class=b") + lines(1));
+    EXPECT_EQ(always.size(), 2u) << dump(always);
+
+    // A section that must start on a left page after one right page needs no blank; one that must
+    // start on a right page after page 1 gets a blank page 2.
+    auto const right = pack_html(".r { page-break-before: right }", lines(1) + lines(1, " class=r"));
+    EXPECT_EQ(right.size(), 3u) << dump(right);
+    EXPECT_TRUE(right[1]->body_box.body_content.empty());
+    auto const left = pack_html(".l { page-break-before: left }", lines(1) + lines(1, " class=l"));
+    EXPECT_EQ(left.size(), 2u) << dump(left);
+
+    // break-before: left on the very first content: page 1 is a right page, so it stays blank.
+    auto const first = pack_html("body { page-break-before: left }", lines(1));
+    ASSERT_EQ(first.size(), 2u) << dump(first);
+    EXPECT_TRUE(first[0]->body_box.body_content.empty());
+}
+
+TEST(block_flow, fixed_height_and_min_height) {
+    auto const pages = pack_html(".h { height: 30pt } .m { min-height: 25pt } .x { max-height: 5pt }",
+                                 lines(1, " class=h") + lines(1, " class=m") + lines(2, " class=x"));
+    EXPECT_EQ(dump(pages), "page 1\n"
+                           "  body y=0 h=60\n"
+                           "    p y=0 h=30 lines=1\n"
+                           "    p y=30 h=25 lines=1\n"
+                           "    p y=55 h=5 lines=2\n");
+    // A fixed height taller than the page goes on in an overflowing part with the rest of the height.
+    auto const tall = pack_html(".h { height: 150pt }", lines(1, " class=h"));
+    auto const d = dump(tall);
+    ASSERT_EQ(tall.size(), 2u) << d;
+    EXPECT_NE(d.find("page 2\n  body+ y=0 h=50\n    anon y=0 h=50\n"), std::string::npos) << d;
+}
+
+TEST(block_flow, sliced_edges_are_not_drawn_at_the_split) {
+    std::string const body = "<div>" + lines(15) + "</div>";
+    auto const clone = pack_html("div { border: 5pt solid; box-decoration-break: clone }", body);
+    auto const slice = pack_html("div { border: 5pt solid; box-decoration-break: slice }", body);
+    auto const c = dump(clone);
+    auto const s = dump(slice);
+    // Cloned edges take room on both pages: 9 lines fit between 5 and 5 on the first page.
+    EXPECT_NE(c.find("    div y=0 h=100\n      p y=5 h=90 lines=9\n"), std::string::npos) << c;
+    // Sliced: the first part has no bottom edge, so a line more fits; the second part no top edge.
+    EXPECT_NE(s.find("    div y=0 h=100\n      p y=5 h=95 lines=9\n"), std::string::npos) << s;
+    EXPECT_NE(s.find("page 2\n  body+ y=0 h=65\n    div+ y=0 h=65\n      p+ y=0 h=60 lines=6\n"), std::string::npos) << s;
+}
+
+TEST(block_flow, list_items_carry_their_outside_marker_on_the_first_line) {
+    auto const pages = pack_html("ul { margin: 0; padding-left: 20pt }", "<ul><li>one</li><li>two</li></ul>");
+    ASSERT_EQ(pages.size(), 1u);
+    auto const& html = *pages[0]->body_box.body_content.front();
+    auto const& body = *std::get<boxes>(html.box_content).boxes_list.front();
+    auto const& ul = *std::get<boxes>(body.box_content).boxes_list.front();
+    auto const& items = std::get<boxes>(ul.box_content).boxes_list;
+    ASSERT_EQ(items.size(), 2u);
+    for (auto const& li : items) {
+        auto const& l = std::get<list>(li->box_content).list_box;
+        ASSERT_TRUE(l.markerbox);
+        auto const content_base = block::first_baseline(*l.list_content);
+        auto const marker_base = block::first_baseline(**l.markerbox);
+        ASSERT_TRUE(content_base && marker_base);
+        EXPECT_FLOAT_EQ(*content_base, *marker_base);
+        // The marker's text ends at or before the item's content edge.
+        auto const& line = std::get<linebox>(std::get<para>((*l.markerbox)->box_content).para_lines.front());
+        for (auto const& s : line.linebox_content) {
+            if (auto const* c = std::get_if<charsbox>(&s)) {
+                EXPECT_LE(c->charsbox_x + c->charsbox_w, li->box_x + 0.01f);
+            }
+        }
+    }
+}
+
+TEST(page_loop, page_boxes_and_section_breaks) {
+    auto const pages = pack_html("@page wide { size: 300pt 120pt } .w { page: wide }",
+                                 lines(1) + "<div class=w>" + lines(1) + "</div>" + lines(1));
+    ASSERT_EQ(pages.size(), 3u) << dump(pages);
+    EXPECT_FLOAT_EQ(pages[0]->mediabox.right, 120);
+    EXPECT_FLOAT_EQ(pages[1]->mediabox.right, 300);
+    EXPECT_FLOAT_EQ(pages[2]->mediabox.right, 120);
+    // The page box is the page less its margins.
+    EXPECT_FLOAT_EQ(pages[0]->body_box.body_pos.x, 10);
+    EXPECT_FLOAT_EQ(pages[0]->body_box.body_pos.y, 110);
+    EXPECT_FLOAT_EQ(pages[0]->body_box.body_size.w, 100);
+}
+
+TEST(page_loop, margin_boxes_see_the_page_number) {
+    auto const pages = pack_html("@page { font: 8pt Sans; @bottom-center { content: counter(page) \" of \" counter(pages) } }",
+                                 lines(25));
+    ASSERT_EQ(pages.size(), 3u);
+    for (auto const& p : pages) {
+        ASSERT_EQ(p->margin_boxes.size(), 1u);
+        EXPECT_EQ(p->margin_boxes.front().margin_region, css::page_rule::region::bottom_center);
+    }
+}
+
+} // namespace
+} // namespace vellum::pack
