@@ -161,7 +161,7 @@ struct content_out {
     std::optional<css::box::page_break> forced;
 };
 
-content_out pack_child_blocks(page_info info, std::span<prepack::block const> children, mc::gap gap, areas::areas a) {
+content_out pack_child_blocks(page_info info, prepack::block_list const& children, mc::gap gap, areas::areas a) {
     auto r = blocks::pack_blocks(std::move(info), children, std::move(gap), std::move(a));
     content_out out{.info = std::move(r.out_info),
                     .areas = std::move(r.out_areas),
@@ -193,9 +193,10 @@ bool is_forced(css::box::page_break b) {
     return b == css::box::page_break::always || b == css::box::page_break::left || b == css::box::page_break::right;
 }
 
-std::optional<css::box::page_break> leading_break(std::span<prepack::block const> blocks) {
-    while (!blocks.empty()) {
-        auto const& first = blocks.front();
+std::optional<css::box::page_break> leading_break(prepack::block_list const& list) {
+    prepack::block_list const* blocks = &list;
+    while (!blocks->empty()) {
+        auto const& first = blocks->front();
         if (is_continuation(first.block_type)) {
             return std::nullopt;
         }
@@ -207,7 +208,7 @@ std::optional<css::box::page_break> leading_break(std::span<prepack::block const
         if (!children) {
             return std::nullopt;
         }
-        blocks = children->blocks;
+        blocks = &children->blocks;
     }
     return std::nullopt;
 }
@@ -468,7 +469,10 @@ block_out pack_block(page_info info, block_type const& type, prepack::block cons
                                if (auto mbase = first_baseline(m)) {
                                    marker_base = *mbase;
                                }
-                               shift_box(m, content_left - right, *base - marker_base);
+                               // Half an em of the marker's font stands between it and the text, the
+                               // room a marker's trailing space would take.
+                               float const gap = 0.5f * mb.block_style->font_size;
+                               shift_box(m, content_left - gap - right, *base - marker_base);
                                // The box is drawn at the marker's own extent.
                                m.box_w = 0;
                                m.box_h = 0;

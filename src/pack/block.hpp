@@ -102,6 +102,6 @@ bool is_forced(css::box::page_break b);
 
 /// The forced break in front of a list of blocks: that of the first block, or of its first child and
 /// so on down, since a break in front of a first child falls in front of its parent too.
-std::optional<css::box::page_break> leading_break(std::span<prepack::block const> blocks);
+std::optional<css::box::page_break> leading_break(prepack::block_list const& blocks);
 
 } // namespace vellum::pack::block

@@ -35,7 +35,7 @@ bool is_original(prepack::block const& b) {
 
 } // namespace
 
-blocks_out pack_blocks(page_info info, std::span<prepack::block const> blocks, mc::gap gap, areas::areas areas) {
+blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::gap gap, areas::areas areas) {
     bool const max_area = info.flags.max_page_area;
     float const start_top = areas.container.top;
     std::vector<temp_entry> stack;
@@ -43,7 +43,7 @@ blocks_out pack_blocks(page_info info, std::span<prepack::block const> blocks, m
     areas::areas cur_areas = areas;
     mc::gap cur_gap = gap;
     std::optional<page_break> forced;
-    std::vector<prepack::block> remain;
+    prepack::block_list remain;
     // Whether a block at `i` was refused whole, so that the break falls in front of it.
     std::optional<std::size_t> refused_at;
 
@@ -67,7 +67,7 @@ blocks_out pack_blocks(page_info info, std::span<prepack::block const> blocks, m
                             start_top >= info.general.body_area.top - 0.01f;
         if (is_original(b) && block::is_forced(break_before(b)) && !at_top) {
             forced = break_before(b);
-            remain.assign(blocks.begin() + static_cast<std::ptrdiff_t>(i), blocks.end());
+            remain = blocks.suffix(i);
             break;
         }
         // Only the first block placed may be forced into the space: later ones can go on.
@@ -78,7 +78,7 @@ blocks_out pack_blocks(page_info info, std::span<prepack::block const> blocks, m
         if (std::holds_alternative<block::none>(r.res) && r.out_forced_break) {
             // A forced break in front of the block's first child falls in front of the block.
             forced = r.out_forced_break;
-            remain.assign(blocks.begin() + static_cast<std::ptrdiff_t>(i), blocks.end());
+            remain = blocks.suffix(i);
             break;
         }
         if (std::holds_alternative<block::none>(r.res) || std::holds_alternative<block::packed_page_stuff>(r.res)) {
@@ -101,13 +101,14 @@ blocks_out pack_blocks(page_info info, std::span<prepack::block const> blocks, m
         cur_gap = std::move(r.out_gap);
         if (p.b_remain_portion) {
             forced = r.out_forced_break;
-            remain.push_back(std::move(*p.b_remain_portion));
-            remain.insert(remain.end(), blocks.begin() + static_cast<std::ptrdiff_t>(i) + 1, blocks.end());
+            std::vector<prepack::block> head;
+            head.push_back(std::move(*p.b_remain_portion));
+            remain = prepack::block_list(std::move(head), blocks, i + 1);
             break;
         }
         if (block::is_forced(break_after(b)) && i + 1 < blocks.size()) {
             forced = break_after(b);
-            remain.assign(blocks.begin() + static_cast<std::ptrdiff_t>(i) + 1, blocks.end());
+            remain = blocks.suffix(i + 1);
             break;
         }
     }
@@ -136,7 +137,7 @@ blocks_out pack_blocks(page_info info, std::span<prepack::block const> blocks, m
         std::size_t const from = keep < stack.size() ? stack[keep].index : *refused_at;
         stack.resize(keep);
         restore(keep);
-        remain.assign(blocks.begin() + static_cast<std::ptrdiff_t>(from), blocks.end());
+        remain = blocks.suffix(from);
     }
 
     packed_main out;

@@ -22,13 +22,13 @@ namespace vellum::pack::blocks {
 /// after it) is handed back in order.
 struct packed_main {
     std::vector<ref<box>> bs_packed_boxes;
-    std::vector<prepack::block> bs_remain_portion;
+    prepack::block_list bs_remain_portion;
     std::pair<float, float> bs_content_top_bottom;
 };
 
 /// Only page floats or footnotes were placed.
 struct packed_page_stuff {
-    std::vector<prepack::block> bsp_remain_portion;
+    prepack::block_list bsp_remain_portion;
 };
 
 /// Nothing of the list could be placed here.
@@ -49,7 +49,7 @@ struct blocks_out {
 
 /// Packs sibling blocks into the areas from their top down.
 blocks_out pack_blocks(page_info info,
-                       std::span<prepack::block const> blocks,
+                       prepack::block_list const& blocks,
                        margin_collapsing::gap gap,
                        areas::areas areas);
 

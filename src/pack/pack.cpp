@@ -158,11 +158,11 @@ struct doc_state {
 };
 
 struct page_out {
-    std::vector<prepack::block> remaining;
+    prepack::block_list remaining;
     std::optional<page_break> forced;
 };
 
-page_out pack_page(doc_state& st, prepack::page_desc const& desc, std::span<prepack::block const> blocks, bool blank,
+page_out pack_page(doc_state& st, prepack::page_desc const& desc, prepack::block_list const& blocks, bool blank,
                    bool section_first) {
     auto& info = st.info;
     bool const odd = info.general.pdf_page_num % 2 == 1;
@@ -191,7 +191,7 @@ page_out pack_page(doc_state& st, prepack::page_desc const& desc, std::span<prep
             out.remaining = std::move(p->bs_remain_portion);
             out.forced = r.out_forced_break;
         } else {
-            out.remaining.assign(blocks.begin(), blocks.end());
+            out.remaining = blocks;
         }
         info = std::move(r.out_info);
         info.flags = {};
@@ -261,7 +261,7 @@ void apply_reset(int& value, std::optional<prepack::page_reset> const& r) {
 void pack_doc(doc_state& st) {
     auto const& sections = st.doc.pack_doc_content;
     std::size_t k = 0;
-    std::vector<prepack::block> blocks;
+    prepack::block_list blocks;
     bool section_first = true;
     std::optional<page_break> carried;
     // The section whose start has been counted: a blank page in front of it doesn't count it again.

@@ -129,6 +129,7 @@ std::string sep_text(separator const& s) {
 }
 
 void blocks(std::string& out, std::vector<block> const& list, int depth);
+void blocks(std::string& out, block_list const& list, int depth);
 void one_block(std::string& out, block const& b, int depth);
 
 void spans(std::string& out, std::vector<span> const& list, int depth) {
@@ -264,6 +265,12 @@ void one_block(std::string& out, block const& b, int depth) {
 }
 
 void blocks(std::string& out, std::vector<block> const& list, int depth) {
+    for (auto const& b : list) {
+        one_block(out, b, depth);
+    }
+}
+
+void blocks(std::string& out, block_list const& list, int depth) {
     for (auto const& b : list) {
         one_block(out, b, depth);
     }

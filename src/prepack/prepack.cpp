@@ -1,5 +1,7 @@
 #include "prepack/prepack.hpp"
 
+#include <algorithm>
+
 namespace vellum::prepack {
 
 // These records hold lists of blocks or spans, which are complete only here.
@@ -10,5 +12,55 @@ bool blocks_with_column::operator==(blocks_with_column const&) const = default;
 bool table_anony_box::operator==(table_anony_box const&) const = default;
 bool computed_table_anony_box::operator==(computed_table_anony_box const&) const = default;
 bool bcontent_blocks::operator==(bcontent_blocks const&) const = default;
+
+block_list::block_list(std::vector<block> blocks)
+    : list_rest(blocks.empty() ? nullptr : std::make_shared<std::vector<block> const>(std::move(blocks))) {}
+
+block_list::block_list(std::vector<block> head, block_list const& rest, std::size_t from)
+    : list_head(std::move(head)) {
+    // The rest's own head blocks past `from` are copied (there are few); its shared list is kept.
+    std::size_t const own = rest.list_head.size();
+    for (std::size_t i = from; i < own; ++i) {
+        list_head.push_back(rest.list_head[i]);
+    }
+    list_rest = rest.list_rest;
+    list_from = rest.list_from + (from > own ? from - own : 0);
+}
+
+std::size_t block_list::size() const {
+    std::size_t const shared = list_rest ? list_rest->size() - std::min(list_from, list_rest->size()) : 0;
+    return list_head.size() + shared;
+}
+
+block const& block_list::operator[](std::size_t i) const {
+    if (i < list_head.size()) {
+        return list_head[i];
+    }
+    return (*list_rest)[list_from + i - list_head.size()];
+}
+
+block_list block_list::suffix(std::size_t from) const {
+    return block_list({}, *this, from);
+}
+
+block& block_list::own_front() {
+    if (list_head.empty()) {
+        list_head.push_back((*list_rest)[list_from]);
+        ++list_from;
+    }
+    return list_head.front();
+}
+
+bool block_list::operator==(block_list const& other) const {
+    if (size() != other.size()) {
+        return false;
+    }
+    for (std::size_t i = 0; i < size(); ++i) {
+        if (!((*this)[i] == other[i])) {
+            return false;
+        }
+    }
+    return true;
+}
 
 } // namespace vellum::prepack

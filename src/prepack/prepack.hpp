@@ -15,6 +15,7 @@
 #include "util/ref.hpp"
 #include "util/textbuf.hpp"
 
+#include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
@@ -518,9 +519,62 @@ struct marker_outside {
 
 using marker = std::variant<marker_inside, marker_outside>;
 
+/// Sibling blocks, shared: the list that box generation made, seen from some place on, with at most a
+/// few blocks of its own in front (the continuation of a split sibling). The parts of a container split
+/// over many pages share one list, so a page costs nothing for the siblings still to come.
+class block_list {
+public:
+    block_list() = default;
+    /// A list of its own (implicit, as box generation builds plain vectors).
+    block_list(std::vector<block> blocks);
+    /// `head`, then the blocks of `rest` from `from` on.
+    block_list(std::vector<block> head, block_list const& rest, std::size_t from);
+
+    std::size_t size() const;
+    bool empty() const { return size() == 0; }
+    block const& operator[](std::size_t i) const;
+    block const& front() const { return (*this)[0]; }
+    /// The blocks from `from` on.
+    block_list suffix(std::size_t from) const;
+    /// The first block as one of this list's own, for box generation to finish it in place; it is
+    /// copied out of the shared list if it is there.
+    block& own_front();
+
+    struct iterator {
+        using iterator_category = std::forward_iterator_tag;
+        using value_type = block;
+        using difference_type = std::ptrdiff_t;
+        using pointer = block const*;
+        using reference = block const&;
+        block_list const* list = nullptr;
+        std::size_t index = 0;
+        block const& operator*() const { return (*list)[index]; }
+        block const* operator->() const { return &(*list)[index]; }
+        iterator& operator++() {
+            ++index;
+            return *this;
+        }
+        iterator operator++(int) {
+            auto const before = *this;
+            ++index;
+            return before;
+        }
+        bool operator==(iterator const& o) const { return index == o.index; }
+    };
+    iterator begin() const { return {this, 0}; }
+    iterator end() const { return {this, size()}; }
+
+    bool operator==(block_list const& other) const;
+
+private:
+    std::vector<block> list_head;
+    std::shared_ptr<std::vector<block> const> list_rest;
+    std::size_t list_from = 0;
+};
+
 struct list_item {
     prepack::marker marker;
-    std::vector<block> content;
+    block_list content;
     bool operator==(list_item const&) const;
 };
 
@@ -536,7 +590,7 @@ struct paddings {
 
 /// Blocks, and the column id if they are the content of a multi-column container.
 struct blocks_with_column {
-    std::vector<block> blocks;
+    block_list blocks;
     std::optional<int> column_id;
     bool operator==(blocks_with_column const&) const;
 };
@@ -661,7 +715,7 @@ struct computed_table_anony_box {
 // ---- Blocks -----------------------------------------------------------------------------------------------
 
 struct bcontent_blocks {
-    std::vector<block> blocks;
+    block_list blocks;
     /// Set for a multi-column container; the columns of one container share the id.
     std::optional<int> column_id;
     bool operator==(bcontent_blocks const&) const;

@@ -614,11 +614,13 @@ struct walker {
                 m = marker_outside{mb};
             }
             auto content = to_bcontent(std::move(things), style, e, info);
-            std::vector<block> blocks;
+            block_list blocks;
             if (auto* b = std::get_if<bcontent_blocks>(&content); b && !b->column_id) {
                 blocks = std::move(b->blocks);
             } else {
-                blocks.push_back(block{.block_content = std::move(content), .block_style = anonymous_style(style)});
+                std::vector<block> one;
+                one.push_back(block{.block_content = std::move(content), .block_style = anonymous_style(style)});
+                blocks = std::move(one);
             }
             return {th_block{block{.block_content = bcontent_list_item{list_item{m, std::move(blocks)}},
                                    .block_style = style,
@@ -870,7 +872,7 @@ struct walker {
             return &p->para;
         }
         if (auto* b = std::get_if<bcontent_blocks>(&c); b && !b->blocks.empty()) {
-            return first_para(b->blocks.front().block_content);
+            return first_para(b->blocks.own_front().block_content);
         }
         return nullptr;
     }

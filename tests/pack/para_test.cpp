@@ -135,7 +135,8 @@ std::string dump_items(std::span<knuth::knuth const> items) {
 }
 
 // The first paragraph of a document's box tree.
-prepack::block const* first_para_block(std::vector<prepack::block> const& blocks) {
+template <class List>
+prepack::block const* first_para_block(List const& blocks) {
     for (auto const& b : blocks) {
         if (std::holds_alternative<prepack::bcontent_para>(b.block_content)) {
             return &b;
