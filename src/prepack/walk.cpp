@@ -1151,7 +1151,6 @@ std::vector<page_sec> sections_of(block root) {
     auto const describe = [&](block const& b, page_desc& d) {
         auto const& s = *b.block_style;
         d.sec_page_break_before = s.bit_props.bit_props_page_break_before;
-        d.sec_page_break_after = s.bit_props.bit_props_page_break_after;
         d.sec_page_counter_reset = page_counter_change(s, "page");
         d.sec_pages_counter_reset = page_counter_change(s, "pages");
         d.sec_page_group = s.page_group;
@@ -1160,6 +1159,10 @@ std::vector<page_sec> sections_of(block root) {
         describe(level->blocks.front(), desc);
     }
     auto const close = [&] {
+        // The break after a section is that of its last block.
+        if (!slice.empty() && slice.back().block_style) {
+            desc.sec_page_break_after = slice.back().block_style->bit_props.bit_props_page_break_after;
+        }
         bool const first = out.empty();
         std::vector<block> wrapped;
         wrapped.push_back(rewrap(path, 0, std::move(slice), first));

@@ -243,6 +243,14 @@ TEST(block_flow, forced_breaks_and_blank_pages_for_sides) {
     auto const left = pack_html(".l { page-break-before: left }", lines(1) + lines(1, " class=l"));
     EXPECT_EQ(left.size(), 2u) << dump(left);
 
+    // break-after: right on the last block, which ends on page 1: a blank page 2 ends the document, so
+    // that whatever follows in a binding starts on a right page; on a left page nothing is added.
+    auto const after = pack_html(".ar { page-break-after: right }", lines(1) + lines(1, " class=ar"));
+    ASSERT_EQ(after.size(), 2u) << dump(after);
+    EXPECT_TRUE(after[1]->body_box.body_content.empty());
+    auto const after_left = pack_html(".al { page-break-after: left }", lines(1) + lines(1, " class=al"));
+    EXPECT_EQ(after_left.size(), 1u) << dump(after_left);
+
     // break-before: left on the very first content: page 1 is a right page, so it stays blank.
     auto const first = pack_html("body { page-break-before: left }", lines(1));
     ASSERT_EQ(first.size(), 2u) << dump(first);
