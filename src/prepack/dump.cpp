@@ -128,7 +128,6 @@ std::string sep_text(separator const& s) {
                       s);
 }
 
-void blocks(std::string& out, std::vector<block> const& list, int depth);
 void blocks(std::string& out, block_list const& list, int depth);
 void one_block(std::string& out, block const& b, int depth);
 
@@ -262,12 +261,6 @@ void content(std::string& out, bcontent const& c, int depth) {
 void one_block(std::string& out, block const& b, int depth) {
     out += indent(depth) + "block " + type_text(b.block_type) + "\n";
     content(out, b.block_content, depth + 1);
-}
-
-void blocks(std::string& out, std::vector<block> const& list, int depth) {
-    for (auto const& b : list) {
-        one_block(out, b, depth);
-    }
 }
 
 void blocks(std::string& out, block_list const& list, int depth) {

@@ -808,7 +808,7 @@ struct page_desc {
 /// A run of body blocks that shares one page name.
 struct page_sec {
     prepack::page_desc sec_desc;
-    std::vector<block> sec_blocks;
+    block_list sec_blocks;
     bool operator==(page_sec const&) const = default;
 };
 

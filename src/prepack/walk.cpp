@@ -1102,7 +1102,7 @@ bool starts_section(block const& b) {
 
 // Wraps a slice of the innermost level's blocks in copies of the wrapping blocks (html, body), so that
 // each section keeps their styles; sections after the first continue them.
-block rewrap(std::vector<block const*> const& path, std::size_t level, std::vector<block> slice, bool first) {
+block rewrap(std::vector<block const*> const& path, std::size_t level, block_list slice, bool first) {
     auto const& original = *path[level];
     block out{.block_style = original.block_style, .block_bg = original.block_bg};
     if (level + 1 == path.size()) {
@@ -1146,7 +1146,10 @@ std::vector<page_sec> sections_of(block root) {
         return {page_sec{d, std::move(all)}};
     }
     std::vector<page_sec> out;
-    std::vector<block> slice;
+    // The blocks of the section being gathered, as indices into the level's list: a document of one
+    // section shares the list rather than copying the whole tree.
+    std::size_t slice_from = 0;
+    std::size_t slice_to = 0;
     page_desc desc{.sec_page_name = name_of(level->blocks.front(), inherited), .sec_start = true};
     auto const describe = [&](block const& b, page_desc& d) {
         auto const& s = *b.block_style;
@@ -1160,14 +1163,24 @@ std::vector<page_sec> sections_of(block root) {
     }
     auto const close = [&] {
         // The break after a section is that of its last block.
-        if (!slice.empty() && slice.back().block_style) {
-            desc.sec_page_break_after = slice.back().block_style->bit_props.bit_props_page_break_after;
+        if (slice_to > slice_from && level->blocks[slice_to - 1].block_style) {
+            desc.sec_page_break_after = level->blocks[slice_to - 1].block_style->bit_props.bit_props_page_break_after;
         }
         bool const first = out.empty();
+        block_list slice;
+        if (slice_from == 0 && slice_to == level->blocks.size()) {
+            slice = level->blocks;
+        } else {
+            std::vector<block> part;
+            for (std::size_t i = slice_from; i < slice_to; ++i) {
+                part.push_back(level->blocks[i]);
+            }
+            slice = std::move(part);
+        }
         std::vector<block> wrapped;
         wrapped.push_back(rewrap(path, 0, std::move(slice), first));
         out.push_back(page_sec{desc, std::move(wrapped)});
-        slice.clear();
+        slice_from = slice_to;
     };
     for (std::size_t i = 0; i < level->blocks.size(); ++i) {
         auto const& b = level->blocks[i];
@@ -1182,7 +1195,7 @@ std::vector<page_sec> sections_of(block root) {
                 describe(b, desc);
             }
         }
-        slice.push_back(b);
+        slice_to = i + 1;
     }
     close();
     return out;
