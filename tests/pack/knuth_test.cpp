@@ -4,6 +4,10 @@
 #include "pack/total_fit.hpp"
 #include "text/hyph/hyphen_parser.hpp"
 
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <random>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -356,6 +360,121 @@ TEST(total_fit, a_loose_line_rather_than_one_over_the_margin) {
     EXPECT_EQ(texts, (std::vector<std::string>{"aaa bb", "cccc"}));
     ASSERT_FALSE(res.res_lines.empty());
     EXPECT_FALSE(res.res_lines.front().art) << "taken as a last resort";
+}
+
+// The least-demerits breaking of a paragraph of words between single spaces, found independently of the
+// breaker: every sequence of breaks at spaces is searched by dynamic programming over the break
+// positions (the best chain up to a break doesn't depend on the lines after it). Widths come from the
+// monospaced test font at 10pt: 5pt a letter, spaces of 5pt stretching by 2.5pt and shrinking by 5/6pt.
+// Only lines within the tolerance (-1 <= r <= 2) are allowed; the last line ends in the forced break,
+// whose infinite stretch makes any last line that fits perfect.
+struct optimum {
+    bool feasible = false;
+    double demerits = 0;
+};
+
+// The adjustment ratio of words [from, to) set on one line, from their lengths alone.
+double line_ratio(std::vector<int> const& lengths, std::size_t from, std::size_t to, double width) {
+    double natural = 0;
+    for (std::size_t k = from; k < to; ++k) {
+        natural += 5.0 * lengths[k];
+    }
+    double const spaces = static_cast<double>(to - from - 1);
+    natural += 5.0 * spaces;
+    if (std::abs(width - natural) <= 0.0001) {
+        return 0;
+    }
+    bool const last = to == lengths.size();
+    if (width > natural) {
+        if (last) {
+            return 0;
+        }
+        return spaces > 0 ? (width - natural) / (2.5 * spaces) : std::numeric_limits<double>::infinity();
+    }
+    return spaces > 0 ? (width - natural) / (5.0 / 6.0 * spaces) : -std::numeric_limits<double>::infinity();
+}
+
+bool within_tolerance(double r) {
+    return r >= -1.0 - 1e-6 && r <= 2.0 + 1e-6;
+}
+
+double line_demerits(double r) {
+    double const b = std::pow(std::abs(r), 3) * 100 + 0.5;
+    return (b + 10) * (b + 10);
+}
+
+optimum brute_force_optimum(std::vector<int> const& lengths, double width) {
+    std::size_t const n = lengths.size();
+    double const inf = std::numeric_limits<double>::infinity();
+    std::vector<double> best(n + 1, inf);
+    best[0] = 0;
+    for (std::size_t to = 1; to <= n; ++to) {
+        for (std::size_t from = to; from-- > 0;) {
+            double const r = line_ratio(lengths, from, to, width);
+            if (r < -1.0 - 1e-6) {
+                break; // longer lines only shrink further
+            }
+            if (best[from] < inf && within_tolerance(r)) {
+                best[to] = std::min(best[to], best[from] + line_demerits(r));
+            }
+        }
+    }
+    return {.feasible = best[n] < inf, .demerits = best[n]};
+}
+
+TEST(total_fit, no_loose_line_where_the_brute_force_optimum_has_none) {
+    // Long paragraphs of words of 1 to 9 letters, broken at many widths. Wherever a breaking with every
+    // line inside the tolerance exists, total fit must find one too, although its short list of
+    // feasible breaks need not reach the least demerits. Its lines are checked from the word lengths
+    // again, not from what it reports.
+    auto const env = make_env();
+    auto const s = make_style();
+    std::mt19937 rng(2024);
+    std::uniform_int_distribution<int> letters(1, 9);
+    int feasible_cases = 0;
+    int optimal_cases = 0;
+    double worst_excess = 1;
+    for (int paragraph = 0; paragraph < 4; ++paragraph) {
+        std::vector<int> lengths(300);
+        std::u32string text;
+        for (auto& len : lengths) {
+            len = letters(rng);
+            text += (text.empty() ? U"" : U" ") + std::u32string(static_cast<std::size_t>(len), U'x');
+        }
+        auto const items = para(text, s);
+        for (float width = 120; width <= 400; width += 17.5f) {
+            SCOPED_TRACE(testing::Message() << "paragraph " << paragraph << ", width " << width);
+            auto const best = brute_force_optimum(lengths, width);
+            auto const res = total_fit::break_lines(env, {.width = width}, {}, items);
+            ASSERT_FALSE(res.res_lines.empty());
+            ASSERT_EQ(res.res_lines.back().end_index, static_cast<int>(items.size()));
+            double total = 0;
+            bool all_within = true;
+            for (auto const& l : res.res_lines) {
+                // Words sit at even indexes; a line ends at the glue or forced break after its last word.
+                auto const from = static_cast<std::size_t>(l.start_index / 2);
+                auto const to = static_cast<std::size_t>(l.end_index / 2);
+                ASSERT_LT(from, to);
+                double const r = line_ratio(lengths, from, to, width);
+                if (best.feasible) {
+                    EXPECT_TRUE(within_tolerance(r)) << "words " << from << " to " << to << ": ratio " << r;
+                }
+                all_within = all_within && within_tolerance(r);
+                total += line_demerits(r);
+            }
+            if (best.feasible && all_within) {
+                ++feasible_cases;
+                EXPECT_GE(total, best.demerits * (1 - 1e-9)) << "nothing beats the optimum";
+                optimal_cases += total <= best.demerits * (1 + 1e-9);
+                worst_excess = std::max(worst_excess, total / best.demerits);
+            }
+        }
+    }
+    // Most widths have a feasible breaking, so the check above has run on many paragraphs.
+    EXPECT_GE(feasible_cases, 30);
+    RecordProperty("optimal_cases", optimal_cases);
+    RecordProperty("feasible_cases", feasible_cases);
+    RecordProperty("worst_demerits_over_optimum_x1000", static_cast<int>(worst_excess * 1000));
 }
 
 } // namespace

@@ -4,7 +4,10 @@
 #include "text/hyph/hyphenation.hpp"
 #include "text/unicode/utf8.hpp"
 
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -172,6 +175,62 @@ TEST(hyphenation, splits_real_words_with_the_installed_patterns) {
     EXPECT_EQ(hyphenated(*de, "Silbentrennung"), "Sil-ben-tren-nung");
     EXPECT_EQ(hyphenated(*de, "Straße"), "Stra-ße");
     EXPECT_EQ(hyphenated(*de, "Übersetzung"), "Über-set-zung");
+}
+
+// Plain TeX's hyphenations of common English words: what TeX's own patterns (hyphen.tex, by Liang and
+// Knuth) give with \lefthyphenmin 2 and \righthyphenmin 3. None of the words is in hyphen.tex's list of
+// exceptions, so the patterns alone decide. The installed US English patterns are libhyphen's, which
+// start from TeX's and add more; they must find exactly TeX's breaks, no more and no fewer, except for
+// the few words listed where the added patterns find the dictionary's breaks that TeX misses.
+TEST(hyphenation, english_words_break_where_tex_breaks_them) {
+    // clang-format off
+    static char const* const tex_words[] = {
+        "hy-phen-ation", "al-go-rithm", "com-puter", "para-graph", "ty-pog-ra-phy", "jus-ti-fi-ca-tion",
+        "demon-stra-tion", "par-tic-u-larly", "in-for-ma-tion", "de-vel-op-ment", "gov-ern-ment",
+        "un-der-stand-ing", "in-de-pen-dent", "or-ga-ni-za-tion", "sig-nif-i-cant", "re-la-tion-ship",
+        "en-vi-ron-ment", "in-ter-na-tional", "con-sid-er-a-tion", "re-spon-si-bil-ity", "char-ac-ter-is-tic",
+        "com-mu-ni-ca-tion", "ex-per-i-men-tal", "in-ter-pre-ta-tion", "pub-li-ca-tion", "com-po-si-tion",
+        "mea-sure-ment", "prob-a-bil-ity", "dis-tri-bu-tion", "ap-prox-i-mately", "nev-er-the-less",
+        "ex-traor-di-nary", "rep-re-sen-ta-tive", "cir-cum-stances", "un-for-tu-nately", "es-tab-lish-ment",
+        "his-tory", "be-tween", "through", "be-cause", "an-other", "against", "sev-eral", "with-out",
+        "how-ever", "peo-ple", "lit-tle", "al-ways", "should", "be-fore", "math-e-mat-ics",
+        "math-e-mat-i-cal", "phi-los-o-phy", "psy-chol-ogy", "phys-i-cal", "chem-istry", "bi-ol-ogy",
+        "ge-og-ra-phy", "uni-ver-sity", "ed-u-ca-tion", "knowl-edge", "lan-guage", "lit-er-a-ture",
+        "char-ac-ter", "dif-fer-ent", "im-por-tant", "es-pe-cially", "po-lit-i-cal", "na-tional",
+        "pos-si-ble", "eco-nomic", "pop-u-la-tion", "par-tic-u-lar", "to-gether", "ev-ery-thing",
+        "some-thing", "any-thing", "beau-ti-ful", "won-der-ful", "re-mem-ber", "ques-tion", "prob-lem",
+        "ex-am-ple", "ex-pe-ri-ence", "sit-u-a-tion", "con-di-tion", "pro-duc-tion", "op-er-a-tion",
+        "dif-fer-ence", "ma-te-rial", "con-tinue", "pres-i-dent", "in-ter-est", "in-crease", "prop-erty",
+        "at-ten-tion", "com-mu-nity", "busi-ness", "chil-dren", "trans-porta-tion", "elec-tric-ity",
+        "tem-per-a-ture", "en-cy-clo-pe-dia", "dic-tio-nary", "vo-cab-u-lary", "pro-nun-ci-a-tion",
+        "punc-tu-a-tion", "ab-bre-vi-a-tion", "manuscript", "type-set-ting", "for-mat-ting", "doc-u-ment",
+        "pro-ces-sor", "hy-phen-ate", "break-ing", "spac-ing", "stretch-ing", "shrink-ing", "de-mer-its",
+        "ad-just-ment", "tol-er-ance", "penalty", "fit-ness", "op-ti-mum", "anal-y-sis", "mul-ti-ple",
+        "al-ge-braic", "arith-metic", "ge-om-e-try", "li-brary", "yes-ter-day", "to-mor-row", "af-ter-noon",
+        "be-gin-ning", "ev-ery-body", "evening", "fam-ily", "fa-ther", "mother",
+    };
+    // clang-format on
+    // TeX's result, and the installed patterns' where they do better.
+    static std::map<std::string, std::string> const beyond_tex = {
+        {"ex-traor-di-nary", "ex-tra-or-di-nary"},
+        {"manuscript", "man-u-script"},
+    };
+    testing::capture_log cl;
+    auto const en = hyphen_parser::read_patterns(cl.log, {source_file("en-us.pat")});
+    ASSERT_TRUE(en.has_value()) << en.error();
+    int as_tex = 0;
+    int split = 0;
+    for (std::string const tex : tex_words) {
+        std::string word;
+        std::copy_if(tex.begin(), tex.end(), std::back_inserter(word), [](char c) { return c != '-'; });
+        auto const better = beyond_tex.find(tex);
+        auto const got = hyphenated(*en, word, 2, 3);
+        EXPECT_EQ(got, better == beyond_tex.end() ? tex : better->second);
+        as_tex += got == tex;
+        split += tex != word;
+    }
+    EXPECT_GE(as_tex, 100) << "of " << std::size(tex_words) << " words";
+    EXPECT_GE(split, 100) << "most of the sample has breaks to find";
 }
 
 TEST(hyphenation, every_installed_pattern_file_loads) {
