@@ -1,5 +1,6 @@
 #!/bin/bash
-# Generates a large style sheet and document and times parsing, indexing and the cascade.
+# Generates a large style sheet and document and times parsing, indexing, the cascade and the whole
+# styling with computed styles.
 # Usage: bench/css_bench.sh [BUILD_DIR] [RULES] [SECTIONS]   (the build dir must have built css_bench)
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)

@@ -297,9 +297,14 @@ void set_css_dpi(float dpi) {
 style::style compute_style(ref<style::style> const& parent_ref,
                            compute_style_context const& context,
                            std::vector<property::property> const& declarations) {
+    return compute_style_from_slots(parent_ref, context, scanprops::scan_all(declarations));
+}
+
+style::style compute_style_from_slots(ref<style::style> const& parent_ref,
+                                      compute_style_context const& context,
+                                      scanprops::prop_array const& props) {
     auto const initial = style::initial_style();
     style::style const& parent = parent_ref ? *parent_ref : *initial;
-    auto const props = scanprops::scan_all(declarations);
     computer c{.a = props, .parent = parent, .root = !parent_ref, .ctx = context, .dpi = css_dpi()};
     auto const& init = *initial;
     style::style s = style::inherit_from(parent);

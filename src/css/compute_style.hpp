@@ -4,6 +4,7 @@
 #pragma once
 
 #include "css/property.hpp"
+#include "css/scanprops.hpp"
 #include "css/style.hpp"
 #include "util/ref.hpp"
 
@@ -47,5 +48,10 @@ void set_css_dpi(float dpi);
 style::style compute_style(ref<style::style> const& parent,
                            compute_style_context const& context,
                            std::vector<property::property> const& declarations);
+
+/// The same from the declared values already gathered into their slots.
+style::style compute_style_from_slots(ref<style::style> const& parent,
+                                      compute_style_context const& context,
+                                      scanprops::prop_array const& props);
 
 } // namespace vellum::css::compute_style

@@ -63,9 +63,15 @@ bool same_type(T const& t, typename T::element x, typename T::element y) {
 }
 
 // The element's number among its element siblings from 0, counting from the start or the end, and
-// among all siblings or those of its own type.
+// among all siblings or those of its own type. A tree that keeps these numbers may offer them; counting
+// runs through every sibling, which adds up under a parent with thousands of children.
 template <element_tree T>
 int sibling_number(T const& t, typename T::element e, bool from_end, bool of_type) {
+    if constexpr (requires { { t.sibling_number(e, from_end, of_type) } -> std::same_as<std::optional<int>>; }) {
+        if (auto const known = t.sibling_number(e, from_end, of_type)) {
+            return *known;
+        }
+    }
     int n = 0;
     auto s = from_end ? t.next_element(e) : t.previous_element(e);
     while (s) {
@@ -175,6 +181,49 @@ bool simple_matches(T const& t, selector::simple const& s, typename T::element e
 }
 
 template <element_tree T>
+bool compound_matches(T const& t, selector::selector0 const& s, typename T::element e, match_context const& ctx);
+
+// A tree may remember, for a compound selector and an element, whether some earlier sibling of the
+// element matches it. Under a parent with thousands of children, "a ~ b" would otherwise look through
+// all the earlier ones for each b and for each descendant of b that a rule "a ~ b c" is tried on.
+template <class T>
+concept remembers_siblings = requires(T const& t, selector::selector0 const& s, typename T::element e, bool b) {
+    { t.recall_previous_match(s, e) } -> std::same_as<std::optional<bool>>;
+    t.remember_previous_match(s, e, b);
+};
+
+// Whether some earlier sibling of e matches s. The answer for e is the answer for its previous sibling
+// unless that sibling matches itself, so a tree that remembers answers steps back only to the nearest
+// sibling it has answered for. The page context changes what ":lang()" sees, so answers are kept only
+// outside pages.
+template <element_tree T>
+bool some_previous_matches(T const& t, selector::selector0 const& s, typename T::element e,
+                           match_context const& ctx) {
+    bool const memo = std::holds_alternative<no_context>(ctx);
+    bool found = false;
+    for (auto p = t.previous_element(e); p; p = t.previous_element(*p)) {
+        if (compound_matches(t, s, *p, ctx)) {
+            found = true;
+            break;
+        }
+        if constexpr (remembers_siblings<T>) {
+            if (memo) {
+                if (auto const known = t.recall_previous_match(s, *p)) {
+                    found = *known;
+                    break;
+                }
+            }
+        }
+    }
+    if constexpr (remembers_siblings<T>) {
+        if (memo) {
+            t.remember_previous_match(s, e, found);
+        }
+    }
+    return found;
+}
+
+template <element_tree T>
 bool compound_matches(T const& t, selector::selector0 const& s, typename T::element e, match_context const& ctx) {
     using namespace selector;
     if (!type_matches(t, s.type, e)) {
@@ -206,12 +255,7 @@ bool compound_matches(T const& t, selector::selector0 const& s, typename T::elem
                               return p && compound_matches(t, *d.depend, *p, ctx);
                           },
                           [&](depend_prev_indirect_sibling const& d) {
-                              for (auto p = t.previous_element(e); p; p = t.previous_element(*p)) {
-                                  if (compound_matches(t, *d.depend, *p, ctx)) {
-                                      return true;
-                                  }
-                              }
-                              return false;
+                              return some_previous_matches(t, *d.depend, e, ctx);
                           },
                       },
                       s.depend);

@@ -1,5 +1,6 @@
 // The cascade over real documents: sheets gathered in order from a prefix, the document and its
 // elements; weights by origin and importance, hints, style attributes, pseudo-elements and languages.
+#include "css/styledom/computed.hpp"
 #include "css/styledom/styledom.hpp"
 #include "document/doc_test_support.hpp"
 #include "document/input.hpp"
@@ -643,6 +644,99 @@ TEST(cascade, buckets_and_link_tables_find_what_the_plain_index_finds) {
         EXPECT_EQ(ours, reference) << tree::name_local_view(e->dom_element_name);
         EXPECT_FALSE(ours.empty());
     }
+}
+
+// The walk passes rules over by the names their ancestors need, remembers "a ~ b" answers along long
+// runs of siblings, and reads places among siblings and ids and classes from its tables; every element
+// must still get the declarations of exactly the rules the plain matcher finds, also when a subtree is
+// styled again on its own.
+TEST(cascade, the_walk_finds_what_the_plain_matcher_finds) {
+    std::vector<std::string> const selectors = {
+        ".a p span", "#top > p > span", "div.a .k", ".missing span", "p.s + p span", "div p.odd ~ p span",
+        "p:nth-child(3n) span", "p:nth-last-of-type(2)", "span:last-of-type", "p.odd ~ p.odd", "section ~ p",
+        "h1 ~ p", "p:first-of-type ~ p em", "#top p:not(.odd) em", "[title] p", "h1 + p.odd ~ p > span.k",
+        "div > h1 ~ p:nth-of-type(2n+1) em", "#nowhere ~ p", ".k em", "body .a > h1", "p + p + p em"};
+    std::string sheet;
+    for (std::size_t i = 0; i < selectors.size(); ++i) {
+        sheet += selectors[i] + " { x-r" + std::to_string(i) + ": 1 }\n";
+    }
+    std::string body = "<div class=a id=top title=t><h1>h</h1>";
+    for (int i = 0; i < 30; ++i) {
+        body += "<p class=\"s" + std::string(i % 2 ? " odd" : "") + "\"><span class=k>x<em>e</em></span>" +
+                (i % 5 == 0 ? "<span>y</span>" : "") + "</p>";
+    }
+    body += "</div>";
+    fixture f("walk_filters");
+    auto const doc = f.parse("<style>" + sheet + "</style>" + body, doctype::doctype::html5);
+    auto const styled = f.style(doc);
+    auto const& index = *styled.styled_rules.rules_index;
+
+    std::vector<dom::element_ref> all;
+    for (auto const* name : {"body", "div", "h1", "p", "span", "em"}) {
+        auto const found = find_all(doc, name);
+        all.insert(all.end(), found.begin(), found.end());
+    }
+    auto const expected = [&](dom::element_ref const& e) {
+        std::vector<std::string> names;
+        css::prules::for_each_matching_rule(tree::dom_tree{}, index, e.get(), [&](css::prules::prule const& r) {
+            names.push_back(r.rule_declarations.front().declaration.prop_name);
+        });
+        std::sort(names.begin(), names.end());
+        return names;
+    };
+    auto const got = [&](dom::element_ref const& e) {
+        std::vector<std::string> names;
+        for (auto const& d : f.of(e).own) {
+            names.push_back(d.name);
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    };
+    std::size_t matched = 0;
+    for (auto const& e : all) {
+        EXPECT_EQ(got(e), expected(e)) << tree::name_local_view(e->dom_element_name);
+        matched += got(e).size();
+    }
+    EXPECT_GT(matched, all.size());
+
+    // The eighth paragraph and what is inside it, styled again from there.
+    auto const p = find_all(doc, "p").at(7);
+    f.seen.clear();
+    auto const parent = dom::get_style_info(find(doc, "div")->dom_element_style_info.get());
+    style_subtree(f.log.value, f.loader, styled.styled_rules, *p, &parent);
+    EXPECT_EQ(f.seen.size(), 3U);
+    for (auto const& [e, record] : f.seen) {
+        for (auto const& candidate : all) {
+            if (candidate.get() == e) {
+                EXPECT_EQ(got(candidate), expected(candidate)) << tree::name_local_view(e->dom_element_name);
+            }
+        }
+    }
+}
+
+// Elements the same rules match share one list of typed declarations; one with a style attribute has
+// its own, and each list holds what its element's cascade gave.
+TEST(cascade, elements_with_the_same_rules_share_their_typed_declarations) {
+    fixture f("shared_declared");
+    auto const doc = f.parse(R"(<style>p { color: red } .b { margin-left: 2pt } p::before { content: "x" }</style>
+        <p>1</p><p>2</p><p class=b>3</p><p style="color: blue">4</p>)",
+                             doctype::doctype::html5);
+    auto const styled = style_document(f.log.value, f.loader, doc, computed::typed_hooks());
+    auto const ps = find_all(doc, "p");
+    ASSERT_EQ(ps.size(), 4U);
+    auto const declared = [&](std::size_t i) {
+        return dom::get_style_info(ps[i]->dom_element_style_info.get()).style_info_declared;
+    };
+    EXPECT_EQ(declared(0), declared(1));
+    EXPECT_NE(declared(0), declared(2));
+    EXPECT_NE(declared(0), declared(3));
+    EXPECT_EQ(declared(0)->declared_pdecls.size(), 1U);
+    EXPECT_EQ(declared(2)->declared_pdecls.size(), 2U);
+    EXPECT_EQ(declared(3)->declared_pdecls.size(), 2U);
+    EXPECT_EQ(pseudo_declarations(*declared(1), css::selector::pseudo_element::before).size(), 1U);
+    auto const color = [&](std::size_t i) { return computed::style_of(*ps[i])->color; };
+    EXPECT_EQ(color(0), color(1));
+    EXPECT_NE(color(0), color(3));
 }
 
 // Pointers to declarations with given priorities, to merge.

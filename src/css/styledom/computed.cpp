@@ -5,8 +5,10 @@
 #include "util/cell.hpp"
 #include "util/result.hpp"
 
+#include <cstdint>
 #include <mutex>
 #include <unordered_map>
+#include <vector>
 
 namespace vellum::styledom::computed {
 
@@ -21,9 +23,45 @@ bool is_shorthand(std::string_view name) {
 // element that a rule matches: a default sheet's rule for "p" would otherwise be parsed for every
 // paragraph. The declarations of style attributes and hints belong to one element and are parsed as they
 // come.
+// Hashes a cascade key.
+struct key_hash {
+    std::size_t operator()(std::vector<std::uintptr_t> const& key) const {
+        std::size_t h = key.size();
+        for (auto const k : key) {
+            h = (h ^ k) * 1099511628211ULL;
+        }
+        return h;
+    }
+};
+
 struct typed_cache {
     std::unordered_map<css::pdecls::pdeclaration const*, std::optional<css::property::property>> cache_entries;
+    /// The typed declarations of the elements that have none of their own, by what the cascade gave
+    /// them (see `cascade_key`): elements matched by the same rules share one copy, which in a long
+    /// document is most of them.
+    std::unordered_map<std::vector<std::uintptr_t>, ref<declared_styles>, key_hash> cache_declared;
+    std::vector<std::uintptr_t> key;
 };
+
+// The declarations of the index that an element gets, as addresses, and for each list of pseudo-elements
+// a 0, the pseudo-elements numbered from 1, another 0, and its declarations. Addresses are never that
+// small, so the key reads one way only.
+void cascade_key(cascaded const& c, std::vector<std::uintptr_t>& key) {
+    key.clear();
+    for (auto const* d : c.cascaded_pdecls) {
+        key.push_back(reinterpret_cast<std::uintptr_t>(d));
+    }
+    for (auto const& p : c.cascaded_pseudos) {
+        key.push_back(0);
+        for (auto const pe : p.pseudo_elements) {
+            key.push_back(static_cast<std::uintptr_t>(pe) + 1);
+        }
+        key.push_back(0);
+        for (auto const* d : p.pseudo_pdecls) {
+            key.push_back(reinterpret_cast<std::uintptr_t>(d));
+        }
+    }
+}
 
 std::optional<css::property::property> const& typed(typed_cache& cache, css::pdecls::pdeclaration const* d) {
     auto const it = cache.cache_entries.find(d);
@@ -99,20 +137,38 @@ style_hooks typed_hooks() {
     auto cache = std::make_shared<typed_cache>();
     auto compute = [cache](log::log const&, style_request const& r) -> ref<dom::style_info> {
         auto const& c = r.request_cascade;
-        declared_styles declared;
-        add_typed(declared.declared_pdecls, c.cascaded_pdecls, c, *cache);
-        for (auto const& p : c.cascaded_pseudos) {
-            pseudo_decls entry{.pseudo_elements = p.pseudo_elements};
-            add_typed(entry.pseudo_pdecls, p.pseudo_pdecls, c, *cache);
-            declared.declared_pseudos.push_back(std::move(entry));
+        auto const make_declared = [&] {
+            declared_styles declared;
+            add_typed(declared.declared_pdecls, c.cascaded_pdecls, c, *cache);
+            for (auto const& p : c.cascaded_pseudos) {
+                pseudo_decls entry{.pseudo_elements = p.pseudo_elements};
+                add_typed(entry.pseudo_pdecls, p.pseudo_pdecls, c, *cache);
+                declared.declared_pseudos.push_back(std::move(entry));
+            }
+            return share(std::move(declared));
+        };
+        ref<declared_styles> declared;
+        if (c.cascaded_own.empty()) {
+            cascade_key(c, cache->key);
+            auto [it, added] = cache->cache_declared.try_emplace(cache->key);
+            if (added) {
+                it->second = make_declared();
+            }
+            declared = it->second;
+        } else {
+            declared = make_declared();
         }
         ref<css::style::style> parent = r.request_parent ? r.request_parent->style_info_style : nullptr;
         auto const context = context_of(r.request_element, r.request_base, r.request_lang);
-        auto style = share(css::compute_style::compute_style(parent, context, properties_of(declared.declared_pdecls)));
+        css::scanprops::prop_array declared_values;
+        for (auto const& d : declared->declared_pdecls) {
+            css::scanprops::scan(declared_values, d.pdecl_property);
+        }
+        auto style = share(css::compute_style::compute_style_from_slots(parent, context, declared_values));
         return share(dom::style_info{.style_info_base = r.request_base,
                                      .style_info_lang = r.request_lang,
                                      .style_info_style = std::move(style),
-                                     .style_info_declared = share(std::move(declared))});
+                                     .style_info_declared = std::move(declared)});
     };
     return style_hooks{.known_property = &css::propnames::known_property,
                        .is_shorthand = &is_shorthand,

@@ -63,59 +63,6 @@ void add_run(std::vector<pointer>& items, std::vector<std::size_t>& bounds,
     }
 }
 
-struct walk {
-    log::log const& log;
-    resource::loader::loader const& loader;
-    document_rules const& rules;
-    bool prefetching = false;
-    tree::link_table links;
-    std::vector<tree::known_language> languages;
-    tree::dom_tree dom_tree{.known_languages = &languages, .links = &links};
-    cascade_buffers buffers;
-    cascaded current;
-
-    void visit(dom::dom_element& e,
-               dom::style_info const* parent,
-               resource::locator::locator const& parent_base,
-               std::optional<std::string> const& parent_lang) {
-        auto const facts = facts_of(e);
-        auto const base = facts.sets_base ? dom::element_base(e) : parent_base;
-        auto const own_lang = dom_tree.own_language(&e);
-        std::optional<std::string> lang = parent_lang;
-        if (own_lang) {
-            lang = css::lexer::ascii_lower(*own_lang);
-        }
-        languages.push_back({&e, own_lang ? own_lang : (languages.empty() ? std::nullopt : languages.back().second)});
-
-        if (prefetching && tree::name_local_view(e.dom_element_name) == "img") {
-            if (auto const src = tree::plain_attribute(e, "src")) {
-                resource::loader::prefetch(log, loader, resource::locator::resolve_locator(base, *src));
-            }
-        }
-
-        cascade_element(e, dom_tree, rules, base, current, buffers);
-        style_request const request{.request_element = e,
-                                    .request_parent = parent,
-                                    .request_base = base,
-                                    .request_lang = lang,
-                                    .request_cascade = current,
-                                    .request_bases = *rules.rules_bases};
-        auto const& compute = rules.rules_hooks.compute;
-        ref<dom::style_info> const info = compute ? compute(log, request) : base_style_info(log, request);
-        check(info != nullptr, "style_subtree");
-        e.dom_element_style_info.set(dom::style_info_set{info});
-
-        if (prefetching && rules.rules_hooks.backgrounds) {
-            for (auto const& image : rules.rules_hooks.backgrounds(*info)) {
-                resource::loader::prefetch(log, loader, image);
-            }
-        }
-        for (auto const& child : tree::element_children(e)) {
-            visit(*child, info.get(), base, lang);
-        }
-        languages.pop_back();
-    }
-};
 
 // The parent's base, language and style_info for an element restyled on its own.
 struct parent_context {
@@ -141,27 +88,101 @@ parent_context context_of(dom::dom_element const& e) {
     return {base, std::nullopt};
 }
 
-void bucket(universal_buckets& into, css::prules::prules0 const& rules) {
-    for (auto const& r : rules) {
-        auto const& simples = r->rule_selector.subject.simples;
-        auto const key = [&]() -> std::pair<std::map<std::string, std::vector<pointer_rule>, std::less<>>*, std::string> {
-            for (auto const& s : simples) {
-                if (auto const* id = std::get_if<css::selector::id>(&s)) {
-                    return {&into.by_id, id->id_name};
-                }
-            }
-            for (auto const& s : simples) {
-                if (auto const* c = std::get_if<css::selector::classes>(&s); c && !c->class_names.empty()) {
-                    return {&into.by_class, c->class_names.front()};
-                }
-            }
-            return {nullptr, {}};
-        }();
-        if (key.first != nullptr) {
-            (*key.first)[key.second].push_back(r.get());
-        } else {
-            into.unkeyed.push_back(r.get());
+// The names a compound selector requires of an element, as ancestor filter keys.
+void add_required(css::selector::selector0 const& s, rule_entry& entry) {
+    auto const add = [&](char kind, std::string_view name) {
+        if (entry.entry_ancestor_count < entry.entry_ancestors.size()) {
+            entry.entry_ancestors[entry.entry_ancestor_count++] = ancestor_key(kind, name);
         }
+    };
+    if (auto const* el = std::get_if<css::selector::element>(&s.type)) {
+        add('t', el->element_name.name);
+    }
+    for (auto const& x : s.simples) {
+        if (auto const* id = std::get_if<css::selector::id>(&x)) {
+            add('i', id->id_name);
+        } else if (auto const* c = std::get_if<css::selector::classes>(&x)) {
+            for (auto const& name : c->class_names) {
+                add('c', name);
+            }
+        }
+    }
+}
+
+// The compound selectors left of a descendant or child combinator match ancestors of the subject: the
+// element right of such a combinator is the subject, one of its ancestors, or a sibling of one of them,
+// and all of these have only ancestors of the subject above them. Those left of a sibling combinator may
+// stand anywhere beside.
+void add_ancestors(css::selector::selector const& s, rule_entry& entry) {
+    css::selector::selector0 const* at = &s.subject;
+    while (at != nullptr) {
+        css::selector::selector0 const* next = nullptr;
+        std::visit(overloaded{
+                       [](css::selector::depend_none const&) {},
+                       [&](css::selector::depend_ancestor const& d) {
+                           next = d.depend.get();
+                           add_required(*next, entry);
+                       },
+                       [&](css::selector::depend_parent const& d) {
+                           next = d.depend.get();
+                           add_required(*next, entry);
+                       },
+                       [&](css::selector::depend_prev_direct_sibling const& d) { next = d.depend.get(); },
+                       [&](css::selector::depend_prev_indirect_sibling const& d) { next = d.depend.get(); },
+                   },
+                   at->depend);
+        at = next;
+    }
+}
+
+// The id the subject requires, else its first class.
+std::pair<char, std::string_view> subject_key(css::selector::selector0 const& subject) {
+    for (auto const& s : subject.simples) {
+        if (auto const* id = std::get_if<css::selector::id>(&s)) {
+            return {'i', id->id_name};
+        }
+    }
+    for (auto const& s : subject.simples) {
+        if (auto const* c = std::get_if<css::selector::classes>(&s); c && !c->class_names.empty()) {
+            return {'c', c->class_names.front()};
+        }
+    }
+    return {0, {}};
+}
+
+void file_entry(slot_buckets& into, rule_entry const& entry, std::string_view name) {
+    auto const [kind, key] = subject_key(entry.entry_rule->rule_selector.subject);
+    if (kind == 'i') {
+        into.by_id[std::string(key)].push_back(entry);
+    } else if (kind == 'c') {
+        into.by_class[std::string(key)].push_back(entry);
+    } else if (!name.empty()) {
+        into.by_name[std::string(name)].push_back(entry);
+    } else {
+        into.unkeyed.push_back(entry);
+    }
+}
+
+rule_entry entry_of(css::prules::prule const& r, std::uint8_t group, std::size_t position) {
+    rule_entry entry{.entry_rule = &r, .entry_group = group, .entry_position = static_cast<std::uint32_t>(position)};
+    add_ancestors(r.rule_selector, entry);
+    return entry;
+}
+
+void bucket(slot_buckets& into, css::prules::prules_named const& named) {
+    for (auto const& [name, rules] : named.rules_named) {
+        for (std::size_t i = 0; i < rules.size(); ++i) {
+            file_entry(into, entry_of(*rules[i], 0, i), name);
+        }
+    }
+    for (std::size_t i = 0; i < named.rules_other.size(); ++i) {
+        auto const& r = *named.rules_other[i];
+        auto const [kind, key] = subject_key(r.rule_selector.subject);
+        auto entry = entry_of(r, kind == 'i' ? 2 : kind == 'c' ? 3 : 1, i);
+        if (kind == 'c') {
+            entry.entry_class = key;
+        }
+        file_entry(into, entry, {});
     }
 }
 
@@ -169,23 +190,41 @@ bool is_blank(char c) {
     return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f';
 }
 
-// Each rule of a slot that could match an element of this local name, id and class list.
+// Where a rule of a slot stands in the order in which the cascade meets the rules: the slot, the group,
+// the place of its class in the element's class list, and its place in the index's list.
+std::uint64_t order_key(unsigned slot, rule_entry const& entry, std::size_t class_offset) {
+    std::uint64_t const offset = std::min<std::size_t>(class_offset, (std::size_t{1} << 29) - 1);
+    return (std::uint64_t{slot} << 63) | (std::uint64_t{entry.entry_group} << 61) | (offset << 32) |
+           entry.entry_position;
+}
+
+// Each rule of a slot that could match an element of this local name, id and class list, with its order
+// key; those whose required ancestors the filter rules out are left out.
 template <class F>
-void visit_slot(css::prules::prules_named const& named, universal_buckets const& buckets, std::string_view local,
-                std::optional<std::string_view> id, std::optional<std::string_view> classes, F const& f) {
-    if (auto const it = named.rules_named.find(local); it != named.rules_named.end()) {
-        for (auto const& r : it->second) {
-            f(*r);
+void visit_slot(unsigned slot, slot_buckets const& buckets, std::string_view local,
+                std::optional<std::string_view> id, std::optional<std::string_view> classes,
+                ancestor_filter const* ancestors, F const& f) {
+    auto const offer = [&](rule_entries const& entries, std::size_t class_offset) {
+        for (auto const& entry : entries) {
+            if (ancestors != nullptr) {
+                bool possible = true;
+                for (std::uint8_t k = 0; k < entry.entry_ancestor_count && possible; ++k) {
+                    possible = ancestors->may_contain(entry.entry_ancestors[k]);
+                }
+                if (!possible) {
+                    continue;
+                }
+            }
+            f(*entry.entry_rule, order_key(slot, entry, entry.entry_group == 3 ? class_offset : 0));
         }
+    };
+    if (auto const it = buckets.by_name.find(local); it != buckets.by_name.end()) {
+        offer(it->second, 0);
     }
-    for (auto const* r : buckets.unkeyed) {
-        f(*r);
-    }
+    offer(buckets.unkeyed, 0);
     if (id) {
         if (auto const it = buckets.by_id.find(*id); it != buckets.by_id.end()) {
-            for (auto const* r : it->second) {
-                f(*r);
-            }
+            offer(it->second, 0);
         }
     }
     if (!classes || buckets.by_class.empty()) {
@@ -207,8 +246,56 @@ void visit_slot(css::prules::prules_named const& named, universal_buckets const&
             continue;
         }
         if (auto const it = buckets.by_class.find(word); it != buckets.by_class.end()) {
-            for (auto const* r : it->second) {
-                f(*r);
+            offer(it->second, start);
+        }
+    }
+}
+
+// The rules whose selectors match the element, in the order of the index (see rule_entry).
+void collect_matching_rules(tree::dom_tree const& tree, document_rules const& rules, dom::dom_element const& e,
+                            ancestor_filter const* ancestors,
+                            std::vector<std::pair<std::uint64_t, pointer_rule>>& matched) {
+    matched.clear();
+    auto const local = tree.local_name(&e);
+    auto const ns = tree.namespace_uri(&e);
+    auto const id = tree.attribute(&e, css::selector::any{}, "id");
+    auto const classes = tree.attribute(&e, css::selector::none{}, "class");
+    auto const test = [&](css::prules::prule const& r, std::uint64_t key) {
+        if (css::match::selector_matches(tree, r.rule_selector, &e)) {
+            matched.emplace_back(key, &r);
+        }
+    };
+    auto const& index = *rules.rules_index;
+    auto const& buckets = *rules.rules_buckets;
+    visit_slot(0, buckets.buckets_any, local, id, classes, ancestors, test);
+    if (!ns) {
+        visit_slot(1, buckets.buckets_none, local, id, classes, ancestors, test);
+    } else if (auto const it = index.rules_ns.find(*ns); it != index.rules_ns.end()) {
+        visit_slot(1, buckets.buckets_ns.at(it->first), local, id, classes, ancestors, test);
+    }
+    std::sort(matched.begin(), matched.end(), [](auto const& a, auto const& b) { return a.first < b.first; });
+}
+
+// Calls `f` with the filter key of the element's name, id and each of its classes.
+template <class F>
+void for_each_ancestor_key(tree::dom_tree const& tree, dom::dom_element const& e, F const& f) {
+    f(ancestor_key('t', tree.local_name(&e)));
+    if (auto const id = tree.attribute(&e, css::selector::any{}, "id")) {
+        f(ancestor_key('i', *id));
+    }
+    if (auto const classes = tree.attribute(&e, css::selector::none{}, "class")) {
+        std::string_view const list = *classes;
+        std::size_t i = 0;
+        while (i < list.size()) {
+            while (i < list.size() && is_blank(list[i])) {
+                ++i;
+            }
+            std::size_t const start = i;
+            while (i < list.size() && !is_blank(list[i])) {
+                ++i;
+            }
+            if (i > start) {
+                f(ancestor_key('c', list.substr(start, i - start)));
             }
         }
     }
@@ -218,34 +305,68 @@ void visit_slot(css::prules::prules_named const& named, universal_buckets const&
 
 rule_buckets bucket_rules(css::prules::prules const& index) {
     rule_buckets out;
-    bucket(out.buckets_any, index.rules_ns_any.rules_other);
-    bucket(out.buckets_none, index.rules_ns_none.rules_other);
+    bucket(out.buckets_any, index.rules_ns_any);
+    bucket(out.buckets_none, index.rules_ns_none);
     for (auto const& [ns, named] : index.rules_ns) {
-        bucket(out.buckets_ns[ns], named.rules_other);
+        bucket(out.buckets_ns[ns], named);
     }
     return out;
+}
+
+std::uint32_t ancestor_key(char kind, std::string_view name) {
+    // FNV-1a, with the kind first so that a class and an element of the same name differ.
+    std::uint32_t h = 2166136261U;
+    auto const step = [&](char c) {
+        h ^= static_cast<unsigned char>(c);
+        h *= 16777619U;
+    };
+    step(kind);
+    for (char const c : name) {
+        step(c);
+    }
+    return h;
+}
+
+namespace {
+
+// Each key sets two counters, from two separate runs of its bits.
+std::pair<std::size_t, std::size_t> filter_slots(std::uint32_t key) {
+    return {key & 4095U, (key >> 12) & 4095U};
+}
+
+} // namespace
+
+void ancestor_filter::add(std::uint32_t key) {
+    auto const [a, b] = filter_slots(key);
+    for (auto const i : {a, b}) {
+        if (filter_counts[i] != 255) {
+            ++filter_counts[i];
+        }
+    }
+}
+
+void ancestor_filter::remove(std::uint32_t key) {
+    auto const [a, b] = filter_slots(key);
+    for (auto const i : {a, b}) {
+        if (filter_counts[i] != 255) {
+            --filter_counts[i];
+        }
+    }
+}
+
+bool ancestor_filter::may_contain(std::uint32_t key) const {
+    auto const [a, b] = filter_slots(key);
+    return filter_counts[a] != 0 && filter_counts[b] != 0;
 }
 
 void for_each_matching_rule(tree::dom_tree const& tree,
                             document_rules const& rules,
                             dom::dom_element const& e,
                             std::function<void(css::prules::prule const&)> const& f) {
-    auto const local = tree.local_name(&e);
-    auto const ns = tree.namespace_uri(&e);
-    auto const id = tree.attribute(&e, css::selector::any{}, "id");
-    auto const classes = tree.attribute(&e, css::selector::none{}, "class");
-    auto const test = [&](css::prules::prule const& r) {
-        if (css::match::selector_matches(tree, r.rule_selector, &e)) {
-            f(r);
-        }
-    };
-    auto const& index = *rules.rules_index;
-    auto const& buckets = *rules.rules_buckets;
-    visit_slot(index.rules_ns_any, buckets.buckets_any, local, id, classes, test);
-    if (!ns) {
-        visit_slot(index.rules_ns_none, buckets.buckets_none, local, id, classes, test);
-    } else if (auto const it = index.rules_ns.find(*ns); it != index.rules_ns.end()) {
-        visit_slot(it->second, buckets.buckets_ns.at(it->first), local, id, classes, test);
+    std::vector<std::pair<std::uint64_t, pointer_rule>> matched;
+    collect_matching_rules(tree, rules, e, nullptr, matched);
+    for (auto const& m : matched) {
+        f(*m.second);
     }
 }
 
@@ -325,14 +446,16 @@ void cascade_element(dom::dom_element const& e,
     bounds.clear();
     add_run(items, bounds, out.cascaded_own);
     std::vector<pseudo_runs> pseudos;
-    for_each_matching_rule(tree, rules, e, [&](css::prules::prule const& r) {
+    collect_matching_rules(tree, rules, e, buffers.ancestors_known ? &buffers.ancestors : nullptr, buffers.matched);
+    for (auto const& [key, rule] : buffers.matched) {
+        auto const& r = *rule;
         if (r.rule_declarations.empty()) {
-            return;
+            continue;
         }
         auto const& pe = r.rule_selector.pseudo_elements;
         if (pe.empty()) {
             add_run(items, bounds, r.rule_declarations);
-            return;
+            continue;
         }
         auto it = std::find_if(pseudos.begin(), pseudos.end(),
                                [&](pseudo_runs const& p) { return p.pseudo_elements == pe; });
@@ -341,7 +464,7 @@ void cascade_element(dom::dom_element const& e,
             it = std::prev(pseudos.end());
         }
         add_run(it->items, it->bounds, r.rule_declarations);
-    });
+    }
     merge_runs(items, bounds, buffers.scratch);
     out.cascaded_pdecls.assign(items.begin(), items.end());
     for (auto& p : pseudos) {
@@ -349,6 +472,70 @@ void cascade_element(dom::dom_element const& e,
         out.cascaded_pseudos.push_back({std::move(p.pseudo_elements), std::move(p.items)});
     }
 }
+
+namespace {
+
+struct walk {
+    log::log const& log;
+    resource::loader::loader const& loader;
+    document_rules const& rules;
+    bool prefetching = false;
+    tree::link_table links;
+    std::vector<tree::known_language> languages;
+    tree::sibling_answers previous_matches;
+    tree::dom_tree dom_tree{.known_languages = &languages, .links = &links, .previous_matches = &previous_matches};
+    cascade_buffers buffers;
+    cascaded current;
+
+    void visit(dom::dom_element& e,
+               dom::style_info const* parent,
+               resource::locator::locator const& parent_base,
+               std::optional<std::string> const& parent_lang) {
+        auto const facts = facts_of(e);
+        auto const base = facts.sets_base ? dom::element_base(e) : parent_base;
+        auto const own_lang = dom_tree.own_language(&e);
+        std::optional<std::string> lang = parent_lang;
+        if (own_lang) {
+            lang = css::lexer::ascii_lower(*own_lang);
+        }
+        languages.push_back({&e, own_lang ? own_lang : (languages.empty() ? std::nullopt : languages.back().second)});
+
+        if (prefetching && tree::name_local_view(e.dom_element_name) == "img") {
+            if (auto const src = tree::plain_attribute(e, "src")) {
+                resource::loader::prefetch(log, loader, resource::locator::resolve_locator(base, *src));
+            }
+        }
+
+        cascade_element(e, dom_tree, rules, base, current, buffers);
+        style_request const request{.request_element = e,
+                                    .request_parent = parent,
+                                    .request_base = base,
+                                    .request_lang = lang,
+                                    .request_cascade = current,
+                                    .request_bases = *rules.rules_bases};
+        auto const& compute = rules.rules_hooks.compute;
+        ref<dom::style_info> const info = compute ? compute(log, request) : base_style_info(log, request);
+        check(info != nullptr, "style_subtree");
+        e.dom_element_style_info.set(dom::style_info_set{info});
+
+        if (prefetching && rules.rules_hooks.backgrounds) {
+            for (auto const& image : rules.rules_hooks.backgrounds(*info)) {
+                resource::loader::prefetch(log, loader, image);
+            }
+        }
+        auto const children = tree::element_children(e);
+        if (!children.empty()) {
+            for_each_ancestor_key(dom_tree, e, [&](std::uint32_t k) { buffers.ancestors.add(k); });
+            for (auto const& child : children) {
+                visit(*child, info.get(), base, lang);
+            }
+            for_each_ancestor_key(dom_tree, e, [&](std::uint32_t k) { buffers.ancestors.remove(k); });
+        }
+        languages.pop_back();
+    }
+};
+
+} // namespace
 
 void style_subtree(log::log const& log,
                    resource::loader::loader const& loader,
@@ -360,6 +547,11 @@ void style_subtree(log::log const& log,
            .rules = rules,
            .prefetching = sheets::has_prefetch_threads(loader),
            .links = tree::make_link_table(e)};
+    // The filter starts with the ancestors above the subtree.
+    for (auto a = w.dom_tree.parent_element(&e); a; a = w.dom_tree.parent_element(*a)) {
+        for_each_ancestor_key(w.dom_tree, **a, [&](std::uint32_t k) { w.buffers.ancestors.add(k); });
+    }
+    w.buffers.ancestors_known = true;
     auto const context = context_of(e);
     std::optional<std::string> lang = context.parent_lang;
     if (parent != nullptr) {
@@ -384,6 +576,7 @@ styled_document style_document(log::log const& log,
            .rules = rules,
            .prefetching = sheets::has_prefetch_threads(loader),
            .links = tree::make_link_table(**root)};
+    w.buffers.ancestors_known = true;
     w.visit(**root, nullptr, doc->dom_document_base.get(), std::nullopt);
     return styled_document{.styled_dom = doc, .styled_rules = std::move(rules)};
 }

@@ -14,10 +14,14 @@
 #include "resource/loader.hpp"
 #include "util/ref.hpp"
 
+#include <array>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace vellum::styledom {
@@ -73,24 +77,58 @@ struct style_hooks {
     background_images backgrounds;
 };
 
-/// The rules of one namespace slot with no element name, filed once more by the id or the first class
-/// that their subject requires, so that an element meets only those its own id and classes can satisfy.
-/// Real sheets are mostly class selectors, and without this every element would test them all.
-struct universal_buckets {
-    std::map<std::string, std::vector<css::prules::prule const*>, std::less<>> by_id;
-    std::map<std::string, std::vector<css::prules::prule const*>, std::less<>> by_class;
-    std::vector<css::prules::prule const*> unkeyed;
+/// A rule as the cascade files it, with what lets it be passed over cheaply and met in the index's order.
+struct rule_entry {
+    css::prules::prule const* entry_rule = nullptr;
+    /// Where the rule stands in the order in which an element meets the matching rules of its namespace
+    /// slot, which fixes the order of equal priorities and of the pseudo-element lists: the rules for its
+    /// local name (group 0), then the universal ones without id or class (1), with an id (2), and with a
+    /// class (3, in the order of the element's class list). `entry_position` is its place in the index's
+    /// list of its group, and `entry_class` the class of group 3.
+    std::uint8_t entry_group = 0;
+    std::uint32_t entry_position = 0;
+    std::string_view entry_class;
+    /// Hashes of names (element names, ids and classes) that some ancestor of a matching element must
+    /// have: those of the compound selectors left of a descendant or child combinator. A few suffice.
+    std::array<std::uint32_t, 4> entry_ancestors{};
+    std::uint8_t entry_ancestor_count = 0;
 };
 
-/// The universal rules of every namespace slot of an index, in buckets; the pointers lead into the index.
+using rule_entries = std::vector<rule_entry>;
+
+/// The rules of one namespace slot filed by the most telling thing their subject requires: an id, else a
+/// class, else an element name; the rest are tried on every element. An element then meets only the
+/// rules its own id, classes and name can satisfy. Real sheets are mostly class selectors, often
+/// qualified by an element name ("p.note"), and filing those by name would test them on every "p".
+struct slot_buckets {
+    std::map<std::string, rule_entries, std::less<>> by_id;
+    std::map<std::string, rule_entries, std::less<>> by_class;
+    std::map<std::string, rule_entries, std::less<>> by_name;
+    rule_entries unkeyed;
+};
+
+/// The rules of every namespace slot of an index, in buckets; the pointers lead into the index.
 struct rule_buckets {
-    universal_buckets buckets_any;
-    universal_buckets buckets_none;
-    std::map<std::string, universal_buckets, std::less<>> buckets_ns;
+    slot_buckets buckets_any;
+    slot_buckets buckets_none;
+    std::map<std::string, slot_buckets, std::less<>> buckets_ns;
 };
 
-/// Files the universal rules of an index in buckets.
+/// Files the rules of an index in buckets.
 rule_buckets bucket_rules(css::prules::prules const& index);
+
+/// The hash under which an element name ('t'), id ('i') or class ('c') stands in an ancestor filter.
+std::uint32_t ancestor_key(char kind, std::string_view name);
+
+/// The names of the elements a walk is inside, as a counting Bloom filter: a rule that needs an ancestor
+/// of a name no open element has is passed over without climbing the tree. It may answer yes wrongly,
+/// never no. A counter that fills up stays full, which only makes the filter answer yes more often.
+struct ancestor_filter {
+    std::array<std::uint8_t, 4096> filter_counts{};
+    void add(std::uint32_t key);
+    void remove(std::uint32_t key);
+    bool may_contain(std::uint32_t key) const;
+};
 
 /// The rules of a document, indexed, with what the cascade needs to apply them to more elements later.
 struct document_rules {
@@ -124,6 +162,12 @@ struct cascade_buffers {
     std::vector<css::pdecls::pdeclaration const*> runs;
     std::vector<std::size_t> run_bounds;
     std::vector<css::pdecls::pdeclaration const*> scratch;
+    /// The matching rules of an element with their place in the index's order.
+    std::vector<std::pair<std::uint64_t, css::prules::prule const*>> matched;
+    /// The names of every ancestor of the element being cascaded, when `ancestors_known` says the walk
+    /// keeps them.
+    ancestor_filter ancestors;
+    bool ancestors_known = false;
 };
 
 /// The cascade of one element: hints, the style attribute (with author style), and the matching rules,

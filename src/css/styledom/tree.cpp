@@ -107,13 +107,59 @@ std::optional<element> found(element e) {
     return e != nullptr ? std::optional<element>(e) : std::nullopt;
 }
 
-void add_links(dom::dom_element const& e, link_table& table) {
+// The id and class attributes as matching asks for them: "id" in any namespace, "class" in none.
+void add_attributes(dom::dom_element const& e, element_links& links) {
+    std::lock_guard guard(process_lock());
+    for (auto const& a : e.dom_element_attrs.cell_value) {
+        auto const& n = a->dom_attribute_name;
+        if (!links.link_id && attribute_fits(n, css::selector::any{}, "id")) {
+            links.link_id = a->dom_attribute_value.cell_value;
+        }
+        if (!links.link_class && attribute_fits(n, css::selector::none{}, "class")) {
+            links.link_class = a->dom_attribute_value.cell_value;
+        }
+    }
+}
+
+// The number of each sibling among those of its own type, and how many there are of each type. Siblings
+// rarely have more than a few types, so the types are kept in a short list.
+struct type_count {
+    std::string_view type_local;
+    std::optional<std::string_view> type_ns;
+    int count = 0;
+};
+
+int& count_of(std::vector<type_count>& types, element e) {
+    auto const local = name_local_view(e->dom_element_name);
+    auto const ns = name_namespace_view(e->dom_element_name);
+    for (auto& t : types) {
+        if (t.type_local == local && t.type_ns == ns) {
+            return t.count;
+        }
+    }
+    return types.emplace_back(type_count{local, ns, 0}).count;
+}
+
+void add_links(dom::dom_element const& e, link_table& table, std::vector<type_count>& types) {
     auto const children = element_children(e);
+    int const siblings = static_cast<int>(children.size());
+    types.clear();
     for (std::size_t i = 0; i < children.size(); ++i) {
-        table[children[i].get()] = {.link_parent = &e,
-                                    .link_prev = i > 0 ? children[i - 1].get() : nullptr,
-                                    .link_next = i + 1 < children.size() ? children[i + 1].get() : nullptr};
-        add_links(*children[i], table);
+        auto& links = table[children[i].get()];
+        links = {.link_parent = &e,
+                 .link_prev = i > 0 ? children[i - 1].get() : nullptr,
+                 .link_next = i + 1 < children.size() ? children[i + 1].get() : nullptr,
+                 .link_index = static_cast<int>(i),
+                 .link_siblings = siblings,
+                 .link_type_index = count_of(types, children[i].get())++};
+    }
+    for (auto const& child : children) {
+        auto& links = table[child.get()];
+        links.link_type_siblings = count_of(types, child.get());
+        add_attributes(*child, links);
+    }
+    for (auto const& child : children) {
+        add_links(*child, table, types);
     }
 }
 
@@ -122,10 +168,14 @@ void add_links(dom::dom_element const& e, link_table& table) {
 link_table make_link_table(dom::dom_element const& root) {
     dom_tree const plain;
     link_table table;
-    table[&root] = {.link_parent = plain.parent_element(&root).value_or(nullptr),
-                    .link_prev = plain.previous_element(&root).value_or(nullptr),
-                    .link_next = plain.next_element(&root).value_or(nullptr)};
-    add_links(root, table);
+    // The root's siblings lie outside the subtree; its place is left unknown and counted when asked.
+    auto& links = table[&root];
+    links = {.link_parent = plain.parent_element(&root).value_or(nullptr),
+             .link_prev = plain.previous_element(&root).value_or(nullptr),
+             .link_next = plain.next_element(&root).value_or(nullptr)};
+    add_attributes(root, links);
+    std::vector<type_count> types;
+    add_links(root, table, types);
     return table;
 }
 
@@ -181,6 +231,14 @@ std::optional<std::string_view> dom_tree::namespace_uri(element e) const {
 
 std::optional<std::string_view> dom_tree::attribute(element e, css::selector::ns const& ns,
                                                     std::string_view name) const {
+    if (auto const* l = links_of(links, e)) {
+        if (name == "class" && std::holds_alternative<css::selector::none>(ns)) {
+            return l->link_class;
+        }
+        if (name == "id" && std::holds_alternative<css::selector::any>(ns)) {
+            return l->link_id;
+        }
+    }
     std::lock_guard guard(process_lock());
     for (auto const& a : e->dom_element_attrs.cell_value) {
         if (attribute_fits(a->dom_attribute_name, ns, name)) {
@@ -188,6 +246,30 @@ std::optional<std::string_view> dom_tree::attribute(element e, css::selector::ns
         }
     }
     return std::nullopt;
+}
+
+std::optional<int> dom_tree::sibling_number(element e, bool from_end, bool of_type) const {
+    auto const* l = links_of(links, e);
+    if (l == nullptr || l->link_index < 0) {
+        return std::nullopt;
+    }
+    int const index = of_type ? l->link_type_index : l->link_index;
+    int const count = of_type ? l->link_type_siblings : l->link_siblings;
+    return from_end ? count - 1 - index : index;
+}
+
+std::optional<bool> dom_tree::recall_previous_match(css::selector::selector0 const& s, element e) const {
+    if (previous_matches == nullptr) {
+        return std::nullopt;
+    }
+    auto const it = previous_matches->answers.find({&s, e});
+    return it == previous_matches->answers.end() ? std::nullopt : std::optional<bool>(it->second);
+}
+
+void dom_tree::remember_previous_match(css::selector::selector0 const& s, element e, bool found) const {
+    if (previous_matches != nullptr) {
+        previous_matches->answers.insert_or_assign({&s, e}, found);
+    }
 }
 
 std::optional<std::string_view> dom_tree::own_language(element e) const {

@@ -32,20 +32,39 @@ bool is_html_name(xml::name const& n, std::string_view local);
 using known_language = std::pair<dom::dom_element const*, std::optional<std::string_view>>;
 
 /// The neighbours of an element: its parent element, and its previous and next element siblings (null
-/// where there is none).
+/// where there is none); its place among its element siblings, from 0, of any type and of its own type
+/// (-1 where the table doesn't know it); and its id and class attributes, as selectors read them.
 struct element_links {
     dom::dom_element const* link_parent = nullptr;
     dom::dom_element const* link_prev = nullptr;
     dom::dom_element const* link_next = nullptr;
+    int link_index = -1;
+    int link_siblings = -1;
+    int link_type_index = -1;
+    int link_type_siblings = -1;
+    std::optional<std::string_view> link_id;
+    std::optional<std::string_view> link_class;
 };
 
-/// The neighbours of every element of a subtree, read once before a walk: selectors such as "a ~ b" and
-/// ":nth-child()" step through long runs of siblings, and each step through the living tree costs a lock
-/// and the text nodes between elements.
+/// The neighbours, places and id and class of every element of a subtree, read once before a walk:
+/// selectors such as "a ~ b" and ":nth-child()" step through long runs of siblings, most selectors test
+/// an id or a class, and each read of the living tree costs a lock (and a step across the text nodes
+/// between elements).
 using link_table = std::unordered_map<dom::dom_element const*, element_links>;
 
 /// The table for an element and its descendants.
 link_table make_link_table(dom::dom_element const& root);
+
+/// For pairs of a compound selector and an element, whether some earlier sibling of the element matches
+/// the selector: what a walk has found out, so that long runs of siblings are looked through once.
+struct sibling_answers {
+    struct pair_hash {
+        std::size_t operator()(std::pair<css::selector::selector0 const*, dom::dom_element const*> const& k) const {
+            return std::hash<void const*>{}(k.first) * 31 + std::hash<void const*>{}(k.second);
+        }
+    };
+    std::unordered_map<std::pair<css::selector::selector0 const*, dom::dom_element const*>, bool, pair_hash> answers;
+};
 
 /// The dom tree under the interface of css::match. Handles point into the tree, which owns its elements;
 /// the tree must not change while a handle is in use. Every read takes the process-wide lock for that
@@ -59,6 +78,9 @@ struct dom_tree {
     /// The neighbours of the elements of the subtree a walk styles; may be null. The tree must not change
     /// while the table is in use.
     link_table const* links = nullptr;
+    /// Answers a walk keeps for "a ~ b"; may be null. Like the link table, valid while the tree doesn't
+    /// change.
+    sibling_answers* previous_matches = nullptr;
 
     std::optional<element> parent_element(element e) const;
     std::optional<element> previous_element(element e) const;
@@ -66,6 +88,12 @@ struct dom_tree {
     std::string_view local_name(element e) const;
     std::optional<std::string_view> namespace_uri(element e) const;
     std::optional<std::string_view> attribute(element e, css::selector::ns const& ns, std::string_view name) const;
+    /// The element's number among its element siblings from 0, as css::match counts it; nothing when the
+    /// link table doesn't know the element's siblings.
+    std::optional<int> sibling_number(element e, bool from_end, bool of_type) const;
+    /// What `previous_matches` holds for the selector and the element, if anything.
+    std::optional<bool> recall_previous_match(css::selector::selector0 const& s, element e) const;
+    void remember_previous_match(css::selector::selector0 const& s, element e, bool found) const;
     /// The value of the element's own language attribute: xml:lang first, then lang in no namespace.
     std::optional<std::string_view> own_language(element e) const;
     /// The language as inherited: the own language of the nearest element, itself or an ancestor, that
