@@ -520,15 +520,17 @@ struct walker {
         in_static = in_static || flow_name.has_value();
 
         scopes.emplace_back();
+        // The marker shows the item's own number, taken before its children can open a list-item
+        // counter of their own (a nested list).
+        std::optional<std::vector<span>> marker;
+        if (kind == display_kind::list_item) {
+            marker = marker_spans(e, info, s);
+        }
         auto things = pseudo_box(e, info, pseudo_element::before);
         auto inner = children(e, s);
         std::move(inner.begin(), inner.end(), std::back_inserter(things));
         auto after = pseudo_box(e, info, pseudo_element::after);
         std::move(after.begin(), after.end(), std::back_inserter(things));
-        std::optional<std::vector<span>> marker;
-        if (kind == display_kind::list_item) {
-            marker = marker_spans(e, info, s);
-        }
         scopes.pop_back();
         in_static = was_static;
 
