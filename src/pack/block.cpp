@@ -31,7 +31,8 @@ std::atomic<bool> said_columns{false};
 std::atomic<bool> said_replaced{false};
 
 bool is_continuation(prepack::element_type const& t) {
-    return std::holds_alternative<prepack::type_remaining>(t) || std::holds_alternative<prepack::type_overflowing>(t);
+    return std::holds_alternative<prepack::type_remaining>(t) ||
+           std::holds_alternative<prepack::type_overflowing>(t);
 }
 
 std::optional<prepack::element_info> info_of(prepack::element_type const& t) {
@@ -131,18 +132,19 @@ void shift_refs(std::vector<ref<box>>& boxes, float dx, float dy) {
 float line_content_right(linebox const& l) {
     float right = l.linebox_x;
     for (auto const& s : l.linebox_content) {
-        std::visit(overloaded{
-                       [&](ref<nested_spanbox> const& n) { right = std::max(right, n->spanbox_x + n->spanbox_w); },
-                       [&](inline_box const& ib) {
-                           right = std::max(right, ib.inline_box_box->box_x + ib.inline_box_box->box_w);
-                       },
-                       [&](charsbox const& c) {
-                           if (!std::holds_alternative<newline>(c.charsbox_type)) {
-                               right = std::max(right, c.charsbox_x + c.charsbox_w);
-                           }
-                       },
-                   },
-                   s);
+        std::visit(
+            overloaded{
+                [&](ref<nested_spanbox> const& n) { right = std::max(right, n->spanbox_x + n->spanbox_w); },
+                [&](inline_box const& ib) {
+                    right = std::max(right, ib.inline_box_box->box_x + ib.inline_box_box->box_w);
+                },
+                [&](charsbox const& c) {
+                    if (!std::holds_alternative<newline>(c.charsbox_type)) {
+                        right = std::max(right, c.charsbox_x + c.charsbox_w);
+                    }
+                },
+            },
+            s);
     }
     return right;
 }
@@ -161,7 +163,8 @@ struct content_out {
     std::optional<css::box::page_break> forced;
 };
 
-content_out pack_child_blocks(page_info info, prepack::block_list const& children, mc::gap gap, areas::areas a) {
+content_out
+pack_child_blocks(page_info info, prepack::block_list const& children, mc::gap gap, areas::areas a) {
     auto r = blocks::pack_blocks(std::move(info), children, std::move(gap), std::move(a));
     content_out out{.info = std::move(r.out_info),
                     .areas = std::move(r.out_areas),
@@ -190,7 +193,8 @@ content_out pack_child_blocks(page_info info, prepack::block_list const& childre
 } // namespace
 
 bool is_forced(css::box::page_break b) {
-    return b == css::box::page_break::always || b == css::box::page_break::left || b == css::box::page_break::right;
+    return b == css::box::page_break::always || b == css::box::page_break::left ||
+           b == css::box::page_break::right;
 }
 
 std::optional<css::box::page_break> leading_break(prepack::block_list const& list) {
@@ -312,7 +316,8 @@ std::optional<float> first_baseline(box const& b) {
                       b.box_content);
 }
 
-block_out pack_block(page_info info, block_type const& type, prepack::block const& b, mc::gap gap, areas::areas a) {
+block_out
+pack_block(page_info info, block_type const& type, prepack::block const& b, mc::gap gap, areas::areas a) {
     auto const& s = *b.block_style;
     float const container_width = areas::width_of(a.container);
     auto used = css::used_style::used_style_of(s, container_width, std::nullopt);
@@ -362,15 +367,16 @@ block_out pack_block(page_info info, block_type const& type, prepack::block cons
     auto const original_areas = a;
     auto const original_gap = gap;
     auto refuse = [&]() {
-        return block_out{.res = none{}, .out_info = original_info, .out_areas = original_areas, .out_gap = original_gap};
+        return block_out{
+            .res = none{}, .out_info = original_info, .out_areas = original_areas, .out_gap = original_gap};
     };
 
     gap = mc::add_margin(gap, margin_top);
     bool const blocks_like = std::holds_alternative<prepack::bcontent_blocks>(b.block_content) ||
                              std::holds_alternative<prepack::bcontent_list_item>(b.block_content) ||
                              std::holds_alternative<prepack::bcontent_table>(b.block_content);
-    bool const commit_top = bt > 0 || pt > 0 || s.overflow == css::box::overflow::hidden || used.used_height.has_value() ||
-                            !blocks_like;
+    bool const commit_top = bt > 0 || pt > 0 || s.overflow == css::box::overflow::hidden ||
+                            used.used_height.has_value() || !blocks_like;
     std::optional<float> box_top;
     areas::areas inner = a;
     mc::gap inner_gap = gap;
@@ -383,129 +389,133 @@ block_out pack_block(page_info info, block_type const& type, prepack::block cons
     }
     areas::areas const unnarrowed = inner;
     auto pack_content = [&](float floor) {
-    inner = narrowed(unnarrowed, content_left, content_right, std::min(floor, unnarrowed.container.top));
+        inner = narrowed(unnarrowed, content_left, content_right, std::min(floor, unnarrowed.container.top));
 
-    // The content.
-    content_out c;
-    std::visit(overloaded{
-                   [&](prepack::bcontent_para const& p) {
-                       auto r = para_main::pack_para(info, b.block_style, used, inner, p.para);
-                       if (r.res_boxes.empty() && r.res_remaining) {
-                           c.refused = true;
-                           return;
-                       }
-                       c.content = para{std::move(r.res_boxes)};
-                       if (r.res_remaining) {
-                           c.remain = prepack::bcontent_para{std::move(*r.res_remaining)};
-                       }
-                       c.info = std::move(r.res_info);
-                       c.areas = std::move(r.res_areas);
-                       c.gap = mc::fresh();
-                   },
-                   [&](prepack::bcontent_blocks const& bs) {
-                       if (bs.column_id) {
-                           warn_once(info.general.log, said_columns,
-                                     "multi-column layout is not supported yet: columns are set as one");
-                       }
-                       c = pack_child_blocks(info, bs.blocks, inner_gap, inner);
-                       if (c.remain) {
-                           std::get<prepack::bcontent_blocks>(*c.remain).column_id = bs.column_id;
-                       }
-                   },
-                   [&](prepack::bcontent_table const& t) {
-                       warn_once(info.general.log, said_table,
-                                 "table layout is not supported yet: cells are set one below the other");
-                       auto const cells = table_as_blocks(t.table);
-                       c = pack_child_blocks(info, cells, inner_gap, inner);
-                   },
-                   [&](prepack::bcontent_computed_table_box const&) {
-                       throw internal_error("unexpected content type: computed_table_anony_box");
-                   },
-                   [&](prepack::bcontent_computed_table const&) {
-                       throw internal_error("unexpected content type: computed_table");
-                   },
-                   [&](prepack::bcontent_list_item const& li) {
-                       c = pack_child_blocks(info, li.item.content, inner_gap, inner);
-                       if (c.refused) {
-                           return;
-                       }
-                       auto const* outside = std::get_if<prepack::marker_outside>(&li.item.marker);
-                       if (continuation || !outside || !outside->marker_block) {
-                           if (c.remain) {
-                               c.remain = prepack::bcontent_list_item{prepack::list_item{
-                                   prepack::marker_inside{}, std::get<prepack::bcontent_blocks>(*c.remain).blocks}};
-                           }
-                           return;
-                       }
-                       // The marker: set on its own, its end against the item's content edge, on the
-                       // baseline of the item's first line.
-                       auto const& mb = **outside->marker_block;
-                       std::optional<ref<box>> marker;
-                       pack::box content_box{.box_content = c.content};
-                       auto const base = first_baseline(content_box);
-                       if (auto const* mp = std::get_if<prepack::bcontent_para>(&mb.block_content); mp && base) {
-                           float const far = 10000;
-                           areas::area const wide{.top = far, .bottom = -far, .left = content_left - far, .right = content_left};
-                           auto mused = css::used_style::used_style_of(*mb.block_style, far, std::nullopt);
-                           auto page = info;
-                           page.flags.max_page_area = true;
-                           auto r = para_main::pack_para(page, mb.block_style, mused,
-                                                         areas::areas{.container = wide, .available = {wide}}, mp->para);
-                           if (!r.res_boxes.empty()) {
-                               pack::box m{.box_x = content_left - far,
-                                           .box_y = far,
-                                           .box_w = far,
-                                           .box_h = 2 * far,
-                                           .box_content = para{std::move(r.res_boxes)},
-                                           .box_style = mb.block_style,
-                                           .box_used_style = mused};
-                               float right = content_left - far;
-                               float marker_base = 0;
-                               for (auto const& item : std::get<para>(m.box_content).para_lines) {
-                                   if (auto const* l = std::get_if<linebox>(&item)) {
-                                       right = std::max(right, line_content_right(*l));
-                                   }
-                               }
-                               if (auto mbase = first_baseline(m)) {
-                                   marker_base = *mbase;
-                               }
-                               // Half an em of the marker's font stands between it and the text, the
-                               // room a marker's trailing space would take.
-                               float const gap = 0.5f * mb.block_style->font_size;
-                               shift_box(m, content_left - gap - right, *base - marker_base);
-                               // The box is drawn at the marker's own extent.
-                               m.box_w = 0;
-                               m.box_h = 0;
-                               m.box_y = *base;
-                               m.box_x = content_left;
-                               marker = share(std::move(m));
-                           }
-                       }
-                       auto content = share(pack::box{.box_x = box_x,
-                                                      .box_y = c.first_top.value_or(a.container.top),
-                                                      .box_content = c.content,
-                                                      .box_style = b.block_style});
-                       c.content = list{listbox{.list_content = content, .markerbox = marker}};
-                       if (c.remain) {
-                           c.remain = prepack::bcontent_list_item{prepack::list_item{
-                               li.item.marker, std::get<prepack::bcontent_blocks>(*c.remain).blocks}};
-                       }
-                   },
-                   [&](prepack::bcontent_svg const&) {
-                       warn_once(info.general.log, said_replaced, "pack_svg: SVG content is not supported yet");
-                       c.info = info;
-                       c.areas = inner;
-                       c.gap = mc::fresh();
-                   },
-                   [&](prepack::bcontent_image const&) {
-                       warn_once(info.general.log, said_replaced, "pack_image: images are not supported yet");
-                       c.info = info;
-                       c.areas = inner;
-                       c.gap = mc::fresh();
-                   },
-               },
-               b.block_content);
-    return c;
+        // The content.
+        content_out c;
+        std::visit(
+            overloaded{
+                [&](prepack::bcontent_para const& p) {
+                    auto r = para_main::pack_para(info, b.block_style, used, inner, p.para);
+                    if (r.res_boxes.empty() && r.res_remaining) {
+                        c.refused = true;
+                        return;
+                    }
+                    c.content = para{std::move(r.res_boxes)};
+                    if (r.res_remaining) {
+                        c.remain = prepack::bcontent_para{std::move(*r.res_remaining)};
+                    }
+                    c.info = std::move(r.res_info);
+                    c.areas = std::move(r.res_areas);
+                    c.gap = mc::fresh();
+                },
+                [&](prepack::bcontent_blocks const& bs) {
+                    if (bs.column_id) {
+                        warn_once(info.general.log, said_columns,
+                                  "multi-column layout is not supported yet: columns are set as one");
+                    }
+                    c = pack_child_blocks(info, bs.blocks, inner_gap, inner);
+                    if (c.remain) {
+                        std::get<prepack::bcontent_blocks>(*c.remain).column_id = bs.column_id;
+                    }
+                },
+                [&](prepack::bcontent_table const& t) {
+                    warn_once(info.general.log, said_table,
+                              "table layout is not supported yet: cells are set one below the other");
+                    auto const cells = table_as_blocks(t.table);
+                    c = pack_child_blocks(info, cells, inner_gap, inner);
+                },
+                [&](prepack::bcontent_computed_table_box const&) {
+                    throw internal_error("unexpected content type: computed_table_anony_box");
+                },
+                [&](prepack::bcontent_computed_table const&) {
+                    throw internal_error("unexpected content type: computed_table");
+                },
+                [&](prepack::bcontent_list_item const& li) {
+                    c = pack_child_blocks(info, li.item.content, inner_gap, inner);
+                    if (c.refused) {
+                        return;
+                    }
+                    auto const* outside = std::get_if<prepack::marker_outside>(&li.item.marker);
+                    if (continuation || !outside || !outside->marker_block) {
+                        if (c.remain) {
+                            c.remain = prepack::bcontent_list_item{
+                                prepack::list_item{prepack::marker_inside{},
+                                                   std::get<prepack::bcontent_blocks>(*c.remain).blocks}};
+                        }
+                        return;
+                    }
+                    // The marker: set on its own, its end against the item's content edge, on the
+                    // baseline of the item's first line.
+                    auto const& mb = **outside->marker_block;
+                    std::optional<ref<box>> marker;
+                    pack::box content_box{.box_content = c.content};
+                    auto const base = first_baseline(content_box);
+                    if (auto const* mp = std::get_if<prepack::bcontent_para>(&mb.block_content); mp && base) {
+                        float const far = 10000;
+                        areas::area const wide{
+                            .top = far, .bottom = -far, .left = content_left - far, .right = content_left};
+                        auto mused = css::used_style::used_style_of(*mb.block_style, far, std::nullopt);
+                        auto page = info;
+                        page.flags.max_page_area = true;
+                        auto r = para_main::pack_para(page, mb.block_style, mused,
+                                                      areas::areas{.container = wide, .available = {wide}},
+                                                      mp->para);
+                        if (!r.res_boxes.empty()) {
+                            pack::box m{.box_x = content_left - far,
+                                        .box_y = far,
+                                        .box_w = far,
+                                        .box_h = 2 * far,
+                                        .box_content = para{std::move(r.res_boxes)},
+                                        .box_style = mb.block_style,
+                                        .box_used_style = mused};
+                            float right = content_left - far;
+                            float marker_base = 0;
+                            for (auto const& item : std::get<para>(m.box_content).para_lines) {
+                                if (auto const* l = std::get_if<linebox>(&item)) {
+                                    right = std::max(right, line_content_right(*l));
+                                }
+                            }
+                            if (auto mbase = first_baseline(m)) {
+                                marker_base = *mbase;
+                            }
+                            // Half an em of the marker's font stands between it and the text, the
+                            // room a marker's trailing space would take.
+                            float const gap = 0.5f * mb.block_style->font_size;
+                            shift_box(m, content_left - gap - right, *base - marker_base);
+                            // The box is drawn at the marker's own extent.
+                            m.box_w = 0;
+                            m.box_h = 0;
+                            m.box_y = *base;
+                            m.box_x = content_left;
+                            marker = share(std::move(m));
+                        }
+                    }
+                    auto content = share(pack::box{.box_x = box_x,
+                                                   .box_y = c.first_top.value_or(a.container.top),
+                                                   .box_content = c.content,
+                                                   .box_style = b.block_style});
+                    c.content = list{listbox{.list_content = content, .markerbox = marker}};
+                    if (c.remain) {
+                        c.remain = prepack::bcontent_list_item{prepack::list_item{
+                            li.item.marker, std::get<prepack::bcontent_blocks>(*c.remain).blocks}};
+                    }
+                },
+                [&](prepack::bcontent_svg const&) {
+                    warn_once(info.general.log, said_replaced, "pack_svg: SVG content is not supported yet");
+                    c.info = info;
+                    c.areas = inner;
+                    c.gap = mc::fresh();
+                },
+                [&](prepack::bcontent_image const&) {
+                    warn_once(info.general.log, said_replaced, "pack_image: images are not supported yet");
+                    c.info = info;
+                    c.areas = inner;
+                    c.gap = mc::fresh();
+                },
+            },
+            b.block_content);
+        return c;
     };
     content_out c = pack_content(a.container.bottom + bb + pb);
     // A sliced part followed by a continuation has no bottom edge, so its content may run down to the
@@ -524,7 +534,8 @@ block_out pack_block(page_info info, block_type const& type, prepack::block cons
         return out;
     }
     bool const has_remain = c.remain.has_value();
-    if (has_remain && s.bit_props.bit_props_page_break_inside == css::box::page_break::avoid && !info.flags.max_page_area) {
+    if (has_remain && s.bit_props.bit_props_page_break_inside == css::box::page_break::avoid &&
+        !info.flags.max_page_area) {
         return refuse();
     }
 
@@ -575,13 +586,14 @@ block_out pack_block(page_info info, block_type const& type, prepack::block cons
             rest_style.height = left_over;
             rest_style.box_sizing = css::box::box_sizing::content_box;
             remain = prepack::block{
-                .block_content = remain ? std::move(remain->block_content)
-                                        : prepack::bcontent{prepack::bcontent_blocks{}},
+                .block_content =
+                    remain ? std::move(remain->block_content) : prepack::bcontent{prepack::bcontent_blocks{}},
                 .block_style = share(std::move(rest_style)),
                 .block_type = prepack::type_overflowing{info_of(b.block_type)},
                 .block_bg = b.block_bg,
             };
-            if (s.bit_props.bit_props_page_break_inside == css::box::page_break::avoid && !info.flags.max_page_area) {
+            if (s.bit_props.bit_props_page_break_inside == css::box::page_break::avoid &&
+                !info.flags.max_page_area) {
                 return refuse();
             }
         }

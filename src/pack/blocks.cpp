@@ -81,7 +81,8 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
             remain = blocks.suffix(i);
             break;
         }
-        if (std::holds_alternative<block::none>(r.res) || std::holds_alternative<block::packed_page_stuff>(r.res)) {
+        if (std::holds_alternative<block::none>(r.res) ||
+            std::holds_alternative<block::packed_page_stuff>(r.res)) {
             if (stack.empty() && max_area) {
                 // Not even the largest space takes it: it is lost, and the walk goes on.
                 log::log_warning(info.general.log, "dropping unpackable block");

@@ -162,13 +162,17 @@ struct page_out {
     std::optional<page_break> forced;
 };
 
-page_out pack_page(doc_state& st, prepack::page_desc const& desc, prepack::block_list const& blocks, bool blank,
+page_out pack_page(doc_state& st,
+                   prepack::page_desc const& desc,
+                   prepack::block_list const& blocks,
+                   bool blank,
                    bool section_first) {
     auto& info = st.info;
     bool const odd = info.general.pdf_page_num % 2 == 1;
     css::page::page_query const q{.query_page_name = desc.sec_page_name,
                                   .query_group_page = st.group_page,
-                                  .query_side = odd ? css::page::page_side::right : css::page::page_side::left,
+                                  .query_side =
+                                      odd ? css::page::page_side::right : css::page::page_side::left,
                                   .query_blank = blank};
     auto ps = css::page::page_style_of(st.rules, q, st.doc.doc_background);
     auto const pa = paper::paper_areas_of(ps, std::nullopt);
@@ -352,7 +356,8 @@ page_break section_break(page_break prev_after, page_break before) {
     return page_break::auto_;
 }
 
-pass_result pack_documents(pass_input const& in, std::vector<ref<prepack::pack_document const>> const& documents) {
+pass_result pack_documents(pass_input const& in,
+                           std::vector<ref<prepack::pack_document const>> const& documents) {
     pass_result out;
     int pdf_page = 1;
     std::vector<int> totals{0};
