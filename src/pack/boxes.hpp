@@ -77,7 +77,7 @@ struct charsbox {
     /// The shift of the run's baseline above the line's baseline.
     float charsbox_y = 0;
     float charsbox_w = 0;
-    std::vector<fonts::grapheme> charsbox_content;
+    fonts::shared_graphemes charsbox_content;
     pack::charsbox_type charsbox_type = normal{};
     fonts::direction charsbox_direction = fonts::direction::ltr;
     css::box::writing_mode charsbox_writing_mode = css::box::writing_mode::horizontal;

@@ -11,6 +11,8 @@
 #include "util/ref.hpp"
 #include "util/textbuf.hpp"
 
+#include <algorithm>
+#include <memory>
 #include <optional>
 #include <span>
 #include <variant>
@@ -24,7 +26,7 @@ namespace vellum::pack::knuth {
 
 using style_ref = ref<css::style::style>;
 using font_req_ref = ref<fonts::font_req>;
-using graphemes = std::vector<fonts::grapheme>;
+using graphemes = fonts::shared_graphemes;
 
 /// Which styling a line is measured under: the paragraph's first line, with its ::first-line style,
 /// or any other line.
@@ -101,7 +103,6 @@ struct pre_space {
     text_head pre_space_head;
     bool operator==(pre_space const&) const = default;
 };
-
 
 /// A fixed-width space character (an en space, a thin space, a no-break space of its own width).
 struct charlike_space {

@@ -388,7 +388,7 @@ spanboxes_res to_spanboxes(fonts::fonts const& db, line_kind kind, std::span<pla
             .spanbox_type = o.box_element_type,
         }));
     };
-    auto chars = [&](placed_item const& p, std::vector<fonts::grapheme> g, charsbox_type type, fonts::direction dir,
+    auto chars = [&](placed_item const& p, fonts::shared_graphemes g, charsbox_type type, fonts::direction dir,
                      css::box::writing_mode wm) {
         stack.back().frame_content.emplace_back(charsbox{.charsbox_x = p.placed_x,
                                                          .charsbox_w = p.placed_w,

@@ -315,7 +315,7 @@ void paint_chars(content::out const& o,
     if (!shows(run) || run.charsbox_content.empty()) {
         return;
     }
-    std::vector<fonts::grapheme> visual = run.charsbox_content;
+    std::vector<fonts::grapheme> visual = run.charsbox_content.to_vector();
     if (run.charsbox_direction == fonts::direction::rtl) {
         std::reverse(visual.begin(), visual.end());
     }

@@ -20,7 +20,7 @@ using namespace knuth;
 // A monospaced test font: every character is half an em wide, so at 10pt a letter or a space is 5pt,
 // a space stretches by 2.5pt and shrinks by 5/6pt.
 knuth::graphemes mono(fonts::font_req const&, fonts::direction, std::u32string_view text) {
-    knuth::graphemes out;
+    std::vector<fonts::grapheme> out;
     for (char32_t c : text) {
         out.push_back(fonts::grapheme{.base_glyph = {.glyph_unicodes = std::u32string(1, c), .glyph_hori_advance = 0.5f}});
     }

@@ -6,6 +6,7 @@
 #include "text/fonts/fonts.hpp"
 #include "util/pos.hpp"
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -71,6 +72,44 @@ struct grapheme {
     std::optional<float> grapheme_kerning;
     std::vector<mark> grapheme_marks;
     bool operator==(grapheme const&) const = default;
+};
+
+/// Shaped graphemes, shared: layout copies its items and boxes many times while lines are tried and
+/// split, and graphemes never change once measured, so a copy shares them instead of copying each glyph.
+class shared_graphemes {
+public:
+    shared_graphemes() = default;
+
+    shared_graphemes(std::vector<grapheme> g)
+        : list(g.empty() ? nullptr : std::make_shared<std::vector<grapheme> const>(std::move(g))) {}
+
+    std::span<grapheme const> view() const {
+        return list ? std::span<grapheme const>(*list) : std::span<grapheme const>{};
+    }
+
+    operator std::span<grapheme const>() const { return view(); }
+
+    auto begin() const { return view().begin(); }
+
+    auto end() const { return view().end(); }
+
+    std::size_t size() const { return list ? list->size() : 0; }
+
+    bool empty() const { return size() == 0; }
+
+    grapheme const& operator[](std::size_t i) const { return (*list)[i]; }
+
+    grapheme const& front() const { return list->front(); }
+
+    grapheme const& back() const { return list->back(); }
+
+    /// A copy of its own, to change.
+    std::vector<grapheme> to_vector() const { return list ? *list : std::vector<grapheme>{}; }
+
+    bool operator==(shared_graphemes const& other) const { return std::ranges::equal(view(), other.view()); }
+
+private:
+    std::shared_ptr<std::vector<grapheme> const> list;
 };
 
 /// The direction of writing of a run.
