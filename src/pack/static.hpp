@@ -32,11 +32,6 @@ margin_boxes_res pack_margin_boxes(page_info const& info,
                                    css::page::page_style const& ps,
                                    paper::paper_areas const& pa);
 
-/// A counter value in a counter style: decimal, decimal-leading-zero, lower- and upper-roman, lower- and
-/// upper-alpha or -latin, lower-greek, the bullets disc, circle and square, or none. Other styles, and
-/// numbers a style cannot show, count in decimal.
-textbuf::textbuf format_counter(int value, std::string const& style);
-
 /// The text of a margin box's content terms on this page. Terms that have no meaning in a margin box,
 /// or that aren't supported, give nothing and are logged at debug level.
 struct content_text {

@@ -3,6 +3,7 @@
 #include "css/styledom/computed.hpp"
 #include "css/styledom/sheets.hpp"
 #include "css/styledom/tree.hpp"
+#include "prepack/counter_style.hpp"
 #include "prepack/text.hpp"
 #include "text/unicode.hpp"
 #include "util/cell.hpp"
@@ -16,6 +17,7 @@ namespace vellum::prepack::walk {
 
 namespace {
 
+using counter_style::format_counter;
 using css::box::display_kind;
 using css::selector::pseudo_element;
 using style_ref = ref<css::style::style>;
@@ -94,68 +96,6 @@ text::text_settings settings_of(css::style::style const& s) {
 float padding_points(css::box::padding const& p) {
     auto const* f = std::get_if<float>(&p);
     return f ? *f : 0.0f;
-}
-
-// The marker text of a list item's counter value in a counter style.
-textbuf::textbuf format_counter(int value, std::string const& style) {
-    auto const alpha = [&](char32_t first) {
-        textbuf::textbuf out;
-        int n = value;
-        if (n <= 0) {
-            return textbuf::from_utf8(std::to_string(value));
-        }
-        while (n > 0) {
-            --n;
-            out.insert(out.begin(), static_cast<char32_t>(first + n % 26));
-            n /= 26;
-        }
-        return out;
-    };
-    auto const roman = [&](bool upper) {
-        static constexpr std::pair<int, char const*> table[] = {{1000, "m"}, {900, "cm"}, {500, "d"}, {400, "cd"},
-                                                                {100, "c"},  {90, "xc"},  {50, "l"},  {40, "xl"},
-                                                                {10, "x"},   {9, "ix"},   {5, "v"},   {4, "iv"},
-                                                                {1, "i"}};
-        if (value <= 0 || value >= 4000) {
-            return textbuf::from_utf8(std::to_string(value));
-        }
-        std::string out;
-        int n = value;
-        for (auto const& [v, s] : table) {
-            while (n >= v) {
-                out += s;
-                n -= v;
-            }
-        }
-        auto t = textbuf::from_utf8(out);
-        return upper ? unicode::to_upper(t) : t;
-    };
-    if (style == "disc") {
-        return U"\u2022";
-    }
-    if (style == "circle") {
-        return U"\u25E6";
-    }
-    if (style == "square") {
-        return U"\u25AA";
-    }
-    if (style == "none") {
-        return U"";
-    }
-    if (style == "lower-alpha" || style == "lower-latin") {
-        return alpha(U'a');
-    }
-    if (style == "upper-alpha" || style == "upper-latin") {
-        return alpha(U'A');
-    }
-    if (style == "lower-roman") {
-        return roman(false);
-    }
-    if (style == "upper-roman") {
-        return roman(true);
-    }
-    // FIXME: the other counter styles come with generated content; until then they count in decimal.
-    return textbuf::from_utf8(std::to_string(value));
 }
 
 bool is_bullet(std::string const& style) {

@@ -13,6 +13,8 @@
 
 #include "pack/test_fonts.hpp"
 
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 namespace vellum::pack {
@@ -25,7 +27,8 @@ std::string const page_css = "@page { size: 120pt 120pt; margin: 10pt } "
                              "body { margin: 0; font: 8pt/10pt Sans } p { margin: 0 }";
 
 std::vector<ref<packed_page>> pack_html(std::string const& css, std::string const& body) {
-    auto const dir = std::filesystem::temp_directory_path() / "vellum-block-test";
+    // ctest runs the tests of this program as parallel processes: each writes a file of its own.
+    auto const dir = std::filesystem::temp_directory_path() / ("vellum-block-test-" + std::to_string(::getpid()));
     std::filesystem::create_directories(dir);
     auto const file = dir / "doc.html";
     std::ofstream(file) << "<!DOCTYPE html><html><head><style>" << page_css << css << "</style></head><body>" << body

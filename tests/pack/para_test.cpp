@@ -11,6 +11,8 @@
 
 #include "pack/test_fonts.hpp"
 
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 namespace vellum::pack {
@@ -151,7 +153,8 @@ prepack::block const* first_para_block(List const& blocks) {
 }
 
 std::string items_of_html(std::string const& body) {
-    auto const dir = std::filesystem::temp_directory_path() / "vellum-para-test";
+    // ctest runs the tests of this program as parallel processes: each writes a file of its own.
+    auto const dir = std::filesystem::temp_directory_path() / ("vellum-para-test-" + std::to_string(::getpid()));
     std::filesystem::create_directories(dir);
     auto const file = dir / "doc.html";
     std::ofstream(file) << "<!DOCTYPE html><html><body>" << body << "</body></html>";
