@@ -190,6 +190,24 @@ bool is_blank(char c) {
     return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f';
 }
 
+// Calls `f` with each word of a blank-separated list (a class attribute) and the offset it starts at.
+template <class F>
+void for_each_word(std::string_view list, F const& f) {
+    std::size_t i = 0;
+    while (i < list.size()) {
+        while (i < list.size() && is_blank(list[i])) {
+            ++i;
+        }
+        std::size_t const start = i;
+        while (i < list.size() && !is_blank(list[i])) {
+            ++i;
+        }
+        if (i > start) {
+            f(list.substr(start, i - start), start);
+        }
+    }
+}
+
 // Where a rule of a slot stands in the order in which the cascade meets the rules: the slot, the group,
 // the place of its class in the element's class list, and its place in the index's list.
 std::uint64_t order_key(unsigned slot, rule_entry const& entry, std::size_t class_offset) {
@@ -231,24 +249,15 @@ void visit_slot(unsigned slot, slot_buckets const& buckets, std::string_view loc
         return;
     }
     std::string_view const list = *classes;
-    std::size_t i = 0;
-    while (i < list.size()) {
-        while (i < list.size() && is_blank(list[i])) {
-            ++i;
-        }
-        std::size_t const start = i;
-        while (i < list.size() && !is_blank(list[i])) {
-            ++i;
-        }
-        auto const word = list.substr(start, i - start);
+    for_each_word(list, [&](std::string_view word, std::size_t start) {
         // A class named twice opens its bucket once.
-        if (word.empty() || css::match::has_word(list.substr(0, start), word)) {
-            continue;
+        if (css::match::has_word(list.substr(0, start), word)) {
+            return;
         }
         if (auto const it = buckets.by_class.find(word); it != buckets.by_class.end()) {
             offer(it->second, start);
         }
-    }
+    });
 }
 
 // The rules whose selectors match the element, in the order of the index (see rule_entry).
@@ -284,20 +293,7 @@ void for_each_ancestor_key(tree::dom_tree const& tree, dom::dom_element const& e
         f(ancestor_key('i', *id));
     }
     if (auto const classes = tree.attribute(&e, css::selector::none{}, "class")) {
-        std::string_view const list = *classes;
-        std::size_t i = 0;
-        while (i < list.size()) {
-            while (i < list.size() && is_blank(list[i])) {
-                ++i;
-            }
-            std::size_t const start = i;
-            while (i < list.size() && !is_blank(list[i])) {
-                ++i;
-            }
-            if (i > start) {
-                f(ancestor_key('c', list.substr(start, i - start)));
-            }
-        }
+        for_each_word(*classes, [&](std::string_view word, std::size_t) { f(ancestor_key('c', word)); });
     }
 }
 
