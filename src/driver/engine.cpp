@@ -3,6 +3,7 @@
 #include "css/compute_style.hpp"
 #include "css/styledom/computed.hpp"
 #include "driver/pack_loop.hpp"
+#include "driver/pdf_rules.hpp"
 #include "pack/pack.hpp"
 #include "pdf/bookmarks.hpp"
 #include "pdf/painter.hpp"
@@ -160,6 +161,34 @@ std::optional<std::variant<pdf::dest::dest, pdf::action::action>> resolve_link(l
         pdf::dest::target_position(found->second.num.pdf_page_num, 0, found->second.y.value_or(0))};
 }
 
+// The files to embed, loaded through the loader; one that fails is logged with its location and left
+// out.
+std::vector<pdf::writepdf::embedded_file> load_attachments(log::log const& log,
+                                                           resource::loader::loader const& loader,
+                                                           std::vector<metadata::pdf_attach> const& attach) {
+    std::vector<pdf::writepdf::embedded_file> out;
+    for (auto const& a : attach) {
+        auto const where = resource::locator::locator_to_string(a.attach_locator);
+        auto loaded =
+            resource::loader::load_resource(log, loader, resource::loader::resource_description::attachment, a.attach_locator);
+        auto data = loaded ? resource::loader::resource_to_bytes(loaded->resource_data)
+                           : result<bytes::bytes>(fail(loaded.error()));
+        if (!data) {
+            log::log_file_message(log, log::level::error, where, data.error());
+            continue;
+        }
+        auto const view = data->view();
+        pdf::writepdf::embedded_file file{.file_name = where.substr(where.find_last_of('/') + 1),
+                                          .file_description = a.attach_desc,
+                                          .file_bytes = {view.begin(), view.end()}};
+        if (loaded->resource_type && !loaded->resource_type->mimetype.empty()) {
+            file.file_mime_type = loaded->resource_type->mimetype;
+        }
+        out.push_back(std::move(file));
+    }
+    return out;
+}
+
 // Paints the pages into a document with its fonts and writes it.
 void write_output(log::log const& log,
                   engine const& engine,
@@ -171,6 +200,7 @@ void write_output(log::log const& log,
     pdf::writepdf::pdf_document doc{.doc_metadata = first.doc_metadata,
                                     .doc_options = first.doc_pdf_options,
                                     .bookmarks = pdf::bookmarks::outline_of(bookmarks)};
+    doc.attachments = load_attachments(log, engine.engine_loader, first.doc_pdf_options.attach);
     pdf::painter::add_pages(log, doc, pages,
                             pdf::painter::paint_options{.artificial_fonts = first.doc_pdf_options.artificial_fonts,
                                                         .resolve_link = [&](std::string const& url,
@@ -248,11 +278,14 @@ std::optional<loaded_document> load_input_document(log::log const& log,
     log::log_progress_stage(log, "Applying style sheets...");
     auto styled = std::make_shared<styledom::styled_document>(
         styledom::style_document(log, loader, prepared.prepared_dom, styledom::computed::typed_hooks()));
+    // The document's @vellum-pdf rules change the options the command line gave.
+    auto options = pdf_rules::apply_pdf_rules(log, styled->styled_rules.rules_env.special_rules,
+                                              prepared.prepared_base, job.pdf_options);
     return loaded_document{.doc_doctype = type,
                            .doc_xmltype = prepared.prepared_xmltype,
                            .doc_base = prepared.prepared_base,
                            .doc_metadata = prepared.prepared_metadata,
-                           .doc_pdf_options = job.pdf_options,
+                           .doc_pdf_options = std::move(options),
                            .doc_dom = prepared.prepared_dom,
                            .doc_styled = std::move(styled)};
 }

@@ -74,6 +74,9 @@ struct values_walk {
                 values.curr_cvalues[name].push_back(value);
             }
         }
+        if (o->stuff.running) {
+            values.curr_fvalues[o->stuff.running->first].push_back(o->stuff.running->second);
+        }
     }
 
     void spans(std::vector<spanbox> const& content, float base) {
@@ -154,8 +157,14 @@ void carry_values(prepack::page_values& v) {
             v.prev_cvalues[name] = list.back();
         }
     }
+    for (auto const& [name, list] : v.curr_fvalues) {
+        if (!list.empty()) {
+            v.prev_fvalues[name] = list.back();
+        }
+    }
     v.curr_tvalues.clear();
     v.curr_cvalues.clear();
+    v.curr_fvalues.clear();
 }
 
 bool shows_content(css::page::page_style const& ps, css::page_rule::region r) {
@@ -410,6 +419,7 @@ pass_result pack_documents(pass_input const& in,
         st.info.general.log = in.pass_log;
         st.info.general.fonts = in.pass_fonts;
         st.info.general.targets = in.pass_targets;
+        st.info.general.document = doc;
         st.info.general.looked_up = looked_up;
         st.info.general.pdf_page_num = pdf_page;
         st.totals = totals;

@@ -35,6 +35,8 @@ struct general {
     areas::area body_area;
     /// Counters and strings visible on this page.
     prepack::page_values page_values;
+    /// The document being packed, for its running elements.
+    std::shared_ptr<prepack::pack_document const> document;
     /// Where the previous pass put each target, and the counters there.
     std::shared_ptr<prepack::targets::pass_targets const> targets =
         std::make_shared<prepack::targets::pass_targets const>();

@@ -199,9 +199,35 @@ struct evaluator {
             add_string(*string_name, policy, 0);
         } else if (name == "content") {
             // A margin box has no element whose text it could show.
+        } else if (name == "element" || name == "flow") {
+            add_running(f);
         } else {
             skip(name + "()");
         }
+    }
+
+    // element(name, policy?): the running element of that name that the page shows, by the policy
+    // of named strings; the page before's when none was placed on this page.
+    void add_running(css::value::function const& f) {
+        auto const& args = f.function_args;
+        auto const flow = args.empty() ? std::nullopt : ident_of(args.front());
+        if (!flow) {
+            skip(f.function_name + "() without a name");
+            return;
+        }
+        auto policy = prepack::page_policy::first;
+        if (args.size() > 1) {
+            if (auto const word = ident_of(args[1])) {
+                policy = policy_named(*word).value_or(policy);
+            }
+        }
+        auto const& v = info.general.page_values;
+        auto const* index = by_policy(v.curr_fvalues, v.prev_fvalues, *flow, policy);
+        auto const& doc = info.general.document;
+        if (index == nullptr || !doc || *index >= doc->static_flows.size()) {
+            return;
+        }
+        out.text_block = doc->static_flows[*index].flow_block;
     }
 
     void add_item(css::value::value const& item) {
@@ -378,6 +404,12 @@ struct pending {
     /// The box's text as a paragraph; nothing when the content gave no text.
     std::optional<prepack::para> pending_para;
 };
+
+// The style a running element is set in inside a margin box: its own. Only its text is set there,
+// so its margins, borders and padding from the flow play no part.
+knuth::style_ref running_style(prepack::block const& b, css::style::style const& box) {
+    return b.block_style ? b.block_style : share(css::style::inherit_from(box));
+}
 
 std::optional<prepack::para> para_of(css::style::style const& s, textbuf::textbuf const& text) {
     prepack::text::text_settings const settings{
@@ -581,6 +613,16 @@ margin_boxes_res pack_margin_boxes(page_info const& info,
         p.pending_style = style;
         p.pending_inner_style = share(css::style::inherit_from(*style));
         p.pending_para = para_of(*p.pending_inner_style, text.text_value);
+        if (text.text_block) {
+            // A running element keeps its own style and inline content; its text is set as one
+            // paragraph in the box.
+            if (auto const* para = std::get_if<prepack::bcontent_para>(&text.text_block->block_content)) {
+                p.pending_inner_style = running_style(*text.text_block, *style);
+                p.pending_para = para->para;
+            } else {
+                log::log_debug(info.general.log, "margin box: only a running element of text is shown");
+            }
+        }
     }
     if (boxes.empty()) {
         return res;

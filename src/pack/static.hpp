@@ -37,6 +37,8 @@ margin_boxes_res pack_margin_boxes(page_info const& info,
 struct content_text {
     textbuf::textbuf text_value;
     bool text_uses_pages = false;
+    /// A running element the content shows (element() or flow()): it stands in for the text.
+    std::optional<prepack::block> text_block;
     bool operator==(content_text const&) const = default;
 };
 

@@ -278,9 +278,6 @@ void write_pdf_document(log::log const& log, bulkio::output::output out, pdf_doc
     if (options.pdf_profile) {
         log::log_warning(log, "PDF profiles are not supported yet: the PDF is written without one");
     }
-    if (!options.attach.empty()) {
-        log::log_warning(log, "attachments are not supported yet: no file is embedded");
-    }
     if (options.pdf_script) {
         log::log_warning(log, "document scripts are not supported yet: the script is not written");
     }
@@ -353,9 +350,25 @@ void write_pdf_document(log::log const& log, bulkio::output::output out, pdf_doc
         cat.dict_entries.emplace_back("PageLayout", name{"TwoColumnRight"});
         break;
     }
+    dict names;
     if (!doc.destinations.empty()) {
-        cat.dict_entries.emplace_back(
-            "Names", dict{{{"Dests", dict{{{"Names", dest::named_destinations(doc.destinations, lookup)}}}}}});
+        names.dict_entries.emplace_back("Dests", dict{{{"Names", dest::named_destinations(doc.destinations, lookup)}}});
+    }
+    // Each embedded file is a file specification and a stream, numbered before the catalog names them.
+    std::vector<std::pair<ref, ref>> attachment_refs;
+    if (!doc.attachments.empty()) {
+        array files;
+        for (std::size_t i = 0; i < doc.attachments.size(); ++i) {
+            ref const spec = new_ref(w);
+            ref const data = new_ref(w);
+            attachment_refs.emplace_back(spec, data);
+            files.array_items.push_back(string{attachment_key(i)});
+            files.array_items.push_back(spec);
+        }
+        names.dict_entries.emplace_back("EmbeddedFiles", dict{{{"Names", std::move(files)}}});
+    }
+    if (!names.dict_entries.empty()) {
+        cat.dict_entries.emplace_back("Names", std::move(names));
     }
     if (!doc.page_labels.empty()) {
         auto nums = page_label_nums(doc.page_labels);
@@ -375,6 +388,21 @@ void write_pdf_document(log::log const& log, bulkio::output::output out, pdf_doc
     write_root(w, catalog, cat);
     if (outline_root) {
         outlines::write_outlines_at(w, *outline_root, doc.bookmarks, lookup);
+    }
+    for (std::size_t i = 0; i < doc.attachments.size(); ++i) {
+        auto const& file = doc.attachments[i];
+        auto const& [spec, data] = attachment_refs[i];
+        write_object(w, spec,
+                     dict{{{"Type", name{"Filespec"}},
+                           {"F", text_string(file.file_name)},
+                           {"EF", dict{{{"F", data}}}},
+                           {"Desc", text_string(file.file_description)}}});
+        // Embedded files are compressed whatever the option says.
+        write_stream_bytes(w, data, stream_filter::deflate,
+                           dict{{{"Type", name{"EmbeddedFile"}},
+                                 {"Subtype", name{file.file_mime_type}},
+                                 {"Params", dict{{{"Size", std::int64_t(file.file_bytes.size())}}}}}},
+                           file.file_bytes);
     }
 
     array kids;
@@ -407,6 +435,14 @@ void write_pdf_document(log::log const& log, bulkio::output::output out, pdf_doc
     write_encrypt(w);
     finish_pdf(w);
     bulkio::buffer::flush(*file);
+}
+
+std::string attachment_key(std::size_t index) {
+    std::string digits = std::to_string(index);
+    if (digits.size() < 3) {
+        digits.insert(0, 3 - digits.size(), '0');
+    }
+    return "Attach" + digits;
 }
 
 void write_pdf(log::log const& log,

@@ -12,6 +12,7 @@
 #include "pdf/pdf.hpp"
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -62,6 +63,15 @@ struct page_label {
     bool operator==(page_label const&) const = default;
 };
 
+/// A file embedded in the PDF, loaded before writing.
+struct embedded_file {
+    /// The name shown for the file: the last part of its location.
+    std::string file_name;
+    std::string file_description;
+    std::string file_mime_type = "application/octet-stream";
+    std::vector<std::uint8_t> file_bytes;
+};
+
 /// A finished document, ready to be written.
 struct pdf_document {
     metadata::metadata doc_metadata;
@@ -76,7 +86,12 @@ struct pdf_document {
     std::vector<int> used_font_ids;
     /// Writes a font's objects under the number reserved for it, after the pages.
     std::function<void(writer&, int font_id, ref font_ref)> write_font;
+    /// The files to embed, in order (the options' attachments, as the engine loaded them).
+    std::vector<embedded_file> attachments;
 };
+
+/// The name of the n-th embedded file in the name tree: "Attach" and the index in three digits.
+std::string attachment_key(std::size_t index);
 
 /// The version a file needs for its options.
 pdf_version choose_version(metadata::pdf_options const& options);

@@ -266,6 +266,9 @@ struct element_stuff {
     std::optional<std::pair<resource::locator::locator, std::vector<target_id>>> given_ids;
     prepack::counter_scopes counter_scopes;
     prepack::text_values text_values;
+    /// A running element taken out of the flow at this place: the name of its flow and its index in
+    /// the document's static flows.
+    std::optional<std::pair<std::string, std::size_t>> running;
     bool operator==(element_stuff const&) const = default;
 };
 
@@ -308,6 +311,9 @@ struct page_values {
     std::map<std::string, std::vector<text_thing>> prev_tvalues;
     std::map<std::string, std::vector<int>> curr_cvalues;
     std::map<std::string, std::vector<std::vector<text_thing>>> curr_tvalues;
+    /// Running elements by flow name, as indexes into the document's static flows.
+    std::map<std::string, std::size_t> prev_fvalues;
+    std::map<std::string, std::vector<std::size_t>> curr_fvalues;
     bool operator==(page_values const&) const = default;
 };
 

@@ -548,10 +548,18 @@ struct walker {
 
         auto out = make_thing(e, info, style, std::move(stuff), std::move(things), std::move(marker));
         if (flow_name) {
+            std::optional<std::size_t> first;
             for (auto& t : out) {
                 if (auto* b = std::get_if<th_block>(&t)) {
+                    first = first.value_or(flows.size());
                     flows.push_back({*flow_name, std::move(b->block)});
                 }
+            }
+            // The element's place in the flow is kept, so that the page it falls on shows it in its
+            // margin boxes.
+            if (first && !was_static) {
+                return {th_values{element_stuff{.element_info = info_element{e}, .running = std::pair{*flow_name, *first}},
+                                  style}};
             }
             return {};
         }

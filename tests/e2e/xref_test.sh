@@ -55,4 +55,49 @@ qpdf --qdf --object-streams=disable strings.pdf strings.qdf 2>/dev/null
 expect_eq "strings: web link" "$(grep -ac '/URI (http://example.com/x)' strings.qdf)" 1
 expect_eq "strings: one link only" "$(grep -ac '/Subtype /Link' strings.qdf)" 1
 
+# Running elements in margin boxes: the first one placed on a page, or the last of the pages before;
+# element(x, last) takes the last one placed.
+cat > running.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: A7; margin: 1.5cm 1cm; @top-center { content: element(hdr) } @bottom-right { content: element(ftr, last) } }
+.hdr { position: running(hdr); font-style: italic }
+.ftr { position: running(ftr) }
+h2 { break-before: page; font-size: 9pt }
+body { font: 8pt sans-serif }
+</style></head><body>
+<div class="hdr">Header <b>one</b></div><div class="ftr">F1</div><h2 style="break-before: auto">First</h2>
+<h2>Second</h2><div class="hdr">Header two</div><div class="ftr">F2</div><div class="ftr">F3</div>
+<h2>Third</h2>
+</body></html>
+HTML
+"$VELLUM" running.html -o running.pdf 2>err.txt; rc=$?
+expect_eq "running: status" "$rc" 0
+for spec in "1:Header one:F1" "2:Header two:F3" "3:Header two:F3"; do
+    IFS=: read -r page header footer <<<"$spec"
+    lines=$(pdftotext -f "$page" -l "$page" -layout running.pdf - | tr -d '\f' | sed 's/^ *//; s/ *$//' | grep -v '^$')
+    expect_eq "running: header of page $page" "$(echo "$lines" | head -1)" "$header"
+    expect_eq "running: footer of page $page" "$(echo "$lines" | tail -1)" "$footer"
+done
+# The running elements left the flow.
+expect_not_contains "running: not in the body" "$(pdftotext -f 1 -l 1 running.pdf - | sed -n 2,3p)" "F1"
+
+# PDF options from @vellum-pdf, and a file embedded by --attach; one that cannot be read is skipped.
+cat > options.html <<'HTML'
+<html><head><style>
+@vellum-pdf { -vellum-pdf-page-mode: show-bookmarks; -vellum-pdf-page-layout: two-column-right;
+              -vellum-pdf-open-action: print }
+</style></head><body><h1>Options</h1></body></html>
+HTML
+echo "attached text" > note.txt
+"$VELLUM" options.html --attach=note.txt --attach=missing.bin -o options.pdf 2>err.txt; rc=$?
+expect_eq "options: status" "$rc" 0
+expect_contains "options: unreadable attachment" "$(cat err.txt)" "missing.bin: error:"
+qpdf_clean "options" options.pdf
+qpdf --qdf --object-streams=disable options.pdf options.qdf 2>/dev/null
+expect_eq "options: page mode" "$(grep -ac '/PageMode /UseOutlines' options.qdf)" 1
+expect_eq "options: page layout" "$(grep -ac '/PageLayout /TwoColumnRight' options.qdf)" 1
+expect_eq "options: print on opening" "$(grep -ac '/N /Print' options.qdf)" 1
+expect_eq "options: attachment" "$(qpdf --show-attachment=Attach000 options.pdf)" "attached text"
+expect_contains "options: attachment name" "$(pdfdetach -list options.pdf)" "1: note.txt"
+
 finish
