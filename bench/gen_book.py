@@ -16,7 +16,7 @@ STYLE = """
         @top-center { content: string(chapter); font-size: 8pt; }
         @bottom-center { content: counter(page); font-size: 8pt; } }
 body { font-family: serif; font-size: 10pt; line-height: 1.35; hyphens: auto; }
-h1 { font-size: 18pt; break-before: page; string-set: chapter content(); margin: 0 0 12pt; }
+h1 { font-size: 18pt; break-before: page; string-set: chapter content(text); margin: 0 0 12pt; }
 h2 { font-size: 12pt; break-after: avoid; margin: 12pt 0 4pt; }
 p { text-align: justify; margin: 0; text-indent: 1em; orphans: 2; widows: 2; }
 blockquote { margin: 6pt 2em; font-style: italic; }

@@ -233,7 +233,9 @@ PREFIXED_ALIASES = ["alternate-color", "background-image-resolution", "bleed", "
                     "flow", "hyphenate-after", "hyphenate-before", "hyphenate-lines", "hyphenate-patterns",
                     "hyphens", "image-resolution", "link", "mark-length", "mark-offset", "page-group",
                     "text-justify"]
-OTHER_ALIASES = [("word-wrap", "overflow-wrap")]
+# The fragmentation names of current CSS mean the page-break properties of CSS 2.
+OTHER_ALIASES = [("word-wrap", "overflow-wrap"), ("break-before", "page-break-before"),
+                 ("break-after", "page-break-after"), ("break-inside", "page-break-inside")]
 
 # The C++ type a longhand's declaration holds, by value key, and the parser that reads it.
 VALUE_TYPES = {

@@ -4,6 +4,7 @@
 #include "css/styledom/computed.hpp"
 #include "driver/pack_loop.hpp"
 #include "pack/pack.hpp"
+#include "pdf/bookmarks.hpp"
 #include "pdf/painter.hpp"
 #include "pdf/pdf_fonts.hpp"
 #include "prepack/walk.hpp"
@@ -12,6 +13,7 @@
 #include "util/cell.hpp"
 #include "util/ref.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -94,9 +96,10 @@ struct prefetch_guard {
     ~prefetch_guard() { stop(); }
 };
 
-// One packing pass over all documents, with the page totals of the previous pass.
+// One packing pass over all documents, with the page totals and targets of the previous pass.
 struct pass_outcome {
     std::vector<ref<pack::packed_page>> pass_pages;
+    std::vector<pack::packed_bookmark> pass_bookmarks;
     pack_loop::pass_report pass_report_of;
 };
 
@@ -110,12 +113,51 @@ pass_outcome pack_pass(log::log const& log,
         .pass_fonts = engine.engine_fonts,
         .pass_user_pages_totals = first_pass ? std::vector<int>{} : state.pack_first_pages,
         .pass_on_page = [&](int page) { log::log_debug(log, "packed page " + std::to_string(page)); },
+        .pass_targets = state.pack_found,
     };
     auto result = pack::pack_documents(in, documents);
+    auto found = std::make_shared<prepack::targets::pass_targets const>(std::move(result.result_targets));
     return {.pass_pages = std::move(result.result_pages),
-            .pass_report_of = {.report_targets = state.pack_targets,
+            .pass_bookmarks = std::move(result.result_bookmarks),
+            .pass_report_of = {.report_targets = pack_loop::targets_of(*found),
+                               .report_found = found,
+                               .report_looked_up = std::move(result.result_looked_up.pages),
                                .report_uses_page_counts = result.result_uses_pages,
                                .report_first_pages = std::move(result.result_user_pages_totals)}};
+}
+
+// What links resolve against: the input documents and where the last pass put their targets.
+struct link_targets {
+    log::log link_log;
+    std::vector<resource::locator::locator> link_docs;
+    std::shared_ptr<prepack::targets::pass_targets const> link_found;
+};
+
+// A link to a place in one of the input documents leads to the page where it landed; one whose target
+// is not known is dropped. Links elsewhere are web addresses, as written.
+std::optional<std::variant<pdf::dest::dest, pdf::action::action>> resolve_link(link_targets const& links,
+                                                                               std::string const& url,
+                                                                               std::string const& base) {
+    // The base is the text of the linking document's locator, as the style system wrote it.
+    auto const doc = base.empty() ? links.link_docs.front()
+                                  : resource::locator::parse_locator(resource::locator::path_or_url::path_or_url,
+                                                                     resource::locator::locator_origin::document_origin,
+                                                                     std::nullopt, base);
+    auto const target = prepack::targets::target_of(url, doc, doc);
+    auto const name = resource::locator::locator_url_to_string(target.target_docname);
+    bool const internal = std::any_of(links.link_docs.begin(), links.link_docs.end(), [&](auto const& d) {
+        return resource::locator::locator_url_to_string(d.locator_url) == name;
+    });
+    if (!internal) {
+        return pdf::action::action{pdf::action::uri{url}};
+    }
+    auto const found = links.link_found->page_nums.find(prepack::targets::key_of(target));
+    if (found == links.link_found->page_nums.end()) {
+        log::log_debug(links.link_log, "link dropped, its target is unknown: " + url);
+        return std::nullopt;
+    }
+    return pdf::dest::dest{
+        pdf::dest::target_position(found->second.num.pdf_page_num, 0, found->second.y.value_or(0))};
 }
 
 // Paints the pages into a document with its fonts and writes it.
@@ -123,10 +165,18 @@ void write_output(log::log const& log,
                   engine const& engine,
                   loaded_document const& first,
                   std::vector<ref<pack::packed_page>> const& pages,
+                  std::vector<pack::packed_bookmark> const& bookmarks,
+                  link_targets const& links,
                   pdf::bulkio::output::output out) {
-    pdf::writepdf::pdf_document doc{.doc_metadata = first.doc_metadata, .doc_options = first.doc_pdf_options};
+    pdf::writepdf::pdf_document doc{.doc_metadata = first.doc_metadata,
+                                    .doc_options = first.doc_pdf_options,
+                                    .bookmarks = pdf::bookmarks::outline_of(bookmarks)};
     pdf::painter::add_pages(log, doc, pages,
-                            pdf::painter::paint_options{.artificial_fonts = first.doc_pdf_options.artificial_fonts});
+                            pdf::painter::paint_options{.artificial_fonts = first.doc_pdf_options.artificial_fonts,
+                                                        .resolve_link = [&](std::string const& url,
+                                                                            std::string const& base) {
+                                                            return resolve_link(links, url, base);
+                                                        }});
     pdf::pdf_fonts::attach_fonts(log, doc, engine.engine_fonts);
     pdf::writepdf::write_pdf_document(log, std::move(out), doc);
 }
@@ -243,14 +293,22 @@ bool convert(log::log const& log, engine const& engine, job::job const& job) {
     for (auto const& doc : docs) {
         documents.push_back(doc.doc_boxes);
     }
+    std::vector<prepack::targets::target_key> registry;
+    for (auto const& doc : documents) {
+        registry.insert(registry.end(), doc->pack_doc_target_keys.begin(), doc->pack_doc_target_keys.end());
+    }
     bool first_pass = true;
     auto const outcome =
-        pack_loop::run(log, pack_loop::initial_targets({}), [&](pack_loop::pack_state const& state) {
+        pack_loop::run(log, pack_loop::initial_targets(registry), [&](pack_loop::pack_state const& state) {
             auto r = pack_pass(log, engine, documents, state, first_pass);
             first_pass = false;
             return r;
         });
 
+    link_targets links{.link_log = log, .link_found = outcome.pass_report_of.report_found};
+    for (auto const& doc : documents) {
+        links.link_docs.push_back(doc->pack_doc_name);
+    }
     return std::visit(
         overloaded{
             [&](job::file const& f) {
@@ -261,7 +319,8 @@ bool convert(log::log const& log, engine const& engine, job::job const& job) {
                     log::log_file_message(log, log::level::error, f.file_path.path, std::strerror(errno));
                     return false;
                 }
-                write_output(log, engine, first, outcome.pass_pages, pdf::bulkio::file::file_output(out.get()));
+                write_output(log, engine, first, outcome.pass_pages, outcome.pass_bookmarks, links,
+                             pdf::bulkio::file::file_output(out.get()));
                 if (std::fclose(out.release()) != 0) {
                     log::log_file_message(log, log::level::error, f.file_path.path, std::strerror(errno));
                     return false;
@@ -270,7 +329,8 @@ bool convert(log::log const& log, engine const& engine, job::job const& job) {
             },
             [&](job::standard_output const&) {
                 log::log_debug(log, "writing to standard output");
-                write_output(log, engine, first, outcome.pass_pages, pdf::bulkio::file::file_output(stdout));
+                write_output(log, engine, first, outcome.pass_pages, outcome.pass_bookmarks, links,
+                             pdf::bulkio::file::file_output(stdout));
                 return true;
             },
         },

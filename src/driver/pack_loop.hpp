@@ -3,8 +3,10 @@
 #pragma once
 
 #include "driver/log.hpp"
+#include "prepack/targets.hpp"
 
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -14,18 +16,25 @@
 namespace vellum::pack_loop {
 
 /// The page of each known target; nothing while no pass has placed it yet.
-using target_map = std::map<std::string, std::optional<int>>;
+using target_map = std::map<prepack::targets::target_key, std::optional<prepack::targets::page_num>>;
 
-/// What a pass is given: the targets' pages from the pass before, and where each document's pages start.
+/// What a pass is given: the targets' pages from the pass before (also what the pass before found at
+/// them), and where each document's pages start.
 struct pack_state {
     target_map pack_targets;
     std::vector<int> pack_first_pages = {1};
-    bool operator==(pack_state const&) const = default;
+    std::shared_ptr<prepack::targets::pass_targets const> pack_found =
+        std::make_shared<prepack::targets::pass_targets const>();
 };
+
+/// The target map of what a pass found.
+target_map targets_of(prepack::targets::pass_targets const& found);
 
 /// What a pass reports about cross-references, besides its pages.
 struct pass_report {
     target_map report_targets;
+    std::shared_ptr<prepack::targets::pass_targets const> report_found =
+        std::make_shared<prepack::targets::pass_targets const>();
     /// The targets whose page the pass looked up.
     std::set<std::string> report_looked_up;
     /// Whether the layout depends on page counts (as `counter(pages)` does).
@@ -38,7 +47,7 @@ struct pass_report {
 bool needs_another_pass(pack_state const& before, pass_report const& after);
 
 /// Every target known to the registry, with no page yet.
-target_map initial_targets(std::vector<std::string> const& target_ids);
+target_map initial_targets(std::vector<prepack::targets::target_key> const& target_ids);
 
 /// Runs passes until the page numbers they depend on are stable; returns the last pass's result.
 /// `pass(state)` gives a value with a `pass_report` field named `pass_report_of`.
@@ -54,7 +63,9 @@ auto run(log::log const& log, target_map initial, Pass&& pass) {
         }
         // There is deliberately no limit: a document whose references never settle keeps going.
         log::log_progress_stage(log, "Resolving cross-references...");
-        state = {.pack_targets = report.report_targets, .pack_first_pages = report.report_first_pages};
+        state = {.pack_targets = report.report_targets,
+                 .pack_first_pages = report.report_first_pages,
+                 .pack_found = report.report_found};
     }
 }
 

@@ -19,15 +19,54 @@ namespace {
 namespace mc = margin_collapsing;
 using css::box::page_break;
 
-// The counters and strings that the elements on a page set, gathered in tree order.
+// What a pass learns from its pages about targets and bookmarks.
+struct found_places {
+    prepack::targets::pass_targets targets;
+    std::vector<packed_bookmark> bookmarks;
+};
+
+// The counters and strings that the elements on a page set, gathered in tree order, and the places
+// of the page's targets and bookmarks.
 struct values_walk {
     prepack::page_values& values;
+    found_places* found = nullptr;
+    page_info const* page = nullptr;
 
-    void element(prepack::element_type const& t) {
+    void place(prepack::element_stuff const& stuff, float x, float y) {
+        if (found == nullptr || page == nullptr) {
+            return;
+        }
+        auto const& g = page->general;
+        if (stuff.given_ids) {
+            prepack::targets::target_place const where{
+                .num = {.pdf_page_num = g.pdf_page_num,
+                        .document_page_num = g.document_page_num,
+                        .user_page_num = g.user_page_num},
+                .y = y};
+            for (auto const& id : stuff.given_ids->second) {
+                auto const key = prepack::targets::key_of(stuff.given_ids->first.locator_url, id.id);
+                found->targets.page_nums.emplace(key, where);
+                found->targets.counters.emplace(key, stuff.counter_scopes);
+            }
+        }
+        if (stuff.bookmark_stuff) {
+            auto const& [order, b] = *stuff.bookmark_stuff;
+            found->bookmarks.push_back({.bookmark_order = order,
+                                        .bookmark_level = b.pre_bookmark_level,
+                                        .bookmark_state = b.pre_bookmark_state,
+                                        .bookmark_label = textbuf::to_utf8(static_::things_text(*page, b.pre_bookmark_content)),
+                                        .bookmark_page = g.pdf_page_num,
+                                        .bookmark_x = x,
+                                        .bookmark_y = y});
+        }
+    }
+
+    void element(prepack::element_type const& t, float x, float y) {
         auto const* o = std::get_if<prepack::type_original>(&t);
         if (!o) {
             return;
         }
+        place(o->stuff, x, y);
         for (auto const& [name, text] : o->stuff.text_values) {
             values.curr_tvalues[name].push_back(text);
         }
@@ -38,19 +77,20 @@ struct values_walk {
         }
     }
 
-    void spans(std::vector<spanbox> const& content) {
+    void spans(std::vector<spanbox> const& content, float base) {
         for (auto const& s : content) {
             if (auto const* n = std::get_if<ref<nested_spanbox>>(&s)) {
-                element((*n)->spanbox_type);
-                spans((*n)->spanbox_content);
+                element((*n)->spanbox_type, (*n)->spanbox_x, base + (*n)->spanbox_y);
+                spans((*n)->spanbox_content, base);
             } else if (auto const* ib = std::get_if<inline_box>(&s)) {
-                box(*ib->inline_box_box);
+                box(*ib->inline_box_box, base);
             }
         }
     }
 
-    void box(pack::box const& b) {
-        element(b.box_type);
+    // An inline block's y is relative to its line's baseline.
+    void box(pack::box const& b, float base = 0) {
+        element(b.box_type, b.box_x, base + b.box_y);
         content(b.box_content);
     }
 
@@ -80,7 +120,7 @@ struct values_walk {
                        [&](para const& p) {
                            for (auto const& item : p.para_lines) {
                                if (auto const* l = std::get_if<linebox>(&item)) {
-                                   spans(l->linebox_content);
+                                   spans(l->linebox_content, l->linebox_base);
                                } else if (auto const* f = std::get_if<float_box>(&item)) {
                                    box(*f->float_box_box);
                                }
@@ -297,6 +337,7 @@ struct doc_state {
     std::size_t group = 0;
     int group_page = 1;
     bool uses_pages = false;
+    found_places found;
 };
 
 struct page_out {
@@ -363,7 +404,7 @@ page_out pack_page(doc_state& st,
     }
 
     // The page's counters and strings, then the margin boxes that show them.
-    values_walk walk{info.general.page_values};
+    values_walk walk{.values = info.general.page_values, .found = &st.found, .page = &info};
     for (auto const& b : content) {
         walk.box(*b);
     }
@@ -538,6 +579,7 @@ page_break section_break(page_break prev_after, page_break before) {
 pass_result pack_documents(pass_input const& in,
                            std::vector<ref<prepack::pack_document const>> const& documents) {
     pass_result out;
+    auto const looked_up = std::make_shared<prepack::targets::looked_up>();
     int pdf_page = 1;
     std::vector<int> totals{0};
     std::size_t group = 0;
@@ -555,6 +597,8 @@ pass_result pack_documents(pass_input const& in,
             .in = in, .doc = *doc, .prog = prog, .rules = css::page::make_pages(doc->pack_doc_pages)};
         st.info.general.log = in.pass_log;
         st.info.general.fonts = in.pass_fonts;
+        st.info.general.targets = in.pass_targets;
+        st.info.general.looked_up = looked_up;
         st.info.general.pdf_page_num = pdf_page;
         st.totals = totals;
         st.group = group;
@@ -568,7 +612,26 @@ pass_result pack_documents(pass_input const& in,
         for (auto& p : st.pages) {
             out.result_pages.push_back(std::move(p));
         }
+        // The first place of a target wins, also over later documents.
+        out.result_targets.page_nums.merge(st.found.targets.page_nums);
+        out.result_targets.counters.merge(st.found.targets.counters);
+        // Pages are packed in order but a bookmark's box may land after a later element's (a float);
+        // the outline follows the document.
+        std::stable_sort(st.found.bookmarks.begin(), st.found.bookmarks.end(),
+                         [](packed_bookmark const& a, packed_bookmark const& b) {
+                             return a.bookmark_order < b.bookmark_order;
+                         });
+        // A split element gives its bookmark once, for its first part.
+        std::vector<packed_bookmark> unique;
+        for (auto& b : st.found.bookmarks) {
+            if (unique.empty() || unique.back().bookmark_order != b.bookmark_order) {
+                unique.push_back(std::move(b));
+            }
+        }
+        std::move(unique.begin(), unique.end(), std::back_inserter(out.result_bookmarks));
     }
+    out.result_looked_up = *looked_up;
+    uses_pages = uses_pages || looked_up->pages_total;
     totals.pop_back();
     out.result_user_pages_totals = std::move(totals);
     out.result_uses_pages = uses_pages;

@@ -8,10 +8,13 @@
 #include "driver/log.hpp"
 #include "pack/boxes.hpp"
 #include "prepack/prepack.hpp"
+#include "prepack/targets.hpp"
 #include "text/fonts/fonts.hpp"
 #include "util/ref.hpp"
 
 #include <functional>
+#include <memory>
+#include <string>
 #include <vector>
 
 namespace vellum::pack {
@@ -28,6 +31,23 @@ struct pass_input {
     std::vector<int> pass_user_pages_totals;
     /// Called with each finished page's number, for progress reports.
     std::function<void(int)> pass_on_page;
+    /// Where the previous pass put each target, and the counters there; empty on the first pass.
+    std::shared_ptr<prepack::targets::pass_targets const> pass_targets =
+        std::make_shared<prepack::targets::pass_targets const>();
+};
+
+/// A bookmark as a pass placed it: the element's place in document order, its level, state and
+/// label (evaluated on its page), and where its box landed.
+struct packed_bookmark {
+    int bookmark_order = 0;
+    int bookmark_level = 1;
+    css::box::bookmark_state bookmark_state = css::box::bookmark_state::open;
+    std::string bookmark_label;
+    /// The page from 1, in the whole output.
+    int bookmark_page = 1;
+    float bookmark_x = 0;
+    float bookmark_y = 0;
+    bool operator==(packed_bookmark const&) const = default;
 };
 
 /// What a pass gives: the pages, and what they depend on.
@@ -37,6 +57,12 @@ struct pass_result {
     std::vector<int> result_user_pages_totals;
     /// Some page showed a page total.
     bool result_uses_pages = false;
+    /// Where this pass put each target, for the next pass.
+    prepack::targets::pass_targets result_targets;
+    /// The targets whose page this pass's content looked up.
+    prepack::targets::looked_up result_looked_up;
+    /// The bookmarks in document order.
+    std::vector<packed_bookmark> result_bookmarks;
 };
 
 /// The whole pass over all documents.

@@ -1,19 +1,76 @@
 #include "pack/page_info.hpp"
 
+#include "prepack/counter_style.hpp"
+
 #include <string>
 
 namespace vellum::pack {
 
 namespace {
 
-// The number in a counter style. Decimal only for now: the other counter styles come with
-// generated content's formatting, which will serve both.
-textbuf::textbuf format_number(int n, std::string const&) {
-    auto const digits = std::to_string(n);
-    return textbuf::textbuf(std::u32string(digits.begin(), digits.end()));
+using prepack::counter_style::format_counter;
+
+// A counter at a target, from what the previous pass found there. A target not packed yet shows as
+// zero in the counter's style; the next pass corrects it.
+textbuf::textbuf target_counter_text(prepack::targets::pass_targets const& targets,
+                                     prepack::targets::looked_up& looked_up,
+                                     std::optional<int> pages,
+                                     prepack::target_counter const& t) {
+    auto const key = prepack::targets::key_of(t.target);
+    if (t.counter_name == "page") {
+        looked_up.pages.insert(key);
+        auto const found = targets.page_nums.find(key);
+        return format_counter(found == targets.page_nums.end() ? 0 : found->second.num.user_page_num,
+                              t.counter_style);
+    }
+    if (t.counter_name == "pages") {
+        looked_up.pages_total = true;
+        return format_counter(pages.value_or(0), t.counter_style);
+    }
+    auto const found = targets.counters.find(key);
+    std::vector<int> values;
+    if (found != targets.counters.end()) {
+        // Scopes are innermost first; counters() lists them from the outermost.
+        for (auto const& scope : found->second) {
+            for (auto const& [name, value] : scope) {
+                if (name == t.counter_name) {
+                    values.insert(values.begin(), value);
+                }
+            }
+        }
+    }
+    if (values.empty()) {
+        return format_counter(0, t.counter_style);
+    }
+    if (!t.counter_join) {
+        return format_counter(values.back(), t.counter_style);
+    }
+    textbuf::textbuf out;
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        if (i > 0) {
+            out += textbuf::from_utf8(*t.counter_join);
+        }
+        out += format_counter(values[i], t.counter_style);
+    }
+    return out;
+}
+
+// The `pages` counter of the page: an override, else the total of the previous pass.
+std::optional<int> pages_of(general const& g) {
+    if (g.user_pages_counter) {
+        return g.user_pages_counter;
+    }
+    if (!g.user_pages_totals.empty()) {
+        return g.user_pages_totals.front();
+    }
+    return std::nullopt;
 }
 
 } // namespace
+
+textbuf::textbuf target_counter_text(general const& g, prepack::target_counter const& t) {
+    return target_counter_text(*g.targets, *g.looked_up, pages_of(g), t);
+}
 
 eval_knuth::eval_env env_of(page_info const& info) {
     auto const& g = info.general;
@@ -28,25 +85,23 @@ eval_knuth::eval_env env_of(page_info const& info) {
         env.env_patterns = eval_knuth::patterns_of(g.log, *g.hyph, *g.loader);
     }
     int const page = g.user_page_num;
-    std::optional<int> pages = g.user_pages_counter;
-    if (!pages && !g.user_pages_totals.empty()) {
-        pages = g.user_pages_totals.front();
-    }
-    env.env_render_counter = [page, pages](knuth::counter const& c,
-                                           eval_knuth::page_state const& state) -> textbuf::textbuf {
+    std::optional<int> const pages = pages_of(g);
+    env.env_render_counter = [page, pages, targets = g.targets, looked_up = g.looked_up](
+                                 knuth::counter const& c, eval_knuth::page_state const& state) -> textbuf::textbuf {
         return std::visit(overloaded{
-                              [&](prepack::page_counter const& p) { return format_number(page, p.counter_style); },
+                              [&](prepack::page_counter const& p) { return format_counter(page, p.counter_style); },
                               [&](prepack::pages_counter const& p) {
                                   // On the first pass the total is not known yet; the page count so far
                                   // stands in, and the next pass corrects it.
-                                  return format_number(pages.value_or(page), p.counter_style);
+                                  looked_up->pages_total = true;
+                                  return format_counter(pages.value_or(page), p.counter_style);
                               },
                               [&](prepack::footnote_counter const& f) {
-                                  return format_number(state.footnote_counter, f.counter_style);
+                                  return format_counter(state.footnote_counter, f.counter_style);
                               },
-                              // Counters at targets are read from the previous pass's targets, which
-                              // come with cross-references: until then the text stays as it is.
-                              [&](prepack::target_counter const&) { return c.counter_text; },
+                              [&](prepack::target_counter const& t) {
+                                  return target_counter_text(*targets, *looked_up, pages, t);
+                              },
                           },
                           c.counter_content);
     };

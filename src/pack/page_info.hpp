@@ -11,6 +11,7 @@
 #include "pack/eval_knuth.hpp"
 #include "pack/knuth.hpp"
 #include "prepack/prepack.hpp"
+#include "prepack/targets.hpp"
 #include "resource/loader.hpp"
 #include "resource/locator.hpp"
 #include "text/fonts/fonts.hpp"
@@ -34,7 +35,12 @@ struct general {
     areas::area body_area;
     /// Counters and strings visible on this page.
     prepack::page_values page_values;
-    // target_counters and target_page_nums (the previous pass's targets) join with cross-references.
+    /// Where the previous pass put each target, and the counters there.
+    std::shared_ptr<prepack::targets::pass_targets const> targets =
+        std::make_shared<prepack::targets::pass_targets const>();
+    /// The targets whose page the content looked up; shared by every copy, so that trials that are
+    /// undone still count (which can only ask for one more comparison).
+    std::shared_ptr<prepack::targets::looked_up> looked_up = std::make_shared<prepack::targets::looked_up>();
     /// The total of each page group, from the previous pass.
     std::vector<int> user_pages_totals;
     /// 1-based place in the PDF.
@@ -106,6 +112,9 @@ struct page_info {
     pack::accum accum;
     pack::packed_stuff packed_stuff;
 };
+
+/// A counter at a target as the previous pass found it; the lookup is noted in `looked_up`.
+textbuf::textbuf target_counter_text(general const& g, prepack::target_counter const& t);
 
 /// What measuring items needs from a page: the page's fonts and hyphenation patterns, and its
 /// counters for page-dependent text.

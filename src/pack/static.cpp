@@ -6,6 +6,7 @@
 #include "pack/margin_boxes.hpp"
 #include "pack/para_main.hpp"
 #include "prepack/counter_style.hpp"
+#include "prepack/generated.hpp"
 #include "prepack/text.hpp"
 
 #include <algorithm>
@@ -20,6 +21,8 @@ namespace {
 
 using css::page::region;
 using prepack::counter_style::format_counter;
+using prepack::generated::ident_of;
+using prepack::generated::policy_named;
 using css::propnames::prop_name;
 
 // How deep a named string may refer to others through the values it was set to, before the lookup
@@ -39,29 +42,6 @@ std::string lower(std::string s) {
 }
 
 // ---- Content terms ----------------------------------------------------------------------------------
-
-std::optional<std::string> ident_of(css::value::value const& v) {
-    if (auto const* i = std::get_if<css::value::ident>(&v)) {
-        return lower(i->ident_name);
-    }
-    return std::nullopt;
-}
-
-std::optional<prepack::page_policy> policy_named(std::string const& word) {
-    if (word == "first") {
-        return prepack::page_policy::first;
-    }
-    if (word == "first-except") {
-        return prepack::page_policy::first_except;
-    }
-    if (word == "last") {
-        return prepack::page_policy::last;
-    }
-    if (word == "start") {
-        return prepack::page_policy::start;
-    }
-    return std::nullopt;
-}
 
 // The value a page shows of a name set several times: `prev` is the value the earlier pages ended
 // with, `curr` the values set on this page in order.
@@ -151,7 +131,9 @@ struct evaluator {
                                           [&](prepack::pages_counter const& p) {
                                               add_page_counter("pages", p.counter_style);
                                           },
-                                          [&](prepack::target_counter const&) { skip("target-counter()"); },
+                                          [&](prepack::target_counter const& t) {
+                                              add(target_counter_text(info.general, t));
+                                          },
                                           [&](prepack::footnote_counter const& f) {
                                               add(format_counter(info.general.footnote_counter, f.counter_style));
                                           },
@@ -570,6 +552,12 @@ content_text eval_content(page_info const& info, css::property::content_list con
         e.add_item(item);
     }
     return e.out;
+}
+
+textbuf::textbuf things_text(page_info const& info, std::vector<prepack::text_thing> const& things) {
+    evaluator e{.info = info, .out = {}};
+    e.add_things(things, 0);
+    return e.out.text_value;
 }
 
 margin_boxes_res pack_margin_boxes(page_info const& info,

@@ -42,4 +42,8 @@ struct content_text {
 
 content_text eval_content(page_info const& info, css::property::content_list const& content);
 
+/// The text of generated content that waited for the page (a bookmark's label, a named string), with
+/// the page's counters and strings.
+textbuf::textbuf things_text(page_info const& info, std::vector<prepack::text_thing> const& things);
+
 } // namespace vellum::pack::static_

@@ -814,6 +814,16 @@ std::string link_text(css::style::style const* s) {
     return {};
 }
 
+std::string link_base(css::style::style const* s) {
+    if (s == nullptr) {
+        return {};
+    }
+    if (auto const* url = std::get_if<css::semantics::link_url>(&s->link)) {
+        return url->link_target.url_base;
+    }
+    return {};
+}
+
 number real(double v) {
     return number{v};
 }
@@ -841,11 +851,12 @@ void paint_box(log::log const& log,
 std::vector<found_link> page_links(pack::packed_page const& page) {
     std::vector<found_link> out;
     bool in_margin = false;
-    auto add = [&](std::string const& url, pack::areas::area const& area) {
+    auto add = [&](std::string const& url, std::string const& base, pack::areas::area const& area) {
         if (url.empty()) {
             return;
         }
         out.push_back({.link_url = url,
+                       .link_base = base,
                        .link_area = area,
                        .link_location = in_margin ? link_anchor_location::link_anchor_margin_box
                                                   : link_anchor_location::link_anchor_page_body});
@@ -857,7 +868,7 @@ std::vector<found_link> page_links(pack::packed_page const& page) {
     walk_box = [&](box const& b, double base, std::string const& outer) {
         std::string const mine = link_text(b.box_style.get());
         if (mine != outer) {
-            add(mine, {.top = float(b.box_y + base), .bottom = float(b.box_y + base - b.box_h),
+            add(mine, link_base(b.box_style.get()), {.top = float(b.box_y + base), .bottom = float(b.box_y + base - b.box_h),
                        .left = b.box_x, .right = b.box_x + b.box_w});
         }
         for (auto const& c : children_of(b)) {
@@ -876,7 +887,7 @@ std::vector<found_link> page_links(pack::packed_page const& page) {
             if (auto const* n = std::get_if<vellum::ref<pack::nested_spanbox>>(&s); n && *n) {
                 std::string const mine = link_text((*n)->spanbox_style.get());
                 if (mine != outer) {
-                    add(mine, {.top = float(base + (*n)->spanbox_y),
+                    add(mine, link_base((*n)->spanbox_style.get()), {.top = float(base + (*n)->spanbox_y),
                                .bottom = float(base + (*n)->spanbox_y - (*n)->spanbox_h),
                                .left = (*n)->spanbox_x,
                                .right = (*n)->spanbox_x + (*n)->spanbox_w});
@@ -959,7 +970,13 @@ writepdf::document_page document_page_of(log::log const& log,
     };
     for (auto const& l : page_links(*page)) {
         writepdf::page_link link{.link_rect = rect_of(l.link_area)};
-        if (!l.link_url.empty() && l.link_url.front() == '#') {
+        if (options.resolve_link) {
+            auto target = options.resolve_link(l.link_url, l.link_base);
+            if (!target) {
+                continue;
+            }
+            link.link_target = std::move(*target);
+        } else if (!l.link_url.empty() && l.link_url.front() == '#') {
             link.link_target = dest::dest{dest::named_dest{l.link_url.substr(1)}};
         } else {
             link.link_target = action::action{action::uri{l.link_url}};

@@ -10,16 +10,26 @@
 #include "pdf/content.hpp"
 #include "pdf/writepdf.hpp"
 
+#include <functional>
+#include <optional>
 #include <span>
+#include <variant>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace vellum::pdf::painter {
 
+/// Where a link leads, by the URL as written and the base it resolves against; nothing drops the link
+/// (its target is unknown).
+using link_resolver = std::function<std::optional<std::variant<dest::dest, action::action>>(
+    std::string const& url, std::string const& base)>;
+
 struct paint_options {
     /// Imitate bold and italic where the face used lacks them.
     bool artificial_fonts = false;
+    /// Resolves links; without it "#name" is a named destination and anything else a web address.
+    link_resolver resolve_link;
 };
 
 /// Paints a whole page into its content stream.
@@ -41,6 +51,8 @@ enum class link_anchor_location { link_anchor_page_body, link_anchor_margin_box 
 /// A link on a page: its target as written, and the area that reacts to it.
 struct found_link {
     std::string link_url;
+    /// The base the URL resolves against.
+    std::string link_base;
     pack::areas::area link_area;
     painter::link_anchor_location link_location = link_anchor_location::link_anchor_page_body;
     bool operator==(found_link const&) const = default;

@@ -829,6 +829,8 @@ struct pack_document {
     ref<css::style::style> doc_background;
     /// The blocks of the named flows, in document order.
     std::vector<static_flow_block> static_flows;
+    /// Every target the document names (its ids), as keys of cross-references.
+    std::vector<std::string> pack_doc_target_keys;
     bool operator==(pack_document const&) const = default;
 };
 

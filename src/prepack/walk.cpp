@@ -4,6 +4,8 @@
 #include "css/styledom/sheets.hpp"
 #include "css/styledom/tree.hpp"
 #include "prepack/counter_style.hpp"
+#include "prepack/generated.hpp"
+#include "prepack/targets.hpp"
 #include "prepack/text.hpp"
 #include "text/unicode.hpp"
 #include "util/cell.hpp"
@@ -11,6 +13,7 @@
 #include "util/result.hpp"
 
 #include <algorithm>
+#include <map>
 #include <mutex>
 
 namespace vellum::prepack::walk {
@@ -115,6 +118,12 @@ struct walker {
     /// Where the text of the paragraph being gathered stands: word starts for capitalize, and the
     /// column for tab stops.
     text::text_position text_at;
+    /// The nesting of open-quote and close-quote so far.
+    int quote_depth = 0;
+    /// Every target the document names, for the registry of cross-references.
+    std::vector<targets::target_key> target_keys;
+    /// The elements by id, for target-text(); gathered on first use.
+    std::optional<std::map<std::string, dom::element_ref>> elements_by_id;
 
     // ---- counters and values ----
 
@@ -177,42 +186,101 @@ struct walker {
         }
     }
 
-    // The text of content items that can be settled now: strings, attributes, counters and the element's
-    // text. Items that wait for the page or for other stages are left out.
-    std::vector<text_thing> content_text(css::property::content_list const& list, dom::dom_element const& e,
-                                         std::string_view what) const {
-        textbuf::textbuf out;
-        for (auto const& item : list.content_items) {
-            if (auto const* s = std::get_if<css::value::string>(&item)) {
-                out += textbuf::from_utf8(s->string_text);
-            } else if (auto const* a = std::get_if<css::value::attr>(&item)) {
-                if (auto const v = styledom::tree::plain_attribute(e, a->attr_name.attr_local)) {
-                    out += textbuf::from_utf8(*v);
+    // All values of a counter in the scopes, outermost first.
+    std::vector<int> counter_values(std::string const& name) const {
+        std::vector<int> out;
+        for (auto const& scope : scopes) {
+            for (auto const& [n, v] : scope) {
+                if (n == name) {
+                    out.push_back(v);
                 }
-            } else if (auto const* f = std::get_if<css::value::function>(&item); f && f->function_name == "content") {
-                out += textbuf::from_utf8(element_text(e));
-            } else if (f && f->function_name == "counter" && !f->function_args.empty()) {
-                auto const* name = std::get_if<css::value::ident>(&f->function_args.front());
-                if (name && !is_page_counter(name->ident_name) && name->ident_name != "footnote") {
-                    std::string style = "decimal";
-                    if (f->function_args.size() > 2) {
-                        if (auto const* st = std::get_if<css::value::ident>(&f->function_args[2])) {
-                            style = st->ident_name;
-                        }
-                    }
-                    out += format_counter(counter_value(name->ident_name).value_or(0), style);
-                } else {
-                    log::log_debug(log, std::string(what) + ": page counters are not supported yet");
-                }
-            } else {
-                log::log_debug(log, std::string(what) + ": generated content not supported yet: " +
-                                        css::value::to_text(item));
             }
         }
-        if (out.empty()) {
-            return {};
+        return out;
+    }
+
+    void gather_ids(dom::element_ref const& e) {
+        if (auto const id = styledom::tree::plain_attribute(*e, "id")) {
+            elements_by_id->emplace(*id, e);
         }
-        return {text_thing_text{std::move(out)}};
+        std::vector<dom::child_node> children;
+        {
+            std::lock_guard guard(process_lock());
+            children = e->dom_element_children.cell_value;
+        }
+        for (auto const& c : children) {
+            if (auto const* el = std::get_if<dom::element_child>(&c)) {
+                gather_ids(el->child_element);
+            }
+        }
+    }
+
+    std::optional<std::string> target_text(target_name const& t) {
+        if (t.target_docname != doc_url.locator_url || !t.target_id) {
+            return std::nullopt;
+        }
+        if (!elements_by_id) {
+            elements_by_id.emplace();
+            if (auto const root = dom::document_element(*doc.styled_dom)) {
+                gather_ids(*root);
+            }
+        }
+        auto const found = elements_by_id->find(*t.target_id);
+        if (found == elements_by_id->end()) {
+            return std::nullopt;
+        }
+        return element_text(*found->second);
+    }
+
+    // Content terms evaluated for an element: what can be settled now is text, the rest waits for
+    // the page.
+    std::vector<generated::piece> content_pieces(css::property::content_list const& list, dom::dom_element const& e,
+                                                 css::style::style const& s, std::string_view what) {
+        generated::gen_env const env{
+            .env_log = log,
+            .counter_values = [this](std::string const& name) { return counter_values(name); },
+            .attribute = [&e](std::string const& local) { return styledom::tree::plain_attribute(e, local); },
+            .own_text = [&e]() { return element_text(e); },
+            .target_text = [this](target_name const& t) { return target_text(t); },
+            .doc = doc_url,
+            .base = doc_url,
+            .quote_depth = &quote_depth,
+            .font_size = s.font_size,
+        };
+        return generated::evaluate(list, env, what);
+    }
+
+    std::vector<text_thing> content_text(css::property::content_list const& list, dom::dom_element const& e,
+                                         css::style::style const& s, std::string_view what) {
+        return generated::text_things(content_pieces(list, e, s, what));
+    }
+
+    // The spans of generated content, prepared as text of the style.
+    std::vector<span> content_spans(std::vector<generated::piece> pieces, css::style::style const& s) {
+        std::vector<span> out;
+        for (auto& p : pieces) {
+            std::visit(overloaded{
+                           [&](text_thing& t) {
+                               std::visit(overloaded{
+                                              [&](text_thing_text& x) {
+                                                  auto more = text::prepare_text(x.text, settings_of(s), text_at);
+                                                  std::move(more.begin(), more.end(), std::back_inserter(out));
+                                              },
+                                              [&](text_thing_gen& g) {
+                                                  out.push_back(span_gen_content{std::move(g.gen)});
+                                                  text_at.at_word_start = false;
+                                              },
+                                              [&](text_thing_script& f) {
+                                                  out.push_back(span_script_func{std::move(f.func)});
+                                              },
+                                          },
+                                          t);
+                           },
+                           [&](span_leader& l) { out.push_back(std::move(l)); },
+                       },
+                       p);
+        }
+        return out;
     }
 
     static std::string element_text(dom::dom_element const& e) {
@@ -235,7 +303,7 @@ struct walker {
     element_stuff stuff_of(dom::element_ref const& e, css::style::style const& s) {
         element_stuff out{.element_info = info_element{e}, .counter_scopes = scopes_now()};
         for (auto const& [name, list] : s.string_set) {
-            out.text_values.emplace_back(name, content_text(list, *e, "string-set"));
+            out.text_values.emplace_back(name, content_text(list, *e, s, "string-set"));
         }
         std::vector<target_id> ids;
         if (auto const id = styledom::tree::plain_attribute(*e, "id")) {
@@ -247,6 +315,9 @@ struct walker {
             }
         }
         if (!ids.empty()) {
+            for (auto const& id : ids) {
+                target_keys.push_back(targets::key_of(doc_url.locator_url, id.id));
+            }
             out.given_ids = std::pair{doc_url, std::move(ids)};
         }
         if (auto const* level = std::get_if<int>(&s.bookmark_level)) {
@@ -254,7 +325,7 @@ struct walker {
                              .pre_bookmark_state = s.bookmark_state,
                              .pre_bookmark_link_type = s.vellum_pdf_link_type};
             if (auto const* label = std::get_if<css::property::content_list>(&s.bookmark_label)) {
-                b.pre_bookmark_content = content_text(*label, *e, "bookmark-label");
+                b.pre_bookmark_content = content_text(*label, *e, s, "bookmark-label");
             } else {
                 b.pre_bookmark_content = {text_thing_text{textbuf::from_utf8(element_text(*e))}};
             }
@@ -304,14 +375,9 @@ struct walker {
         if (!list || kind_of(*style) == display_kind::none) {
             return {};
         }
-        auto const texts = content_text(*list, *e, "content");
-        std::vector<span> spans;
-        for (auto const& t : texts) {
-            if (auto const* tt = std::get_if<text_thing_text>(&t)) {
-                auto more = text::prepare_text(tt->text, settings_of(*style), text_at);
-                spans.insert(spans.end(), more.begin(), more.end());
-            }
-        }
+        // The pseudo-element's own counters count at its place, before its content is evaluated.
+        apply_counters(*style);
+        auto spans = content_spans(content_pieces(*list, *e, *style, "content"), *style);
         pseudo_element_info pinfo{.pseudo_element_style = style,
                                   .pseudo_element_pseudos = {which},
                                   .pseudo_element_pdecls = props,
@@ -348,10 +414,16 @@ struct walker {
                                                               css::compute_style::anonymous_context{},
                                                               styledom::properties_of(decls));
             if (auto const* list = std::get_if<css::property::content_list>(&ms.content)) {
+                bool start = true;
                 std::vector<span> out;
-                for (auto const& t : content_text(*list, *e, "::marker")) {
-                    if (auto const* tt = std::get_if<text_thing_text>(&t)) {
-                        out.push_back(span_text{tt->text});
+                for (auto& p : content_pieces(*list, *e, ms, "::marker")) {
+                    if (auto* t = std::get_if<text_thing>(&p)) {
+                        if (auto* tt = std::get_if<text_thing_text>(t)) {
+                            auto more = text::prepare_text(tt->text, settings_of(ms), start);
+                            std::move(more.begin(), more.end(), std::back_inserter(out));
+                        } else if (auto* g = std::get_if<text_thing_gen>(t)) {
+                            out.push_back(span_gen_content{std::move(g->gen)});
+                        }
                     }
                 }
                 return out;
@@ -1370,7 +1442,8 @@ pack_document prepack_document(log::log const& log, styledom::styled_document co
                          .pack_doc_pages = doc.styled_rules.rules_env.pages,
                          .pack_doc_content = sections_of(root_block),
                          .doc_background = root_style,
-                         .static_flows = std::move(w.flows)};
+                         .static_flows = std::move(w.flows),
+                         .pack_doc_target_keys = std::move(w.target_keys)};
 }
 
 } // namespace vellum::prepack::walk

@@ -8,18 +8,22 @@ namespace {
 using pack_loop::pack_state;
 using pack_loop::pass_report;
 
+prepack::targets::page_num pg(int n) {
+    return {.pdf_page_num = n, .document_page_num = n, .user_page_num = n};
+}
+
 TEST(pack_loop, decides_when_page_numbers_stand_still) {
-    pack_state const before{.pack_targets = {{"a", 3}, {"b", std::nullopt}}, .pack_first_pages = {1}};
+    pack_state const before{.pack_targets = {{"a", pg(3)}, {"b", std::nullopt}}, .pack_first_pages = {1}};
     struct {
         char const* name;
         pass_report after;
         bool again;
     } const cases[] = {
-        {"nothing moved", {.report_targets = {{"a", 3}}, .report_looked_up = {"a"}, .report_first_pages = {9}}, false},
-        {"looked-up target moved", {.report_targets = {{"a", 4}}, .report_looked_up = {"a"}}, true},
-        {"moved but never looked up", {.report_targets = {{"a", 4}}, .report_looked_up = {}}, false},
-        {"first placement of a looked-up target", {.report_targets = {{"b", 2}}, .report_looked_up = {"b"}}, true},
-        {"target unknown before", {.report_targets = {{"c", 2}}, .report_looked_up = {"c"}}, false},
+        {"nothing moved", {.report_targets = {{"a", pg(3)}}, .report_looked_up = {"a"}, .report_first_pages = {9}}, false},
+        {"looked-up target moved", {.report_targets = {{"a", pg(4)}}, .report_looked_up = {"a"}}, true},
+        {"moved but never looked up", {.report_targets = {{"a", pg(4)}}, .report_looked_up = {}}, false},
+        {"first placement of a looked-up target", {.report_targets = {{"b", pg(2)}}, .report_looked_up = {"b"}}, true},
+        {"target unknown before", {.report_targets = {{"c", pg(2)}}, .report_looked_up = {"c"}}, false},
         {"page count used and changed",
          {.report_uses_page_counts = true, .report_first_pages = {12}},
          true},
@@ -51,7 +55,7 @@ TEST(pack_loop, repeats_passes_with_the_previous_pass_numbers) {
         seen.push_back(s);
         int const n = int(seen.size());
         return fake_outcome{.passes = n,
-                            .pass_report_of = {.report_targets = {{"fig", pages[n - 1]}},
+                            .pass_report_of = {.report_targets = {{"fig", pg(pages[n - 1])}},
                                                .report_looked_up = {"fig"},
                                                .report_first_pages = {5}}};
     });
@@ -59,8 +63,8 @@ TEST(pack_loop, repeats_passes_with_the_previous_pass_numbers) {
     ASSERT_EQ(seen.size(), 3u);
     EXPECT_EQ(seen[0].pack_targets.at("fig"), std::nullopt);
     EXPECT_EQ(seen[0].pack_first_pages, std::vector<int>{1});
-    EXPECT_EQ(seen[1].pack_targets.at("fig"), 2);
-    EXPECT_EQ(seen[2].pack_targets.at("fig"), 3);
+    EXPECT_EQ(seen[1].pack_targets.at("fig"), pg(2));
+    EXPECT_EQ(seen[2].pack_targets.at("fig"), pg(3));
     EXPECT_EQ(seen[2].pack_first_pages, std::vector<int>{5});
     std::fflush(out);
     std::rewind(out);

@@ -1,0 +1,59 @@
+// Generated content as box generation evaluates it: the terms of `content`, `string-set` and
+// `bookmark-label`. Whatever the element settles (strings, attributes, counters, quotes, the text of a
+// target) becomes text now; page counters, counters at targets and named strings wait for the page as
+// generated content; `leader()` becomes a leader.
+#pragma once
+
+#include "css/property.hpp"
+#include "driver/log.hpp"
+#include "prepack/prepack.hpp"
+#include "resource/locator.hpp"
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace vellum::prepack::generated {
+
+/// One piece of evaluated content.
+using piece = std::variant<text_thing, span_leader>;
+
+/// What evaluating content needs to know about the element and the document.
+struct gen_env {
+    log::log const& env_log;
+    /// The values of a counter in the element's scopes, outermost first; empty if it was never set.
+    std::function<std::vector<int>(std::string const&)> counter_values;
+    /// An attribute of the element by its local name.
+    std::function<std::optional<std::string>(std::string const&)> attribute;
+    /// The element's own text, for content().
+    std::function<std::string()> own_text;
+    /// The text of the element that a target names, if the document has it.
+    std::function<std::optional<std::string>(target_name const&)> target_text;
+    /// The document, whose fragment-only URLs name its own targets, and the base of other URLs.
+    resource::locator::locator doc;
+    resource::locator::locator base;
+    /// The nesting of quotes so far, carried through the document.
+    int* quote_depth = nullptr;
+    /// The font size of the style, for lengths in ems.
+    float font_size = 12;
+};
+
+/// Evaluates content terms. `what` names the property for messages.
+std::vector<piece> evaluate(css::property::content_list const& content, gen_env const& env, std::string_view what);
+
+/// Only the text pieces, for properties that take no leaders (string-set, bookmark-label).
+std::vector<text_thing> text_things(std::vector<piece> pieces);
+
+/// A page policy by its keyword ("first", "first-except", "last", "start").
+std::optional<page_policy> policy_named(std::string const& word);
+
+/// An identifier term, lower-cased.
+std::optional<std::string> ident_of(css::value::value const& v);
+
+/// The quote marks by nesting level: double quotes outside, single quotes within.
+char32_t const* open_quote(int depth);
+char32_t const* close_quote(int depth);
+
+} // namespace vellum::prepack::generated
