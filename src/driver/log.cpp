@@ -307,6 +307,11 @@ void log_progress_stage(log const& log, std::string_view raw) {
                log.log_stderr);
 }
 
+bool reports_progress(log const& log) {
+    auto const* s = std::get_if<server_log::server_log>(&log.log_stderr);
+    return s && shows_progress(*s);
+}
+
 void log_progress_percent(log const& log, int percent) {
     if (auto const* s = std::get_if<server_log::server_log>(&log.log_stderr); s && shows_progress(*s)) {
         server_send(*s, {"prg", std::to_string(percent)});

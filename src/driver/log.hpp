@@ -131,6 +131,10 @@ void log_file_message(log const& log, level lv, std::string_view file, std::stri
 /// A named stage such as "Loading document...".
 void log_progress_stage(log const& log, std::string_view text);
 
+/// Whether integer progress goes anywhere: only the progress flavour of the structured log shows it, so
+/// that work spent on measuring progress can be skipped otherwise.
+bool reports_progress(log const& log);
+
 /// Integer progress for the structured log.
 void log_progress_percent(log const& log, int percent);
 

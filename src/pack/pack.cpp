@@ -3,6 +3,7 @@
 #include "css/page.hpp"
 #include "pack/block.hpp"
 #include "pack/blocks.hpp"
+#include "pack/knuth.hpp"
 #include "pack/margin_collapsing.hpp"
 #include "pack/page_info.hpp"
 #include "pack/paper.hpp"
@@ -194,9 +195,150 @@ pack::areas::area grown(pack::areas::area a, float top, float right, float botto
     return {.top = a.top + top, .bottom = a.bottom - bottom, .left = a.left - left, .right = a.right + right};
 }
 
+// How far a pass has come, counted in blocks, for the progress reports of a controlling program.
+struct progress {
+    bool progress_on = false;
+    std::size_t progress_total = 0;
+    /// The blocks of every section begun so far.
+    std::size_t progress_started = 0;
+};
+
+// Progress counts the blocks of a section's main level: the first level, down through the blocks that
+// wrap everything (html, body, a lone wrapping div), that holds more than one block. It is found on the
+// section as box generation made it; what is left of the section after a page has one part of each
+// wrapper above that level, so its count there is a few steps away, however long the book.
+std::size_t main_level(prepack::block_list const& list) {
+    std::size_t depth = 0;
+    for (auto const* l = &list; l->size() == 1; ++depth) {
+        auto const* bs = std::get_if<prepack::bcontent_blocks>(&l->front().block_content);
+        if (!bs) {
+            break;
+        }
+        l = &bs->blocks;
+    }
+    return depth;
+}
+
+std::size_t blocks_at(prepack::block_list const& list, std::size_t depth) {
+    auto const* l = &list;
+    for (std::size_t i = 0; i < depth && l->size() == 1; ++i) {
+        auto const* bs = std::get_if<prepack::bcontent_blocks>(&l->front().block_content);
+        if (!bs) {
+            return 1;
+        }
+        l = &bs->blocks;
+    }
+    return l->size();
+}
+
+std::size_t count_blocks(prepack::block_list const& list) {
+    return blocks_at(list, main_level(list));
+}
+
+// The horizontal extent of what was packed: the outer edges of boxes, and of the text, spans and
+// inline boxes on lines (a word that can't break runs past its line's end). Outside list markers
+// hang in the margin by design and don't count.
+struct extent_walk {
+    float extent_left = 0;
+    float extent_right = 0;
+
+    void cover(float left, float right) {
+        extent_left = std::min(extent_left, left);
+        extent_right = std::max(extent_right, right);
+    }
+
+    void spans(std::vector<spanbox> const& content) {
+        for (auto const& s : content) {
+            std::visit(overloaded{
+                           [&](ref<nested_spanbox> const& n) {
+                               cover(n->spanbox_x, n->spanbox_x + n->spanbox_w);
+                               spans(n->spanbox_content);
+                           },
+                           [&](inline_box const& ib) { box(*ib.inline_box_box); },
+                           [&](charsbox const& c) {
+                               if (!std::holds_alternative<newline>(c.charsbox_type)) {
+                                   cover(c.charsbox_x, c.charsbox_x + c.charsbox_w);
+                               }
+                           },
+                       },
+                       s);
+        }
+    }
+
+    void box(pack::box const& b) {
+        cover(b.box_x, b.box_x + b.box_w);
+        content(b.box_content);
+    }
+
+    void boxes_of(std::vector<ref<pack::box>> const& list) {
+        for (auto const& b : list) {
+            box(*b);
+        }
+    }
+
+    void content(box_content const& c) {
+        std::visit(overloaded{
+                       [&](with_abs const& w) {
+                           content(*w.with_abs_content);
+                           boxes_of(w.with_abs_boxes);
+                       },
+                       [&](boxes const& bs) { boxes_of(bs.boxes_list); },
+                       [&](table_anony_box const& t) { boxes_of(t.table_anony_boxes); },
+                       [&](table const& t) {
+                           for (auto const& r : t.table_box.rows) {
+                               box(*r.row_content);
+                           }
+                       },
+                       [&](para const& p) {
+                           for (auto const& item : p.para_lines) {
+                               if (auto const* l = std::get_if<linebox>(&item)) {
+                                   spans(l->linebox_content);
+                               } else if (auto const* f = std::get_if<float_box>(&item)) {
+                                   box(*f->float_box_box);
+                               }
+                           }
+                       },
+                       [&](list const& l) { box(*l.list_box.list_content); },
+                       [&](column const& c) { boxes_of(c.column_box.column_content); },
+                       [&](image const& i) {
+                           cover(i.image_box.imagebox_pos.x,
+                                 i.image_box.imagebox_pos.x + i.image_box.imagebox_size.w);
+                       },
+                   },
+                   c);
+    }
+};
+
+// How wide the packed content is, measured against the body it was packed into: the width from the
+// body's left edge, or to its right edge, that holds all of it.
+float content_width(std::vector<ref<box>> const& content, areas::area const& body) {
+    extent_walk w{.extent_left = body.left, .extent_right = body.right};
+    w.boxes_of(content);
+    return w.extent_right - w.extent_left;
+}
+
+// The section's blocks poured into the body area of the paper.
+blocks::blocks_out flow_body(page_info info,
+                             css::page::page_style const& ps,
+                             paper::paper_areas const& pa,
+                             prepack::block_list const& blocks,
+                             bool section_first) {
+    info.general.body_area = pa.pa_body_area;
+    areas::areas const body{.container = pa.pa_body_area, .available = {pa.pa_body_area}};
+    mc::gap const gap = section_first ? section_start_gap(ps, pa) : mc::gap{mc::margin_eater{}};
+    return blocks::pack_blocks(std::move(info), blocks, gap, body);
+}
+
+// With -vellum-shrink-to-fit: auto a page whose content holds something wider than the body (a long
+// word, a wide fixed-width block) is packed again in a body as much wider, and painted scaled down so
+// that it fits the paper. A wider body also takes more content, which may be wider again: the
+// measuring repeats a few times, the factor only growing.
+constexpr int shrink_rounds = 4;
+
 struct doc_state {
     pass_input const& in;
     prepack::pack_document const& doc;
+    progress& prog;
     css::page::pages rules;
     page_info info;
     std::vector<ref<packed_page>> pages;
@@ -225,7 +367,7 @@ page_out pack_page(doc_state& st,
                                       odd ? css::page::page_side::right : css::page::page_side::left,
                                   .query_blank = blank};
     auto ps = css::page::page_style_of(st.rules, q, st.doc.doc_background);
-    auto const pa = paper::paper_areas_of(ps, std::nullopt);
+    auto pa = paper::paper_areas_of(ps, std::nullopt);
     info.general.page_style = ps;
     info.general.body_area = pa.pa_body_area;
     info.general.user_pages_totals.clear();
@@ -237,9 +379,25 @@ page_out pack_page(doc_state& st,
     page_out out;
     std::vector<ref<box>> content;
     if (!blank && !blocks.empty()) {
-        areas::areas const body{.container = pa.pa_body_area, .available = {pa.pa_body_area}};
-        mc::gap const gap = section_first ? section_start_gap(ps, pa) : mc::gap{mc::margin_eater{}};
-        auto r = blocks::pack_blocks(info, blocks, gap, body);
+        auto r = flow_body(info, ps, pa, blocks, section_first);
+        if (ps.page_shrink_to_fit == css::page::shrink_to_fit::auto_) {
+            float const paper_width = areas::width_of(pa.pa_body_area);
+            for (int round = 0; round < shrink_rounds; ++round) {
+                auto const* p = std::get_if<blocks::packed_main>(&r.res);
+                if (!p) {
+                    break;
+                }
+                auto const factor =
+                    paper::shrink_factor(content_width(p->bs_packed_boxes, pa.pa_body_area), paper_width);
+                if (!factor || *factor <= pa.shrink_to_fit.value_or(1) + knuth::tolerance) {
+                    break;
+                }
+                // The trial is undone by dropping it: layout has no other effects to take back.
+                pa = paper::paper_areas_of(ps, factor);
+                r = flow_body(info, ps, pa, blocks, section_first);
+            }
+            info.general.body_area = pa.pa_body_area;
+        }
         if (auto* p = std::get_if<blocks::packed_main>(&r.res)) {
             content = std::move(p->bs_packed_boxes);
             out.remaining = std::move(p->bs_remain_portion);
@@ -320,9 +478,28 @@ void pack_doc(doc_state& st) {
     std::optional<page_break> carried;
     // The section whose start has been counted: a blank page in front of it doesn't count it again.
     std::size_t set_up = sections.size();
+    // The main level of the current section, where its blocks are counted for progress.
+    std::size_t level = 0;
+    auto begin_section = [&]() {
+        level = main_level(blocks);
+        st.prog.progress_started += blocks_at(blocks, level);
+    };
     if (!sections.empty()) {
         blocks = sections.front().sec_blocks;
+        begin_section();
     }
+    auto report = [&]() {
+        if (!st.prog.progress_on) {
+            return;
+        }
+        if (st.prog.progress_total == 0) {
+            throw internal_error("division by zero: pack:pack_doc");
+        }
+        auto const done = static_cast<long long>(st.prog.progress_started) -
+                          static_cast<long long>(blocks_at(blocks, level));
+        auto const percent = std::max(0LL, done * 100 / static_cast<long long>(st.prog.progress_total));
+        log::log_progress_percent(st.in.pass_log, static_cast<int>(percent));
+    };
     auto advance = [&]() {
         ++st.info.general.pdf_page_num;
         ++st.info.general.document_page_num;
@@ -331,12 +508,14 @@ void pack_doc(doc_state& st) {
         ++st.totals[st.group];
     };
     while (k < sections.size()) {
+        report();
         auto const& desc = sections[k].sec_desc;
         bool const right = st.info.general.pdf_page_num % 2 == 1;
         if (blocks.empty() && !section_first) {
             if (k + 1 < sections.size()) {
                 ++k;
                 blocks = sections[k].sec_blocks;
+                begin_section();
                 section_first = true;
                 continue;
             }
@@ -414,8 +593,17 @@ pass_result pack_documents(pass_input const& in,
     std::vector<int> totals{0};
     std::size_t group = 0;
     bool uses_pages = false;
+    progress prog{.progress_on = log::reports_progress(in.pass_log)};
+    if (prog.progress_on) {
+        for (auto const& doc : documents) {
+            for (auto const& sec : doc->pack_doc_content) {
+                prog.progress_total += count_blocks(sec.sec_blocks);
+            }
+        }
+    }
     for (auto const& doc : documents) {
-        doc_state st{.in = in, .doc = *doc, .rules = css::page::make_pages(doc->pack_doc_pages)};
+        doc_state st{
+            .in = in, .doc = *doc, .prog = prog, .rules = css::page::make_pages(doc->pack_doc_pages)};
         st.info.general.log = in.pass_log;
         st.info.general.fonts = in.pass_fonts;
         st.info.general.targets = in.pass_targets;

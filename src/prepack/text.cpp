@@ -2,10 +2,12 @@
 
 #include "text/unicode.hpp"
 #include "text/unicode/bidi.hpp"
+#include "text/unicode/category.hpp"
 #include "text/unicode/linebreak.hpp"
 #include "util/ref.hpp"
 
 #include <algorithm>
+#include <set>
 
 namespace vellum::prepack::text {
 
@@ -30,6 +32,16 @@ bool is_cjk(char32_t c) {
     return k == lb::line_break_class::id || k == lb::line_break_class::cj || k == lb::line_break_class::h2 ||
            k == lb::line_break_class::h3 || k == lb::line_break_class::jl || k == lb::line_break_class::jt ||
            k == lb::line_break_class::jv;
+}
+
+// How many columns a character of a word takes on a line of preserved text: none for combining marks,
+// format characters and the soft hyphen, one for the rest, as a monospaced font sets them.
+int cells(char32_t c) {
+    using unicode::category::general_category;
+    auto const k = unicode::category::category_of(c);
+    bool const zero = c == soft_hyphen || k == general_category::category_mn ||
+                      k == general_category::category_me || k == general_category::category_cf;
+    return zero ? 0 : 1;
 }
 
 bool wraps(white_space w) {
@@ -88,55 +100,41 @@ bool is_newline(span const& s) {
     return sep && std::holds_alternative<sep_newline>(sep->sep);
 }
 
-// The state of the space pass: whether the last thing seen allows a collapsible space to follow.
-struct space_state {
-    bool at_line_start = true;
+// A leaf span of a paragraph as the space pass sees it: the list that holds it and its place there.
+// Nested spans are transparent: white space collapses across inline element boundaries.
+struct leaf {
+    std::vector<span>* owner = nullptr;
+    std::size_t index = 0;
 };
 
-void collapse_in(std::vector<span>& spans, space_state& st) {
-    std::vector<span> out;
-    out.reserve(spans.size());
-    for (auto& s : spans) {
-        if (auto* n = std::get_if<span_nested>(&s)) {
-            collapse_in(n->nested.span_content, st);
-            out.push_back(std::move(s));
-        } else if (is_collapsible(s)) {
-            if (!st.at_line_start) {
-                out.push_back(std::move(s));
-                st.at_line_start = true;
-            }
+void leaves_of(std::vector<span>& spans, std::vector<leaf>& out) {
+    for (std::size_t i = 0; i < spans.size(); ++i) {
+        if (auto* n = std::get_if<span_nested>(&spans[i])) {
+            leaves_of(n->nested.span_content, out);
         } else {
-            if (is_newline(s)) {
-                // A space before a preserved line end goes, as the line ends there anyway.
-                if (!out.empty() && is_collapsible(out.back())) {
-                    out.pop_back();
-                }
-            }
-            st.at_line_start = is_newline(s);
-            out.push_back(std::move(s));
+            out.push_back({&spans, i});
         }
     }
-    spans = std::move(out);
 }
 
-// Removes the trailing collapsible space of a paragraph, looking into the last nested spans.
-bool drop_trailing_space(std::vector<span>& spans) {
-    for (auto it = spans.rbegin(); it != spans.rend(); ++it) {
-        if (is_collapsible(*it)) {
-            spans.erase(std::next(it).base());
-            return true;
+using removals = std::set<std::pair<std::vector<span> const*, std::size_t>>;
+
+// Drops the marked spans; inner lists first, while the outer ones (whose elements hold them) are still
+// where they were when the marks were made.
+void prune(std::vector<span>& spans, removals const& gone) {
+    for (auto& s : spans) {
+        if (auto* n = std::get_if<span_nested>(&s)) {
+            prune(n->nested.span_content, gone);
         }
-        if (auto* n = std::get_if<span_nested>(&*it)) {
-            if (drop_trailing_space(n->nested.span_content)) {
-                return true;
-            }
-            if (!has_content(n->nested.span_content)) {
-                continue;
-            }
-        }
-        return false;
     }
-    return false;
+    std::vector<span> kept;
+    kept.reserve(spans.size());
+    for (std::size_t i = 0; i < spans.size(); ++i) {
+        if (!gone.contains({&spans, i})) {
+            kept.push_back(std::move(spans[i]));
+        }
+    }
+    spans = std::move(kept);
 }
 
 } // namespace
@@ -208,13 +206,15 @@ textbuf::textbuf transform_case(std::u32string_view text, css::text::text_transf
     return textbuf::textbuf(text);
 }
 
-std::vector<span> prepare_text(std::u32string_view input, text_settings const& settings, bool& at_word_start) {
+std::vector<span>
+prepare_text(std::u32string_view input, text_settings const& settings, text_position& position) {
     auto const ws = settings.white_space;
-    auto const text = transform_case(input, settings.transform, at_word_start);
+    auto const text = transform_case(input, settings.transform, position.at_word_start);
     bool const wrapping = wraps(ws);
     auto const breaks = wrapping ? lb::break_opportunities(text) : std::vector<lb::break_action>{};
     bool const preserve_spaces = ws == white_space::pre || ws == white_space::pre_wrap;
     bool const preserve_newlines = preserve_spaces || ws == white_space::pre_line;
+    int& column = position.column;
 
     std::vector<span> out;
     std::size_t i = 0;
@@ -223,6 +223,7 @@ std::vector<span> prepare_text(std::u32string_view input, text_settings const& s
         if (is_word_char(c)) {
             std::size_t j = i;
             while (j < text.size() && is_word_char(text[j])) {
+                column += cells(text[j]);
                 ++j;
             }
             std::vector<lb::break_action> word_breaks;
@@ -238,19 +239,30 @@ std::vector<span> prepare_text(std::u32string_view input, text_settings const& s
             out.push_back(span_sep{sep_zwsp{}});
         } else if (auto const w = fixed_space_width(c)) {
             out.push_back(span_sep{sep_charlike_space{*w}});
+            ++column;
         } else if ((c == U'\n' || c == U'\r') && preserve_newlines) {
             // A CR LF pair is one line end.
             if (!(c == U'\r' && i + 1 < text.size() && text[i + 1] == U'\n')) {
                 out.push_back(span_sep{sep_newline{}});
+                column = 0;
             }
+        } else if (c == U'\t' && preserve_spaces) {
+            // A tab reaches to the next tab stop: as many preserved spaces as columns are left to it.
+            int const n = tab_stop - column % tab_stop;
+            for (int k = 0; k < n; ++k) {
+                out.push_back(span_sep{sep_pre_space{}});
+            }
+            column += n;
         } else if (preserve_spaces) {
             // Every preserved space counts; whether a line may break after it is the style's to say
             // (pre never breaks, pre-wrap may).
             out.push_back(span_sep{sep_pre_space{}});
+            ++column;
         } else {
             // A run of collapsible white space is one space.
             if (out.empty() || !is_collapsible(out.back())) {
                 out.push_back(span_sep{ws == white_space::nowrap ? separator{sep_nowrap_space{}} : sep_space{}});
+                ++column;
             }
         }
         ++i;
@@ -258,10 +270,48 @@ std::vector<span> prepare_text(std::u32string_view input, text_settings const& s
     return out;
 }
 
+std::vector<span> prepare_text(std::u32string_view text, text_settings const& settings, bool& at_word_start) {
+    text_position position{.at_word_start = at_word_start};
+    auto out = prepare_text(text, settings, position);
+    at_word_start = position.at_word_start;
+    return out;
+}
+
 void collapse_spaces(std::vector<span>& spans) {
-    space_state st;
-    collapse_in(spans, st);
-    while (drop_trailing_space(spans)) {
+    std::vector<leaf> leaves;
+    leaves_of(spans, leaves);
+    removals gone;
+    // Whether a collapsible space here would start a line or follow another space: then it goes.
+    bool at_line_start = true;
+    // The last space kept, while nothing but spaces follows it: it goes if a line end comes next.
+    constexpr std::size_t none = static_cast<std::size_t>(-1);
+    std::size_t pending = none;
+    auto const drop = [&](std::size_t i) { gone.insert({leaves[i].owner, leaves[i].index}); };
+    for (std::size_t i = 0; i < leaves.size(); ++i) {
+        auto const& s = (*leaves[i].owner)[leaves[i].index];
+        if (is_collapsible(s)) {
+            if (at_line_start) {
+                drop(i);
+            } else {
+                at_line_start = true;
+                pending = i;
+            }
+            continue;
+        }
+        bool const newline = is_newline(s);
+        if (newline && pending != none) {
+            // A space before a preserved line end goes, as the line ends there anyway.
+            drop(pending);
+        }
+        pending = none;
+        at_line_start = newline;
+    }
+    // And so does a space at the end of the paragraph.
+    if (pending != none) {
+        drop(pending);
+    }
+    if (!gone.empty()) {
+        prune(spans, gone);
     }
 }
 

@@ -30,9 +30,27 @@ struct text_settings {
 /// updated to say whether the next text would.
 textbuf::textbuf transform_case(std::u32string_view text, css::text::text_transform t, bool& at_word_start);
 
+/// Tab stops in preserved white space fall every this many columns (the initial `tab-size` of CSS; the
+/// style has no property to change it).
+inline constexpr int tab_stop = 8;
+
+/// Where text preparation stands in a paragraph, carried from one text node to the next.
+struct text_position {
+    /// Whether the next text begins a word (for capitalize).
+    bool at_word_start = true;
+    /// The column of the current line, in characters from the paragraph's start or its last preserved
+    /// line end: where a preserved tab stands decides how far it reaches.
+    int column = 0;
+};
+
 /// The spans of one text node. Collapsible white space gives one `space` per run (or `nowrap_space`
 /// under nowrap); spaces across node boundaries and at the ends of paragraphs are settled later by
-/// `collapse_spaces`.
+/// `collapse_spaces`. Under pre and pre-wrap a tab becomes the preserved spaces that reach the next
+/// tab stop.
+std::vector<span>
+prepare_text(std::u32string_view text, text_settings const& settings, text_position& position);
+
+/// The same for text that starts a paragraph of its own.
 std::vector<span> prepare_text(std::u32string_view text, text_settings const& settings, bool& at_word_start);
 
 /// Settles collapsible spaces across a paragraph, looking into nested spans: a run of `space` or

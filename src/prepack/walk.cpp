@@ -115,7 +115,9 @@ struct walker {
     int bookmarks = 0;
     int column_ids = 0;
     bool in_static = false;
-    bool at_word_start = true;
+    /// Where the text of the paragraph being gathered stands: word starts for capitalize, and the
+    /// column for tab stops.
+    text::text_position text_at;
     /// The nesting of open-quote and close-quote so far.
     int quote_depth = 0;
     /// Every target the document names, for the registry of cross-references.
@@ -261,12 +263,12 @@ struct walker {
                            [&](text_thing& t) {
                                std::visit(overloaded{
                                               [&](text_thing_text& x) {
-                                                  auto more = text::prepare_text(x.text, settings_of(s), at_word_start);
+                                                  auto more = text::prepare_text(x.text, settings_of(s), text_at);
                                                   std::move(more.begin(), more.end(), std::back_inserter(out));
                                               },
                                               [&](text_thing_gen& g) {
                                                   out.push_back(span_gen_content{std::move(g.gen)});
-                                                  at_word_start = false;
+                                                  text_at.at_word_start = false;
                                               },
                                               [&](text_thing_script& f) {
                                                   out.push_back(span_script_func{std::move(f.func)});
@@ -450,7 +452,7 @@ struct walker {
 
     std::vector<thing> text_node(std::string const& value, css::style::style const& s) {
         std::vector<thing> out;
-        for (auto& sp : text::prepare_text(textbuf::from_utf8(value), settings_of(s), at_word_start)) {
+        for (auto& sp : text::prepare_text(textbuf::from_utf8(value), settings_of(s), text_at)) {
             out.push_back(th_span{std::move(sp)});
         }
         return out;
@@ -532,6 +534,10 @@ struct walker {
         in_static = in_static || flow_name.has_value();
 
         scopes.emplace_back();
+        if (kind != display_kind::inline_) {
+            // A block's text starts a paragraph of its own.
+            text_at = {};
+        }
         // The marker shows the item's own number, taken before its children can open a list-item
         // counter of their own (a nested list).
         std::optional<std::vector<span>> marker;
@@ -753,6 +759,28 @@ struct walker {
 
     // ---- grouping ----
 
+    static bool carries_values(element_stuff const& stuff) {
+        return stuff.given_ids || !stuff.text_values.empty() || stuff.bookmark_stuff;
+    }
+
+    // The elements of a run without text that name targets, set strings or ask for bookmarks, each as an
+    // empty block in their place, since no paragraph will carry them.
+    static void values_blocks(std::vector<span> const& run, style_ref const& style, std::vector<block>& out) {
+        for (auto const& s : run) {
+            auto const* n = std::get_if<span_nested>(&s);
+            if (!n) {
+                continue;
+            }
+            if (auto const* o = std::get_if<type_original>(&n->nested.span_type);
+                o && carries_values(o->stuff)) {
+                out.push_back(block{.block_content = bcontent_blocks{},
+                                    .block_style = anonymous_style(style),
+                                    .block_type = *o});
+            }
+            values_blocks(n->nested.span_content, style, out);
+        }
+    }
+
     // The blocks a list of things makes: inline runs in anonymous paragraphs, table parts in anonymous
     // tables.
     std::vector<block> group_blocks(std::vector<thing> things, style_ref const& style) {
@@ -765,6 +793,9 @@ struct walker {
                 text::apply_bidi(run, direction_of(*style));
                 blocks.push_back(block{.block_content = bcontent_para{para{.para_spans = std::move(run)}},
                                        .block_style = anonymous_style(style)});
+            } else {
+                // No paragraph, but the empty elements in it may still name targets or set strings.
+                values_blocks(run, style, blocks);
             }
             run.clear();
         };
@@ -779,11 +810,7 @@ struct walker {
         for (auto& t : things) {
             if (is_table_part(t)) {
                 // White space between table parts makes no cell.
-                text::collapse_spaces(run);
-                if (text::has_content(run)) {
-                    flush_run();
-                }
-                run.clear();
+                flush_run();
                 table_parts.push_back(std::move(t));
                 continue;
             }
@@ -797,16 +824,11 @@ struct walker {
                 flush_table();
                 run.push_back(span_inline_block{share(std::move(ib->block))});
             } else if (auto* v = std::get_if<th_values>(&t)) {
-                // Among text it rides in the paragraph; between blocks it is an empty block of its own.
-                if (text::has_content(run)) {
-                    run.push_back(span_nested{nested_span{.span_style = v->style, .span_type = type_original{v->stuff}}});
-                } else {
-                    run.clear();
-                    flush_table();
-                    blocks.push_back(block{.block_content = bcontent_blocks{},
-                                           .block_style = anonymous_style(style),
-                                           .block_type = type_original{std::move(v->stuff)}});
-                }
+                // Among text it rides in the paragraph; between blocks it becomes an empty block of its
+                // own when the run is flushed.
+                flush_table();
+                run.push_back(span_nested{
+                    nested_span{.span_style = v->style, .span_type = type_original{std::move(v->stuff)}}});
             } else if (auto* b = std::get_if<th_block>(&t)) {
                 flush_run();
                 flush_table();
@@ -828,14 +850,17 @@ struct walker {
 
     bcontent to_bcontent(std::vector<thing> things, style_ref const& style, dom::element_ref const& e,
                          dom::style_info const& info) {
-        // A new block starts new words for capitalize.
-        at_word_start = true;
+        // What follows a block starts a new paragraph: new words for capitalize, a new line for tabs.
+        text_at = {};
+        // An element without a box (display: none) that only sets strings rides along in the text.
         bool const only_inline = std::ranges::all_of(things, [](thing const& t) {
-            return std::holds_alternative<th_span>(t) || std::holds_alternative<th_inline_block>(t);
+            return std::holds_alternative<th_span>(t) || std::holds_alternative<th_inline_block>(t) ||
+                   std::holds_alternative<th_values>(t);
         });
         auto blocks = group_blocks(std::move(things), style);
         bcontent out = bcontent_blocks{};
-        if (only_inline && blocks.size() == 1 && !has_columns(*style)) {
+        if (only_inline && blocks.size() == 1 &&
+            std::holds_alternative<type_anonymous>(blocks.front().block_type) && !has_columns(*style)) {
             // A block with nothing but inline content is itself the paragraph.
             out = std::move(blocks.front().block_content);
         } else if (has_columns(*style)) {
@@ -1094,6 +1119,15 @@ struct walker {
 };
 
 // ---- page sections ----
+//
+// A page section is a run of content that shares one page name; it also starts anew where a block
+// opens a page group or changes the page or pages counter. The cut may fall deep in the tree: a
+// chapter with its own page name inside a wrapping div splits that div, and every ancestor of the cut,
+// into a part before it and a part after it. Each part is a copy of the ancestor: the first keeps the
+// element's identity (its counters, strings, ids, bookmark), the later ones are continuations, as if
+// a page break had split the box. Lists, tables and multi-column containers are not cut into.
+
+using css::box::page_break;
 
 css::box::page name_of(block const& b, css::box::page const& inherited) {
     return b.block_style && b.block_style->page ? b.block_style->page : inherited;
@@ -1122,104 +1156,276 @@ bool starts_section(block const& b) {
            page_counter_change(s, "pages");
 }
 
-// Wraps a slice of the innermost level's blocks in copies of the wrapping blocks (html, body), so that
-// each section keeps their styles; sections after the first continue them.
-block rewrap(std::vector<block const*> const& path, std::size_t level, block_list slice, bool first) {
-    auto const& original = *path[level];
-    block out{.block_style = original.block_style, .block_bg = original.block_bg};
-    if (level + 1 == path.size()) {
-        out.block_content = bcontent_blocks{std::move(slice), std::nullopt};
-    } else {
-        std::vector<block> one;
-        one.push_back(rewrap(path, level + 1, std::move(slice), first));
-        out.block_content = bcontent_blocks{std::move(one), std::nullopt};
+// Floats and absolutely positioned boxes don't decide where the flow's pages change.
+bool in_flow(block const& b) {
+    if (!b.block_style) {
+        return true;
     }
-    if (first) {
-        out.block_type = original.block_type;
-    } else if (auto const* o = std::get_if<type_original>(&original.block_type)) {
-        out.block_type = type_remaining{o->stuff.element_info};
-    } else {
-        out.block_type = original.block_type;
+    auto const& s = *b.block_style;
+    auto const* k = std::get_if<css::box::position_kind>(&s.bit_props.bit_props_position);
+    bool const positioned =
+        k && (*k == css::box::position_kind::absolute || *k == css::box::position_kind::fixed);
+    return s.float_ == css::box::floaty{css::box::float_kind::none} && !positioned;
+}
+
+// The children a section cut may go between: plain block containers only.
+block_list const* cuttable_children(block const& b) {
+    auto const* bs = std::get_if<bcontent_blocks>(&b.block_content);
+    return bs && !bs->column_id ? &bs->blocks : nullptr;
+}
+
+// Whether a cut falls inside a block whose used page name is `name`.
+bool cut_inside(block const& b, css::box::page const& name) {
+    auto const* children = cuttable_children(b);
+    if (!children) {
+        return false;
+    }
+    for (auto const& c : *children) {
+        if (!in_flow(c)) {
+            continue;
+        }
+        auto const inner = name_of(c, name);
+        if (inner != name || starts_section(c) || cut_inside(c, inner)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Of two breaks that fall at one place, the stronger: a side, then "always", then "avoid"; the outer
+// block's wins a tie.
+page_break stronger_break(page_break outer, page_break inner) {
+    auto const rank = [](page_break b) {
+        switch (b) {
+        case page_break::left:
+        case page_break::right:
+            return 3;
+        case page_break::always:
+            return 2;
+        case page_break::avoid:
+            return 1;
+        case page_break::auto_:
+            break;
+        }
+        return 0;
+    };
+    return rank(inner) > rank(outer) ? inner : outer;
+}
+
+// Two changes of a page counter by blocks that start at one place, the outer first.
+std::optional<page_reset> then_reset(std::optional<page_reset> const& outer,
+                                     std::optional<page_reset> const& inner) {
+    if (!outer || !inner) {
+        return outer ? outer : inner;
+    }
+    if (auto const* by = std::get_if<page_increment_by>(&*inner)) {
+        return std::visit(
+            overloaded{
+                [&](page_reset_to const& t) -> page_reset { return page_reset_to{t.reset + by->increment}; },
+                [&](page_increment_by const& i) -> page_reset {
+                    return page_increment_by{i.increment + by->increment};
+                },
+            },
+            *outer);
+    }
+    return inner;
+}
+
+// What the blocks that begin at a cut ask of the section they begin.
+struct cut_start {
+    page_break start_break_before = page_break::auto_;
+    std::optional<page_reset> start_page_reset;
+    std::optional<page_reset> start_pages_reset;
+    css::box::page_group start_group = css::box::page_group::auto_;
+};
+
+// The children that begin and end a block's content in the flow, if it has children a cut may go between.
+block const* first_in_flow(block const& b) {
+    auto const* children = cuttable_children(b);
+    if (!children) {
+        return nullptr;
+    }
+    auto const it = std::ranges::find_if(*children, in_flow);
+    return it == children->end() ? nullptr : &*it;
+}
+
+block const* last_in_flow(block const& b) {
+    auto const* children = cuttable_children(b);
+    block const* last = nullptr;
+    if (children) {
+        for (auto const& c : *children) {
+            if (in_flow(c)) {
+                last = &c;
+            }
+        }
+    }
+    return last;
+}
+
+// A break in front of a first child falls in front of its parent too, and one after a last child after
+// its parent.
+page_break leading_before(block const& b) {
+    auto const own = b.block_style ? b.block_style->bit_props.bit_props_page_break_before : page_break::auto_;
+    auto const* first = first_in_flow(b);
+    return first ? stronger_break(own, leading_before(*first)) : own;
+}
+
+page_break trailing_after(block const& b) {
+    auto const own = b.block_style ? b.block_style->bit_props.bit_props_page_break_after : page_break::auto_;
+    auto const* last = last_in_flow(b);
+    return last ? stronger_break(own, trailing_after(*last)) : own;
+}
+
+cut_start start_of(block const& b) {
+    if (!b.block_style) {
+        return {};
+    }
+    auto const& s = *b.block_style;
+    return {.start_break_before = s.bit_props.bit_props_page_break_before,
+            .start_page_reset = page_counter_change(s, "page"),
+            .start_pages_reset = page_counter_change(s, "pages"),
+            .start_group = s.page_group};
+}
+
+cut_start then_start(cut_start const& outer, cut_start const& inner) {
+    return {.start_break_before = stronger_break(outer.start_break_before, inner.start_break_before),
+            .start_page_reset = then_reset(outer.start_page_reset, inner.start_page_reset),
+            .start_pages_reset = then_reset(outer.start_pages_reset, inner.start_pages_reset),
+            .start_group =
+                outer.start_group == css::box::page_group::start ? outer.start_group : inner.start_group};
+}
+
+page_break break_after_of(block const& b) {
+    return b.block_style ? b.block_style->bit_props.bit_props_page_break_after : page_break::auto_;
+}
+
+// A block, or the part of one, that lies in one section.
+struct piece {
+    block piece_block;
+    css::box::page piece_name;
+    cut_start piece_start;
+    /// The break after the blocks that end with the piece.
+    page_break piece_after = page_break::auto_;
+    /// Whether the piece opens a section even under the same page name.
+    bool piece_starts = false;
+};
+
+std::optional<element_info> info_of(element_type const& t) {
+    if (auto const* o = std::get_if<type_original>(&t)) {
+        return o->stuff.element_info;
+    }
+    if (auto const* r = std::get_if<type_remaining>(&t)) {
+        return r->info;
+    }
+    if (auto const* o = std::get_if<type_overflowing>(&t)) {
+        return o->info;
+    }
+    return std::nullopt;
+}
+
+// The style of a part that goes on in the next section: under `slice` its bottom border and padding
+// are drawn only where the box really ends.
+style_ref continued_style(style_ref const& s) {
+    if (!s || s->box_decoration_break != css::box::box_decoration_break::slice) {
+        return s;
+    }
+    auto copy = *s;
+    if (copy.borders) {
+        auto borders = *copy.borders;
+        borders.borders_bottom.border_width = 0;
+        borders.borders_bottom.border_style = css::box::line_style::none;
+        copy.borders = share(std::move(borders));
+    }
+    copy.padding_bottom = 0.0f;
+    copy.margin_bottom = 0.0f;
+    return share(std::move(copy));
+}
+
+std::vector<piece> pieces_of(block const& b, css::box::page const& name) {
+    if (!cut_inside(b, name)) {
+        // Nothing inside is cut, so the breaks of its first and last descendants are the piece's.
+        auto start = start_of(b);
+        start.start_break_before = leading_before(b);
+        return {piece{.piece_block = b,
+                      .piece_name = name,
+                      .piece_start = start,
+                      .piece_after = trailing_after(b),
+                      .piece_starts = starts_section(b)}};
+    }
+
+    // The children's pieces, gathered into runs that share a section. A run is led by its first piece in
+    // the flow; floats and positioned boxes go with the run they stand in, or the first one.
+    struct run {
+        std::vector<piece> run_pieces;
+        std::size_t run_lead = 0;
+    };
+
+    std::vector<run> runs;
+    std::vector<piece> floating;
+    for (auto const& c : *cuttable_children(b)) {
+        if (!in_flow(c)) {
+            auto& to = runs.empty() ? floating : runs.back().run_pieces;
+            to.push_back(piece{.piece_block = c, .piece_name = name});
+            continue;
+        }
+        for (auto& p : pieces_of(c, name_of(c, name))) {
+            bool const joins = !runs.empty() && !p.piece_starts &&
+                               p.piece_name == runs.back().run_pieces[runs.back().run_lead].piece_name;
+            if (!joins) {
+                std::size_t const lead = floating.size();
+                runs.push_back(run{.run_pieces = std::move(floating), .run_lead = lead});
+                floating.clear();
+            }
+            runs.back().run_pieces.push_back(std::move(p));
+        }
+    }
+    std::vector<piece> out;
+    for (std::size_t k = 0; k < runs.size(); ++k) {
+        auto& r = runs[k];
+        bool const first = k == 0;
+        bool const last = k + 1 == runs.size();
+        piece const& head = r.run_pieces[r.run_lead];
+        auto const head_name = head.piece_name;
+        auto const head_start = head.piece_start;
+        bool const head_starts = head.piece_starts;
+        auto const tail = std::find_if(r.run_pieces.rbegin(), r.run_pieces.rend(),
+                                       [](piece const& p) { return in_flow(p.piece_block); });
+        auto const tail_after = tail->piece_after;
+        std::vector<block> blocks;
+        blocks.reserve(r.run_pieces.size());
+        for (auto& p : r.run_pieces) {
+            blocks.push_back(std::move(p.piece_block));
+        }
+        block part{.block_content = bcontent_blocks{std::move(blocks), std::nullopt},
+                   .block_style = last ? b.block_style : continued_style(b.block_style),
+                   .block_type = first ? b.block_type : element_type{type_remaining{info_of(b.block_type)}},
+                   .block_bg = b.block_bg};
+        out.push_back(piece{.piece_block = std::move(part),
+                            .piece_name = head_name,
+                            .piece_start = first ? then_start(start_of(b), head_start) : head_start,
+                            .piece_after = last ? stronger_break(break_after_of(b), tail_after) : tail_after,
+                            .piece_starts = (first && starts_section(b)) || head_starts});
     }
     return out;
 }
 
-std::vector<page_sec> sections_of(block root) {
-    // Descend through blocks that hold a single block (html, then body) to the level that is cut.
-    std::vector<block const*> path{&root};
-    css::box::page inherited = root.block_style ? root.block_style->page : std::nullopt;
-    for (;;) {
-        auto const* b = std::get_if<bcontent_blocks>(&path.back()->block_content);
-        if (!b || b->column_id || b->blocks.size() != 1) {
-            break;
-        }
-        auto const* inner = std::get_if<bcontent_blocks>(&b->blocks.front().block_content);
-        if (!inner || inner->column_id) {
-            break;
-        }
-        path.push_back(&b->blocks.front());
-        inherited = name_of(*path.back(), inherited);
-    }
-    auto const* level = std::get_if<bcontent_blocks>(&path.back()->block_content);
-    if (!level || level->column_id || level->blocks.empty()) {
-        page_desc d{.sec_page_name = inherited, .sec_start = true};
-        std::vector<block> all;
-        all.push_back(std::move(root));
-        return {page_sec{d, std::move(all)}};
-    }
+std::vector<page_sec> sections_of(block const& root) {
+    auto pieces = pieces_of(root, name_of(root, std::nullopt));
     std::vector<page_sec> out;
-    // The blocks of the section being gathered, as indices into the level's list: a document of one
-    // section shares the list rather than copying the whole tree.
-    std::size_t slice_from = 0;
-    std::size_t slice_to = 0;
-    page_desc desc{.sec_page_name = name_of(level->blocks.front(), inherited), .sec_start = true};
-    auto const describe = [&](block const& b, page_desc& d) {
-        auto const& s = *b.block_style;
-        d.sec_page_break_before = s.bit_props.bit_props_page_break_before;
-        d.sec_page_counter_reset = page_counter_change(s, "page");
-        d.sec_pages_counter_reset = page_counter_change(s, "pages");
-        d.sec_page_group = s.page_group;
-    };
-    if (level->blocks.front().block_style) {
-        describe(level->blocks.front(), desc);
+    for (std::size_t i = 0; i < pieces.size(); ++i) {
+        auto& p = pieces[i];
+        page_desc const desc{.prev_page_break_after = i > 0 ? pieces[i - 1].piece_after : page_break::auto_,
+                             .sec_page_break_before = p.piece_start.start_break_before,
+                             .sec_page_break_after = p.piece_after,
+                             .sec_page_counter_reset = p.piece_start.start_page_reset,
+                             .sec_pages_counter_reset = p.piece_start.start_pages_reset,
+                             .sec_page_name = p.piece_name,
+                             .sec_page_group = p.piece_start.start_group,
+                             .sec_start = i == 0};
+        std::vector<block> one;
+        one.push_back(std::move(p.piece_block));
+        out.push_back(page_sec{desc, std::move(one)});
     }
-    auto const close = [&] {
-        // The break after a section is that of its last block.
-        if (slice_to > slice_from && level->blocks[slice_to - 1].block_style) {
-            desc.sec_page_break_after = level->blocks[slice_to - 1].block_style->bit_props.bit_props_page_break_after;
-        }
-        bool const first = out.empty();
-        block_list slice;
-        if (slice_from == 0 && slice_to == level->blocks.size()) {
-            slice = level->blocks;
-        } else {
-            std::vector<block> part;
-            for (std::size_t i = slice_from; i < slice_to; ++i) {
-                part.push_back(level->blocks[i]);
-            }
-            slice = std::move(part);
-        }
-        std::vector<block> wrapped;
-        wrapped.push_back(rewrap(path, 0, std::move(slice), first));
-        out.push_back(page_sec{desc, std::move(wrapped)});
-        slice_from = slice_to;
-    };
-    for (std::size_t i = 0; i < level->blocks.size(); ++i) {
-        auto const& b = level->blocks[i];
-        auto const name = name_of(b, inherited);
-        if (i > 0 && (name != desc.sec_page_name || starts_section(b))) {
-            close();
-            auto const& prev = level->blocks[i - 1];
-            desc = page_desc{.prev_page_break_after = prev.block_style ? prev.block_style->bit_props.bit_props_page_break_after
-                                                                       : css::box::page_break::auto_,
-                             .sec_page_name = name};
-            if (b.block_style) {
-                describe(b, desc);
-            }
-        }
-        slice_to = i + 1;
-    }
-    close();
     return out;
 }
 
@@ -1242,7 +1448,7 @@ pack_document prepack_document(log::log const& log, styledom::styled_document co
     }
     return pack_document{.pack_doc_name = dom_doc.dom_document_url,
                          .pack_doc_pages = doc.styled_rules.rules_env.pages,
-                         .pack_doc_content = sections_of(std::move(root_block)),
+                         .pack_doc_content = sections_of(root_block),
                          .doc_background = root_style,
                          .static_flows = std::move(w.flows),
                          .pack_doc_target_keys = std::move(w.target_keys)};

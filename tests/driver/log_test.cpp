@@ -111,6 +111,7 @@ TEST(log, structured_protocol_messages) {
     log::log_progress_percent(l, 42);
     log::log_data(l, "key", "value");
     log::log_finished(l, log::finished::success);
+    EXPECT_TRUE(log::reports_progress(l));
     EXPECT_EQ(c.text(), "msg|wrn|a.css:3|bad\n"
                         "msg|err||boom\n"
                         "sta|Converting document...\n"
@@ -127,6 +128,9 @@ TEST(log, structured_normal_has_no_progress_and_quiet_only_the_verdict) {
     log::log_progress_percent(n, 10);
     log::log_file_message(n, log::level::error, "x", "e");
     EXPECT_EQ(normal.text(), "msg|err|x|e\n");
+    // Only the progress flavour shows percentages; the others, and the console, don't ask for them.
+    EXPECT_FALSE(log::reports_progress(n));
+    EXPECT_FALSE(log::reports_progress(log::log{}));
 
     captured quiet;
     auto const q = server_to(quiet, t::server_log_quiet, log::verbosity::debug);

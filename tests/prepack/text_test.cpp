@@ -81,6 +81,91 @@ TEST(text, spaces_collapse_across_nested_spans) {
     EXPECT_EQ(dump::dump_spans(spans), "text \"a\"\nsep space\nspan anonymous\n  text \"b\"\n  sep space\ntext \"c\"\n");
 }
 
+// A paragraph of text pieces, each either in the paragraph itself or, written "<...>", in a nested span.
+std::string collapsed(std::vector<std::u32string> const& pieces, white_space ws) {
+    bool start = true;
+    std::vector<span> spans;
+    for (auto const& p : pieces) {
+        if (p.size() > 1 && p.front() == U'<' && p.back() == U'>') {
+            auto inner =
+                prepare_text(std::u32string_view(p).substr(1, p.size() - 2), {.white_space = ws}, start);
+            spans.push_back(span_nested{nested_span{.span_content = std::move(inner)}});
+        } else {
+            auto more = prepare_text(p, {.white_space = ws}, start);
+            spans.insert(spans.end(), more.begin(), more.end());
+        }
+    }
+    collapse_spaces(spans);
+    return dump::dump_spans(spans);
+}
+
+TEST(text, spaces_around_preserved_line_ends_go_across_inline_boundaries) {
+    // pre-line: "a <b>x </b>\nb": the space that ends the inline element stands before the line end.
+    EXPECT_EQ(collapsed({U"a ", U"<x >", U"\nb"}, white_space::pre_line),
+              "text \"a\"\nsep space\nspan anonymous\n  text \"x\"\nsep newline\ntext \"b\"\n");
+    // The space before the element, the line end inside it.
+    EXPECT_EQ(collapsed({U"a ", U"<\nx>"}, white_space::pre_line),
+              "text \"a\"\nspan anonymous\n  sep newline\n  text \"x\"\n");
+    // After a line end, a space in the next element goes too; so does one across an empty element.
+    EXPECT_EQ(collapsed({U"a\n", U"< x>"}, white_space::pre_line),
+              "text \"a\"\nsep newline\nspan anonymous\n  text \"x\"\n");
+    EXPECT_EQ(collapsed({U"a ", U"<>", U"\nb"}, white_space::pre_line),
+              "text \"a\"\nspan anonymous\nsep newline\ntext \"b\"\n");
+    // Preserved spaces stay whatever follows them.
+    EXPECT_EQ(collapsed({U"a ", U"<x >", U"\nb"}, white_space::pre_wrap),
+              "text \"a\"\nsep pre_space\nspan anonymous\n  text \"x\"\n  sep pre_space\nsep newline\ntext "
+              "\"b\"\n");
+}
+
+// The spans of texts prepared one after another in one paragraph, as a string: a word as itself, "_"
+// for each preserved space, "|" for a line end, "." for anything else.
+std::string line_of(std::vector<std::u32string_view> const& texts, white_space ws) {
+    text_position at;
+    std::string out;
+    for (auto const t : texts) {
+        for (auto const& s : prepare_text(t, {.white_space = ws}, at)) {
+            if (auto const* w = std::get_if<span_text>(&s)) {
+                out += textbuf::to_utf8(w->text);
+            } else if (auto const* sep = std::get_if<span_sep>(&s)) {
+                out += std::holds_alternative<sep_pre_space>(sep->sep) ? "_"
+                       : std::holds_alternative<sep_newline>(sep->sep) ? "|"
+                                                                       : ".";
+            } else {
+                out += ".";
+            }
+        }
+    }
+    return out;
+}
+
+TEST(text, preserved_tabs_reach_the_next_tab_stop) {
+    struct tcase {
+        char const* name;
+        std::vector<std::u32string_view> texts;
+        std::string expected;
+    } const cases[] = {
+        {"at the line start", {U"\tx"}, "________x"},
+        {"after some text", {U"abc\tx"}, "abc_____x"},
+        {"at a tab stop", {U"abcdefgh\tx"}, "abcdefgh________x"},
+        {"two in a row", {U"a\t\tx"}, "a_______________x"},
+        {"after a space", {U"ab \tx"}, "ab______x"},
+        {"after a line end", {U"abc\n\tx"}, "abc|________x"},
+        {"after a CR LF", {U"abc\r\n\tx"}, "abc|________x"},
+        {"across text nodes", {U"ab", U"c\tx"}, "abc_____x"},
+        {"combining marks take no column", {U"e\u0301e\u0301\tx"}, "e\u0301e\u0301______x"},
+        {"a fixed-width space takes one", {U"a\u00A0\tx"}, "a.______x"},
+    };
+
+    for (auto const& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(line_of(c.texts, white_space::pre), c.expected);
+        EXPECT_EQ(line_of(c.texts, white_space::pre_wrap), c.expected);
+    }
+    // Where white space collapses, a tab is one more collapsible space.
+    EXPECT_EQ(prepared(U"a\t\tb", white_space::normal), "text \"a\"\nsep space\ntext \"b\"\n");
+    EXPECT_EQ(prepared(U"a\tb", white_space::pre_line), "text \"a\"\nsep space\ntext \"b\"\n");
+}
+
 TEST(text, bidi_levels_for_a_mixed_paragraph) {
     bool start = true;
     auto spans = prepare_text(U"abc \u05D0\u05D1 def", {}, start);
