@@ -161,6 +161,35 @@ std::optional<std::variant<pdf::dest::dest, pdf::action::action>> resolve_link(l
         pdf::dest::target_position(found->second.num.pdf_page_num, 0, found->second.y.value_or(0))};
 }
 
+// Bookmarks that name a place with bookmark-target: a target in one of the documents gives its page
+// and position, any other URL stays a web address, and a target no pass placed leads nowhere, so its
+// bookmark is left out.
+std::vector<pack::packed_bookmark> resolve_bookmarks(link_targets const& links,
+                                                     std::vector<pack::packed_bookmark> const& bookmarks) {
+    std::vector<pack::packed_bookmark> out;
+    for (auto b : bookmarks) {
+        if (b.bookmark_target) {
+            auto const name = resource::locator::locator_url_to_string(b.bookmark_target->target_docname);
+            bool const internal = std::any_of(links.link_docs.begin(), links.link_docs.end(), [&](auto const& d) {
+                return resource::locator::locator_url_to_string(d.locator_url) == name;
+            });
+            if (internal) {
+                auto const found = links.link_found->page_nums.find(prepack::targets::key_of(*b.bookmark_target));
+                if (found == links.link_found->page_nums.end()) {
+                    log::log_debug(links.link_log, "bookmark dropped, its target is unknown: " + *b.bookmark_url);
+                    continue;
+                }
+                b.bookmark_page = found->second.num.pdf_page_num;
+                b.bookmark_x = 0;
+                b.bookmark_y = found->second.y.value_or(0);
+                b.bookmark_url.reset();
+            }
+        }
+        out.push_back(std::move(b));
+    }
+    return out;
+}
+
 // The files to embed, loaded through the loader; one that fails is logged with its location and left
 // out.
 std::vector<pdf::writepdf::embedded_file> load_attachments(log::log const& log,
@@ -199,7 +228,7 @@ void write_output(log::log const& log,
                   pdf::bulkio::output::output out) {
     pdf::writepdf::pdf_document doc{.doc_metadata = first.doc_metadata,
                                     .doc_options = first.doc_pdf_options,
-                                    .bookmarks = pdf::bookmarks::outline_of(bookmarks)};
+                                    .bookmarks = pdf::bookmarks::outline_of(resolve_bookmarks(links, bookmarks))};
     doc.attachments = load_attachments(log, engine.engine_loader, first.doc_pdf_options.attach);
     pdf::painter::add_pages(log, doc, pages,
                             pdf::painter::paint_options{.artificial_fonts = first.doc_pdf_options.artificial_fonts,

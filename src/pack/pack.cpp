@@ -57,7 +57,9 @@ struct values_walk {
                                         .bookmark_label = textbuf::to_utf8(static_::things_text(*page, b.pre_bookmark_content)),
                                         .bookmark_page = g.pdf_page_num,
                                         .bookmark_x = x,
-                                        .bookmark_y = y});
+                                        .bookmark_y = y,
+                                        .bookmark_url = b.pre_bookmark_url,
+                                        .bookmark_target = b.pre_bookmark_target});
         }
     }
 

@@ -47,6 +47,10 @@ struct packed_bookmark {
     int bookmark_page = 1;
     float bookmark_x = 0;
     float bookmark_y = 0;
+    /// A place named by `bookmark-target` instead of the element's own: the URL as written, and the
+    /// target it names. The engine resolves it once the last pass has placed every target.
+    std::optional<std::string> bookmark_url;
+    std::optional<prepack::target_name> bookmark_target;
     bool operator==(packed_bookmark const&) const = default;
 };
 

@@ -11,9 +11,14 @@ std::vector<outlines::outline> outline_of(std::vector<pack::packed_bookmark> con
             open.pop_back();
         }
         auto& siblings = open.empty() ? top : open.back().second->children;
+        outlines::outline_action target =
+            outlines::dest_target{dest::target_position(b.bookmark_page, b.bookmark_x, b.bookmark_y)};
+        if (b.bookmark_url) {
+            target = outlines::action_target{action::uri{*b.bookmark_url}};
+        }
         siblings.push_back(outlines::outline{
             .title = b.bookmark_label,
-            .target = outlines::dest_target{dest::target_position(b.bookmark_page, b.bookmark_x, b.bookmark_y)},
+            .target = std::move(target),
             .state = b.bookmark_state == css::box::bookmark_state::closed ? outlines::outline_state::closed
                                                                          : outlines::outline_state::open,
             .children = {},

@@ -83,6 +83,10 @@ std::string type_text(element_type const& t) {
                                   out += " bookmark(" + std::to_string(o.stuff.bookmark_stuff->second.pre_bookmark_level) +
                                          ")=\"" + thing_text(o.stuff.bookmark_stuff->second.pre_bookmark_content) + "\"";
                               }
+                              if (o.stuff.running) {
+                                  out += " running(" + o.stuff.running->first + ")=" +
+                                         std::to_string(o.stuff.running->second);
+                              }
                               return out;
                           },
                           [](type_remaining const& r) {

@@ -248,6 +248,10 @@ struct bookmark_stuff {
     std::vector<text_thing> pre_bookmark_content;
     css::property::keyword_list pre_bookmark_link_type{"auto"};
     std::string bookmark_name;
+    /// Where the bookmark leads when `bookmark-target` names a place: the URL as written and the
+    /// target it names; nothing leads to the element itself.
+    std::optional<std::string> pre_bookmark_url;
+    std::optional<target_name> pre_bookmark_target;
     bool operator==(bookmark_stuff const&) const = default;
 };
 

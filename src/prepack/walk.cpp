@@ -300,6 +300,19 @@ struct walker {
         return out;
     }
 
+    // The URL that bookmark-target gives: url(...) or an attribute that holds one.
+    static std::optional<std::string> bookmark_url(css::property::content_list const& list, dom::dom_element const& e) {
+        for (auto const& item : list.content_items) {
+            if (auto const* u = std::get_if<css::value::url>(&item)) {
+                return u->url_text;
+            }
+            if (auto const* a = std::get_if<css::value::attr>(&item)) {
+                return styledom::tree::plain_attribute(e, a->attr_name.attr_local);
+            }
+        }
+        return std::nullopt;
+    }
+
     element_stuff stuff_of(dom::element_ref const& e, css::style::style const& s) {
         element_stuff out{.element_info = info_element{e}, .counter_scopes = scopes_now()};
         for (auto const& [name, list] : s.string_set) {
@@ -328,6 +341,12 @@ struct walker {
                 b.pre_bookmark_content = content_text(*label, *e, s, "bookmark-label");
             } else {
                 b.pre_bookmark_content = {text_thing_text{textbuf::from_utf8(element_text(*e))}};
+            }
+            if (auto const* target = std::get_if<css::property::content_list>(&s.bookmark_target)) {
+                if (auto const url = bookmark_url(*target, *e)) {
+                    b.pre_bookmark_url = url;
+                    b.pre_bookmark_target = targets::target_of(*url, doc_url, doc_url);
+                }
             }
             out.bookmark_stuff = std::pair{++bookmarks, std::move(b)};
         }
@@ -760,7 +779,7 @@ struct walker {
     // ---- grouping ----
 
     static bool carries_values(element_stuff const& stuff) {
-        return stuff.given_ids || !stuff.text_values.empty() || stuff.bookmark_stuff;
+        return stuff.given_ids || !stuff.text_values.empty() || stuff.bookmark_stuff || stuff.running;
     }
 
     // The elements of a run without text that name targets, set strings or ask for bookmarks, each as an

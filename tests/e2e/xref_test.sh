@@ -55,6 +55,27 @@ qpdf --qdf --object-streams=disable strings.pdf strings.qdf 2>/dev/null
 expect_eq "strings: web link" "$(grep -ac '/URI (http://example.com/x)' strings.qdf)" 1
 expect_eq "strings: one link only" "$(grep -ac '/Subtype /Link' strings.qdf)" 1
 
+# bookmark-target: an entry that leads to another element's place, one that leads nowhere (left out)
+# and one to the web.
+cat > targets.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: A7 } body { font: 8pt sans-serif }
+h1, h2 { bookmark-level: none }
+a.bm { bookmark-level: 1; bookmark-label: attr(title); bookmark-target: attr(href) }
+</style></head><body>
+<p><a class="bm" title="Jump" href="#far">to far</a> <a class="bm" title="Lost" href="#none">lost</a>
+<a class="bm" title="Web" href="http://example.com/">web</a></p>
+<p style="break-before: page">page two</p><p id="far" style="break-before: page">far away</p>
+</body></html>
+HTML
+"$VELLUM" targets.html -o targets.pdf 2>err.txt; rc=$?
+expect_eq "targets: status" "$rc" 0
+outline=$(qpdf --json --json-key=outlines targets.pdf | python3 -c '
+import json, sys
+for o in json.load(sys.stdin)["outlines"]:
+    print(o["title"], o["destpageposfrom1"])')
+expect_eq "targets: outline" "$(echo $outline)" "Jump 3 Web None"
+
 # Running elements in margin boxes: the first one placed on a page, or the last of the pages before;
 # element(x, last) takes the last one placed.
 cat > running.html <<'HTML'

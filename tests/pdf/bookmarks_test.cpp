@@ -43,5 +43,14 @@ TEST(bookmarks, lead_to_their_page_and_keep_their_state) {
     EXPECT_EQ(std::get<dest::xyz>(std::get<dest::explicit_dest>(d).align).top, number{std::int64_t{500}});
 }
 
+TEST(bookmarks, a_web_address_becomes_an_action) {
+    auto m = mark(1, "Web");
+    m.bookmark_url = "http://example.com/";
+    auto const tree = bookmarks::outline_of({m});
+    ASSERT_EQ(tree.size(), 1u);
+    auto const& a = std::get<outlines::action_target>(tree[0].target).target;
+    EXPECT_EQ(std::get<action::uri>(a).uri_text, "http://example.com/");
+}
+
 } // namespace
 } // namespace vellum::pdf
