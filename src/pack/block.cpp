@@ -2,6 +2,7 @@
 
 #include "css/used_style.hpp"
 #include "pack/blocks.hpp"
+#include "pack/floats.hpp"
 #include "pack/para_main.hpp"
 #include "util/ref.hpp"
 #include "util/result.hpp"
@@ -326,6 +327,13 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
     float margin_bottom = um ? um->margin_bottom.value_or(0) : 0;
     std::optional<float> margin_left = um ? um->margin_left : std::optional<float>(0);
     std::optional<float> margin_right = um ? um->margin_right : std::optional<float>(0);
+    // Floats and inline blocks start a flow of their own: their margins don't collapse with their
+    // children's, and "auto" side margins are zero.
+    bool const own_flow = !std::holds_alternative<inflow_block>(type);
+    if (own_flow) {
+        margin_left = margin_left.value_or(0);
+        margin_right = margin_right.value_or(0);
+    }
 
     bool const continuation = is_continuation(b.block_type);
     bool const slice = s.box_decoration_break == css::box::box_decoration_break::slice;
@@ -376,7 +384,7 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
                              std::holds_alternative<prepack::bcontent_list_item>(b.block_content) ||
                              std::holds_alternative<prepack::bcontent_table>(b.block_content);
     bool const commit_top = bt > 0 || pt > 0 || s.overflow == css::box::overflow::hidden ||
-                            used.used_height.has_value() || !blocks_like;
+                            used.used_height.has_value() || !blocks_like || own_flow;
     std::optional<float> box_top;
     areas::areas inner = a;
     mc::gap inner_gap = gap;
@@ -553,8 +561,8 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
         used.used_padding_bottom = 0;
     }
     // The bottom margin joins the last child's when nothing stands between them.
-    bool const through_bottom =
-        !has_remain && bb == 0 && pb == 0 && !used.used_height && used.used_min_height <= 0 && blocks_like;
+    bool const through_bottom = !has_remain && bb == 0 && pb == 0 && !used.used_height &&
+                                used.used_min_height <= 0 && blocks_like && !own_flow;
     areas::areas after = c.areas;
     mc::gap trailing = c.gap;
     if (!through_bottom && !has_remain) {
@@ -610,11 +618,13 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
     after.container.left = original_areas.container.left;
     after.container.right = original_areas.container.right;
     after.container.bottom = original_areas.container.bottom;
-    after.available = {after.container};
-    if (!original_areas.available.empty()) {
-        auto band = original_areas.available.back();
-        band.top = after.container.top;
-        after.available = {band};
+    // The floats of the content reach out of the block: the bands below it keep their cuts.
+    after.available = floats::carry_out(c.areas.available, c.areas.container,
+                                        original_areas.available.empty() ? std::vector{original_areas.container}
+                                                                         : original_areas.available,
+                                        after.container.top);
+    if (after.available.empty()) {
+        after.available = {after.container};
     }
 
     pack::box out{
@@ -635,7 +645,6 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
         shift_box(out, dx, dy);
     }
     mc::gap out_gap = has_remain ? mc::gap{mc::fresh()} : mc::add_margin(trailing, margin_bottom);
-    (void)type;
     return block_out{
         .res = packed_main{.b_packed_box = share(std::move(out)),
                            .b_remain_portion = std::move(remain),
@@ -645,6 +654,151 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
         .out_gap = std::move(out_gap),
         .out_forced_break = has_remain ? c.forced : std::nullopt,
     };
+}
+
+std::optional<float> last_baseline(box const& b) {
+    return std::visit(overloaded{
+                          [](with_abs const& w) -> std::optional<float> {
+                              return last_baseline(pack::box{.box_content = *w.with_abs_content});
+                          },
+                          [](boxes const& bs) -> std::optional<float> {
+                              for (auto it = bs.boxes_list.rbegin(); it != bs.boxes_list.rend(); ++it) {
+                                  if (auto y = last_baseline(**it)) {
+                                      return y;
+                                  }
+                              }
+                              return std::nullopt;
+                          },
+                          [](table_anony_box const&) -> std::optional<float> { return std::nullopt; },
+                          [](table const&) -> std::optional<float> { return std::nullopt; },
+                          [](para const& p) -> std::optional<float> {
+                              for (auto it = p.para_lines.rbegin(); it != p.para_lines.rend(); ++it) {
+                                  if (auto const* l = std::get_if<linebox>(&*it)) {
+                                      return l->linebox_base;
+                                  }
+                              }
+                              return std::nullopt;
+                          },
+                          [](list const& l) { return last_baseline(*l.list_box.list_content); },
+                          [](column const&) -> std::optional<float> { return std::nullopt; },
+                          [](image const&) -> std::optional<float> { return std::nullopt; },
+                      },
+                      b.box_content);
+}
+
+namespace {
+
+std::pair<float, float> side_margins(box const& b) {
+    auto const* m = std::get_if<css::used_style::used_margins>(&b.box_used_style.used_margins);
+    if (!m) {
+        return {0, 0};
+    }
+    return {m->margin_left.value_or(0), m->margin_right.value_or(0)};
+}
+
+float side_edges(box const& b) {
+    auto const& u = b.box_used_style;
+    return u.used_borders.borders_left.border_width + u.used_padding_left + u.used_padding_right +
+           u.used_borders.borders_right.border_width;
+}
+
+bool auto_width(box const& b) {
+    return b.box_style && std::holds_alternative<css::box::auto_value>(b.box_style->width);
+}
+
+// The width the content of a box takes, without the box's own edges.
+float content_natural(box const& b) {
+    auto const margin_box = [](box const& c) {
+        auto const [l, r] = side_margins(c);
+        return l + natural_width(c) + r;
+    };
+    return std::visit(overloaded{
+                          [&](with_abs const& w) {
+                              return content_natural(pack::box{.box_content = *w.with_abs_content});
+                          },
+                          [&](boxes const& bs) {
+                              float w = 0;
+                              for (auto const& c : bs.boxes_list) {
+                                  w = std::max(w, margin_box(*c));
+                              }
+                              return w;
+                          },
+                          [&](para const& p) {
+                              float w = 0;
+                              for (auto const& item : p.para_lines) {
+                                  std::visit(overloaded{
+                                                 [&](linebox const& l) {
+                                                     w = std::max(w, line_content_right(l) - l.linebox_x);
+                                                 },
+                                                 [&](float_box const& f) { w = std::max(w, margin_box(*f.float_box_box)); },
+                                             },
+                                             item);
+                              }
+                              return w;
+                          },
+                          [&](list const& l) { return content_natural(*l.list_box.list_content); },
+                          [&](table_anony_box const&) { return b.box_w - side_edges(b); },
+                          [&](table const&) { return b.box_w - side_edges(b); },
+                          [&](column const&) { return b.box_w - side_edges(b); },
+                          [&](image const&) { return b.box_w - side_edges(b); },
+                      },
+                      b.box_content);
+}
+
+} // namespace
+
+float natural_width(box const& b) {
+    if (!auto_width(b)) {
+        return b.box_w;
+    }
+    return content_natural(b) + side_edges(b);
+}
+
+block_out pack_fit(page_info info, block_type const& type, prepack::block const& b, mc::gap gap, areas::areas a) {
+    auto first = pack_block(info, type, b, gap, a);
+    auto const* p = std::get_if<packed_main>(&first.res);
+    if (!p || !std::holds_alternative<css::box::auto_value>(b.block_style->width)) {
+        return first;
+    }
+    auto const& packed = *p->b_packed_box;
+    float const need = natural_width(packed);
+    if (need >= packed.box_w - 0.01f) {
+        return first;
+    }
+    // As wide as the longest line: packed again at that width, the lines break where they did.
+    auto narrow = *b.block_style;
+    narrow.width = std::max(0.0f, need - side_edges(packed));
+    narrow.box_sizing = css::box::box_sizing::content_box;
+    auto again = b;
+    again.block_style = share(std::move(narrow));
+    return pack_block(std::move(info), type, again, std::move(gap), std::move(a));
+}
+
+packed_inline pack_inline_block(page_info info, prepack::block const& b, float container_width) {
+    // An inline block is never split: its trial area reaches far below any page.
+    float const far = 1000000.0f;
+    areas::area const trial{.top = 0, .bottom = -far, .left = 0, .right = container_width};
+    info.flags.max_page_area = true;
+    auto r = pack_fit(std::move(info), inline_block{}, b, mc::fresh(), areas::areas{.container = trial, .available = {trial}});
+    auto const* p = std::get_if<packed_main>(&r.res);
+    if (!p) {
+        throw internal_error("inline block: unexpected pack result.");
+    }
+    auto bx = *p->b_packed_box;
+    auto const* m = std::get_if<css::used_style::used_margins>(&bx.box_used_style.used_margins);
+    float const ml = m ? m->margin_left.value_or(0) : 0;
+    float const mr = m ? m->margin_right.value_or(0) : 0;
+    float const mb = m ? m->margin_bottom.value_or(0) : 0;
+    // The baseline: that of the last line, unless the box has none or hides its overflow; then the
+    // bottom margin edge stands on the line's baseline.
+    std::optional<float> base;
+    if (bx.box_style->overflow == css::box::overflow::visible) {
+        base = last_baseline(bx);
+    }
+    float const y = base ? *base : bx.box_y - bx.box_h - mb;
+    shift_box(bx, -bx.box_x + ml, -y);
+    float const width = ml + bx.box_w + mr;
+    return {.inline_width = width, .inline_box = share(std::move(bx))};
 }
 
 } // namespace vellum::pack::block

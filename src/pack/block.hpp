@@ -97,6 +97,34 @@ void shift_box(box& b, float dx, float dy);
 /// The baseline of the first line inside a box, if it holds a line.
 std::optional<float> first_baseline(box const& b);
 
+/// The baseline of the last line inside a box, if it holds a line.
+std::optional<float> last_baseline(box const& b);
+
+/// The border-box width a packed box needs for what it holds: for a box of "auto" width the widest of
+/// its lines and of its children's margin boxes, plus its own borders and padding; any other box keeps
+/// its width.
+float natural_width(box const& b);
+
+/// Packs a box of shrink-to-fit width (a float, an inline block): a box of "auto" width is packed in
+/// the areas, then packed again as wide as what it holds needs, if that is narrower.
+block_out pack_fit(page_info info,
+                   block_type const& type,
+                   prepack::block const& b,
+                   margin_collapsing::gap gap,
+                   areas::areas areas);
+
+/// An atomic inline box packed for a line: its width with margins, and its box placed with its left
+/// margin edge at x = 0 and its baseline (that of its last line, or its bottom margin edge when it has
+/// no line or hides its overflow) at y = 0.
+struct packed_inline {
+    float inline_width = 0;
+    ref<box> inline_box;
+};
+
+/// Packs an inline block in a container of the given width, never split: its trial bottom lies far
+/// below any page.
+packed_inline pack_inline_block(page_info info, prepack::block const& b, float container_width);
+
 /// Whether the block's page break is a forced one.
 bool is_forced(css::box::page_break b);
 

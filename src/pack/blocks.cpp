@@ -1,5 +1,8 @@
 #include "pack/blocks.hpp"
 
+#include "pack/floats.hpp"
+#include "pack/spans_to_knuth.hpp"
+
 #include "util/ref.hpp"
 
 namespace vellum::pack::blocks {
@@ -33,6 +36,50 @@ bool is_original(prepack::block const& b) {
            !std::holds_alternative<prepack::type_overflowing>(b.block_type);
 }
 
+bool displayed_as(prepack::block const& b, css::box::display_kind k) {
+    auto const* d = std::get_if<css::box::display_kind>(&b.block_style->bit_props.bit_props_display);
+    return d != nullptr && *d == k;
+}
+
+// A run-in box followed by a block holding a paragraph becomes the first inline box of that
+// paragraph: the paragraph is returned with the run-in's items in front of its own.
+std::optional<prepack::block> run_in_merged(page_info const& info, prepack::block const& run_in,
+                                            prepack::block const& next, float width) {
+    auto const* own = std::get_if<prepack::bcontent_para>(&run_in.block_content);
+    auto const* target = std::get_if<prepack::bcontent_para>(&next.block_content);
+    if (!own || !target || !is_original(next) || !displayed_as(next, css::box::display_kind::block) ||
+        floats::float_side(*next.block_style, info) || block::is_forced(break_before(next)) ||
+        !std::holds_alternative<prepack::para_initial>(target->para.para_content) || target->para.pass_in) {
+        return std::nullopt;
+    }
+    prepack::span inline_run_in = prepack::span_nested{prepack::nested_span{
+        .span_content = own->para.para_spans,
+        .span_style = run_in.block_style,
+        .span_type = run_in.block_type,
+        .span_bg = run_in.block_bg,
+    }};
+    auto items = spans_to_knuth::para_to_knuths(info, next.block_style,
+                                                prepack::para{.para_spans = {std::move(inline_run_in)}}, width)
+                     .res_items;
+    // The paragraph's own end stays: the run-in's forced break goes.
+    while (!items.empty() && knuth::is_forced_break(items.back())) {
+        items.pop_back();
+    }
+    auto merged = next;
+    auto& para = std::get<prepack::bcontent_para>(merged.block_content).para;
+    para.pass_in = share(prepack::para_pass_in{.pass_in_items = std::move(items)});
+    return merged;
+}
+
+// Where the next block's top edge would stand: below the margins not yet taken from the area.
+float flow_top(areas::areas const& a, mc::gap const& gap) {
+    float pending = 0;
+    if (auto const* n = std::get_if<mc::normal>(&gap)) {
+        pending = n->positive + n->negative - n->committed.value_or(0);
+    }
+    return a.container.top - std::max(0.0f, pending);
+}
+
 } // namespace
 
 blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::gap gap, areas::areas areas) {
@@ -59,26 +106,72 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
         }
     };
 
+    // A paragraph with a run-in merged into it stands in for the block at `merged_at`; the list itself
+    // is left as it is, so that what goes on to the next page starts at the run-in again.
+    std::optional<prepack::block> merged;
+    std::optional<std::size_t> merged_at;
+    auto const list_start = [&](std::size_t j) { return merged_at == j ? j - 1 : j; };
+
     for (std::size_t i = 0; i < blocks.size(); ++i) {
-        auto const& b = blocks[i];
+        if (displayed_as(blocks[i], css::box::display_kind::run_in) && is_original(blocks[i]) &&
+            i + 1 < blocks.size() && !floats::float_side(*blocks[i].block_style, cur_info)) {
+            merged = run_in_merged(cur_info, blocks[i], blocks[i + 1], areas::width_of(cur_areas.container));
+            if (merged) {
+                merged_at = i + 1;
+                continue;
+            }
+        }
+        auto const& b = merged_at == i ? *merged : blocks[i];
         // A forced break in front of a block ends the walk, unless nothing stands above it yet on
         // this page (the break has happened already).
         bool const at_top = stack.empty() && cur_areas.container.top >= info.general.body_area.top - 0.01f &&
                             start_top >= info.general.body_area.top - 0.01f;
         if (is_original(b) && block::is_forced(break_before(b)) && !at_top) {
             forced = break_before(b);
-            remain = blocks.suffix(i);
+            remain = blocks.suffix(list_start(i));
             break;
+        }
+        // A float goes beside the flow: its room is cut out of the bands, and the flow's top stays.
+        if (auto const side = floats::float_side(*b.block_style, cur_info)) {
+            float top = flow_top(cur_areas, cur_gap);
+            if (auto const y = floats::clearance(cur_areas, floats::clear_of(*b.block_style, cur_info), top)) {
+                top = *y;
+            }
+            auto placed = floats::place_float(cur_info, b, *side, top, cur_areas, max_area && stack.empty());
+            if (!placed) {
+                // It fits nowhere below: it goes on to the next page with what follows it.
+                refused_at = i;
+                break;
+            }
+            stack.push_back(temp_entry{.packed = placed->placed_box,
+                                       .index = i,
+                                       .info = placed->placed_info,
+                                       .areas = placed->placed_areas,
+                                       .gap = cur_gap});
+            cur_info = std::move(placed->placed_info);
+            cur_areas = std::move(placed->placed_areas);
+            continue;
+        }
+        // Clearance: the block's top moves below the floats on the sides it clears, and the margins
+        // above it no longer collapse with its own.
+        auto block_areas = cur_areas;
+        auto block_gap = cur_gap;
+        if (is_original(b)) {
+            auto const clear = floats::clear_of(*b.block_style, cur_info);
+            if (auto const y = floats::clearance(cur_areas, clear, flow_top(cur_areas, cur_gap))) {
+                block_areas = floats::moved_to(std::move(block_areas), *y);
+                block_gap = mc::fresh();
+            }
         }
         // Only the first block placed may be forced into the space: later ones can go on.
         auto child_info = cur_info;
         child_info.flags.max_page_area = max_area && stack.empty();
-        auto r = block::pack_block(std::move(child_info), block::inflow_block{}, b, cur_gap, cur_areas);
+        auto r = block::pack_block(std::move(child_info), block::inflow_block{}, b, block_gap, block_areas);
         r.out_info.flags.max_page_area = max_area;
         if (std::holds_alternative<block::none>(r.res) && r.out_forced_break) {
             // A forced break in front of the block's first child falls in front of the block.
             forced = r.out_forced_break;
-            remain = blocks.suffix(i);
+            remain = blocks.suffix(list_start(i));
             break;
         }
         if (std::holds_alternative<block::none>(r.res) ||
@@ -135,7 +228,7 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
             // The largest space there is: the wish is overruled, and the break stays where it fell.
             keep = stack.size();
         }
-        std::size_t const from = keep < stack.size() ? stack[keep].index : *refused_at;
+        std::size_t const from = list_start(keep < stack.size() ? stack[keep].index : *refused_at);
         stack.resize(keep);
         restore(keep);
         remain = blocks.suffix(from);

@@ -151,8 +151,11 @@ box_eval eval_box(eval_env const& env,
                    [](open&) {},
                    [](close&) {},
                    [&](inline_block& i) {
-                       if (env.env_pack_inline_block) {
-                           i.inline_block_width = (*env.env_pack_inline_block)(i, containing_height);
+                       // Packed once: what an inline block holds doesn't change with the page.
+                       if (env.env_pack_inline_block && !i.inline_block_box) {
+                           auto packed = (*env.env_pack_inline_block)(i, containing_height);
+                           i.inline_block_width = packed.packed_width;
+                           i.inline_block_box = std::move(packed.packed_box);
                        }
                    },
                    [](indent&) {},

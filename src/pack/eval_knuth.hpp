@@ -40,10 +40,15 @@ using pattern_source =
 /// The text of a page-dependent counter on the page being packed.
 using counter_renderer = std::function<textbuf::textbuf(knuth::counter const& c, page_state const& state)>;
 
-/// The width of an atomic inline box, packed in a trial area: the box's whole used width, margins
-/// included, in a container of the given height.
+/// An atomic inline box packed in a trial area: its whole used width, margins included, and its box.
+struct packed_inline_block {
+    float packed_width = 0;
+    ref<pack::box> packed_box;
+};
+
+/// Packs an atomic inline box in a container of the given height.
 using inline_block_packer =
-    std::function<float(knuth::inline_block const& b, std::optional<float> containing_height)>;
+    std::function<packed_inline_block(knuth::inline_block const& b, std::optional<float> containing_height)>;
 
 /// The items of a script function's result when the call now gives another text; none when it is
 /// unchanged.

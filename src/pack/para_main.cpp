@@ -1,5 +1,7 @@
 #include "pack/para_main.hpp"
 
+#include "pack/block.hpp"
+#include "pack/floats.hpp"
 #include "pack/para_valign.hpp"
 #include "pack/spans_to_knuth.hpp"
 #include "pack/total_fit.hpp"
@@ -137,6 +139,31 @@ bool next_band(run_state& s, bool& max_area) {
     return true;
 }
 
+// Places a box that a line gave up as out of the flow. A float goes into the bands at the line's top;
+// false when it fits nowhere on the page. Absolute boxes inside a paragraph are left out.
+bool pack_outflow(run_state& s, linebreak::outflow const& out, bool max_area) {
+    auto const* ib = inline_block_of(out.outflow_item);
+    if (!ib) {
+        throw internal_error("pack_outflow: unexpected type.");
+    }
+    if (!is_float(*ib)) {
+        log::log_warning(s.info.general.log, "absolutely positioned boxes inside a paragraph are not supported yet");
+        return true;
+    }
+    auto const side = floats::float_side(*ib->inline_block_style, s.info).value_or(floats::side::left);
+    auto const flags = s.info.flags;
+    auto placed = floats::place_float(with_state(s.info, out.outflow_page_info), *ib->inline_block_block, side,
+                                      s.areas.container.top, s.areas, max_area);
+    if (!placed) {
+        return false;
+    }
+    s.boxes.emplace_back(float_box{placed->placed_box});
+    s.areas = std::move(placed->placed_areas);
+    s.info = std::move(placed->placed_info);
+    s.info.flags = flags;
+    return true;
+}
+
 // The greedy packer: one line at a time, each as wide as its band.
 run_state greedy_run(para_ctx const& ctx, run_state s, std::optional<int> max_lines) {
     bool max_area = s.info.flags.max_page_area;
@@ -175,9 +202,19 @@ run_state greedy_run(para_ctx const& ctx, run_state s, std::optional<int> max_li
                                                                                 : linebreak::method::first_fit,
                                             req, state_of(s.info), line_items);
             if (auto* out = std::get_if<linebreak::outflow>(&res)) {
-                // Floats and absolute boxes met in the text need block flow and floats; until then
-                // they are left out of the line.
-                log::log_warning(s.info.general.log, "floats and absolute boxes inside a paragraph are not supported yet");
+                if (!pack_outflow(s, *out, max_area)) {
+                    // The float fits nowhere on this page: it goes on first with the rest of the
+                    // paragraph, the line it stood in started again there.
+                    std::vector<knuth::knuth> rest{std::move(out->outflow_item)};
+                    auto from = out->outflow_items.begin();
+                    while (from != out->outflow_items.end() && is_indent(*from)) {
+                        ++from;
+                    }
+                    rest.insert(rest.end(), std::make_move_iterator(from),
+                                std::make_move_iterator(out->outflow_items.end()));
+                    s.rest = std::move(rest);
+                    return s;
+                }
                 line_items = std::move(out->outflow_items);
                 continue;
             }
@@ -445,8 +482,9 @@ spanboxes_res to_spanboxes(fonts::fonts const& db, line_kind kind, std::span<pla
                                    },
                                    [&](knuth::inline_block const& ib) {
                                        check(ib.inline_block_box.has_value(), "to_spanboxes: inline_block unpacked.");
+                                       // Packed with its left margin edge at 0.
                                        auto bx = **ib.inline_block_box;
-                                       bx.box_x = p.placed_x;
+                                       block::shift_box(bx, p.placed_x, 0);
                                        stack.back().frame_content.emplace_back(inline_box{share(std::move(bx))});
                                    },
                                    [&](knuth::indent const&) {
@@ -577,12 +615,6 @@ para_res pack_para(page_info info,
     std::visit(overloaded{
                    [&](prepack::para_initial const&) {
                        items = spans_to_knuth::para_to_knuths(info, style, para, width).res_items;
-                       // Atomic inline boxes are packed by block flow, which is not built yet.
-                       auto const before = items.size();
-                       std::erase_if(items, [](knuth::knuth const& item) { return inline_block_of(item) != nullptr; });
-                       if (items.size() != before) {
-                           log::log_warning(info.general.log, "inline-block boxes are not supported yet");
-                       }
                    },
                    [&](ref<prepack::para_knuths> const& k) {
                        items = k->knuth_para1;
@@ -604,6 +636,14 @@ para_res pack_para(page_info info,
                    },
                },
                para.para_content);
+
+    // Inline blocks are packed as the line breakers meet them, in a container of the paragraph's width.
+    if (std::any_of(items.begin(), items.end(), [](knuth::knuth const& item) { return inline_block_of(item) != nullptr; })) {
+        ctx.env.env_pack_inline_block = [info, width](knuth::inline_block const& ib, std::optional<float>) {
+            auto p = block::pack_inline_block(info, *ib.inline_block_block, width);
+            return eval_knuth::packed_inline_block{.packed_width = p.inline_width, .packed_box = std::move(p.inline_box)};
+        };
+    }
 
     if (!lines && uses_total_fit(*style, areas, items)) {
         auto const limit = std::get_if<int>(&style->hyphenate_lines);

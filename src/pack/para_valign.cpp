@@ -1,5 +1,7 @@
 #include "pack/para_valign.hpp"
 
+#include "pack/block.hpp"
+
 #include <algorithm>
 #include <cmath>
 
@@ -40,7 +42,7 @@ void shift(spanbox& b, float dy) {
                    },
                    [&](inline_box& i) {
                        auto copy = *i.inline_box_box;
-                       copy.box_y += dy;
+                       block::shift_box(copy, 0, dy);
                        i.inline_box_box = share(std::move(copy));
                    },
                    [&](charsbox& c) { c.charsbox_y += dy; },
@@ -51,6 +53,39 @@ void shift(spanbox& b, float dy) {
 bool is_top_or_bottom(css::box::vertical_align const& va) {
     auto const* k = std::get_if<vertical_align_kind>(&va);
     return k != nullptr && (*k == vertical_align_kind::top || *k == vertical_align_kind::bottom);
+}
+
+// How far a box whose extent above and below its baseline is `t` and `b` moves up from the parent's
+// baseline for its vertical-align. Top and bottom alignment waits for the line's extent.
+float shift_of(css::box::vertical_align const& va, font_metrics::font_metrics_scaled const& parent, float t, float b) {
+    if (auto const* len = std::get_if<float>(&va)) {
+        return *len;
+    }
+    switch (std::get<vertical_align_kind>(va)) {
+    case vertical_align_kind::baseline:
+    case vertical_align_kind::top:
+    case vertical_align_kind::bottom:
+        return 0;
+    case vertical_align_kind::sub:
+        return -parent.down * 0.5f;
+    case vertical_align_kind::super:
+        return parent.up * 0.5f;
+    case vertical_align_kind::text_top:
+        return parent.up - t;
+    case vertical_align_kind::text_bottom:
+        return -b - parent.down;
+    case vertical_align_kind::middle:
+        return (-b + parent.up * 0.5f - t) * 0.5f;
+    }
+    return 0;
+}
+
+// The top and bottom of an inline block's margin box, relative to its baseline.
+std::pair<float, float> margin_extent(box const& b) {
+    auto const* m = std::get_if<css::used_style::used_margins>(&b.box_used_style.used_margins);
+    float const mt = m ? m->margin_top.value_or(0) : 0;
+    float const mb = m ? m->margin_bottom.value_or(0) : 0;
+    return {b.box_y + mt, b.box_y - b.box_h - mb};
 }
 
 struct aligner {
@@ -64,11 +99,26 @@ struct aligner {
             std::visit(overloaded{
                            [&](charsbox& c) { chars(s, c, v); },
                            [&](ref<nested_spanbox>& n) { nested(m, n, v); },
-                           // Inline blocks wait for block flow to pack them; none reach a line yet.
-                           [&](inline_box&) {},
+                           [&](inline_box& i) { atomic(m, i, v); },
                        },
                        b);
         }
+    }
+
+    // An inline block, packed with its baseline at 0: its margin box counts in the line's extent.
+    void atomic(font_metrics::font_metrics_scaled const& parent, inline_box& i, vinfo& v) {
+        auto copy = *i.inline_box_box;
+        auto const [t, b] = margin_extent(copy);
+        auto const& s = *copy.box_style;
+        float const sh = shift_of(s.vertical_align, parent, t, b);
+        block::shift_box(copy, 0, sh);
+        if (is_top_or_bottom(s.vertical_align)) {
+            v.max_tbh = std::max(v.max_tbh, t - b);
+        } else {
+            v.top_sofar = std::max(v.top_sofar, sh + t);
+            v.bottom_sofar = std::min(v.bottom_sofar, sh + b);
+        }
+        i.inline_box_box = share(std::move(copy));
     }
 
     void chars(css::style::style const& s, charsbox const& c, vinfo& v) {
@@ -97,35 +147,7 @@ struct aligner {
         children(s, copy.spanbox_font_metrics, copy.spanbox_content, inner);
         float const t = inner.top_sofar;
         float const b = inner.bottom_sofar;
-        float const up = parent.up;
-        float const down = parent.down;
-        float sh = 0;
-        if (auto const* len = std::get_if<float>(&s.vertical_align)) {
-            sh = *len;
-        } else {
-            switch (std::get<vertical_align_kind>(s.vertical_align)) {
-            case vertical_align_kind::baseline:
-            case vertical_align_kind::top:
-            case vertical_align_kind::bottom:
-                sh = 0;
-                break;
-            case vertical_align_kind::sub:
-                sh = -down * 0.5f;
-                break;
-            case vertical_align_kind::super:
-                sh = up * 0.5f;
-                break;
-            case vertical_align_kind::text_top:
-                sh = up - t;
-                break;
-            case vertical_align_kind::text_bottom:
-                sh = -b - down;
-                break;
-            case vertical_align_kind::middle:
-                sh = (-b + up * 0.5f - t) * 0.5f;
-                break;
-            }
-        }
+        float const sh = shift_of(s.vertical_align, parent, t, b);
         for (auto& c : copy.spanbox_content) {
             shift(c, sh);
         }
@@ -167,6 +189,15 @@ pre_line valign(css::style::style const& para_style,
 
     // Boxes aligned with the line's top or bottom go there now that the line's extent is known.
     for (auto& b : boxes) {
+        if (auto* i = std::get_if<inline_box>(&b)) {
+            auto const& s = *i->inline_box_box->box_style;
+            if (is_top_or_bottom(s.vertical_align)) {
+                auto const [t, bb] = margin_extent(*i->inline_box_box);
+                bool const at_top = std::get<vertical_align_kind>(s.vertical_align) == vertical_align_kind::top;
+                shift(b, at_top ? v.top_sofar - t : bottom - bb);
+            }
+            continue;
+        }
         if (auto* n = std::get_if<ref<nested_spanbox>>(&b)) {
             auto const& s = *(*n)->spanbox_style;
             if (!is_top_or_bottom(s.vertical_align) || line_height_none(s)) {

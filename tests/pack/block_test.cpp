@@ -313,6 +313,214 @@ TEST(block_flow, list_items_carry_their_outside_marker_on_the_first_line) {
     }
 }
 
+// ---- Floats, clearance, run-in and inline blocks ----------------------------------------------------------
+
+// Like `dump`, with each box's left edge and width measured from the body's left, and a paragraph's
+// lines (their left and height) and floats.
+void dump_geometry_box(std::ostringstream& out, box const& b, util::pos::pos body, int depth) {
+    std::string const pad(static_cast<std::size_t>(depth) * 2, ' ');
+    out << pad << element_name(b.box_type) << " x=" << rounded(b.box_x - body.x) << " y=" << rounded(body.y - b.box_y)
+        << " w=" << rounded(b.box_w) << " h=" << rounded(b.box_h) << "\n";
+    if (auto const* p = std::get_if<para>(&b.box_content)) {
+        for (auto const& item : p->para_lines) {
+            if (auto const* l = std::get_if<linebox>(&item)) {
+                out << pad << "  line x=" << rounded(l->linebox_x - body.x) << "\n";
+            } else {
+                dump_geometry_box(out, *std::get<float_box>(item).float_box_box, body, depth + 1);
+            }
+        }
+    }
+    if (auto const* bs = std::get_if<boxes>(&b.box_content)) {
+        for (auto const& c : bs->boxes_list) {
+            dump_geometry_box(out, *c, body, depth + 1);
+        }
+    }
+}
+
+std::string dump_geometry(std::vector<ref<packed_page>> const& pages) {
+    std::ostringstream out;
+    for (std::size_t i = 0; i < pages.size(); ++i) {
+        out << "page " << i + 1 << "\n";
+        auto const& body = pages[i]->body_box;
+        for (auto const& b : body.body_content) {
+            auto const* kids = std::get_if<boxes>(&b->box_content);
+            if (kids && element_name(b->box_type).starts_with("html")) {
+                for (auto const& c : kids->boxes_list) {
+                    dump_geometry_box(out, *c, body.body_pos, 1);
+                }
+            } else {
+                dump_geometry_box(out, *b, body.body_pos, 1);
+            }
+        }
+    }
+    return out.str();
+}
+
+// Words enough for n lines of the 100pt body: each "line" is one word, each word a line through <br>.
+std::string words(int n) {
+    std::string out;
+    for (int i = 0; i < n; ++i) {
+        out += (i ? "<br>" : "") + std::string("ab");
+    }
+    return out;
+}
+
+TEST(floats, lines_flow_beside_left_and_right_floats_and_below_them) {
+    std::string const css = ".f { float: left; width: 30pt; height: 20pt } .g { float: right; width: 40pt; height: 30pt }";
+    auto const left = pack_html(css, "<div class=f></div><p>" + words(4) + "</p>");
+    EXPECT_EQ(dump_geometry(left), "page 1\n"
+                                   "  body x=0 y=0 w=100 h=40\n"
+                                   "    div x=0 y=0 w=30 h=20\n"
+                                   "    p x=0 y=0 w=100 h=40\n"
+                                   "      line x=30\n"
+                                   "      line x=30\n"
+                                   "      line x=0\n"
+                                   "      line x=0\n");
+    // A right float takes its room at the right edge; a text-align: right line ends at its left edge.
+    auto const right = pack_html(css + " p { text-align: right }", "<div class=g></div><p>" + words(4) + "</p>");
+    auto const d = dump_geometry(right);
+    EXPECT_NE(d.find("    div x=60 y=0 w=40 h=30\n"), std::string::npos) << d;
+    auto const& body = right[0]->body_box;
+    auto const& html = *body.body_content.front();
+    auto const& body_box = *std::get<boxes>(html.box_content).boxes_list.front();
+    auto const& p = *std::get<boxes>(body_box.box_content).boxes_list.at(1);
+    auto const& lines = std::get<para>(p.box_content).para_lines;
+    ASSERT_EQ(lines.size(), 4u);
+    auto const& first = std::get<linebox>(lines[0]);
+    auto const& last = std::get<linebox>(lines[3]);
+    EXPECT_NEAR(first.linebox_x + first.linebox_w - body.body_pos.x, 60, 0.5) << d;
+    EXPECT_NEAR(last.linebox_x + last.linebox_w - body.body_pos.x, 100, 0.5) << d;
+}
+
+TEST(floats, clear_moves_a_block_below_the_floats_of_its_side) {
+    std::string const css = ".f { float: left; width: 30pt; height: 25pt } .r { float: right; width: 30pt; height: 45pt }";
+    auto const left = pack_html(css + " .c { clear: left }", "<div class=f></div><div class=r></div><p class=c>x</p>");
+    EXPECT_NE(dump_geometry(left).find("    p x=0 y=25 w=100 h=10\n      line x=0\n"), std::string::npos)
+        << dump_geometry(left);
+    auto const both = pack_html(css + " .c { clear: both }", "<div class=f></div><div class=r></div><p class=c>x</p>");
+    EXPECT_NE(dump_geometry(both).find("    p x=0 y=45 w=100 h=10\n"), std::string::npos) << dump_geometry(both);
+    // Nothing to clear on that side: the block stays where it is, beside the left float.
+    auto const none = pack_html(css + " .c { clear: right }", "<div class=f></div><p class=c>x</p>");
+    EXPECT_NE(dump_geometry(none).find("    p x=0 y=0 w=100 h=10\n      line x=30\n"), std::string::npos)
+        << dump_geometry(none);
+}
+
+TEST(floats, a_float_too_tall_for_the_page_goes_on_with_what_follows_it) {
+    auto const pages = pack_html(".f { float: left; width: 30pt; height: 40pt }",
+                                 lines(8) + "<div class=f></div>" + lines(2));
+    auto const d = dump_geometry(pages);
+    ASSERT_EQ(pages.size(), 2u) << d;
+    EXPECT_NE(d.find("page 1\n  body x=0 y=0 w=100 h=100\n    p x=0 y=0 w=100 h=80\n"), std::string::npos) << d;
+    EXPECT_NE(d.find("page 2\n  body+ x=0 y=0 w=100 h=20\n    div x=0 y=0 w=30 h=40\n    p x=0 y=0 w=100 h=20\n"
+                     "      line x=30\n      line x=30\n"),
+              std::string::npos)
+        << d;
+}
+
+TEST(floats, a_float_wider_than_the_page_overflows_on_an_empty_page) {
+    auto const pages = pack_html(".f { float: right; width: 150pt; height: 10pt }", "<div class=f></div>" + lines(1));
+    auto const d = dump_geometry(pages);
+    ASSERT_EQ(pages.size(), 1u) << d;
+    // No band is wide enough; on an empty page it goes into the first one, from its right edge.
+    EXPECT_NE(d.find("    div x=-50 y=0 w=150 h=10\n"), std::string::npos) << d;
+}
+
+TEST(floats, auto_width_shrinks_to_the_longest_line_and_sides_follow_the_page) {
+    // Two short words on forced lines: the float is as wide as the longer one, far less than the page.
+    auto const pages = pack_html(".f { float: inside; border: 1pt solid }", "<div class=f>ab<br>abcd</div><p>x</p>");
+    ASSERT_EQ(pages.size(), 1u);
+    auto const& html = *pages[0]->body_box.body_content.front();
+    auto const& body = *std::get<boxes>(html.box_content).boxes_list.front();
+    auto const& f = *std::get<boxes>(body.box_content).boxes_list.at(0);
+    EXPECT_GT(f.box_w, 10);
+    EXPECT_LT(f.box_w, 40);
+    // Page 1 is a right-hand page: inside is its left side.
+    EXPECT_FLOAT_EQ(f.box_x, pages[0]->body_box.body_pos.x);
+    auto const outside = pack_html(".f { float: outside; width: 20pt; height: 5pt }", "<div class=f></div>");
+    EXPECT_NE(dump_geometry(outside).find("    div x=80 y=0 w=20 h=5\n"), std::string::npos) << dump_geometry(outside);
+}
+
+TEST(floats, floats_in_a_paragraph_and_first_letters) {
+    // A floated first letter leaves the line and the first lines go beside it.
+    auto const pages = pack_html("p::first-letter { float: left; font-size: 16pt; line-height: 20pt }",
+                                 "<p>" + words(3) + "</p>");
+    auto const d = dump_geometry(pages);
+    ASSERT_EQ(pages.size(), 1u) << d;
+    EXPECT_NE(d.find("      anon x=0 y=0 w="), std::string::npos) << d;
+    EXPECT_EQ(d.find("line x=0\n      line x=0\n      line x=0"), std::string::npos) << d;
+}
+
+TEST(run_in, a_run_in_heading_starts_the_next_paragraph) {
+    auto const pages = pack_html("h3 { display: run-in; font-size: 8pt; margin: 0 }", "<h3>Head.</h3><p>text</p>");
+    auto const d = dump(pages);
+    EXPECT_EQ(d, "page 1\n  body y=0 h=10\n    p y=0 h=10 lines=1\n");
+    // The heading's words come first on the paragraph's line.
+    auto const& html = *pages[0]->body_box.body_content.front();
+    auto const& body = *std::get<boxes>(html.box_content).boxes_list.front();
+    auto const& p = *std::get<boxes>(body.box_content).boxes_list.front();
+    auto const& line = std::get<linebox>(std::get<para>(p.box_content).para_lines.front());
+    auto const* heading = std::get_if<ref<nested_spanbox>>(&line.linebox_content.front());
+    ASSERT_NE(heading, nullptr);
+    EXPECT_EQ(element_name((*heading)->spanbox_type), "h3");
+
+    // Followed by another block kind (a list) or by nothing, it is a block of its own.
+    auto const alone = pack_html("h3 { display: run-in; font-size: 8pt; margin: 0 }", "<h3>Head.</h3><ul><li>x</li></ul>");
+    EXPECT_NE(dump(alone).find("    h3 y=0 h=10 lines=1\n"), std::string::npos) << dump(alone);
+    auto const last = pack_html("h3 { display: run-in; font-size: 8pt; margin: 0 }", "<p>a</p><h3>Head.</h3>");
+    EXPECT_NE(dump(last).find("    h3 y=10 h=10 lines=1\n"), std::string::npos) << dump(last);
+}
+
+TEST(run_in, the_heading_goes_on_with_its_paragraph) {
+    // The merged paragraph doesn't fit: the run-in heading goes to the next page with it.
+    auto const pages = pack_html("h3 { display: run-in; font-size: 8pt; margin: 0 } .big { page-break-inside: avoid }",
+                                 lines(8) + "<h3>Head.</h3>" + lines(3, " class=big"));
+    auto const d = dump(pages);
+    ASSERT_EQ(pages.size(), 2u) << d;
+    EXPECT_NE(d.find("page 2\n  body+ y=0 h=30\n    p y=0 h=30 lines=3\n"), std::string::npos) << d;
+}
+
+TEST(inline_blocks, sit_on_the_baseline_and_raise_the_line) {
+    // An inline block of 25pt height with no line: its bottom margin edge stands on the baseline, so
+    // the line grows above it.
+    auto const pages = pack_html(".i { display: inline-block; width: 20pt; height: 25pt; border: 1pt solid }",
+                                 "<p>a <span class=i></span> b</p><p>next</p>");
+    auto const d = dump(pages);
+    ASSERT_EQ(pages.size(), 1u) << d;
+    auto const& html = *pages[0]->body_box.body_content.front();
+    auto const& body = *std::get<boxes>(html.box_content).boxes_list.front();
+    auto const& p = *std::get<boxes>(body.box_content).boxes_list.front();
+    EXPECT_GT(p.box_h, 27) << d;
+    auto const& line = std::get<linebox>(std::get<para>(p.box_content).para_lines.front());
+    inline_box const* ib = nullptr;
+    for (auto const& s : line.linebox_content) {
+        if (auto const* i = std::get_if<inline_box>(&s)) {
+            ib = i;
+        }
+    }
+    ASSERT_NE(ib, nullptr) << d;
+    auto const& bx = *ib->inline_box_box;
+    EXPECT_NEAR(bx.box_w, 22, 0.01);
+    EXPECT_NEAR(bx.box_h, 27, 0.01);
+    // Relative to the baseline: its bottom edge at 0.
+    EXPECT_NEAR(bx.box_y - bx.box_h, 0, 0.01);
+    // It stands after "a " on the line.
+    EXPECT_GT(bx.box_x, line.linebox_x + 3);
+
+    // With text inside, the baseline is that of its last line; auto width shrinks to the text.
+    auto const text = pack_html(".i { display: inline-block }", "<p>a <span class=i>b<br>c</span> d</p>");
+    auto const& html2 = *text[0]->body_box.body_content.front();
+    auto const& body2 = *std::get<boxes>(html2.box_content).boxes_list.front();
+    auto const& p2 = *std::get<boxes>(body2.box_content).boxes_list.front();
+    auto const& line2 = std::get<linebox>(std::get<para>(p2.box_content).para_lines.front());
+    for (auto const& s : line2.linebox_content) {
+        if (auto const* i = std::get_if<inline_box>(&s)) {
+            EXPECT_NEAR(*block::last_baseline(*i->inline_box_box), 0, 0.01);
+            EXPECT_LT(i->inline_box_box->box_w, 20);
+        }
+    }
+    EXPECT_NEAR(p2.box_h, 20, 0.5) << dump(text);
+}
+
 TEST(page_loop, page_boxes_and_section_breaks) {
     auto const pages = pack_html("@page wide { size: 300pt 120pt } .w { page: wide }",
                                  lines(1) + "<div class=w>" + lines(1) + "</div>" + lines(1));
