@@ -13,10 +13,26 @@ url) dirs="src/resource" ;;
 css) dirs="src/css src/resource" ;;
 html5) dirs="src/document/html5" ;;
 opentype) dirs="src/text src/resource src/text/fonts/freetype.cpp"; skip="*/text/fonts/*" ;;
+# The whole program but its entry, built by CMake with clang into build-fuzz/pipeline/cmake, whose
+# build tree is also the prefix the target reads the program's own files from.
+pipeline) dirs="" ;;
 *) echo "fuzz.sh: unknown target $name" >&2; exit 2 ;;
 esac
 out=build-fuzz/$name
 mkdir -p "$out"
+if [ "$name" = pipeline ]; then
+    flags="-O1 -g -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=undefined"
+    cmake -S . -B "$out/cmake" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang-14 \
+        -DCMAKE_CXX_COMPILER=clang++-14 -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_C_FLAGS="$flags" \
+        -DVELLUM_LIBFUZZER=ON >/dev/null
+    cmake --build "$out/cmake" --target pipeline_fuzzer vellum_resources -- -j2
+    cp "$out/cmake/tests/pipeline_fuzzer" "$out/fuzzer"
+    mkdir -p "tests/fuzz/corpus/$name" "$out/corpus-new"
+    # Each input must finish in 10 s; a deep document may take a large stack and much memory.
+    "$out/fuzzer" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=8192 -artifact_prefix="$out/" \
+        "$out/corpus-new" "tests/fuzz/corpus/$name" 2>&1 | tail -n 20
+    exit 0
+fi
 # shellcheck disable=SC2086
 # The font database (text/fonts) reads style sheets; the table readers need none of it.
 sources=$(find src/util src/driver/log.cpp $dirs -name '*.cpp' -not -path '*/styledom/*' \( -not -path "${skip:-/none/}" -o -name freetype.cpp \) -not -name font_subset.cpp | sort -u)

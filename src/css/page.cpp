@@ -430,6 +430,14 @@ page_style page_style_of(pages const& rules, page_query const& q, ref<style::sty
             ps.page_size = {wh->first, wh->second};
         }
     }
+    // A side of zero, a negative one or one beyond the viewers' limit makes a page no viewer shows.
+    for (float* side : {&ps.page_size.paper_width, &ps.page_size.paper_height}) {
+        float const clamped = std::isfinite(*side) ? std::clamp(*side, min_paper_side, max_paper_side) : max_paper_side;
+        if (clamped != *side) {
+            *side = clamped;
+            ps.page_size_clamped = true;
+        }
+    }
     ps.page_marks = d.marks.value_or(marks::none);
     bool const has_marks = ps.page_marks != marks::none;
     ps.page_mark_length = d.mark_length ? points(*d.mark_length, res) : default_mark_length;

@@ -215,6 +215,8 @@ bool page_matches(page const& p, page_query const& q);
 struct page_style {
     ref<style::style> region_body;
     css::page::paper page_size;
+    /// Whether the size asked for lay beyond what PDF viewers take, and was brought within it.
+    bool page_size_clamped = false;
     css::page::bleed page_bleed;
     css::page::trim page_trim;
     css::page::marks page_marks = marks::none;
@@ -228,6 +230,10 @@ struct page_style {
     std::vector<std::pair<region, std::vector<property::property>>> page_regions;
     bool operator==(page_style const&) const = default;
 };
+
+/// The smallest and largest page side PDF viewers accept, in points (3 and 14,400 default user units).
+inline constexpr float min_paper_side = 3;
+inline constexpr float max_paper_side = 14400;
 
 /// The paper when no rule gives a size: US letter, 8.5 by 11 inches.
 inline constexpr paper default_paper{612, 792};

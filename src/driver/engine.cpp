@@ -19,7 +19,9 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 #include <libxml/catalog.h>
 
@@ -218,6 +220,96 @@ std::vector<pdf::writepdf::embedded_file> load_attachments(log::log const& log,
     return out;
 }
 
+// The output file of a run. A regular file (or a new one) is written to a temporary file beside it and
+// renamed over it only once the whole PDF is written, so that a run that fails halfway leaves an earlier
+// output as it was; a device or a pipe is written directly.
+class output_file {
+public:
+    output_file(std::FILE* f, std::string temp, std::string target)
+        : file_(f)
+        , temp_(std::move(temp))
+        , target_(std::move(target)) {}
+
+    output_file(output_file&& o) noexcept
+        : file_(std::exchange(o.file_, nullptr))
+        , temp_(std::move(o.temp_))
+        , target_(std::move(o.target_)) {}
+
+    output_file(output_file const&) = delete;
+    output_file& operator=(output_file const&) = delete;
+    output_file& operator=(output_file&&) = delete;
+
+    ~output_file() {
+        if (file_) {
+            std::fclose(file_);
+            if (!temp_.empty()) {
+                unlink(temp_.c_str());
+            }
+        }
+    }
+
+    std::FILE* file() const { return file_; }
+
+    [[nodiscard]] result<bool> commit() {
+        std::FILE* const f = std::exchange(file_, nullptr);
+        bool const closed = std::fflush(f) == 0 && (temp_.empty() || fsync(fileno(f)) == 0);
+        int const error = errno;
+        if (std::fclose(f) != 0 || !closed) {
+            if (!temp_.empty()) {
+                unlink(temp_.c_str());
+            }
+            return fail(std::strerror(closed ? errno : error));
+        }
+        if (!temp_.empty() && std::rename(temp_.c_str(), target_.c_str()) != 0) {
+            int const e = errno;
+            unlink(temp_.c_str());
+            return fail(std::strerror(e));
+        }
+        return true;
+    }
+
+private:
+    std::FILE* file_ = nullptr;
+    std::string temp_;
+    std::string target_;
+};
+
+result<output_file> open_output(std::string const& path) {
+    struct stat st {};
+    bool const exists = stat(path.c_str(), &st) == 0;
+    if (exists && !S_ISREG(st.st_mode)) {
+        std::FILE* const f = std::fopen(path.c_str(), "wb");
+        if (!f) {
+            return fail(std::strerror(errno));
+        }
+        return output_file(f, "", path);
+    }
+    std::string temp = path + ".vellum-XXXXXX";
+    int const fd = mkstemp(temp.data());
+    if (fd < 0) {
+        return fail(std::strerror(errno));
+    }
+    // mkstemp makes the file private; the output gets the mode of the file it replaces, or the mode a
+    // new file would get.
+    mode_t mode = 0;
+    if (exists) {
+        mode = st.st_mode & 07777;
+    } else {
+        mode_t const mask = umask(0);
+        umask(mask);
+        mode = 0666 & ~mask;
+    }
+    fchmod(fd, mode);
+    std::FILE* const f = fdopen(fd, "wb");
+    if (!f) {
+        int const e = errno;
+        close(fd);
+        unlink(temp.c_str());
+        return fail(std::strerror(e));
+    }
+    return output_file(f, std::move(temp), path);
+}
+
 // Paints the pages into a document with its fonts and writes it.
 void write_output(log::log const& log,
                   engine const& engine,
@@ -319,13 +411,24 @@ std::optional<loaded_document> load_input_document(log::log const& log,
                            .doc_styled = std::move(styled)};
 }
 
-bool convert(log::log const& log, engine const& engine, job::job const& job) {
+namespace {
+
+// The whole conversion; the PDF goes to `stream` when one is given, else where the job says.
+bool convert_with(log::log const& log, engine const& engine, job::job const& job, std::FILE* stream) {
     // Pixel lengths in every style sheet count against the resolution the command line gives.
     css::compute_style::set_css_dpi(static_cast<float>(engine.engine_options.css_dpi));
     log::log_progress_stage(log, "Loading document...");
     if (auto started = resource::loader::start_prefetch_threads(log, engine.engine_loader); !started) {
         log::log_error(log, started.error());
         return false;
+    }
+    // The script engine is not built yet: scripts asked for are not run, and the user hears it once.
+    bool const scripts_asked = std::ranges::any_of(job.input_documents, [](job::input_document const& d) {
+        return d.style_info.use_author_scripts || !d.style_info.user_scripts.empty();
+    });
+    if (scripts_asked) {
+        log::log_warning_once(log, "JavaScript is not supported yet: --javascript and --script are ignored and no "
+                              "script is run");
     }
     std::vector<loaded_document> docs;
     {
@@ -371,20 +474,24 @@ bool convert(log::log const& log, engine const& engine, job::job const& job) {
     for (auto const& doc : documents) {
         links.link_docs.push_back(doc->pack_doc_name);
     }
+    if (stream) {
+        write_output(log, engine, first, outcome.pass_pages, outcome.pass_bookmarks, links,
+                     pdf::bulkio::file::file_output(stream));
+        return true;
+    }
     return std::visit(
         overloaded{
             [&](job::file const& f) {
                 log::log_debug(log, "writing output: " + f.file_path.path);
-                std::unique_ptr<std::FILE, int (*)(std::FILE*)> out(std::fopen(f.file_path.path.c_str(), "wb"),
-                                                                   &std::fclose);
+                auto out = open_output(f.file_path.path);
                 if (!out) {
-                    log::log_file_message(log, log::level::error, f.file_path.path, std::strerror(errno));
+                    log::log_file_message(log, log::level::error, f.file_path.path, out.error());
                     return false;
                 }
                 write_output(log, engine, first, outcome.pass_pages, outcome.pass_bookmarks, links,
-                             pdf::bulkio::file::file_output(out.get()));
-                if (std::fclose(out.release()) != 0) {
-                    log::log_file_message(log, log::level::error, f.file_path.path, std::strerror(errno));
+                             pdf::bulkio::file::file_output(out->file()));
+                if (auto done = out->commit(); !done) {
+                    log::log_file_message(log, log::level::error, f.file_path.path, done.error());
                     return false;
                 }
                 return true;
@@ -397,6 +504,16 @@ bool convert(log::log const& log, engine const& engine, job::job const& job) {
             },
         },
         job.output_dest);
+}
+
+} // namespace
+
+bool convert(log::log const& log, engine const& engine, job::job const& job) {
+    return convert_with(log, engine, job, nullptr);
+}
+
+bool convert_to_stream(log::log const& log, engine const& engine, job::job const& job, std::FILE* stream) {
+    return convert_with(log, engine, job, stream);
 }
 
 } // namespace vellum::engine

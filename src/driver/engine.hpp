@@ -13,6 +13,7 @@
 #include "util/bytes.hpp"
 #include "util/result.hpp"
 
+#include <cstdio>
 #include <optional>
 #include <string>
 
@@ -56,5 +57,8 @@ void load_dtd_catalog(log::log const& log, std::string const& prefix);
 
 /// Converts a job to a PDF; false when the run failed (the reason is logged).
 [[nodiscard]] bool convert(log::log const& log, engine const& engine, job::job const& job);
+
+/// Converts a job and writes the PDF to an open stream, whatever output the job names.
+[[nodiscard]] bool convert_to_stream(log::log const& log, engine const& engine, job::job const& job, std::FILE* stream);
 
 } // namespace vellum::engine

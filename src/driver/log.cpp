@@ -172,6 +172,15 @@ server_log::server_log make_server_log(server_log::server_log_type type) {
     return s;
 }
 
+void log_warning_once(log const& log, std::string_view text) {
+    bool const fresh = !log.log_said_once || log.log_said_once->update([&](auto& said) {
+        return said.emplace(text).second;
+    });
+    if (fresh) {
+        log_warning(log, text);
+    }
+}
+
 log with_locks(log const& l) {
     log out = l;
     if (out.log_file && !out.log_file->lock) {

@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -97,6 +98,9 @@ struct log {
     verbosity log_verbosity = verbosity::normal;
     std::optional<file_log::file_log> log_file;
     stderr_log log_stderr = console_log::console_log{};
+    /// The warnings said once per run so far, shared by every copy of the log.
+    std::shared_ptr<cell<std::set<std::string, std::less<>>>> log_said_once =
+        std::make_shared<cell<std::set<std::string, std::less<>>>>();
 };
 
 /// A plain console log on standard error, as exists from the first moment of the process.
@@ -124,6 +128,10 @@ void log_debug(log const& log, std::string_view text);
 void log_info(log const& log, std::string_view text);
 void log_warning(log const& log, std::string_view text);
 void log_error(log const& log, std::string_view text);
+
+/// A warning given at most once per run, however often its cause turns up (content of a kind that
+/// cannot be laid out yet, say); the text itself is the key.
+void log_warning_once(log const& log, std::string_view text);
 
 /// A message about a file, or a line of it (line 0 means the file as a whole).
 void log_file_message(log const& log, level lv, std::string_view file, std::string_view text, int line = 0);

@@ -16,6 +16,8 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <functional>
+#include <pthread.h>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -166,6 +168,38 @@ int run_command(log::log const& console, options::run_command const& rc) {
 
 } // namespace
 
+// Documents nest as deep as their authors like (generated reports and e-mail nest hundreds of
+// elements), and parsing, styling, box generation, layout and painting all walk the tree recursively.
+// The run therefore goes on a thread whose stack is far larger than the main thread's 8 MB; the memory is
+// only reserved, and pages are taken as the recursion reaches them.
+constexpr std::size_t run_stack_size = std::size_t{4} << 30;
+
+int on_large_stack(std::function<int()> const& body) {
+    struct call {
+        std::function<int()> const* call_body;
+        int call_status = 1;
+    } c{.call_body = &body};
+    auto const start = [](void* p) -> void* {
+        auto* c = static_cast<call*>(p);
+        c->call_status = (*c->call_body)();
+        return nullptr;
+    };
+    pthread_attr_t attr;
+    pthread_t thread;
+    bool started = pthread_attr_init(&attr) == 0;
+    if (started) {
+        started = pthread_attr_setstacksize(&attr, run_stack_size) == 0 &&
+                  pthread_create(&thread, &attr, start, &c) == 0;
+        pthread_attr_destroy(&attr);
+    }
+    if (!started) {
+        // A machine that refuses the reservation still runs documents of ordinary depth.
+        return body();
+    }
+    pthread_join(thread, nullptr);
+    return c.call_status;
+}
+
 int run(int argc, char** argv) {
     // A closed output pipe ends the process rather than raising write errors.
     std::signal(SIGPIPE, SIG_DFL);
@@ -194,7 +228,7 @@ int run(int argc, char** argv) {
                               print(help::credits_text());
                               return 0;
                           },
-                          [&](options::run_command const& rc) { return run_command(console, rc); },
+                          [&](options::run_command const& rc) { return on_large_stack([&] { return run_command(console, rc); }); },
                           [](options::unknown const&) {
                               print(help::usage_text());
                               print(help::try_help_text() + "\n\n");

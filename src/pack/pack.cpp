@@ -369,6 +369,10 @@ page_out pack_page(doc_state& st,
                                       odd ? css::page::page_side::right : css::page::page_side::left,
                                   .query_blank = blank};
     auto ps = css::page::page_style_of(st.rules, q, st.doc.doc_background);
+    if (ps.page_size_clamped) {
+        log::log_warning_once(st.in.pass_log, "page size brought within 3pt to 14400pt (200in), the page sizes "
+                                              "PDF viewers accept");
+    }
     auto pa = paper::paper_areas_of(ps, std::nullopt);
     info.general.page_style = ps;
     info.general.body_area = pa.pa_body_area;

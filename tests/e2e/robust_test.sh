@@ -1,0 +1,71 @@
+#!/usr/bin/env bash
+# What a run leaves behind when things go wrong or are out of range: the output replaced only whole,
+# page sizes that PDF viewers accept, one warning for what is not supported, and deep documents.
+VELLUM=$1
+DATA=$2
+source "$DATA/lib.sh"
+cd "$work"
+
+printf '<p>first version</p>\n' > a.html
+printf '<p>second version</p>\n' > b.html
+
+# The output is written beside the target and renamed over it: the old file's mode stays, and no
+# temporary file is left behind.
+timeout 60 "$VELLUM" a.html -o out.pdf 2>err.txt
+expect_eq "first output: status" "$?" 0
+chmod 640 out.pdf
+timeout 60 "$VELLUM" b.html -o out.pdf 2>err.txt
+expect_eq "second output: status" "$?" 0
+expect_eq "replaced output keeps its mode" "$(stat -c %a out.pdf)" 640
+expect_contains "replaced output holds the new text" "$(pdftotext out.pdf - 2>/dev/null)" "second version"
+expect_eq "no temporary files left" "$(ls -a | grep -c vellum-)" 0
+qpdf_clean "replaced output" out.pdf
+
+# A run that fails before anything is written leaves an earlier output as it was.
+cp out.pdf before.pdf
+timeout 60 "$VELLUM" missing.html -o out.pdf 2>err.txt
+expect_eq "missing input: status" "$?" 1
+cmp -s out.pdf before.pdf || fail "missing input: the earlier output was changed"
+
+# An output that is no regular file is written in place, not replaced.
+timeout 60 "$VELLUM" a.html -o /dev/null 2>err.txt
+expect_eq "output to /dev/null: status" "$?" 0
+mkfifo pipe.pdf
+cat pipe.pdf > from_pipe.pdf &
+timeout 60 "$VELLUM" a.html -o pipe.pdf 2>err.txt
+expect_eq "output to a FIFO: status" "$?" 0
+wait
+[ -p pipe.pdf ] || fail "output to a FIFO: the FIFO was replaced"
+qpdf_clean "output through a FIFO" from_pipe.pdf
+
+# A folder that does not exist is an error with status 1.
+timeout 60 "$VELLUM" a.html -o no/such/dir/x.pdf 2>err.txt
+expect_eq "output in a missing folder: status" "$?" 1
+expect_contains "output in a missing folder: message" "$(cat err.txt)" "no/such/dir/x.pdf"
+
+# Scripts are not run yet: one warning for the run, however many documents ask for them.
+timeout 60 "$VELLUM" --javascript a.html b.html -o js.pdf 2>err.txt
+expect_eq "--javascript: status" "$?" 0
+expect_eq "--javascript: one warning" "$(grep -c 'JavaScript is not supported yet' err.txt)" 1
+
+# Page sizes beyond what viewers take are brought within 3 to 14,400 points, with one warning.
+for size in "0 0" "300in 300in" "0.5pt 4in"; do
+    printf '<style>@page { size: %s; margin: 0 }</style><p>x</p><p style="page-break-before: always">y</p>\n' \
+        "$size" > size.html
+    timeout 60 "$VELLUM" size.html -o size.pdf 2>err.txt
+    expect_eq "size $size: status" "$?" 0
+    expect_eq "size $size: one warning" "$(grep -c 'page size brought within' err.txt)" 1
+    pdfinfo -box size.pdf > info.txt 2>&1
+    read -r w h < <(awk '/^Page size:/{print $3, $5}' info.txt)
+    awk -v w="$w" -v h="$h" 'BEGIN { exit !(w >= 3 && w <= 14400 && h >= 3 && h <= 14400) }' ||
+        fail "size $size: page of $w x $h points"
+    qpdf_clean "size $size" size.pdf
+done
+
+# Deeply nested documents convert, and their innermost text is there.
+python3 -c "print('<div>' * 1000 + 'innermost' + '</div>' * 1000)" > deep.html
+timeout 120 "$VELLUM" deep.html -o deep.pdf 2>err.txt
+expect_eq "1,000 nested divs: status" "$?" 0
+expect_contains "1,000 nested divs: text" "$(pdftotext deep.pdf - 2>/dev/null)" "innermost"
+
+finish
