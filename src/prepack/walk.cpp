@@ -87,10 +87,6 @@ std::optional<display_kind> kind_of(css::style::style const& s) {
     return std::nullopt;
 }
 
-css::box::direction direction_of(css::style::style const& s) {
-    return s.rare_props ? s.rare_props->rare_props_direction : css::box::direction::ltr;
-}
-
 text::text_settings settings_of(css::style::style const& s) {
     return {.white_space = s.rare_props ? s.rare_props->rare_props_white_space : css::text::white_space::normal,
             .transform = s.text ? s.text->text_props_text_transform : css::text::text_transform::none};
@@ -419,7 +415,7 @@ struct walker {
 
     static bcontent para_of(std::vector<span> spans, css::style::style const& s) {
         text::collapse_spaces(spans);
-        text::apply_bidi(spans, direction_of(s));
+        text::apply_bidi(spans, s);
         return bcontent_para{para{.para_spans = std::move(spans)}};
     }
 
@@ -809,7 +805,7 @@ struct walker {
         auto const flush_run = [&] {
             text::collapse_spaces(run);
             if (text::has_content(run)) {
-                text::apply_bidi(run, direction_of(*style));
+                text::apply_bidi(run, *style);
                 blocks.push_back(block{.block_content = bcontent_para{para{.para_spans = std::move(run)}},
                                        .block_style = anonymous_style(style)});
             } else {
