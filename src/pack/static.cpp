@@ -422,7 +422,7 @@ std::optional<prepack::para> para_of(css::style::style const& s, textbuf::textbu
     if (!prepack::text::has_content(spans)) {
         return std::nullopt;
     }
-    prepack::text::apply_bidi(spans, s.rare_props->rare_props_direction);
+    prepack::text::apply_bidi(spans, s);
     return prepack::para{.para_spans = std::move(spans)};
 }
 

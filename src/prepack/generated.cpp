@@ -295,7 +295,10 @@ struct evaluator {
                            }
                        },
                        [&](css::value::url const&) {
-                           log::log_warning(env.env_log, std::string(what) + ": images are not supported yet");
+                           std::string const message = std::string(what) + ": images are not supported yet";
+                           if (!env.env_warned || env.env_warned->insert(message).second) {
+                               log::log_warning(env.env_log, message);
+                           }
                        },
                        [&](css::value::values const& vs) {
                            for (auto const& x : vs.value_list) {

@@ -5,9 +5,11 @@
 #include "text/unicode/category.hpp"
 #include "text/unicode/linebreak.hpp"
 #include "util/ref.hpp"
+#include "util/result.hpp"
 
 #include <algorithm>
 #include <set>
+#include <type_traits>
 
 namespace vellum::prepack::text {
 
@@ -333,167 +335,412 @@ namespace {
 namespace bd = unicode::bidi;
 using bd::bidi_class;
 
-// One character of the paragraph as the bidi pass sees it: where it lies, its class and its level.
-struct bidi_char {
-    span_text* owner = nullptr;
-    std::size_t index = 0;
+// One piece of the paragraph as the bidi pass sees it: a character of a text span, or a whole span of
+// another kind standing in as one object (a separator, an inline box, generated content). Its class
+// and explicit level come from the text and the embeddings around it; `level` ends as the resolved
+// level.
+struct bidi_thing {
     bidi_class cls = bidi_class::on;
     int level = 0;
+    /// Ignored by the rules (zero-width break opportunities, as class BN in the standard): it takes
+    /// the level of what stands before it.
+    bool transparent = false;
 };
 
 bool is_strong_rtl(bidi_class c) {
     return c == bidi_class::r || c == bidi_class::al;
 }
 
+// The deepest embedding level; deeper embeddings are ignored, as the standard says.
+constexpr int max_depth = 125;
+
 int next_level(int level, bool rtl) {
-    return rtl ? (level + 1) | 1 : (level + 2) & ~1;
+    int const next = rtl ? (level + 1) | 1 : (level + 2) & ~1;
+    return next <= max_depth ? next : level;
 }
 
-// Flattens the paragraph into characters with their explicit embedding levels. Spans that are not
-// text (separators, inline boxes) stand in as neutrals at their level; they get no entry because their
-// level doesn't decide anything but the neutrals around them, which the walk over `chars` handles.
-void flatten(std::vector<span>& spans, int level, std::optional<bidi_class> forced, std::vector<bidi_char>& chars,
-             bool& needed) {
-    for (auto& s : spans) {
-        if (auto* n = std::get_if<span_nested>(&s)) {
-            int inner = level;
-            auto inner_forced = forced;
-            if (n->nested.span_style) {
-                auto const& st = *n->nested.span_style;
-                bool const rtl = st.rare_props && st.rare_props->rare_props_direction == css::box::direction::rtl;
-                if (st.unicode_bidi != css::box::unicode_bidi::normal) {
-                    needed = true;
-                    inner = next_level(level, rtl);
-                    if (st.unicode_bidi == css::box::unicode_bidi::bidi_override) {
-                        inner_forced = rtl ? bidi_class::r : bidi_class::l;
-                    }
-                }
-            }
-            flatten(n->nested.span_content, inner, inner_forced, chars, needed);
-        } else if (auto* t = std::get_if<span_text>(&s)) {
-            for (std::size_t i = 0; i < t->text.size(); ++i) {
-                auto const c = bd::bidi_class_of(t->text[i]);
-                needed = needed || is_strong_rtl(c);
-                chars.push_back({t, i, forced ? *forced : c, level});
-            }
-        }
-    }
+bool is_rtl(css::style::style const& s) {
+    return s.rare_props && s.rare_props->rare_props_direction == css::box::direction::rtl;
 }
 
-// The weak, neutral and implicit rules over the characters, in simplified form: numbers take the
-// direction of the strong text before them (W2, W7), separators and terminators between numbers join
-// them, neutrals between two strong runs of one direction take it (N1) and otherwise the embedding's
-// (N2), then the implicit levels (I1, I2).
-void resolve(std::vector<bidi_char>& chars, int base) {
-    bidi_class last_strong = base % 2 ? bidi_class::r : bidi_class::l;
-    for (auto& ch : chars) {
-        if (ch.cls == bidi_class::nsm) {
-            ch.cls = bidi_class::on;
-        }
-        if (ch.cls == bidi_class::l || ch.cls == bidi_class::r || ch.cls == bidi_class::al) {
-            last_strong = ch.cls;
-        }
-        if (ch.cls == bidi_class::al) {
-            ch.cls = bidi_class::r;
-        } else if (ch.cls == bidi_class::en && last_strong == bidi_class::al) {
-            ch.cls = bidi_class::an;
-        } else if (ch.cls == bidi_class::en && last_strong == bidi_class::l) {
-            ch.cls = bidi_class::l;
-        }
-    }
-    auto const strong_of = [](bidi_class c) -> std::optional<bool> {
-        if (c == bidi_class::l) {
-            return false;
-        }
-        if (c == bidi_class::r || c == bidi_class::en || c == bidi_class::an) {
-            return true;
-        }
+// The level an inline element's content is embedded at, if it opens an embedding.
+std::optional<int> embedding_of(nested_span const& n, int level) {
+    if (!n.span_style || n.span_style->unicode_bidi == css::box::unicode_bidi::normal) {
         return std::nullopt;
-    };
-    for (std::size_t i = 0; i < chars.size();) {
-        if (strong_of(chars[i].cls)) {
+    }
+    return next_level(level, is_rtl(*n.span_style));
+}
+
+// How a separator takes part in the algorithm.
+bidi_thing thing_of(separator const& s, int level) {
+    return std::visit(overloaded{
+                          [&](sep_newline const&) { return bidi_thing{bidi_class::s, level}; },
+                          [&](sep_space const&) { return bidi_thing{bidi_class::ws, level}; },
+                          [&](sep_nowrap_space const&) { return bidi_thing{bidi_class::ws, level}; },
+                          [&](sep_pre_space const&) { return bidi_thing{bidi_class::ws, level}; },
+                          [&](sep_zwsp const&) { return bidi_thing{bidi_class::bn, level, true}; },
+                          [&](sep_wrap_opportunity const&) { return bidi_thing{bidi_class::bn, level, true}; },
+                          [&](sep_cjk_zw_space const&) { return bidi_thing{bidi_class::bn, level, true}; },
+                          [&](sep_charlike_space const&) { return bidi_thing{bidi_class::cs, level}; },
+                      },
+                      s);
+}
+
+void add_text(textbuf::textbuf const& text, int level, std::optional<bidi_class> forced,
+              std::vector<bidi_thing>& things, bool& needed) {
+    for (char32_t const c : text) {
+        auto const cls = bd::bidi_class_of(c);
+        needed = needed || is_strong_rtl(cls);
+        things.push_back({forced && cls != bidi_class::bn ? *forced : cls, level});
+    }
+}
+
+// Flattens the paragraph into things with their explicit embedding levels, in the order `regroup`
+// visits them again.
+void flatten(std::vector<span> const& spans, int level, std::optional<bidi_class> forced,
+             std::vector<bidi_thing>& things, bool& needed) {
+    for (auto const& s : spans) {
+        auto const object = [&] { things.push_back({forced ? *forced : bidi_class::on, level}); };
+        std::visit(overloaded{
+                       [&](span_nested const& n) {
+                           int inner = level;
+                           auto inner_forced = forced;
+                           if (auto const e = embedding_of(n.nested, level)) {
+                               needed = true;
+                               inner = *e;
+                               if (n.nested.span_style->unicode_bidi == css::box::unicode_bidi::bidi_override) {
+                                   inner_forced = is_rtl(*n.nested.span_style) ? bidi_class::r : bidi_class::l;
+                               }
+                           }
+                           flatten(n.nested.span_content, inner, inner_forced, things, needed);
+                       },
+                       [&](span_text const& t) { add_text(t.text, level, forced, things, needed); },
+                       [&](span_text_with_hyphen const& t) { add_text(t.text, level, forced, things, needed); },
+                       [&](span_sep const& sep) {
+                           auto t = thing_of(sep.sep, level);
+                           if (forced && !t.transparent) {
+                               t.cls = *forced;
+                           }
+                           things.push_back(t);
+                       },
+                       [&](span_footnote const&) { object(); },
+                       [&](span_inline_block const&) { object(); },
+                       [&](span_glyph_index const&) { object(); },
+                       [&](span_leader const&) { object(); },
+                       [&](span_gen_content const&) { object(); },
+                       [&](span_script_func const&) { object(); },
+                       [&](span_first_letter const& f) { add_text(f.first_letter_text, level, forced, things, needed); },
+                   },
+                   s);
+    }
+}
+
+bool is_neutral(bidi_class c) {
+    return c == bidi_class::b || c == bidi_class::s || c == bidi_class::ws || c == bidi_class::on;
+}
+
+// The direction a resolved class counts as for the neutral rules: numbers count as right-to-left.
+std::optional<bool> strong_rtl(bidi_class c) {
+    if (c == bidi_class::l) {
+        return false;
+    }
+    if (c == bidi_class::r || c == bidi_class::en || c == bidi_class::an) {
+        return true;
+    }
+    return std::nullopt;
+}
+
+// The weak, neutral and implicit rules (W1-W7, N1-N2, I1-I2) over one level run: the things at
+// `run`, all at one explicit level, between the start and end directions `sos` and `eos`.
+void resolve_run(std::vector<bidi_thing>& things, std::vector<std::size_t> const& run, bool sos, bool eos) {
+    auto const cls = [&](std::size_t k) -> bidi_class& { return things[run[k]].cls; };
+    std::size_t const n = run.size();
+    bidi_class const sos_class = sos ? bidi_class::r : bidi_class::l;
+    // W1: a combining mark takes the class of what it follows.
+    for (std::size_t k = 0; k < n; ++k) {
+        if (cls(k) == bidi_class::nsm) {
+            cls(k) = k == 0 ? sos_class : cls(k - 1);
+        }
+    }
+    // W2, W3: European numbers after Arabic letters are Arabic numbers; Arabic letters are R.
+    bidi_class last_strong = sos_class;
+    for (std::size_t k = 0; k < n; ++k) {
+        auto& c = cls(k);
+        if (c == bidi_class::l || c == bidi_class::r || c == bidi_class::al) {
+            last_strong = c;
+        } else if (c == bidi_class::en && last_strong == bidi_class::al) {
+            c = bidi_class::an;
+        }
+    }
+    for (std::size_t k = 0; k < n; ++k) {
+        if (cls(k) == bidi_class::al) {
+            cls(k) = bidi_class::r;
+        }
+    }
+    // W4: one separator between two numbers of a kind joins them.
+    for (std::size_t k = 1; k + 1 < n; ++k) {
+        auto const before = cls(k - 1);
+        auto const after = cls(k + 1);
+        if (cls(k) == bidi_class::es && before == bidi_class::en && after == bidi_class::en) {
+            cls(k) = bidi_class::en;
+        } else if (cls(k) == bidi_class::cs && before == after &&
+                   (before == bidi_class::en || before == bidi_class::an)) {
+            cls(k) = before;
+        }
+    }
+    // W5: terminators (currency signs, percent) next to European numbers become numbers.
+    for (std::size_t k = 0; k < n;) {
+        if (cls(k) != bidi_class::et) {
+            ++k;
+            continue;
+        }
+        std::size_t j = k;
+        while (j < n && cls(j) == bidi_class::et) {
+            ++j;
+        }
+        bool const number = (k > 0 && cls(k - 1) == bidi_class::en) || (j < n && cls(j) == bidi_class::en);
+        for (std::size_t m = k; m < j; ++m) {
+            if (number) {
+                cls(m) = bidi_class::en;
+            }
+        }
+        k = j;
+    }
+    // W6: the separators and terminators left are neutral. W7: European numbers in left-to-right
+    // text are left-to-right.
+    last_strong = sos_class;
+    for (std::size_t k = 0; k < n; ++k) {
+        auto& c = cls(k);
+        if (c == bidi_class::es || c == bidi_class::et || c == bidi_class::cs || c == bidi_class::bn ||
+            c == bidi_class::nsm) {
+            c = bidi_class::on;
+        }
+        if (c == bidi_class::l || c == bidi_class::r) {
+            last_strong = c;
+        } else if (c == bidi_class::en && last_strong == bidi_class::l) {
+            c = bidi_class::l;
+        }
+    }
+    // N1, N2: neutrals between two strong runs of one direction take it, others the embedding's.
+    int const level = n > 0 ? things[run[0]].level : 0;
+    bool const embedding_rtl = level % 2 != 0;
+    for (std::size_t k = 0; k < n;) {
+        if (!is_neutral(cls(k))) {
+            ++k;
+            continue;
+        }
+        std::size_t j = k;
+        while (j < n && is_neutral(cls(j))) {
+            ++j;
+        }
+        bool const before = k > 0 ? strong_rtl(cls(k - 1)).value_or(embedding_rtl) : sos;
+        bool const after = j < n ? strong_rtl(cls(j)).value_or(embedding_rtl) : eos;
+        bool const rtl = before == after ? before : embedding_rtl;
+        for (std::size_t m = k; m < j; ++m) {
+            // A segment separator keeps its class, for the reset to the paragraph level.
+            if (cls(m) != bidi_class::s) {
+                cls(m) = rtl ? bidi_class::r : bidi_class::l;
+            }
+        }
+        k = j;
+    }
+    // I1, I2: the implicit levels.
+    for (std::size_t k = 0; k < n; ++k) {
+        auto& t = things[run[k]];
+        if (t.cls == bidi_class::s) {
+            continue;
+        }
+        if (t.level % 2 == 0) {
+            t.level += t.cls == bidi_class::r ? 1 : (t.cls == bidi_class::an || t.cls == bidi_class::en) ? 2 : 0;
+        } else if (t.cls == bidi_class::l || t.cls == bidi_class::en || t.cls == bidi_class::an) {
+            t.level += 1;
+        }
+    }
+}
+
+void resolve(std::vector<bidi_thing>& things, int base) {
+    // The things the rules see, cut into level runs; the transparent ones wait.
+    std::vector<std::vector<std::size_t>> runs;
+    for (std::size_t i = 0; i < things.size(); ++i) {
+        if (things[i].transparent) {
+            continue;
+        }
+        if (runs.empty() || things[runs.back().back()].level != things[i].level) {
+            runs.emplace_back();
+        }
+        runs.back().push_back(i);
+    }
+    for (std::size_t r = 0; r < runs.size(); ++r) {
+        int const level = things[runs[r].front()].level;
+        int const before = r > 0 ? things[runs[r - 1].front()].level : base;
+        int const after = r + 1 < runs.size() ? things[runs[r + 1].front()].level : base;
+        resolve_run(things, runs[r], std::max(level, before) % 2 != 0, std::max(level, after) % 2 != 0);
+    }
+    for (std::size_t i = 0; i < things.size(); ++i) {
+        if (things[i].cls == bidi_class::s) {
+            // L1: a preserved line end, and the white space before it, go back to the paragraph's level.
+            things[i].level = base;
+            for (std::size_t k = i; k-- > 0 && (things[k].cls == bidi_class::ws || things[k].transparent);) {
+                things[k].level = base;
+            }
+        }
+    }
+    // A transparent thing goes with what it follows, so that it never cuts a run in two.
+    for (std::size_t i = 0; i < things.size(); ++i) {
+        if (things[i].transparent) {
+            things[i].level = i > 0 ? things[i - 1].level : base;
+        }
+    }
+}
+
+// A piece of the regrouped paragraph with the lowest level of what it holds.
+struct unit {
+    prepack::span unit_span;
+    int unit_level = 0;
+};
+
+// Spans made by the pass inherit what they may from the text around them, and nothing else: no
+// borders, padding or backgrounds of the element they lie in. One style serves every run of a context.
+struct run_style {
+    css::style::style const& around;
+    ref<css::style::style> made;
+
+    ref<css::style::style> const& get() {
+        if (!made) {
+            made = share(css::style::inherit_from(around));
+        }
+        return made;
+    }
+};
+
+// Wraps the units that lie above `context` into spans with their level, nested where a run holds
+// higher levels still.
+std::vector<span> wrap_runs(std::vector<unit>& units, std::size_t from, std::size_t to, int context,
+                            run_style& style) {
+    std::vector<span> out;
+    for (std::size_t i = from; i < to;) {
+        if (units[i].unit_level <= context) {
+            out.push_back(std::move(units[i].unit_span));
             ++i;
             continue;
         }
         std::size_t j = i;
-        while (j < chars.size() && !strong_of(chars[j].cls) && chars[j].level == chars[i].level) {
+        int low = units[i].unit_level;
+        while (j < to && units[j].unit_level > context) {
+            low = std::min(low, units[j].unit_level);
             ++j;
         }
-        int const level = chars[i].level;
-        bool const embedding_rtl = level % 2 != 0;
-        bool const before = i > 0 && chars[i - 1].level == level ? *strong_of(chars[i - 1].cls) : embedding_rtl;
-        bool const after = j < chars.size() && chars[j].level == level ? *strong_of(chars[j].cls) : embedding_rtl;
-        for (std::size_t k = i; k < j; ++k) {
-            chars[k].cls = (before == after ? before : embedding_rtl) ? bidi_class::r : bidi_class::l;
+        auto* lone = j == i + 1 ? std::get_if<span_nested>(&units[i].unit_span) : nullptr;
+        if (lone && lone->nested.span_direction == low) {
+            // An embedding that is its own run needs no second span around it.
+            out.push_back(std::move(units[i].unit_span));
+        } else {
+            out.push_back(span_nested{nested_span{.span_content = wrap_runs(units, i, j, low, style),
+                                                  .span_style = style.get(),
+                                                  .span_direction = low}});
         }
         i = j;
     }
-    for (auto& ch : chars) {
-        bool const odd = ch.level % 2 != 0;
-        if (!odd) {
-            ch.level += ch.cls == bidi_class::r ? 1 : (ch.cls == bidi_class::an || ch.cls == bidi_class::en) ? 2 : 0;
-        } else if (ch.cls == bidi_class::l || ch.cls == bidi_class::en || ch.cls == bidi_class::an) {
-            ch.level += 1;
+    return out;
+}
+
+int lowest_level(std::vector<unit> const& units, int fallback) {
+    if (units.empty()) {
+        return fallback;
+    }
+    int low = units.front().unit_level;
+    for (auto const& u : units) {
+        low = std::min(low, u.unit_level);
+    }
+    return low;
+}
+
+// Cuts a text span into pieces of one level; only the last piece keeps a hyphen after it.
+template <class Text>
+void cut_text(Text& t, std::vector<bidi_thing> const& things, std::size_t& next, std::vector<unit>& out) {
+    std::size_t const start = next;
+    std::size_t const end = next + t.text.size();
+    next = end;
+    for (std::size_t i = start; i < end;) {
+        std::size_t j = i;
+        while (j < end && things[j].level == things[i].level) {
+            ++j;
         }
+        auto piece = t.text.substr(i - start, j - i);
+        if constexpr (std::is_same_v<Text, span_text_with_hyphen>) {
+            if (j == end) {
+                out.push_back({span_text_with_hyphen{std::move(piece), t.hyphen}, things[i].level});
+            } else {
+                out.push_back({span_text{std::move(piece)}, things[i].level});
+            }
+        } else {
+            out.push_back({span_text{std::move(piece)}, things[i].level});
+        }
+        i = j;
     }
 }
 
-// Cuts each text span into runs of one level; runs above `context` are wrapped in spans that carry
-// their level, so that lines can be reordered once they are broken.
-void regroup(std::vector<span>& spans, int context, std::vector<bidi_char> const& chars, std::size_t& next) {
-    std::vector<span> out;
+// The spans of a list with their resolved levels, walking the flattened things in the order
+// `flatten` made them. Nested spans are regrouped on the way: an embedding from its own level, and a
+// plain inline element from the lowest level it holds, so that an element that lies whole in a run
+// goes into that run's span and the run stays one piece when the line is reordered.
+std::vector<unit> units_of(std::vector<span>& spans, int context, css::style::style const& around,
+                           std::vector<bidi_thing> const& things, std::size_t& next) {
+    std::vector<unit> units;
+    units.reserve(spans.size());
     for (auto& s : spans) {
         if (auto* n = std::get_if<span_nested>(&s)) {
-            int inner = context;
-            if (n->nested.span_style && n->nested.span_style->unicode_bidi != css::box::unicode_bidi::normal) {
-                bool const rtl = n->nested.span_style->rare_props &&
-                                 n->nested.span_style->rare_props->rare_props_direction == css::box::direction::rtl;
-                inner = next_level(context, rtl);
-                n->nested.span_direction = inner;
+            auto& nested = n->nested;
+            auto const& style = nested.span_style ? *nested.span_style : around;
+            auto const embedding = embedding_of(nested, context);
+            int const inner_context = embedding.value_or(context);
+            auto inner = units_of(nested.span_content, inner_context, style, things, next);
+            int const level = embedding ? *embedding : lowest_level(inner, context);
+            if (embedding) {
+                nested.span_direction = *embedding;
             }
-            regroup(n->nested.span_content, inner, chars, next);
-            out.push_back(std::move(s));
-            continue;
-        }
-        auto* t = std::get_if<span_text>(&s);
-        if (!t) {
-            out.push_back(std::move(s));
-            continue;
-        }
-        std::size_t const start = next;
-        next += t->text.size();
-        std::size_t i = start;
-        while (i < next) {
-            std::size_t j = i;
-            while (j < next && chars[j].level == chars[i].level) {
-                ++j;
-            }
-            span_text piece{t->text.substr(i - start, j - i)};
-            if (chars[i].level == context) {
-                out.push_back(std::move(piece));
-            } else {
-                out.push_back(span_nested{nested_span{.span_content = {std::move(piece)},
-                                                      .span_direction = chars[i].level}});
-            }
-            i = j;
+            run_style runs{style, nullptr};
+            nested.span_content = wrap_runs(inner, 0, inner.size(), level, runs);
+            units.push_back({std::move(s), level});
+        } else if (auto* t = std::get_if<span_text>(&s)) {
+            cut_text(*t, things, next, units);
+        } else if (auto* h = std::get_if<span_text_with_hyphen>(&s)) {
+            cut_text(*h, things, next, units);
+        } else {
+            // A first letter is one piece; it takes the level of its first character.
+            auto const* f = std::get_if<span_first_letter>(&s);
+            std::size_t const count = f ? f->first_letter_text.size() : 1;
+            int const level = count > 0 ? things[next].level : context;
+            next += count;
+            units.push_back({std::move(s), level});
         }
     }
-    spans = std::move(out);
+    return units;
 }
 
 } // namespace
 
-void apply_bidi(std::vector<span>& spans, css::box::direction paragraph_direction) {
-    int const base = paragraph_direction == css::box::direction::rtl ? 1 : 0;
-    std::vector<bidi_char> chars;
+void apply_bidi(std::vector<span>& spans, css::style::style const& paragraph_style) {
+    int const base = is_rtl(paragraph_style) ? 1 : 0;
+    std::vector<bidi_thing> things;
     bool needed = base != 0;
-    flatten(spans, base, std::nullopt, chars, needed);
+    // An override on the paragraph's own block forces the direction of all of its text.
+    std::optional<bidi_class> forced;
+    if (paragraph_style.unicode_bidi == css::box::unicode_bidi::bidi_override) {
+        needed = true;
+        forced = base != 0 ? bidi_class::r : bidi_class::l;
+    }
+    flatten(spans, base, forced, things, needed);
     if (!needed) {
         return;
     }
-    resolve(chars, base);
+    resolve(things, base);
     std::size_t next = 0;
-    regroup(spans, base, chars, next);
+    auto units = units_of(spans, base, paragraph_style, things, next);
+    check(next == things.size(), "apply_bidi");
+    // Runs above the paragraph's level carry the paragraph's inherited style.
+    run_style runs{paragraph_style, nullptr};
+    spans = wrap_runs(units, 0, units.size(), base, runs);
 }
 
 } // namespace vellum::prepack::text

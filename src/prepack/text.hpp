@@ -63,7 +63,9 @@ bool has_content(std::vector<span> const& spans);
 
 /// The embedding pass over a paragraph: when the paragraph is right-to-left, uses an embedding, or
 /// holds a strong right-to-left character, its text is given levels by the bidirectional algorithm and
-/// runs of a level other than the paragraph's are wrapped in spans with that `span_direction`.
-void apply_bidi(std::vector<span>& spans, css::box::direction paragraph_direction);
+/// runs of a level above their context's are wrapped in spans with that `span_direction`, which carry
+/// the inherited style of the element or paragraph they lie in (no borders, padding or background of
+/// their own). Separators and inline objects take part as neutrals.
+void apply_bidi(std::vector<span>& spans, css::style::style const& paragraph_style);
 
 } // namespace vellum::prepack::text

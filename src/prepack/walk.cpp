@@ -13,8 +13,11 @@
 #include "util/result.hpp"
 
 #include <algorithm>
+#include <limits>
 #include <map>
 #include <mutex>
+#include <set>
+#include <unordered_map>
 
 namespace vellum::prepack::walk {
 
@@ -87,10 +90,6 @@ std::optional<display_kind> kind_of(css::style::style const& s) {
     return std::nullopt;
 }
 
-css::box::direction direction_of(css::style::style const& s) {
-    return s.rare_props ? s.rare_props->rare_props_direction : css::box::direction::ltr;
-}
-
 text::text_settings settings_of(css::style::style const& s) {
     return {.white_space = s.rare_props ? s.rare_props->rare_props_white_space : css::text::white_space::normal,
             .transform = s.text ? s.text->text_props_text_transform : css::text::text_transform::none};
@@ -99,6 +98,12 @@ text::text_settings settings_of(css::style::style const& s) {
 float padding_points(css::box::padding const& p) {
     auto const* f = std::get_if<float>(&p);
     return f ? *f : 0.0f;
+}
+
+// A counter's value after a change, held at the ends of the integer range rather than wrapping.
+int clamped_sum(int value, int by) {
+    auto const sum = static_cast<long long>(value) + by;
+    return static_cast<int>(std::clamp<long long>(sum, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
 }
 
 bool is_bullet(std::string const& style) {
@@ -124,18 +129,71 @@ struct walker {
     std::vector<targets::target_key> target_keys;
     /// The elements by id, for target-text(); gathered on first use.
     std::optional<std::map<std::string, dom::element_ref>> elements_by_id;
+    /// The kinds of content that can't be laid out yet and were named in a warning: each kind is
+    /// named once, however many elements have it.
+    std::set<std::string> warned;
+
+    // Names a kind of content that is not laid out as it asks, on its first occurrence only.
+    void warn_once(std::string const& message) {
+        if (warned.insert(message).second) {
+            log::log_warning(log, message);
+        }
+    }
 
     // ---- counters and values ----
 
-    counter_scopes scopes_now() const { return counter_scopes(scopes.rbegin(), scopes.rend()); }
-
-    std::optional<int> counter_value(std::string const& name) const {
-        for (auto it = scopes.rbegin(); it != scopes.rend(); ++it) {
-            for (auto const& [n, v] : *it) {
-                if (n == name) {
-                    return v;
+    // The scopes an element carries to layout. The innermost (where the element's own resets live)
+    // gives the values its page shows; the outer ones matter only where a cross-reference may ask for
+    // counters() at the element, so only an element with ids carries them, and then only those that
+    // hold counters. A deep tree thus costs no copy of every enclosing scope for each element.
+    counter_scopes scopes_now(bool with_outer) const {
+        counter_scopes out{scopes.back()};
+        if (with_outer) {
+            for (auto it = std::next(scopes.rbegin()); it != scopes.rend(); ++it) {
+                if (!it->empty()) {
+                    out.push_back(*it);
                 }
             }
+        }
+        return out;
+    }
+
+    // The instances of each counter, outermost first: the scope and the place in it. Resets, increments
+    // and lookups go through it, so that their cost doesn't grow with the depth of the tree or the
+    // number of counters in a scope.
+    struct counter_place {
+        std::size_t place_scope = 0;
+        std::size_t place_index = 0;
+    };
+    std::unordered_map<std::string, std::vector<counter_place>> counter_places;
+
+    void open_scope() { scopes.emplace_back(); }
+
+    void close_scope() {
+        check(scopes.size() > 1, "simple_to_thing");
+        for (auto const& [name, value] : scopes.back()) {
+            auto const found = counter_places.find(name);
+            check(found != counter_places.end() && !found->second.empty(), "simple_to_thing");
+            found->second.pop_back();
+            if (found->second.empty()) {
+                counter_places.erase(found);
+            }
+        }
+        scopes.pop_back();
+    }
+
+    int* innermost(std::string const& name) {
+        auto const found = counter_places.find(name);
+        if (found == counter_places.end() || found->second.empty()) {
+            return nullptr;
+        }
+        auto const& p = found->second.back();
+        return &scopes[p.place_scope][p.place_index].second;
+    }
+
+    std::optional<int> counter_value(std::string const& name) {
+        if (auto const* v = innermost(name)) {
+            return *v;
         }
         return std::nullopt;
     }
@@ -145,24 +203,21 @@ struct walker {
 
     void reset_counter(std::string const& name, int value) {
         check(!scopes.empty(), "simple_to_thing");
-        auto& scope = scopes.back();
-        for (auto& [n, v] : scope) {
-            if (n == name) {
-                v = value;
-                return;
-            }
+        auto& places = counter_places[name];
+        std::size_t const here = scopes.size() - 1;
+        if (!places.empty() && places.back().place_scope == here) {
+            // Reset twice in one scope: the later value wins.
+            scopes[here][places.back().place_index].second = value;
+            return;
         }
-        scope.emplace_back(name, value);
+        places.push_back({here, scopes[here].size()});
+        scopes[here].emplace_back(name, value);
     }
 
     void increment_counter(std::string const& name, int by) {
-        for (auto it = scopes.rbegin(); it != scopes.rend(); ++it) {
-            for (auto& [n, v] : *it) {
-                if (n == name) {
-                    v += by;
-                    return;
-                }
-            }
+        if (auto* v = innermost(name)) {
+            *v = clamped_sum(*v, by);
+            return;
         }
         // A counter incremented before any reset is reset on the spot.
         reset_counter(name, by);
@@ -189,11 +244,10 @@ struct walker {
     // All values of a counter in the scopes, outermost first.
     std::vector<int> counter_values(std::string const& name) const {
         std::vector<int> out;
-        for (auto const& scope : scopes) {
-            for (auto const& [n, v] : scope) {
-                if (n == name) {
-                    out.push_back(v);
-                }
+        auto const found = counter_places.find(name);
+        if (found != counter_places.end()) {
+            for (auto const& p : found->second) {
+                out.push_back(scopes[p.place_scope][p.place_index].second);
             }
         }
         return out;
@@ -246,6 +300,7 @@ struct walker {
             .base = doc_url,
             .quote_depth = &quote_depth,
             .font_size = s.font_size,
+            .env_warned = &warned,
         };
         return generated::evaluate(list, env, what);
     }
@@ -314,7 +369,7 @@ struct walker {
     }
 
     element_stuff stuff_of(dom::element_ref const& e, css::style::style const& s) {
-        element_stuff out{.element_info = info_element{e}, .counter_scopes = scopes_now()};
+        element_stuff out{.element_info = info_element{e}};
         for (auto const& [name, list] : s.string_set) {
             out.text_values.emplace_back(name, content_text(list, *e, s, "string-set"));
         }
@@ -327,6 +382,7 @@ struct walker {
                 ids.push_back({*name});
             }
         }
+        out.counter_scopes = scopes_now(!ids.empty());
         if (!ids.empty()) {
             for (auto const& id : ids) {
                 target_keys.push_back(targets::key_of(doc_url.locator_url, id.id));
@@ -401,7 +457,7 @@ struct walker {
                                   .pseudo_element_pseudos = {which},
                                   .pseudo_element_pdecls = props,
                                   .pseudo_element_parent = e};
-        element_stuff stuff{.element_info = info_pseudo_element{pinfo}, .counter_scopes = scopes_now()};
+        element_stuff stuff{.element_info = info_pseudo_element{pinfo}, .counter_scopes = scopes_now(false)};
         auto const kind = kind_of(*style).value_or(display_kind::inline_);
         if (kind == display_kind::inline_) {
             return {th_span{span_nested{nested_span{.span_content = std::move(spans),
@@ -419,7 +475,7 @@ struct walker {
 
     static bcontent para_of(std::vector<span> spans, css::style::style const& s) {
         text::collapse_spaces(spans);
-        text::apply_bidi(spans, direction_of(s));
+        text::apply_bidi(spans, s);
         return bcontent_para{para{.para_spans = std::move(spans)}};
     }
 
@@ -449,7 +505,7 @@ struct walker {
             }
         }
         if (s.list_style_image) {
-            log::log_warning(log, "list-style-image: images are not supported yet");
+            warn_once("list-style-image: images are not supported yet");
         }
         return std::visit(overloaded{
                               [](css::box::none_value const&) { return std::vector<span>{}; },
@@ -502,11 +558,11 @@ struct walker {
         auto const local = std::string(styledom::tree::name_local_view(n));
         if (auto const* q = std::get_if<xml::qualified_name>(&n)) {
             if (std::holds_alternative<xml::xmlns_svg>(q->namespace_uri)) {
-                log::log_warning(log, "svg: SVG content is not supported yet");
+                warn_once("svg: SVG content is not supported yet");
                 return true;
             }
             if (std::holds_alternative<xml::xmlns_mathml>(q->namespace_uri)) {
-                log::log_warning(log, "math: MathML content is not supported yet");
+                warn_once("math: MathML content is not supported yet");
                 return true;
             }
         }
@@ -514,11 +570,22 @@ struct walker {
                                                         "math", "svg"};
         for (auto const r : replaced) {
             if (styledom::tree::is_html_name(n, r)) {
-                log::log_warning(log, local + ": replaced content is not supported yet");
+                warn_once(local + ": replaced content is not supported yet");
                 return true;
             }
         }
         return false;
+    }
+
+    // Boxes taken out of the flow by position are set in the flow until layout can place them.
+    void warn_positioned(css::style::style const& s) {
+        auto const* k = std::get_if<css::box::position_kind>(&s.bit_props.bit_props_position);
+        if (k && *k == css::box::position_kind::absolute) {
+            warn_once("position: absolute: absolutely positioned boxes are not supported yet; they are set in "
+                      "the normal flow");
+        } else if (k && *k == css::box::position_kind::fixed) {
+            warn_once("position: fixed: fixed boxes are not supported yet; they are set in the normal flow");
+        }
     }
 
     std::vector<thing> element(dom::element_ref const& e) {
@@ -540,6 +607,7 @@ struct walker {
         if (unsupported(e)) {
             return {};
         }
+        warn_positioned(s);
         apply_counters(s);
         auto stuff = stuff_of(e, s);
 
@@ -552,7 +620,7 @@ struct walker {
         }
         in_static = in_static || flow_name.has_value();
 
-        scopes.emplace_back();
+        open_scope();
         if (kind != display_kind::inline_) {
             // A block's text starts a paragraph of its own.
             text_at = {};
@@ -568,7 +636,7 @@ struct walker {
         std::move(inner.begin(), inner.end(), std::back_inserter(things));
         auto after = pseudo_box(e, info, pseudo_element::after);
         std::move(after.begin(), after.end(), std::back_inserter(things));
-        scopes.pop_back();
+        close_scope();
         in_static = was_static;
 
         auto out = make_thing(e, info, style, std::move(stuff), std::move(things), std::move(marker));
@@ -609,6 +677,10 @@ struct walker {
             return std::nullopt;
         }();
         if (footnote) {
+            // Layout gathers footnotes but doesn't set them at the foot of the page yet: say so once.
+            warn_once(std::holds_alternative<css::box::display_footnote>(s.bit_props.bit_props_display)
+                          ? "display: footnote: footnotes are not laid out yet; their calls and bodies are left out"
+                          : "float: footnote: footnotes are not laid out yet; their calls and bodies are left out");
             // FIXME: the footnote call's generated number comes with generated content.
             span call = span_nested{nested_span{.span_style = style, .span_context = context}};
             footnote_body body = inline_footnote{};
@@ -809,7 +881,7 @@ struct walker {
         auto const flush_run = [&] {
             text::collapse_spaces(run);
             if (text::has_content(run)) {
-                text::apply_bidi(run, direction_of(*style));
+                text::apply_bidi(run, *style);
                 blocks.push_back(block{.block_content = bcontent_para{para{.para_spans = std::move(run)}},
                                        .block_style = anonymous_style(style)});
             } else {
@@ -1240,9 +1312,11 @@ std::optional<page_reset> then_reset(std::optional<page_reset> const& outer,
     if (auto const* by = std::get_if<page_increment_by>(&*inner)) {
         return std::visit(
             overloaded{
-                [&](page_reset_to const& t) -> page_reset { return page_reset_to{t.reset + by->increment}; },
+                [&](page_reset_to const& t) -> page_reset {
+                    return page_reset_to{clamped_sum(t.reset, by->increment)};
+                },
                 [&](page_increment_by const& i) -> page_reset {
-                    return page_increment_by{i.increment + by->increment};
+                    return page_increment_by{clamped_sum(i.increment, by->increment)};
                 },
             },
             *outer);

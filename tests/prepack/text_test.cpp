@@ -166,17 +166,125 @@ TEST(text, preserved_tabs_reach_the_next_tab_stop) {
     EXPECT_EQ(prepared(U"a\tb", white_space::pre_line), "text \"a\"\nsep space\ntext \"b\"\n");
 }
 
-TEST(text, bidi_levels_for_a_mixed_paragraph) {
+css::style::style style_with(css::box::direction d, css::box::unicode_bidi b = css::box::unicode_bidi::normal) {
+    auto s = *css::style::initial_style();
+    auto rare = *s.rare_props;
+    rare.rare_props_direction = d;
+    s.rare_props = share(std::move(rare));
+    s.unicode_bidi = b;
+    return s;
+}
+
+std::vector<span> bidi_of(std::u32string_view text, css::style::style const& para) {
     bool start = true;
-    auto spans = prepare_text(U"abc \u05D0\u05D1 def", {}, start);
-    apply_bidi(spans, css::box::direction::ltr);
-    EXPECT_EQ(dump::dump_spans(spans),
-              "text \"abc\"\nsep space\nspan anonymous level=1\n  text \"\u05D0\u05D1\"\nsep space\ntext \"def\"\n");
+    auto spans = prepare_text(text, {}, start);
+    collapse_spaces(spans);
+    apply_bidi(spans, para);
+    return spans;
+}
+
+// Every span the pass made has a style and a level; returns how many it made.
+int check_made_spans(std::vector<span> const& spans) {
+    int made = 0;
+    for (auto const& s : spans) {
+        if (auto const* n = std::get_if<span_nested>(&s)) {
+            EXPECT_TRUE(n->nested.span_style != nullptr);
+            if (std::holds_alternative<type_anonymous>(n->nested.span_type)) {
+                EXPECT_TRUE(n->nested.span_direction.has_value());
+                ++made;
+            }
+            made += check_made_spans(n->nested.span_content);
+        }
+    }
+    return made;
+}
+
+TEST(text, bidi_level_runs_become_styled_spans) {
+    auto const ltr = style_with(css::box::direction::ltr);
+    auto const rtl = style_with(css::box::direction::rtl);
+    struct tcase {
+        char const* name;
+        std::u32string_view text;
+        css::style::style const& para;
+        std::string expected;
+    } const cases[] = {
+        // The space between two right-to-left words lies in their run (N1), so the run stays whole.
+        {"hebrew words in latin", U"a \u05E9\u05DC\u05D5\u05DD \u05E2\u05D5 b", ltr,
+         "text \"a\"\nsep space\nspan anonymous level=1\n  text \"\u05E9\u05DC\u05D5\u05DD\"\n  sep space\n"
+         "  text \"\u05E2\u05D5\"\nsep space\ntext \"b\"\n"},
+        {"arabic after a colon", U"Arabic: \u0645\u0631\u062D\u0628\u0627", ltr,
+         "text \"Arabic:\"\nsep space\nspan anonymous level=1\n  text \"\u0645\u0631\u062D\u0628\u0627\"\n"},
+        {"latin in a right-to-left paragraph", U"abc def", rtl,
+         "span anonymous level=2\n  text \"abc\"\n  sep space\n  text \"def\"\n"},
+        {"a lone right-to-left mark", U"x\u200Fy", ltr,
+         "text \"x\"\nspan anonymous level=1\n  text \"\u200F\"\ntext \"y\"\n"},
+        // Numbers after Arabic letters are Arabic numbers, two levels up inside the run.
+        {"numbers in arabic", U"\u0627 12", ltr,
+         "span anonymous level=1\n  text \"\u0627\"\n  sep space\n  span anonymous level=2\n    text \"12\"\n"},
+        // A European number in right-to-left text is a run of its own, above the paragraph's level.
+        {"number in hebrew", U"\u05D0 12 \u05D1", rtl,
+         "text \"\u05D0\"\nsep space\nspan anonymous level=2\n  text \"12\"\nsep space\ntext \"\u05D1\"\n"},
+        {"soft hyphen in hebrew", U"\u05D0\u05D1\u00AD\u05D2", ltr,
+         "span anonymous level=1\n  text_with_hyphen \"\u05D0\u05D1\" soft\n  text \"\u05D2\"\n"},
+    };
+    for (auto const& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto const spans = bidi_of(c.text, c.para);
+        EXPECT_EQ(dump::dump_spans(spans), c.expected);
+        check_made_spans(spans);
+    }
     // A paragraph with only left-to-right text is left alone.
+    bool start = true;
     auto plain = prepare_text(U"abc def", {}, start);
     auto const before = plain;
-    apply_bidi(plain, css::box::direction::ltr);
+    apply_bidi(plain, ltr);
     EXPECT_EQ(plain, before);
+}
+
+TEST(text, bidi_spans_inherit_without_box_properties) {
+    auto para = style_with(css::box::direction::ltr);
+    para.padding_left = 12.0f;
+    para.margin_left = 7.0f;
+    para.font_size = 20;
+    auto const spans = bidi_of(U"a \u05D0", para);
+    ASSERT_EQ(spans.size(), 3u);
+    auto const* n = std::get_if<span_nested>(&spans[2]);
+    ASSERT_TRUE(n && n->nested.span_style);
+    EXPECT_EQ(n->nested.span_style->font_size, 20);
+    EXPECT_EQ(n->nested.span_style->padding_left, css::box::padding{0.0f});
+    EXPECT_EQ(n->nested.span_style->unicode_bidi, css::box::unicode_bidi::normal);
+}
+
+TEST(text, bidi_embeddings_and_overrides) {
+    auto const ltr = style_with(css::box::direction::ltr);
+    auto const override_rtl = share(style_with(css::box::direction::rtl, css::box::unicode_bidi::bidi_override));
+    auto const element = share(style_with(css::box::direction::ltr));
+    bool start = true;
+    // An override gives the element's own span the level; its letters are right-to-left inside it.
+    std::vector<span> spans{span_text{U"x"}, span_sep{sep_space{}},
+                            span_nested{nested_span{.span_content = prepare_text(U"abc def", {}, start),
+                                                    .span_style = override_rtl,
+                                                    .span_type = type_remaining{}}}};
+    apply_bidi(spans, ltr);
+    EXPECT_EQ(dump::dump_spans(spans),
+              "text \"x\"\nsep space\nspan remaining level=1\n  text \"abc\"\n  sep space\n  text \"def\"\n");
+
+    // A plain element that lies whole in a right-to-left run goes into the run's span.
+    std::vector<span> inside{span_text{U"\u05D0"}, span_sep{sep_space{}},
+                             span_nested{nested_span{.span_content = {span_text{U"\u05D1"}},
+                                                     .span_style = element,
+                                                     .span_type = type_remaining{}}}};
+    apply_bidi(inside, ltr);
+    EXPECT_EQ(dump::dump_spans(inside),
+              "span anonymous level=1\n  text \"\u05D0\"\n  sep space\n  span remaining\n    text \"\u05D1\"\n");
+    EXPECT_EQ(check_made_spans(inside), 1);
+
+    // Inline boxes and generated content stand in as neutrals; none is lost or doubled.
+    std::vector<span> objects{span_text{U"\u05D0"}, span_gen_content{gen_string{"x"}}, span_text{U"\u05D1"},
+                              span_leader{U".", 0}, span_text{U"c"}};
+    apply_bidi(objects, ltr);
+    EXPECT_EQ(dump::dump_spans(objects).find("span anonymous level=1\n"), 0u);
+    EXPECT_EQ(check_made_spans(objects), 1);
 }
 
 } // namespace

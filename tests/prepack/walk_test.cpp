@@ -1,0 +1,153 @@
+// The walk over a styled document, through the real front of the pipeline: what it says about content
+// it can't lay out yet, and counters at the edges of the integer range and of the tree's size.
+#include "box_support.hpp"
+
+#include <gtest/gtest.h>
+
+#include <pthread.h>
+
+#include <cstdio>
+#include <functional>
+
+namespace vellum::prepack {
+namespace {
+
+// A document and what the walk said while making its boxes.
+struct walked {
+    std::string dump;
+    std::string messages;
+};
+
+walked walk_html(std::string const& html) {
+    auto const dir = std::filesystem::temp_directory_path() /
+                     ("prepack_walk_test_" + std::to_string(::getpid()) + "_" +
+                      ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    std::filesystem::create_directories(dir);
+    auto const file = dir / "doc.html";
+    std::ofstream(file) << html;
+    std::FILE* sink = std::tmpfile();
+    log::log l{.log_stderr = log::console_log::console_log{.console_out = sink}};
+    auto const doc = box_support::boxes_of_file(l, VELLUM_BINARY_DIR, file);
+    walked out;
+    if (doc) {
+        out.dump = dump::dump_document(*doc);
+    }
+    std::fflush(sink);
+    std::rewind(sink);
+    for (int c; (c = std::fgetc(sink)) != EOF;) {
+        out.messages.push_back(static_cast<char>(c));
+    }
+    std::fclose(sink);
+    std::filesystem::remove_all(dir);
+    return out;
+}
+
+std::size_t count_of(std::string const& haystack, std::string const& needle) {
+    std::size_t n = 0;
+    for (auto at = haystack.find(needle); at != std::string::npos; at = haystack.find(needle, at + 1)) {
+        ++n;
+    }
+    return n;
+}
+
+// Runs `f` on a thread with a large stack, as the program converts: deep trees recurse deeply.
+void on_large_stack(std::function<void()> f) {
+    pthread_attr_t attr;
+    pthread_attr_init(&attr);
+    pthread_attr_setstacksize(&attr, std::size_t{1} << 30);
+    pthread_t thread;
+    auto const run = [](void* arg) -> void* {
+        (*static_cast<std::function<void()>*>(arg))();
+        return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, &attr, run, &f), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attr);
+}
+
+TEST(walk, each_unsupported_kind_is_named_once) {
+    auto const w = walk_html(R"(<style>
+.fn { float: footnote } .dn { display: footnote } .a { position: absolute } .f { position: fixed }
+.l { float: left }
+</style><body>
+<p>One<span class="fn">first note</span> two<span class="fn">second note</span>
+three<span class="dn">third note</span></p>
+<div class="a">abs 1</div><div class="a">abs 2</div><div class="f">fixed 1</div><div class="f">fixed 2</div>
+<p><img src="a.png"><img src="b.png"><img src="c.png"></p>
+<div class="l">an ordinary float</div>
+)");
+    struct expectation {
+        char const* kind;
+        std::size_t times;
+    } const expected[] = {
+        {"float: footnote: footnotes are not laid out yet", 1},
+        {"display: footnote: footnotes are not laid out yet", 1},
+        {"position: absolute: absolutely positioned boxes are not supported yet", 1},
+        {"position: fixed: fixed boxes are not supported yet", 1},
+        {"img: replaced content is not supported yet", 1},
+        // Ordinary floats are laid out: nothing to say.
+        {"float: left", 0},
+    };
+    for (auto const& e : expected) {
+        SCOPED_TRACE(e.kind);
+        EXPECT_EQ(count_of(w.messages, e.kind), e.times) << w.messages;
+    }
+    // The positioned boxes are still there, in the flow.
+    EXPECT_NE(w.dump.find("\"abs\""), std::string::npos);
+    EXPECT_NE(w.dump.find("\"fixed\""), std::string::npos);
+}
+
+TEST(walk, counters_hold_at_the_ends_of_the_integer_range) {
+    auto const w = walk_html(R"(<style>
+p { counter-reset: up 2147483647 down -2147483648 }
+.up { counter-increment: up 10 } .up::before { content: counter(up) }
+.down { counter-increment: down -7 } .down::before { content: counter(down) }
+.twice { counter-increment: up 2147483647 up 2147483647 } .twice::before { content: counters(up, ".") }
+</style><p><span class="up">a</span><span class="up">b</span><span class="down">c</span><span class="twice">d</span></p>)");
+    EXPECT_EQ(count_of(w.dump, "\"2147483647\""), 3u) << w.dump;
+    EXPECT_EQ(count_of(w.dump, "\"-2147483648\""), 1u) << w.dump;
+}
+
+TEST(walk, counters_in_scopes_and_siblings) {
+    // Nested scopes, a reset repeated in one element, and an increment without a reset.
+    auto const w = walk_html(R"(<style>
+ol { counter-reset: item item 5 } li { display: block; counter-increment: item }
+li::before { content: counters(item, ".") " " } em::before { content: counter(free) } em { counter-increment: free 3 }
+</style><ol><li>a<ol><li>b</li><li>c</li></ol></li><li>d</li></ol><p><em>x</em></p>)");
+    for (auto const* text : {"\"6\"", "\"6.6\"", "\"6.7\"", "\"7\"", "\"3\""}) {
+        SCOPED_TRACE(text);
+        EXPECT_NE(w.dump.find(text), std::string::npos) << w.dump;
+    }
+}
+
+TEST(walk, many_counters_and_deep_counter_scopes) {
+    // A million names reset on one element, read by its siblings.
+    std::string names;
+    for (int i = 0; i < 1000000; ++i) {
+        names += " c" + std::to_string(i) + " " + std::to_string(i % 7);
+    }
+    auto const wide = walk_html("<style>.r { counter-reset:" + names +
+                                " } .s::before { content: counter(c999999) counter(c3) }</style>"
+                                "<div class=r>x</div><p class=s>y</p><p class=s>z</p>");
+    EXPECT_EQ(count_of(wide.dump, "\"03\""), 2u) << wide.messages;
+
+    // Ten thousand nested elements, each opening a counter of the same name.
+    int const depth = 10000;
+    std::string deep = "<style>div { counter-reset: c; counter-increment: c 2 } "
+                       "div::before { content: counter(c) } i::before { content: counters(c, \"\") }</style>";
+    for (int i = 0; i < depth; ++i) {
+        deep += "<div>";
+    }
+    deep += "<i>x</i>";
+    for (int i = 0; i < depth; ++i) {
+        deep += "</div>";
+    }
+    walked w;
+    on_large_stack([&] { w = walk_html(deep); });
+    EXPECT_EQ(count_of(w.dump, "text \"2\""), static_cast<std::size_t>(depth));
+    // counters() at the bottom lists every level's value.
+    EXPECT_NE(w.dump.find("\"" + std::string(depth, '2') + "\""), std::string::npos);
+}
+
+} // namespace
+} // namespace vellum::prepack
