@@ -50,14 +50,19 @@ std::optional<prepack::element_info> info_of(prepack::element_type const& t) {
                       t);
 }
 
-// The areas narrowed to a block's content edges.
+// The areas narrowed to a block's content edges. A band differs from its container only where a
+// float cuts into it: an edge on the container's edge takes the block's edge, even where the block
+// reaches out of its container (negative margins, a width past the page), so that only floats make a
+// band narrower than the block.
 areas::areas narrowed(areas::areas a, float left, float right, float bottom) {
+    auto const outer = a.container;
     a.container.left = left;
     a.container.right = right;
     a.container.bottom = bottom;
     for (auto& band : a.available) {
-        band.left = std::max(band.left, left);
-        band.right = std::min(band.right, right);
+        band.left = band.left > outer.left + tolerance ? std::max(band.left, left) : left;
+        band.right = band.right < outer.right - tolerance ? std::min(band.right, right) : right;
+        band.right = std::max(band.right, band.left);
         band.bottom = std::max(band.bottom, bottom);
     }
     if (a.available.empty()) {

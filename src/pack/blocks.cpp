@@ -84,7 +84,6 @@ float flow_top(areas::areas const& a, mc::gap const& gap) {
 
 blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::gap gap, areas::areas areas) {
     bool const max_area = info.flags.max_page_area;
-    float const start_top = areas.container.top;
     std::vector<temp_entry> stack;
     page_info cur_info = info;
     areas::areas cur_areas = areas;
@@ -122,10 +121,11 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
             }
         }
         auto const& b = merged_at == i ? *merged : blocks[i];
-        // A forced break in front of a block ends the walk, unless nothing stands above it yet on
-        // this page (the break has happened already).
-        bool const at_top = stack.empty() && cur_areas.container.top >= info.general.body_area.top - 0.01f &&
-                            start_top >= info.general.body_area.top - 0.01f;
+        // A forced break in front of a block ends the walk, unless nothing has been placed on this
+        // page yet: then the break has happened already. The largest space there is, with nothing in
+        // it so far, says so; the position of the area can't, since the padding or border of an
+        // enclosing block lowers the first child's top on every page alike.
+        bool const at_top = max_area && stack.empty();
         if (is_original(b) && block::is_forced(break_before(b)) && !at_top) {
             forced = break_before(b);
             remain = blocks.suffix(list_start(i));

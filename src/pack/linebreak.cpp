@@ -142,13 +142,15 @@ struct scan {
                     continue;
                 }
             }
-            if (best && (m == method::best_fit || !best->line.empty())) {
+            if (best && m == method::best_fit && !best->line.empty()) {
                 return finish(std::move(*best));
             }
-            if (request.width + tolerance < request.container_width) {
+            if (best && !best->line.empty()) {
+                return finish(std::move(*best));
+            }
+            if (request.may_give_up && request.width + tolerance < request.container_width) {
                 // Beside a float: give the line up, and let the caller move below the float.
-                return finish(best ? std::move(*best) : make_break_point(pack_state{.curr_page_info = start_page},
-                                                                          break_type::other));
+                return no_room{};
             }
             // A line of the whole width that can't take its first word: cut the word if its style
             // allows, else let the line run over.

@@ -50,8 +50,14 @@ struct outflow {
     eval_knuth::page_state outflow_page_info;
 };
 
+/// The line can't start in this band (a float beside it leaves too little room) and nothing was
+/// taken: the caller moves below the float, or ends the area here.
+struct no_room {
+    bool operator==(no_room const&) const = default;
+};
+
 /// The outcome of filling one line.
-using line_res = std::variant<outflow, break_point>;
+using line_res = std::variant<outflow, break_point, no_room>;
 
 enum class method { first_fit, best_fit };
 
@@ -59,12 +65,15 @@ enum class method { first_fit, best_fit };
 struct line_request {
     knuth::line_kind line_kind = knuth::line_kind::other_line;
     std::optional<float> containing_height;
-    /// The width the line may take, and the full width of the container: a line narrower than its
-    /// container (floats beside it) may be given up empty so that the caller moves below the float.
+    /// The width the line may take, and the full width of the container.
     float width = 0;
     float container_width = 0;
     /// Whether a word may be hyphenated on this line.
     bool hyphenate_ok = true;
+    /// Whether a line narrower than its container (floats beside it) that can't take its first word
+    /// may be given up (`no_room`): only when there is somewhere else to go, a band below or the next
+    /// area. Otherwise the line takes its first word and runs over, so that every line consumes.
+    bool may_give_up = false;
 };
 
 /// Fills one line from the items.

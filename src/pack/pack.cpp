@@ -413,7 +413,9 @@ page_out pack_page(doc_state& st,
         }
         info = std::move(r.out_info);
         info.flags = {};
-        if (content.empty() && !out.forced) {
+        // Every page must take something: the body is the largest space there is, so the flow forces
+        // its first block in. A page left empty would come again for ever.
+        if (content.empty()) {
             throw internal_error("pack error: packed nothing.");
         }
     }

@@ -91,6 +91,14 @@ knuth::open continued(knuth::open o) {
     return o;
 }
 
+// The items with the indent box of a line taken off their front: it is made again for each line.
+std::vector<knuth::knuth> without_indent(std::vector<knuth::knuth> items) {
+    if (!items.empty() && is_indent(items.front())) {
+        items.erase(items.begin());
+    }
+    return items;
+}
+
 // ---- Placing lines --------------------------------------------------------------------------------------
 
 struct para_ctx {
@@ -196,11 +204,20 @@ run_state greedy_run(para_ctx const& ctx, run_state s, std::optional<int> max_li
                 .width = areas::width_of(band),
                 .container_width = areas::width_of(s.areas.container),
                 .hyphenate_ok = hyph_ok,
+                .may_give_up = s.areas.available.size() > 1 || !max_area,
             };
             auto res = linebreak::fill_line(ctx.env,
                                             ctx.method == pack_method::best_fit ? linebreak::method::best_fit
                                                                                 : linebreak::method::first_fit,
                                             req, state_of(s.info), line_items);
+            if (std::holds_alternative<linebreak::no_room>(res)) {
+                // Too narrow beside a float: the line starts again below it, or in the next area.
+                if (next_band(s, max_area)) {
+                    continue;
+                }
+                s.rest = without_indent(std::move(line_items));
+                return s;
+            }
             if (auto* out = std::get_if<linebreak::outflow>(&res)) {
                 if (!pack_outflow(s, *out, max_area)) {
                     // The float fits nowhere on this page: it goes on first with the rest of the
@@ -237,7 +254,8 @@ run_state greedy_run(para_ctx const& ctx, run_state s, std::optional<int> max_li
                 if (next_band(s, max_area)) {
                     continue;
                 }
-                s.rest = std::move(items);
+                // Floats placed from this line stay placed: what goes on is the line as it stands now.
+                s.rest = without_indent(std::move(line_items));
                 return s;
             }
             s.info = with_state(std::move(s.info), bp.break_state.curr_page_info);

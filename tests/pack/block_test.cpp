@@ -9,6 +9,7 @@
 
 #include <cmath>
 #include <fstream>
+#include <functional>
 #include <sstream>
 
 #include "pack/test_fonts.hpp"
@@ -542,6 +543,148 @@ TEST(page_loop, margin_boxes_see_the_page_number) {
         ASSERT_EQ(p->margin_boxes.size(), 1u);
         EXPECT_EQ(p->margin_boxes.front().margin_region, css::page_rule::region::bottom_center);
     }
+}
+
+// ---- Progress -----------------------------------------------------------------------------------------
+// Every page must consume content. Each document here once made layout run for ever; it is packed
+// first in a child process with an alarm, so that a regression fails the test instead of hanging it.
+
+std::vector<ref<packed_page>> pack_bounded(std::string const& css, std::string const& body) {
+    auto const* result = ::testing::UnitTest::GetInstance()->current_test_info()->result();
+    int const failures_before = result->total_part_count();
+    EXPECT_EXIT(
+        {
+            ::alarm(20);
+            (void)pack_html(css, body);
+            std::_Exit(0);
+        },
+        ::testing::ExitedWithCode(0), "")
+        << css << body;
+    if (result->total_part_count() != failures_before) {
+        return {};
+    }
+    return pack_html(css, body);
+}
+
+// The text of all lines of all pages, one line of text per line box.
+std::string page_words(std::vector<ref<packed_page>> const& pages) {
+    std::string out;
+    std::function<void(box const&)> walk = [&](box const& b) {
+        if (auto const* p = std::get_if<para>(&b.box_content)) {
+            for (auto const& item : p->para_lines) {
+                if (auto const* l = std::get_if<linebox>(&item)) {
+                    std::function<void(std::vector<spanbox> const&)> spans = [&](std::vector<spanbox> const& c) {
+                        for (auto const& sb : c) {
+                            if (auto const* ch = std::get_if<charsbox>(&sb)) {
+                                for (auto const& g : ch->charsbox_content) {
+                                    for (char32_t const c : g.base_glyph.glyph_unicodes) {
+                                        out += c < 0x80 ? static_cast<char>(c) : '?';
+                                    }
+                                }
+                            } else if (auto const* n = std::get_if<ref<nested_spanbox>>(&sb)) {
+                                spans((*n)->spanbox_content);
+                            }
+                        }
+                    };
+                    spans(l->linebox_content);
+                    out += "|";
+                }
+            }
+        }
+        if (auto const* bs = std::get_if<boxes>(&b.box_content)) {
+            for (auto const& c : bs->boxes_list) {
+                walk(*c);
+            }
+        }
+        if (auto const* li = std::get_if<list>(&b.box_content)) {
+            walk(*li->list_box.list_content);
+        }
+    };
+    for (auto const& p : pages) {
+        for (auto const& b : p->body_box.body_content) {
+            walk(*b);
+        }
+        out += "/";
+    }
+    return out;
+}
+
+TEST(progress, a_forced_break_below_the_top_edge_of_an_enclosing_block) {
+    // The body's padding or border lowers the first heading on every page: the break in front of it
+    // has happened already all the same, and each heading opens its page.
+    for (std::string const edge : {"padding-top: 5pt", "border-top: 2pt solid", "padding: 1em"}) {
+        SCOPED_TRACE(edge);
+        auto const pages =
+            pack_bounded("body { " + edge + " } h1 { page-break-before: always; font: 8pt/10pt Sans; margin: 0 }",
+                         "<h1>A</h1><p>x</p><h1>B</h1><p>y</p>");
+        EXPECT_EQ(page_words(pages), "A|x|/B|y|/") << dump(pages);
+    }
+    // Forced breaks in a row, and one inside a nested block at the top of the page, give no empty page.
+    auto const nested = pack_bounded("div { padding-top: 3pt } .b { page-break-before: always }",
+                                     "<div><div class=b><p class=b>one</p></div></div><p class=b>two</p>");
+    EXPECT_EQ(page_words(nested), "one|/two|/") << dump(nested);
+}
+
+TEST(progress, edges_and_margins_larger_than_the_page) {
+    // Whatever the numbers, the run ends and the text stays in the boxes (placed where CSS puts it,
+    // off the paper if need be), each page taking something.
+    struct doc {
+        char const* name;
+        std::string css;
+        std::size_t max_pages;
+    };
+    for (auto const& d : {doc{"top padding taller than the page", "div { padding-top: 300pt }", 2},
+                          doc{"a top border taller than the page", "div { border-top: 300pt solid }", 2},
+                          doc{"a huge margin on a block", "div { margin: 99999in }", 2},
+                          doc{"a huge page margin", "@page { margin: 99999in }", 3},
+                          doc{"a 1000in page margin", "@page { margin: 1000in }", 3},
+                          doc{"a block of negative width", "div { margin: 0 60pt }", 1},
+                          doc{"a left margin past the page", "div { margin-left: 200pt }", 1}}) {
+        SCOPED_TRACE(d.name);
+        auto const pages = pack_bounded(d.css, "<div>one two three</div>");
+        ASSERT_FALSE(pages.empty());
+        EXPECT_LE(pages.size(), d.max_pages) << dump(pages);
+        auto const text = page_words(pages);
+        for (auto const* w : {"one", "two", "three"}) {
+            EXPECT_NE(text.find(w), std::string::npos) << w << " lost: " << text;
+        }
+    }
+}
+
+TEST(progress, lines_in_no_room_still_take_a_word_each) {
+    // Ten nested blockquotes of 40pt margins each leave no room at all: one word per overfull line.
+    std::string deep;
+    for (int i = 0; i < 11; ++i) {
+        deep += "<blockquote>";
+    }
+    deep += "a b c";
+    for (int i = 0; i < 11; ++i) {
+        deep += "</blockquote>";
+    }
+    auto const quotes = pack_bounded("blockquote { margin: 0 0 0 20pt }", deep);
+    EXPECT_EQ(page_words(quotes), "a|b|c|/");
+    std::string lists;
+    for (int i = 0; i < 30; ++i) {
+        lists += "<ul><li>";
+    }
+    lists += "d e";
+    for (int i = 0; i < 30; ++i) {
+        lists += "</li></ul>";
+    }
+    auto const nested = pack_bounded("ul { margin: 0; padding-left: 10pt; list-style: none }", lists);
+    EXPECT_EQ(page_words(nested), "d|e|/");
+}
+
+TEST(progress, a_word_that_does_not_fit_beside_a_float_to_the_page_bottom) {
+    // The float reaches below the page: there is no band below it to move to. The page has taken the
+    // float, and the paragraph goes on to the next page.
+    auto const first = pack_bounded(".f { float: left; width: 95pt; height: 300pt }",
+                                    "<div class=f></div><p>abcdefgh</p>");
+    EXPECT_EQ(page_words(first), "/abcdefgh|/") << dump_geometry(first);
+    // The float fills the page below two lines, down to its bottom.
+    auto const later = pack_bounded(".f { float: left; width: 95pt; height: 80pt }",
+                                    lines(2) + "<div class=f></div><p>abcdefgh</p>");
+    EXPECT_EQ(page_words(later), "line|line|/abcdefgh|/") << dump_geometry(later);
 }
 
 } // namespace
