@@ -2,12 +2,11 @@
 // it can't lay out yet, and counters at the edges of the integer range and of the tree's size.
 #include "box_support.hpp"
 
-#include <gtest/gtest.h>
-
-#include <pthread.h>
-
 #include <cstdio>
 #include <functional>
+#include <pthread.h>
+
+#include <gtest/gtest.h>
 
 namespace vellum::prepack {
 namespace {
@@ -76,6 +75,7 @@ three<span class="dn">third note</span></p>
 <p><img src="a.png"><img src="b.png"><img src="c.png"></p>
 <div class="l">an ordinary float</div>
 )");
+
     struct expectation {
         char const* kind;
         std::size_t times;
@@ -88,6 +88,7 @@ three<span class="dn">third note</span></p>
         // Ordinary floats are laid out: nothing to say.
         {"float: left", 0},
     };
+
     for (auto const& e : expected) {
         SCOPED_TRACE(e.kind);
         EXPECT_EQ(count_of(w.messages, e.kind), e.times) << w.messages;
@@ -196,9 +197,11 @@ para const* first_para_of(block const& b) {
         if (auto const* p = std::get_if<bcontent_para>(&at->block_content)) {
             return &p->para;
         }
-        if (auto const* l = std::get_if<bcontent_list_item>(&at->block_content); l && !l->item.content.empty()) {
+        if (auto const* l = std::get_if<bcontent_list_item>(&at->block_content);
+            l && !l->item.content.empty()) {
             at = &l->item.content.front();
-        } else if (auto const* bs = std::get_if<bcontent_blocks>(&at->block_content); bs && !bs->blocks.empty()) {
+        } else if (auto const* bs = std::get_if<bcontent_blocks>(&at->block_content);
+                   bs && !bs->blocks.empty()) {
             at = &bs->blocks.front();
         } else {
             return nullptr;
@@ -223,7 +226,8 @@ TEST(walk, deep_trees) {
         EXPECT_EQ(span_depth(&p->para_spans).second, "x");
     }
     {
-        auto const doc = deep_boxes("<p>" + repeated("<span>a ", spans) + "x" + repeated("</span>", spans) + "</p>");
+        auto const doc =
+            deep_boxes("<p>" + repeated("<span>a ", spans) + "x" + repeated("</span>", spans) + "</p>");
         auto const* p = first_para_of(doc.pack_doc_content[0].sec_blocks.front());
         ASSERT_TRUE(p);
         auto const [depth, bottom] = span_depth(&p->para_spans);
@@ -232,7 +236,8 @@ TEST(walk, deep_trees) {
     }
     {
         // The same spans with a right-to-left word at the bottom go through the bidi pass.
-        auto const doc = deep_boxes("<p>" + repeated("<span>a ", spans) + "\u05D0" + repeated("</span>", spans) + "</p>");
+        auto const doc =
+            deep_boxes("<p>" + repeated("<span>a ", spans) + "\u05D0" + repeated("</span>", spans) + "</p>");
         auto const* p = first_para_of(doc.pack_doc_content[0].sec_blocks.front());
         ASSERT_TRUE(p);
         auto const [depth, bottom] = span_depth(&p->para_spans);
