@@ -28,10 +28,26 @@ using css::box::display_kind;
 using css::selector::pseudo_element;
 using style_ref = ref<css::style::style>;
 
-// What a child turns into before its parent knows what to do with it.
+// What a child turns into before its parent knows what to do with it. A text node gives all its spans
+// in one thing, so that a long text costs one thing, not one per word.
 struct th_span {
-    prepack::span span;
+    std::vector<prepack::span> spans;
 };
+
+th_span one_span(prepack::span s) {
+    th_span out;
+    out.spans.push_back(std::move(s));
+    return out;
+}
+
+void append(std::vector<span>& to, std::vector<span>& from) {
+    if (to.empty()) {
+        to = std::move(from);
+    } else {
+        to.insert(to.end(), std::make_move_iterator(from.begin()), std::make_move_iterator(from.end()));
+    }
+    from.clear();
+}
 
 struct th_block {
     prepack::block block;
@@ -460,12 +476,12 @@ struct walker {
         element_stuff stuff{.element_info = info_pseudo_element{pinfo}, .counter_scopes = scopes_now(false)};
         auto const kind = kind_of(*style).value_or(display_kind::inline_);
         if (kind == display_kind::inline_) {
-            return {th_span{span_nested{nested_span{.span_content = std::move(spans),
+            return {one_span(span_nested{nested_span{.span_content = std::move(spans),
                                                     .span_style = style,
                                                     .span_context = css::compute_style::anonymous_context{},
                                                     .span_decls = std::move(props),
                                                     .span_type = type_original{std::move(stuff)},
-                                                    .span_bg = backgrounds(*style)}}}};
+                                                    .span_bg = backgrounds(*style)}})};
         }
         return {th_block{block{.block_content = para_of(std::move(spans), *style),
                                .block_style = style,
@@ -527,9 +543,7 @@ struct walker {
 
     std::vector<thing> text_node(std::string const& value, css::style::style const& s) {
         std::vector<thing> out;
-        for (auto& sp : text::prepare_text(textbuf::from_utf8(value), settings_of(s), text_at)) {
-            out.push_back(th_span{std::move(sp)});
-        }
+        out.push_back(th_span{text::prepare_text(textbuf::from_utf8(value), settings_of(s), text_at)});
         return out;
     }
 
@@ -688,7 +702,7 @@ struct walker {
                 std::vector<span> spans;
                 for (auto& t : things) {
                     if (auto* sp = std::get_if<th_span>(&t)) {
-                        spans.push_back(std::move(sp->span));
+                        append(spans, sp->spans);
                     }
                 }
                 body = inline_footnote{std::move(spans)};
@@ -698,7 +712,7 @@ struct walker {
                                                   .block_type = type_original{std::move(stuff)},
                                                   .block_bg = bgs})};
             }
-            return {th_span{span_footnote{share(std::move(call)), std::move(body), style}}};
+            return {one_span(span_footnote{share(std::move(call)), std::move(body), style})};
         }
 
         auto const whole_block = [&]() {
@@ -719,9 +733,9 @@ struct walker {
             if (inside && marker && !marker->empty()) {
                 std::vector<thing> front;
                 for (auto& sp : *marker) {
-                    front.push_back(th_span{std::move(sp)});
+                    front.push_back(one_span(std::move(sp)));
                 }
-                front.push_back(th_span{span_sep{sep_space{}}});
+                front.push_back(one_span(span_sep{sep_space{}}));
                 things.insert(things.begin(), std::make_move_iterator(front.begin()),
                               std::make_move_iterator(front.end()));
             } else if (!inside) {
@@ -824,17 +838,17 @@ struct walker {
             }
             element_type type = first ? element_type{type_original{stuff}} : element_type{type_remaining{info}};
             first = false;
-            out.push_back(th_span{span_nested{nested_span{.span_content = std::move(run),
+            out.push_back(one_span(span_nested{nested_span{.span_content = std::move(run),
                                                           .span_style = style,
                                                           .span_context = context,
                                                           .span_decls = decls,
                                                           .span_type = std::move(type),
-                                                          .span_bg = bgs}}});
+                                                          .span_bg = bgs}}));
             run.clear();
         };
         for (auto& t : things) {
             if (auto* sp = std::get_if<th_span>(&t)) {
-                run.push_back(std::move(sp->span));
+                append(run, sp->spans);
             } else if (auto* ib = std::get_if<th_inline_block>(&t)) {
                 run.push_back(span_inline_block{share(std::move(ib->block))});
             } else if (auto* v = std::get_if<th_values>(&t)) {
@@ -906,11 +920,11 @@ struct walker {
                 continue;
             }
             if (auto* sp = std::get_if<th_span>(&t)) {
-                if (!table_parts.empty() && !text::has_content({sp->span})) {
+                if (!table_parts.empty() && !text::has_content(sp->spans)) {
                     continue;
                 }
                 flush_table();
-                run.push_back(std::move(sp->span));
+                append(run, sp->spans);
             } else if (auto* ib = std::get_if<th_inline_block>(&t)) {
                 flush_table();
                 run.push_back(span_inline_block{share(std::move(ib->block))});
@@ -1124,7 +1138,7 @@ struct walker {
     static bool blank(std::vector<thing> const& things) {
         return std::ranges::all_of(things, [](thing const& t) {
             auto const* sp = std::get_if<th_span>(&t);
-            return sp && !text::has_content({sp->span});
+            return sp && !text::has_content(sp->spans);
         });
     }
 

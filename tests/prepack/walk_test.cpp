@@ -2,12 +2,11 @@
 // it can't lay out yet, and counters at the edges of the integer range and of the tree's size.
 #include "box_support.hpp"
 
-#include <gtest/gtest.h>
-
-#include <pthread.h>
-
 #include <cstdio>
 #include <functional>
+#include <pthread.h>
+
+#include <gtest/gtest.h>
 
 namespace vellum::prepack {
 namespace {
@@ -76,6 +75,7 @@ three<span class="dn">third note</span></p>
 <p><img src="a.png"><img src="b.png"><img src="c.png"></p>
 <div class="l">an ordinary float</div>
 )");
+
     struct expectation {
         char const* kind;
         std::size_t times;
@@ -88,6 +88,7 @@ three<span class="dn">third note</span></p>
         // Ordinary floats are laid out: nothing to say.
         {"float: left", 0},
     };
+
     for (auto const& e : expected) {
         SCOPED_TRACE(e.kind);
         EXPECT_EQ(count_of(w.messages, e.kind), e.times) << w.messages;
@@ -147,6 +148,102 @@ TEST(walk, many_counters_and_deep_counter_scopes) {
     EXPECT_EQ(count_of(w.dump, "text \"2\""), static_cast<std::size_t>(depth));
     // counters() at the bottom lists every level's value.
     EXPECT_NE(w.dump.find("\"" + std::string(depth, '2') + "\""), std::string::npos);
+}
+
+// The box tree of a document, walked on a large stack; the dump of a deep tree is too large to use.
+pack_document deep_boxes(std::string const& html) {
+    auto const dir = std::filesystem::temp_directory_path() /
+                     ("prepack_deep_test_" + std::to_string(::getpid()) + "_" +
+                      ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    std::filesystem::create_directories(dir);
+    std::ofstream(dir / "doc.html") << html;
+    pack_document out;
+    on_large_stack([&] {
+        auto doc = box_support::boxes_of_file(log::log{.log_stderr = log::no_stderr_log{}}, VELLUM_BINARY_DIR,
+                                              dir / "doc.html");
+        ASSERT_TRUE(doc.has_value());
+        out = std::move(*doc);
+    });
+    std::filesystem::remove_all(dir);
+    return out;
+}
+
+std::string repeated(std::string const& s, int n) {
+    std::string out;
+    for (int i = 0; i < n; ++i) {
+        out += s;
+    }
+    return out;
+}
+
+// How deep nested spans go from a paragraph's spans, and the text at the bottom.
+std::pair<int, std::string> span_depth(std::vector<span> const* spans) {
+    int depth = 0;
+    while (spans && !spans->empty()) {
+        auto const* n = std::get_if<span_nested>(&spans->back());
+        if (!n) {
+            auto const* t = std::get_if<span_text>(&spans->back());
+            return {depth, t ? textbuf::to_utf8(t->text) : ""};
+        }
+        ++depth;
+        spans = &n->nested.span_content;
+    }
+    return {depth, ""};
+}
+
+para const* first_para_of(block const& b) {
+    block const* at = &b;
+    while (true) {
+        if (auto const* p = std::get_if<bcontent_para>(&at->block_content)) {
+            return &p->para;
+        }
+        if (auto const* l = std::get_if<bcontent_list_item>(&at->block_content);
+            l && !l->item.content.empty()) {
+            at = &l->item.content.front();
+        } else if (auto const* bs = std::get_if<bcontent_blocks>(&at->block_content);
+                   bs && !bs->blocks.empty()) {
+            at = &bs->blocks.front();
+        } else {
+            return nullptr;
+        }
+    }
+}
+
+TEST(walk, deep_trees) {
+    int const blocks = 10000;
+    int const spans = 100000;
+    {
+        auto const doc = deep_boxes(repeated("<div>", blocks) + "x" + repeated("</div>", blocks));
+        ASSERT_EQ(doc.pack_doc_content.size(), 1u);
+        auto const* p = first_para_of(doc.pack_doc_content[0].sec_blocks.front());
+        ASSERT_TRUE(p);
+        EXPECT_EQ(span_depth(&p->para_spans).second, "x");
+    }
+    {
+        auto const doc = deep_boxes(repeated("<ul><li>", blocks) + "x" + repeated("</li></ul>", blocks));
+        auto const* p = first_para_of(doc.pack_doc_content[0].sec_blocks.front());
+        ASSERT_TRUE(p);
+        EXPECT_EQ(span_depth(&p->para_spans).second, "x");
+    }
+    {
+        auto const doc =
+            deep_boxes("<p>" + repeated("<span>a ", spans) + "x" + repeated("</span>", spans) + "</p>");
+        auto const* p = first_para_of(doc.pack_doc_content[0].sec_blocks.front());
+        ASSERT_TRUE(p);
+        auto const [depth, bottom] = span_depth(&p->para_spans);
+        EXPECT_EQ(depth, spans);
+        EXPECT_EQ(bottom, "x");
+    }
+    {
+        // The same spans with a right-to-left word at the bottom go through the bidi pass.
+        auto const doc =
+            deep_boxes("<p>" + repeated("<span>a ", spans) + "\u05D0" + repeated("</span>", spans) + "</p>");
+        auto const* p = first_para_of(doc.pack_doc_content[0].sec_blocks.front());
+        ASSERT_TRUE(p);
+        auto const [depth, bottom] = span_depth(&p->para_spans);
+        EXPECT_EQ(depth, spans + 1);
+        EXPECT_EQ(bottom, "\u05D0");
+    }
 }
 
 } // namespace
