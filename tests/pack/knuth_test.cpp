@@ -109,13 +109,14 @@ std::vector<std::string> greedy(linebreak::method m, std::vector<knuth::knuth> i
     auto const env = make_env();
     std::vector<std::string> lines;
     line_kind kind = line_kind::first_line;
-    while (!items.empty()) {
+    auto rest = stream_of(std::move(items));
+    while (!stream_empty(rest)) {
         linebreak::line_request const rq{.line_kind = kind, .width = width, .container_width = width,
                                          .hyphenate_ok = hyphenate};
-        auto res = linebreak::fill_line(env, m, rq, {}, std::move(items));
+        auto res = linebreak::fill_line(env, m, rq, {}, rest);
         auto& bp = std::get<linebreak::break_point>(res);
         lines.push_back(text_of(bp.line));
-        items = strip_leading(bp.remain_para);
+        strip_leading(rest);
         kind = line_kind::other_line;
         if (lines.size() > 50) {
             ADD_FAILURE() << "no progress";
