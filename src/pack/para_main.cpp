@@ -699,8 +699,11 @@ para_res pack_para(page_info info,
     }
     para_res out{.res_info = std::move(res.info), .res_areas = std::move(res.areas), .res_boxes = std::move(res.boxes)};
     if (!res.done) {
-        prepack::para rest = para;
-        rest.current_line_number = para.current_line_number + res.placed;
+        // The spans are needed only to build the items, which the rest carries: they are not copied
+        // on to every page of a long paragraph.
+        prepack::para rest{.first_line_style = para.first_line_style,
+                           .current_line_number = para.current_line_number + res.placed,
+                           .pass_in = para.pass_in};
         if (lines) {
             rest.para_content = share(prepack::para_knuth_lines{
                 .area_width = width,
