@@ -15,6 +15,6 @@ using best_fit_res = linebreak::line_res;
 best_fit_res best_fit(eval_knuth::eval_env const& env,
                       linebreak::line_request const& request,
                       eval_knuth::page_state page_info,
-                      std::vector<knuth::knuth> items);
+                      knuth::item_stream& items);
 
 } // namespace vellum::pack::best_fit

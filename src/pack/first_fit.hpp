@@ -15,6 +15,6 @@ using first_fit_res = linebreak::line_res;
 first_fit_res first_fit(eval_knuth::eval_env const& env,
                         linebreak::line_request const& request,
                         eval_knuth::page_state page_info,
-                        std::vector<knuth::knuth> items);
+                        knuth::item_stream& items);
 
 } // namespace vellum::pack::first_fit

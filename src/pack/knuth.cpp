@@ -1,5 +1,7 @@
 #include "pack/knuth.hpp"
 
+#include "util/result.hpp"
+
 #include <cmath>
 
 namespace vellum::pack::knuth {
@@ -260,6 +262,73 @@ std::vector<knuth> strip_leading(std::span<knuth const> items) {
     }
     out.insert(out.end(), items.begin() + static_cast<std::ptrdiff_t>(i), items.end());
     return out;
+}
+
+bool item_stream::operator==(item_stream const& other) const {
+    return stream_items(*this) == stream_items(other);
+}
+
+item_stream stream_of(std::vector<knuth> items) {
+    return item_stream{.stream_base = std::make_shared<std::vector<knuth> const>(std::move(items))};
+}
+
+std::size_t stream_size(item_stream const& s) {
+    std::size_t const base = s.stream_base ? s.stream_base->size() - std::min(s.stream_from, s.stream_base->size()) : 0;
+    return base + s.stream_front_reversed.size();
+}
+
+bool stream_empty(item_stream const& s) {
+    return stream_size(s) == 0;
+}
+
+knuth const& stream_peek(item_stream const& s) {
+    if (!s.stream_front_reversed.empty()) {
+        return s.stream_front_reversed.back();
+    }
+    check(s.stream_base && s.stream_from < s.stream_base->size(), "stream_peek");
+    return (*s.stream_base)[s.stream_from];
+}
+
+knuth stream_take(item_stream& s) {
+    if (!s.stream_front_reversed.empty()) {
+        knuth out = std::move(s.stream_front_reversed.back());
+        s.stream_front_reversed.pop_back();
+        return out;
+    }
+    check(s.stream_base && s.stream_from < s.stream_base->size(), "stream_take");
+    return (*s.stream_base)[s.stream_from++];
+}
+
+void stream_put_back(item_stream& s, knuth item) {
+    s.stream_front_reversed.push_back(std::move(item));
+}
+
+std::vector<knuth> stream_items(item_stream const& s) {
+    std::vector<knuth> out(s.stream_front_reversed.rbegin(), s.stream_front_reversed.rend());
+    if (s.stream_base && s.stream_from < s.stream_base->size()) {
+        out.insert(out.end(), s.stream_base->begin() + static_cast<std::ptrdiff_t>(s.stream_from), s.stream_base->end());
+    }
+    return out;
+}
+
+void strip_leading(item_stream& s) {
+    // The kept items go back in front in their order; the walk stops at the first item that stays.
+    std::vector<knuth> kept;
+    while (!stream_empty(s)) {
+        auto const step = strip_step_of(stream_peek(s));
+        if (step == strip_step::drop) {
+            (void)stream_take(s);
+            continue;
+        }
+        if (step == strip_step::keep_and_go_on) {
+            kept.push_back(stream_take(s));
+            continue;
+        }
+        break;
+    }
+    for (auto it = kept.rbegin(); it != kept.rend(); ++it) {
+        stream_put_back(s, std::move(*it));
+    }
 }
 
 bool is_forced_break(knuth const& item) {

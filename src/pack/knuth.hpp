@@ -407,6 +407,42 @@ std::optional<knuth> indent_box(css::used_style::used_indent const& used_indent,
 /// over inline box starts, indents, out-of-flow inline boxes and script ends.
 std::vector<knuth> strip_leading(std::span<knuth const> items);
 
+/// What is left of a paragraph's items, cheap to copy and to take a line from: a shared list read from
+/// `stream_from` on, behind a few items of its own that go first (kept reversed, the next one last).
+/// A line takes its items off the front and puts back what it didn't use, so that a long paragraph
+/// costs what its lines cost and a trial keeps its starting point by copying the stream.
+struct item_stream {
+    std::shared_ptr<std::vector<knuth> const> stream_base;
+    std::size_t stream_from = 0;
+    std::vector<knuth> stream_front_reversed;
+    /// Equal when they hold the same items.
+    bool operator==(item_stream const& other) const;
+};
+
+/// A stream over a list of items.
+item_stream stream_of(std::vector<knuth> items);
+
+/// Whether nothing is left.
+bool stream_empty(item_stream const& s);
+
+/// The number of items left.
+std::size_t stream_size(item_stream const& s);
+
+/// The next item; the stream must not be empty.
+knuth const& stream_peek(item_stream const& s);
+
+/// Takes the next item off the stream.
+knuth stream_take(item_stream& s);
+
+/// Puts an item in front of the stream: it is the next one taken.
+void stream_put_back(item_stream& s, knuth item);
+
+/// The items left, in order.
+std::vector<knuth> stream_items(item_stream const& s);
+
+/// `strip_leading` on the front of a stream.
+void strip_leading(item_stream& s);
+
 /// Whether the item is a forced break.
 bool is_forced_break(knuth const& item);
 
@@ -424,7 +460,7 @@ namespace vellum::prepack {
 /// still open where the earlier fragment stopped.
 struct para_knuths {
     std::vector<pack::knuth::open> unclosed_open_tags1;
-    pack::knuth::knuth_para knuth_para1;
+    pack::knuth::item_stream knuth_para1;
     bool operator==(para_knuths const&) const = default;
 };
 

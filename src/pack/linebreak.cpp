@@ -27,7 +27,44 @@ struct scan {
     method m;
     line_request const& request;
     eval_knuth::page_state start_page;
-    std::vector<knuth::knuth> items;
+    /// The paragraph's items not yet looked at.
+    knuth::item_stream& source;
+    /// The items of this line looked at so far, taken from `source` as the scan reaches them.
+    std::vector<knuth::knuth> items{};
+
+    // Whether item `i` is there, taking it from the source if need be.
+    bool reach(std::size_t i) {
+        while (items.size() <= i && !stream_empty(source)) {
+            items.push_back(stream_take(source));
+        }
+        return i < items.size();
+    }
+
+    // A script function's result is replaced whole: the scan reaches the end of it before measuring.
+    void reach_script_tail(std::size_t head) {
+        int depth = 0;
+        for (std::size_t j = head + 1; reach(j); ++j) {
+            if (std::holds_alternative<script_func_head>(items[j])) {
+                ++depth;
+            } else if (std::holds_alternative<script_func_tail>(items[j])) {
+                if (depth == 0) {
+                    return;
+                }
+                --depth;
+            }
+        }
+    }
+
+    // Gives the items from `from` on back to the source, after `front`: they come first next time.
+    void give_back(std::size_t from, std::vector<knuth::knuth> front = {}) {
+        for (std::size_t j = items.size(); j-- > std::min(from, items.size());) {
+            stream_put_back(source, std::move(items[j]));
+        }
+        items.erase(items.begin() + static_cast<std::ptrdiff_t>(std::min(from, items.size())), items.end());
+        for (auto it = front.rbegin(); it != front.rend(); ++it) {
+            stream_put_back(source, std::move(*it));
+        }
+    }
 
     break_point make_break_point(pack_state const& s, knuth::break_type type) const {
         auto line = eval_knuth::trim_line(env, request.line_kind, s.packed_sofar);
@@ -40,23 +77,24 @@ struct scan {
                            .break_type = type};
     }
 
-    // The break point with the rest of the paragraph behind it: the floats held back first.
+    // The break point with the rest of the paragraph behind it in the source: `front` (the rest of a
+    // cut word) first, then the floats held back, then what the scan looked at past the break.
     line_res finish(break_point bp, std::vector<knuth::knuth> front = {}) {
-        auto& rest = bp.remain_para;
-        rest = std::move(front);
         auto& delayed = bp.break_state.delay_floats;
-        rest.insert(rest.end(), std::make_move_iterator(delayed.begin()), std::make_move_iterator(delayed.end()));
+        front.insert(front.end(), std::make_move_iterator(delayed.begin()), std::make_move_iterator(delayed.end()));
         delayed.clear();
-        auto const from = static_cast<std::ptrdiff_t>(std::min(bp.break_state.next_index, items.size()));
-        rest.insert(rest.end(), std::make_move_iterator(items.begin() + from), std::make_move_iterator(items.end()));
+        give_back(bp.break_state.next_index, std::move(front));
         return bp;
     }
 
     line_res run() {
         pack_state st{.curr_page_info = start_page};
         std::optional<break_point> best;
-        while (st.next_index < items.size()) {
+        while (reach(st.next_index)) {
             std::size_t const i = st.next_index;
+            if (std::holds_alternative<script_func_head>(items[i])) {
+                reach_script_tail(i);
+            }
             auto ev = eval_knuth::eval_knuth(env, request.line_kind, request.containing_height, st.curr_page_info,
                                              items[i], std::span<knuth::knuth const>(items).subspan(i + 1));
             if (ev.res_splice) {
@@ -81,12 +119,12 @@ struct scan {
                 if (!is_in_flow(*ib)) {
                     outflow o{.outflow_xpos = st.curr_xpos, .outflow_item = item,
                               .outflow_page_info = st.curr_page_info};
-                    o.outflow_items = std::move(st.packed_sofar);
-                    o.outflow_items.insert(o.outflow_items.end(), std::make_move_iterator(st.delay_floats.begin()),
-                                           std::make_move_iterator(st.delay_floats.end()));
-                    o.outflow_items.insert(o.outflow_items.end(),
-                                           std::make_move_iterator(items.begin() + static_cast<std::ptrdiff_t>(i + 1)),
-                                           std::make_move_iterator(items.end()));
+                    // The line starts again: what was packed, the floats held back, and what follows
+                    // the box go back to the source in that order.
+                    auto front = std::move(st.packed_sofar);
+                    front.insert(front.end(), std::make_move_iterator(st.delay_floats.begin()),
+                                 std::make_move_iterator(st.delay_floats.end()));
+                    give_back(i + 1, std::move(front));
                     return o;
                 }
             }
@@ -149,7 +187,9 @@ struct scan {
                 return finish(std::move(*best));
             }
             if (request.may_give_up && request.width + tolerance < request.container_width) {
-                // Beside a float: give the line up, and let the caller move below the float.
+                // Beside a float: give the line up, and let the caller move below the float. The
+                // source is as it was; the items as measured here go back.
+                give_back(0);
                 return no_room{};
             }
             // A line of the whole width that can't take its first word: cut the word if its style
@@ -167,7 +207,7 @@ struct scan {
             return finish(std::move(bp));
         }
         // The paragraph ended without a forced break: the line holds everything.
-        if (best && best->break_state.next_index == items.size()) {
+        if (best && best->break_state.next_index == items.size() && stream_empty(source)) {
             return finish(std::move(*best));
         }
         return finish(make_break_point(st, break_type::other));
@@ -180,8 +220,8 @@ line_res fill_line(eval_knuth::eval_env const& env,
                    method m,
                    line_request const& request,
                    eval_knuth::page_state page_info,
-                   std::vector<knuth::knuth> items) {
-    scan s{.env = env, .m = m, .request = request, .start_page = std::move(page_info), .items = std::move(items)};
+                   knuth::item_stream& items) {
+    scan s{.env = env, .m = m, .request = request, .start_page = std::move(page_info), .source = items};
     return s.run();
 }
 

@@ -28,25 +28,23 @@ struct pack_state {
     std::size_t next_index = 0;
 };
 
-/// A place where the line could end: the state there, the trimmed line and its sums, what remains of
-/// the paragraph, and how the line ends.
+/// A place where the line could end: the state there, the trimmed line and its sums, and how the
+/// line ends. What remains of the paragraph is left in the stream the line was taken from.
 struct break_point {
     pack_state break_state;
     std::vector<knuth::knuth> line;
     float line_width = 0;
     float line_stretch = 0;
     float line_shrink = 0;
-    std::vector<knuth::knuth> remain_para;
     knuth::break_type break_type = knuth::break_type::other;
 };
 
 /// An atomic inline box that is not part of the line (a float that fits, an absolute box): the
-/// caller places it and starts the line again from `outflow_items`, which hold what was packed so far
+/// caller places it and starts the line again from the stream, which holds what was packed so far
 /// and the rest of the paragraph, the box taken out.
 struct outflow {
     float outflow_xpos = 0;
     knuth::knuth outflow_item;
-    std::vector<knuth::knuth> outflow_items;
     eval_knuth::page_state outflow_page_info;
 };
 
@@ -76,12 +74,15 @@ struct line_request {
     bool may_give_up = false;
 };
 
-/// Fills one line from the items.
+/// Fills one line from the front of `items`. The items the line takes are taken off the stream, and
+/// those it looked at but left (the rest of a cut word, floats held back) are put back in front, so
+/// that a line costs what it holds, however long the paragraph. After `no_room` the stream is as it
+/// was; after an outflow it holds the line to start again.
 line_res fill_line(eval_knuth::eval_env const& env,
                    method m,
                    line_request const& request,
                    eval_knuth::page_state page_info,
-                   std::vector<knuth::knuth> items);
+                   knuth::item_stream& items);
 
 /// Badness of a line for best fit: very bad (absent) for a line that cannot reach its width, else
 /// |r|^3 * 100 + 0.5, plus 50 for a break at a hyphen.

@@ -91,12 +91,11 @@ knuth::open continued(knuth::open o) {
     return o;
 }
 
-// The items with the indent box of a line taken off their front: it is made again for each line.
-std::vector<knuth::knuth> without_indent(std::vector<knuth::knuth> items) {
-    if (!items.empty() && is_indent(items.front())) {
-        items.erase(items.begin());
+// Takes a line's indent box off the front of the items: it is made again for each line.
+void drop_indent(item_stream& items) {
+    if (!stream_empty(items) && is_indent(stream_peek(items))) {
+        (void)stream_take(items);
     }
-    return items;
 }
 
 // ---- Placing lines --------------------------------------------------------------------------------------
@@ -119,7 +118,7 @@ struct run_state {
     std::vector<knuth::open> open_tags;
     int line_number = 1;
     int consecutive_hyphens = 0;
-    std::vector<knuth::knuth> rest;
+    item_stream rest;
     std::size_t next_line = 0;
     bool done = false;
 };
@@ -176,25 +175,23 @@ bool pack_outflow(run_state& s, linebreak::outflow const& out, bool max_area) {
 run_state greedy_run(para_ctx const& ctx, run_state s, std::optional<int> max_lines) {
     bool max_area = s.info.flags.max_page_area;
     for (;;) {
-        std::vector<knuth::knuth> items = std::move(s.rest);
-        if (!items.empty() && is_indent(items.front())) {
-            items.erase(items.begin());
-        }
-        items = strip_leading(items);
-        if (items.empty()) {
+        drop_indent(s.rest);
+        strip_leading(s.rest);
+        if (stream_empty(s.rest)) {
             s.done = true;
             return s;
         }
         if (max_lines && s.placed >= *max_lines) {
-            s.rest = std::move(items);
             return s;
         }
         line_kind const kind = s.line_number == 1 ? line_kind::first_line : line_kind::other_line;
-        std::vector<knuth::knuth> line_items = items;
         if (auto ib = indent_box(ctx.used.used_text_indent, kind)) {
-            line_items.insert(line_items.begin(), std::move(*ib));
+            stream_put_back(s.rest, std::move(*ib));
         }
         bool const hyph_ok = linebreak::hyphenate_ok(ctx.style->hyphenate_lines, s.consecutive_hyphens);
+        // Where the line starts, to go back to when it is refused: a copy of the stream costs only
+        // the few items in front of its shared list.
+        auto line_start = s.rest;
         bool placed = false;
         while (!placed) {
             auto const band = band_of(s.areas);
@@ -209,30 +206,24 @@ run_state greedy_run(para_ctx const& ctx, run_state s, std::optional<int> max_li
             auto res = linebreak::fill_line(ctx.env,
                                             ctx.method == pack_method::best_fit ? linebreak::method::best_fit
                                                                                 : linebreak::method::first_fit,
-                                            req, state_of(s.info), line_items);
+                                            req, state_of(s.info), s.rest);
             if (std::holds_alternative<linebreak::no_room>(res)) {
                 // Too narrow beside a float: the line starts again below it, or in the next area.
                 if (next_band(s, max_area)) {
                     continue;
                 }
-                s.rest = without_indent(std::move(line_items));
+                drop_indent(s.rest);
                 return s;
             }
             if (auto* out = std::get_if<linebreak::outflow>(&res)) {
                 if (!pack_outflow(s, *out, max_area)) {
                     // The float fits nowhere on this page: it goes on first with the rest of the
                     // paragraph, the line it stood in started again there.
-                    std::vector<knuth::knuth> rest{std::move(out->outflow_item)};
-                    auto from = out->outflow_items.begin();
-                    while (from != out->outflow_items.end() && is_indent(*from)) {
-                        ++from;
-                    }
-                    rest.insert(rest.end(), std::make_move_iterator(from),
-                                std::make_move_iterator(out->outflow_items.end()));
-                    s.rest = std::move(rest);
+                    drop_indent(s.rest);
+                    stream_put_back(s.rest, std::move(out->outflow_item));
                     return s;
                 }
-                line_items = std::move(out->outflow_items);
+                line_start = s.rest;
                 continue;
             }
             auto& bp = std::get<linebreak::break_point>(res);
@@ -246,21 +237,20 @@ run_state greedy_run(para_ctx const& ctx, run_state s, std::optional<int> max_li
                                         bp.line);
             if (made.made_empty) {
                 s.info = with_state(std::move(s.info), bp.break_state.curr_page_info);
-                s.rest = std::move(bp.remain_para);
                 placed = true;
                 break;
             }
             if (!made.made_box) {
+                // The line goes back; floats placed from it stay placed.
+                s.rest = line_start;
                 if (next_band(s, max_area)) {
                     continue;
                 }
-                // Floats placed from this line stay placed: what goes on is the line as it stands now.
-                s.rest = without_indent(std::move(line_items));
+                drop_indent(s.rest);
                 return s;
             }
             s.info = with_state(std::move(s.info), bp.break_state.curr_page_info);
             accept(s, made, bp.break_type == break_type::hyphen);
-            s.rest = std::move(bp.remain_para);
             // Only the first line of an area may exceed it.
             max_area = false;
             placed = true;
@@ -629,13 +619,20 @@ para_res pack_para(page_info info,
 
     run_state start{.info = info, .areas = areas, .line_number = para.current_line_number + 1};
     std::vector<knuth::knuth> items;
+    // A paragraph continued from an earlier area goes on from its stream, shared with the earlier
+    // fragment: nothing of the rest is copied.
+    std::optional<item_stream> stream;
+    bool may_hold_inline_blocks = true;
     std::optional<para_lines> lines;
     std::visit(overloaded{
                    [&](prepack::para_initial const&) {
                        items = spans_to_knuth::para_to_knuths(info, style, para, width).res_items;
+                       may_hold_inline_blocks = std::any_of(items.begin(), items.end(), [](knuth::knuth const& item) {
+                           return inline_block_of(item) != nullptr;
+                       });
                    },
                    [&](ref<prepack::para_knuths> const& k) {
-                       items = k->knuth_para1;
+                       stream = k->knuth_para1;
                        start.open_tags = k->unclosed_open_tags1;
                    },
                    [&](ref<prepack::para_knuth_lines> const& k) {
@@ -656,14 +653,19 @@ para_res pack_para(page_info info,
                para.para_content);
 
     // Inline blocks are packed as the line breakers meet them, in a container of the paragraph's width.
-    if (std::any_of(items.begin(), items.end(), [](knuth::knuth const& item) { return inline_block_of(item) != nullptr; })) {
+    if (may_hold_inline_blocks) {
         ctx.env.env_pack_inline_block = [info, width](knuth::inline_block const& ib, std::optional<float>) {
             auto p = block::pack_inline_block(info, *ib.inline_block_block, width);
             return eval_knuth::packed_inline_block{.packed_width = p.inline_width, .packed_box = std::move(p.inline_box)};
         };
     }
 
-    if (!lines && uses_total_fit(*style, areas, items)) {
+    if (stream && !lines && uses_total_fit(*style, areas, {})) {
+        // Justified text is broken as a whole: the rest is taken out of the stream.
+        items = stream_items(*stream);
+        stream.reset();
+    }
+    if (!lines && !stream && uses_total_fit(*style, areas, items)) {
         auto const limit = std::get_if<int>(&style->hyphenate_lines);
         auto br = total_fit::break_lines(ctx.env,
                                          total_fit::break_params{
@@ -686,7 +688,7 @@ para_res pack_para(page_info info,
             return lines_run(ctx, ls, std::move(s), max);
         });
     } else {
-        start.rest = std::move(items);
+        start.rest = stream ? std::move(*stream) : stream_of(std::move(items));
         res = with_orphans_and_widows(ctx, start, [&](run_state s, std::optional<int> max) {
             return greedy_run(ctx, std::move(s), max);
         });
@@ -697,8 +699,11 @@ para_res pack_para(page_info info,
     }
     para_res out{.res_info = std::move(res.info), .res_areas = std::move(res.areas), .res_boxes = std::move(res.boxes)};
     if (!res.done) {
-        prepack::para rest = para;
-        rest.current_line_number = para.current_line_number + res.placed;
+        // The spans are needed only to build the items, which the rest carries: they are not copied
+        // on to every page of a long paragraph.
+        prepack::para rest{.first_line_style = para.first_line_style,
+                           .current_line_number = para.current_line_number + res.placed,
+                           .pass_in = para.pass_in};
         if (lines) {
             rest.para_content = share(prepack::para_knuth_lines{
                 .area_width = width,

@@ -109,13 +109,14 @@ std::vector<std::string> greedy(linebreak::method m, std::vector<knuth::knuth> i
     auto const env = make_env();
     std::vector<std::string> lines;
     line_kind kind = line_kind::first_line;
-    while (!items.empty()) {
+    auto rest = stream_of(std::move(items));
+    while (!stream_empty(rest)) {
         linebreak::line_request const rq{.line_kind = kind, .width = width, .container_width = width,
                                          .hyphenate_ok = hyphenate};
-        auto res = linebreak::fill_line(env, m, rq, {}, std::move(items));
+        auto res = linebreak::fill_line(env, m, rq, {}, rest);
         auto& bp = std::get<linebreak::break_point>(res);
         lines.push_back(text_of(bp.line));
-        items = strip_leading(bp.remain_para);
+        strip_leading(rest);
         kind = line_kind::other_line;
         if (lines.size() > 50) {
             ADD_FAILURE() << "no progress";
@@ -270,6 +271,48 @@ TEST(first_fit, a_word_wider_than_the_column) {
         << "cut at the width, the space kept before the next word";
     EXPECT_EQ(greedy(linebreak::method::first_fit, para(U"abcdefghij xy", breaking), 35),
               (std::vector<std::string>{"abcdefg", "hij xy"}));
+}
+
+TEST(first_fit, a_line_in_no_room_still_takes_a_word_or_gives_up_with_nothing_taken) {
+    auto const s = make_style();
+    auto const env = make_env();
+    for (auto const m : {linebreak::method::first_fit, linebreak::method::best_fit}) {
+        // A negative width: the first word runs over, and the next line starts at the next word.
+        auto rest = stream_of(para(U"xxx yyy", s));
+        linebreak::line_request const none{.width = -20, .container_width = -20, .may_give_up = true};
+        auto res = linebreak::fill_line(env, m, none, {}, rest);
+        auto const* bp = std::get_if<linebreak::break_point>(&res);
+        ASSERT_NE(bp, nullptr);
+        EXPECT_EQ(text_of(bp->line), "xxx");
+        strip_leading(rest);
+        EXPECT_EQ(stream_size(rest), 2u) << "yyy and the forced break are left";
+
+        // Beside a float, with somewhere else to go: nothing is taken and the stream is as it was.
+        auto beside = stream_of(para(U"xxx yyy", s));
+        linebreak::line_request const narrow{.width = 10, .container_width = 100, .may_give_up = true};
+        auto given_up = linebreak::fill_line(env, m, narrow, {}, beside);
+        EXPECT_TRUE(std::holds_alternative<linebreak::no_room>(given_up));
+        EXPECT_EQ(stream_items(beside).size(), 4u);
+        // With nowhere else to go, the line takes its word all the same.
+        auto forced = linebreak::fill_line(env, m, {.width = 10, .container_width = 100}, {}, beside);
+        ASSERT_TRUE(std::holds_alternative<linebreak::break_point>(forced));
+        EXPECT_EQ(text_of(std::get<linebreak::break_point>(forced).line), "xxx");
+    }
+}
+
+TEST(knuth, an_item_stream_shares_its_list_and_puts_items_back_in_front) {
+    auto const s = make_style();
+    auto a = stream_of(para(U"a b c", s));
+    auto const copy = a;
+    EXPECT_EQ(stream_size(a), 6u);
+    (void)stream_take(a);
+    (void)stream_take(a);
+    stream_put_back(a, sp(s));
+    EXPECT_EQ(text_of(stream_items(a)), " b c");
+    EXPECT_EQ(text_of(stream_items(copy)), "a b c") << "a copy keeps its place";
+    EXPECT_EQ(a.stream_base, copy.stream_base) << "the list is shared, not copied";
+    strip_leading(a);
+    EXPECT_EQ(text_of(stream_items(a)), "b c");
 }
 
 TEST(best_fit, shrinks_spaces_to_take_one_more_word) {
