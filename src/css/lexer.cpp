@@ -6,6 +6,7 @@
 #include <charconv>
 #include <climits>
 #include <cstdio>
+#include <algorithm>
 #include <optional>
 
 namespace vellum::css {
@@ -23,6 +24,20 @@ double number_as_double(number const& n) {
 namespace vellum::css::lexer {
 
 namespace {
+
+// The closer of a token that opens a group: "(" and functions close with ")".
+std::optional<symbol> closer_of(token const& t) {
+    if (std::holds_alternative<function>(t) || is(t, symbol::open_paren)) {
+        return symbol::close_paren;
+    }
+    if (is(t, symbol::open_bracket)) {
+        return symbol::close_bracket;
+    }
+    if (is(t, symbol::open_brace)) {
+        return symbol::close_brace;
+    }
+    return std::nullopt;
+}
 
 bool is_digit(char c) {
     return c >= '0' && c <= '9';
@@ -461,14 +476,42 @@ std::vector<token> scan(std::string_view text, comments mode) {
     }
     scanner sc{.text = text};
     std::vector<token> out;
+    // The closers of the groups open at this point. Inside a group only its own closer ends it (another
+    // kind of closer is an ordinary token there), as the parsers skip groups.
+    std::vector<symbol> open;
+    // While a group too deep is being cut out: the depth at which it began; else no_cut.
+    constexpr std::size_t no_cut = SIZE_MAX;
+    std::size_t cutting = no_cut;
     while (sc.pos < text.size()) {
         auto t = sc.next();
         if (!t || (mode == comments::drop && is(*t, symbol::comment))) {
             continue;
         }
-        out.push_back(std::move(*t));
+        if (auto const* d = std::get_if<delim>(&*t); d != nullptr && d->delim_char == nesting_cut) {
+            t = delim{0xFFFD};
+        }
+        if (!open.empty() && is(*t, open.back())) {
+            open.pop_back();
+            if (cutting != no_cut && open.size() == cutting) {
+                cutting = no_cut;
+                continue;
+            }
+        } else if (auto const close = closer_of(*t)) {
+            if (cutting == no_cut && open.size() == max_nesting) {
+                cutting = open.size();
+                out.push_back(delim{nesting_cut});
+            }
+            open.push_back(*close);
+        }
+        if (cutting == no_cut) {
+            out.push_back(std::move(*t));
+        }
     }
     return out;
+}
+
+bool has_nesting_cut(std::vector<token> const& tokens) {
+    return std::ranges::find(tokens, token{delim{nesting_cut}}) != tokens.end();
 }
 
 std::string to_text(token const& t) {

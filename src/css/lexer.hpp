@@ -128,8 +128,20 @@ using token = std::variant<symbol, string, ident, function, number, signed_int, 
 /// Whether comments are kept as tokens (for tests and tools) or dropped (for the parser).
 enum class comments { drop, keep };
 
+/// Blocks, brackets and functions nested deeper than this are cut out by the scanner: each such group
+/// stands as one `delim` holding `nesting_cut`, which no grammar accepts, so that the rule or declaration
+/// around it is dropped as invalid and no parser recurses deeper. Real style sheets nest a few levels.
+inline constexpr std::size_t max_nesting = 64;
+
+/// The character of the delim that stands for a group nested too deeply (a noncharacter, which the
+/// scanner never makes of the text).
+inline constexpr char32_t nesting_cut = 0xFFFF;
+
 /// Cuts UTF-8 text into tokens. Never fails: anything unexpected becomes a delim.
 std::vector<token> scan(std::string_view text, comments mode = comments::drop);
+
+/// Whether the scanner cut out groups nested too deeply.
+bool has_nesting_cut(std::vector<token> const& tokens);
 
 /// The token written back as CSS text, for messages and tests.
 std::string to_text(token const& t);

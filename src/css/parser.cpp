@@ -15,6 +15,10 @@ using lexer::symbol;
 // Imports nested deeper than this are taken for a loop that the URL check missed.
 constexpr std::size_t max_import_depth = 32;
 
+// The most sheets read through @import for one document. Sheets that import each other several times
+// over grow exponentially with the depth; no real document needs more than a few dozen.
+constexpr int max_imports = 1000;
+
 bool is_at(cursor::cursor const& c, std::string_view name) {
     auto const* a = c.get<lexer::at>();
     return a != nullptr && lexer::equals_ignoring_case(a->at_name, name);
@@ -132,6 +136,14 @@ struct sheet_reader {
     }
 
     void load_import(import const& imp) {
+        if (e.import_count >= max_imports) {
+            if (e.import_count++ == max_imports) {
+                e.warnings.push_back({imp.import_url, "more than " + std::to_string(max_imports) +
+                                                          " imported style sheets; the rest are skipped"});
+            }
+            return;
+        }
+        ++e.import_count;
         value::url const target{imp.import_url, sheet_url};
         auto fetched = fetcher ? fetcher(target) : fail("no loader for style sheets");
         if (!fetched) {
@@ -394,6 +406,10 @@ struct sheet_reader {
 env parse_in_chain(log::log const& log, fetch const& fetcher, origin o, std::string const& base,
                    std::string_view text, std::vector<std::string>& chain, env e) {
     auto const tokens = lexer::scan(text);
+    if (lexer::has_nesting_cut(tokens)) {
+        e.warnings.push_back({base, "blocks nested more than " + std::to_string(lexer::max_nesting) +
+                                        " deep are skipped as invalid"});
+    }
     chain.push_back(base);
     sheet_reader reader{log, fetcher, o, base, chain, e, cursor::cursor{tokens}, terms::context{.base = base}};
     reader.read();

@@ -56,6 +56,8 @@ struct env {
     std::vector<std::pair<std::string, declarations>> special_rules;
     /// Logged once all sheets are read.
     std::vector<warning> warnings;
+    /// The number of sheets read through @import so far.
+    int import_count = 0;
     /// Which property names are known; unknown ones are dropped. Null keeps every name.
     terms::property_filter known_property = nullptr;
     bool operator==(env const&) const = default;

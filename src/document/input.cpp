@@ -95,12 +95,15 @@ bool is_xml_file(std::string const& filename) {
         bool error_seen = false;
         xmlTextReaderSetErrorHandler(reader, flag_error, &error_seen);
         bool first = true;
+        // Asking the reader for its document hands the document over to the caller, who frees it.
+        xmlDocPtr taken = nullptr;
         while (xmlTextReaderRead(reader) == 1 && !error_seen) {
             if (first) {
                 first = false;
                 // The parser leaves the standalone field at -1 unless the file began with an XML
                 // declaration (which sets it to -2 when it names no standalone value).
                 xmlDocPtr doc = xmlTextReaderCurrentDoc(reader);
+                taken = doc;
                 if (doc && doc->standalone != -1) {
                     answer = true;
                     break;
@@ -116,6 +119,9 @@ bool is_xml_file(std::string const& filename) {
             answer = false;
         }
         xmlFreeTextReader(reader);
+        if (taken) {
+            xmlFreeDoc(taken);
+        }
     }
     xmlSetGenericErrorFunc(nullptr, nullptr);
     xmlSetStructuredErrorFunc(nullptr, nullptr);

@@ -1,5 +1,6 @@
 #include "document/libhtml.hpp"
 
+#include "document/html5/builder.hpp"
 #include "document/html5/encode.hpp"
 #include "document/html5/parser.hpp"
 #include "util/result.hpp"
@@ -123,6 +124,11 @@ parse_html5_bytes(log::log const& log,
     }
     auto const parsed = html5::parser::parse_document(*text);
     check(parsed.document_root != nullptr, "parse_html5_bytes");
+    if (parsed.document_depth_capped) {
+        log::log_file_message(log, log::level::warning, resource::locator::locator_to_string(url),
+                              "elements nested more than " + std::to_string(html5::builder::max_tree_depth) +
+                                  " deep are placed beside each other at that depth");
+    }
     return convert_document(*parsed.document_root, url);
 }
 

@@ -124,6 +124,7 @@ std::vector<option_spec> const& option_table() {
         {option::disallow_copy, {"disallow-copy"}},
         {option::disallow_annotate, {"disallow-annotate"}},
         {option::disallow_modify, {"disallow-modify"}},
+        {option::max_resource_size, {"max-resource-size"}, 0, value_kind::text},
     };
     return table;
 }
@@ -192,6 +193,26 @@ std::optional<int> parse_int(std::string_view s) {
     return value;
 }
 
+// A size in bytes, with an optional suffix "K", "M" or "G" (binary multiples): "1048576", "512M". Zero
+// and sizes that overflow are not sizes.
+std::optional<std::uint64_t> parse_size(std::string_view s) {
+    int shift = 0;
+    if (!s.empty()) {
+        char const last = s.back();
+        shift = last == 'k' || last == 'K' ? 10 : last == 'm' || last == 'M' ? 20 : last == 'g' || last == 'G' ? 30 : 0;
+    }
+    if (shift != 0) {
+        s.remove_suffix(1);
+    }
+    std::uint64_t value = 0;
+    auto const* end = s.data() + s.size();
+    auto [p, ec] = std::from_chars(s.data(), end, value);
+    if (s.empty() || ec != std::errc() || p != end || value == 0 || value > (UINT64_MAX >> shift)) {
+        return std::nullopt;
+    }
+    return value << shift;
+}
+
 std::string quoted(std::string_view name) {
     return "`" + std::string(name) + "'";
 }
@@ -209,6 +230,9 @@ struct parser {
         case value_kind::flag:
             return "option " + quoted(shown) + " does not allow an argument";
         case value_kind::text:
+            if (spec.id == option::max_resource_size && !parse_size(value)) {
+                return "invalid value for option `--max-resource-size'";
+            }
             if (spec.id == option::pdf_profile) {
                 if (!pdf::profile::profile_of_name(value)) {
                     return "invalid value for option `--pdf-profile'";
@@ -555,6 +579,11 @@ engine::engine_options make_engine_options(log::log const& log, values const& v,
                 .network = flag(v, option::network),
                 .http_options = make_http_options(log, v, prefix),
                 .local_files = flag(v, option::local_files),
+                // Pages from the web may name local files only when the command line says so expressly.
+                .local_files_for_web = v.flags.contains(option::local_files) && flag(v, option::local_files),
+                .max_resource_size = text(v, option::max_resource_size)
+                                         .and_then(parse_size)
+                                         .value_or(resource::loader::default_max_resource_size),
                 .fileroot = text(v, option::fileroot),
             },
         .system_fonts = flag(v, option::system_fonts),

@@ -89,6 +89,7 @@ enum class option {
     disallow_copy,
     disallow_annotate,
     disallow_modify,
+    max_resource_size,
 };
 
 /// Plain lines on standard error.

@@ -3,6 +3,7 @@
 #include "driver/log.hpp"
 
 #include <cstring>
+#include <strings.h>
 #include <mutex>
 
 #include <curl/curl.h>
@@ -30,17 +31,31 @@ void unlock_share(CURL*, curl_lock_data, void* userptr) {
 struct body_buffer {
     std::vector<std::uint8_t> buffer_data = std::vector<std::uint8_t>(16384);
     std::size_t buffer_used = 0;
+    /// The largest body taken; past it the transfer is broken off.
+    std::uint64_t buffer_limit = 0;
+    bool buffer_overflow = false;
 };
 
-std::size_t write_body(char* ptr, std::size_t size, std::size_t nmemb, void* userdata) {
+// Runs inside libcurl and must not throw: a body that would pass the limit, or that memory cannot hold,
+// ends the transfer (taking less than was given makes libcurl fail with a write error).
+std::size_t write_body(char* ptr, std::size_t size, std::size_t nmemb, void* userdata) noexcept {
     auto& b = *static_cast<body_buffer*>(userdata);
     std::size_t const n = size * nmemb;
+    if (n > b.buffer_limit || b.buffer_used > b.buffer_limit - n) {
+        b.buffer_overflow = true;
+        return 0;
+    }
     std::size_t capacity = b.buffer_data.size();
     while (capacity - b.buffer_used < n) {
         capacity *= 2;
     }
-    if (capacity != b.buffer_data.size()) {
-        b.buffer_data.resize(capacity);
+    try {
+        if (capacity != b.buffer_data.size()) {
+            b.buffer_data.resize(capacity);
+        }
+    } catch (...) {
+        b.buffer_overflow = true;
+        return 0;
     }
     std::memcpy(b.buffer_data.data() + b.buffer_used, ptr, n);
     b.buffer_used += n;
@@ -73,6 +88,20 @@ long auth_bits(std::set<http::http_auth_method> const& methods) {
 bool worth_retry(CURLcode code, long response) {
     return (code == CURLE_SEND_ERROR || code == CURLE_RECV_ERROR) &&
            (response == 0 || (response >= 200 && response <= 399));
+}
+
+// A redirect to a scheme other than "http" and "https" is refused as a load of that URL itself would
+// be: a "file:" URL is a local file, anything else a scheme the program does not load.
+std::string refused_redirect(CURL* easy) {
+    char* target = nullptr;
+    curl_easy_getinfo(easy, CURLINFO_REDIRECT_URL, &target);
+    if (target == nullptr) {
+        curl_easy_getinfo(easy, CURLINFO_EFFECTIVE_URL, &target);
+    }
+    std::string const where = target != nullptr ? target : "";
+    bool const local = where.size() >= 5 && strncasecmp(where.c_str(), "file:", 5) == 0;
+    std::string const reason = local ? "not loading local file" : "cannot load unknown URL scheme";
+    return where.empty() ? reason : reason + " (redirected to " + where + ")";
 }
 
 } // namespace
@@ -148,7 +177,7 @@ curl_result<http::http_response> curl_http_request(curl const& handle,
         curl_easy_setopt(easy, CURLOPT_POSTFIELDS, "");
         curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE, 0L);
     }
-    body_buffer body;
+    body_buffer body{.buffer_limit = options.http_max_body};
     char error_buffer[CURL_ERROR_SIZE] = {};
     curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers.get());
     curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
@@ -159,6 +188,11 @@ curl_result<http::http_response> curl_http_request(curl const& handle,
     curl_easy_setopt(easy, CURLOPT_FAILONERROR, 1L);
     curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L);
     curl_easy_setopt(easy, CURLOPT_MAXREDIRS, 10L);
+    // Only the web is read through libcurl, also at the end of a redirect.
+    curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+    // A body announced as longer than the limit is refused before it is read.
+    curl_easy_setopt(easy, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(options.http_max_body));
     curl_easy_setopt(easy, CURLOPT_AUTOREFERER, 1L);
     // The empty string asks for every content encoding libcurl can undo.
     curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");
@@ -191,7 +225,12 @@ curl_result<http::http_response> curl_http_request(curl const& handle,
     if (code != CURLE_OK) {
         long response = 0;
         curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &response);
-        std::string const message = error_buffer[0] != '\0' ? error_buffer : curl_easy_strerror(code);
+        std::string message = error_buffer[0] != '\0' ? error_buffer : curl_easy_strerror(code);
+        if (body.buffer_overflow || code == CURLE_FILESIZE_EXCEEDED) {
+            message = "resource too large: more than " + std::to_string(options.http_max_body) + " bytes";
+        } else if (code == CURLE_UNSUPPORTED_PROTOCOL) {
+            message = refused_redirect(easy);
+        }
         if (response == 401) {
             out = ok<http::http_response>{http::http_unauthorized{message}};
         } else {

@@ -4,6 +4,9 @@
 #include "util/ref.hpp"
 
 #include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <cstring>
 #include <exception>
 
@@ -11,6 +14,10 @@ namespace vellum::resource::loader {
 namespace {
 
 using web_result = curl::curl_result<http::http_response>;
+
+std::string too_large(std::uint64_t limit) {
+    return "resource too large: more than " + std::to_string(limit) + " bytes";
+}
 
 std::string join_path(std::string const& dir, std::string_view path) {
     while (!path.empty() && path.front() == '/') {
@@ -203,16 +210,34 @@ fetch_result fetch_web(log::log const& log,
 
 std::optional<fetch_result> cached(network_loader const& net, std::string const& url) {
     return net.loader_cache->with([&](cache_map& cache) -> std::optional<fetch_result> {
-        auto const it = cache.find(url);
-        if (it == cache.end()) {
+        auto const it = cache.cache_entries.find(url);
+        if (it == cache.cache_entries.end()) {
             return std::nullopt;
         }
         return it->second;
     });
 }
 
+std::uint64_t body_size(fetch_result const& r) {
+    if (!r) {
+        return 0;
+    }
+    auto const* b = std::get_if<resource_bytes>(&r->resource_data);
+    return b != nullptr ? b->data.size() : 0;
+}
+
 void store(network_loader const& net, std::string const& url, fetch_result const& r) {
-    net.loader_cache->with([&](cache_map& cache) { cache.emplace(url, r); });
+    // The cache holds no more bytes than one resource may have: past that, bodies are passed on but not
+    // kept, and a later load fetches them again. Failures cost nothing and are always kept.
+    std::uint64_t const size = body_size(r);
+    std::uint64_t const limit = net.loader_http_options.http_max_body;
+    net.loader_cache->with([&](cache_map& cache) {
+        if (cache.cache_entries.contains(url) || size > limit || cache.cache_bytes > limit - size) {
+            return;
+        }
+        cache.cache_entries.emplace(url, r);
+        cache.cache_bytes += size;
+    });
 }
 
 // The loop of one prefetch thread. A URL is fetched by one thread at a time; others who ask for it while
@@ -324,21 +349,48 @@ fetch_result load_web(log::log const& log,
     return here ? *here : cell->take();
 }
 
-result<resource<resource_data>> open_file(locator::locator const& loc, virtual_path::physical_path const& path) {
-    std::FILE* f = std::fopen(path.path.c_str(), "rb");
-    if (f == nullptr) {
+// Opens a local file as a resource. Only a regular file is read: a FIFO would hold the run, and a device
+// such as /dev/zero or a directory has no end or no bytes. The file is opened without blocking (so that a
+// FIFO with no writer cannot hold the run) and judged by its open descriptor, not by its name.
+result<resource<resource_data>> open_file(locator::locator const& loc,
+                                          virtual_path::physical_path const& path,
+                                          std::uint64_t limit) {
+    int const fd = ::open(path.path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    if (fd < 0) {
         return fail(std::string("cannot open file: ") + std::strerror(errno));
     }
-    return resource<resource_data>{.resource_locator = loc,
-                                   .resource_data = resource_stream{std::shared_ptr<std::FILE>(f, &std::fclose)}};
+    struct stat st {};
+    if (::fstat(fd, &st) != 0) {
+        int const e = errno;
+        ::close(fd);
+        return fail(std::string("cannot open file: ") + std::strerror(e));
+    }
+    if (!S_ISREG(st.st_mode)) {
+        ::close(fd);
+        return fail(S_ISDIR(st.st_mode) ? "not loading a directory" : "not loading a file that is not a regular file");
+    }
+    if (static_cast<std::uint64_t>(st.st_size) > limit) {
+        ::close(fd);
+        return fail(too_large(limit));
+    }
+    ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+    std::FILE* f = ::fdopen(fd, "rb");
+    if (f == nullptr) {
+        int const e = errno;
+        ::close(fd);
+        return fail(std::string("cannot open file: ") + std::strerror(e));
+    }
+    return resource<resource_data>{
+        .resource_locator = loc,
+        .resource_data = resource_stream{std::shared_ptr<std::FILE>(f, &std::fclose), limit}};
 }
 
-result<resource<resource_data>> with_handle(fetch_result const& r) {
+result<resource<resource_data>> with_handle(fetch_result const& r, std::uint64_t limit) {
     if (!r) {
         return fail(r.error());
     }
     return std::visit(overloaded{
-                          [&](resource_path const& p) { return open_file(r->resource_locator, p.path); },
+                          [&](resource_path const& p) { return open_file(r->resource_locator, p.path, limit); },
                           [&](resource_bytes const& b) -> result<resource<resource_data>> {
                               return resource<resource_data>{.resource_locator = r->resource_locator,
                                                              .resource_type = r->resource_type,
@@ -430,10 +482,15 @@ result<loader> new_loader(log::log const& log,
         local_files.emplace(options.fileroot ? std::optional(virtual_path::physical_path{*options.fileroot})
                                              : std::nullopt);
     }
+    // HTTP bodies have the limit of every other resource.
+    http::http_options http_options = options.http_options;
+    http_options.http_max_body = options.max_resource_size;
     loader l{.loader_prefix = prefix,
              .loader_curdir = curdir,
-             .loader_network = no_network{options.http_options},
-             .loader_local_files = local_files};
+             .loader_network = no_network{http_options},
+             .loader_local_files = local_files,
+             .loader_local_files_for_web = options.local_files_for_web,
+             .loader_max_size = options.max_resource_size};
     if (!options.network) {
         return l;
     }
@@ -441,12 +498,12 @@ result<loader> new_loader(log::log const& log,
     if (!share) {
         return fail(share.error());
     }
-    auto main_curl = curl::new_curl(log, *share, options.http_options);
+    auto main_curl = curl::new_curl(log, *share, http_options);
     if (!main_curl) {
         return fail(main_curl.error());
     }
     l.loader_network = yes_network{network_loader{
-        .loader_http_options = options.http_options,
+        .loader_http_options = http_options,
         .loader_share = *share,
         .loader_threads =
             std::make_shared<blocking::blocking_cell<loader_threads>>(no_prefetch_threads{*main_curl}),
@@ -552,6 +609,11 @@ std::optional<virtual_path::physical_path> resolve_filename(loader const& l, loc
     if (!l.loader_local_files) {
         return std::nullopt;
     }
+    // A page from the web names local files only when the command line allows it expressly.
+    if (loc.locator_origin == locator::locator_origin::document_origin &&
+        loc.locator_named_by == locator::named_by::remote_resource && !l.loader_local_files_for_web) {
+        return std::nullopt;
+    }
     if (path.starts_with("/")) {
         auto const& fileroot = *l.loader_local_files;
         return virtual_path::physical_path{fileroot ? fileroot->path + path : path};
@@ -575,23 +637,24 @@ result<resource<resource_data>> load_resource(log::log const& log,
                 if (yes == nullptr) {
                     return fail("not loading HTTP resource due to --no-network flag");
                 }
-                return with_handle(load_web(log, yes->network, loc, w.web_url));
+                return with_handle(load_web(log, yes->network, loc, w.web_url), l.loader_max_size);
             },
             [&](locator::file const&) -> result<resource<resource_data>> {
                 auto const path = resolve_filename(l, loc);
                 if (!path) {
                     return fail("not loading local file");
                 }
-                return open_file(loc, *path);
+                return open_file(loc, *path, l.loader_max_size);
             },
             [&](locator::standard_input const&) -> result<resource<resource_data>> {
                 if (loc.locator_origin != locator::locator_origin::command_line_origin) {
                     return fail("not loading standard input");
                 }
                 // Standard input stays open after the resource is dropped.
-                return resource<resource_data>{.resource_locator = loc,
-                                               .resource_data = resource_stream{
-                                                   std::shared_ptr<std::FILE>(stdin, [](std::FILE*) {})}};
+                return resource<resource_data>{
+                    .resource_locator = loc,
+                    .resource_data = resource_stream{std::shared_ptr<std::FILE>(stdin, [](std::FILE*) {}),
+                                                     l.loader_max_size}};
             },
             [&](locator::data const& d) -> result<resource<resource_data>> {
                 auto decoded = dataurl::parse_data_url(d.data_url);
@@ -644,7 +707,15 @@ result<bytes::bytes> resource_to_bytes(resource_data const& data) {
                                   if (used < out.size()) {
                                       break;
                                   }
+                                  // A stream may hold more than its file said (standard input, a file
+                                  // that grows while it is read).
+                                  if (used > s.stream_limit) {
+                                      return fail(too_large(s.stream_limit));
+                                  }
                                   out.resize(out.size() * 2);
+                              }
+                              if (used > s.stream_limit) {
+                                  return fail(too_large(s.stream_limit));
                               }
                               if (std::ferror(s.stream.get())) {
                                   return fail(std::string("read error: ") + std::strerror(errno));

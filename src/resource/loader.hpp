@@ -54,6 +54,8 @@ struct resource {
 /// An open binary input stream; standard input, or a file closed with its last holder.
 struct resource_stream {
     std::shared_ptr<std::FILE> stream;
+    /// The most bytes read from it; a longer stream is refused.
+    std::uint64_t stream_limit = default_max_resource_size;
 };
 
 /// A file not yet opened.
@@ -144,7 +146,11 @@ struct prefetch_threads {
 
 using loader_threads = std::variant<no_prefetch_threads, prefetch_threads>;
 
-using cache_map = std::map<std::string, fetch_result>;
+/// Fetched web resources by URL, failures included, with the bytes of the bodies held.
+struct cache_map {
+    std::map<std::string, fetch_result> cache_entries;
+    std::uint64_t cache_bytes = 0;
+};
 using auth_map = std::map<http::scheme_host_port, auth_attempt>;
 
 /// The loader's web side: settings, the share handle, and its three blocking cells.
@@ -173,6 +179,10 @@ struct loader {
     maybe_network_loader loader_network;
     /// Absent: local files from documents and the command line are refused. Present: the --fileroot, if any.
     std::optional<std::optional<virtual_path::physical_path>> loader_local_files;
+    /// Whether names written in web documents may lead to local files as well.
+    bool loader_local_files_for_web = false;
+    /// The largest resource read, in bytes.
+    std::uint64_t loader_max_size = default_max_resource_size;
 };
 
 /// Builds the loader; with the network on, makes the share handle and the main thread's curl handle.

@@ -4,6 +4,7 @@
 
 #include "resource/url.hpp"
 
+#include <cstdint>
 #include <optional>
 #include <set>
 #include <string>
@@ -53,6 +54,8 @@ struct http_options {
     std::string user_agent;
     /// The number of prefetch threads, 0 for none.
     int max_prefetch_threads = 0;
+    /// The largest body accepted, in bytes; a longer one fails the exchange.
+    std::uint64_t http_max_body = std::uint64_t(256) << 20;
     bool operator==(http_options const&) const = default;
 };
 
@@ -60,11 +63,19 @@ struct http_options {
 
 namespace vellum::resource::loader {
 
+/// 256 MiB: far above any real document, image or font, far below what would exhaust memory.
+inline constexpr std::uint64_t default_max_resource_size = std::uint64_t(256) << 20;
+
 /// What the loader may read, and how.
 struct loader_options {
     bool network = true;
     http::http_options http_options;
     bool local_files = true;
+    /// Whether documents from the web (and what they name) may read local files too; only an explicit
+    /// --local-files allows it.
+    bool local_files_for_web = false;
+    /// The largest resource read, in bytes: files, HTTP bodies and standard input alike.
+    std::uint64_t max_resource_size = default_max_resource_size;
     /// A directory put before absolute file names from documents and the command line.
     std::optional<std::string> fileroot;
     bool operator==(loader_options const&) const = default;

@@ -194,6 +194,67 @@ std::optional<urlspec::url> base_url(locator_url const& u) {
                       u);
 }
 
+// Whether a resource of this kind lives on this machine: a file, or standard input.
+bool is_local_resource(locator_url const& u) {
+    return std::holds_alternative<file>(u) || std::holds_alternative<standard_input>(u);
+}
+
+// The locator of a name, without the mark of the resource that wrote it.
+locator parse_locator_url(path_or_url rule,
+                          locator_origin origin,
+                          std::optional<locator> const& base,
+                          std::string_view text) {
+    if (origin == locator_origin::command_line_origin && text == "-") {
+        return locator{.locator_url = standard_input{}, .locator_origin = origin};
+    }
+    auto parsed = urlspec::parse_url(urlspec::no_base_keep_leading_dot_dots{}, text);
+    if (std::get_if<urlspec::fatal_error>(&parsed.parse_result)) {
+        if (rule == path_or_url::path_or_url) {
+            return locator{.locator_url = file{{std::string(text)}, std::nullopt}, .locator_origin = origin};
+        }
+        return locator{.locator_url = invalid{std::string(text)}, .locator_origin = origin};
+    }
+    auto const& [u, data_part] = std::get<urlspec::ok>(parsed.parse_result);
+    if (!u.scheme.empty()) {
+        return from_absolute_url(u, data_part, origin);
+    }
+    // A relative reference.
+    if (is_same_document(u)) {
+        if (base) {
+            return locator{.locator_url = base->locator_url, .locator_origin = origin};
+        }
+        return locator{.locator_url = file{{"."}, std::nullopt}, .locator_origin = origin};
+    }
+    if (!base) {
+        // A name on the command line or of the program's own is a path relative to the working
+        // directory or the prefix; a document's relative name without a base leads nowhere.
+        if (origin == locator_origin::document_origin) {
+            return locator{.locator_url = unresolvable{std::string(text), ""}, .locator_origin = origin};
+        }
+        return locator{.locator_url = file{file_url_path(u, decode::do_percent_decode), u.query},
+                       .locator_fragment = u.fragment,
+                       .locator_origin = origin};
+    }
+    auto const b = base_url(base->locator_url);
+    if (!b) {
+        std::string const base_text =
+            origin == locator_origin::document_origin ? std::string() : locator_to_string(*base);
+        return locator{.locator_url = unresolvable{std::string(text), base_text},
+                       .locator_referer = base->locator_url,
+                       .locator_origin = origin};
+    }
+    auto resolved = urlspec::parse_url(urlspec::normal{*b}, text);
+    if (std::get_if<urlspec::fatal_error>(&resolved.parse_result)) {
+        return locator{.locator_url = invalid{std::string(text)},
+                       .locator_referer = base->locator_url,
+                       .locator_origin = origin};
+    }
+    auto const& r = std::get<urlspec::ok>(resolved.parse_result);
+    locator l = from_absolute_url(r.url, r.scheme_data, origin);
+    l.locator_referer = base->locator_url;
+    return l;
+}
+
 } // namespace
 
 virtual_path::virtual_path file_url_path(urlspec::url const& u, decode d) {
@@ -258,54 +319,13 @@ urlspec::url file_path_url(virtual_path::virtual_path const& path, std::optional
 
 locator parse_locator(path_or_url rule, locator_origin origin, std::optional<locator> const& base,
                       std::string_view text) {
-    if (origin == locator_origin::command_line_origin && text == "-") {
-        return locator{.locator_url = standard_input{}, .locator_origin = origin};
+    locator l = parse_locator_url(rule, origin, base, text);
+    // A name written in a page from the web, or in anything such a page named, stays marked as such; the
+    // loader keeps it away from local files.
+    if (base && origin == locator_origin::document_origin &&
+        (base->locator_named_by == named_by::remote_resource || !is_local_resource(base->locator_url))) {
+        l.locator_named_by = named_by::remote_resource;
     }
-    auto parsed = urlspec::parse_url(urlspec::no_base_keep_leading_dot_dots{}, text);
-    if (std::get_if<urlspec::fatal_error>(&parsed.parse_result)) {
-        if (rule == path_or_url::path_or_url) {
-            return locator{.locator_url = file{{std::string(text)}, std::nullopt}, .locator_origin = origin};
-        }
-        return locator{.locator_url = invalid{std::string(text)}, .locator_origin = origin};
-    }
-    auto const& [u, data_part] = std::get<urlspec::ok>(parsed.parse_result);
-    if (!u.scheme.empty()) {
-        return from_absolute_url(u, data_part, origin);
-    }
-    // A relative reference.
-    if (is_same_document(u)) {
-        if (base) {
-            return locator{.locator_url = base->locator_url, .locator_origin = origin};
-        }
-        return locator{.locator_url = file{{"."}, std::nullopt}, .locator_origin = origin};
-    }
-    if (!base) {
-        // A name on the command line or of the program's own is a path relative to the working
-        // directory or the prefix; a document's relative name without a base leads nowhere.
-        if (origin == locator_origin::document_origin) {
-            return locator{.locator_url = unresolvable{std::string(text), ""}, .locator_origin = origin};
-        }
-        return locator{.locator_url = file{file_url_path(u, decode::do_percent_decode), u.query},
-                       .locator_fragment = u.fragment,
-                       .locator_origin = origin};
-    }
-    auto const b = base_url(base->locator_url);
-    if (!b) {
-        std::string const base_text =
-            origin == locator_origin::document_origin ? std::string() : locator_to_string(*base);
-        return locator{.locator_url = unresolvable{std::string(text), base_text},
-                       .locator_referer = base->locator_url,
-                       .locator_origin = origin};
-    }
-    auto resolved = urlspec::parse_url(urlspec::normal{*b}, text);
-    if (std::get_if<urlspec::fatal_error>(&resolved.parse_result)) {
-        return locator{.locator_url = invalid{std::string(text)},
-                       .locator_referer = base->locator_url,
-                       .locator_origin = origin};
-    }
-    auto const& r = std::get<urlspec::ok>(resolved.parse_result);
-    locator l = from_absolute_url(r.url, r.scheme_data, origin);
-    l.locator_referer = base->locator_url;
     return l;
 }
 

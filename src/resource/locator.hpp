@@ -107,6 +107,11 @@ enum class locator_origin {
     document_origin,
 };
 
+/// Where the resource that wrote a name came from. A document from the web (or a data URL, or anything
+/// such a document named in turn) must not lead the program to local files, so the mark passes on to
+/// every name resolved against such a resource.
+enum class named_by { local_resource, remote_resource };
+
 /// Whether a name that is not a URL is taken as a file path.
 enum class path_or_url { url_strict, path_or_url };
 
@@ -120,6 +125,8 @@ struct locator {
     /// The locator of the resource that named this one, if any.
     std::optional<resource::locator::locator_url> locator_referer;
     resource::locator::locator_origin locator_origin = resource::locator::locator_origin::document_origin;
+    /// Whether the name was written in a resource that is not a local file, or named by one.
+    resource::locator::named_by locator_named_by = named_by::local_resource;
     bool operator==(locator const&) const = default;
 };
 

@@ -172,3 +172,24 @@ TEST(lexer, recognises_identifiers) {
 
 } // namespace
 } // namespace vellum::css::lexer
+
+namespace vellum {
+namespace {
+
+TEST(lexer, cuts_groups_nested_too_deeply) {
+    using namespace css::lexer;
+    std::string const deep = "a{b:" + std::string(100000, '(') + "x" + std::string(100000, ')') + "}c{d:e}";
+    auto const tokens = scan(deep);
+    EXPECT_TRUE(has_nesting_cut(tokens));
+    // The group at the budget depth is one token; what follows it is scanned as usual.
+    std::size_t opened = 0;
+    for (auto const& t : tokens) {
+        opened += is(t, symbol::open_paren) ? 1 : 0;
+    }
+    EXPECT_EQ(opened, max_nesting - 1);
+    EXPECT_EQ(to_text(tokens.back()), "}");
+    EXPECT_FALSE(has_nesting_cut(scan("a{b:f(g(h(1)))}")));
+}
+
+} // namespace
+} // namespace vellum

@@ -169,3 +169,32 @@ TEST(dataurl, reports_each_failure) {
 
 } // namespace
 } // namespace vellum
+
+namespace vellum {
+namespace {
+
+using namespace resource::locator;
+
+TEST(locator, marks_names_written_in_remote_resources) {
+    auto const page = parse_locator(path_or_url::path_or_url, locator_origin::command_line_origin, std::nullopt,
+                                    "http://example.org/doc.html");
+    auto const local = parse_locator(path_or_url::path_or_url, locator_origin::command_line_origin, std::nullopt,
+                                     "/tmp/doc.html");
+    EXPECT_EQ(page.locator_named_by, named_by::local_resource);
+    // Absolute and relative names alike, and whatever a marked name leads to in turn.
+    auto const passwd = resolve_locator(page, "file:///etc/passwd");
+    EXPECT_EQ(passwd.locator_named_by, named_by::remote_resource);
+    auto const base = resolve_locator(page, "file:///etc/");
+    EXPECT_EQ(resolve_locator(base, "passwd").locator_named_by, named_by::remote_resource);
+    auto const data = resolve_locator(page, "data:text/css,x");
+    EXPECT_EQ(resolve_locator(data, "file:///etc/passwd").locator_named_by, named_by::remote_resource);
+    // A local document and the program's own files name local files freely.
+    EXPECT_EQ(resolve_locator(local, "file:///etc/passwd").locator_named_by, named_by::local_resource);
+    EXPECT_EQ(resolve_locator(local, "style.css").locator_named_by, named_by::local_resource);
+    locator const system{.locator_url = file{{"/style/common.css"}, std::nullopt},
+                         .locator_origin = locator_origin::system_origin};
+    EXPECT_EQ(resolve_locator(system, "fonts.css").locator_named_by, named_by::local_resource);
+}
+
+} // namespace
+} // namespace vellum

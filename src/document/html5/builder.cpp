@@ -39,7 +39,37 @@ location into(node* parent, node* before = nullptr) {
 
 } // namespace
 
+namespace {
+
+// A node to be put under a parent at max_tree_depth or deeper goes to the end of the ancestor one level
+// above that depth instead, beside what came before it.
+location cap_depth(builder& b, location at) {
+    std::size_t depth = 0;
+    for (node const* n = at.location_parent; n != nullptr; n = n->node_parent) {
+        ++depth;
+    }
+    if (depth < max_tree_depth) {
+        return at;
+    }
+    node* target = at.location_parent;
+    for (std::size_t i = depth; i > max_tree_depth - 1; --i) {
+        target = target->node_parent;
+    }
+    b.depth_capped = true;
+    return location{.location_parent = target, .location_before = nullptr};
+}
+
+location uncapped_location(builder& b, tree::node* override_target);
+
+} // namespace
+
 location insertion_location(builder& b, tree::node* override_target) {
+    return cap_depth(b, uncapped_location(b, override_target));
+}
+
+namespace {
+
+location uncapped_location(builder& b, tree::node* override_target) {
     node* target = override_target != nullptr ? override_target : current_node(b);
     if (!b.foster_parenting || !is_html_in(target, {"table", "tbody", "tfoot", "thead", "tr"})) {
         return into(target);
@@ -67,6 +97,8 @@ location insertion_location(builder& b, tree::node* override_target) {
     }
     return into(b.open[static_cast<std::size_t>(last_table - 1)]);
 }
+
+} // namespace
 
 std::unique_ptr<tree::node> create_element(token::token const& t, tree::html_ns ns) {
     auto e = tree::make_element(t.token_name, ns);

@@ -71,7 +71,14 @@ struct builder {
     quirks quirks_mode = quirks::no_quirks;
     /// The context element of a fragment parse (owned here, never in the tree), or nullptr.
     std::unique_ptr<tree::node> context;
+    /// Whether nodes were placed higher than they belong because the tree reached max_tree_depth.
+    bool depth_capped = false;
 };
+
+/// The deepest a node is placed in the tree, counting the document root as 1. Deeper elements and text
+/// go beside each other at this depth, in document order, as browsers do (one of them stops at 512): a
+/// real document never nests so deep, and every later stage may then walk the tree recursively.
+inline constexpr std::size_t max_tree_depth = 512;
 
 /// The current node, or nullptr when the stack is empty.
 tree::node* current_node(builder const& b);

@@ -31,6 +31,7 @@ parsed_document finish(builder& b) {
     out.document_root = std::move(b.document);
     out.document_doctype = std::move(b.doctype);
     out.document_doctype_position = b.doctype_position;
+    out.document_depth_capped = b.depth_capped;
     return out;
 }
 

@@ -17,6 +17,8 @@ struct parsed_document {
     std::optional<tree::doctype> document_doctype;
     /// How many children of the root came before the DOCTYPE (comments may).
     std::size_t document_doctype_position = 0;
+    /// Whether elements nested too deeply were placed beside each other at the deepest allowed level.
+    bool document_depth_capped = false;
 };
 
 /// Parses a whole document from UTF-8 text.
