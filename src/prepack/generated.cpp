@@ -296,9 +296,7 @@ struct evaluator {
                        },
                        [&](css::value::url const&) {
                            std::string const message = std::string(what) + ": images are not supported yet";
-                           if (!env.env_warned || env.env_warned->insert(message).second) {
-                               log::log_warning(env.env_log, message);
-                           }
+                           log::log_warning_once(env.env_log, message);
                        },
                        [&](css::value::values const& vs) {
                            for (auto const& x : vs.value_list) {

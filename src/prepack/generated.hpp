@@ -11,7 +11,6 @@
 
 #include <functional>
 #include <optional>
-#include <set>
 #include <string>
 #include <variant>
 #include <vector>
@@ -39,9 +38,6 @@ struct gen_env {
     int* quote_depth = nullptr;
     /// The font size of the style, for lengths in ems.
     float font_size = 12;
-    /// The kinds of unsupported content warned about so far in the run, so that each is named once;
-    /// without it every occurrence is reported.
-    std::set<std::string>* env_warned = nullptr;
 };
 
 /// Evaluates content terms. `what` names the property for messages.

@@ -16,7 +16,6 @@
 #include <limits>
 #include <map>
 #include <mutex>
-#include <set>
 #include <unordered_map>
 
 namespace vellum::prepack::walk {
@@ -145,16 +144,9 @@ struct walker {
     std::vector<targets::target_key> target_keys;
     /// The elements by id, for target-text(); gathered on first use.
     std::optional<std::map<std::string, dom::element_ref>> elements_by_id;
-    /// The kinds of content that can't be laid out yet and were named in a warning: each kind is
-    /// named once, however many elements have it.
-    std::set<std::string> warned;
-
-    // Names a kind of content that is not laid out as it asks, on its first occurrence only.
-    void warn_once(std::string const& message) {
-        if (warned.insert(message).second) {
-            log::log_warning(log, message);
-        }
-    }
+    // Names a kind of content that is not laid out as it asks, once per run however many elements
+    // have it.
+    void warn_once(std::string const& message) { log::log_warning_once(log, message); }
 
     // ---- counters and values ----
 
@@ -316,7 +308,6 @@ struct walker {
             .base = doc_url,
             .quote_depth = &quote_depth,
             .font_size = s.font_size,
-            .env_warned = &warned,
         };
         return generated::evaluate(list, env, what);
     }
