@@ -117,6 +117,8 @@ pass_outcome pack_pass(log::log const& log,
         .pass_user_pages_totals = first_pass ? std::vector<int>{} : state.pack_first_pages,
         .pass_on_page = [&](int page) { log::log_debug(log, "packed page " + std::to_string(page)); },
         .pass_targets = state.pack_found,
+        .pass_loader = engine.engine_loader,
+        .pass_hyph = engine.engine_hyph,
     };
     auto result = pack::pack_documents(in, documents);
     auto found = std::make_shared<prepack::targets::pass_targets const>(std::move(result.result_targets));

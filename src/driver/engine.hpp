@@ -9,6 +9,7 @@
 #include "driver/job.hpp"
 #include "driver/log.hpp"
 #include "resource/loader.hpp"
+#include "text/hyph/hyph.hpp"
 #include "text/fonts/fonts.hpp"
 #include "util/bytes.hpp"
 #include "util/result.hpp"
@@ -25,6 +26,8 @@ struct engine {
     vellum::engine::engine_options engine_options;
     /// The font database, with the rules of style/fonts.css.
     fonts::fonts engine_fonts;
+    /// Hyphenation patterns, each file read once in a run.
+    std::shared_ptr<hyph::hyph> engine_hyph = std::make_shared<hyph::hyph>();
 };
 
 /// A document after loading and preparation, as far as the stages built so far carry it.

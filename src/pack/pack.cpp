@@ -614,6 +614,8 @@ pass_result pack_documents(pass_input const& in,
             .in = in, .doc = *doc, .prog = prog, .rules = css::page::make_pages(doc->pack_doc_pages)};
         st.info.general.log = in.pass_log;
         st.info.general.fonts = in.pass_fonts;
+        st.info.general.loader = in.pass_loader;
+        st.info.general.hyph = in.pass_hyph;
         st.info.general.targets = in.pass_targets;
         st.info.general.document = doc;
         st.info.general.looked_up = looked_up;

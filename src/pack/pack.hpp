@@ -9,11 +9,14 @@
 #include "pack/boxes.hpp"
 #include "prepack/prepack.hpp"
 #include "prepack/targets.hpp"
+#include "resource/loader.hpp"
+#include "text/hyph/hyph.hpp"
 #include "text/fonts/fonts.hpp"
 #include "util/ref.hpp"
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -34,6 +37,10 @@ struct pass_input {
     /// Where the previous pass put each target, and the counters there; empty on the first pass.
     std::shared_ptr<prepack::targets::pass_targets const> pass_targets =
         std::make_shared<prepack::targets::pass_targets const>();
+    /// What resources (hyphenation patterns) are read through; without it words are not hyphenated.
+    std::optional<resource::loader::loader> pass_loader;
+    /// The hyphenation patterns read so far, kept from pass to pass.
+    std::shared_ptr<hyph::hyph> pass_hyph = std::make_shared<hyph::hyph>();
 };
 
 /// A bookmark as a pass placed it: the element's place in document order, its level, state and
