@@ -1,5 +1,6 @@
 #include "prepack/text.hpp"
 
+#include "text/grapheme_boundary.hpp"
 #include "text/unicode.hpp"
 #include "text/unicode/bidi.hpp"
 #include "text/unicode/category.hpp"
@@ -180,6 +181,30 @@ bool is_word_char(char32_t c) {
     return !is_white(c) && c != zero_width_space && !fixed_space_width(c);
 }
 
+// `word-break` over the line-breaking opportunities between two word characters: `break-all` opens
+// every grapheme boundary between letters, numbers and the like (not next to punctuation, which keeps
+// its own rules), `keep-all` closes those between two CJK letters.
+void apply_word_break(std::u32string_view text, css::text::word_break wb, std::vector<lb::break_action>& breaks) {
+    if (wb == css::text::word_break::normal) {
+        return;
+    }
+    for (std::size_t k = 0; k + 1 < text.size(); ++k) {
+        char32_t const a = text[k];
+        char32_t const b = text[k + 1];
+        if (!is_word_char(a) || !is_word_char(b) || breaks[k] == lb::break_action::mandatory) {
+            continue;
+        }
+        if (wb == css::text::word_break::break_all) {
+            bool const letters = unicode::is_letter_mark_or_number(a) && unicode::is_letter_mark_or_number(b);
+            if (letters && grapheme_boundary::grapheme_end(text, k) == k + 1) {
+                breaks[k] = lb::break_action::allowed;
+            }
+        } else if (is_cjk(a) && is_cjk(b)) {
+            breaks[k] = lb::break_action::prohibited;
+        }
+    }
+}
+
 textbuf::textbuf transform_case(std::u32string_view text, css::text::text_transform t, bool& at_word_start) {
     using css::text::text_transform;
     switch (t) {
@@ -213,12 +238,23 @@ prepare_text(std::u32string_view input, text_settings const& settings, text_posi
     auto const ws = settings.white_space;
     auto const text = transform_case(input, settings.transform, position.at_word_start);
     bool const wrapping = wraps(ws);
-    auto const breaks = wrapping ? lb::break_opportunities(text) : std::vector<lb::break_action>{};
+    auto breaks = wrapping ? lb::break_opportunities(text) : std::vector<lb::break_action>{};
+    if (wrapping) {
+        apply_word_break(text, settings.word_break, breaks);
+    }
     bool const preserve_spaces = ws == white_space::pre || ws == white_space::pre_wrap;
     bool const preserve_newlines = preserve_spaces || ws == white_space::pre_line;
     int& column = position.column;
 
     std::vector<span> out;
+    // In pre-wrap text a line may end after a run of preserved spaces (never inside one), as after a
+    // collapsible space.
+    auto const wrap_after_spaces = [&](std::size_t at) {
+        bool const run_ends = at + 1 == text.size() || (text[at + 1] != U' ' && text[at + 1] != U'\t');
+        if (ws == white_space::pre_wrap && run_ends) {
+            out.push_back(span_sep{sep_wrap_opportunity{}});
+        }
+    };
     std::size_t i = 0;
     while (i < text.size()) {
         char32_t const c = text[i];
@@ -255,11 +291,13 @@ prepare_text(std::u32string_view input, text_settings const& settings, text_posi
                 out.push_back(span_sep{sep_pre_space{}});
             }
             column += n;
+            wrap_after_spaces(i);
         } else if (preserve_spaces) {
             // Every preserved space counts; whether a line may break after it is the style's to say
             // (pre never breaks, pre-wrap may).
             out.push_back(span_sep{sep_pre_space{}});
             ++column;
+            wrap_after_spaces(i);
         } else {
             // A run of collapsible white space is one space.
             if (out.empty() || !is_collapsible(out.back())) {

@@ -24,6 +24,8 @@ bool is_word_char(char32_t c);
 struct text_settings {
     css::text::white_space white_space = css::text::white_space::normal;
     css::text::text_transform transform = css::text::text_transform::none;
+    /// `break-all` lets a line end between any two letters; `keep-all` keeps CJK letters together.
+    css::text::word_break word_break = css::text::word_break::normal;
 };
 
 /// The case transformation; `at_word_start` says whether the text begins a word (for capitalize) and is

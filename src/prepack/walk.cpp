@@ -107,7 +107,8 @@ std::optional<display_kind> kind_of(css::style::style const& s) {
 
 text::text_settings settings_of(css::style::style const& s) {
     return {.white_space = s.rare_props ? s.rare_props->rare_props_white_space : css::text::white_space::normal,
-            .transform = s.text ? s.text->text_props_text_transform : css::text::text_transform::none};
+            .transform = s.text ? s.text->text_props_text_transform : css::text::text_transform::none,
+            .word_break = s.text ? s.text->text_props_word_break : css::text::word_break::normal};
 }
 
 float padding_points(css::box::padding const& p) {

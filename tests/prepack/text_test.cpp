@@ -41,8 +41,10 @@ TEST(text, each_white_space_value) {
         {"nowrap", white_space::nowrap, "text \"a\"\nsep nowrap_space\ntext \"b\"\nsep nowrap_space\ntext \"c\"\n"},
         {"pre", white_space::pre,
          "sep pre_space\ntext \"a\"\nsep pre_space\nsep pre_space\ntext \"b\"\nsep pre_space\nsep newline\ntext \"c\"\nsep pre_space\n"},
+        // pre-wrap keeps every space too, and a line may end after each run of them.
         {"pre_wrap", white_space::pre_wrap,
-         "sep pre_space\ntext \"a\"\nsep pre_space\nsep pre_space\ntext \"b\"\nsep pre_space\nsep newline\ntext \"c\"\nsep pre_space\n"},
+         "sep pre_space\nsep wrap_opportunity\ntext \"a\"\nsep pre_space\nsep pre_space\nsep wrap_opportunity\ntext "
+         "\"b\"\nsep pre_space\nsep wrap_opportunity\nsep newline\ntext \"c\"\nsep pre_space\nsep wrap_opportunity\n"},
         {"pre_line", white_space::pre_line, "text \"a\"\nsep space\ntext \"b\"\nsep newline\ntext \"c\"\n"},
     };
     for (auto const& c : cases) {
@@ -59,6 +61,26 @@ TEST(text, hyphens_and_break_opportunities) {
     EXPECT_EQ(prepared(U"a\u200Bb", white_space::normal), "text \"a\"\nsep zwsp\ntext \"b\"\n");
     EXPECT_EQ(prepared(U"漢字", white_space::normal), "text \"漢\"\nsep cjk_zw_space\ntext \"字\"\n");
     EXPECT_EQ(prepared(U"a/b", white_space::normal), "text \"a/\"\nsep wrap_opportunity\ntext \"b\"\n");
+}
+
+TEST(text, word_break_opens_and_closes_opportunities_inside_words) {
+    auto const with = [](std::u32string_view s, css::text::word_break wb) {
+        bool start = true;
+        return dump::dump_spans(prepare_text(s, {.white_space = white_space::normal, .word_break = wb}, start));
+    };
+    using css::text::word_break;
+    EXPECT_EQ(with(U"abc", word_break::break_all),
+              "text \"a\"\nsep wrap_opportunity\ntext \"b\"\nsep wrap_opportunity\ntext \"c\"\n");
+    // A combining mark stays with its letter; punctuation keeps the ordinary rules.
+    EXPECT_EQ(with(U"e\u0301x", word_break::break_all), "text \"e\u0301\"\nsep wrap_opportunity\ntext \"x\"\n");
+    EXPECT_EQ(with(U"a.", word_break::break_all), "text \"a.\"\n");
+    // keep-all keeps CJK letters together, and leaves spaces as they are.
+    EXPECT_EQ(with(U"漢字 漢字", word_break::keep_all), "text \"漢字\"\nsep space\ntext \"漢字\"\n");
+    // Without wrapping, break-all opens nothing.
+    bool start = true;
+    EXPECT_EQ(dump::dump_spans(prepare_text(U"ab", {.white_space = white_space::nowrap,
+                                                    .word_break = word_break::break_all}, start)),
+              "text \"ab\"\n");
 }
 
 TEST(text, case_transforms) {
@@ -113,8 +135,8 @@ TEST(text, spaces_around_preserved_line_ends_go_across_inline_boundaries) {
               "text \"a\"\nspan anonymous\nsep newline\ntext \"b\"\n");
     // Preserved spaces stay whatever follows them.
     EXPECT_EQ(collapsed({U"a ", U"<x >", U"\nb"}, white_space::pre_wrap),
-              "text \"a\"\nsep pre_space\nspan anonymous\n  text \"x\"\n  sep pre_space\nsep newline\ntext "
-              "\"b\"\n");
+              "text \"a\"\nsep pre_space\nsep wrap_opportunity\nspan anonymous\n  text \"x\"\n  sep pre_space\n  sep "
+              "wrap_opportunity\nsep newline\ntext \"b\"\n");
 }
 
 // The spans of texts prepared one after another in one paragraph, as a string: a word as itself, "_"
@@ -127,6 +149,9 @@ std::string line_of(std::vector<std::u32string_view> const& texts, white_space w
             if (auto const* w = std::get_if<span_text>(&s)) {
                 out += textbuf::to_utf8(w->text);
             } else if (auto const* sep = std::get_if<span_sep>(&s)) {
+                if (std::holds_alternative<sep_wrap_opportunity>(sep->sep)) {
+                    continue; // where pre-wrap lines may end; columns are what this counts
+                }
                 out += std::holds_alternative<sep_pre_space>(sep->sep) ? "_"
                        : std::holds_alternative<sep_newline>(sep->sep) ? "|"
                                                                        : ".";
