@@ -1,5 +1,6 @@
 #include "text/font_subset.hpp"
 
+#include "text/cff_subset.hpp"
 #include "text/font_data.hpp"
 #include "text/fonts/freetype.hpp"
 #include "text/macroman.hpp"
@@ -378,6 +379,37 @@ char_map_array identity_map(std::size_t count) {
     return map;
 }
 
+// A font of CFF outlines becomes a CID-keyed subset whose glyph numbers are its CIDs, and so an
+// Identity font whatever its encoding was: a simple font would need glyph names, which a CID-keyed font
+// does not have. The glyphs keep their source numbers until the subset is made, so a font that cannot be
+// cut goes out whole with the numbers that fit it.
+void subset_cff_font(log::log const& log, fonts::font_ref const& font) {
+    auto const& data = *font->used_font_data;
+    auto const cache = font->used_font_glyph_cache->get();
+    glyph_index_array list{0};
+    for (auto const& entry : cache.glyph_cache_entries) {
+        if (entry.entry_source != 0) {
+            list.push_back(entry.entry_source);
+        }
+    }
+    auto const program = fonts::freetype::load_table(data.font_face, make_tag("CFF "));
+    if (!program) {
+        log::log_warning(log, "failed to subset font: " + fonts::describe_font(font) + ": no CFF table");
+        return;
+    }
+    auto made = cff_subset::make_cff_subset(program->view(), list);
+    if (!made) {
+        log::log_warning(log, "failed to subset font: " + fonts::describe_font(font) + ": " + made.error());
+        return;
+    }
+    int next = 1;
+    for (auto const& entry : cache.glyph_cache_entries) {
+        entry.entry_index->set(entry.entry_source == 0 ? 0 : next++);
+    }
+    font->used_font_encoding->set(fonts::font_pdf_encoding::identity_encoding);
+    font->used_font_subset->set(bytes::from_vector(std::move(made->subset_bytes)));
+}
+
 } // namespace
 
 void subset_font(log::log const& log, bool embed_fonts, fonts::font_ref const& font) {
@@ -387,7 +419,8 @@ void subset_font(log::log const& log, bool embed_fonts, fonts::font_ref const& f
         return; // not embedded, so nothing to cut
     }
     if (data.font_info.outlines == font_info::font_outlines::cff_outlines) {
-        return; // CFF fonts go out whole
+        subset_cff_font(log, font);
+        return;
     }
     // The new order: the missing glyph, then the glyphs in the order of first use. Each glyph's PDF
     // number becomes its place in that order.
