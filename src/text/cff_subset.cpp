@@ -101,11 +101,15 @@ bytes_out index_bytes(std::vector<data> const& items) {
 
 // The subroutines that survive: the marked ones keep their bytes, the others become empty, and unmarked
 // ones at the end are left out as long as the count stays in the same bias class, since the bias
-// follows from the count.
+// follows from the count. With none marked, none are kept: an INDEX of empty items only has no data at
+// all, which FreeType refuses.
 std::vector<data> pruned(opentype::cff::index const& subrs, std::vector<bool> const& marks, bool keep_all) {
     std::size_t const count = subrs.index_items.size();
     if (keep_all) {
         return subrs.index_items;
+    }
+    if (std::find(marks.begin(), marks.end(), true) == marks.end()) {
+        return {};
     }
     std::size_t const floor = count < 1240 ? 0 : count < 33900 ? 1240 : 33900;
     std::size_t last = 0;
