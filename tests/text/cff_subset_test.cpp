@@ -158,6 +158,22 @@ TEST(charstring_walk, what_cannot_be_followed_fails) {
     EXPECT_FALSE(w.run({2, 14}));                   // reserved operator
     walk_case loop{.walk_global = {}, .walk_local = {{32, 10, 11}}};
     EXPECT_FALSE(loop.run({32, 10, 14})); // a subroutine that calls itself
+    // Eight levels of subroutines that each call the next level four times: 4^8 calls in all, within
+    // the nesting limit.
+    std::vector<bytes_t> fan;
+    for (int level = 0; level < 8; ++level) {
+        bytes_t s;
+        for (int k = 0; k < 4; ++k) {
+            s.insert(s.end(), {std::uint8_t(32 + level + 1), 10});
+        }
+        s.push_back(11);
+        fan.push_back(s);
+    }
+    fan.push_back({11});
+    walk_case wide{.walk_global = {}, .walk_local = fan};
+    auto const blown = wide.run({32, 10, 14});
+    ASSERT_FALSE(blown);
+    EXPECT_EQ(blown.error(), "charstring: too many subroutine calls");
     // The accented-character form of endchar is reported.
     walk_case plain{.walk_global = {}, .walk_local = {}};
     auto const accented = plain.run({139, 139, 204, 205, 14});

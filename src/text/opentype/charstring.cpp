@@ -13,6 +13,9 @@ namespace {
 // Subroutine calls nest at most ten deep; the operand stack holds at most 48 numbers.
 constexpr int max_depth = 10;
 constexpr std::size_t max_stack = 48;
+// Subroutines that call others several times could make a walk exponential in the nesting; real
+// glyphs make a few dozen calls.
+constexpr std::size_t max_calls = 10000;
 
 enum class step { go_on, ended };
 
@@ -23,6 +26,7 @@ struct walker {
     std::vector<bool>& walker_local_marks;
     std::vector<double> walker_stack;
     std::size_t walker_stems = 0;
+    std::size_t walker_calls = 0;
     bool walker_accented = false;
 
     // Hint operators take their operands in pairs; an odd one out in front is the glyph's width.
@@ -31,6 +35,9 @@ struct walker {
     result<step> call(cff::index const& subrs, std::vector<bool>& marks, int depth) {
         if (walker_stack.empty()) {
             return fail("charstring: subroutine call without a number");
+        }
+        if (++walker_calls > max_calls) {
+            return fail("charstring: too many subroutine calls");
         }
         double const operand = walker_stack.back();
         walker_stack.pop_back();

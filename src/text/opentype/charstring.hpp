@@ -20,8 +20,8 @@ struct walk_outcome {
 
 /// Walks one glyph's charstring and marks the subroutines that it calls: one flag per entry of the global
 /// and of the local INDEX, sized to them. Fails on a charstring the walk cannot follow: a subroutine number that is not a plain
-/// number or lies outside its INDEX, nesting deeper than the format allows, or the arithmetic operators
-/// (which could compute a subroutine number).
+/// number or lies outside its INDEX, nesting deeper than the format allows, more calls than any real
+/// glyph makes, or the arithmetic operators (which could compute a subroutine number).
 [[nodiscard]] result<walk_outcome> mark_subrs(reader::data charstring,
                                               cff::index const& global_subrs,
                                               cff::index const& local_subrs,
