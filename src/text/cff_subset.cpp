@@ -205,12 +205,16 @@ result<subset> make_cff_subset(data cff, std::vector<std::uint32_t> const& glyph
         local_marks.emplace_back(p.private_subrs.index_items.size(), false);
     }
     bool keep_all = false;
+    std::string unfollowed;
     for (auto g : glyphs) {
         auto const p = cff_font::private_of(f, g);
         auto walked = opentype::charstring::mark_subrs(f.font_charstrings.index_items[g], f.font_global_subrs,
                                                        f.font_privates[p].private_subrs, global_marks,
                                                        local_marks[p]);
         if (!walked) {
+            if (!keep_all) {
+                unfollowed = "glyph " + std::to_string(g) + ": " + walked.error();
+            }
             keep_all = true;
             continue;
         }
@@ -304,6 +308,7 @@ result<subset> make_cff_subset(data cff, std::vector<std::uint32_t> const& glyph
     auto const global = pruned(f.font_global_subrs, global_marks, keep_all);
     out.subset_subrs.counts_global_kept = kept(global);
     out.subset_subrs.counts_all_kept = keep_all;
+    out.subset_subrs.counts_unfollowed = std::move(unfollowed);
 
     // CIDs are the new glyph numbers: one range from CID 1 covers every glyph after .notdef.
     bytes_out charset;

@@ -7,6 +7,7 @@
 #include "util/result.hpp"
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace vellum::cff_subset {
@@ -15,8 +16,9 @@ namespace vellum::cff_subset {
 struct subr_counts {
     std::size_t counts_global_kept = 0;
     std::size_t counts_local_kept = 0;
-    /// The subroutines could not be followed and were all kept.
+    /// The subroutines could not be followed and were all kept; why, for the log.
     bool counts_all_kept = false;
+    std::string counts_unfollowed;
 };
 
 struct subset {

@@ -402,6 +402,13 @@ void subset_cff_font(log::log const& log, fonts::font_ref const& font) {
         log::log_warning(log, "failed to subset font: " + fonts::describe_font(font) + ": " + made.error());
         return;
     }
+    auto const& subrs = made->subset_subrs;
+    log::log_debug(log, "CFF subset of " + fonts::describe_font(font) + ": " + std::to_string(list.size()) +
+                            " glyphs, " +
+                            (subrs.counts_all_kept ? "all subroutines kept (" + subrs.counts_unfollowed + ")"
+                                                   : std::to_string(subrs.counts_global_kept) + " global and " +
+                                                         std::to_string(subrs.counts_local_kept) +
+                                                         " local subroutines kept"));
     int next = 1;
     for (auto const& entry : cache.glyph_cache_entries) {
         entry.entry_index->set(entry.entry_source == 0 ? 0 : next++);
