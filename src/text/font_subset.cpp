@@ -4,6 +4,7 @@
 #include "text/font_data.hpp"
 #include "text/fonts/freetype.hpp"
 #include "text/macroman.hpp"
+#include "text/opentype/cff_font.hpp"
 
 #include <algorithm>
 #include <cstdio>
@@ -466,6 +467,28 @@ void subset_font(log::log const& log, bool embed_fonts, fonts::font_ref const& f
         return;
     }
     font->used_font_subset->set(bytes::from_vector(std::move(made->subset_bytes)));
+}
+
+void prepare_whole_font(bool embed_fonts, fonts::font_ref const& font) {
+    auto const& data = *font->used_font_data;
+    auto const encoding = font->used_font_encoding->get();
+    if (data.font_info.outlines != font_info::font_outlines::cff_outlines ||
+        (!embed_fonts && encoding == fonts::font_pdf_encoding::macroman_encoding)) {
+        return;
+    }
+    auto const program = fonts::freetype::load_table(data.font_face, make_tag("CFF "));
+    if (!program) {
+        return;
+    }
+    auto const parsed = opentype::cff_font::parse_font(program->view());
+    if (!parsed || !parsed->font_is_cid) {
+        return; // a name-keyed font serves a simple font by glyph name, or a CID font by glyph number
+    }
+    auto const& charset = parsed->font_charset;
+    for (auto const& entry : font->used_font_glyph_cache->get().glyph_cache_entries) {
+        entry.entry_index->set(entry.entry_source < charset.size() ? charset[entry.entry_source] : 0);
+    }
+    font->used_font_encoding->set(fonts::font_pdf_encoding::identity_encoding);
 }
 
 std::optional<bytes::bytes> font_file_bytes(fonts::font_ref const& font) {

@@ -46,6 +46,11 @@ struct subset {
 /// embedded whole.
 void subset_font(log::log const& log, bool embed_fonts, fonts::font_ref const& font);
 
+/// Readies a font that goes out whole (no subsetting) whose outlines are a CID-keyed CFF font: a viewer
+/// finds its glyphs by CID, so it becomes an Identity font and each glyph's PDF number becomes its CID
+/// from the font's charset. Other fonts, and a MacRoman font that will not be embedded, are left alone.
+void prepare_whole_font(bool embed_fonts, fonts::font_ref const& font);
+
 /// The bytes of the font file to embed: the subset if one was made, otherwise the whole face as one
 /// sfnt (a face of a collection is taken out of it) or, for CFF outlines, the bare CFF font program.
 /// Nothing if the bytes cannot be had.

@@ -73,6 +73,18 @@ if [ "$whole" -le "$size" ]; then
 fi
 same_pixels ja ja.pdf ja-whole.pdf
 
+# Latin text alone in the CID-keyed font: it is cut all the same, and without subsetting it still goes
+# out as a CID font (a simple font would need glyph names, which a CID-keyed font lacks).
+printf '%s' '<!DOCTYPE html><html><body><p style="font-family: '"'Noto Sans CJK JP'"'">Only Latin text here</p></body></html>' >only-latin.html
+convert only-latin only-latin
+convert only-latin-whole only-latin --no-subset-fonts
+for f in only-latin only-latin-whole; do
+    expect_contains "$f: text" "$(pdftotext $f.pdf - 2>&1)" "Only Latin text here"
+    expect_contains "$f: CID font" "$(pdffonts $f.pdf)" "CID Type 0C       Identity-H"
+done
+same_pixels only-latin only-latin.pdf only-latin-whole.pdf
+expect_eq "only-latin: renderer messages for the whole font" "$(cat only-latin-b.err)" ""
+
 if [ -f "$urw" ]; then
     printf '%s' "<!DOCTYPE html><html><head><meta charset=\"utf-8\"><style>
 body { font: 14pt "URW Bookman" }</style></head><body>

@@ -192,6 +192,7 @@ struct used_fonts {
         for (auto const& [family, file] : std::vector<std::pair<std::string, std::string>>{
                  {"Sans", sans},
                  {"Cff", "/usr/share/fonts/opentype/urw-base35/NimbusSans-Regular.otf"},
+                 {"Cjk", "/usr/share/fonts/opentype/noto/NotoSansCJK-Regular.ttc"},
              }) {
             sheet += "@font-face { font-family: " + family + "; src: url(\"" + file + "\"); }\n";
         }
@@ -318,6 +319,33 @@ TEST(subset_font, cff_fonts_become_cid_keyed_identity_subsets) {
     font_subset::subset_font(w.log.log, false, bare);
     EXPECT_EQ(bare->used_font_encoding->get(), fonts::font_pdf_encoding::macroman_encoding);
     EXPECT_FALSE(fonts::pdf_font_tag(bare));
+}
+
+TEST(subset_font, whole_cid_keyed_cff_fonts_turn_identity_and_number_glyphs_by_cid) {
+    if (!std::filesystem::exists("/usr/share/fonts/opentype/noto/NotoSansCJK-Regular.ttc")) {
+        GTEST_SKIP() << "Noto Sans CJK is not installed";
+    }
+    used_fonts u;
+    // Latin text makes a MacRoman font, which a CID-keyed font cannot serve: it has no glyph names.
+    auto const cjk = u.use("Cjk", U"Latin");
+    ASSERT_EQ(cjk->used_font_encoding->get(), fonts::font_pdf_encoding::macroman_encoding);
+    font_subset::prepare_whole_font(true, cjk);
+    EXPECT_EQ(cjk->used_font_encoding->get(), fonts::font_pdf_encoding::identity_encoding);
+    auto const program = *fonts::freetype::load_table(cjk->used_font_data->font_face, make_tag("CFF "));
+    auto const parsed = opentype::cff_font::parse_font(program.view());
+    ASSERT_TRUE(parsed);
+    for (auto const& e : cjk->used_font_glyph_cache->get().glyph_cache_entries) {
+        EXPECT_EQ(e.entry_index->get(), parsed->font_charset.at(e.entry_source));
+    }
+    EXPECT_FALSE(fonts::pdf_font_tag(cjk));
+
+    // A name-keyed CFF font and a TrueType font are left as they are.
+    auto const urw = u.use("Cff", U"Latin");
+    auto const sans = u.use("Sans", U"Latin");
+    font_subset::prepare_whole_font(true, urw);
+    font_subset::prepare_whole_font(true, sans);
+    EXPECT_EQ(urw->used_font_encoding->get(), fonts::font_pdf_encoding::macroman_encoding);
+    EXPECT_EQ(sans->used_font_encoding->get(), fonts::font_pdf_encoding::macroman_encoding);
 }
 
 TEST(subset_font, macroman_codes_reach_their_glyphs_and_unreachable_glyphs_are_reported) {
