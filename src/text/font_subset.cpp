@@ -382,8 +382,7 @@ char_map_array identity_map(std::size_t count) {
 
 // A font of CFF outlines becomes a CID-keyed subset whose glyph numbers are its CIDs, and so an
 // Identity font whatever its encoding was: a simple font would need glyph names, which a CID-keyed font
-// does not have. The glyphs keep their source numbers until the subset is made, so a font that cannot be
-// cut goes out whole with the numbers that fit it.
+// does not have. A font that cannot be cut goes out whole, readied as without subsetting.
 void subset_cff_font(log::log const& log, fonts::font_ref const& font) {
     auto const& data = *font->used_font_data;
     auto const cache = font->used_font_glyph_cache->get();
@@ -401,6 +400,7 @@ void subset_cff_font(log::log const& log, fonts::font_ref const& font) {
     auto made = cff_subset::make_cff_subset(program->view(), list);
     if (!made) {
         log::log_warning(log, "failed to subset font: " + fonts::describe_font(font) + ": " + made.error());
+        prepare_whole_font(true, font);
         return;
     }
     auto const& subrs = made->subset_subrs;
