@@ -17,6 +17,8 @@ packages=(
     fonts-dejavu-core fonts-dejavu-extra fonts-liberation2 fonts-urw-base35
     # tests
     libgtest-dev libgmock-dev poppler-utils qpdf python3-fonttools python3-pil
+    # CID-keyed CFF fonts for the subsetting tests (Noto Sans CJK)
+    fonts-noto-cjk
 )
 
 missing=()

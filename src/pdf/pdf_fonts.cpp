@@ -245,9 +245,11 @@ void attach_fonts(log::log const& log, writepdf::pdf_document& doc, fonts::fonts
     auto used = fonts::used_fonts(db);
     // The list holds the newest font first; the file gets them in the order they came into use.
     std::reverse(used.begin(), used.end());
-    if (options.subset_fonts) {
-        for (auto const& font : used) {
+    for (auto const& font : used) {
+        if (options.subset_fonts) {
             font_subset::subset_font(log, options.embed_fonts, font);
+        } else {
+            font_subset::prepare_whole_font(options.embed_fonts, font);
         }
     }
     auto by_id = std::make_shared<std::map<int, fonts::font_ref>>();

@@ -1,8 +1,10 @@
 #include "text/font_subset.hpp"
 
+#include "text/cff_subset.hpp"
 #include "text/font_data.hpp"
 #include "text/fonts/freetype.hpp"
 #include "text/macroman.hpp"
+#include "text/opentype/cff_font.hpp"
 
 #include <algorithm>
 #include <cstdio>
@@ -378,6 +380,44 @@ char_map_array identity_map(std::size_t count) {
     return map;
 }
 
+// A font of CFF outlines becomes a CID-keyed subset whose glyph numbers are its CIDs, and so an
+// Identity font whatever its encoding was: a simple font would need glyph names, which a CID-keyed font
+// does not have. A font that cannot be cut goes out whole, readied as without subsetting.
+void subset_cff_font(log::log const& log, fonts::font_ref const& font) {
+    auto const& data = *font->used_font_data;
+    auto const cache = font->used_font_glyph_cache->get();
+    glyph_index_array list{0};
+    for (auto const& entry : cache.glyph_cache_entries) {
+        if (entry.entry_source != 0) {
+            list.push_back(entry.entry_source);
+        }
+    }
+    auto const program = fonts::freetype::load_table(data.font_face, make_tag("CFF "));
+    if (!program) {
+        log::log_warning(log, "failed to subset font: " + fonts::describe_font(font) + ": no CFF table");
+        return;
+    }
+    auto made = cff_subset::make_cff_subset(program->view(), list);
+    if (!made) {
+        log::log_warning(log, "failed to subset font: " + fonts::describe_font(font) + ": " + made.error());
+        prepare_whole_font(true, font);
+        return;
+    }
+    auto const& subrs = made->subset_subrs;
+    log::log_debug(log, "CFF subset of " + fonts::describe_font(font) + ": " + std::to_string(list.size()) +
+                            " glyphs, " +
+                            (subrs.counts_all_kept ? "all subroutines kept (" + subrs.counts_unfollowed + ")"
+                                                   : std::to_string(subrs.counts_global_kept) + " global and " +
+                                                         std::to_string(subrs.counts_local_kept) +
+                                                         " local subroutines kept"));
+    int next = 1;
+    for (auto const& entry : cache.glyph_cache_entries) {
+        entry.entry_index->set(entry.entry_source == 0 ? 0 : next++);
+    }
+    font->used_font_encoding->set(fonts::font_pdf_encoding::identity_encoding);
+    font->used_font_subset->set(bytes::from_vector(std::move(made->subset_bytes)));
+}
+
 } // namespace
 
 void subset_font(log::log const& log, bool embed_fonts, fonts::font_ref const& font) {
@@ -387,7 +427,8 @@ void subset_font(log::log const& log, bool embed_fonts, fonts::font_ref const& f
         return; // not embedded, so nothing to cut
     }
     if (data.font_info.outlines == font_info::font_outlines::cff_outlines) {
-        return; // CFF fonts go out whole
+        subset_cff_font(log, font);
+        return;
     }
     // The new order: the missing glyph, then the glyphs in the order of first use. Each glyph's PDF
     // number becomes its place in that order.
@@ -426,6 +467,28 @@ void subset_font(log::log const& log, bool embed_fonts, fonts::font_ref const& f
         return;
     }
     font->used_font_subset->set(bytes::from_vector(std::move(made->subset_bytes)));
+}
+
+void prepare_whole_font(bool embed_fonts, fonts::font_ref const& font) {
+    auto const& data = *font->used_font_data;
+    auto const encoding = font->used_font_encoding->get();
+    if (data.font_info.outlines != font_info::font_outlines::cff_outlines ||
+        (!embed_fonts && encoding == fonts::font_pdf_encoding::macroman_encoding)) {
+        return;
+    }
+    auto const program = fonts::freetype::load_table(data.font_face, make_tag("CFF "));
+    if (!program) {
+        return;
+    }
+    auto const parsed = opentype::cff_font::parse_font(program->view());
+    if (!parsed || !parsed->font_is_cid) {
+        return; // a name-keyed font serves a simple font by glyph name, or a CID font by glyph number
+    }
+    auto const& charset = parsed->font_charset;
+    for (auto const& entry : font->used_font_glyph_cache->get().glyph_cache_entries) {
+        entry.entry_index->set(entry.entry_source < charset.size() ? charset[entry.entry_source] : 0);
+    }
+    font->used_font_encoding->set(fonts::font_pdf_encoding::identity_encoding);
 }
 
 std::optional<bytes::bytes> font_file_bytes(fonts::font_ref const& font) {

@@ -1,6 +1,6 @@
 // Cutting a TrueType font down to the glyphs a document uses: a new, valid sfnt with the outlines of
 // those glyphs (and of the components that composite glyphs pull in), renumbered in order of use, with
-// the tables a PDF reader needs and nothing else.
+// the tables a PDF reader needs and nothing else. Fonts of CFF outlines are cut by cff_subset.
 #pragma once
 
 #include "driver/log.hpp"
@@ -41,9 +41,15 @@ struct subset {
 /// Cuts a used font down to the glyphs in its glyph cache, before the pages' text is written: each
 /// cached glyph's PDF number becomes its place in the subset, an Identity font of at most 256 glyphs
 /// turns into a simple font with one-byte codes, and the new file goes into the font's subset cell.
-/// A font with CFF outlines is left whole, and so is a MacRoman font that will not be embedded. A
-/// failure is a warning, and the font is then embedded whole.
+/// A font with CFF outlines becomes a CID-keyed subset with Identity encoding, whatever its encoding was.
+/// A MacRoman font that will not be embedded is left alone. A failure is a warning, and the font is then
+/// embedded whole.
 void subset_font(log::log const& log, bool embed_fonts, fonts::font_ref const& font);
+
+/// Readies a font that goes out whole (no subsetting) whose outlines are a CID-keyed CFF font: a viewer
+/// finds its glyphs by CID, so it becomes an Identity font and each glyph's PDF number becomes its CID
+/// from the font's charset. Other fonts, and a MacRoman font that will not be embedded, are left alone.
+void prepare_whole_font(bool embed_fonts, fonts::font_ref const& font);
 
 /// The bytes of the font file to embed: the subset if one was made, otherwise the whole face as one
 /// sfnt (a face of a collection is taken out of it) or, for CFF outlines, the bare CFF font program.

@@ -1,6 +1,7 @@
 // Fuzz target over the font file readers: WOFF unpacking, the sfnt table directory, every table reader
 // on the tables it names, the font description, cmap lookups with the glyph-count check, and each
 // reader once more on the raw input as if it were that table.
+#include "text/cff_subset.hpp"
 #include "text/font_data.hpp"
 #include "text/opentype/cff.hpp"
 #include "text/opentype/cmap.hpp"
@@ -103,6 +104,7 @@ void exercise_sfnt(data file) {
         }
     }
     (void)cff::parse_cff(table("CFF "));
+    (void)cff_subset::make_cff_subset(table("CFF "), {0, 1, 2, 3});
     sfnt_tables const s{*dir, file};
     (void)font_data::describe_font(sfnt_tables::read, &s);
 }
@@ -129,6 +131,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* bytes, std::size_t siz
     exercise_cmap(d, d, 0x10000);
     (void)kern::parse_kern(d);
     (void)cff::parse_cff(d);
+    (void)cff_subset::make_cff_subset(d, {0, 1, 2, 3});
     (void)glyf::parse_components(d);
     (void)glyf::parse_loca(d, size > 1 ? bytes[1] & 1 : 0, std::uint16_t(size / 3), size * 2);
     return 0;

@@ -250,7 +250,7 @@ std::string const sheet = face("Sans", dejavu + "DejaVuSans.ttf") + face("Serif"
 TEST(pdf_fonts, every_font_is_embedded_and_its_text_reads_back) {
     fixture f(sheet);
     // An Identity font of few glyphs (it becomes a one-byte subset), a MacRoman TrueType font, an
-    // Identity CFF font and a MacRoman CFF font.
+    // Identity CFF font and a MacRoman CFF font; both CFF fonts become CID-keyed Identity subsets.
     f.add("Sans", U"Grüße, Ελληνικά, Кириллица — €∑→✓ 😀?");
     f.add("Serif", U"Café crème à la française, naïve");
     f.add("CffSans", U"Ωmega Привет ≤ ∞");
@@ -265,8 +265,8 @@ TEST(pdf_fonts, every_font_is_embedded_and_its_text_reads_back) {
     // A simple font without /Encoding: poppler calls its built-in encoding WinAnsi.
     EXPECT_EQ(rows.at("QZAAAA+DejaVuSans"), "TrueType WinAnsi yes yes yes");
     EXPECT_EQ(rows.at("QZAAAB+LiberationSerif"), "TrueType MacRoman yes yes no");
-    EXPECT_EQ(rows.at("NimbusSans-Regular"), "CID Type 0C Identity-H yes no yes");
-    EXPECT_EQ(rows.at("NimbusRoman-Regular"), "Type 1C MacRoman yes no no");
+    EXPECT_EQ(rows.at("QZAAAC+NimbusSans-Regular"), "CID Type 0C Identity-H yes yes yes");
+    EXPECT_EQ(rows.at("QZAAAD+NimbusRoman-Regular"), "CID Type 0C Identity-H yes yes yes");
     EXPECT_EQ(rows.size(), 4u);
 
     auto const text = text_lines(path);
@@ -281,8 +281,10 @@ TEST(pdf_fonts, every_font_is_embedded_and_its_text_reads_back) {
     auto const report = embedded_fonts_report(path);
     EXPECT_NE(report.find("QZAAAA+DejaVuSans glyf "), std::string::npos) << report;
     EXPECT_NE(report.find("QZAAAB+LiberationSerif glyf "), std::string::npos) << report;
-    EXPECT_NE(report.find("NimbusSans-Regular cff "), std::string::npos) << report;
-    EXPECT_NE(report.find("NimbusRoman-Regular cff "), std::string::npos) << report;
+    // The CFF subsets: glyph 0 and the glyphs of the text (each has 14 distinct characters, the space
+    // among them).
+    EXPECT_NE(report.find("QZAAAC+NimbusSans-Regular cff 15"), std::string::npos) << report;
+    EXPECT_NE(report.find("QZAAAD+NimbusRoman-Regular cff 15"), std::string::npos) << report;
     // Subsets keep only the tables a PDF reader needs.
     EXPECT_NE(report.find("QZAAAA+DejaVuSans glyf 3"), std::string::npos) << report;
     EXPECT_EQ(report.find("GSUB"), std::string::npos) << report;

@@ -2,6 +2,7 @@
 // by fontTools), composites bring in their components renumbered, metrics follow their glyphs.
 #include "font_test_util.hpp"
 #include "text/font_subset.hpp"
+#include "text/opentype/cff_font.hpp"
 #include "text/fonts/freetype.hpp"
 #include "text/fonts/graphemes.hpp"
 
@@ -11,6 +12,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <numeric>
 #include <unistd.h>
 
 namespace {
@@ -190,6 +192,7 @@ struct used_fonts {
         for (auto const& [family, file] : std::vector<std::pair<std::string, std::string>>{
                  {"Sans", sans},
                  {"Cff", "/usr/share/fonts/opentype/urw-base35/NimbusSans-Regular.otf"},
+                 {"Cjk", "/usr/share/fonts/opentype/noto/NotoSansCJK-Regular.ttc"},
              }) {
             sheet += "@font-face { font-family: " + family + "; src: url(\"" + file + "\"); }\n";
         }
@@ -264,24 +267,85 @@ TEST(subset_font, two_hundred_and_fifty_six_glyphs_with_glyph_0_are_simple_one_m
     }
 }
 
-TEST(subset_font, cff_fonts_and_unembedded_macroman_fonts_stay_whole) {
+TEST(subset_font, unembedded_macroman_fonts_stay_whole) {
     used_fonts u;
-    auto const cff = u.use("Cff", U"Ωmega Привет");
     auto const roman = u.use("Sans", U"plain");
-    auto const before = numbers(cff);
-    font_subset::subset_font(u.log.log, true, cff);
     font_subset::subset_font(u.log.log, false, roman);
-    EXPECT_EQ(numbers(cff), before); // the font's own glyph numbers
-    EXPECT_EQ(cff->used_font_encoding->get(), fonts::font_pdf_encoding::identity_encoding);
-    EXPECT_FALSE(fonts::pdf_font_tag(cff));
     EXPECT_FALSE(fonts::pdf_font_tag(roman));
-    // The CFF font goes out as its bare font program: a CFF header, version 1.
-    auto const program = font_subset::font_file_bytes(cff);
-    ASSERT_TRUE(program);
-    EXPECT_EQ(program->view()[0], 1);
-    EXPECT_EQ(program->size(), fonts::freetype::load_table(cff->used_font_data->font_face, make_tag("CFF "))->size());
     // The whole TrueType file, as it is on disk.
     EXPECT_EQ(font_subset::font_file_bytes(roman)->size(), std::filesystem::file_size(sans));
+}
+
+TEST(subset_font, cff_fonts_become_cid_keyed_identity_subsets) {
+    used_fonts u;
+    // An Identity font, and one of MacRoman text that must turn Identity: a CID-keyed font has no glyph
+    // names for a simple font's encoding to reach.
+    auto const greek = u.use("Cff", U"Ωmega Привет");
+    std::vector<std::uint32_t> sources;
+    for (auto const& e : greek->used_font_glyph_cache->get().glyph_cache_entries) {
+        sources.push_back(e.entry_source);
+    }
+    font_subset::subset_font(u.log.log, true, greek);
+    std::vector<int> expected(sources.size());
+    std::iota(expected.begin(), expected.end(), 1);
+    EXPECT_EQ(numbers(greek), expected); // in order of first use, after glyph 0
+    EXPECT_EQ(greek->used_font_encoding->get(), fonts::font_pdf_encoding::identity_encoding);
+    EXPECT_EQ(fonts::pdf_font_tag(greek), "QZAAAA");
+    auto const program = font_subset::font_file_bytes(greek);
+    ASSERT_TRUE(program);
+    auto const parsed = opentype::cff_font::parse_font(program->view());
+    ASSERT_TRUE(parsed) << parsed.error();
+    EXPECT_TRUE(parsed->font_is_cid);
+    ASSERT_EQ(parsed->font_charstrings.index_items.size(), sources.size() + 1);
+    auto const whole = *fonts::freetype::load_table(greek->used_font_data->font_face, make_tag("CFF "));
+    auto const source = opentype::cff_font::parse_font(whole.view());
+    ASSERT_TRUE(source);
+    for (std::size_t i = 0; i < sources.size(); ++i) {
+        auto const a = parsed->font_charstrings.index_items[i + 1];
+        auto const b = source->font_charstrings.index_items[sources[i]];
+        EXPECT_TRUE(std::equal(a.begin(), a.end(), b.begin(), b.end()));
+    }
+    EXPECT_LT(program->size(), whole.size() / 4);
+
+    used_fonts v;
+    auto const plain = v.use("Cff", U"plain");
+    ASSERT_EQ(plain->used_font_encoding->get(), fonts::font_pdf_encoding::macroman_encoding);
+    font_subset::subset_font(v.log.log, true, plain);
+    EXPECT_EQ(plain->used_font_encoding->get(), fonts::font_pdf_encoding::identity_encoding);
+    EXPECT_EQ(numbers(plain), (std::vector<int>{1, 2, 3, 4, 5}));
+    // Not embedded, a MacRoman CFF font is left as it is.
+    used_fonts w;
+    auto const bare = w.use("Cff", U"plain");
+    font_subset::subset_font(w.log.log, false, bare);
+    EXPECT_EQ(bare->used_font_encoding->get(), fonts::font_pdf_encoding::macroman_encoding);
+    EXPECT_FALSE(fonts::pdf_font_tag(bare));
+}
+
+TEST(subset_font, whole_cid_keyed_cff_fonts_turn_identity_and_number_glyphs_by_cid) {
+    if (!std::filesystem::exists("/usr/share/fonts/opentype/noto/NotoSansCJK-Regular.ttc")) {
+        GTEST_SKIP() << "Noto Sans CJK is not installed";
+    }
+    used_fonts u;
+    // Latin text makes a MacRoman font, which a CID-keyed font cannot serve: it has no glyph names.
+    auto const cjk = u.use("Cjk", U"Latin");
+    ASSERT_EQ(cjk->used_font_encoding->get(), fonts::font_pdf_encoding::macroman_encoding);
+    font_subset::prepare_whole_font(true, cjk);
+    EXPECT_EQ(cjk->used_font_encoding->get(), fonts::font_pdf_encoding::identity_encoding);
+    auto const program = *fonts::freetype::load_table(cjk->used_font_data->font_face, make_tag("CFF "));
+    auto const parsed = opentype::cff_font::parse_font(program.view());
+    ASSERT_TRUE(parsed);
+    for (auto const& e : cjk->used_font_glyph_cache->get().glyph_cache_entries) {
+        EXPECT_EQ(e.entry_index->get(), parsed->font_charset.at(e.entry_source));
+    }
+    EXPECT_FALSE(fonts::pdf_font_tag(cjk));
+
+    // A name-keyed CFF font and a TrueType font are left as they are.
+    auto const urw = u.use("Cff", U"Latin");
+    auto const sans = u.use("Sans", U"Latin");
+    font_subset::prepare_whole_font(true, urw);
+    font_subset::prepare_whole_font(true, sans);
+    EXPECT_EQ(urw->used_font_encoding->get(), fonts::font_pdf_encoding::macroman_encoding);
+    EXPECT_EQ(sans->used_font_encoding->get(), fonts::font_pdf_encoding::macroman_encoding);
 }
 
 TEST(subset_font, macroman_codes_reach_their_glyphs_and_unreachable_glyphs_are_reported) {
