@@ -14,7 +14,7 @@ packages=(
     # hyphenation patterns (tools/gen_hyph_patterns.py turns them into resources/hyph/)
     hyphen-en-us hyphen-en-gb hyphen-de hyphen-fr hyphen-es hyphen-it hyphen-nl hyphen-pt-pt
     # fonts the default style sheets name
-    fonts-dejavu-core fonts-dejavu-extra fonts-liberation2 fonts-urw-base35
+    fonts-dejavu-core fonts-dejavu-extra fonts-liberation2 fonts-urw-base35 fonts-noto-core fonts-noto-cjk
     # tests
     libgtest-dev libgmock-dev poppler-utils qpdf python3-fonttools python3-pil
     # CID-keyed CFF fonts for the subsetting tests (Noto Sans CJK)

@@ -415,6 +415,23 @@ std::optional<loaded_document> load_input_document(log::log const& log,
 
 namespace {
 
+// The @font-face rules of a document's sheets (style elements, linked and imported sheets, user
+// sheets) join the font database. They come after the program's own rules, so a document's face is
+// tried before the program's for the same family name. URLs are relative to the sheet that holds
+// the rule.
+void register_document_fonts(engine const& engine, loaded_document const& doc) {
+    auto const& rules = doc.doc_styled->styled_rules;
+    if (rules.rules_env.fonts.empty()) {
+        return;
+    }
+    auto const bases = rules.rules_bases;
+    fonts::add_font_face_rules(engine.engine_fonts, rules.rules_env.fonts,
+                               resource::locator::locator_to_string(doc.doc_base),
+                               [bases](std::string const& text, std::string const& base) {
+                                   return styledom::sheets::resolve_url(*bases, css::value::url{text, base});
+                               });
+}
+
 // The whole conversion; the PDF goes to `stream` when one is given, else where the job says.
 bool convert_with(log::log const& log, engine const& engine, job::job const& job, std::FILE* stream) {
     // Pixel lengths in every style sheet count against the resolution the command line gives.
@@ -439,6 +456,7 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
         prefetch_guard guard{.guard_log = log, .guard_loader = engine.engine_loader};
         for (auto const& input : job.input_documents) {
             if (auto doc = load_input_document(log, engine.engine_loader, job, input)) {
+                register_document_fonts(engine, *doc);
                 docs.push_back(std::move(*doc));
             }
         }
@@ -511,11 +529,16 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
 } // namespace
 
 bool convert(log::log const& log, engine const& engine, job::job const& job) {
-    return convert_with(log, engine, job, nullptr);
+    bool const ok = convert_with(log, engine, job, nullptr);
+    // Characters that no font had are named once for the whole run, now that painting is done.
+    fonts::log_missing_glyphs(engine.engine_fonts);
+    return ok;
 }
 
 bool convert_to_stream(log::log const& log, engine const& engine, job::job const& job, std::FILE* stream) {
-    return convert_with(log, engine, job, stream);
+    bool const ok = convert_with(log, engine, job, stream);
+    fonts::log_missing_glyphs(engine.engine_fonts);
+    return ok;
 }
 
 } // namespace vellum::engine

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <memory>
 
 namespace vellum::font_data {
 
@@ -65,11 +66,35 @@ std::optional<bytes::bytes> read_face_table(void const* context, tag t) {
     return fonts::freetype::load_table(*static_cast<fonts::freetype::face const*>(context), t);
 }
 
+// A font file named by path whose first bytes say WOFF; FreeType reads only plain sfnt files from a
+// path, so such a file is read whole and unpacked in memory. Nothing for other files (or unreadable
+// ones, which FreeType then reports).
+std::optional<bytes::bytes> read_if_woff(std::string const& path) {
+    std::unique_ptr<std::FILE, decltype(&std::fclose)> f(std::fopen(path.c_str(), "rb"), &std::fclose);
+    if (!f) {
+        return std::nullopt;
+    }
+    std::uint8_t head[4] = {};
+    if (std::fread(head, 1, 4, f.get()) != 4 || !opentype::woff::is_woff(opentype::reader::data(head, 4))) {
+        return std::nullopt;
+    }
+    std::vector<std::uint8_t> all(head, head + 4);
+    std::uint8_t buffer[65536];
+    for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, f.get())) > 0;) {
+        all.insert(all.end(), buffer, buffer + n);
+    }
+    return bytes::from_vector(std::move(all));
+}
+
 result<ref<font_data>> load_font_quietly(log::log const& log, fonts::freetype::freetype const& ft,
                                          font_file const& file, std::string const& location) {
     result<fonts::freetype::face> face = fail("");
-    if (!file.file_bytes.empty() || file.file_path.empty()) {
-        auto data = file.file_bytes;
+    std::optional<bytes::bytes> woff_file;
+    if (file.file_bytes.empty() && !file.file_path.empty()) {
+        woff_file = read_if_woff(file.file_path);
+    }
+    if (!file.file_bytes.empty() || file.file_path.empty() || woff_file) {
+        auto data = woff_file ? *woff_file : file.file_bytes;
         if (opentype::woff::is_woff(data.view())) {
             auto sfnt = opentype::woff::decode_woff(data.view());
             if (!sfnt) {

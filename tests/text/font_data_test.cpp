@@ -206,6 +206,24 @@ TEST(font_data, woff_unpacks_to_the_same_tables) {
     EXPECT_EQ(l.text().find("bold.woff"), std::string::npos);
 }
 
+TEST(font_data, woff_named_by_path_is_unpacked_too) {
+    // The program's own sheet names font files by path, which FreeType would open itself; a WOFF
+    // file among them is read and unpacked like one fetched by URL.
+    auto const woff = encode_woff(read_file(dejavu + "DejaVuSansMono.ttf"));
+    std::string const path = ::testing::TempDir() + "vellum-mono.woff";
+    {
+        std::FILE* out = std::fopen(path.c_str(), "wb");
+        ASSERT_TRUE(out);
+        std::fwrite(woff.data(), 1, woff.size(), out);
+        std::fclose(out);
+    }
+    auto const font = load_path(path);
+    ASSERT_TRUE(font);
+    EXPECT_EQ(font->font_info.family_name, "DejaVu Sans Mono");
+    EXPECT_EQ(char_to_glyph(*font, U'x'), char_to_glyph(*load_path(dejavu + "DejaVuSansMono.ttf"), U'x'));
+    std::remove(path.c_str());
+}
+
 TEST(font_data, bad_files_give_a_logged_error_not_a_crash) {
     auto const ttf = read_file(dejavu + "DejaVuSans.ttf");
     struct row {

@@ -1,9 +1,11 @@
 #include "font_test_util.hpp"
 #include "text/font_data.hpp"
+#include "text/fonts/coverage.hpp"
 #include "text/fonts/fonts.hpp"
 #include "text/fonts/graphemes.hpp"
 
 #include <cmath>
+#include <set>
 
 #include <gtest/gtest.h>
 
@@ -148,16 +150,22 @@ TEST(fonts_db, fallback_characters_and_last_resort) {
     auto const g = char_to_glyph(f.db, *req, U'\u0096');
     EXPECT_EQ(g.raw_glyph_unicodes, unicode::unicodes(U"\u2013"));
     EXPECT_EQ(g.raw_glyph_font_ref->used_font_data->font_info.family_name, "Liberation Sans");
-    // An unassigned code point falls back to "?" with a warning, once per request and character.
+    // An unassigned code point falls back to "?"; the characters that had no glyph are named in one
+    // warning for the run, however often and in however many requests they come.
     auto const q = char_to_glyph(f.db, *req, U'\u0378');
     EXPECT_EQ(q.raw_glyph_unicodes, unicode::unicodes(U"?"));
     char_to_glyph(f.db, *req, U'\u0378');
+    char_to_glyph(f.db, *f.req({.query_families = {"P"}, .query_weight = truetype::truetype_weight::bold}),
+                  U'\u0378');
+    char_to_glyph(f.db, *req, U'\u0379');
     auto const text = f.log.text();
     EXPECT_NE(text.find("debug: no glyphs for character U+0096, fallback to U+2013"), std::string::npos)
         << text;
-    auto const warn = text.find("warning: no glyphs for character U+0378, fallback to '?'");
-    EXPECT_NE(warn, std::string::npos) << text;
-    EXPECT_EQ(text.find("U+0378", text.find('\n', warn)), std::string::npos) << "said twice: " << text;
+    EXPECT_EQ(text.find("warning"), std::string::npos) << text;
+    log_missing_glyphs(f.db);
+    log_missing_glyphs(f.db);
+    auto const summary = f.log.text().substr(text.size());
+    EXPECT_EQ(summary, "vellum: warning: no glyphs for 2 characters, shown as '?': U+0378, U+0379\n");
     // Georgian is missing from Liberation Sans, and serif is added to every request as the last resort.
     EXPECT_EQ(f.file_for({.query_families = {"P"}}, U'\u10D0'), "DejaVuSerif.ttf");
     // Without that last resort nothing remains.
@@ -165,6 +173,52 @@ TEST(fonts_db, fallback_characters_and_last_resort) {
     EXPECT_TRUE(none->font_req_matches.empty());
     EXPECT_THROW(char_to_glyph(f.db, *none, U'a'), no_available_fonts);
     EXPECT_THROW(primary_font_metrics(f.db, *none, 12), no_available_fonts);
+}
+
+// With system fonts, a character that no face of the request has is looked for by coverage among the
+// faces fontconfig knows; the face found serves the next characters of its script without asking again.
+TEST(fonts_db, characters_beyond_the_requests_faces_come_from_system_faces_by_coverage) {
+    fixture f(face("serif", liberation + "LiberationSerif-Regular.ttf"), true);
+    auto const req = f.req({.query_families = {"serif"}});
+    auto const ka = char_to_glyph(f.db, *req, U'\u0915');
+    auto const kha = char_to_glyph(f.db, *req, U'\u0916');
+    EXPECT_EQ(ka.raw_glyph_unicodes, unicode::unicodes(U"\u0915"));
+    EXPECT_NE(ka.raw_glyph_index, 0u);
+    EXPECT_EQ(ka.raw_glyph_font_ref, kha.raw_glyph_font_ref);
+    auto const& info = ka.raw_glyph_font_ref->used_font_data->font_info;
+    EXPECT_NE(info.family_name.find("Devanagari"), std::string::npos) << info.family_name;
+    auto const text = f.log.text();
+    auto const first = text.find("debug: font fallback: ");
+    EXPECT_NE(first, std::string::npos) << text;
+    EXPECT_EQ(text.find("debug: font fallback: ", first + 1), std::string::npos) << "asked twice: " << text;
+    // A bold request finds a bold face of its own.
+    auto const bold = char_to_glyph(
+        f.db, *f.req({.query_families = {"serif"}, .query_weight = truetype::truetype_weight::bold}),
+        U'\u0915');
+    EXPECT_EQ(bold.raw_glyph_font_ref->used_font_data->font_info.truetype_weight,
+              truetype::truetype_weight::bold);
+    // A noncharacter is in no face: "?" from the request's own faces, and the summary names it.
+    EXPECT_EQ(char_to_glyph(f.db, *req, U'\U0010FFFE').raw_glyph_unicodes, unicode::unicodes(U"?"));
+    EXPECT_EQ(char_to_glyph(f.db,
+                            *f.req({.query_families = {"serif"}, .query_style = match::font_style::italic}),
+                            U'\U0010FFFE')
+                  .raw_glyph_font_ref->used_font_data->font_info.family_name,
+              "Liberation Serif");
+    log_missing_glyphs(f.db);
+    EXPECT_NE(f.log.text().find("warning: no glyphs for 1 character, shown as '?': U+10FFFE"),
+              std::string::npos)
+        << f.log.text();
+}
+
+TEST(fonts_db, the_missing_glyph_summary_names_a_few_and_counts_the_rest) {
+    std::set<char32_t> some;
+    for (char32_t c = 0xE000; c < 0xE00A; ++c) {
+        some.insert(c);
+    }
+    EXPECT_EQ(coverage::missing_summary(some, 3),
+              "no glyphs for 10 characters, shown as '?': U+E000, U+E001, "
+              "U+E002 and 7 more");
+    EXPECT_EQ(coverage::missing_summary({0x41}), "no glyphs for 1 character, shown as '?': U+0041");
 }
 
 TEST(fonts_db, redirects_and_their_cycles) {

@@ -76,6 +76,71 @@ TEST(fonts_face, reads_descriptors_and_sources) {
     EXPECT_EQ(faces[3].error(), "@font-face: no usable src for \"NoSource\"");
 }
 
+TEST(fonts_face, format_hints_pass_over_files_that_cannot_be_read) {
+    auto const faces = read_sheet(
+        "@font-face { font-family: H; src: url(a.woff2) format(\"woff2\"), url(b.woff) format(\"woff\"),"
+        " url(c.svg#x) format(\"svg\"), url(d.eot) format(\"embedded-opentype\"), url(e.ttf) "
+        "format(truetype),"
+        " url(f.otf) format(\"opentype\", \"woff2\"), url(g.ttc) format(collection), url(h.bin); }\n"
+        "@font-face { font-family: Only2; src: url(x.woff2) format(\"woff2\"); }\n");
+    ASSERT_EQ(faces.size(), 2u);
+    ASSERT_TRUE(faces[0]) << faces[0].error();
+    std::vector<std::string> names;
+    for (auto const& src : faces[0]->face_srcs) {
+        names.push_back(locator::locator_to_string(std::get<font_face::src_url>(src).url_locator));
+    }
+    EXPECT_EQ(names, (std::vector<std::string>{"style/b.woff", "style/e.ttf", "style/f.otf", "style/g.ttc",
+                                               "style/h.bin"}));
+    // A rule left with no readable source says so.
+    ASSERT_FALSE(faces[1]);
+    EXPECT_EQ(faces[1].error(), "@font-face: no usable src for \"Only2\"");
+}
+
+// A document's rules, read after the program's, come first for the same family, and their URLs
+// resolve against the sheet that holds them.
+TEST(fonts_face, document_rules_come_before_the_programs_and_resolve_against_their_sheet) {
+    captured_log log;
+    resource::loader::loader_options opts;
+    opts.network = false;
+    auto const loader = resource::loader::new_loader(log.log, {"/nonexistent-prefix"}, {"/tmp"}, opts);
+    ASSERT_TRUE(loader);
+    auto db = new_fonts(*loader, log.log, false);
+    ASSERT_TRUE(db);
+    add_font_face_sheet(*db,
+                        "@font-face { font-family: Shared; src: url(\"" + font_test::dejavu +
+                            "DejaVuSans.ttf\") }\n"
+                            "@font-face { font-family: serif; src: url(\"" +
+                            font_test::dejavu + "DejaVuSerif.ttf\") }\n",
+                        "style/fonts.css", font_face::system_resolver(sheet_locator()));
+    auto const req = get_font_req(*db, {.query_families = {"Shared"}});
+    EXPECT_EQ(describe_font(char_to_glyph(*db, *req, U'a').raw_glyph_font_ref), "DejaVu Sans Book");
+
+    // The document's sheet lies beside the font files; its rule names the file by a relative URL.
+    std::string const sheet_url = "file://" + font_test::dejavu + "doc.css";
+    auto const no_fetch = [](css::value::url const&) -> result<css::parser::fetched_sheet> {
+        return fail("no");
+    };
+    auto const env =
+        css::parser::parse_style_sheet(log.log, no_fetch, css::origin::author, sheet_url,
+                                       "@font-face { font-family: shared; src: url(DejaVuSansMono.ttf) }\n"
+                                       "@font-face { font-family: Broken; src: bogus(1) }\n",
+                                       css::parser::new_env("print"));
+    std::vector<std::string> bases;
+    add_font_face_rules(*db, env.fonts, "doc.html", [&](std::string const& text, std::string const& base) {
+        bases.push_back(base);
+        auto const at = locator::parse_locator(locator::path_or_url::url_strict,
+                                               locator::locator_origin::document_origin, std::nullopt, base);
+        return locator::resolve_locator(at, text);
+    });
+    EXPECT_EQ(bases, std::vector<std::string>{sheet_url});
+    // The request made before the document's rules is made again, and sees them.
+    auto const again = get_font_req(*db, {.query_families = {"Shared"}});
+    EXPECT_EQ(describe_font(char_to_glyph(*db, *again, U'a').raw_glyph_font_ref), "DejaVu Sans Mono Book");
+    EXPECT_NE(log.text().find("doc.html: warning: @font-face: no usable src for \"Broken\""),
+              std::string::npos)
+        << log.text();
+}
+
 // The program's own fonts.css, read as the engine reads it, against the installed faces.
 TEST(fonts_face, the_programs_font_sheet_maps_generic_and_common_families) {
     captured_log log;
@@ -113,6 +178,19 @@ TEST(fonts_face, the_programs_font_sheet_maps_generic_and_common_families) {
          "DejaVu Serif Book"},
         {"no such family", truetype::truetype_weight::normal, match::font_style::normal, U'a',
          "Liberation Serif Regular"},
+        // Scripts beyond the Latin faces reach a face of their own through the generic families.
+        {"serif", truetype::truetype_weight::normal, match::font_style::normal, U'\u0915',
+         "Noto Serif Devanagari Regular"},
+        {"sans-serif", truetype::truetype_weight::bold, match::font_style::normal, U'\u0E01',
+         "Noto Sans Thai Bold"},
+        {"serif", truetype::truetype_weight::normal, match::font_style::normal, U'\u0628',
+         "Noto Naskh Arabic Regular"},
+        {"Arial", truetype::truetype_weight::normal, match::font_style::normal, U'\u05D0',
+         "Liberation Sans Regular"},
+        {"serif", truetype::truetype_weight::normal, match::font_style::normal, U'\u65E5',
+         "Noto Serif CJK JP Regular"},
+        {"sans-serif", truetype::truetype_weight::bold, match::font_style::normal, U'\uD55C',
+         "Noto Sans CJK JP Bold"},
     };
 
     for (auto const& r : rows) {

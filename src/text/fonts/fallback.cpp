@@ -44,13 +44,13 @@ char32_t letterlike(char32_t c) {
     }
 }
 
+} // namespace
+
 std::string code_text(char32_t c) {
     char buf[16];
     std::snprintf(buf, sizeof buf, "U+%04X", unsigned(c));
     return buf;
 }
-
-} // namespace
 
 std::optional<char32_t> substitute_char(char32_t c) {
     if (c >= 0x80 && c <= 0x9F) {

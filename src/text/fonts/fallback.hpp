@@ -11,6 +11,9 @@ namespace vellum::fonts::fallback {
 /// has them, dashes and minus as "-", letterlike symbols as plain letters, and a few others.
 [[nodiscard]] std::optional<char32_t> substitute_char(char32_t c);
 
+/// A code point as "U+%04X".
+std::string code_text(char32_t c);
+
 /// The substitute to use and how loudly to say so.
 struct fallback_choice {
     char32_t fallback_char = U'?';

@@ -134,12 +134,52 @@ std::optional<unicode::range::unicode_range> read_range(value const& v) {
     return ranges;
 }
 
+// Whether the format(...) hints after a url name a kind of file that can be read: sfnt fonts (TrueType,
+// OpenType, collections, variable fonts at their default instance) and WOFF 1.0. A source hinted as
+// WOFF 2, EOT or SVG is passed over without fetching it, so the next source of the rule is tried, as a
+// browser does. No hint at all leaves it to the file itself.
+bool formats_readable(std::vector<value> const& terms) {
+    bool hinted = false;
+    for (std::size_t i = 1; i < terms.size(); ++i) {
+        auto const* f = std::get_if<css::value::function>(&terms[i]);
+        if (!f || !css::lexer::equals_ignoring_case(f->function_name, "format")) {
+            continue;
+        }
+        for (auto const& arg : f->function_args) {
+            std::vector<value> const words = std::holds_alternative<css::value::values>(arg)
+                                                 ? std::get<css::value::values>(arg).value_list
+                                                 : std::vector<value>{arg};
+            for (auto const& w : words) {
+                std::string text;
+                if (auto const* s = std::get_if<css::value::string>(&w)) {
+                    text = s->string_text;
+                } else if (auto const* i = std::get_if<css::value::ident>(&w)) {
+                    text = i->ident_name;
+                } else {
+                    continue;
+                }
+                hinted = true;
+                for (char const* known : {"truetype", "opentype", "woff", "collection", "truetype-variations",
+                                          "opentype-variations", "woff-variations"}) {
+                    if (css::lexer::equals_ignoring_case(text, known)) {
+                        return true;
+                    }
+                }
+            }
+        }
+    }
+    return !hinted;
+}
+
 // One entry of src: url(...) with an optional format(...) hint, local(name) or vellum-lookup(name).
 std::optional<font_src> read_src(std::vector<value> const& terms, url_resolver const& resolve) {
     if (terms.empty()) {
         return std::nullopt;
     }
     if (auto const* u = std::get_if<css::value::url>(&terms.front())) {
+        if (!formats_readable(terms)) {
+            return std::nullopt;
+        }
         return src_url{resolve(u->url_text, u->url_base)};
     }
     auto const* f = std::get_if<css::value::function>(&terms.front());

@@ -1,6 +1,7 @@
 #include "text/fonts/fonts.hpp"
 
 #include "css/parser.hpp"
+#include "text/fonts/coverage.hpp"
 #include "text/fonts/fallback.hpp"
 #include "text/macroman.hpp"
 
@@ -310,6 +311,67 @@ std::optional<ref<font_data::font_data>> first_font(fonts const& db, std::vector
     return std::nullopt;
 }
 
+// The glyph of a character in the font of a cache item, marking the font used; nothing when the font
+// does not load or lacks the character.
+std::optional<raw_glyph> glyph_in(fonts const& db, font_cache_ref const& item, char32_t c) {
+    auto const font = bring_to_life(db, item);
+    if (!font) {
+        return std::nullopt;
+    }
+    auto const g = font_data::char_to_glyph(**font, c);
+    if (g == 0) {
+        return std::nullopt;
+    }
+    return raw_glyph{
+        .raw_glyph_font_ref = use_font(db, item, c), .raw_glyph_unicodes = {c}, .raw_glyph_index = g};
+}
+
+// How many faces of fontconfig's sort are tried for one character: the first usually has it, the
+// others stand in when it does not load.
+constexpr std::size_t coverage_candidates = 4;
+
+// A system face that has a character none of the request's faces has: first the faces found so far
+// for the same style and weight, then those fontconfig proposes by coverage. Characters without any
+// face are remembered, so fontconfig is asked once for each.
+std::optional<raw_glyph> glyph_by_coverage(fonts const& db, font_req const& req, char32_t c) {
+    if (!db.font_coverage || !db.fonts_font_system) {
+        return std::nullopt;
+    }
+    auto const key = std::pair{int(req.font_req_style), int(req.font_req_weight)};
+    auto const known = db.font_coverage->update(
+        [&](coverage::coverage_state& s) -> std::optional<std::vector<font_cache_ref>> {
+            if (s.coverage_none.contains(c)) {
+                return std::nullopt;
+            }
+            return s.coverage_faces[key];
+        });
+    if (!known) {
+        return std::nullopt;
+    }
+    for (auto const& item : *known) {
+        if (auto g = glyph_in(db, item, c)) {
+            return g;
+        }
+    }
+    auto const faces = coverage::faces_for_char(*db.fonts_font_system, c, req.font_req_style,
+                                                req.font_req_weight, coverage_candidates);
+    for (auto const& face : faces) {
+        auto const item = cache_item(db, system_font{face.face_file, face.face_index});
+        if (std::find(known->begin(), known->end(), item) != known->end()) {
+            continue;
+        }
+        if (auto g = glyph_in(db, item, c)) {
+            log::log_debug(db.fonts_log,
+                           "font fallback: " + face.face_file + " for " + fallback::code_text(c));
+            db.font_coverage->update(
+                [&](coverage::coverage_state& s) { s.coverage_faces[key].push_back(item); });
+            return g;
+        }
+    }
+    db.font_coverage->update([&](coverage::coverage_state& s) { s.coverage_none.insert(c); });
+    return std::nullopt;
+}
+
 bool is_bold(truetype::truetype_weight w) {
     return truetype::matching_value(w) >= 600;
 }
@@ -339,10 +401,15 @@ result<fonts> new_fonts(resource::loader::loader const& loader, log::log const& 
         .font_family_map = std::make_shared<cell<std::map<std::string, font_family_records>>>(),
         .used_fonts = std::make_shared<cell<std::vector<font_ref>>>(),
         .font_pdf_recs = std::make_shared<cell<vellum::fonts::font_pdf_recs>>(),
+        .font_coverage = std::make_shared<cell<coverage::coverage_state>>(),
     };
 }
 
 void add_font_faces(fonts const& db, std::vector<font_face::font_face> const& faces) {
+    // Requests made before these rules (by an earlier document) would not see them.
+    if (!faces.empty()) {
+        db.font_req_cache->update([](std::map<font_query, ref<font_req>>& m) { m.clear(); });
+    }
     for (auto const& face : faces) {
         match::font_desc0 const desc{.font_desc_origin = match::desc_origin::font_desc_origin_font_face,
                                      .font_desc_style = face.face_style,
@@ -387,11 +454,18 @@ void add_font_face_sheet(fonts const& db,
     auto const env = css::parser::parse_style_sheet(db.fonts_log, no_imports, css::origin::program,
                                                     sheet_name, sheet_text, css::parser::new_env("print"));
     css::parser::log_warnings(db.fonts_log, env);
+    add_font_face_rules(db, env.fonts, sheet_name, resolve);
+}
+
+void add_font_face_rules(fonts const& db,
+                         std::vector<css::declarations> const& rules,
+                         std::string const& source_name,
+                         font_face::url_resolver const& resolve) {
     std::vector<font_face::font_face> faces;
-    for (auto const& decls : env.fonts) {
+    for (auto const& decls : rules) {
         auto face = font_face::read_font_face(decls, resolve);
         if (!face) {
-            log::log_file_message(db.fonts_log, log::level::warning, sheet_name, face.error());
+            log::log_file_message(db.fonts_log, log::level::warning, source_name, face.error());
             continue;
         }
         faces.push_back(std::move(*face));
@@ -471,9 +545,19 @@ raw_glyph char_to_glyph(fonts const& db, font_req const& req, char32_t c) {
     }
     auto r = map_char(db, req.font_req_matches, c);
     if (r.status != map_status::map_ok) {
+        if (auto g = glyph_by_coverage(db, req, c)) {
+            r = {.status = map_status::map_ok, .glyph = *g};
+        }
+    }
+    if (r.status != map_status::map_ok) {
         auto const choice = fallback::choose_fallback(c);
         if (choice.fallback_known) {
             log::log_debug(db.fonts_log, choice.fallback_message);
+        } else if (db.font_coverage) {
+            // One summary for the run says which characters had no glyph anywhere; each is noted
+            // here only for debugging.
+            log::log_debug(db.fonts_log, choice.fallback_message);
+            db.font_coverage->update([&](coverage::coverage_state& s) { s.coverage_missing.insert(c); });
         } else {
             log::log_warning(db.fonts_log, choice.fallback_message);
         }
@@ -484,6 +568,17 @@ raw_glyph char_to_glyph(fonts const& db, font_req const& req, char32_t c) {
     }
     req.font_req_glyph_cache->update([&](unicode::unicache::unicache<raw_glyph>& u) { u.set(c, r.glyph); });
     return r.glyph;
+}
+
+void log_missing_glyphs(fonts const& db) {
+    if (!db.font_coverage) {
+        return;
+    }
+    auto const missing = db.font_coverage->update(
+        [](coverage::coverage_state& s) { return std::exchange(s.coverage_missing, {}); });
+    if (!missing.empty()) {
+        log::log_warning(db.fonts_log, coverage::missing_summary(missing));
+    }
 }
 
 font_metrics::font_metrics_scaled primary_font_metrics(fonts const& db, font_req const& req, double size) {

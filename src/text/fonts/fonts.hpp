@@ -30,6 +30,10 @@
 
 namespace vellum::fonts {
 
+namespace coverage {
+struct coverage_state;
+} // namespace coverage
+
 // ---- What a request asks for --------------------------------------------------------------------------
 
 /// An OpenType feature chosen by the document, as "smcp" or "salt" with an alternate number.
@@ -236,6 +240,9 @@ struct fonts {
     /// Newest first.
     std::shared_ptr<cell<std::vector<font_ref>>> used_fonts;
     std::shared_ptr<cell<vellum::fonts::font_pdf_recs>> font_pdf_recs;
+    /// System faces found by coverage for characters that a request's own faces lack, and the
+    /// characters that no face has. Absent: no search by coverage.
+    std::shared_ptr<cell<coverage::coverage_state>> font_coverage;
 };
 
 /// The run ends: not even the fallback character has a glyph anywhere.
@@ -258,6 +265,13 @@ void add_font_face_sheet(fonts const& db,
                          std::string const& sheet_name,
                          font_face::url_resolver const& resolve);
 
+/// Registers the @font-face rules a document's sheets gave, in source order, so that a later rule comes
+/// first; a rule that says nothing usable is logged as a warning with `source_name` as its source.
+void add_font_face_rules(fonts const& db,
+                         std::vector<css::declarations> const& rules,
+                         std::string const& source_name,
+                         font_face::url_resolver const& resolve);
+
 /// The records of a family (lower-cased key); a family not yet known is scanned for among the system
 /// fonts, and the answer, empty too, entered for good.
 font_family_records lookup_family(fonts const& db, std::string const& family);
@@ -265,9 +279,13 @@ font_family_records lookup_family(fonts const& db, std::string const& family);
 /// The request for font properties, made once per distinct query.
 ref<font_req> get_font_req(fonts const& db, font_query const& query);
 
-/// The glyph of a character; falls back to a look-alike or "?" with a message. Throws
-/// no_available_fonts when even that has no glyph.
+/// The glyph of a character; when the request's faces lack it, a system face that has it, else a
+/// look-alike or "?". Throws no_available_fonts when even that has no glyph.
 raw_glyph char_to_glyph(fonts const& db, font_req const& req, char32_t c);
+
+/// One warning for the characters that no font had since the last call, with their number and the
+/// first few of them; nothing when there were none.
+void log_missing_glyphs(fonts const& db);
 
 /// The metrics of the first font of the request that loads, at a size; throws no_available_fonts.
 font_metrics::font_metrics_scaled primary_font_metrics(fonts const& db, font_req const& req, double size);
