@@ -17,8 +17,6 @@ packages=(
     fonts-dejavu-core fonts-dejavu-extra fonts-liberation2 fonts-urw-base35 fonts-noto-core fonts-noto-cjk
     # tests
     libgtest-dev libgmock-dev poppler-utils qpdf python3-fonttools python3-pil
-    # CID-keyed CFF fonts for the subsetting tests (Noto Sans CJK)
-    fonts-noto-cjk
 )
 
 missing=()
