@@ -1409,7 +1409,8 @@ opt<text::text_align> parse_text_align(value::value const& v) {
     static constexpr auto words =
         table<t>(std::pair{"auto", t::auto_}, std::pair{"left", t::left}, std::pair{"right", t::right},
                  std::pair{"inside", t::inside}, std::pair{"outside", t::outside},
-                 std::pair{"center", t::center}, std::pair{"justify", t::justify});
+                 std::pair{"center", t::center}, std::pair{"justify", t::justify},
+                 std::pair{"start", t::start}, std::pair{"end", t::end});
     return keyword(v, words);
 }
 

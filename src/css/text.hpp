@@ -13,7 +13,8 @@
 namespace vellum::css::text {
 
 enum class white_space { normal, pre, nowrap, pre_wrap, pre_line };
-enum class text_align { auto_, left, right, inside, outside, center, justify };
+/// `auto` and `start` align to the start side of the paragraph's direction, `end` to the other.
+enum class text_align { auto_, left, right, inside, outside, center, justify, start, end };
 enum class text_transform { none, lowercase, uppercase, capitalize };
 enum class text_justify { auto_, cjk };
 enum class hyphens { none, manual, auto_, vellum_expand_all };

@@ -109,6 +109,9 @@ struct nested_spanbox {
     css::used_style::used_style spanbox_used_style;
     font_metrics::font_metrics_scaled spanbox_font_metrics;
     prepack::element_type spanbox_type = prepack::type_anonymous{};
+    /// The bidi embedding level the span opens, if it opens one: its content reads in that level's
+    /// direction.
+    std::optional<int> spanbox_level;
     /// The ellipsis to show at the span's end when its text was cut by text-overflow.
     std::vector<fonts::grapheme> spanbox_ellipsis;
 };

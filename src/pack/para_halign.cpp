@@ -83,7 +83,10 @@ used_text_align used_align(css::style::style const& para_style, line_break brk, 
     auto const dir = para_style.rare_props->rare_props_direction;
     switch (align) {
     case css::text::text_align::auto_:
+    case css::text::text_align::start:
         return by_side(dir, true);
+    case css::text::text_align::end:
+        return by_side(dir, false);
     case css::text::text_align::left:
         return used_text_align::left;
     case css::text::text_align::right:
@@ -123,8 +126,16 @@ halign_res halign(std::vector<placed_item>& items,
     float const available = right - left;
     float const extra = available - natural;
     bool const overfull = natural > available + tolerance;
+    // A right-to-left line is placed from its start edge as if it ran left to right and mirrored
+    // between the band's edges afterwards: its visual left and right trade places here, and a line
+    // that only starts at its start edge starts at `left`.
     bool const rtl = para_style.rare_props->rare_props_direction == css::box::direction::rtl;
-    auto const align = used_align(para_style, brk, pdf_page_num);
+    auto align = used_align(para_style, brk, pdf_page_num);
+    if (rtl && align == used_text_align::left) {
+        align = used_text_align::right;
+    } else if (rtl && align == used_text_align::right) {
+        align = used_text_align::left;
+    }
     bool const justify_text = para_style.text->text_props_text_align == css::text::text_align::justify;
 
     float start = left;
@@ -136,8 +147,6 @@ halign_res halign(std::vector<placed_item>& items,
         // alignment says; any other runs over on its end side.
         if (justify_text && shrink > 0) {
             ratio = extra / shrink;
-        } else {
-            start = rtl ? right - natural : left;
         }
     } else {
         switch (align) {
@@ -152,8 +161,6 @@ halign_res halign(std::vector<placed_item>& items,
         case used_text_align::justify:
             if (stretch > 0) {
                 ratio = extra / stretch;
-            } else {
-                start = rtl ? right - natural : left;
             }
             break;
         }

@@ -74,6 +74,31 @@ void mirror(spanbox& b, float left, float right) {
                b);
 }
 
+// Puts the runs of a line in reading order. The line was laid out left to right (and, in a
+// right-to-left paragraph, mirrored as a whole); a span that opens a bidi level of the other
+// direction than its context's is mirrored within its own extent, and so on inwards, which reverses
+// each run of a level as often as the levels above the paragraph's call for.
+void reorder_levels(spanbox& b, bool context_rtl) {
+    auto* n = std::get_if<ref<nested_spanbox>>(&b);
+    if (n == nullptr) {
+        return;
+    }
+    bool rtl = context_rtl;
+    auto copy = **n;
+    if (copy.spanbox_level) {
+        rtl = *copy.spanbox_level % 2 == 1;
+        if (rtl != context_rtl) {
+            for (auto& c : copy.spanbox_content) {
+                mirror(c, copy.spanbox_x, copy.spanbox_x + copy.spanbox_w);
+            }
+        }
+    }
+    for (auto& c : copy.spanbox_content) {
+        reorder_levels(c, rtl);
+    }
+    *n = share(std::move(copy));
+}
+
 // An inline box continued on the next line: under `box-decoration-break: slice` its start edge
 // (margin, border, padding) was drawn on the first line only.
 knuth::open continued(knuth::open o) {
@@ -431,6 +456,7 @@ spanboxes_res to_spanboxes(fonts::fonts const& db, line_kind kind, std::span<pla
             .spanbox_used_style = *o.box_used_style,
             .spanbox_font_metrics = fonts::primary_font_metrics(db, *req, s->font_size),
             .spanbox_type = o.box_element_type,
+            .spanbox_level = o.box_dir,
         }));
     };
     auto chars = [&](placed_item const& p, fonts::shared_graphemes g, charsbox_type type, fonts::direction dir,
@@ -565,10 +591,15 @@ line_made make_line(page_info const& info,
     auto const h = para_halign::halign(placed.placed_items, band.left, band.right, *style, request.brk,
                                        info.general.pdf_page_num, placed.placed_leader);
     auto spans = to_spanboxes(info.general.fonts, request.kind, placed.placed_items);
+    float line_x = h.line_x;
     if (style->rare_props->rare_props_direction == css::box::direction::rtl) {
         for (auto& b : spans.res_boxes) {
             mirror(b, band.left, band.right);
         }
+        line_x = band.left + band.right - h.line_x - h.line_w;
+    }
+    for (auto& b : spans.res_boxes) {
+        reorder_levels(b, style->rare_props->rare_props_direction == css::box::direction::rtl);
     }
     std::vector<knuth::open> unclosed;
     for (auto const& o : spans.res_unclosed) {
@@ -584,7 +615,7 @@ line_made make_line(page_info const& info,
     if (pre.line_height > areas::height_of(band) + tolerance && !request.max_area) {
         return {.made_unclosed = request.open_tags, .made_height = pre.line_height};
     }
-    return {.made_box = linebox{.linebox_x = h.line_x,
+    return {.made_box = linebox{.linebox_x = line_x,
                                 .linebox_w = h.line_w,
                                 .linebox_base = pre.line_base,
                                 .linebox_indent = indent_width,

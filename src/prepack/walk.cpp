@@ -122,10 +122,6 @@ int clamped_sum(int value, int by) {
     return static_cast<int>(std::clamp<long long>(sum, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
 }
 
-bool is_bullet(std::string const& style) {
-    return style == "disc" || style == "circle" || style == "square" || style == "none";
-}
-
 struct walker {
     log::log const& log;
     styledom::styled_document const& doc;
@@ -248,6 +244,28 @@ struct walker {
         if (kind_of(s) == display_kind::list_item && !list_item_named) {
             increment_counter("list-item", 1);
         }
+    }
+
+    // An HTML `ol reversed` counts down to 1 from the number of its items, or from its `start`; the
+    // default sheet makes its items count by -1.
+    void reverse_list(dom::dom_element const& e) {
+        if (!styledom::tree::is_html_name(e.dom_element_name, "ol") ||
+            !styledom::tree::plain_attribute(e, "reversed") || styledom::tree::plain_attribute(e, "start")) {
+            return;
+        }
+        std::vector<dom::child_node> children;
+        {
+            std::lock_guard guard(process_lock());
+            children = e.dom_element_children.cell_value;
+        }
+        int items = 0;
+        for (auto const& c : children) {
+            if (auto const* el = std::get_if<dom::element_child>(&c);
+                el && styledom::tree::is_html_name(el->child_element->dom_element_name, "li")) {
+                ++items;
+            }
+        }
+        reset_counter("list-item", clamped_sum(items, 1));
     }
 
     // All values of a counter in the scopes, outermost first.
@@ -492,26 +510,42 @@ struct walker {
     std::vector<span> marker_spans(dom::element_ref const& e, dom::style_info const& info,
                                    css::style::style const& s) {
         auto const& decls = styledom::pseudo_declarations(styledom::computed::declared_of(info), pseudo_element::marker);
-        if (!decls.empty()) {
-            auto const ms = css::compute_style::compute_style(info.style_info_style,
-                                                              css::compute_style::anonymous_context{},
-                                                              styledom::properties_of(decls));
-            if (auto const* list = std::get_if<css::property::content_list>(&ms.content)) {
-                bool start = true;
-                std::vector<span> out;
-                for (auto& p : content_pieces(*list, *e, ms, "::marker")) {
-                    if (auto* t = std::get_if<text_thing>(&p)) {
-                        if (auto* tt = std::get_if<text_thing_text>(t)) {
-                            auto more = text::prepare_text(tt->text, settings_of(ms), start);
-                            std::move(more.begin(), more.end(), std::back_inserter(out));
-                        } else if (auto* g = std::get_if<text_thing_gen>(t)) {
-                            out.push_back(span_gen_content{std::move(g->gen)});
-                        }
+        if (decls.empty()) {
+            return marker_of_list_style(s);
+        }
+        auto props = styledom::properties_of(decls);
+        auto const ms = share(css::compute_style::compute_style(info.style_info_style,
+                                                                css::compute_style::anonymous_context{}, props));
+        std::vector<span> out;
+        if (auto const* list = std::get_if<css::property::content_list>(&ms->content)) {
+            bool start = true;
+            for (auto& p : content_pieces(*list, *e, *ms, "::marker")) {
+                if (auto* t = std::get_if<text_thing>(&p)) {
+                    if (auto* tt = std::get_if<text_thing_text>(t)) {
+                        auto more = text::prepare_text(tt->text, settings_of(*ms), start);
+                        std::move(more.begin(), more.end(), std::back_inserter(out));
+                    } else if (auto* g = std::get_if<text_thing_gen>(t)) {
+                        out.push_back(span_gen_content{std::move(g->gen)});
                     }
                 }
-                return out;
             }
+        } else {
+            out = marker_of_list_style(s);
         }
+        if (out.empty()) {
+            return out;
+        }
+        // The marker's own style (colour, font, size ...) applies to what it shows.
+        std::vector<span> styled;
+        styled.push_back(span_nested{nested_span{.span_content = std::move(out),
+                                                 .span_style = ms,
+                                                 .span_context = css::compute_style::anonymous_context{},
+                                                 .span_decls = std::move(props)}});
+        return styled;
+    }
+
+    // The marker that the list style gives: the list-item counter in a counter style, or a string.
+    std::vector<span> marker_of_list_style(css::style::style const& s) {
         if (s.list_style_image) {
             warn_once("list-style-image: images are not supported yet");
         }
@@ -519,9 +553,7 @@ struct walker {
                               [](css::box::none_value const&) { return std::vector<span>{}; },
                               [&](css::box::list_style_named const& n) {
                                   auto text = format_counter(counter_value("list-item").value_or(0), n.list_style_name);
-                                  if (!is_bullet(n.list_style_name)) {
-                                      text += U'.';
-                                  }
+                                  text += counter_style::marker_suffix(n.list_style_name);
                                   return std::vector<span>{span_text{std::move(text)}};
                               },
                               [](css::box::list_style_string const& t) {
@@ -615,6 +647,7 @@ struct walker {
         }
         warn_positioned(s);
         apply_counters(s);
+        reverse_list(*e);
         auto stuff = stuff_of(e, s);
 
         bool const was_static = in_static;
