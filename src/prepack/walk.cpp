@@ -1467,6 +1467,12 @@ style_ref continued_style(style_ref const& s) {
     return share(std::move(copy));
 }
 
+bool values_only(block const& b) {
+    auto const* bs = std::get_if<bcontent_blocks>(&b.block_content);
+    return bs && bs->blocks.empty() && std::holds_alternative<type_original>(b.block_type) && b.block_style &&
+           *b.block_style == css::style::inherit_from(*b.block_style);
+}
+
 std::vector<piece> pieces_of(block const& b, css::box::page const& name) {
     if (!cut_inside(b, name)) {
         // Nothing inside is cut, so the breaks of its first and last descendants are the piece's.
@@ -1489,7 +1495,9 @@ std::vector<piece> pieces_of(block const& b, css::box::page const& name) {
     std::vector<run> runs;
     std::vector<piece> floating;
     for (auto const& c : *cuttable_children(b)) {
-        if (!in_flow(c)) {
+        // An empty block that only carries named strings or target ids (a hidden title, an empty
+        // anchor) takes no room and starts no section: like a float, it goes with the run it stands in.
+        if (!in_flow(c) || values_only(c)) {
             auto& to = runs.empty() ? floating : runs.back().run_pieces;
             to.push_back(piece{.piece_block = c, .piece_name = name});
             continue;
