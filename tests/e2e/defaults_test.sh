@@ -77,6 +77,16 @@ HTML
 expect_eq "page background: margin" "$(pixel pagebg.pdf 1 3 3)" "255 255 255"
 expect_eq "page background: page area" "$(pixel pagebg.pdf 1 306 400)" "0 0 255"
 
+# The hidden title's string rides with the content: a first element on a named page does not get a
+# blank unnamed page in front of it.
+cat > named.html <<'HTML'
+<html><head><title>Named</title><style>body { page: cover } @page cover { @top-center { content: string(title) } }
+</style></head><body><h1>Cover</h1><p>text</p></body></html>
+HTML
+"$VELLUM" named.html
+expect_eq "named first page: one page" "$(pdfinfo named.pdf | sed -n 's/^Pages: *//p')" 1
+expect_contains "named first page: title in the head" "$(pdftotext named.pdf -)" "Named"
+
 # min-width and max-width hold the width; "auto" margins centre what max-width leaves.
 cat > widths.html <<'HTML'
 <style>@page { margin: 0 } body { margin: 0 }
