@@ -125,6 +125,9 @@ expect_eq "reference at the box" "$ref_x" "100.000000"
 printf '<style>@page { size: landscape }</style><p>wide</p>' > landscape.html
 "$VELLUM" landscape.html
 expect_contains "landscape" "$(pdfinfo landscape.pdf)" "792 x 612 pts"
+# ... and the command line's paper when it names one.
+"$VELLUM" --page-size=a4 landscape.html -o landscape-a4.pdf
+expect_contains "landscape of --page-size" "$(pdfinfo landscape-a4.pdf)" "841.89 x 595.276 pts"
 
 # An unnamed :first is the document's first page only, not the first of each named run of pages.
 cat > first.html <<'HTML'
