@@ -153,7 +153,13 @@ std::optional<std::variant<pdf::dest::dest, pdf::action::action>> resolve_link(l
     auto const base_loc = base.empty() ? links.link_docs.front()
                                        : loc::parse_locator(loc::path_or_url::path_or_url,
                                                             loc::locator_origin::document_origin, std::nullopt, base);
-    auto const resolved = loc::resolve_locator(base_loc, url);
+    // A bare fragment names a place in the base document itself.
+    auto resolved = base_loc;
+    if (url.starts_with('#')) {
+        resolved.locator_fragment = url.substr(1);
+    } else {
+        resolved = loc::resolve_locator(base_loc, url);
+    }
     auto const name = loc::locator_url_to_string(resolved.locator_url);
     std::optional<loc::locator_url> doc;
     for (std::size_t i = 0; i < links.link_docs.size() && !doc; ++i) {

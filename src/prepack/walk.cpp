@@ -144,6 +144,8 @@ struct walker {
     std::vector<targets::target_key> target_keys;
     /// The elements by id, for target-text(); gathered on first use.
     std::optional<std::map<std::string, dom::element_ref>> elements_by_id;
+    /// Named strings and target ids of hidden descendants (the head's title), for the next paragraph.
+    std::vector<thing> carried;
     /// The HTML body whose background went to the canvas: its own box paints none.
     dom::dom_element const* canvas_body = nullptr;
     // Names a kind of content that is not laid out as it asks, once per run however many elements
@@ -595,7 +597,9 @@ struct walker {
         }
     }
 
-    // The named strings and target ids of an element that makes no box, and of its descendants.
+    // The named strings and target ids of an element that makes no box, in its place, and those of its
+    // descendants, which wait in `carried` for the next paragraph: the title in the head then names
+    // the page where the text begins, without an empty block of its own in front of it.
     void hidden_values(dom::element_ref const& e, style_ref const& style, std::vector<thing>& out) {
         auto stuff = stuff_of(e, *style);
         if (!stuff.text_values.empty() || stuff.given_ids) {
@@ -612,7 +616,7 @@ struct walker {
                 auto const& child = el->child_element;
                 auto const& child_info = dom::get_style_info(child->dom_element_style_info.get());
                 if (child_info.style_info_style) {
-                    hidden_values(child, child_info.style_info_style, out);
+                    hidden_values(child, child_info.style_info_style, carried);
                 }
             }
         }
@@ -914,6 +918,15 @@ struct walker {
         auto const flush_run = [&] {
             text::collapse_spaces(run);
             if (text::has_content(run)) {
+                std::vector<span> front;
+                for (auto& t : carried) {
+                    if (auto* v = std::get_if<th_values>(&t)) {
+                        front.push_back(span_nested{
+                            nested_span{.span_style = v->style, .span_type = type_original{std::move(v->stuff)}}});
+                    }
+                }
+                carried.clear();
+                run.insert(run.begin(), std::make_move_iterator(front.begin()), std::make_move_iterator(front.end()));
                 text::apply_bidi(run, *style);
                 blocks.push_back(block{.block_content = bcontent_para{para{.para_spans = std::move(run)}},
                                        .block_style = anonymous_style(style)});
