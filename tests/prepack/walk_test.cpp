@@ -157,7 +157,7 @@ TEST(walk, the_canvas_takes_the_root_or_body_background) {
 TEST(walk, hidden_elements_keep_their_named_strings) {
     // The default sheet gives the title a string; the head makes no box, yet the string is set.
     auto const w = walk_html("<title>The Title</title><p>x</p><div style=\"display: none\"><span "
-                             "style=\"string-set: inner 'deep'\"></span></div>");
+                             "style=\"string-set: inner 'deep'\"></span></div><p>y</p>");
     EXPECT_NE(w.dump.find("string(title)=\"The Title\""), std::string::npos) << w.dump;
     EXPECT_NE(w.dump.find("string(inner)=\"deep\""), std::string::npos) << w.dump;
     // Riding with the content, the title starts no page section of its own before a named body.
