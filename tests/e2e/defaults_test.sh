@@ -120,6 +120,17 @@ read -r _ before_y _ <<<"$(word_box negative.pdf before)"
 read -r _ after_y _ <<<"$(word_box negative.pdf after)"
 check "empty block with a negative margin: moved up" '$2 - $1 > 9.5 && $2 - $1 < 10.5' "$before_y" "$after_y"
 expect_eq "reference at the box" "$ref_x" "100.000000"
+# ... and so does one with a border (or a height), whose margins do not collapse through it.
+cat > negative2.html <<'HTML'
+<style>@page { margin: 100pt } body { margin: 0; font: 12pt serif; line-height: 20pt } p { margin: 12pt 0 }</style>
+<p>before</p><div style="margin-top: -30pt; border-top: 2pt solid red"></div><p>after</p>
+HTML
+"$VELLUM" negative2.html
+read -r _ before_y _ <<<"$(word_box negative2.pdf before)"
+read -r _ after_y _ <<<"$(word_box negative2.pdf after)"
+# The line of "before" ends 20pt below its top; -30pt with the 12pt above puts the border 18pt higher,
+# and "after" follows the 2pt border after its own 12pt margin: 20 - 18 + 2 + 12 = 16pt below "before".
+check "bordered block with a negative margin: moved up" '$2 - $1 > 15.5 && $2 - $1 < 16.5' "$before_y" "$after_y"
 
 # size: landscape alone turns the default paper.
 printf '<style>@page { size: landscape }</style><p>wide</p>' > landscape.html
