@@ -9,14 +9,14 @@ packages=(
     # libraries the product links against
     libxml2-dev libcurl4-gnutls-dev libgcrypt20-dev zlib1g-dev libpng-dev libjpeg-dev
     libgif-dev libtiff-dev libfreetype-dev libfontconfig-dev
-    # data the build turns into resources
-    w3c-sgml-lib unicode-data
+    # data the build turns into resources (ca-certificates: the CA bundle for HTTPS)
+    w3c-sgml-lib unicode-data ca-certificates
     # hyphenation patterns (tools/gen_hyph_patterns.py turns them into resources/hyph/)
     hyphen-en-us hyphen-en-gb hyphen-de hyphen-fr hyphen-es hyphen-it hyphen-nl hyphen-pt-pt
     # fonts the default style sheets name
     fonts-dejavu-core fonts-dejavu-extra fonts-liberation2 fonts-urw-base35 fonts-noto-core fonts-noto-cjk
     # tests
-    libgtest-dev libgmock-dev poppler-utils qpdf python3-fonttools python3-pil
+    libgtest-dev libgmock-dev poppler-utils qpdf python3-fonttools python3-pil openssl
 )
 
 missing=()

@@ -248,7 +248,16 @@ void apply(declared& d, page_property const& p) {
                    [&](prop_mark_offset const& x) { take(d.mark_offset, x.mark_offset_spec); },
                    [&](prop_page_label const& x) { take(d.page_label, x.page_label_spec); },
                    [&](prop_rotate_body const& x) { take(d.rotate_body, x.rotate_body_spec); },
-                   [&](prop_size const& x) { take(d.size, x.size_spec); },
+                   [&](prop_size const& x) {
+                       auto const before = d.size;
+                       take(d.size, x.size_spec);
+                       // An orientation alone ("size: landscape") turns the paper that the rules
+                       // before it chose, such as the command line's, rather than the default paper.
+                       if (d.size && !d.size->size_dims &&
+                           d.size->size_orientation != property_page::orientation::none && before) {
+                           d.size->size_dims = before->size_dims;
+                       }
+                   },
                    [&](style_prop const& x) { d.body.push_back(x.style_prop_property); },
                    [&](prop_shrink_margin_boxes const& x) {
                        take(d.shrink_margin_boxes, x.shrink_margin_boxes_spec);

@@ -135,27 +135,57 @@ pass_outcome pack_pass(log::log const& log,
 struct link_targets {
     log::log link_log;
     std::vector<resource::locator::locator> link_docs;
+    /// Each document's base, as its `base` element (or --baseurl) set it, in the order of `link_docs`.
+    std::vector<resource::locator::locator> link_doc_bases;
     std::shared_ptr<prepack::targets::pass_targets const> link_found;
 };
 
-// A link to a place in one of the input documents leads to the page where it landed; one whose target
-// is not known is dropped. Links elsewhere are web addresses, as written.
+// A link resolves against the base of the element that holds it: the document's own address, or what a
+// `base` element or xml:base made of it. A link to a place in one of the input documents leads to the
+// page where it landed; one whose target is not known is dropped. The document at its base address is
+// the document itself, so "#top" under `<base href="https://example.org/page">` stays in the PDF as a
+// browser's saved copy of that page would. Links elsewhere are web addresses: resolved against a base
+// that the document set, or as written when the base is the document's own address (a relative link
+// then stays relative to the PDF, as a set of local files would have it).
 std::optional<std::variant<pdf::dest::dest, pdf::action::action>> resolve_link(link_targets const& links,
                                                                                std::string const& url,
                                                                                std::string const& base) {
-    // The base is the text of the linking document's locator, as the style system wrote it.
-    auto const doc = base.empty() ? links.link_docs.front()
-                                  : resource::locator::parse_locator(resource::locator::path_or_url::path_or_url,
-                                                                     resource::locator::locator_origin::document_origin,
-                                                                     std::nullopt, base);
-    auto const target = prepack::targets::target_of(url, doc, doc);
-    auto const name = resource::locator::locator_url_to_string(target.target_docname);
-    bool const internal = std::any_of(links.link_docs.begin(), links.link_docs.end(), [&](auto const& d) {
-        return resource::locator::locator_url_to_string(d.locator_url) == name;
-    });
-    if (!internal) {
-        return pdf::action::action{pdf::action::uri{url}};
+    namespace loc = resource::locator;
+    // The base is the text of the linking element's base locator, as the style system wrote it.
+    auto const base_loc = base.empty() ? links.link_docs.front()
+                                       : loc::parse_locator(loc::path_or_url::path_or_url,
+                                                            loc::locator_origin::document_origin, std::nullopt, base);
+    // A bare fragment names a place in the base document itself.
+    auto resolved = base_loc;
+    if (url.starts_with('#')) {
+        resolved.locator_fragment = url.substr(1);
+    } else {
+        resolved = loc::resolve_locator(base_loc, url);
     }
+    auto const name = loc::locator_url_to_string(resolved.locator_url);
+    std::optional<loc::locator_url> doc;
+    for (std::size_t i = 0; i < links.link_docs.size() && !doc; ++i) {
+        bool const own = loc::locator_url_to_string(links.link_docs[i].locator_url) == name;
+        bool const at_base =
+            i < links.link_doc_bases.size() && loc::locator_url_to_string(links.link_doc_bases[i].locator_url) == name;
+        if (own || at_base) {
+            doc = links.link_docs[i].locator_url;
+        }
+    }
+    if (!doc) {
+        bool const own_base = std::any_of(links.link_docs.begin(), links.link_docs.end(), [&](auto const& d) {
+            return loc::locator_url_to_string(d.locator_url) == loc::locator_url_to_string(base_loc.locator_url);
+        });
+        if (own_base) {
+            return pdf::action::action{pdf::action::uri{url}};
+        }
+        auto address = loc::locator_to_string(resolved);
+        if (resolved.locator_fragment) {
+            address += "#" + *resolved.locator_fragment;
+        }
+        return pdf::action::action{pdf::action::uri{std::move(address)}};
+    }
+    prepack::target_name const target{.target_docname = *doc, .target_id = resolved.locator_fragment};
     auto const found = links.link_found->page_nums.find(prepack::targets::key_of(target));
     if (found == links.link_found->page_nums.end()) {
         log::log_debug(links.link_log, "link dropped, its target is unknown: " + url);
@@ -493,6 +523,9 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
     link_targets links{.link_log = log, .link_found = outcome.pass_report_of.report_found};
     for (auto const& doc : documents) {
         links.link_docs.push_back(doc->pack_doc_name);
+    }
+    for (auto const& doc : docs) {
+        links.link_doc_bases.push_back(doc.doc_base);
     }
     if (stream) {
         write_output(log, engine, first, outcome.pass_pages, outcome.pass_bookmarks, links,

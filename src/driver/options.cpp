@@ -13,6 +13,8 @@
 #include <set>
 #include <sstream>
 
+#include <sys/stat.h>
+
 #ifndef VELLUM_VERSION
 #define VELLUM_VERSION "unknown"
 #endif
@@ -223,6 +225,8 @@ struct parser {
     std::size_t next = 0;
     values v;
     std::vector<std::string> files;
+    /// `--log` took its value from the next argument rather than after "=".
+    bool log_from_next = false;
 
     // Stores a value, through the handler of a checked option. Returns an error message on failure.
     std::optional<std::string> store(option_spec const& spec, std::string_view shown, std::string_view value) {
@@ -311,6 +315,7 @@ struct parser {
         if (next >= args.size()) {
             return "option " + quoted(shown) + " needs an argument";
         }
+        log_from_next = log_from_next || spec->id == option::log;
         return store(*spec, shown, args[next++]);
     }
 
@@ -781,6 +786,35 @@ std::string prefix_of(std::optional<std::string> const& prefix_option, std::stri
     return slash == 0 ? "/" : dir.substr(0, slash);
 }
 
+namespace {
+
+// Whether a log file may be appended to: not a file argument, and new, empty or an earlier log.
+bool usable_log_file(std::string const& path, std::vector<std::string> const& files, std::string const& curdir) {
+    std::string const full = join_path(curdir, path);
+    struct stat log_stat {};
+    if (::stat(full.c_str(), &log_stat) != 0) {
+        return true;
+    }
+    for (auto const& f : files) {
+        struct stat file_stat {};
+        if (::stat(join_path(curdir, f).c_str(), &file_stat) == 0 && file_stat.st_dev == log_stat.st_dev &&
+            file_stat.st_ino == log_stat.st_ino) {
+            return false;
+        }
+    }
+    if (!S_ISREG(log_stat.st_mode) || log_stat.st_size == 0) {
+        return true;
+    }
+    // Every run's part of a log file opens with this line (see log::open_file_log).
+    constexpr std::string_view log_begin = "---- begin\n";
+    std::ifstream in(full, std::ios::binary);
+    std::string head(log_begin.size(), '\0');
+    in.read(head.data(), static_cast<std::streamsize>(head.size()));
+    return in && head == log_begin;
+}
+
+} // namespace
+
 options parse_options(log::log const& log, std::vector<std::string> const& args, std::string const& program_dir,
                       std::string const& curdir) {
     parser p{args};
@@ -788,6 +822,13 @@ options parse_options(log::log const& log, std::vector<std::string> const& args,
         return error{*e};
     }
     values const& v = p.v;
+    // "--log doc.html" with a value that was meant as a file argument would append log lines to a
+    // document: a log given so is only taken when it is new, empty or an earlier log, and never a file
+    // argument. "--log=FILE" says what it means and is taken as it stands.
+    if (auto const log_file = text(v, option::log); log_file && p.log_from_next && !usable_log_file(*log_file, p.files, curdir)) {
+        return error{"option `--log' names a file that is not a log: " + *log_file + " (write --log=" + *log_file +
+                     " to append to it all the same)"};
+    }
     if (flag(v, option::help)) {
         return help{};
     }

@@ -200,13 +200,29 @@ int on_large_stack(std::function<int()> const& body) {
     return c.call_status;
 }
 
+namespace {
+
+// The directory of the running program, under which the prefix lies. The kernel's link to the
+// executable holds its absolute path however it was started, through PATH or a symbolic link; where
+// there is no such link, the path by which it was started stands in.
+std::string own_directory(std::string const& argv0) {
+    std::error_code ec;
+    auto const exe = std::filesystem::read_symlink("/proc/self/exe", ec);
+    std::string const self = !ec && exe.is_absolute() ? exe.string() : argv0;
+    auto const slash = self.find_last_of('/');
+    if (slash == std::string::npos) {
+        return "";
+    }
+    return slash == 0 ? "/" : self.substr(0, slash);
+}
+
+} // namespace
+
 int run(int argc, char** argv) {
     // A closed output pipe ends the process rather than raising write errors.
     std::signal(SIGPIPE, SIG_DFL);
     std::vector<std::string> args(argv + (argc > 0 ? 1 : 0), argv + argc);
-    std::string const self = argc > 0 ? argv[0] : "";
-    auto const slash = self.find_last_of('/');
-    std::string const program_dir = slash == std::string::npos ? "" : self.substr(0, slash);
+    std::string const program_dir = own_directory(argc > 0 ? argv[0] : "");
     std::vector<char> cwd(4096);
     while (!getcwd(cwd.data(), cwd.size())) {
         if (errno != ERANGE) {

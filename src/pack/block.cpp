@@ -624,10 +624,12 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
     after.container.right = original_areas.container.right;
     after.container.bottom = original_areas.container.bottom;
     // The floats of the content reach out of the block: the bands below it keep their cuts.
-    after.available = floats::carry_out(c.areas.available, c.areas.container,
-                                        original_areas.available.empty() ? std::vector{original_areas.container}
-                                                                         : original_areas.available,
-                                        after.container.top);
+    auto outer = original_areas.available.empty() ? std::vector{original_areas.container} : original_areas.available;
+    // A negative margin may have pulled the box above the area's top: the room below it starts there.
+    if (outer.front().top < after.container.top) {
+        outer.front().top = after.container.top;
+    }
+    after.available = floats::carry_out(c.areas.available, c.areas.container, outer, after.container.top);
     if (after.available.empty()) {
         after.available = {after.container};
     }

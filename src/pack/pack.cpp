@@ -178,6 +178,28 @@ bool shows_content(css::page::page_style const& ps, css::page_rule::region r) {
     return std::holds_alternative<css::property::content_list>(s.content);
 }
 
+// The rules that may apply to the page of this number in its document. A page's place in its group
+// restarts with each run of named pages, so that "chapter:first" is the first page of each chapter; an
+// unnamed ":first" is the document's first page only, and its rules leave the others.
+css::page::pages page_rules_of(css::page::pages const& rules, int document_page, int group_page) {
+    if (document_page == group_page) {
+        return rules;
+    }
+    css::page::pages out;
+    for (auto const& rule : rules) {
+        auto const& p = rule.rule_page;
+        bool const unnamed_nth =
+            !p.page_name && std::ranges::any_of(p.page_classes, [&](css::page::page_class const& c) {
+                auto const* n = std::get_if<css::page::nth_page>(&c);
+                return n && n->page_number != document_page;
+            });
+        if (!unnamed_nth) {
+            out.push_back(rule);
+        }
+    }
+    return out;
+}
+
 // The margins that open the first page of a section. With nothing drawn above the body, the page's
 // own top margin counts as a margin already taken, and the first block's top margin collapses with it.
 mc::gap section_start_gap(css::page::page_style const& ps, paper::paper_areas const& pa) {
@@ -368,7 +390,8 @@ page_out pack_page(doc_state& st,
                                   .query_side =
                                       odd ? css::page::page_side::right : css::page::page_side::left,
                                   .query_blank = blank};
-    auto ps = css::page::page_style_of(st.rules, q, st.doc.doc_background);
+    auto ps = css::page::page_style_of(page_rules_of(st.rules, info.general.document_page_num, st.group_page), q,
+                                       st.doc.doc_background);
     if (ps.page_size_clamped) {
         log::log_warning_once(st.in.pass_log, "page size brought within 3pt to 14400pt (200in), the page sizes "
                                               "PDF viewers accept");

@@ -687,13 +687,20 @@ struct painter {
             background(page_box, *body.body_box_style, body.body_box_used_style);
         }
         if (body.body_style) {
-            // The document's background fills the page box inside its border.
+            // The document's background is the canvas: it covers the whole sheet as far as the bleed
+            // runs, margins included. A page rule that gives the page a background of its own keeps
+            // it, and the document's then fills the page box inside its border only.
             auto const& s = *body.body_style;
             css::used_style::used_style doc;
             doc.used_background_color = s.background ? s.background->background_color : css::color::transparent{};
             doc.used_background = s.background;
-            auto const inner = borders::inset(page_box, borders::border_widths(body.body_box_used_style.used_borders));
-            background(inner, s, doc);
+            bool const page_background =
+                body.body_box_style && paint_color::paint_of(body.body_box_used_style.used_background_color);
+            auto const& sheet = body.body_bleed_box;
+            auto const area = page_background
+                                  ? borders::inset(page_box, borders::border_widths(body.body_box_used_style.used_borders))
+                                  : borders::frame{sheet.left, sheet.bottom, sheet.right, sheet.top};
+            background(area, s, doc);
         }
         if (body.body_box_style) {
             border(page_box, *body.body_box_style, body.body_box_used_style);

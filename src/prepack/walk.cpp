@@ -141,6 +141,10 @@ struct walker {
     std::vector<targets::target_key> target_keys;
     /// The elements by id, for target-text(); gathered on first use.
     std::optional<std::map<std::string, dom::element_ref>> elements_by_id;
+    /// Named strings and target ids of hidden descendants (the head's title), for the next paragraph.
+    std::vector<thing> carried;
+    /// The HTML body whose background went to the canvas: its own box paints none.
+    dom::dom_element const* canvas_body = nullptr;
     // Names a kind of content that is not laid out as it asks, once per run however many elements
     // have it.
     void warn_once(std::string const& message) { log::log_warning_once(log, message); }
@@ -626,21 +630,49 @@ struct walker {
         }
     }
 
+    // The named strings and target ids of an element that makes no box, in its place, and those of its
+    // descendants, which wait in `carried` for the next paragraph: the title in the head then names
+    // the page where the text begins, without an empty block of its own in front of it.
+    void hidden_values(dom::element_ref const& e, style_ref const& style, std::vector<thing>& out) {
+        auto stuff = stuff_of(e, *style);
+        if (!stuff.text_values.empty() || stuff.given_ids) {
+            stuff.bookmark_stuff.reset();
+            out.push_back(th_values{std::move(stuff), style});
+        }
+        std::vector<dom::child_node> children;
+        {
+            std::lock_guard guard(process_lock());
+            children = e->dom_element_children.cell_value;
+        }
+        for (auto const& c : children) {
+            if (auto const* el = std::get_if<dom::element_child>(&c)) {
+                auto const& child = el->child_element;
+                auto const& child_info = dom::get_style_info(child->dom_element_style_info.get());
+                if (child_info.style_info_style) {
+                    hidden_values(child, child_info.style_info_style, carried);
+                }
+            }
+        }
+    }
+
     std::vector<thing> element(dom::element_ref const& e) {
         auto const info_ref = e->dom_element_style_info.get();
         auto const& info = dom::get_style_info(info_ref);
-        style_ref const style = info.style_info_style;
+        style_ref style = info.style_info_style;
         check(style != nullptr, "prepack_element");
+        if (e.get() == canvas_body) {
+            auto copy = *style;
+            copy.background = share(css::box::background{});
+            style = share(std::move(copy));
+        }
         auto const& s = *style;
         auto const kind = kind_of(s);
         if (kind == display_kind::none) {
-            // No box and no counters, but named strings and target ids still count.
-            auto stuff = stuff_of(e, s);
-            if (stuff.text_values.empty() && !stuff.given_ids) {
-                return {};
-            }
-            stuff.bookmark_stuff.reset();
-            return {th_values{std::move(stuff), style}};
+            // No box and no counters, but named strings and target ids still count, also those of
+            // the hidden descendants: the title in the head names the document in running heads.
+            std::vector<thing> out;
+            hidden_values(e, style, out);
+            return out;
         }
         if (unsupported(e)) {
             return {};
@@ -920,6 +952,15 @@ struct walker {
         auto const flush_run = [&] {
             text::collapse_spaces(run);
             if (text::has_content(run)) {
+                std::vector<span> front;
+                for (auto& t : carried) {
+                    if (auto* v = std::get_if<th_values>(&t)) {
+                        front.push_back(span_nested{
+                            nested_span{.span_style = v->style, .span_type = type_original{std::move(v->stuff)}}});
+                    }
+                }
+                carried.clear();
+                run.insert(run.begin(), std::make_move_iterator(front.begin()), std::make_move_iterator(front.end()));
                 text::apply_bidi(run, *style);
                 blocks.push_back(block{.block_content = bcontent_para{para{.para_spans = std::move(run)}},
                                        .block_style = anonymous_style(style)});
@@ -1473,6 +1514,12 @@ style_ref continued_style(style_ref const& s) {
     return share(std::move(copy));
 }
 
+bool values_only(block const& b) {
+    auto const* bs = std::get_if<bcontent_blocks>(&b.block_content);
+    return bs && bs->blocks.empty() && std::holds_alternative<type_original>(b.block_type) && b.block_style &&
+           *b.block_style == css::style::inherit_from(*b.block_style);
+}
+
 std::vector<piece> pieces_of(block const& b, css::box::page const& name) {
     if (!cut_inside(b, name)) {
         // Nothing inside is cut, so the breaks of its first and last descendants are the piece's.
@@ -1495,7 +1542,9 @@ std::vector<piece> pieces_of(block const& b, css::box::page const& name) {
     std::vector<run> runs;
     std::vector<piece> floating;
     for (auto const& c : *cuttable_children(b)) {
-        if (!in_flow(c)) {
+        // An empty block that only carries named strings or target ids (a hidden title, an empty
+        // anchor) takes no room and starts no section: like a float, it goes with the run it stands in.
+        if (!in_flow(c) || values_only(c)) {
             auto& to = runs.empty() ? floating : runs.back().run_pieces;
             to.push_back(piece{.piece_block = c, .piece_name = name});
             continue;
@@ -1563,12 +1612,58 @@ std::vector<page_sec> sections_of(block const& root) {
 
 } // namespace
 
+namespace {
+
+bool no_background(css::style::style const& s) {
+    if (!s.background) {
+        return true;
+    }
+    auto const& b = *s.background;
+    if (!std::holds_alternative<css::color::transparent>(b.background_color)) {
+        return false;
+    }
+    return std::ranges::all_of(b.background_image,
+                               [](auto const& i) { return std::holds_alternative<css::box::none_value>(i); });
+}
+
+// The first `body` child of the HTML root.
+std::optional<dom::element_ref> html_body(dom::dom_element const& root) {
+    std::vector<dom::child_node> children;
+    {
+        std::lock_guard guard(process_lock());
+        children = root.dom_element_children.cell_value;
+    }
+    for (auto const& c : children) {
+        if (auto const* el = std::get_if<dom::element_child>(&c)) {
+            if (styledom::tree::is_html_name(el->child_element->dom_element_name, "body")) {
+                return el->child_element;
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
 pack_document prepack_document(log::log const& log, styledom::styled_document const& doc) {
     auto const& dom_doc = *doc.styled_dom;
     walker w{.log = log, .doc = doc, .doc_url = dom_doc.dom_document_url};
     auto const root = dom::document_element(dom_doc);
     check(root.has_value(), "prepack_document");
-    auto const root_style = styledom::computed::style_of(**root);
+    auto root_style = styledom::computed::style_of(**root);
+    // The canvas takes the root's background; an HTML root with none takes the body's instead, and
+    // the body then paints none of its own.
+    if (no_background(*root_style) && styledom::tree::is_html_name((*root)->dom_element_name, "html")) {
+        if (auto const body = html_body(**root)) {
+            auto const body_style = styledom::computed::style_of(**body);
+            if (!no_background(*body_style)) {
+                auto canvas = *root_style;
+                canvas.background = body_style->background;
+                root_style = share(std::move(canvas));
+                w.canvas_body = body->get();
+            }
+        }
+    }
     auto things = w.element(*root);
     // The root is blockified by the style computation; whatever it made is gathered into one block.
     block root_block;

@@ -97,6 +97,29 @@ TEST(page, size_names_and_orientations) {
     }
 }
 
+TEST(page, an_orientation_alone_turns_the_paper_chosen_before) {
+    struct orient_case {
+        char const* sheet;
+        float width, height;
+    };
+    orient_case const cases[] = {
+        // The command line's --page-size comes in as an earlier rule of the user.
+        {"@page { size: a4 } @page { size: landscape }", 297 * mm, 210 * mm},
+        {"@page { size: a4 landscape } @page { size: portrait }", 210 * mm, 297 * mm},
+        {"@page { size: ledger } @page { size: portrait }", 792, 1224},
+        // "auto" goes back to the default paper; a later paper replaces the earlier one whole.
+        {"@page { size: a4 } @page { size: auto }", 612, 792},
+        {"@page { size: a4 landscape } @page { size: a5 }", 148 * mm, 210 * mm},
+        {"@page { size: landscape }", 792, 612},
+    };
+    for (auto const& c : cases) {
+        SCOPED_TRACE(c.sheet);
+        auto const ps = style_of(c.sheet);
+        EXPECT_NEAR(ps.page_size.paper_width, c.width, 0.01);
+        EXPECT_NEAR(ps.page_size.paper_height, c.height, 0.01);
+    }
+}
+
 TEST(page, size_in_em_counts_against_the_page_font) {
     auto const ps = style_of("@page { font-size: 20pt; size: 10em 20em }");
     EXPECT_FLOAT_EQ(ps.page_size.paper_width, 200);

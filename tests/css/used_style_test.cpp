@@ -58,6 +58,21 @@ TEST(used_style, heights_need_a_known_container) {
     EXPECT_EQ(known.used_max_height, 80.0f);
 }
 
+TEST(used_style, min_and_max_width_hold_the_width) {
+    // An auto width is cut down to max-width, and the margins are left for "auto" to share.
+    EXPECT_EQ(used_style_of(styled("max-width: 60pt"), 100, {}).used_width, 60);
+    EXPECT_EQ(used_style_of(styled("max-width: 50%"), 300, {}).used_width, 150);
+    EXPECT_EQ(used_style_of(styled("width: 80pt; max-width: 60pt"), 100, {}).used_width, 60);
+    // min-width wins over max-width and over the container.
+    EXPECT_EQ(used_style_of(styled("width: 20pt; min-width: 50pt"), 100, {}).used_width, 50);
+    EXPECT_EQ(used_style_of(styled("max-width: 30pt; min-width: 50pt"), 100, {}).used_width, 50);
+    EXPECT_EQ(used_style_of(styled("min-width: 150pt"), 100, {}).used_width, 150);
+    // With border-box sizing both limits measure the border box.
+    EXPECT_EQ(used_style_of(styled("box-sizing: border-box; padding: 5pt; max-width: 60pt"), 100, {}).used_width,
+              50);
+    EXPECT_EQ(used_style_of(styled("max-width: none; padding: 5pt"), 100, {}).used_width, 90);
+}
+
 TEST(used_style, offsets_and_indent) {
     EXPECT_TRUE(
         std::holds_alternative<no_used_offsets>(used_style_of(styled("top: 5pt"), 100, {}).used_offsets));
@@ -68,7 +83,8 @@ TEST(used_style, offsets_and_indent) {
     EXPECT_EQ(o->offset_top, 5.0f);
     EXPECT_FALSE(o->offset_bottom);
     EXPECT_EQ(o->offset_left, 10.0f);
-    EXPECT_EQ(u.used_text_indent, (used_indent{indent_type::hanging, 24}));
+    // A negative indent stays negative: the first line starts left of the others.
+    EXPECT_EQ(u.used_text_indent, (used_indent{indent_type::indent, -24}));
     EXPECT_THROW(offset_length(box::auto_value{}, 100), internal_error);
     EXPECT_EQ(offset_length(units::percentage{50}, 100), 50);
 }

@@ -464,6 +464,35 @@ TEST(options, reads_input_lists) {
     EXPECT_EQ(r.log_text, "vellum: " + missing + ": error: No such file or directory\n");
 }
 
+TEST(options, takes_a_separate_log_argument_only_when_it_is_a_log) {
+    scratch_dir dir;
+    auto const doc = dir.write("doc.html", "<p>text</p>");
+    auto const old_log = dir.write("old.log", "---- begin\nThu: Loading document...\n");
+    auto const empty = dir.write("empty.log", "");
+    auto const fresh = (dir.path / "new.log").string();
+    auto log_type_of = [](std::vector<std::string> const& args) {
+        return command_of(args).log_options.log_type;
+    };
+    // A document (not a log) given as a separate argument is refused, before anything is written.
+    EXPECT_EQ(error_of({"--log", doc, "in.html", "out.pdf"}),
+              "option `--log' names a file that is not a log: " + doc + " (write --log=" + doc +
+                  " to append to it all the same)");
+    EXPECT_EQ(std::filesystem::file_size(doc), 11u);
+    // A new file, an empty one and an earlier log are taken.
+    EXPECT_EQ(log_type_of({"--log", fresh, "in.html"}), log_type(file_log{fresh}));
+    EXPECT_EQ(log_type_of({"--log", empty, "in.html"}), log_type(file_log{empty}));
+    EXPECT_EQ(log_type_of({"--log", old_log, "in.html"}), log_type(file_log{old_log}));
+    // Never one of the file arguments, even when new or empty: the same file by another name too.
+    EXPECT_NE(error_of({"--log", empty, empty, "out.pdf"}), "(no error)");
+    EXPECT_NE(error_of({"in.html", "--log", old_log, "-o", "out.pdf", dir.path.string() + "/./old.log"}),
+              "(no error)");
+    // Relative names are taken from the working directory.
+    auto r = parse({"--log", "doc.html", "in.html"}, "/opt/vellum/bin", dir.path.string());
+    EXPECT_TRUE(std::holds_alternative<error>(r.value));
+    // "--log=FILE" says what it means.
+    EXPECT_EQ(log_type_of({"--log=" + doc, "in.html"}), log_type(file_log{doc}));
+}
+
 TEST(help, prints_usage_and_option_help_exactly) {
     EXPECT_EQ(help::usage_text(), "Usage:\n"
                                   "  vellum [OPTIONS] doc.html              Convert doc.html to doc.pdf\n"

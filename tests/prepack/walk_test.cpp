@@ -98,6 +98,75 @@ three<span class="dn">third note</span></p>
     EXPECT_NE(w.dump.find("\"fixed\""), std::string::npos);
 }
 
+// The box tree of an HTML text, through the real front of the pipeline.
+std::optional<pack_document> document_of(std::string const& html) {
+    auto const dir = std::filesystem::temp_directory_path() /
+                     ("prepack_walk_doc_" + std::to_string(::getpid()) + "_" +
+                      ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    std::filesystem::create_directories(dir);
+    std::ofstream(dir / "doc.html") << html;
+    log::log l{.log_stderr = log::console_log::console_log{.console_out = std::tmpfile()}};
+    auto doc = box_support::boxes_of_file(l, VELLUM_BINARY_DIR, dir / "doc.html");
+    std::filesystem::remove_all(dir);
+    if (!doc) {
+        return std::nullopt;
+    }
+    return std::move(*doc);
+}
+
+// Whether any block in the list paints this background colour.
+bool paints(block_list const& blocks, css::color::color const& c) {
+    for (std::size_t i = 0; i < blocks.size(); ++i) {
+        auto const& b = blocks[i];
+        if (b.block_style && b.block_style->background && b.block_style->background->background_color == c) {
+            return true;
+        }
+        if (auto const* bs = std::get_if<bcontent_blocks>(&b.block_content); bs && paints(bs->blocks, c)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+css::color::color background_of(pack_document const& d) {
+    return d.doc_background && d.doc_background->background ? d.doc_background->background->background_color
+                                                             : css::color::color{css::color::transparent{}};
+}
+
+TEST(walk, the_canvas_takes_the_root_or_body_background) {
+    css::color::color const blue = css::color::rgb{0, 0, 1};
+    css::color::color const red = css::color::rgb{1, 0, 0};
+    // The body's background goes to the canvas, and the body's box paints none.
+    auto const from_body = document_of("<body style=\"background: #0000ff\"><p>x</p></body>");
+    ASSERT_TRUE(from_body);
+    EXPECT_EQ(background_of(*from_body), blue);
+    ASSERT_EQ(from_body->pack_doc_content.size(), 1u);
+    EXPECT_FALSE(paints(from_body->pack_doc_content[0].sec_blocks, blue));
+    // The root's own background wins, and the body keeps its own.
+    auto const from_root =
+        document_of("<html style=\"background: #ff0000\"><body style=\"background: #0000ff\"><p>x</p></body></html>");
+    ASSERT_TRUE(from_root);
+    EXPECT_EQ(background_of(*from_root), red);
+    EXPECT_TRUE(paints(from_root->pack_doc_content[0].sec_blocks, blue));
+    // No background anywhere: the canvas is transparent.
+    auto const none = document_of("<p>x</p>");
+    ASSERT_TRUE(none);
+    EXPECT_EQ(background_of(*none), css::color::color{css::color::transparent{}});
+}
+
+TEST(walk, hidden_elements_keep_their_named_strings) {
+    // The default sheet gives the title a string; the head makes no box, yet the string is set.
+    auto const w = walk_html("<title>The Title</title><p>x</p><div style=\"display: none\"><span "
+                             "style=\"string-set: inner 'deep'\"></span></div><p>y</p>");
+    EXPECT_NE(w.dump.find("string(title)=\"The Title\""), std::string::npos) << w.dump;
+    EXPECT_NE(w.dump.find("string(inner)=\"deep\""), std::string::npos) << w.dump;
+    // Riding with the content, the title starts no page section of its own before a named body.
+    auto const named = document_of("<title>T</title><style>body { page: cover }</style><p>x</p>");
+    ASSERT_TRUE(named);
+    ASSERT_EQ(named->pack_doc_content.size(), 1u);
+    EXPECT_EQ(named->pack_doc_content[0].sec_desc.sec_page_name, std::optional<std::string>("cover"));
+}
+
 TEST(walk, counters_hold_at_the_ends_of_the_integer_range) {
     auto const w = walk_html(R"(<style>
 p { counter-reset: up 2147483647 down -2147483648 }
