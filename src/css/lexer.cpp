@@ -101,7 +101,8 @@ struct scanner {
     // An identifier starts with a name character, or with "-" and one.
     bool is_ident_start_at(std::size_t p) const {
         if (!at_end(p) && text[p] == '-') {
-            return is_name_start_at(p + 1);
+            // "--" starts the name of a custom property ("-->" is taken before identifiers).
+            return is_name_start_at(p + 1) || (!at_end(p + 1) && text[p + 1] == '-');
         }
         return is_name_start_at(p);
     }

@@ -668,7 +668,6 @@ struct sheet_reader {
                 holds = media_holds(*queries);
             }
         } else if (name == "supports") {
-            --rc.pos;
             holds = supports_condition();
         } else if (name == "layer") {
             rc.skip_spaces();
