@@ -97,7 +97,7 @@ TEST(computed_values, custom_properties_inherit_and_substitute_per_element) {
 
 TEST(computed_values, rem_follows_the_root_and_vw_the_page_area) {
     styled const s("units", R"(<style>
-        @page { size: 400pt 600pt; margin: 50pt }
+        @page { size: 400pt 600pt; margin: 5rem }
         html { font-size: 10pt }
         body { font-size: 20pt }
         #rem { margin-left: 2rem; font-size: 1.5rem }
@@ -106,7 +106,7 @@ TEST(computed_values, rem_follows_the_root_and_vw_the_page_area) {
         </style><body><p id="rem">a</p><p id="vw">b</p><p id="vh">c</p></body>)");
     EXPECT_FLOAT_EQ(margin_left(s.by_id("rem")), 20);
     EXPECT_FLOAT_EQ(s.by_id("rem").font_size, 15);
-    // The page area is 300pt by 500pt.
+    // The page area is 300pt by 500pt: the page margin in rem counts against the root font.
     EXPECT_FLOAT_EQ(margin_left(s.by_id("vw")), 30);
     EXPECT_FLOAT_EQ(margin_left(s.by_id("vh")), 50);
 }

@@ -1,7 +1,9 @@
 #include "css/styledom/styledom.hpp"
 
 #include "css/lexer.hpp"
+#include "css/compute_style.hpp"
 #include "css/page.hpp"
+#include "css/substitute.hpp"
 #include "util/cell.hpp"
 #include "util/result.hpp"
 
@@ -407,6 +409,34 @@ float root_font_size_of(tree::dom_tree const& t, dom::dom_element const& e) {
     return 12;
 }
 
+// Page rules hold no element: var() in them takes the root element's custom properties, and rem, em
+// and page units in them its font size. A value that doesn't resolve stays as written and is dropped
+// when the page properties are typed.
+void resolve_page_values(std::vector<css::page_rule::page_rule>& pages, css::style::style const& root,
+                         std::pair<float, float> area) {
+    css::substitute::context const ctx{.customs = root.custom_properties.get(),
+                                       .root_font_size = root.font_size,
+                                       .page_width = area.first,
+                                       .page_height = area.second,
+                                       .font_size = root.font_size,
+                                       .dpi = css::compute_style::css_dpi()};
+    auto const resolve = [&](css::declarations& decls) {
+        for (auto& d : decls) {
+            if (css::substitute::needs_element(d.value)) {
+                if (auto v = css::substitute::substitute(d.value, ctx)) {
+                    d.value = std::move(*v);
+                }
+            }
+        }
+    };
+    for (auto& page : pages) {
+        resolve(page.page_declarations);
+        for (auto& [region, decls] : page.page_regions) {
+            resolve(decls);
+        }
+    }
+}
+
 } // namespace
 
 document_rules index_document_rules(sheets::collected collected, bool use_author_style, style_hooks hooks) {
@@ -525,6 +555,11 @@ struct walk {
     cascaded current;
     /// The root element's font size once it is styled, for rem.
     float root_font_size = 12;
+    /// The first page's area, for vw and vh.
+    std::pair<float, float> page_area = {612, 792};
+    /// The page rules, whose values are resolved against the root element once it is styled; null when
+    /// a subtree is styled again.
+    css::parser::env* page_env = nullptr;
 
     void visit(dom::dom_element& e,
                dom::style_info const* parent,
@@ -553,12 +588,16 @@ struct walk {
                                     .request_cascade = current,
                                     .request_bases = *rules.rules_bases,
                                     .request_root_font_size = parent == nullptr ? 12 : root_font_size,
-                                    .request_page_area = rules.rules_page_area};
+                                    .request_page_area = page_area};
         auto const& compute = rules.rules_hooks.compute;
         ref<dom::style_info> const info = compute ? compute(log, request) : base_style_info(log, request);
         check(info != nullptr, "style_subtree");
         if (parent == nullptr && info->style_info_style) {
             root_font_size = info->style_info_style->font_size;
+            if (page_env != nullptr) {
+                resolve_page_values(page_env->pages, *info->style_info_style, page_area);
+                page_area = first_page_area(*page_env);
+            }
         }
         e.dom_element_style_info.set(dom::style_info_set{info});
 
@@ -597,6 +636,7 @@ void style_subtree(log::log const& log,
     }
     w.buffers.ancestors_known = true;
     w.root_font_size = root_font_size_of(w.dom_tree, e);
+    w.page_area = rules.rules_page_area;
     auto const context = context_of(e);
     std::optional<std::string> lang = context.parent_lang;
     if (parent != nullptr) {
@@ -622,7 +662,12 @@ styled_document style_document(log::log const& log,
            .prefetching = sheets::has_prefetch_threads(loader),
            .links = tree::make_link_table(**root)};
     w.buffers.ancestors_known = true;
+    w.page_area = rules.rules_page_area;
+    if (rules.rules_hooks.compute) {
+        w.page_env = &rules.rules_env;
+    }
     w.visit(**root, nullptr, doc->dom_document_base.get(), std::nullopt);
+    rules.rules_page_area = w.page_area;
     return styled_document{.styled_dom = doc, .styled_rules = std::move(rules)};
 }
 
