@@ -4,6 +4,7 @@
 
 #include "css/lexer.hpp"
 
+#include <algorithm>
 #include <cstddef>
 #include <span>
 
@@ -13,6 +14,16 @@ namespace vellum::css::cursor {
 struct cursor {
     std::span<lexer::token const> tokens;
     std::size_t pos = 0;
+    /// The line of each token, when the scanner counted them; empty otherwise.
+    std::span<int const> lines = {};
+
+    /// The line of the current token (the last one at the end), or 0 when lines weren't counted.
+    int line() const {
+        if (lines.empty()) {
+            return 0;
+        }
+        return lines[std::min(pos, lines.size() - 1)];
+    }
 
     bool at_end() const { return pos >= tokens.size(); }
 

@@ -21,6 +21,9 @@ struct declaration {
     bool important = false;
     /// The declaration's running number among all declarations read for a document.
     int index = 0;
+    /// The cascade layer the declaration was written in, 0 outside any layer; a greater one wins among
+    /// normal declarations, and outside any layer beats all layers.
+    int layer = 0;
     bool operator==(declaration const&) const = default;
 };
 

@@ -101,7 +101,8 @@ struct scanner {
     // An identifier starts with a name character, or with "-" and one.
     bool is_ident_start_at(std::size_t p) const {
         if (!at_end(p) && text[p] == '-') {
-            return is_name_start_at(p + 1);
+            // "--" starts the name of a custom property ("-->" is taken before identifiers).
+            return is_name_start_at(p + 1) || (!at_end(p + 1) && text[p + 1] == '-');
         }
         return is_name_start_at(p);
     }
@@ -466,7 +467,7 @@ std::string quoted(std::string_view s) {
     return out + "\"";
 }
 
-std::vector<token> scan(std::string_view text, comments mode) {
+std::vector<token> scan(std::string_view text, comments mode, std::vector<int>* lines) {
     // The scanner works on bytes; text that isn't UTF-8 is repaired first so that every name holds
     // well-formed characters.
     std::string repaired;
@@ -482,7 +483,16 @@ std::vector<token> scan(std::string_view text, comments mode) {
     // While a group too deep is being cut out: the depth at which it began; else no_cut.
     constexpr std::size_t no_cut = SIZE_MAX;
     std::size_t cutting = no_cut;
+    // The line of the token about to be read, counted up to `counted`.
+    int line = 1;
+    std::size_t counted = 0;
     while (sc.pos < text.size()) {
+        if (lines != nullptr) {
+            for (; counted < sc.pos; ++counted) {
+                line += text[counted] == '\n' ? 1 : 0;
+            }
+        }
+        int const token_line = line;
         auto t = sc.next();
         if (!t || (mode == comments::drop && is(*t, symbol::comment))) {
             continue;
@@ -500,11 +510,17 @@ std::vector<token> scan(std::string_view text, comments mode) {
             if (cutting == no_cut && open.size() == max_nesting) {
                 cutting = open.size();
                 out.push_back(delim{nesting_cut});
+                if (lines != nullptr) {
+                    lines->push_back(token_line);
+                }
             }
             open.push_back(*close);
         }
         if (cutting == no_cut) {
             out.push_back(std::move(*t));
+            if (lines != nullptr) {
+                lines->push_back(token_line);
+            }
         }
     }
     return out;

@@ -137,8 +137,9 @@ inline constexpr std::size_t max_nesting = 64;
 /// scanner never makes of the text).
 inline constexpr char32_t nesting_cut = 0xFFFF;
 
-/// Cuts UTF-8 text into tokens. Never fails: anything unexpected becomes a delim.
-std::vector<token> scan(std::string_view text, comments mode = comments::drop);
+/// Cuts UTF-8 text into tokens. Never fails: anything unexpected becomes a delim. With `lines`, the
+/// line (from 1) on which each token starts is put there, one entry per token.
+std::vector<token> scan(std::string_view text, comments mode = comments::drop, std::vector<int>* lines = nullptr);
 
 /// Whether the scanner cut out groups nested too deeply.
 bool has_nesting_cut(std::vector<token> const& tokens);

@@ -1,5 +1,9 @@
 #include "css/media.hpp"
 
+#include "css/units.hpp"
+
+#include <cmath>
+
 #include "css/terms.hpp"
 
 namespace vellum::css::media {
@@ -96,8 +100,62 @@ std::optional<double> numeric(value::value const& v) {
 
 // Paged output is in colour, has no grid and no pointer. Features that depend on the page size aren't
 // known while style sheets are read, so they don't hold, and neither do unknown features.
-bool expression_holds(media_expression const& e) {
+// A length of a media feature in points; em counts against the initial font size.
+std::optional<float> feature_length(value::value const& v) {
+    auto const l = units::length_from_value(v);
+    if (!l) {
+        return std::nullopt;
+    }
+    return units::to_points(*l, {.resolution_font_size = 12, .resolution_dpi = 96});
+}
+
+// width, height, their min- and max- forms, and orientation, against the page.
+std::optional<bool> page_feature_holds(media_expression const& e, std::pair<float, float> const& page) {
+    std::string_view name = e.feature_name;
+    if (name == "orientation") {
+        auto const* i = e.feature_value ? std::get_if<value::ident>(&*e.feature_value) : nullptr;
+        if (i == nullptr) {
+            return e.feature_value ? std::optional<bool>(false) : std::optional<bool>(true);
+        }
+        std::string const want = lexer::ascii_lower(i->ident_name);
+        bool const portrait = page.second >= page.first;
+        return want == (portrait ? "portrait" : "landscape");
+    }
+    int bound = 0;
+    if (name.starts_with("min-")) {
+        bound = -1;
+        name.remove_prefix(4);
+    } else if (name.starts_with("max-")) {
+        bound = 1;
+        name.remove_prefix(4);
+    }
+    if (name != "width" && name != "height") {
+        return std::nullopt;
+    }
+    float const actual = name == "width" ? page.first : page.second;
+    if (!e.feature_value) {
+        return bound == 0 ? std::optional<bool>(actual > 0) : std::nullopt;
+    }
+    auto const wanted = feature_length(*e.feature_value);
+    if (!wanted) {
+        return false;
+    }
+    // Lengths in points from CSS pixels don't come out exact; a hair's breadth is equality.
+    constexpr float hair = 0.01f;
+    switch (bound) {
+    case -1: return actual >= *wanted - hair;
+    case 1: return actual <= *wanted + hair;
+    default: return std::abs(actual - *wanted) <= hair;
+    }
+}
+
+bool expression_holds(media_expression const& e, std::optional<std::pair<float, float>> const& page) {
     std::string_view const name = e.feature_name;
+    if (page) {
+        if (auto const holds = page_feature_holds(e, *page)) {
+            return *holds;
+        }
+    }
     if (name == "color") {
         return !e.feature_value || numeric(*e.feature_value).value_or(0) == 8;
     }
@@ -110,12 +168,12 @@ bool expression_holds(media_expression const& e) {
     return false;
 }
 
-bool query_holds(media_query const& q, std::string_view medium) {
+bool query_holds(media_query const& q, std::string_view medium, std::optional<std::pair<float, float>> const& page) {
     if (q.media_type != "all" && q.media_type != lexer::ascii_lower(medium)) {
         return false;
     }
     for (auto const& e : q.expressions) {
-        if (!expression_holds(e)) {
+        if (!expression_holds(e, page)) {
             return false;
         }
     }
@@ -158,15 +216,15 @@ result<query_list> parse_query_text(std::string_view text) {
     return list;
 }
 
-bool matches(query_list const& list, std::string_view medium) {
+bool matches(query_list const& list, std::string_view medium, std::optional<std::pair<float, float>> const& page) {
     if (list.empty()) {
         return true;
     }
     for (auto const& q : list) {
         bool const holds = std::visit(overloaded{
-                                          [&](media_query const& m) { return query_holds(m, medium); },
+                                          [&](media_query const& m) { return query_holds(m, medium, page); },
                                           [&](not_media_query const& n) {
-                                              return !query_holds(n.negated_query, medium);
+                                              return !query_holds(n.negated_query, medium, page);
                                           },
                                       },
                                       q);

@@ -8,6 +8,7 @@
 #include "util/result.hpp"
 
 #include <optional>
+#include <utility>
 #include <string>
 #include <variant>
 #include <vector>
@@ -48,6 +49,9 @@ using query_list = std::vector<query>;
 [[nodiscard]] result<query_list> parse_query_text(std::string_view text);
 
 /// Whether a query list holds for the medium; types compare in lower case, "all" fits every medium.
-bool matches(query_list const& list, std::string_view medium);
+/// With the page's width and height in points, the features width, height (and their min- and max-
+/// forms) and orientation are measured against them; without, they hold for nothing.
+bool matches(query_list const& list, std::string_view medium,
+             std::optional<std::pair<float, float>> const& page = std::nullopt);
 
 } // namespace vellum::css::media

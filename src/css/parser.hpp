@@ -30,10 +30,16 @@ struct style_rule {
     bool operator==(style_rule const&) const = default;
 };
 
-/// A problem met while reading sheets: the file it concerns and the message.
+/// What a warning is about: a sheet that couldn't be read, or something in its text that was skipped.
+enum class warning_kind { load, syntax };
+
+/// A problem met while reading sheets: the file it concerns, the line (0 for the file as a whole) and the
+/// message.
 struct warning {
     std::string warning_file;
     std::string warning_text;
+    int warning_line = 0;
+    warning_kind warning_type = warning_kind::load;
     bool operator==(warning const&) const = default;
 };
 
@@ -60,6 +66,17 @@ struct env {
     int import_count = 0;
     /// Which property names are known; unknown ones are dropped. Null keeps every name.
     terms::property_filter known_property = nullptr;
+    /// Which values suit their properties, for the warnings and for @supports; null takes all.
+    terms::value_check valid_value = nullptr;
+    /// The full names of the cascade layers ("base", "base.reset"), in the order first met; a
+    /// declaration's `layer` is a position in this list plus one until `finish_layers` ranks them.
+    std::vector<std::string> layers;
+    /// The page area's width and height in points, for the media features width, height and
+    /// orientation; unknown, they hold for no value.
+    std::optional<std::pair<float, float>> media_page_area;
+    /// Whether a media query asked about the page's width, height or orientation, so that the sheets
+    /// must be read again when their own @page rules give another size.
+    bool media_page_asked = false;
     bool operator==(env const&) const = default;
 };
 
@@ -96,7 +113,13 @@ env new_env(std::string media);
 /// Converts the bytes of a sheet to UTF-8: a byte-order mark decides, then "@charset", then UTF-8.
 std::string decode_sheet(std::string_view bytes);
 
-/// Logs each warning of the environment at level warning, with its file as the source.
+/// Turns the layer numbers of the declarations into their rank in the cascade, once all sheets are read:
+/// a layer ranks above the layers declared before it, and a layer's own rules above its sublayers.
+void finish_layers(env& e);
+
+/// Logs the warnings of the environment with their file (and line) as the source: sheets that couldn't
+/// be read at level warning, problems in their text at level info, with one warning that counts them
+/// when the log doesn't show info.
 void log_warnings(log::log const& log, env const& e);
 
 } // namespace vellum::css::parser

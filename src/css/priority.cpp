@@ -13,7 +13,15 @@ int weight(origin o, bool important) {
 }
 
 priority of(declaration const& d, selector::specific s) {
-    return {weight(d.origin, d.important), s.a, s.b, s.c, d.index};
+    // Outside any layer ranks above every layer.
+    constexpr int unlayered = 1 << 20;
+    int const rank = d.layer == 0 ? unlayered : d.layer;
+    return {.weight = weight(d.origin, d.important),
+            .layer = d.important ? -rank : rank,
+            .a = s.a,
+            .b = s.b,
+            .c = s.c,
+            .index = d.index};
 }
 
 } // namespace vellum::css::priority

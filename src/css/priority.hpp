@@ -12,6 +12,9 @@ namespace vellum::css::priority {
 /// Compared field by field.
 struct priority {
     int weight = 0;
+    /// The rank of the declaration's cascade layer: among normal declarations a later layer wins and
+    /// unlayered ones win over all; among important ones the order turns round.
+    int layer = 0;
     int a = 0;
     int b = 0;
     int c = 0;

@@ -1,5 +1,7 @@
 #include "css/property.hpp"
 
+#include "css/substitute.hpp"
+
 #include "css/property_parse.hpp"
 
 #include <array>
@@ -97,6 +99,19 @@ std::optional<property> parse_declaration(declaration const& d) {
 }
 
 bool valid_declaration(declaration const& d) {
+    // Custom properties take anything; var() is checked when an element substitutes it.
+    if (d.prop_name.starts_with("--")) {
+        return true;
+    }
+    if (substitute::has_var(d.value)) {
+        return propnames::lookup_property(d.prop_name).has_value();
+    }
+    // rem, page units and math functions are checked as they resolve on a page of the default size.
+    if (substitute::needs_element(d.value)) {
+        auto const plain = substitute::substitute(d.value, {});
+        auto const p = propnames::lookup_property(d.prop_name);
+        return plain && p && parse_declaration(*p, *plain).has_value();
+    }
     return parse_declaration(d).has_value();
 }
 

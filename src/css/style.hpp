@@ -2,6 +2,7 @@
 // sub-records, so that a child that changes nothing in a group shares its parent's.
 #pragma once
 
+#include "css/substitute.hpp"
 #include "css/box.hpp"
 #include "css/color.hpp"
 #include "css/fonts.hpp"
@@ -50,6 +51,8 @@ struct bit_props {
 /// The computed style. Lengths are in points; percentages that wait for a containing block stay
 /// percentages. The default values are the initial style.
 struct style {
+    /// The custom properties ("--name"), inherited as a whole; null for none.
+    ref<substitute::custom_properties> custom_properties;
     ref<svgstyle::svgstyle> svgstyle;
     ref<box::background> background;
     box::image_resolution background_image_resolution = box::resolution_normal{};

@@ -110,9 +110,20 @@ result<value::value> attr_function(cursor::cursor& c, context const& ctx) {
     return value::value{out};
 }
 
+result<value::value> term_in(cursor::cursor& c, context const& ctx, bool math);
+
+// calc(), min(), max() and clamp() take the operators "+", "-", "*" and "/" and brackets among their
+// terms.
+bool is_math_function(std::string_view name) {
+    return lexer::equals_ignoring_case(name, "calc") || lexer::equals_ignoring_case(name, "min") ||
+           lexer::equals_ignoring_case(name, "max") || lexer::equals_ignoring_case(name, "clamp") ||
+           lexer::equals_ignoring_case(name, "-webkit-calc");
+}
+
 // The arguments of a function: comma-separated runs of terms up to ")". The end of the text closes an
 // open function, as it closes every open construct of a sheet.
 result<value::value> function(cursor::cursor& c, context const& ctx, std::string const& name) {
+    bool const math = is_math_function(name);
     if (lexer::equals_ignoring_case(name, "attr")) {
         return attr_function(c, ctx);
     }
@@ -133,6 +144,12 @@ result<value::value> function(cursor::cursor& c, context const& ctx, std::string
     while (true) {
         c.skip_spaces();
         if (c.at_end() || c.accept(symbol::close_paren)) {
+            // "content()" is short for "content(text)", the running-header idiom of string-set and
+            // bookmark-label.
+            if (run.empty() && out.function_args.empty() && lexer::equals_ignoring_case(name, "content")) {
+                out.function_args.push_back(value::ident{"text"});
+                break;
+            }
             if (!end_argument()) {
                 return fail(name + "(): empty argument");
             }
@@ -144,7 +161,7 @@ result<value::value> function(cursor::cursor& c, context const& ctx, std::string
             }
             continue;
         }
-        auto t = parse_term(c, ctx);
+        auto t = term_in(c, ctx, math);
         if (!t) {
             return fail(t.error());
         }
@@ -174,46 +191,98 @@ bool at_term_end(cursor::cursor const& c, term_end end) {
 // One declaration at the cursor, which stands on its name. Fails without consuming a defined amount;
 // the caller skips to the next declaration.
 result<declaration> one_declaration(cursor::cursor& c, list_context const& ctx) {
+    if (c.get<lexer::ident>() == nullptr && !c.at_end()) {
+        return fail("declaration: property name expected, found '" + lexer::to_text(c.peek()) + "'");
+    }
     auto const* name = c.get<lexer::ident>();
     if (name == nullptr) {
         return fail("declaration: property name expected");
     }
     ++c.pos;
-    declaration out{.prop_name = lexer::ascii_lower(name->ident_name), .origin = ctx.origin};
+    // Custom property names are case-sensitive; all others are not.
+    bool const custom = is_custom_property(name->ident_name);
+    declaration out{.prop_name = custom ? name->ident_name : lexer::ascii_lower(name->ident_name),
+                    .origin = ctx.origin};
     c.skip_spaces();
     if (!c.accept(symbol::colon)) {
-        return fail("declaration: ':' expected");
+        return fail("declaration of '" + out.prop_name + "': ':' expected");
     }
     c.skip_spaces();
     auto v = parse_terms(c, ctx.terms, term_end::declaration);
     if (!v) {
-        return fail(v.error());
+        return fail("declaration of '" + out.prop_name + "': " + v.error());
     }
     out.value = std::move(*v);
     if (c.accept(symbol::bang)) {
         c.skip_spaces();
         auto const* word = c.get<lexer::ident>();
         if (word == nullptr || word->ident_name != "important") {
-            return fail("declaration: 'important' expected after '!'");
+            return fail("declaration of '" + out.prop_name + "': 'important' expected after '!'");
         }
         ++c.pos;
         out.important = true;
     }
     c.skip_spaces();
     if (!c.at_end() && !c.is(symbol::close_brace) && !c.accept(symbol::semicolon)) {
-        return fail("declaration: ';' expected");
+        return fail("declaration of '" + out.prop_name + "': ';' expected");
     }
     return out;
 }
 
+void tell(list_context const& ctx, int line, std::string text) {
+    if (ctx.problems != nullptr) {
+        ctx.problems->push_back({line, std::move(text)});
+    }
+}
+
 } // namespace
 
+bool is_custom_property(std::string_view name) {
+    return name.size() > 2 && name.starts_with("--");
+}
+
+bool at_nested_rule(cursor::cursor const& c) {
+    if (auto const* i = c.get<lexer::ident>(); i != nullptr && is_custom_property(i->ident_name)) {
+        return false;
+    }
+    cursor::cursor probe = c;
+    while (!probe.at_end()) {
+        if (probe.is(symbol::open_brace)) {
+            return true;
+        }
+        if (probe.is(symbol::semicolon) || probe.is(symbol::close_brace)) {
+            return false;
+        }
+        cursor::skip_component(probe);
+    }
+    return false;
+}
+
 result<value::value> parse_term(cursor::cursor& c, context const& ctx) {
+    return term_in(c, ctx, false);
+}
+
+namespace {
+
+result<value::value> term_in(cursor::cursor& c, context const& ctx, bool math) {
     if (c.at_end()) {
         return fail("term expected");
     }
     lexer::token const& t = c.peek();
     ++c.pos;
+    if (math) {
+        // Inside a math function an operator stands alone as an identifier of its own sign, and a
+        // bracketed group is a nested calc().
+        if (auto const* s = std::get_if<symbol>(&t)) {
+            bool const signed_number = (*s == symbol::minus || *s == symbol::plus) && c.get<lexer::number>() != nullptr;
+            if (*s == symbol::open_paren) {
+                return function(c, ctx, "calc");
+            }
+            if (!signed_number && (*s == symbol::plus || *s == symbol::minus || *s == symbol::star)) {
+                return value::value{value::ident{lexer::to_text(t)}};
+            }
+        }
+    }
     return std::visit(
         overloaded{
             [&](symbol s) -> result<value::value> {
@@ -251,6 +320,8 @@ result<value::value> parse_term(cursor::cursor& c, context const& ctx) {
         t);
 }
 
+} // namespace
+
 result<value::value> parse_terms(cursor::cursor& c, context const& ctx, term_end end) {
     std::vector<value::value> list;
     c.skip_spaces();
@@ -272,7 +343,7 @@ result<value::value> parse_terms(cursor::cursor& c, context const& ctx, term_end
 }
 
 declarations parse_declaration_list(cursor::cursor& c, list_context const& ctx, int& index,
-                                     at_rule_handler const& at_rule) {
+                                     at_rule_handler const& at_rule, nested_rule_handler const& nested_rule) {
     declarations out;
     while (true) {
         c.skip_spaces();
@@ -292,20 +363,35 @@ declarations parse_declaration_list(cursor::cursor& c, list_context const& ctx, 
             }
             continue;
         }
+        if (nested_rule && at_nested_rule(c)) {
+            std::size_t const before = c.pos;
+            nested_rule(c);
+            if (c.pos == before) {
+                cursor::skip_statement(c, cursor::semicolon_ends::no);
+            }
+            continue;
+        }
         int const number = index++;
         std::size_t const start = c.pos;
+        int const line = c.line();
         auto d = one_declaration(c, ctx);
         if (!d) {
+            tell(ctx, line, d.error());
             // Skip from the start, so that brackets the failure stopped inside are balanced.
             c.pos = start;
             cursor::skip_declaration(c);
             continue;
         }
+        bool const custom = is_custom_property(d->prop_name);
         bool const extra = ctx.also_accept != nullptr && ctx.also_accept(d->prop_name);
-        if (!extra && ctx.known_property != nullptr && !ctx.known_property(d->prop_name)) {
+        if (!custom && !extra && ctx.known_property != nullptr && !ctx.known_property(d->prop_name)) {
+            tell(ctx, line, "unknown property '" + d->prop_name + "'");
             continue;
         }
         d->index = number;
+        if (!custom && !extra && ctx.valid_value != nullptr && !ctx.valid_value(*d)) {
+            tell(ctx, line, "invalid value for '" + d->prop_name + "': " + value::to_text(d->value));
+        }
         out.push_back(std::move(*d));
     }
 }

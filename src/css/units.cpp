@@ -81,6 +81,16 @@ std::optional<length_percent> length_percent_from_value(value::value const& v) {
     if (auto const* p = std::get_if<value::percent>(&v)) {
         return percentage{static_cast<float>(number_as_double(p->percent_value))};
     }
+    // A math function that mixed a percentage with a length: the percentage and the length in points.
+    if (auto const* f = std::get_if<value::function>(&v);
+        f != nullptr && f->function_name == "-vellum-calc" && f->function_args.size() == 2) {
+        auto const* p = std::get_if<value::percent>(&f->function_args[0]);
+        auto const offset = length_from_value(f->function_args[1]);
+        auto const* pts = offset ? std::get_if<points>(&*offset) : nullptr;
+        if (p != nullptr && pts != nullptr) {
+            return percentage{static_cast<float>(number_as_double(p->percent_value)), pts->points_value};
+        }
+    }
     if (auto l = length_from_value(v)) {
         return *l;
     }

@@ -41,8 +41,15 @@ enum class length_unit { cm, in, mm, q, pc, pt, em, ex, px };
 /// A percentage, kept as written (50% is 50) until its reference is known.
 struct percentage {
     float percentage_value = 0;
+    /// A length in points added to the percentage once resolved, as calc(100% - 2em) leaves it.
+    float percentage_offset = 0;
     bool operator==(percentage const&) const = default;
 };
+
+/// The percentage of a reference, with its offset.
+inline float percent_of(percentage const& p, float reference) {
+    return reference * p.percentage_value / 100 + p.percentage_offset;
+}
 
 using length_percent = std::variant<length, percentage>;
 

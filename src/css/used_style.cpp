@@ -11,7 +11,7 @@ namespace {
 float of(box::length_or_percent<float> const& v, float reference) {
     return std::visit(overloaded{
                           [](float x) { return x; },
-                          [&](units::percentage const& p) { return reference * p.percentage_value / 100; },
+                          [&](units::percentage const& p) { return units::percent_of(p, reference); },
                       },
                       v);
 }
@@ -24,7 +24,7 @@ std::optional<float> of(box::auto_length_percent<float> const& v, std::optional<
                               if (!reference) {
                                   return std::nullopt;
                               }
-                              return *reference * p.percentage_value / 100;
+                              return units::percent_of(p, *reference);
                           },
                       },
                       v);
@@ -38,7 +38,7 @@ std::optional<float> of(box::max_width const& v, std::optional<float> reference)
                               if (!reference) {
                                   return std::nullopt;
                               }
-                              return *reference * p.percentage_value / 100;
+                              return units::percent_of(p, *reference);
                           },
                       },
                       v);
@@ -118,7 +118,7 @@ used_style_of(style::style const& s, float container_width, std::optional<float>
         std::visit(overloaded{
                        [](float x) { return x; },
                        [&](units::percentage const& p) {
-                           return container_height ? *container_height * p.percentage_value / 100 : 0.0f;
+                           return container_height ? units::percent_of(p, *container_height) : 0.0f;
                        },
                    },
                    s.min_height);

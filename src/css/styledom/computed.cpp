@@ -1,10 +1,12 @@
 #include "css/styledom/computed.hpp"
 
 #include "css/propnames.hpp"
+#include "css/substitute.hpp"
 #include "css/style.hpp"
 #include "util/cell.hpp"
 #include "util/result.hpp"
 
+#include <algorithm>
 #include <cstdint>
 #include <mutex>
 #include <unordered_map>
@@ -71,13 +73,66 @@ std::optional<css::property::property> const& typed(typed_cache& cache, css::pde
     return cache.cache_entries.emplace(d, css::property::parse_declaration(d->declaration)).first->second;
 }
 
+// What a declaration whose value holds var(), rem, page units or math needs: the substitution context,
+// with the font size that em counts against for the font's own properties and for the others.
+struct element_values {
+    css::substitute::context values_context;
+    float parent_font_size = 12;
+    float element_font_size = 12;
+};
+
+bool is_custom(css::declaration const& d) {
+    return d.prop_name.starts_with("--");
+}
+
+// A property that is invalid at computed-value time: an inherited property inherits, any other takes
+// its initial value, as "unset" does.
+std::optional<css::property::property> unset(css::propnames::prop_name p) {
+    if (auto const l = css::property::longhand_named(p)) {
+        if (css::property::is_inherited(*l)) {
+            return css::property::keyword_property(*l, css::property::inherit{});
+        }
+        return css::property::keyword_property(*l, css::property::initial{});
+    }
+    return css::property::parse_declaration(p, css::value::value{css::value::ident{"initial"}});
+}
+
+// The typed property of a declaration whose value waits for the element.
+std::optional<css::property::property> typed_for_element(css::declaration const& d, element_values const& ev) {
+    auto const p = css::propnames::lookup_property(d.prop_name);
+    if (!p) {
+        return std::nullopt;
+    }
+    bool const font_relative = d.prop_name == "font-size" || d.prop_name == "font";
+    auto context = ev.values_context;
+    context.font_size = font_relative ? ev.parent_font_size : ev.element_font_size;
+    context.percent_of_font = font_relative || d.prop_name == "line-height";
+    auto const v = css::substitute::substitute(d.value, context);
+    if (v) {
+        if (auto out = css::property::parse_declaration(*p, *v)) {
+            return out;
+        }
+    }
+    return unset(*p);
+}
+
 void add_typed(std::vector<typed_pdecl>& out,
                std::vector<css::pdecls::pdeclaration const*> const& list,
                cascaded const& c,
-               typed_cache& cache) {
+               typed_cache& cache,
+               element_values const* ev = nullptr) {
     auto const own_begin = c.cascaded_own.data();
     auto const own_end = own_begin + c.cascaded_own.size();
     for (auto const* d : list) {
+        if (is_custom(d->declaration)) {
+            continue;
+        }
+        if (ev != nullptr && css::substitute::needs_element(d->declaration.value)) {
+            if (auto p = typed_for_element(d->declaration, *ev)) {
+                out.push_back({std::move(*p), d->priority});
+            }
+            continue;
+        }
         if (d >= own_begin && d < own_end) {
             if (auto p = css::property::parse_declaration(d->declaration)) {
                 out.push_back({std::move(*p), d->priority});
@@ -133,20 +188,99 @@ css::compute_style::element_context context_of(dom::dom_element const& e,
     return out;
 }
 
+namespace {
+
+bool any_needs_element(std::vector<css::pdecls::pdeclaration const*> const& list) {
+    return std::ranges::any_of(list, [](css::pdecls::pdeclaration const* d) {
+        return !is_custom(d->declaration) && css::substitute::needs_element(d->declaration.value);
+    });
+}
+
+// The element's custom properties: its parent's, with its own declarations applied in ascending
+// priority and var() among them replaced. The parent's set is shared when the element declares none.
+ref<css::substitute::custom_properties> custom_properties_of(ref<css::style::style> const& parent,
+                                                             std::vector<css::pdecls::pdeclaration const*> const& list) {
+    ref<css::substitute::custom_properties> inherited = parent ? parent->custom_properties : nullptr;
+    if (std::ranges::none_of(list, [](css::pdecls::pdeclaration const* d) { return is_custom(d->declaration); })) {
+        return inherited;
+    }
+    css::substitute::custom_properties own = inherited ? *inherited : css::substitute::custom_properties{};
+    for (auto const* d : list) {
+        auto const& decl = d->declaration;
+        if (!is_custom(decl)) {
+            continue;
+        }
+        auto const* keyword = std::get_if<css::value::ident>(&decl.value);
+        std::string const word = keyword ? css::lexer::ascii_lower(keyword->ident_name) : std::string();
+        if (word == "initial" || word == "unset") {
+            own.erase(decl.prop_name);
+        } else if (word == "inherit") {
+            auto const it = inherited ? inherited->find(decl.prop_name) : css::substitute::custom_properties::const_iterator{};
+            if (inherited && it != inherited->end()) {
+                own.insert_or_assign(decl.prop_name, it->second);
+            } else {
+                own.erase(decl.prop_name);
+            }
+        } else {
+            own.insert_or_assign(decl.prop_name, decl.value);
+        }
+    }
+    return share(css::substitute::resolve_customs(std::move(own)));
+}
+
+} // namespace
+
 style_hooks typed_hooks() {
     auto cache = std::make_shared<typed_cache>();
     auto compute = [cache](log::log const&, style_request const& r) -> ref<dom::style_info> {
         auto const& c = r.request_cascade;
+        ref<css::style::style> parent = r.request_parent ? r.request_parent->style_info_style : nullptr;
+        auto customs = custom_properties_of(parent, c.cascaded_pdecls);
+        bool const dynamic = any_needs_element(c.cascaded_pdecls) ||
+                             std::ranges::any_of(c.cascaded_pseudos, [](auto const& p) { return any_needs_element(p.pseudo_pdecls); });
+        float const parent_font_size = parent ? parent->font_size : 12;
+        element_values ev{.values_context = {.customs = customs.get(),
+                                             .root_font_size = r.request_root_font_size,
+                                             .page_width = r.request_page_area.first,
+                                             .page_height = r.request_page_area.second,
+                                             .dpi = css::compute_style::css_dpi()},
+                          .parent_font_size = parent_font_size,
+                          .element_font_size = parent_font_size};
         auto const make_declared = [&] {
             declared_styles declared;
-            add_typed(declared.declared_pdecls, c.cascaded_pdecls, c, *cache);
+            element_values const* values = dynamic ? &ev : nullptr;
+            add_typed(declared.declared_pdecls, c.cascaded_pdecls, c, *cache, values);
             for (auto const& p : c.cascaded_pseudos) {
                 pseudo_decls entry{.pseudo_elements = p.pseudo_elements};
-                add_typed(entry.pseudo_pdecls, p.pseudo_pdecls, c, *cache);
+                add_typed(entry.pseudo_pdecls, p.pseudo_pdecls, c, *cache, values);
                 declared.declared_pseudos.push_back(std::move(entry));
             }
             return share(std::move(declared));
         };
+        auto const context = context_of(r.request_element, r.request_base, r.request_lang);
+        auto const compute_from = [&](declared_styles const& d) {
+            css::scanprops::prop_array declared_values;
+            for (auto const& t : d.declared_pdecls) {
+                css::scanprops::scan(declared_values, t.pdecl_property);
+            }
+            return css::compute_style::compute_style_from_slots(parent, context, declared_values);
+        };
+        if (dynamic) {
+            // em in a math function counts against the element's own font size, known only once the
+            // font size is computed; a second round settles them with it.
+            auto declared = make_declared();
+            auto style = compute_from(*declared);
+            if (style.font_size != ev.element_font_size) {
+                ev.element_font_size = style.font_size;
+                declared = make_declared();
+                style = compute_from(*declared);
+            }
+            style.custom_properties = customs;
+            return share(dom::style_info{.style_info_base = r.request_base,
+                                         .style_info_lang = r.request_lang,
+                                         .style_info_style = share(std::move(style)),
+                                         .style_info_declared = std::move(declared)});
+        }
         ref<declared_styles> declared;
         if (c.cascaded_own.empty()) {
             cascade_key(c, cache->key);
@@ -158,13 +292,9 @@ style_hooks typed_hooks() {
         } else {
             declared = make_declared();
         }
-        ref<css::style::style> parent = r.request_parent ? r.request_parent->style_info_style : nullptr;
-        auto const context = context_of(r.request_element, r.request_base, r.request_lang);
-        css::scanprops::prop_array declared_values;
-        for (auto const& d : declared->declared_pdecls) {
-            css::scanprops::scan(declared_values, d.pdecl_property);
-        }
-        auto style = share(css::compute_style::compute_style_from_slots(parent, context, declared_values));
+        auto computed = compute_from(*declared);
+        computed.custom_properties = customs;
+        auto style = share(std::move(computed));
         return share(dom::style_info{.style_info_base = r.request_base,
                                      .style_info_lang = r.request_lang,
                                      .style_info_style = std::move(style),

@@ -3,6 +3,7 @@
 #include "css/lexer.hpp"
 #include "css/media.hpp"
 #include "css/page.hpp"
+#include "css/property.hpp"
 #include "css/styledom/tree.hpp"
 #include "resource/resource.hpp"
 #include "util/ref.hpp"
@@ -270,8 +271,44 @@ void prefetch_links(log::log const& log, loader const& l, dom::dom_document cons
     });
 }
 
+namespace {
+
+collected read_sheets(log::log const& log, loader const& l, dom::dom_document const& doc,
+                      css::terms::property_filter known_property,
+                      std::optional<std::pair<float, float>> page);
+
+} // namespace
+
 collected collect_sheets(log::log const& log, loader const& l, dom::dom_document const& doc,
                          css::terms::property_filter known_property) {
+    // Media queries on width, height and orientation measure the paper: first the one the command line
+    // asks for (or the default), and if the sheets' own @page rules give another, the sheets are read
+    // once more with that, quietly, since the first reading said what there was to say about loading.
+    std::optional<std::pair<float, float>> page;
+    if (known_property != nullptr) {
+        auto const rules = job_page_rules(log::log{.log_stderr = log::no_stderr_log{}},
+                                          doc.dom_document_style_info.page_pdecls);
+        auto const paper = css::page::page_style_of(css::page::make_pages(rules), {}, nullptr).page_size;
+        page = std::pair{paper.paper_width, paper.paper_height};
+    }
+    collected out = read_sheets(log, l, doc, known_property, page);
+    if (page && out.sheets_env.media_page_asked) {
+        auto const paper = css::page::page_style_of(css::page::make_pages(out.sheets_env.pages), {}, nullptr).page_size;
+        std::pair const sheets_page{paper.paper_width, paper.paper_height};
+        if (sheets_page != *page) {
+            out = read_sheets(log::log{.log_stderr = log::no_stderr_log{}}, l, doc, known_property, sheets_page);
+        }
+    }
+    css::parser::finish_layers(out.sheets_env);
+    css::parser::log_warnings(log, out.sheets_env);
+    return out;
+}
+
+namespace {
+
+collected read_sheets(log::log const& log, loader const& l, dom::dom_document const& doc,
+                      css::terms::property_filter known_property,
+                      std::optional<std::pair<float, float>> page) {
     auto const& info = doc.dom_document_style_info;
     if (has_prefetch_threads(l)) {
         prefetch_links(log, l, doc);
@@ -280,12 +317,16 @@ collected collect_sheets(log::log const& log, loader const& l, dom::dom_document
     auto& e = out.sheets_env;
     auto& table = out.sheets_bases;
     e.known_property = known_property;
+    if (known_property != nullptr) {
+        e.valid_value = &css::property::valid_declaration;
+    }
     auto const doc_base = doc.dom_document_base.get();
     add_base(table, l, doc_base);
 
     auto job_rules = job_page_rules(log, info.page_pdecls);
     e.pages.insert(e.pages.begin(), std::make_move_iterator(job_rules.begin()),
                    std::make_move_iterator(job_rules.end()));
+    e.media_page_area = page;
     if (info.use_default_style) {
         for (auto const& name : default_sheets(doc.dom_document_xmltype)) {
             loc::locator const target{.locator_url = loc::file{{"style/" + name}, std::nullopt},
@@ -321,7 +362,6 @@ collected collect_sheets(log::log const& log, loader const& l, dom::dom_document
             }
         });
     }
-    css::parser::log_warnings(log, e);
     // The HTML parsers give lower-case element names, whatever the sheets wrote; XML stays case-sensitive.
     if (doc.dom_document_doctype != doctype::doctype::xml) {
         for (auto& rule : e.rules) {
@@ -330,5 +370,7 @@ collected collect_sheets(log::log const& log, loader const& l, dom::dom_document
     }
     return out;
 }
+
+} // namespace
 
 } // namespace vellum::styledom::sheets

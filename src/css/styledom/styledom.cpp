@@ -1,6 +1,9 @@
 #include "css/styledom/styledom.hpp"
 
 #include "css/lexer.hpp"
+#include "css/compute_style.hpp"
+#include "css/page.hpp"
+#include "css/substitute.hpp"
 #include "util/cell.hpp"
 #include "util/result.hpp"
 
@@ -370,15 +373,83 @@ ref<dom::style_info> base_style_info(log::log const&, style_request const& reque
     return share(dom::style_info{.style_info_base = request.request_base, .style_info_lang = request.request_lang});
 }
 
+namespace {
+
+// The area of the document's first page: its size less the page body's margins, as the page rules of
+// the sheets give them.
+std::pair<float, float> first_page_area(css::parser::env const& e) {
+    auto const ps = css::page::page_style_of(css::page::make_pages(e.pages), css::page::page_query{}, nullptr);
+    float const w = ps.page_size.paper_width;
+    float const h = ps.page_size.paper_height;
+    auto const& body = *ps.region_body;
+    auto const side = [&](css::box::margin const& m) {
+        return std::visit(overloaded{
+                              [](css::box::auto_value const&) { return 0.0f; },
+                              [](float x) { return x; },
+                              [&](css::units::percentage const& p) { return css::units::percent_of(p, w); },
+                          },
+                          m);
+    };
+    float const area_w = w - side(body.margin_left) - side(body.margin_right);
+    float const area_h = h - side(body.margin_top) - side(body.margin_bottom);
+    return {area_w > 0 ? area_w : w, area_h > 0 ? area_h : h};
+}
+
+// The root element's font size, for rem in a subtree styled again.
+float root_font_size_of(tree::dom_tree const& t, dom::dom_element const& e) {
+    dom::dom_element const* top = &e;
+    for (auto a = t.parent_element(&e); a; a = t.parent_element(*a)) {
+        top = *a;
+    }
+    auto const info = top->dom_element_style_info.get();
+    auto const* known = std::get_if<dom::style_info_set>(&info);
+    if (known != nullptr && known->style_info_value && known->style_info_value->style_info_style) {
+        return known->style_info_value->style_info_style->font_size;
+    }
+    return 12;
+}
+
+// Page rules hold no element: var() in them takes the root element's custom properties, and rem, em
+// and page units in them its font size. A value that doesn't resolve stays as written and is dropped
+// when the page properties are typed.
+void resolve_page_values(std::vector<css::page_rule::page_rule>& pages, css::style::style const& root,
+                         std::pair<float, float> area) {
+    css::substitute::context const ctx{.customs = root.custom_properties.get(),
+                                       .root_font_size = root.font_size,
+                                       .page_width = area.first,
+                                       .page_height = area.second,
+                                       .font_size = root.font_size,
+                                       .dpi = css::compute_style::css_dpi()};
+    auto const resolve = [&](css::declarations& decls) {
+        for (auto& d : decls) {
+            if (css::substitute::needs_element(d.value)) {
+                if (auto v = css::substitute::substitute(d.value, ctx)) {
+                    d.value = std::move(*v);
+                }
+            }
+        }
+    };
+    for (auto& page : pages) {
+        resolve(page.page_declarations);
+        for (auto& [region, decls] : page.page_regions) {
+            resolve(decls);
+        }
+    }
+}
+
+} // namespace
+
 document_rules index_document_rules(sheets::collected collected, bool use_author_style, style_hooks hooks) {
     auto index = share(css::prules::index_rules(collected.sheets_env.rules, hooks.valid_declaration));
     auto buckets = share(bucket_rules(*index));
+    auto const area = hooks.compute ? first_page_area(collected.sheets_env) : std::pair<float, float>{612, 792};
     return document_rules{.rules_env = std::move(collected.sheets_env),
                           .rules_index = std::move(index),
                           .rules_buckets = std::move(buckets),
                           .rules_bases = share(std::move(collected.sheets_bases)),
                           .rules_use_author_style = use_author_style,
-                          .rules_hooks = std::move(hooks)};
+                          .rules_hooks = std::move(hooks),
+                          .rules_page_area = area};
 }
 
 void merge_runs(std::vector<pointer>& items, std::vector<std::size_t>& run_bounds, std::vector<pointer>& scratch) {
@@ -482,6 +553,13 @@ struct walk {
     tree::dom_tree dom_tree{.known_languages = &languages, .links = &links, .previous_matches = &previous_matches};
     cascade_buffers buffers;
     cascaded current;
+    /// The root element's font size once it is styled, for rem.
+    float root_font_size = 12;
+    /// The first page's area, for vw and vh.
+    std::pair<float, float> page_area = {612, 792};
+    /// The page rules, whose values are resolved against the root element once it is styled; null when
+    /// a subtree is styled again.
+    css::parser::env* page_env = nullptr;
 
     void visit(dom::dom_element& e,
                dom::style_info const* parent,
@@ -508,10 +586,19 @@ struct walk {
                                     .request_base = base,
                                     .request_lang = lang,
                                     .request_cascade = current,
-                                    .request_bases = *rules.rules_bases};
+                                    .request_bases = *rules.rules_bases,
+                                    .request_root_font_size = parent == nullptr ? 12 : root_font_size,
+                                    .request_page_area = page_area};
         auto const& compute = rules.rules_hooks.compute;
         ref<dom::style_info> const info = compute ? compute(log, request) : base_style_info(log, request);
         check(info != nullptr, "style_subtree");
+        if (parent == nullptr && info->style_info_style) {
+            root_font_size = info->style_info_style->font_size;
+            if (page_env != nullptr) {
+                resolve_page_values(page_env->pages, *info->style_info_style, page_area);
+                page_area = first_page_area(*page_env);
+            }
+        }
         e.dom_element_style_info.set(dom::style_info_set{info});
 
         if (prefetching && rules.rules_hooks.backgrounds) {
@@ -548,6 +635,8 @@ void style_subtree(log::log const& log,
         for_each_ancestor_key(w.dom_tree, **a, [&](std::uint32_t k) { w.buffers.ancestors.add(k); });
     }
     w.buffers.ancestors_known = true;
+    w.root_font_size = root_font_size_of(w.dom_tree, e);
+    w.page_area = rules.rules_page_area;
     auto const context = context_of(e);
     std::optional<std::string> lang = context.parent_lang;
     if (parent != nullptr) {
@@ -573,7 +662,12 @@ styled_document style_document(log::log const& log,
            .prefetching = sheets::has_prefetch_threads(loader),
            .links = tree::make_link_table(**root)};
     w.buffers.ancestors_known = true;
+    w.page_area = rules.rules_page_area;
+    if (rules.rules_hooks.compute) {
+        w.page_env = &rules.rules_env;
+    }
     w.visit(**root, nullptr, doc->dom_document_base.get(), std::nullopt);
+    rules.rules_page_area = w.page_area;
     return styled_document{.styled_dom = doc, .styled_rules = std::move(rules)};
 }
 

@@ -55,6 +55,10 @@ struct style_request {
     cascaded const& request_cascade;
     /// Turns the url values of the declarations into locators.
     sheets::base_table const& request_bases;
+    /// The root element's font size in points, for rem (the initial one at the root itself).
+    float request_root_font_size = 12;
+    /// The width and height of the first page's area in points, for vw, vh, vmin and vmax.
+    std::pair<float, float> request_page_area = {612, 792};
 };
 
 /// The style computation: the element's style_info from its parent's and its sorted declarations.
@@ -141,6 +145,8 @@ struct document_rules {
     /// Whether style attributes count.
     bool rules_use_author_style = true;
     style_hooks rules_hooks;
+    /// The width and height of the first page's area in points, which vw and vh measure.
+    std::pair<float, float> rules_page_area = {612, 792};
 };
 
 /// The style_info of an element whose computation isn't plugged in: its base and language.

@@ -1,0 +1,125 @@
+#!/usr/bin/env bash
+# The CSS that today's documents write: rem, var(), calc(), vw, nesting, @layer and @supports place and
+# colour boxes as a browser would; content() with no argument feeds a running header; and problems in a
+# style sheet are named with file and line under --verbose, and counted without it.
+VELLUM=$1
+DATA=$2
+source "$DATA/lib.sh"
+cd "$work"
+
+# x_of FILE WORD: the left edge of a word, in points from the page's left edge.
+x_of() {
+    pdftotext -bbox "$1" - | grep ">$2<" | head -1 | sed 's/.*xMin="\([0-9.-]*\)".*/\1/'
+}
+
+# y_of FILE WORD: the top of the first occurrence of a word, in points from the page's top edge.
+y_of() {
+    pdftotext -bbox "$1" - | grep ">$2<" | head -1 | sed 's/.*yMin="\([0-9.-]*\)".*/\1/'
+}
+
+# near NAME ACTUAL EXPECTED: within half a point.
+near() {
+    local ok
+    ok=$(awk -v a="$2" -v e="$3" 'BEGIN { d = a - e; if (d < 0) d = -d; print (a != "" && d <= 0.5) ? "yes" : "no" }')
+    expect_eq "$1 (got $2, want $3)" "$ok" yes
+}
+
+# pixel FILE X Y: the colour at a point (72 dpi, so pixels are points) as "r g b".
+pixel() {
+    pdftoppm -r 72 -x "$2" -y "$3" -W 1 -H 1 -f 1 -l 1 "$1" px
+    tail -c 3 px-1.ppm | od -An -tu1 | tr -s ' ' | sed 's/^ //;s/ $//'
+}
+
+# The root font is 10pt, so 1rem is 10pt, and the page margin of 5rem leaves a page area of 300pt by
+# 300pt at (50, 50).
+cat >values.html <<'EOF'
+<!DOCTYPE html><html><head><style>
+@layer base, theme;
+@layer theme { .swatch { background: var(--theme-colour) } }
+@layer base { #swatch.swatch { background: rgb(255, 0, 0) } }
+@page { size: 400pt 400pt; margin: 5rem; @top-left { content: "Running:" string(chapter); color: var(--theme-colour) } }
+:root { --gap: 2rem; --theme-colour: rgb(0, 0, 255); font-size: 10pt }
+body { margin: 0 }
+p { margin: 0 }
+h1 { string-set: chapter content(); font-size: 1.6rem; margin: 0 0 1rem }
+.gap { margin-left: var(--gap) }
+.calc { margin-left: calc(10% + 1em) }
+.vw { margin-left: 25vw }
+.fallback { margin-left: var(--undefined, 12rem) }
+.nest {
+  & .inner { margin-left: 100pt }
+  > .child { margin-left: 200pt }
+  @media print { .printed { margin-left: 220pt } }
+}
+@supports (margin-left: calc(1px + 1pt)) and (not (bogus: 1)) { .sup { margin-left: 60pt } }
+@supports selector(a > b) { .sel { margin-left: 80pt } }
+@media (orientation: landscape) { .orient { margin-left: 5pt } }
+@media (max-width: 600px) { .small { margin-left: 140pt } }
+.swatch { height: 20pt; width: 20pt }
+</style></head><body>
+<h1>Introduction</h1>
+<p class="gap">Gapword</p>
+<p class="calc">Calcword</p>
+<p class="vw">Vwword</p>
+<p class="fallback">Fallbackword</p>
+<div class="nest"><div><p class="inner">Innerword</p></div><p class="child">Childword</p><p class="printed">Printword</p></div>
+<p class="sup">Supword</p>
+<p class="sel">Selword</p>
+<p class="orient">Orientword</p>
+<p class="small">Smallword</p>
+<div class="swatch" id="swatch"></div>
+<p>Endword</p>
+</body></html>
+EOF
+timeout 60 "$VELLUM" values.html -o values.pdf 2>values.err
+rc=$?
+expect_eq "values: status" "$rc" 0
+if [ "$rc" -eq 0 ]; then
+    qpdf_clean values values.pdf
+    near "var() with rem" "$(x_of values.pdf Gapword)" 70
+    near "calc() with a percentage and em" "$(x_of values.pdf Calcword)" 90
+    near "vw of the page area" "$(x_of values.pdf Vwword)" 125
+    near "var() fallback" "$(x_of values.pdf Fallbackword)" 170
+    near "nested descendant rule" "$(x_of values.pdf Innerword)" 150
+    near "nested child rule" "$(x_of values.pdf Childword)" 250
+    near "nested @media" "$(x_of values.pdf Printword)" 270
+    near "@supports with calc() and not" "$(x_of values.pdf Supword)" 110
+    near "@supports selector()" "$(x_of values.pdf Selword)" 130
+    near "orientation: landscape fails on a square page" "$(x_of values.pdf Orientword)" 50
+    near "max-width: 600px holds for 400pt" "$(x_of values.pdf Smallword)" 190
+    # The heading is set in the top-left margin box as well as in the page.
+    expect_contains "running header" "$(pdftotext -layout values.pdf -)" "Running:Introduction"
+    header_y=$(pdftotext -bbox values.pdf - | grep '>Running:' | head -1 | sed 's/.*yMin="\([0-9.-]*\)".*/\1/')
+    below=$(awk -v y="$header_y" 'BEGIN { print (y != "" && y < 50) ? "yes" : "no" }')
+    expect_eq "running header in the top margin (y $header_y)" "$below" yes
+    # The swatch: the later layer paints it blue through var(), though the earlier one has an id.
+    end_y=$(y_of values.pdf Endword)
+    swatch_y=$(awk -v y="$end_y" 'BEGIN { printf "%d", y - 10 }')
+    expect_eq "layered swatch colour" "$(pixel values.pdf 60 "$swatch_y")" "0 0 255"
+    expect_not_contains "values: no problems in the sheet" "$(cat values.err)" "problem"
+fi
+
+# A sheet with a syntax error on its third line and an unknown property on its fourth.
+cat >broken.css <<'EOF'
+p { color: black }
+
+h1 { color: red; ] }
+p { colr: blue; margin: 0 }
+EOF
+cat >broken.html <<'EOF'
+<!DOCTYPE html><html><head><link rel="stylesheet" href="broken.css"></head><body><h1>Title</h1><p>Text</p></body></html>
+EOF
+timeout 60 "$VELLUM" --verbose broken.html -o broken.pdf 2>verbose.err
+expect_eq "broken, verbose: status" "$?" 0
+err=$(cat verbose.err)
+expect_contains "syntax error with file and line" "$err" "broken.css:3:"
+expect_contains "unknown property with file and line" "$err" "broken.css:4:"
+expect_contains "unknown property named" "$err" "unknown property 'colr'"
+timeout 60 "$VELLUM" broken.html -o broken.pdf 2>quiet.err
+expect_eq "broken, quiet: status" "$?" 0
+err=$(cat quiet.err)
+expect_contains "problems counted without --verbose" "$err" "2 problems in style sheets ignored"
+expect_not_contains "no details without --verbose" "$err" "colr"
+expect_contains "the good rules still apply" "$(pdftotext broken.pdf -)" "Text"
+
+finish
