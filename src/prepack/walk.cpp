@@ -571,8 +571,30 @@ struct walker {
 
     std::vector<thing> text_node(std::string const& value, css::style::style const& s) {
         std::vector<thing> out;
-        out.push_back(th_span{text::prepare_text(textbuf::from_utf8(value), settings_of(s), text_at)});
+        auto const* replace = s.text ? &s.text->text_props_vellum_text_replace : nullptr;
+        auto const text = replace && !replace->empty() ? replaced(value, *replace) : value;
+        out.push_back(th_span{text::prepare_text(textbuf::from_utf8(text), settings_of(s), text_at)});
         return out;
+    }
+
+    // `-vellum-text-replace`: each pair in turn, every occurrence of its first string in the text
+    // (left to right, not overlapping) becomes its second.
+    static std::string replaced(std::string text, css::text::text_replace const& pairs) {
+        for (auto const& [from, to] : pairs) {
+            if (from.empty()) {
+                continue;
+            }
+            std::string out;
+            std::size_t at = 0;
+            for (std::size_t hit = text.find(from); hit != std::string::npos; hit = text.find(from, at)) {
+                out.append(text, at, hit - at);
+                out += to;
+                at = hit + from.size();
+            }
+            out.append(text, at, std::string::npos);
+            text = std::move(out);
+        }
+        return text;
     }
 
     std::vector<thing> children(dom::element_ref const& e, css::style::style const& s) {
