@@ -615,11 +615,27 @@ line_made make_line(page_info const& info,
     if (pre.line_height > areas::height_of(band) + tolerance && !request.max_area) {
         return {.made_unclosed = request.open_tags, .made_height = pre.line_height};
     }
+    auto boxes = std::move(pre.line_boxes);
+    if (request.kind == line_kind::first_line && first_line_style) {
+        // The ::first-line box: the line's content inside one span of the first-line style, so that
+        // its colour, decoration and background reach the text the paragraph itself holds.
+        auto const fl_req = spans_to_knuth::font_req_of(info.general.fonts, **first_line_style);
+        auto const fl_metrics = fonts::primary_font_metrics(info.general.fonts, *fl_req, (*first_line_style)->font_size);
+        std::vector<spanbox> wrapped;
+        wrapped.emplace_back(share(nested_spanbox{.spanbox_x = line_x,
+                                                  .spanbox_y = fl_metrics.up,
+                                                  .spanbox_w = h.line_w,
+                                                  .spanbox_h = fl_metrics.up + fl_metrics.down,
+                                                  .spanbox_content = std::move(boxes),
+                                                  .spanbox_style = *first_line_style,
+                                                  .spanbox_font_metrics = fl_metrics}));
+        boxes = std::move(wrapped);
+    }
     return {.made_box = linebox{.linebox_x = line_x,
                                 .linebox_w = h.line_w,
                                 .linebox_base = pre.line_base,
                                 .linebox_indent = indent_width,
-                                .linebox_content = std::move(pre.line_boxes),
+                                .linebox_content = std::move(boxes),
                                 .linebox_font_metrics = metrics,
                                 .linebox_ellipsis = std::move(ellipsis)},
             .made_unclosed = std::move(unclosed),

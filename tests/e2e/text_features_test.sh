@@ -10,10 +10,12 @@ cat >t.html <<'HTML'
 body { font: 12pt "DejaVu Serif" }
 .rep { -vellum-text-replace: "foo" "bar" "(c)" "©" }
 .none { -vellum-text-replace: none }
+.fl::first-line { color: rgb(0, 0, 255) }
 </style></head><body>
 <p class="rep">foo fighters and foofoo (c) 2026</p>
 <p class="rep"><span class="none">foo kept</span></p>
 <p><q>outer <q>inner</q> outer</q></p>
+<p class="fl" style="width: 200pt">Firstline words in blue that run on to a second line of black words</p>
 </body></html>
 HTML
 timeout 60 "$VELLUM" t.html -o t.pdf 2>t.err
@@ -23,4 +25,25 @@ text=$(pdftotext -layout t.pdf -)
 expect_contains "replaced, every occurrence, pairs in turn" "$text" "bar fighters and barbar © 2026"
 expect_contains "none on a child keeps the text" "$text" "foo kept"
 expect_contains "quotes alternate by depth" "$text" "“outer ‘inner’ outer”"
+# ::first-line colours the paragraph's own text on its first line only.
+pdftoppm -r 72 -png t.pdf page
+bbox=$(pdftotext -bbox t.pdf -)
+y1=$(echo "$bbox" | grep '>Firstline<' | sed 's/.*yMin="\([0-9.]*\)".*yMax="\([0-9.]*\)".*/\1 \2/')
+y2=$(echo "$bbox" | grep '>black<' | sed 's/.*yMin="\([0-9.]*\)".*yMax="\([0-9.]*\)".*/\1 \2/')
+blue=$(/usr/bin/python3 - "$y1" "$y2" <<'PY'
+import sys
+from PIL import Image
+im = Image.open("page-1.png").convert("RGB")
+def blues(span):
+    y0, y1 = (float(v) for v in span.split())
+    n = 0
+    for yy in range(int(y0), int(y1) + 1):
+        for xx in range(im.size[0]):
+            r, g, b = im.getpixel((xx, yy))
+            n += b > 180 and r < 90 and g < 90
+    return n
+print(blues(sys.argv[1]) > 20, blues(sys.argv[2]) == 0)
+PY
+)
+expect_eq "::first-line colour on the first line only" "$blue" "True True"
 finish
