@@ -99,6 +99,58 @@ void reorder_levels(spanbox& b, bool context_rtl) {
     *n = share(std::move(copy));
 }
 
+// `text-overflow: ellipsis`: keeps what of a left-to-right line ends before `limit`, a run that
+// crosses it cut where a grapheme ends; `end` becomes the right edge of what is kept.
+void cut_line_at(std::vector<spanbox>& boxes, css::style::style const& style, float limit, float& end) {
+    std::vector<spanbox> kept;
+    for (auto& b : boxes) {
+        std::visit(overloaded{
+                       [&](charsbox& c) {
+                           if (c.charsbox_x + c.charsbox_w <= limit + tolerance) {
+                               end = std::max(end, c.charsbox_x + c.charsbox_w);
+                               kept.push_back(std::move(c));
+                               return;
+                           }
+                           if (c.charsbox_x >= limit) {
+                               return;
+                           }
+                           auto const* ls = std::get_if<float>(&style.letter_spacing);
+                           auto fit = fonts::fit_graphemes(false, c.charsbox_content.view(), ls ? *ls : 0.0f,
+                                                           style.font_size, limit - c.charsbox_x);
+                           if (!fit || fit->fit_first.empty()) {
+                               return;
+                           }
+                           c.charsbox_w = fit->fit_width;
+                           c.charsbox_content = fonts::shared_graphemes(std::move(fit->fit_first));
+                           end = std::max(end, c.charsbox_x + c.charsbox_w);
+                           kept.push_back(std::move(c));
+                       },
+                       [&](ref<nested_spanbox>& n) {
+                           if (n->spanbox_x >= limit) {
+                               return;
+                           }
+                           auto copy = *n;
+                           float inner_end = copy.spanbox_x;
+                           cut_line_at(copy.spanbox_content, *copy.spanbox_style, limit, inner_end);
+                           if (copy.spanbox_x + copy.spanbox_w > limit) {
+                               copy.spanbox_w = inner_end - copy.spanbox_x;
+                           }
+                           end = std::max(end, copy.spanbox_x + copy.spanbox_w);
+                           kept.push_back(share(std::move(copy)));
+                       },
+                       [&](inline_box& i) {
+                           auto const& box = *i.inline_box_box;
+                           if (box.box_x + box.box_w <= limit + tolerance) {
+                               end = std::max(end, box.box_x + box.box_w);
+                               kept.push_back(std::move(i));
+                           }
+                       },
+                   },
+                   b);
+    }
+    boxes = std::move(kept);
+}
+
 // An inline box continued on the next line: under `box-decoration-break: slice` its start edge
 // (margin, border, padding) was drawn on the first line only.
 knuth::open continued(knuth::open o) {
@@ -610,6 +662,18 @@ line_made make_line(page_info const& info,
     if (s->text_overflow == css::box::text_overflow::ellipsis) {
         ellipsis = fonts::text_to_graphemes(info.general.fonts, *req, fonts::direction::ltr, U"\u2026");
     }
+    float line_w = h.line_w;
+    bool const ltr = style->rare_props->rare_props_direction != css::box::direction::rtl;
+    if (!ellipsis.empty() && ltr && h.line_x + h.line_w > band.right + tolerance) {
+        // The line runs past its box: it is cut so that the ellipsis ends at the box's edge.
+        float const ellipsis_w = fonts::graphemes_width(false, false, ellipsis, 0, s->font_size);
+        float end = line_x;
+        cut_line_at(spans.res_boxes, *s, band.right - ellipsis_w, end);
+        line_w = end - line_x;
+    } else {
+        // Only a line that was cut shows the ellipsis.
+        ellipsis.clear();
+    }
     auto const metrics = fonts::primary_font_metrics(info.general.fonts, *req, s->font_size);
     auto pre = para_valign::valign(*s, metrics, std::move(spans.res_boxes), band.top);
     if (pre.line_height > areas::height_of(band) + tolerance && !request.max_area) {
@@ -624,7 +688,7 @@ line_made make_line(page_info const& info,
         std::vector<spanbox> wrapped;
         wrapped.emplace_back(share(nested_spanbox{.spanbox_x = line_x,
                                                   .spanbox_y = fl_metrics.up,
-                                                  .spanbox_w = h.line_w,
+                                                  .spanbox_w = line_w,
                                                   .spanbox_h = fl_metrics.up + fl_metrics.down,
                                                   .spanbox_content = std::move(boxes),
                                                   .spanbox_style = *first_line_style,
@@ -632,7 +696,7 @@ line_made make_line(page_info const& info,
         boxes = std::move(wrapped);
     }
     return {.made_box = linebox{.linebox_x = line_x,
-                                .linebox_w = h.line_w,
+                                .linebox_w = line_w,
                                 .linebox_base = pre.line_base,
                                 .linebox_indent = indent_width,
                                 .linebox_content = std::move(boxes),

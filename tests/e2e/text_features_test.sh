@@ -11,10 +11,13 @@ body { font: 12pt "DejaVu Serif" }
 .rep { -vellum-text-replace: "foo" "bar" "(c)" "©" }
 .none { -vellum-text-replace: none }
 .fl::first-line { color: rgb(0, 0, 255) }
+.ell { width: 120pt; white-space: nowrap; overflow: hidden; text-overflow: ellipsis }
 </style></head><body>
 <p class="rep">foo fighters and foofoo (c) 2026</p>
 <p class="rep"><span class="none">foo kept</span></p>
 <p><q>outer <q>inner</q> outer</q></p>
+<div class="ell">Overflowing text that is far too long for its narrow box</div>
+<div class="ell">Short fits</div>
 <p class="fl" style="width: 200pt">Firstline words in blue that run on to a second line of black words</p>
 </body></html>
 HTML
@@ -25,6 +28,17 @@ text=$(pdftotext -layout t.pdf -)
 expect_contains "replaced, every occurrence, pairs in turn" "$text" "bar fighters and barbar © 2026"
 expect_contains "none on a child keeps the text" "$text" "foo kept"
 expect_contains "quotes alternate by depth" "$text" "“outer ‘inner’ outer”"
+# text-overflow: ellipsis cuts an overflowing line so that the ellipsis ends inside the box; a line
+# that fits shows none.
+ell_line=$(echo "$text" | grep Overflowing)
+expect_contains "ellipsis shown" "$ell_line" "…"
+expect_not_contains "ellipsis: the rest is cut" "$ell_line" "narrow"
+expect_not_contains "no ellipsis on a line that fits" "$(echo "$text" | grep 'Short fits')" "…"
+body_left=$(pdftotext -bbox t.pdf - | grep '>Overflowing<' | sed 's/.*xMin="\([0-9.]*\)".*/\1/')
+right=$(pdftotext -bbox t.pdf - | grep '…<' | head -1 | sed 's/.*xMax="\([0-9.]*\)".*/\1/')
+inside=$(awk -v l="$body_left" -v r="$right" 'BEGIN { print (r != "" && r <= l + 120.5) ? "yes" : r }')
+expect_eq "ellipsis inside the box" "$inside" "yes"
+
 # ::first-line colours the paragraph's own text on its first line only.
 pdftoppm -r 72 -png t.pdf page
 bbox=$(pdftotext -bbox t.pdf -)
