@@ -1,6 +1,7 @@
 #include "text/fonts/coverage.hpp"
 
 #include "text/fonts/fallback.hpp"
+#include "text/fonts/fc_face.hpp"
 #include "util/cell.hpp"
 
 #include <memory>
@@ -58,27 +59,9 @@ std::vector<font_system::system_face> faces_for_char(font_system::font_system co
         if (FcPatternGetBool(p, FC_COLOR, 0, &color) == FcResultMatch && color) {
             continue;
         }
-        FcChar8* format = nullptr;
-        FcChar8* file = nullptr;
-        if (FcPatternGetString(p, FC_FONTFORMAT, 0, &format) != FcResultMatch ||
-            FcPatternGetString(p, FC_FILE, 0, &file) != FcResultMatch) {
-            continue;
+        if (auto face = fc_face::sfnt_face_of(p)) {
+            found.push_back(std::move(*face));
         }
-        std::string const fmt = reinterpret_cast<char const*>(format);
-        if (fmt != "TrueType" && fmt != "CFF") {
-            continue;
-        }
-        int index = 0;
-        int slant = 0;
-        int w = FC_WEIGHT_REGULAR;
-        int width = FC_WIDTH_NORMAL;
-        FcPatternGetInteger(p, FC_INDEX, 0, &index);
-        FcPatternGetInteger(p, FC_SLANT, 0, &slant);
-        FcPatternGetInteger(p, FC_WEIGHT, 0, &w);
-        FcPatternGetInteger(p, FC_WIDTH, 0, &width);
-        found.push_back({.face_file = reinterpret_cast<char const*>(file),
-                         .face_index = index,
-                         .face_desc = font_system::desc_from_fontconfig(slant, w, width)});
     }
     return found;
 }

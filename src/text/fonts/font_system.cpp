@@ -1,5 +1,6 @@
 #include "text/fonts/font_system.hpp"
 
+#include "text/fonts/fc_face.hpp"
 #include "util/cell.hpp"
 
 #include <memory>
@@ -38,29 +39,9 @@ std::vector<system_face> scan_family(log::log const& log, font_system const&, st
         std::unique_ptr<FcFontSet, decltype(&FcFontSetDestroy)> set(
             FcFontList(nullptr, pattern.get(), objects.get()), &FcFontSetDestroy);
         for (int i = 0; set && i < set->nfont; ++i) {
-            FcPattern* p = set->fonts[i];
-            FcChar8* format = nullptr;
-            FcChar8* file = nullptr;
-            if (FcPatternGetString(p, FC_FONTFORMAT, 0, &format) != FcResultMatch ||
-                FcPatternGetString(p, FC_FILE, 0, &file) != FcResultMatch) {
-                continue;
+            if (auto face = fc_face::sfnt_face_of(set->fonts[i])) {
+                found.push_back(std::move(*face));
             }
-            std::string const fmt = reinterpret_cast<char const*>(format);
-            // Type 1, bitmap and other formats are left out: only sfnt fonts can be read and embedded.
-            if (fmt != "TrueType" && fmt != "CFF") {
-                continue;
-            }
-            int index = 0;
-            int slant = 0;
-            int weight = FC_WEIGHT_REGULAR;
-            int width = FC_WIDTH_NORMAL;
-            FcPatternGetInteger(p, FC_INDEX, 0, &index);
-            FcPatternGetInteger(p, FC_SLANT, 0, &slant);
-            FcPatternGetInteger(p, FC_WEIGHT, 0, &weight);
-            FcPatternGetInteger(p, FC_WIDTH, 0, &width);
-            found.push_back({.face_file = reinterpret_cast<char const*>(file),
-                             .face_index = index,
-                             .face_desc = desc_from_fontconfig(slant, weight, width)});
         }
     }
     log::log_debug(log, "font scan: " + family + ", " + std::to_string(found.size()) + " matches");

@@ -50,24 +50,26 @@ result<double> read_real(cursor& c) {
     }
 }
 
-struct dict_entry {
-    int entry_op = 0;
-    std::vector<double> entry_operands;
-};
+} // namespace
 
-result<std::vector<dict_entry>> parse_dict(data d) {
+result<dict> parse_dict(data d) {
     cursor c{.cursor_data = d};
-    std::vector<dict_entry> out;
+    dict out;
     std::vector<double> operands;
+    std::size_t operands_start = 0;
     while (c.has(1)) {
+        std::size_t const at = c.cursor_pos;
         auto const b0 = c.u8();
         if (b0 <= 21) {
             int op = b0;
             if (b0 == 12) {
                 op = 1200 + c.u8();
             }
-            out.push_back({op, std::move(operands)});
+            out.push_back({.entry_op = op,
+                           .entry_operands = std::move(operands),
+                           .entry_operand_bytes = d.subspan(operands_start, at - operands_start)});
             operands.clear();
+            operands_start = c.cursor_pos;
         } else {
             double v = 0;
             if (b0 == 28) {
@@ -98,18 +100,18 @@ result<std::vector<dict_entry>> parse_dict(data d) {
             return fail("CFF table: truncated DICT");
         }
     }
+    if (!operands.empty()) {
+        return fail("CFF table: DICT ends in operands without an operator");
+    }
     return out;
 }
 
-// An operand that must be a non-negative offset or size within 32 bits.
 result<std::uint32_t> as_offset(double v) {
     if (!(v >= 0 && v <= 4294967295.0)) {
-        return fail("CFF table: offset out of range in top DICT");
+        return fail("CFF table: offset out of range in DICT");
     }
     return std::uint32_t(v);
 }
-
-} // namespace
 
 result<index> parse_index(data d, std::size_t offset) {
     auto c = reader::cursor_at(d, offset);

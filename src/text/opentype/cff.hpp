@@ -23,6 +23,23 @@ struct index {
 /// Reads an INDEX at an offset; every item must lie inside the data.
 [[nodiscard]] result<index> parse_index(reader::data d, std::size_t offset);
 
+/// One operator of a DICT with the operands before it, both as numbers and as the bytes that encode
+/// them, so that an entry can be copied unchanged.
+struct dict_entry {
+    int entry_op = 0;
+    std::vector<double> entry_operands;
+    reader::data entry_operand_bytes;
+};
+
+using dict = std::vector<dict_entry>;
+
+/// Reads a DICT: operands (integers of 1 to 5 bytes, reals of nibbles) each followed by an operator;
+/// escaped operators (12 x) are 1200 + x.
+[[nodiscard]] result<dict> parse_dict(reader::data d);
+
+/// An operand that must be a non-negative offset or count within 32 bits.
+[[nodiscard]] result<std::uint32_t> as_offset(double v);
+
 /// What the top DICT of the first font says.
 struct cff_info {
     std::uint8_t cff_major = 0;

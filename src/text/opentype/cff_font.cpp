@@ -9,53 +9,7 @@ using reader::data;
 
 namespace {
 
-// The format allows at most 48 operands before an operator.
-constexpr std::size_t max_operands = 48;
-
-// A real operand: nibbles (digits, point, exponent, minus) up to the end nibble 0xf.
-result<double> read_real(cursor& c) {
-    std::string text;
-    for (;;) {
-        auto const b = c.u8();
-        if (!c.ok()) {
-            return fail("CFF: truncated real number");
-        }
-        for (int nib : {b >> 4, b & 0xf}) {
-            switch (nib) {
-            case 0xa:
-                text.push_back('.');
-                break;
-            case 0xb:
-                text.push_back('E');
-                break;
-            case 0xc:
-                text += "E-";
-                break;
-            case 0xd:
-                return fail("CFF: bad nibble in real number");
-            case 0xe:
-                text.push_back('-');
-                break;
-            case 0xf:
-                return std::strtod(text.c_str(), nullptr);
-            default:
-                text.push_back(char('0' + nib));
-                break;
-            }
-            if (text.size() > 64) {
-                return fail("CFF: real number too long");
-            }
-        }
-    }
-}
-
-// An operand that must be an offset or a count that fits 32 bits.
-result<std::uint32_t> as_offset(double v) {
-    if (!(v >= 0 && v <= 4294967295.0)) {
-        return fail("CFF: offset out of range in DICT");
-    }
-    return std::uint32_t(v);
-}
+using cff::as_offset;
 
 result<std::uint32_t> offset_operand(dict const& d, int op, std::size_t from_end = 1) {
     auto const* e = find_entry(d, op);
@@ -96,60 +50,6 @@ result<private_dict> parse_private(data d, dict const& owner) {
 }
 
 } // namespace
-
-result<dict> parse_dict(data d) {
-    cursor c{.cursor_data = d};
-    dict out;
-    std::vector<double> operands;
-    std::size_t operands_start = 0;
-    while (c.has(1)) {
-        std::size_t const at = c.cursor_pos;
-        auto const b0 = c.u8();
-        if (b0 <= 21) {
-            int op = b0;
-            if (b0 == 12) {
-                op = 1200 + c.u8();
-            }
-            out.push_back({.entry_op = op,
-                           .entry_operands = std::move(operands),
-                           .entry_operand_bytes = d.subspan(operands_start, at - operands_start)});
-            operands.clear();
-            operands_start = c.cursor_pos;
-        } else {
-            double v = 0;
-            if (b0 == 28) {
-                v = c.i16();
-            } else if (b0 == 29) {
-                v = c.i32();
-            } else if (b0 == 30) {
-                auto r = read_real(c);
-                if (!r) {
-                    return fail(r.error());
-                }
-                v = *r;
-            } else if (b0 >= 32 && b0 <= 246) {
-                v = int(b0) - 139;
-            } else if (b0 >= 247 && b0 <= 250) {
-                v = (int(b0) - 247) * 256 + c.u8() + 108;
-            } else if (b0 >= 251 && b0 <= 254) {
-                v = -(int(b0) - 251) * 256 - c.u8() - 108;
-            } else {
-                return fail("CFF: reserved byte " + std::to_string(b0) + " in DICT");
-            }
-            operands.push_back(v);
-            if (operands.size() > max_operands) {
-                return fail("CFF: too many operands in DICT");
-            }
-        }
-        if (!c.ok()) {
-            return fail("CFF: truncated DICT");
-        }
-    }
-    if (!operands.empty()) {
-        return fail("CFF: DICT ends in operands without an operator");
-    }
-    return out;
-}
 
 dict_entry const* find_entry(dict const& d, int op) {
     for (auto it = d.rbegin(); it != d.rend(); ++it) {

@@ -32,18 +32,9 @@ constexpr int fd_select = 1237;
 constexpr int font_name = 1238;
 } // namespace dict_op
 
-/// One operator of a DICT with the operands before it, both as numbers and as the bytes that encode them,
-/// so that an entry can be copied unchanged.
-struct dict_entry {
-    int entry_op = 0;
-    std::vector<double> entry_operands;
-    reader::data entry_operand_bytes;
-};
-
-using dict = std::vector<dict_entry>;
-
-/// Reads a DICT: operands (integers of 1 to 5 bytes, reals of nibbles) each followed by an operator.
-[[nodiscard]] result<dict> parse_dict(reader::data d);
+using cff::dict;
+using cff::dict_entry;
+using cff::parse_dict;
 
 /// The last entry of an operator, or nothing.
 dict_entry const* find_entry(dict const& d, int op);
