@@ -23,6 +23,7 @@
 #include <vector>
 
 #include <libxml/parser.h>
+#include <libxml/parserInternals.h>
 #include <curl/curl.h>
 #include <gcrypt.h>
 
@@ -48,6 +49,10 @@ void init_libraries() {
     gcry_control(GCRYCTL_INITIALIZATION_FINISHED, 0);
     std::lock_guard guard(process_lock());
     xmlInitParser();
+    // XML documents nest as deep as HTML ones (generated reports, mail), and the parser descends
+    // without recursion: lift its default limit of 256 levels without giving up the other limits
+    // that XML_PARSE_HUGE would lift too.
+    xmlParserMaxDepth = 100000;
     libxml::io::install_entity_loader();
 }
 

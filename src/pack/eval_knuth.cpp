@@ -5,6 +5,7 @@
 #include "text/unicode.hpp"
 
 #include <algorithm>
+#include <forward_list>
 
 namespace vellum::pack::eval_knuth {
 
@@ -321,57 +322,67 @@ bool same_style(style_ref const& a, style_ref const& b) {
 
 } // namespace
 
-std::vector<knuth::knuth> trim_line(eval_env const& env, line_kind kind, std::span<knuth::knuth const> line) {
-    // (a) A word, a soft hyphen and the next piece of the same word rejoin when the line doesn't break
-    // at that hyphen; the last item of the line is the break and is never joined over.
-    std::vector<knuth::knuth> joined;
+namespace {
+
+// (a) A word, a soft hyphen and the next piece of the same word rejoin when the line doesn't break at
+// that hyphen; the last item of the line is the break and is never joined over. The result points
+// into `line`, or into `made` for the words joined again (a list, which allocates nothing until a word
+// is joined and never moves what it holds).
+std::vector<knuth::knuth const*> join_pieces(eval_env const& env,
+                                             line_kind kind,
+                                             std::span<knuth::knuth const> line,
+                                             std::forward_list<knuth::knuth>& made) {
+    std::vector<knuth::knuth const*> joined;
     joined.reserve(line.size());
+    auto const replace_back = [&](knuth::knuth item) {
+        made.push_front(std::move(item));
+        joined.back() = &made.front();
+    };
     for (std::size_t i = 0; i < line.size(); ++i) {
         auto const* p = std::get_if<knuth_penalty>(&line[i]);
-        bool const inner = i + 1 < line.size() && !joined.empty();
-        if (p != nullptr && std::holds_alternative<soft>(*p) && inner) {
-            auto const before = word_or_non_word(joined.back());
+        if (p != nullptr && std::holds_alternative<soft>(*p) && i + 1 < line.size() && !joined.empty()) {
+            auto const before = word_or_non_word(*joined.back());
             auto const after = word_or_non_word(line[i + 1]);
-            bool const before_is_word = before && std::holds_alternative<word>(std::get<knuth_box>(joined.back()));
-            if (before_is_word && after && same_style(before->head->head_style, after->head->head_style) &&
+            if (before && after && same_style(before->head->head_style, after->head->head_style) &&
                 before->dir == after->dir) {
-                auto const& w = std::get<word>(std::get<knuth_box>(joined.back()));
-                non_word nw{.non_word_head = w.word_head,
-                            .non_word_direction = w.word_direction,
-                            .non_word_writing_mode = w.word_writing_mode,
-                            .non_word_text = *before->text + *after->text};
-                measure_text(env, nw.non_word_head, nw.non_word_direction, nw.non_word_text, kind);
-                joined.back() = knuth_box{std::move(nw)};
-                ++i;
-                continue;
-            }
-        }
-        // A piece joined into a non_word may be followed by another soft hyphen and piece.
-        if (p != nullptr && std::holds_alternative<soft>(*p) && inner) {
-            auto const before = word_or_non_word(joined.back());
-            auto const after = word_or_non_word(line[i + 1]);
-            auto const* prev_box = std::get_if<knuth_box>(&joined.back());
-            if (before && after && prev_box && std::holds_alternative<non_word>(*prev_box) &&
-                same_style(before->head->head_style, after->head->head_style) && before->dir == after->dir) {
-                non_word nw = std::get<non_word>(*prev_box);
+                auto const& prev_box = std::get<knuth_box>(*joined.back());
+                if (auto const* w = std::get_if<word>(&prev_box)) {
+                    non_word nw{.non_word_head = w->word_head,
+                                .non_word_direction = w->word_direction,
+                                .non_word_writing_mode = w->word_writing_mode,
+                                .non_word_text = *before->text + *after->text};
+                    measure_text(env, nw.non_word_head, nw.non_word_direction, nw.non_word_text, kind);
+                    replace_back(knuth_box{std::move(nw)});
+                    ++i;
+                    continue;
+                }
+                // A piece joined into a non_word may be followed by another soft hyphen and piece.
+                non_word nw = std::get<non_word>(prev_box);
                 nw.non_word_text += *after->text;
                 measure_text(env, nw.non_word_head, nw.non_word_direction, nw.non_word_text, kind);
-                joined.back() = knuth_box{std::move(nw)};
+                replace_back(knuth_box{std::move(nw)});
                 ++i;
                 continue;
             }
         }
-        joined.push_back(line[i]);
+        joined.push_back(&line[i]);
+    }
+    return joined;
+}
+
+} // namespace
+
+std::vector<knuth::knuth> trim_line(eval_env const& env, line_kind kind, std::span<knuth::knuth const> line) {
+    std::forward_list<knuth::knuth> made;
+    auto const pieces = join_pieces(env, kind, line, made);
+    std::vector<knuth::knuth> joined;
+    joined.reserve(pieces.size());
+    for (auto const* item : pieces) {
+        joined.push_back(*item);
     }
 
     // (c) A penalty that ends the line stays: its hyphen is drawn.
-    std::optional<knuth::knuth> last_penalty;
     if (!joined.empty() && is_penalty(joined.back())) {
-        last_penalty = std::move(joined.back());
-        joined.pop_back();
-    }
-    if (last_penalty) {
-        joined.push_back(std::move(*last_penalty));
         return joined;
     }
     // (b) The end of the line is stripped as the start of a line would be.
@@ -385,19 +396,9 @@ knuth::line_sum trimmed_line_sums(eval_env const& env,
                                   line_kind kind,
                                   std::optional<knuth::knuth> const& first,
                                   std::span<knuth::knuth const> line) {
-    // Pieces of a word around a soft hyphen inside the line are joined and measured again; only such
-    // lines need the line made.
-    for (std::size_t i = 1; i + 1 < line.size(); ++i) {
-        auto const* p = std::get_if<knuth_penalty>(&line[i]);
-        if (p != nullptr && std::holds_alternative<soft>(*p)) {
-            auto trimmed = trim_line(env, kind, line);
-            if (first) {
-                trimmed.insert(trimmed.begin(), *first);
-            }
-            return line_sums(trimmed);
-        }
-    }
-    return stripped_line_sums(first, line);
+    std::forward_list<knuth::knuth> made;
+    auto const pieces = join_pieces(env, kind, line, made);
+    return stripped_line_sums(first, pieces);
 }
 
 std::optional<hyphenated> try_hyphenate(eval_env const& env,

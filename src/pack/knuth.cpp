@@ -271,14 +271,14 @@ std::vector<knuth> strip_leading(std::span<knuth const> items) {
     return out;
 }
 
-line_sum stripped_line_sums(std::optional<knuth> const& first, std::span<knuth const> items) {
+line_sum stripped_line_sums(std::optional<knuth> const& first, std::span<knuth const* const> items) {
     line_sum sum;
     if (first) {
         add_to_sums(sum, *first, items.empty());
     }
-    if (!items.empty() && is_penalty(items.back())) {
+    if (!items.empty() && is_penalty(*items.back())) {
         for (std::size_t i = 0; i < items.size(); ++i) {
-            add_to_sums(sum, items[i], i + 1 == items.size());
+            add_to_sums(sum, *items[i], i + 1 == items.size());
         }
         return sum;
     }
@@ -286,17 +286,17 @@ line_sum stripped_line_sums(std::optional<knuth> const& first, std::span<knuth c
     // is never a penalty, so no penalty counts.
     std::size_t tail = items.size();
     while (tail > 0) {
-        auto const step = strip_step_of(items[tail - 1]);
+        auto const step = strip_step_of(*items[tail - 1]);
         if (step != strip_step::drop && step != strip_step::keep_and_go_on) {
             break;
         }
         --tail;
     }
     for (std::size_t i = 0; i < items.size(); ++i) {
-        if (i >= tail && strip_step_of(items[i]) == strip_step::drop) {
+        if (i >= tail && strip_step_of(*items[i]) == strip_step::drop) {
             continue;
         }
-        add_to_sums(sum, items[i], false);
+        add_to_sums(sum, *items[i], false);
     }
     return sum;
 }

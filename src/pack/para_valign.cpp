@@ -148,8 +148,12 @@ struct aligner {
         float const t = inner.top_sofar;
         float const b = inner.bottom_sofar;
         float const sh = shift_of(s.vertical_align, parent, t, b);
-        for (auto& c : copy.spanbox_content) {
-            shift(c, sh);
+        // Most spans sit on their parent's baseline: moving their content by nothing would still
+        // visit all of it at every level of nesting.
+        if (sh != 0) {
+            for (auto& c : copy.spanbox_content) {
+                shift(c, sh);
+            }
         }
         copy.spanbox_y = sh + t;
         copy.spanbox_h = t - b;

@@ -4,6 +4,8 @@
 #include "text/fonts/query.hpp"
 #include "text/hyph/hyphenation.hpp"
 
+#include <algorithm>
+
 namespace vellum::pack::spans_to_knuth {
 
 using namespace knuth;
@@ -82,6 +84,8 @@ textbuf::textbuf string_value(prepack::page_values const& v, prepack::gen_string
 
 struct builder {
     page_info const& info;
+    /// The slots of `out` that no inline box used (see `open_box`).
+    mutable std::vector<std::size_t> dead_slots;
 
     text_head head(font_req_ref const& req, style_ref const& style, std::optional<first_line_form> const& fl) const {
         return {.head_font_req = req, .head_style = style, .head_first_line = fl};
@@ -150,53 +154,89 @@ struct builder {
         };
     }
 
-    // Joins the items of an inline box to the items before it, so that a space at either edge breaks
-    // outside the box and the box keeps its edges on the line of its text.
-    void join_box(knuth::open o, std::vector<knuth::knuth> content, std::vector<knuth::knuth>& out) const {
+    // Where an inline box's items begin in `out`: three slots for what goes before its content, so
+    // that the content is made in place. Copying each box's content into its parent's would cost the
+    // depth of the nesting for every item.
+    static constexpr std::size_t box_slots = 3;
+
+    std::size_t open_box(std::vector<knuth::knuth>& out) const {
+        std::size_t const mark = out.size();
+        out.insert(out.end(), box_slots, knuth::knuth{prohibited_break{}});
+        return mark;
+    }
+
+    // Joins the items of an inline box, made after the slots at `mark`, to the items before it, so
+    // that a space at either edge breaks outside the box and the box keeps its edges on the line of
+    // its text. Slots left unused are dropped when the paragraph's items are complete.
+    void join_box(knuth::open o, std::size_t mark, std::vector<knuth::knuth>& out) const {
         auto const& used = *o.box_used_style;
         float const right = used.used_padding_right + used.used_borders.borders_right.border_width +
                             margin_of(used.used_margins, false);
         bool const nowrap = o.box_style->rare_props->rare_props_white_space == css::text::white_space::nowrap;
         knuth::knuth const close_item = knuth_box{knuth::close{.close_right_edge = right}};
-        if (content.empty()) {
-            out.push_back(knuth_box{std::move(o)});
+        std::size_t from = mark + box_slots;
+        auto const unused = [&](std::size_t slot) { dead_slots.push_back(slot); };
+        if (out.size() == from) {
+            out[mark] = knuth_box{std::move(o)};
+            unused(mark + 1);
+            unused(mark + 2);
             out.push_back(close_item);
             return;
         }
-        std::size_t from = 0;
-        if (is_wrap_or_cjk(content.front())) {
-            out.push_back(content.front());
-            out.push_back(knuth_box{std::move(o)});
-            out.push_back(prohibited_break{});
-            from = 1;
-        } else if (is_glue(content.front())) {
-            out.push_back(wrap_item());
-            out.push_back(knuth_box{std::move(o)});
-            out.push_back(prohibited_break{});
+        if (is_wrap_or_cjk(out[from])) {
+            out[mark] = std::move(out[from]);
+            out[mark + 1] = knuth_box{std::move(o)};
+            out[mark + 2] = prohibited_break{};
+            unused(from);
+            ++from;
+        } else if (is_glue(out[from])) {
+            out[mark] = wrap_item();
+            out[mark + 1] = knuth_box{std::move(o)};
+            out[mark + 2] = prohibited_break{};
         } else {
-            out.push_back(knuth_box{std::move(o)});
+            out[mark] = knuth_box{std::move(o)};
+            unused(mark + 1);
+            unused(mark + 2);
         }
-        std::size_t to = content.size();
         bool forced_at_end = false;
-        if (to > from && is_forced_break(content[to - 1])) {
+        if (out.size() > from && is_forced_break(out.back())) {
             forced_at_end = true;
-            --to;
+            out.pop_back();
         }
-        if (!forced_at_end && to > from && is_glue(content[to - 1]) && !nowrap) {
-            out.insert(out.end(), content.begin() + static_cast<std::ptrdiff_t>(from),
-                       content.begin() + static_cast<std::ptrdiff_t>(to - 1));
-            out.push_back(prohibited_break{});
-            out.push_back(content[to - 1]);
+        if (!forced_at_end && out.size() > from && is_glue(out.back()) && !nowrap) {
+            knuth::knuth space = std::move(out.back());
+            out.back() = prohibited_break{};
+            out.push_back(std::move(space));
             out.push_back(close_item);
             out.push_back(wrap_item());
             return;
         }
-        out.insert(out.end(), content.begin() + static_cast<std::ptrdiff_t>(from),
-                   content.begin() + static_cast<std::ptrdiff_t>(to));
         out.push_back(close_item);
         if (forced_at_end) {
             out.push_back(forced_break{});
         }
+    }
+
+    // Drops the slots that no box used.
+    void drop_unused_slots(std::vector<knuth::knuth>& out) const {
+        if (dead_slots.empty()) {
+            return;
+        }
+        std::sort(dead_slots.begin(), dead_slots.end());
+        std::size_t kept = dead_slots.front();
+        auto dead = dead_slots.begin();
+        for (std::size_t i = dead_slots.front(); i < out.size(); ++i) {
+            if (dead != dead_slots.end() && *dead == i) {
+                ++dead;
+                continue;
+            }
+            if (kept != i) {
+                out[kept] = std::move(out[i]);
+            }
+            ++kept;
+        }
+        out.resize(kept);
+        dead_slots.clear();
     }
 
     knuth::knuth glue_of(font_req_ref const& req, style_ref const& style, std::optional<first_line_form> const& fl) const {
@@ -267,9 +307,9 @@ struct builder {
                         ndir = *ns.span_direction % 2 == 1 ? fonts::direction::rtl : fonts::direction::ltr;
                     }
                     auto o = open_of(style, ns.span_style, nfl, ns.span_direction, ns.span_type, width);
-                    std::vector<knuth::knuth> content;
-                    spans(o.box_font_req, ns.span_style, nfl, ndir, width, ns.span_content, content);
-                    join_box(std::move(o), std::move(content), out);
+                    std::size_t const mark = open_box(out);
+                    spans(o.box_font_req, ns.span_style, nfl, ndir, width, ns.span_content, out);
+                    join_box(std::move(o), mark, out);
                 },
                 [&](prepack::span_footnote const& f) {
                     one(req, style, fl, dir, width, *f.call, out);
@@ -374,8 +414,9 @@ struct builder {
                         return;
                     }
                     auto o = open_of(style, ls, lfl, std::nullopt, prepack::type_anonymous{}, width);
-                    std::vector<knuth::knuth> content{word_of(lreq, ls, lfl, dir, f.first_letter_text)};
-                    join_box(std::move(o), std::move(content), out);
+                    std::size_t const mark = open_box(out);
+                    out.push_back(word_of(lreq, ls, lfl, dir, f.first_letter_text));
+                    join_box(std::move(o), mark, out);
                 },
             },
             s);
@@ -409,7 +450,9 @@ void spans_to_knuths(page_info const& info,
                      float width,
                      std::span<prepack::span const> spans,
                      std::vector<knuth::knuth>& out) {
-    builder{.info = info}.spans(font_req, style, first_line, dir, width, spans, out);
+    builder b{.info = info};
+    b.spans(font_req, style, first_line, dir, width, spans, out);
+    b.drop_unused_slots(out);
 }
 
 items_res para_to_knuths(page_info const& info, style_ref const& style, prepack::para const& para, float width) {

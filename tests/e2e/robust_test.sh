@@ -76,4 +76,17 @@ timeout 120 "$VELLUM" deep.html -o deep.pdf 2>err.txt
 expect_eq "1,000 nested divs: status" "$?" 0
 expect_contains "1,000 nested divs: text" "$(pdftotext deep.pdf - 2>/dev/null)" "innermost"
 
+# Inline spans nested deeper than the box tree keeps are set beside each other at that depth; each
+# box's items are made in place, so this takes about what 20,000 spans in a row take.
+python3 -c "print('<p>before ' + '<span>' * 20000 + 'inner' + '</span>' * 20000 + ' after</p>')" > spans.html
+timeout 120 "$VELLUM" spans.html -o spans.pdf 2>err.txt
+expect_eq "20,000 nested spans: status" "$?" 0
+expect_contains "20,000 nested spans: text" "$(pdftotext spans.pdf - 2>/dev/null | tr -s ' \n' ' ')" "before inner after"
+
+# XML nests as deep as HTML.
+python3 -c "print('<?xml version=\"1.0\"?><html xmlns=\"http://www.w3.org/1999/xhtml\"><body>' + '<div>' * 10000 + 'innermost' + '</div>' * 10000 + '</body></html>')" > deep.xhtml
+timeout 120 "$VELLUM" deep.xhtml -o deep-xml.pdf 2>err.txt
+expect_eq "10,000 nested XML elements: status" "$?" 0
+expect_contains "10,000 nested XML elements: text" "$(pdftotext deep-xml.pdf - 2>/dev/null)" "innermost"
+
 finish
