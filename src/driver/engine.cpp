@@ -342,6 +342,43 @@ result<output_file> open_output(std::string const& path) {
     return output_file(f, std::move(temp), path);
 }
 
+pdf::writepdf::page_label_counter_style pdf_label_style(pack::page_label_counter_style s) {
+    using pdf::writepdf::page_label_counter_style;
+    switch (s) {
+    case pack::page_label_counter_style::lower_roman:
+        return page_label_counter_style::lower_roman;
+    case pack::page_label_counter_style::upper_roman:
+        return page_label_counter_style::upper_roman;
+    case pack::page_label_counter_style::lower_alpha:
+        return page_label_counter_style::lower_alpha;
+    case pack::page_label_counter_style::upper_alpha:
+        return page_label_counter_style::upper_alpha;
+    case pack::page_label_counter_style::decimal:
+        return page_label_counter_style::decimal;
+    }
+    return page_label_counter_style::decimal;
+}
+
+// The labels layout gave the pages, for the viewer.
+std::vector<std::pair<std::size_t, std::optional<pdf::writepdf::page_label>>> page_labels_of(
+    std::vector<ref<pack::packed_page>> const& pages) {
+    std::vector<std::pair<std::size_t, std::optional<pdf::writepdf::page_label>>> out;
+    for (std::size_t i = 0; i < pages.size(); ++i) {
+        auto const& label = pages[i]->page_label;
+        if (!label) {
+            out.emplace_back(i, std::nullopt);
+            continue;
+        }
+        pdf::writepdf::page_label l{.label_prefix = label->label_prefix};
+        if (label->label_counter) {
+            l.label_start = label->label_counter->label_number;
+            l.label_style = pdf_label_style(label->label_counter->label_style);
+        }
+        out.emplace_back(i, std::move(l));
+    }
+    return out;
+}
+
 // Paints the pages into a document with its fonts and writes it.
 void write_output(log::log const& log,
                   engine const& engine,
@@ -360,6 +397,7 @@ void write_output(log::log const& log,
                                                                             std::string const& base) {
                                                             return resolve_link(links, url, base);
                                                         }});
+    doc.page_labels = page_labels_of(pages);
     pdf::pdf_fonts::attach_fonts(log, doc, engine.engine_fonts);
     pdf::writepdf::write_pdf_document(log, std::move(out), doc);
 }

@@ -441,11 +441,12 @@ void write_pdf_document(log::log const& log, bulkio::output::output out, pdf_doc
     }
     if (!doc.page_labels.empty()) {
         auto nums = page_label_nums(doc.page_labels);
-        // One label on the first page that neither prefixes nor numbers in a style says nothing.
+        // One label for all pages that neither prefixes nor numbers in a style, or that counts in
+        // decimals from 1, says nothing a viewer would not show anyway.
+        dict const decimal_from_one{{{"St", std::int64_t{1}}, {"S", name{"D"}}}};
         bool const says_nothing = nums.array_items.size() == 2 && doc.page_labels.front().first == 0 &&
-                                  (!doc.page_labels.front().second ||
-                                   (!doc.page_labels.front().second->label_prefix &&
-                                    !doc.page_labels.front().second->label_style));
+                                  (nums.array_items[1] == object{dict{}} ||
+                                   nums.array_items[1] == object{decimal_from_one});
         if (!says_nothing) {
             cat.dict_entries.emplace_back("PageLabels", dict{{{"Nums", std::move(nums)}}});
         }
