@@ -10,6 +10,7 @@
 #include "pdf/pdf_fonts.hpp"
 #include "prepack/walk.hpp"
 #include "pdf/bulkio/file.hpp"
+#include "pdf/conformance.hpp"
 #include "pdf/writepdf.hpp"
 #include "util/cell.hpp"
 #include "util/ref.hpp"
@@ -252,6 +253,30 @@ std::vector<pdf::writepdf::embedded_file> load_attachments(log::log const& log,
     return out;
 }
 
+// The ICC profile of the output intent: the one the options name, or the profile's default from the
+// prefix. A failure is reported with the location and gives none.
+std::optional<std::vector<std::uint8_t>> load_output_intent(log::log const& log,
+                                                            resource::loader::loader const& loader,
+                                                            metadata::pdf_options const& options) {
+    auto const loc = options.pdf_output_intent
+                         ? *options.pdf_output_intent
+                         : resource::locator::locator{
+                               .locator_url = resource::locator::file{
+                                   {std::string(pdf::conformance::default_output_intent(*options.pdf_profile))},
+                                   std::nullopt},
+                               .locator_origin = resource::locator::locator_origin::system_origin};
+    auto const where = resource::locator::locator_to_string(loc);
+    auto loaded = resource::loader::load_resource(log, loader, resource::loader::resource_description::icc_profile, loc);
+    auto data = loaded ? resource::loader::resource_to_bytes(loaded->resource_data)
+                       : result<bytes::bytes>(fail(loaded.error()));
+    if (!data) {
+        log::log_file_message(log, log::level::error, where, data.error());
+        return std::nullopt;
+    }
+    auto const view = data->view();
+    return std::vector<std::uint8_t>(view.begin(), view.end());
+}
+
 // The output file of a run. A regular file (or a new one) is written to a temporary file beside it and
 // renamed over it only once the whole PDF is written, so that a run that fails halfway leaves an earlier
 // output as it was; a device or a pipe is written directly.
@@ -387,12 +412,18 @@ void write_output(log::log const& log,
                   std::vector<pack::packed_bookmark> const& bookmarks,
                   link_targets const& links,
                   pdf::bulkio::output::output out) {
+    // The profile settles the options first: fonts are embedded and attachments dropped as it says
+    // before anything is loaded or written.
+    auto const options = pdf::conformance::apply_profile(log, first.doc_pdf_options);
     pdf::writepdf::pdf_document doc{.doc_metadata = first.doc_metadata,
-                                    .doc_options = first.doc_pdf_options,
+                                    .doc_options = options,
                                     .bookmarks = pdf::bookmarks::outline_of(resolve_bookmarks(links, bookmarks))};
-    doc.attachments = load_attachments(log, engine.engine_loader, first.doc_pdf_options.attach);
+    doc.attachments = load_attachments(log, engine.engine_loader, options.attach);
+    if (options.pdf_profile) {
+        doc.output_intent_icc = load_output_intent(log, engine.engine_loader, options);
+    }
     pdf::painter::add_pages(log, doc, pages,
-                            pdf::painter::paint_options{.artificial_fonts = first.doc_pdf_options.artificial_fonts,
+                            pdf::painter::paint_options{.artificial_fonts = options.artificial_fonts,
                                                         .resolve_link = [&](std::string const& url,
                                                                             std::string const& base) {
                                                             return resolve_link(links, url, base);

@@ -307,7 +307,12 @@ void write_page(log::log const& log,
                                                      },
                                                  },
                                                  link.link_target)};
-            annots.array_items.emplace_back(annot::annot_dict(a, pages));
+            auto d = annot::annot_dict(a, pages);
+            // An archival file is printed as it is seen: its annotations carry the print flag.
+            if (w.writer_profile == profile::pdf_profile::pdfa_1a || w.writer_profile == profile::pdf_profile::pdfa_1b) {
+                d.dict_entries.emplace_back("F", std::int64_t{4});
+            }
+            annots.array_items.emplace_back(std::move(d));
         }
         d.dict_entries.emplace_back("Annots", std::move(annots));
     }
