@@ -376,6 +376,25 @@ std::vector<knuth::knuth> trim_line(eval_env const& env, line_kind kind, std::sp
     return stripped;
 }
 
+knuth::line_sum trimmed_line_sums(eval_env const& env,
+                                  line_kind kind,
+                                  std::optional<knuth::knuth> const& first,
+                                  std::span<knuth::knuth const> line) {
+    // Pieces of a word around a soft hyphen inside the line are joined and measured again; only such
+    // lines need the line made.
+    for (std::size_t i = 1; i + 1 < line.size(); ++i) {
+        auto const* p = std::get_if<knuth_penalty>(&line[i]);
+        if (p != nullptr && std::holds_alternative<soft>(*p)) {
+            auto trimmed = trim_line(env, kind, line);
+            if (first) {
+                trimmed.insert(trimmed.begin(), *first);
+            }
+            return line_sums(trimmed);
+        }
+    }
+    return stripped_line_sums(first, line);
+}
+
 std::optional<hyphenated> try_hyphenate(eval_env const& env,
                                         line_kind kind,
                                         knuth::knuth const* previous,

@@ -114,6 +114,13 @@ measure_form form_of(knuth::text_head const& head, knuth::line_kind kind);
 /// at its end dropped; a penalty at the end stays, as its hyphen is drawn.
 std::vector<knuth::knuth> trim_line(eval_env const& env, knuth::line_kind kind, std::span<knuth::knuth const> line);
 
+/// The sums of `line` as `trim_line` would make it, with `first` (an indent) in front; only a line
+/// that joins pieces of a word is made to measure it.
+knuth::line_sum trimmed_line_sums(eval_env const& env,
+                                  knuth::line_kind kind,
+                                  std::optional<knuth::knuth> const& first,
+                                  std::span<knuth::knuth const> line);
+
 /// A word split at its hyphenation points: the index of the word in the items and the parts with
 /// soft penalties between them.
 struct hyphenated {
