@@ -10,17 +10,6 @@ std::string profile_text(profile::pdf_profile p) {
     return std::string(profile::profile_name(p));
 }
 
-std::string join_keywords(std::vector<std::string> const& keywords) {
-    std::string out;
-    for (auto const& k : keywords) {
-        if (!out.empty()) {
-            out += ", ";
-        }
-        out += k;
-    }
-    return out;
-}
-
 // The start tag of a description of the document, declaring the namespace its properties use.
 std::string description_start(std::string_view prefix, std::string_view uri) {
     return "<rdf:Description rdf:about='' xmlns:" + std::string(prefix) + "='" + std::string(uri) + "'>";
@@ -163,7 +152,7 @@ std::string xmp_packet(metadata::metadata const& meta,
     if (!meta.keywords.empty() || producer) {
         x += description_start("pdf", "http://ns.adobe.com/pdf/1.3/");
         if (!meta.keywords.empty()) {
-            x += "<pdf:Keywords>" + join_keywords(meta.keywords) + "</pdf:Keywords>";
+            x += "<pdf:Keywords>" + metadata::join_keywords(meta.keywords) + "</pdf:Keywords>";
         }
         if (producer) {
             x += "<pdf:Producer>" + *producer + "</pdf:Producer>";

@@ -39,17 +39,6 @@ date local_now() {
             .date_time = time_of_day{.hour = tm.tm_hour, .minute = tm.tm_min, .second = tm.tm_sec}};
 }
 
-std::string join_keywords(std::vector<std::string> const& keywords) {
-    std::string out;
-    for (auto const& k : keywords) {
-        if (!out.empty()) {
-            out += ", ";
-        }
-        out += k;
-    }
-    return out;
-}
-
 number real(float v) {
     return number{double(v)};
 }
@@ -79,7 +68,7 @@ dict info_dict(metadata::metadata const& meta, metadata::pdf_options const& opti
     add_text("Subject", meta.subject);
     add_text("Author", meta.author);
     if (!meta.keywords.empty()) {
-        info.dict_entries.emplace_back("Keywords", text_string(join_keywords(meta.keywords)));
+        info.dict_entries.emplace_back("Keywords", text_string(metadata::join_keywords(meta.keywords)));
     }
     add_text("Creator", meta.creator);
     add_text("Producer", options.producer);
