@@ -187,9 +187,14 @@ measure_form form_of(text_head const& head, line_kind kind) {
     return form_of_parts(head.head_font_req, head.head_style, head.head_first_line, kind);
 }
 
-shaper shaper_of(fonts::fonts const& db) {
-    return [db](fonts::font_req const& req, fonts::direction dir, std::u32string_view text) {
-        return fonts::text_to_graphemes(db, req, dir, text);
+shaper shaper_of(fonts::fonts const& db, std::shared_ptr<fonts::shape_cache::shape_cache> cache) {
+    if (!cache) {
+        return [db](fonts::font_req const& req, fonts::direction dir, std::u32string_view text) {
+            return knuth::graphemes(fonts::text_to_graphemes(db, req, dir, text));
+        };
+    }
+    return [db, cache](fonts::font_req const& req, fonts::direction dir, std::u32string_view text) {
+        return fonts::shape_cache::shape(*cache, db, req, dir, text);
     };
 }
 

@@ -5,6 +5,7 @@
 
 #include "driver/log.hpp"
 #include "pack/knuth.hpp"
+#include "text/fonts/shape_cache.hpp"
 #include "text/hyph/hyph.hpp"
 
 #include <functional>
@@ -67,8 +68,8 @@ struct eval_env {
     std::optional<script_caller> env_call_script;
 };
 
-/// The shaper of a font database.
-shaper shaper_of(fonts::fonts const& db);
+/// The shaper of a font database; with a cache, each word is shaped once.
+shaper shaper_of(fonts::fonts const& db, std::shared_ptr<fonts::shape_cache::shape_cache> cache = nullptr);
 
 /// The pattern source of a run: the style's pattern names resolved through the loader and read into
 /// the run's cache.
