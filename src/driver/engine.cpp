@@ -10,6 +10,7 @@
 #include "pdf/pdf_fonts.hpp"
 #include "prepack/walk.hpp"
 #include "pdf/bulkio/file.hpp"
+#include "pdf/conformance.hpp"
 #include "pdf/writepdf.hpp"
 #include "util/cell.hpp"
 #include "util/ref.hpp"
@@ -253,6 +254,30 @@ std::vector<pdf::writepdf::embedded_file> load_attachments(log::log const& log,
     return out;
 }
 
+// The ICC profile of the output intent: the one the options name, or the profile's default from the
+// prefix. A failure is reported with the location and gives none.
+std::optional<std::vector<std::uint8_t>> load_output_intent(log::log const& log,
+                                                            resource::loader::loader const& loader,
+                                                            metadata::pdf_options const& options) {
+    auto const loc = options.pdf_output_intent
+                         ? *options.pdf_output_intent
+                         : resource::locator::locator{
+                               .locator_url = resource::locator::file{
+                                   {std::string(pdf::conformance::default_output_intent(*options.pdf_profile))},
+                                   std::nullopt},
+                               .locator_origin = resource::locator::locator_origin::system_origin};
+    auto const where = resource::locator::locator_to_string(loc);
+    auto loaded = resource::loader::load_resource(log, loader, resource::loader::resource_description::icc_profile, loc);
+    auto data = loaded ? resource::loader::resource_to_bytes(loaded->resource_data)
+                       : result<bytes::bytes>(fail(loaded.error()));
+    if (!data) {
+        log::log_file_message(log, log::level::error, where, data.error());
+        return std::nullopt;
+    }
+    auto const view = data->view();
+    return std::vector<std::uint8_t>(view.begin(), view.end());
+}
+
 // The output file of a run. A regular file (or a new one) is written to a temporary file beside it and
 // renamed over it only once the whole PDF is written, so that a run that fails halfway leaves an earlier
 // output as it was; a device or a pipe is written directly.
@@ -343,6 +368,43 @@ result<output_file> open_output(std::string const& path) {
     return output_file(f, std::move(temp), path);
 }
 
+pdf::writepdf::page_label_counter_style pdf_label_style(pack::page_label_counter_style s) {
+    using pdf::writepdf::page_label_counter_style;
+    switch (s) {
+    case pack::page_label_counter_style::lower_roman:
+        return page_label_counter_style::lower_roman;
+    case pack::page_label_counter_style::upper_roman:
+        return page_label_counter_style::upper_roman;
+    case pack::page_label_counter_style::lower_alpha:
+        return page_label_counter_style::lower_alpha;
+    case pack::page_label_counter_style::upper_alpha:
+        return page_label_counter_style::upper_alpha;
+    case pack::page_label_counter_style::decimal:
+        return page_label_counter_style::decimal;
+    }
+    return page_label_counter_style::decimal;
+}
+
+// The labels layout gave the pages, for the viewer.
+std::vector<std::pair<std::size_t, std::optional<pdf::writepdf::page_label>>> page_labels_of(
+    std::vector<ref<pack::packed_page>> const& pages) {
+    std::vector<std::pair<std::size_t, std::optional<pdf::writepdf::page_label>>> out;
+    for (std::size_t i = 0; i < pages.size(); ++i) {
+        auto const& label = pages[i]->page_label;
+        if (!label) {
+            out.emplace_back(i, std::nullopt);
+            continue;
+        }
+        pdf::writepdf::page_label l{.label_prefix = label->label_prefix};
+        if (label->label_counter) {
+            l.label_start = label->label_counter->label_number;
+            l.label_style = pdf_label_style(label->label_counter->label_style);
+        }
+        out.emplace_back(i, std::move(l));
+    }
+    return out;
+}
+
 // Paints the pages into a document with its fonts and writes it.
 void write_output(log::log const& log,
                   engine const& engine,
@@ -351,16 +413,23 @@ void write_output(log::log const& log,
                   std::vector<pack::packed_bookmark> const& bookmarks,
                   link_targets const& links,
                   pdf::bulkio::output::output out) {
+    // The profile settles the options first: fonts are embedded and attachments dropped as it says
+    // before anything is loaded or written.
+    auto const options = pdf::conformance::apply_profile(log, first.doc_pdf_options);
     pdf::writepdf::pdf_document doc{.doc_metadata = first.doc_metadata,
-                                    .doc_options = first.doc_pdf_options,
+                                    .doc_options = options,
                                     .bookmarks = pdf::bookmarks::outline_of(resolve_bookmarks(links, bookmarks))};
-    doc.attachments = load_attachments(log, engine.engine_loader, first.doc_pdf_options.attach);
+    doc.attachments = load_attachments(log, engine.engine_loader, options.attach);
+    if (options.pdf_profile) {
+        doc.output_intent_icc = load_output_intent(log, engine.engine_loader, options);
+    }
     pdf::painter::add_pages(log, doc, pages,
-                            pdf::painter::paint_options{.artificial_fonts = first.doc_pdf_options.artificial_fonts,
+                            pdf::painter::paint_options{.artificial_fonts = options.artificial_fonts,
                                                         .resolve_link = [&](std::string const& url,
                                                                             std::string const& base) {
                                                             return resolve_link(links, url, base);
                                                         }});
+    doc.page_labels = page_labels_of(pages);
     pdf::pdf_fonts::attach_fonts(log, doc, engine.engine_fonts);
     pdf::writepdf::write_pdf_document(log, std::move(out), doc);
 }

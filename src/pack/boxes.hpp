@@ -9,6 +9,7 @@
 #include "css/page.hpp"
 #include "css/page_rule.hpp"
 #include "css/style.hpp"
+#include "pack/page_label.hpp"
 #include "css/used_style.hpp"
 #include "pack/areas.hpp"
 #include "prepack/prepack.hpp"
@@ -297,6 +298,8 @@ struct packed_page {
     areas::area paper_content_area;
     pack::body_box body_box;
     std::vector<pack::margin_box> margin_boxes;
+    /// The label a PDF viewer shows for the page.
+    std::optional<pack::page_label> page_label;
 };
 
 } // namespace vellum::pack

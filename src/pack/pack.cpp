@@ -482,6 +482,7 @@ page_out pack_page(doc_state& st,
                 .body_style = st.doc.doc_background,
             },
         .margin_boxes = std::move(margins.res_margin_boxes),
+        .page_label = page_label_of(info, ps.page_label),
     };
     st.pages.push_back(share(std::move(page)));
     if (st.in.pass_on_page) {

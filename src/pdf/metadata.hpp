@@ -153,4 +153,16 @@ inline std::vector<std::string> split_keywords(std::string_view text) {
     return out;
 }
 
+/// The keywords as one text, joined with ", ", as the information dictionary and XMP state them.
+inline std::string join_keywords(std::vector<std::string> const& keywords) {
+    std::string out;
+    for (auto const& k : keywords) {
+        if (!out.empty()) {
+            out += ", ";
+        }
+        out += k;
+    }
+    return out;
+}
+
 } // namespace vellum::metadata

@@ -1,7 +1,7 @@
 #include "pdf/pdf.hpp"
 
+#include "pdf/bulkio/crypt/md5.hpp"
 #include "util/hex.hpp"
-
 #include "util/ref.hpp"
 
 #include <algorithm>
@@ -10,8 +10,6 @@
 #include <cstring>
 #include <ctime>
 #include <unistd.h>
-
-#include <gcrypt.h>
 
 namespace vellum::pdf {
 
@@ -410,12 +408,6 @@ std::string document_id_from_hex(std::string_view text) {
 }
 
 std::string new_document_id() {
-    // libgcrypt wants to be initialised before its first use; the program does that at start, and this
-    // covers users of the writer that never did.
-    if (!gcry_control(GCRYCTL_INITIALIZATION_FINISHED_P)) {
-        gcry_check_version(nullptr);
-        gcry_control(GCRYCTL_INITIALIZATION_FINISHED, 0);
-    }
     auto const now = static_cast<std::uint32_t>(std::time(nullptr));
     auto const pid = static_cast<std::uint32_t>(getpid());
     std::uint8_t seed[8];
@@ -423,9 +415,8 @@ std::string new_document_id() {
         seed[i] = static_cast<std::uint8_t>(now >> (8 * i));
         seed[4 + i] = static_cast<std::uint8_t>(pid >> (8 * i));
     }
-    std::string digest(16, '\0');
-    gcry_md_hash_buffer(GCRY_MD_MD5, digest.data(), seed, sizeof seed);
-    return digest;
+    auto const digest = bulkio::crypt::md5::of(seed);
+    return std::string(reinterpret_cast<char const*>(digest.data()), digest.size());
 }
 
 } // namespace vellum::pdf

@@ -1,6 +1,8 @@
 #include "pdf/writepdf.hpp"
 
 #include "pdf/bulkio/buffer.hpp"
+#include "pdf/conformance.hpp"
+#include "pdf/encrypt.hpp"
 #include "pdf/pdf.hpp"
 
 #include <ctime>
@@ -18,6 +20,15 @@ date date_of(metadata::date const& d) {
     return out;
 }
 
+metadata::date metadata_date(date const& d) {
+    metadata::date out{.year = d.year, .month = d.month, .day = d.day};
+    if (d.date_time) {
+        out.time = metadata::time_of_day{
+            .hour = d.date_time->hour, .minute = d.date_time->minute, .second = d.date_time->second};
+    }
+    return out;
+}
+
 date local_now() {
     std::time_t const t = std::time(nullptr);
     std::tm tm{};
@@ -26,17 +37,6 @@ date local_now() {
             .month = tm.tm_mon + 1,
             .day = tm.tm_mday,
             .date_time = time_of_day{.hour = tm.tm_hour, .minute = tm.tm_min, .second = tm.tm_sec}};
-}
-
-std::string join_keywords(std::vector<std::string> const& keywords) {
-    std::string out;
-    for (auto const& k : keywords) {
-        if (!out.empty()) {
-            out += ", ";
-        }
-        out += k;
-    }
-    return out;
 }
 
 number real(float v) {
@@ -68,7 +68,7 @@ dict info_dict(metadata::metadata const& meta, metadata::pdf_options const& opti
     add_text("Subject", meta.subject);
     add_text("Author", meta.author);
     if (!meta.keywords.empty()) {
-        info.dict_entries.emplace_back("Keywords", text_string(join_keywords(meta.keywords)));
+        info.dict_entries.emplace_back("Keywords", text_string(metadata::join_keywords(meta.keywords)));
     }
     add_text("Creator", meta.creator);
     add_text("Producer", options.producer);
@@ -138,6 +138,38 @@ namespace {
 
 bool same_rect(common::rect const& a, common::rect const& b) { return a == b; }
 
+// The XMP stream, the output intent and its ICC stream. An ICC profile that cannot be had or read is
+// reported and the stream is written empty, so the file is still whole.
+void write_profile_objects(log::log const& log,
+                           writer& w,
+                           profile::pdf_profile profile,
+                           std::optional<std::vector<std::uint8_t>> const& icc,
+                           metadata::metadata const& meta,
+                           std::optional<std::string> const& producer,
+                           conformance::document_dates const& dates,
+                           ref xmp,
+                           ref intent,
+                           ref icc_ref) {
+    auto const packet = conformance::xmp_packet(meta, producer, dates, profile);
+    write_stream_bytes(w, xmp, stream_filter::as_is,
+                       dict{{{"Type", name{"Metadata"}}, {"Subtype", name{"XML"}}}},
+                       std::span(reinterpret_cast<std::uint8_t const*>(packet.data()), packet.size()));
+    bool const pdfx = profile == profile::pdf_profile::pdfx_3_2003 || profile == profile::pdf_profile::pdfx_4;
+    conformance::icc_summary summary{.icc_components = pdfx ? 4 : 3};
+    std::span<std::uint8_t const> data;
+    if (!icc) {
+        log::log_error(log, "could not load ICC profile");
+    } else if (auto const read = conformance::read_icc(*icc); !read) {
+        log::log_error(log, read.error());
+    } else {
+        summary = *read;
+        data = *icc;
+    }
+    write_object(w, intent, conformance::output_intent_dict(profile, summary.icc_description, icc_ref));
+    write_stream_bytes(w, icc_ref, stream_filter::deflate,
+                       dict{{{"N", std::int64_t{summary.icc_components}}}}, data);
+}
+
 // The entries of a graphics-state dictionary.
 dict ext_gs_dict(std::vector<content::ext_gs_param> const& params) {
     dict d{{{"Type", name{"ExtGState"}}}};
@@ -179,7 +211,8 @@ void write_page(log::log const& log,
                 content::gs& state,
                 std::map<int, ref> const& font_refs,
                 stream_filter filter,
-                dest::page_refs const& pages) {
+                dest::page_refs const& pages,
+                bool links_allowed) {
     ref const contents = new_ref(w);
     ref const resources = new_ref(w);
     content::new_page(state);
@@ -190,7 +223,9 @@ void write_page(log::log const& log,
     });
     auto const& used = state.used;
     if (used.stripped_transparency) {
-        log::log_error(log, "stripped transparency from page to comply with PDF profile");
+        log::log_error(log, "stripped transparency from page to comply with " +
+                                (w.writer_profile ? std::string(profile::profile_name(*w.writer_profile))
+                                                  : std::string("PDF profile")));
     }
     dict res;
     if (!used.font_resources.empty()) {
@@ -247,7 +282,7 @@ void write_page(log::log const& log,
         d.dict_entries.emplace_back(
             "Group", dict{{{"Type", name{"Group"}}, {"S", name{"Transparency"}}, {"CS", name{"DeviceRGB"}}}});
     }
-    if (!page.links.empty()) {
+    if (links_allowed && !page.links.empty()) {
         array annots;
         for (auto const& link : page.links) {
             annot::annot a{.rect = link.link_rect,
@@ -261,7 +296,12 @@ void write_page(log::log const& log,
                                                      },
                                                  },
                                                  link.link_target)};
-            annots.array_items.emplace_back(annot::annot_dict(a, pages));
+            auto d = annot::annot_dict(a, pages);
+            // An archival file is printed as it is seen: its annotations carry the print flag.
+            if (w.writer_profile == profile::pdf_profile::pdfa_1a || w.writer_profile == profile::pdf_profile::pdfa_1b) {
+                d.dict_entries.emplace_back("F", std::int64_t{4});
+            }
+            annots.array_items.emplace_back(std::move(d));
         }
         d.dict_entries.emplace_back("Annots", std::move(annots));
     }
@@ -271,19 +311,39 @@ void write_page(log::log const& log,
 } // namespace
 
 void write_pdf_document(log::log const& log, bulkio::output::output out, pdf_document const& doc) {
-    auto const& options = doc.doc_options;
-    if (options.encrypt) {
-        log::log_warning(log, "encryption is not supported yet: the PDF is written unencrypted");
-    }
-    if (options.pdf_profile) {
-        log::log_warning(log, "PDF profiles are not supported yet: the PDF is written without one");
-    }
+    auto const options = conformance::apply_profile(log, doc.doc_options);
     if (options.pdf_script) {
         log::log_warning(log, "document scripts are not supported yet: the script is not written");
     }
-    auto file = bulkio::buffer::open(out);
     std::string const id = options.pdf_id ? document_id_from_hex(*options.pdf_id) : new_document_id();
-    writer w = start_pdf(*file, choose_version(options), std::nullopt, id, std::nullopt);
+    // The keys come before any byte is written: a file that was asked to be encrypted and cannot be
+    // must not come out in the clear.
+    std::optional<encryption> crypt;
+    if (options.encrypt) {
+        auto const keys = encrypt::make_encrypt_keys(id, options.encrypt_info);
+        if (!keys) {
+            throw internal_error(keys.error());
+        }
+        crypt = encrypt::encryption_of(*keys);
+    }
+    auto file = bulkio::buffer::open(out);
+    writer w = start_pdf(*file, choose_version(options), options.pdf_profile, id, std::move(crypt));
+
+    // A profile that requires dates has both stamped with the time of writing; otherwise a missing date
+    // is the time of writing too, and the information dictionary and the XMP packet state the same.
+    auto const now = local_now();
+    metadata::metadata meta = doc.doc_metadata;
+    if (requires_dates(w)) {
+        meta.creation_date = metadata_date(now);
+        meta.modification_date = metadata_date(now);
+    }
+    conformance::document_dates const dates{
+        .creation = meta.creation_date ? date_of(*meta.creation_date) : now,
+        .modification = meta.modification_date ? date_of(*meta.modification_date) : now,
+    };
+    auto const allowed = [&](bool profile::profile_rules::*what) {
+        return !options.pdf_profile || profile::rules_of(*options.pdf_profile).*what;
+    };
 
     ref const catalog = new_ref(w);
     ref const page_tree = new_ref(w);
@@ -356,9 +416,12 @@ void write_pdf_document(log::log const& log, bulkio::output::output out, pdf_doc
     }
     // Each embedded file is a file specification and a stream, numbered before the catalog names them.
     std::vector<std::pair<ref, ref>> attachment_refs;
-    if (!doc.attachments.empty()) {
+    // The attachments were loaded before the options met the profile; one that forbids them drops them.
+    std::vector<embedded_file> const no_attachments;
+    auto const& attachments = !allowed(&profile::profile_rules::attachments_allowed) ? no_attachments : doc.attachments;
+    if (!attachments.empty()) {
         array files;
-        for (std::size_t i = 0; i < doc.attachments.size(); ++i) {
+        for (std::size_t i = 0; i < attachments.size(); ++i) {
             ref const spec = new_ref(w);
             ref const data = new_ref(w);
             attachment_refs.emplace_back(spec, data);
@@ -372,11 +435,12 @@ void write_pdf_document(log::log const& log, bulkio::output::output out, pdf_doc
     }
     if (!doc.page_labels.empty()) {
         auto nums = page_label_nums(doc.page_labels);
-        // One label on the first page that neither prefixes nor numbers in a style says nothing.
+        // One label for all pages that neither prefixes nor numbers in a style, or that counts in
+        // decimals from 1, says nothing a viewer would not show anyway.
+        dict const decimal_from_one{{{"St", std::int64_t{1}}, {"S", name{"D"}}}};
         bool const says_nothing = nums.array_items.size() == 2 && doc.page_labels.front().first == 0 &&
-                                  (!doc.page_labels.front().second ||
-                                   (!doc.page_labels.front().second->label_prefix &&
-                                    !doc.page_labels.front().second->label_style));
+                                  (nums.array_items[1] == object{dict{}} ||
+                                   nums.array_items[1] == object{decimal_from_one});
         if (!says_nothing) {
             cat.dict_entries.emplace_back("PageLabels", dict{{{"Nums", std::move(nums)}}});
         }
@@ -385,12 +449,29 @@ void write_pdf_document(log::log const& log, bulkio::output::output out, pdf_doc
     if (outline_root) {
         cat.dict_entries.emplace_back("Outlines", *outline_root);
     }
+    // A profile's file describes itself in an XMP packet and names the printing condition it was made
+    // for in an output intent with its ICC profile.
+    struct profile_objects {
+        ref xmp;
+        ref intent;
+        ref icc;
+    };
+    std::optional<profile_objects> profile_refs;
+    if (options.pdf_profile) {
+        profile_refs = profile_objects{.xmp = new_ref(w), .intent = new_ref(w), .icc = new_ref(w)};
+        cat.dict_entries.emplace_back("Metadata", profile_refs->xmp);
+        cat.dict_entries.emplace_back("OutputIntents", array{{profile_refs->intent}});
+    }
     write_root(w, catalog, cat);
+    if (profile_refs) {
+        write_profile_objects(log, w, *options.pdf_profile, doc.output_intent_icc, meta, options.producer, dates,
+                              profile_refs->xmp, profile_refs->intent, profile_refs->icc);
+    }
     if (outline_root) {
         outlines::write_outlines_at(w, *outline_root, doc.bookmarks, lookup);
     }
-    for (std::size_t i = 0; i < doc.attachments.size(); ++i) {
-        auto const& file = doc.attachments[i];
+    for (std::size_t i = 0; i < attachments.size(); ++i) {
+        auto const& file = attachments[i];
         auto const& [spec, data] = attachment_refs[i];
         write_object(w, spec,
                      dict{{{"Type", name{"Filespec"}},
@@ -423,7 +504,8 @@ void write_pdf_document(log::log const& log, bulkio::output::output out, pdf_doc
     stream_filter const filter = options.compress ? stream_filter::deflate : stream_filter::as_is;
     content::gs state{.strip_transparency = strips_transparency(w)};
     for (std::size_t i = 0; i < doc.pages.size(); ++i) {
-        write_page(log, w, doc.pages[i], page_refs[i], page_tree, state, font_refs, filter, lookup);
+        write_page(log, w, doc.pages[i], page_refs[i], page_tree, state, font_refs, filter, lookup,
+                   allowed(&profile::profile_rules::link_annotations_allowed));
     }
     for (auto const& [id, r] : font_refs) {
         if (!doc.write_font) {
@@ -431,7 +513,11 @@ void write_pdf_document(log::log const& log, bulkio::output::output out, pdf_doc
         }
         doc.write_font(w, id, r);
     }
-    write_info(w, info_dict(doc.doc_metadata, options, local_now()));
+    dict info = options.pdf_profile ? conformance::profile_info_entries(*options.pdf_profile) : dict{};
+    for (auto& entry : info_dict(meta, options, now).dict_entries) {
+        info.dict_entries.push_back(std::move(entry));
+    }
+    write_info(w, info);
     write_encrypt(w);
     finish_pdf(w);
     bulkio::buffer::flush(*file);

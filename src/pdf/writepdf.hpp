@@ -88,6 +88,9 @@ struct pdf_document {
     std::function<void(writer&, int font_id, ref font_ref)> write_font;
     /// The files to embed, in order (the options' attachments, as the engine loaded them).
     std::vector<embedded_file> attachments;
+    /// The ICC profile of the output intent, for a file written to a profile; absent when it could not
+    /// be loaded.
+    std::optional<std::vector<std::uint8_t>> output_intent_icc;
 };
 
 /// The name of the n-th embedded file in the name tree: "Attach" and the index in three digits.

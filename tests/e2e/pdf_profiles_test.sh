@@ -1,0 +1,136 @@
+#!/usr/bin/env bash
+# Conformance profiles: PDF/A-1a, PDF/A-1b, PDF/X-3:2003 and PDF/X-4 files carry an XMP packet with the
+# profile's identification and an output intent with the program's ICC profile; PDF/X pages have trim
+# and bleed boxes and the information dictionary names the version; options and content the profile
+# does not allow are changed with a message.
+VELLUM=$1
+DATA=$2
+source "$DATA/lib.sh"
+cd "$work"
+command -v qpdf >/dev/null && command -v pdffonts >/dev/null || exit 77
+ICC_DIR="$DATA/../../resources/icc"
+
+cat >doc.html <<'HTML'
+<!DOCTYPE html><html><head><title>Annual report</title><style>
+@page { size: 300pt 300pt; margin: 20pt }
+body { font: 12pt "DejaVu Sans" }
+</style></head><body>
+<p style="opacity: 0.5; background: red">Half seen</p>
+<p style="page-break-before: always">Opaque, with <a href="http://example.org/">a link</a></p>
+</body></html>
+HTML
+
+# object FILE N: object N as qpdf shows it; ref_in TEXT KEY: the object number KEY refers to.
+object() { qpdf --show-object="$2" "$1"; }
+ref_in() { echo "$1" | sed -n "s/.*\/$2 \[\{0,1\} *\([0-9]*\) 0 R.*/\1/p"; }
+# The XMP packet of a file, checked to be well-formed XML, and one property of it.
+xmp_property() {
+    local cat xmp
+    cat=$(object "$1" 1)
+    xmp=$(ref_in "$cat" Metadata)
+    qpdf --show-object="$xmp" --filtered-stream-data "$1" | /usr/bin/python3 -c '
+import sys, xml.dom.minidom
+doc = xml.dom.minidom.parseString(sys.stdin.buffer.read())
+for node in doc.getElementsByTagName(sys.argv[1]):
+    print(node.firstChild.data)
+' "$2"
+}
+
+for profile in PDF/A-1a PDF/A-1b PDF/X-3:2003 PDF/X-4; do
+    name=$(echo "$profile" | tr -d '/:-')
+    timeout 60 "$VELLUM" doc.html --pdf-profile="$profile" -o "$name.pdf" 2>"$name.err"
+    expect_eq "$profile: status" "$?" 0
+    qpdf_clean "$profile" "$name.pdf"
+    cat=$(object "$name.pdf" 1)
+    expect_contains "$profile: metadata" "$cat" "/Metadata"
+    intent=$(object "$name.pdf" "$(ref_in "$cat" OutputIntents)")
+    expect_contains "$profile: output intent" "$intent" "/Type /OutputIntent"
+    expect_contains "$profile: registry" "$intent" "/RegistryName (http://www.color.org)"
+    icc=$(ref_in "$intent" DestOutputProfile)
+    qpdf --show-object="$icc" --filtered-stream-data "$name.pdf" >"$name.icc"
+    expect_eq "$profile: dc:format" "$(xmp_property "$name.pdf" dc:format)" "application/pdf"
+    expect_eq "$profile: dc:title" "$(xmp_property "$name.pdf" rdf:li)" "Annual report"
+    expect_contains "$profile: creation date" "$(xmp_property "$name.pdf" xmp:CreateDate)" "T"
+    pages=$(qpdf --show-npages "$name.pdf")
+    case "$profile" in
+    PDF/A-*)
+        expect_contains "$profile: intent subtype" "$intent" "/S /GTS_PDFA1"
+        expect_eq "$profile: ICC profile" "$(cmp "$name.icc" "$ICC_DIR/sRGB_IEC61966-2-1_black_scaled.icc" && echo same)" same
+        expect_contains "$profile: ICC components" "$(object "$name.pdf" "$icc")" "/N 3"
+        expect_eq "$profile: pdfaid:part" "$(xmp_property "$name.pdf" pdfaid:part)" 1
+        expect_eq "$profile: conformance letter" "$(xmp_property "$name.pdf" pdfaid:conformance)" \
+            "$(echo "${profile#PDF/A-1}" | tr a-z A-Z)"
+        # Transparency is stripped, with a message for each page that had it.
+        expect_eq "$profile: stripped" "$(grep -c 'stripped transparency from page to comply with '"$profile" "$name.err")" 1
+        expect_eq "$profile: no opacity" "$(qpdf --qdf "$name.pdf" - | grep -a -c '/ca ')" 0
+        expect_eq "$profile: no page group" "$(qpdf --qdf "$name.pdf" - | grep -a -c '/Group')" 0
+        # Links stay, printable.
+        expect_eq "$profile: link printed" "$(qpdf --qdf "$name.pdf" - | grep -a -c '^ *\/F 4$')" 1
+        ;;
+    PDF/X-*)
+        expect_contains "$profile: intent subtype" "$intent" "/S /GTS_PDFX"
+        expect_eq "$profile: ICC profile" "$(cmp "$name.icc" "$ICC_DIR/USWebCoatedSWOP.icc" && echo same)" same
+        expect_contains "$profile: ICC components" "$(object "$name.pdf" "$icc")" "/N 4"
+        expect_contains "$profile: intent description" "$intent" "/OutputConditionIdentifier (Vellum generic CMYK"
+        info=$(pdfinfo -box "$name.pdf")
+        expect_contains "$profile: subtype" "$info" "PDF subtype:    $profile"
+        expect_eq "$profile: trim boxes" "$(qpdf --qdf "$name.pdf" - | grep -a -c '/TrimBox')" "$pages"
+        expect_eq "$profile: bleed boxes" "$(qpdf --qdf "$name.pdf" - | grep -a -c '/BleedBox')" "$pages"
+        trailer=$(object "$name.pdf" trailer)
+        infodict=$(object "$name.pdf" "$(ref_in "$trailer" Info)")
+        expect_contains "$profile: trapped" "$infodict" "/Trapped /False"
+        expect_contains "$profile: dates" "$infodict" "/CreationDate (D:"
+        expect_contains "$profile: modification date" "$infodict" "/ModDate (D:"
+        expect_eq "$profile: xmp version" "$(xmp_property "$name.pdf" pdfx:GTS_PDFXVersion)$(xmp_property "$name.pdf" pdfxid:GTS_PDFXVersion)" "$profile"
+        expect_eq "$profile: xmp trapped" "$(xmp_property "$name.pdf" pdf:Trapped)" "False"
+        # No link annotations on PDF/X pages.
+        expect_eq "$profile: no annotations" "$(qpdf --qdf "$name.pdf" - | grep -a -c '/Annots')" 0
+        ;;
+    esac
+done
+# PDF/X-3 strips transparency, PDF/X-4 keeps it.
+expect_contains "PDF/X-3: stripped" "$(cat PDFX32003.err)" "stripped transparency from page to comply with PDF/X-3:2003"
+expect_eq "PDF/X-4: opacity kept" "$(qpdf --qdf PDFX4.pdf - | grep -a -c '/ca 0.5')" 1
+expect_eq "PDF/X-4: no message" "$(cat PDFX4.err)" ""
+
+# Options the profile does not allow are changed, each with its message.
+echo "attached" >note.txt
+timeout 60 "$VELLUM" doc.html --pdf-profile=pdf/a-1b --attach=note.txt --no-embed-fonts -o options.pdf 2>options.err
+expect_eq "options: status" "$?" 0
+expect_contains "options: attachments" "$(cat options.err)" "PDF/A-1b does not support attachments"
+expect_contains "options: fonts" "$(cat options.err)" "PDF/A-1b requires fonts to be embedded"
+expect_not_contains "options: no attachment" "$(object options.pdf 1)" "EmbeddedFiles"
+expect_eq "options: fonts embedded" "$(pdffonts options.pdf | tail -n +3 | awk '{print $(NF-4)}' | sort -u)" yes
+
+# --pdf-output-intent names another ICC profile; one that cannot be loaded is an error, and the file is
+# still whole.
+timeout 60 "$VELLUM" doc.html --pdf-profile=PDF/X-4 --pdf-output-intent="$ICC_DIR/sRGB_IEC61966-2-1_black_scaled.icc" \
+    -o intent.pdf 2>intent.err
+expect_eq "intent: status" "$?" 0
+cat=$(object intent.pdf 1)
+intent=$(object intent.pdf "$(ref_in "$cat" OutputIntents)")
+expect_contains "intent: description" "$intent" "/Info (sRGB)"
+timeout 60 "$VELLUM" doc.html --pdf-profile=PDF/X-4 --pdf-output-intent=missing.icc -o missing.pdf 2>missing.err
+expect_eq "missing: status" "$?" 0
+expect_contains "missing: message" "$(cat missing.err)" "could not load ICC profile"
+qpdf_clean "missing" missing.pdf
+head -c 200 doc.html >broken.icc
+timeout 60 "$VELLUM" doc.html --pdf-profile=PDF/A-1b --pdf-output-intent=broken.icc -o broken.pdf 2>broken.err
+expect_contains "broken ICC: message" "$(cat broken.err)" "ICC profile"
+qpdf_clean "broken" broken.pdf
+
+# A style sheet can ask for a profile; without one no XMP packet is written.
+cat >styled.html <<'HTML'
+<!DOCTYPE html><html><head><style>@vellum-pdf { -vellum-pdf-profile: "PDF/X-4" }</style></head>
+<body><p>Styled</p></body></html>
+HTML
+timeout 60 "$VELLUM" styled.html -o styled.pdf 2>styled.err
+expect_contains "styled: profile" "$(pdfinfo styled.pdf)" "PDF/X-4"
+timeout 60 "$VELLUM" doc.html -o none.pdf 2>none.err
+expect_not_contains "none: no metadata" "$(object none.pdf 1)" "/Metadata"
+expect_not_contains "none: no intent" "$(object none.pdf 1)" "/OutputIntents"
+
+timeout 60 "$VELLUM" doc.html --pdf-profile=PDF/Z -o bad.pdf 2>bad.err
+expect_eq "unknown profile: status" "$?" 1
+expect_contains "unknown profile: message" "$(cat bad.err)" "invalid value for option \`--pdf-profile'"
+finish
