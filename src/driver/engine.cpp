@@ -4,6 +4,7 @@
 #include "css/styledom/computed.hpp"
 #include "driver/pack_loop.hpp"
 #include "driver/pdf_rules.hpp"
+#include "image/images.hpp"
 #include "pack/pack.hpp"
 #include "pdf/bookmarks.hpp"
 #include "pdf/painter.hpp"
@@ -349,17 +350,20 @@ void write_output(log::log const& log,
                   std::vector<ref<pack::packed_page>> const& pages,
                   std::vector<pack::packed_bookmark> const& bookmarks,
                   link_targets const& links,
+                  images::images const& image_table,
                   pdf::bulkio::output::output out) {
     pdf::writepdf::pdf_document doc{.doc_metadata = first.doc_metadata,
                                     .doc_options = first.doc_pdf_options,
                                     .bookmarks = pdf::bookmarks::outline_of(resolve_bookmarks(links, bookmarks))};
     doc.attachments = load_attachments(log, engine.engine_loader, first.doc_pdf_options.attach);
+    doc.page_objects = std::make_shared<pdf::page_objects::page_objects>(&image_table);
     pdf::painter::add_pages(log, doc, pages,
                             pdf::painter::paint_options{.artificial_fonts = first.doc_pdf_options.artificial_fonts,
                                                         .resolve_link = [&](std::string const& url,
                                                                             std::string const& base) {
                                                             return resolve_link(links, url, base);
-                                                        }});
+                                                        },
+                                                        .objects = doc.page_objects});
     pdf::pdf_fonts::attach_fonts(log, doc, engine.engine_fonts);
     pdf::writepdf::write_pdf_document(log, std::move(out), doc);
 }
@@ -480,6 +484,8 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
                               "script is run");
     }
     std::vector<loaded_document> docs;
+    // Each image is read once for the whole run, however many documents and pages show it.
+    images::images image_table(engine.engine_loader);
     {
         // The prefetch threads run while documents load and boxes are made; then all fetching is
         // synchronous.
@@ -497,7 +503,7 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
         log::log_progress_stage(log, "Preparing document...");
         for (auto& doc : docs) {
             doc.doc_boxes = std::make_shared<prepack::pack_document const>(
-                prepack::walk::prepack_document(log, *doc.doc_styled));
+                prepack::walk::prepack_document(log, *doc.doc_styled, &image_table));
         }
     }
     // The first document that loaded governs the metadata and PDF options of the whole output.
@@ -528,7 +534,7 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
         links.link_doc_bases.push_back(doc.doc_base);
     }
     if (stream) {
-        write_output(log, engine, first, outcome.pass_pages, outcome.pass_bookmarks, links,
+        write_output(log, engine, first, outcome.pass_pages, outcome.pass_bookmarks, links, image_table,
                      pdf::bulkio::file::file_output(stream));
         return true;
     }
@@ -541,7 +547,7 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
                     log::log_file_message(log, log::level::error, f.file_path.path, out.error());
                     return false;
                 }
-                write_output(log, engine, first, outcome.pass_pages, outcome.pass_bookmarks, links,
+                write_output(log, engine, first, outcome.pass_pages, outcome.pass_bookmarks, links, image_table,
                              pdf::bulkio::file::file_output(out->file()));
                 if (auto done = out->commit(); !done) {
                     log::log_file_message(log, log::level::error, f.file_path.path, done.error());
@@ -551,7 +557,7 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
             },
             [&](job::standard_output const&) {
                 log::log_debug(log, "writing to standard output");
-                write_output(log, engine, first, outcome.pass_pages, outcome.pass_bookmarks, links,
+                write_output(log, engine, first, outcome.pass_pages, outcome.pass_bookmarks, links, image_table,
                              pdf::bulkio::file::file_output(stdout));
                 return true;
             },

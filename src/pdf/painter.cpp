@@ -474,9 +474,42 @@ struct painter {
                 }
             }
         }
-        if (std::holds_alternative<pack::image>(b.box_content)) {
-            warn_once(warned_images, "images are not supported yet");
+        if (auto const* img = std::get_if<pack::image>(&b.box_content)) {
+            paint_image(img->image_box, *b.box_style);
         }
+    }
+
+    // A replaced image: its XObject drawn over the picture's rectangle. The image's first row is the
+    // top of the unit square, so the square is scaled to the size and moved to the bottom left corner.
+    void paint_image(pack::imagebox const& im, css::style::style const& style) {
+        if (!is_visible(style) || !im.imagebox_content) {
+            return;
+        }
+        if (!options.objects) {
+            warn_once(warned_images, "images are not painted in this output");
+            return;
+        }
+        float x = im.imagebox_pos.x;
+        float y = im.imagebox_pos.y;
+        float w = im.imagebox_size.w;
+        float h = im.imagebox_size.h;
+        if (w <= 0 || h <= 0) {
+            return;
+        }
+        if (im.imagebox_content->image_magic.snap_to_integer_coords) {
+            x = std::round(x);
+            y = std::round(y);
+            w = std::max(1.0f, std::round(w));
+            h = std::max(1.0f, std::round(h));
+        }
+        auto const name = options.objects->use_image(im.imagebox_content);
+        content::save(o, g);
+        if (alpha < 1) {
+            content::opacity(o, g, alpha, alpha);
+        }
+        content::concat(o, g, matrix::matrix{w, 0, 0, h, x, y - h});
+        content::xobject(o, g, name);
+        content::restore(o, g);
     }
 
     // ---- Lines ----------------------------------------------------------------------------------------

@@ -9,11 +9,13 @@
 #include "pdf/metadata.hpp"
 #include "pdf/navigation.hpp"
 #include "pdf/object.hpp"
+#include "pdf/page_objects.hpp"
 #include "pdf/pdf.hpp"
 
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -88,6 +90,8 @@ struct pdf_document {
     std::function<void(writer&, int font_id, ref font_ref)> write_font;
     /// The files to embed, in order (the options' attachments, as the engine loaded them).
     std::vector<embedded_file> attachments;
+    /// Images, filled areas and spot colours that the pages name, written after the pages.
+    std::shared_ptr<page_objects::page_objects> page_objects;
 };
 
 /// The name of the n-th embedded file in the name tree: "Attach" and the index in three digits.
