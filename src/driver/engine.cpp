@@ -2,6 +2,7 @@
 
 #include "css/compute_style.hpp"
 #include "css/styledom/computed.hpp"
+#include "css/styledom/sheets.hpp"
 #include "driver/pack_loop.hpp"
 #include "driver/pdf_rules.hpp"
 #include "image/images.hpp"
@@ -350,7 +351,7 @@ void write_output(log::log const& log,
                   std::vector<ref<pack::packed_page>> const& pages,
                   std::vector<pack::packed_bookmark> const& bookmarks,
                   link_targets const& links,
-                  images::images const& image_table,
+                  images::images& image_table,
                   pdf::bulkio::output::output out) {
     pdf::writepdf::pdf_document doc{.doc_metadata = first.doc_metadata,
                                     .doc_options = first.doc_pdf_options,
@@ -508,6 +509,20 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
     }
     // The first document that loaded governs the metadata and PDF options of the whole output.
     auto const& first = docs.front();
+    // Background images met when painting are named by url() values of the documents' sheets.
+    std::vector<ref<styledom::sheets::base_table>> bases;
+    for (auto const& doc : docs) {
+        bases.push_back(doc.doc_styled->styled_rules.rules_bases);
+    }
+    image_table.resolve_css_url = [bases](std::string const& text, std::string const& base)
+        -> std::optional<resource::locator::locator> {
+        for (auto const& table : bases) {
+            if (table && table->bases.contains(base)) {
+                return styledom::sheets::resolve_url(*table, css::value::url{text, base});
+            }
+        }
+        return std::nullopt;
+    };
 
     log::log_progress_stage(log, "Converting document...");
     std::vector<ref<prepack::pack_document const>> documents;

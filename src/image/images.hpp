@@ -7,6 +7,7 @@
 #include "resource/loader.hpp"
 #include "util/ref.hpp"
 
+#include <functional>
 #include <map>
 #include <string>
 #include <utility>
@@ -69,6 +70,13 @@ public:
 
     /// The decoded image (or the JPEG data) for the PDF, read again from its source.
     [[nodiscard]] result<image::image> read_image(log::log const& log, image_id const& id) const;
+
+    /// Resolves a url() of a style sheet (its text and the base the parser kept), for images that
+    /// painting meets in styles; set by the engine from the documents' base tables.
+    std::function<std::optional<resource::locator::locator>(std::string const& text, std::string const& base)>
+        resolve_css_url = [](std::string const&, std::string const&) {
+            return std::optional<resource::locator::locator>{};
+        };
 
 private:
     resource::loader::loader const* table_loader;

@@ -1,5 +1,6 @@
 #include "pdf/page_objects.hpp"
 
+#include "css/styledom/sheets.hpp"
 #include "image/icc.hpp"
 #include "pdf/content.hpp"
 
@@ -164,6 +165,22 @@ dict ramp_function(std::vector<ramp_stop> const& stops) {
                  {"Encode", std::move(encode)}}};
 }
 
+std::optional<vellum::ref<images::image_id>> page_objects::background_image(log::log const& log,
+                                                                           css::value::url const& url) {
+    if (!objects_images) {
+        return std::nullopt;
+    }
+    // The base of a url value is the sheet or document it was written in, which the documents' base
+    // tables know.
+    auto const loc = objects_images->resolve_css_url(url.url_text, url.url_base)
+                         .value_or(styledom::sheets::resolve_url(styledom::sheets::base_table{}, url));
+    auto id = objects_images->get_image_id(log, loc);
+    if (!id) {
+        return std::nullopt;
+    }
+    return *id;
+}
+
 std::string page_objects::use_image(vellum::ref<images::image_id> const& id) {
     image_ids.emplace(id->image_name, id);
     return id->image_name;
@@ -287,7 +304,13 @@ void page_objects::write_all(log::log const& log, writer& w, bool compress) {
                      {"Function", ramp_function(s.shading_stops)},
                      {"Extend", array{{s.extend_start, s.extend_end}}}}};
             resources.dict_entries.emplace_back("Shading", dict{{{"Sh0", std::move(sh)}}});
-            body = num(a.x0) + " " + num(a.y0) + " " + num(a.x1 - a.x0) + " " + num(a.y1 - a.y0) + " re W n /Sh0 sh\n";
+            body = num(a.x0) + " " + num(a.y0) + " " + num(a.x1 - a.x0) + " " + num(a.y1 - a.y0) + " re W n ";
+            if (s.shading_matrix) {
+                auto const& m = *s.shading_matrix;
+                body += num(m.a) + " " + num(m.b) + " " + num(m.c) + " " + num(m.d) + " " + num(m.tx) + " " +
+                        num(m.ty) + " cm ";
+            }
+            body += "/Sh0 sh\n";
         }
         dict params{{{"Type", name{"XObject"}},
                      {"Subtype", name{"Form"}},

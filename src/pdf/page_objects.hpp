@@ -5,6 +5,7 @@
 // that they are placed in the space where the form is drawn, whatever transform is in force there.
 #pragma once
 
+#include "css/value.hpp"
 #include "driver/log.hpp"
 #include "image/images.hpp"
 #include "pdf/color.hpp"
@@ -48,6 +49,8 @@ struct shading {
     std::vector<ramp_stop> shading_stops;
     bool extend_start = true;
     bool extend_end = true;
+    /// A transform applied to the shading alone (an elliptical radial gradient is a scaled circle).
+    std::optional<matrix::matrix> shading_matrix;
     bool operator==(shading const&) const = default;
 };
 
@@ -78,7 +81,11 @@ struct fill_form {
 
 class page_objects {
 public:
-    explicit page_objects(images::images const* table) : objects_images(table) {}
+    explicit page_objects(images::images* table) : objects_images(table) {}
+
+    /// The image a background's url() names, loaded the first time; nothing (after one warning) when
+    /// it cannot be loaded, or when there is no image table.
+    std::optional<vellum::ref<images::image_id>> background_image(log::log const& log, css::value::url const& url);
 
     /// The resource name of an image, noting it for writing.
     std::string use_image(vellum::ref<images::image_id> const& id);
@@ -104,7 +111,7 @@ private:
         std::optional<ref> entry_ref;
         bool written = false;
     };
-    images::images const* objects_images;
+    images::images* objects_images;
     std::map<std::string, vellum::ref<images::image_id>> image_ids;
     std::map<std::string, entry> images_out;
     std::vector<std::pair<fill_form, std::string>> forms;

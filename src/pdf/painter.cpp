@@ -1,12 +1,14 @@
 #include "pdf/painter.hpp"
 
 #include "pdf/borders.hpp"
+#include "pdf/paint_background.hpp"
 #include "pdf/paint_color.hpp"
 #include "pdf/paint_text.hpp"
 #include "util/matrix.hpp"
 #include "util/ref.hpp"
 #include "util/result.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <set>
@@ -204,7 +206,7 @@ struct painter {
         }
     }
 
-    // A background colour over its clip box, rounded as the border is; image layers wait for images.
+    // A background colour over its clip box, rounded as the border is, then the image layers.
     void background(borders::frame const& border_box,
                     css::style::style const& style,
                     css::used_style::used_style const& used) {
@@ -212,13 +214,32 @@ struct painter {
             return;
         }
         auto const& layers = used.used_background ? used.used_background : style.background;
-        if (layers) {
-            for (auto const& image : layers->background_image) {
-                if (!std::holds_alternative<css::box::none_value>(image)) {
-                    warn_once(warned_images, "background images are not supported yet");
-                }
-            }
+        background_color(border_box, used, layers);
+        if (!layers) {
+            return;
         }
+        bool const any = std::ranges::any_of(layers->background_image, [](css::box::bg_image const& i) {
+            return !std::holds_alternative<css::box::none_value>(i);
+        });
+        if (!any) {
+            return;
+        }
+        if (!options.objects) {
+            warn_once(warned_images, "background images are not painted in this output");
+            return;
+        }
+        borders::widths const w = borders::border_widths(used.used_borders);
+        auto const padding_box = borders::inset(border_box, w);
+        paint_background::paint_layers(log, o, g, *options.objects, *layers,
+                                       {.border_box = border_box,
+                                        .padding_box = padding_box,
+                                        .content_box = borders::inset(padding_box, padding_widths(used))},
+                                       style.font_size, alpha);
+    }
+
+    void background_color(borders::frame const& border_box,
+                          css::used_style::used_style const& used,
+                          vellum::ref<css::box::background> const& layers) {
         auto const p = paint_color::paint_of(used.used_background_color);
         if (!p) {
             return;
