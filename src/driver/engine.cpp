@@ -8,6 +8,7 @@
 #include "image/images.hpp"
 #include "pack/pack.hpp"
 #include "pdf/bookmarks.hpp"
+#include "pdf/paint_color.hpp"
 #include "pdf/painter.hpp"
 #include "pdf/pdf_fonts.hpp"
 #include "prepack/walk.hpp"
@@ -358,6 +359,16 @@ void write_output(log::log const& log,
                                     .bookmarks = pdf::bookmarks::outline_of(resolve_bookmarks(links, bookmarks))};
     doc.attachments = load_attachments(log, engine.engine_loader, first.doc_pdf_options.attach);
     doc.page_objects = std::make_shared<pdf::page_objects::page_objects>(&image_table);
+    // Spot colours: each @vellum-color rule's alternate colour stands for its ink on screen.
+    for (auto const& [name, rule] : css::color::color_rules_of(first.doc_styled->styled_rules.rules_env.colors)) {
+        if (rule.alternate_color) {
+            auto const p = pdf::paint_color::paint_of(*rule.alternate_color);
+            if (p && (std::holds_alternative<pdf::color::rgb>(p->paint_color) ||
+                      std::holds_alternative<pdf::color::cmyk>(p->paint_color))) {
+                doc.page_objects->spot_alternates.emplace(name, p->paint_color);
+            }
+        }
+    }
     pdf::painter::add_pages(log, doc, pages,
                             pdf::painter::paint_options{.artificial_fonts = first.doc_pdf_options.artificial_fonts,
                                                         .resolve_link = [&](std::string const& url,

@@ -240,13 +240,14 @@ std::optional<ref> page_objects::ref_of(writer& w, resource_kind kind, std::stri
         }
         return std::nullopt;
     }
-    case resource_kind::colorspace:
-        for (auto const& s : separations) {
-            if (s.separation_name == name) {
-                return reserve(colorspaces_out);
-            }
-        }
-        return std::nullopt;
+    case resource_kind::colorspace: {
+        // A separation that the content selected by name: its alternate comes from the colour table.
+        auto const found = spot_alternates.find(name);
+        use_separation({.separation_name = name,
+                        .separation_alternate = found != spot_alternates.end() ? found->second
+                                                                               : color::color{color::cmyk{0, 0, 0, 1}}});
+        return reserve(colorspaces_out);
+    }
     }
     return std::nullopt;
 }

@@ -97,6 +97,10 @@ public:
     /// The colour-space resource name of a spot colour, by its ink name.
     std::string use_separation(separation_space const& s);
 
+    /// The process colours of the spot colours that @vellum-color rules define, by ink name; an ink
+    /// that no rule defines prints black on screen.
+    std::map<std::string, color::color> spot_alternates;
+
     /// The number of a named object, reserved the first time; nothing for a name never handed out.
     std::optional<ref> ref_of(writer& w, resource_kind kind, std::string const& name);
 

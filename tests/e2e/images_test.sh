@@ -119,4 +119,61 @@ qpdf_clean "generated" generated.pdf
 expect_eq "generated: two image objects" "$(qpdf --qdf --object-streams=disable generated.pdf - | grep -a -c '/Subtype /Image')" "2"
 expect_eq "generated: three images drawn" "$(qpdf --qdf --object-streams=disable generated.pdf - | grep -a -c ' Do$')" "3"
 
+# Backgrounds: a repeated image is one tiling pattern, however many boxes show it; no-repeat places one
+# picture; a linear gradient paints a ramp; a spot colour is a separation shown in its alternate.
+cat >backgrounds.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@vellum-color Gold { alternate-color: cmyk(0, 0.2, 1, 0) }
+@page { size: 300pt 300pt; margin: 0 }
+body { margin: 0 }
+div { width: 200pt; height: 40pt; margin: 0 0 10pt 0 }
+.tile { background: url(imgs/rgb.png) }
+.one { background: url(imgs/rgb.png) no-repeat 50% 50% }
+.ramp { background: linear-gradient(to right, red, blue) }
+.spot { background: -vellum-color(Gold, 1) }
+</style></head><body>
+<div class="tile"></div><div class="one"></div><div class="ramp"></div><div class="spot"></div>
+<div class="tile" style="page-break-before: always"></div><div class="tile" style="page-break-before: always"></div>
+</body></html>
+HTML
+timeout 60 "$VELLUM" backgrounds.html -o backgrounds.pdf 2>backgrounds.err
+expect_eq "backgrounds: status" "$?" 0
+expect_eq "backgrounds: no warnings" "$(cat backgrounds.err)" ""
+qpdf_clean "backgrounds" backgrounds.pdf
+qdf=$(qpdf --qdf --object-streams=disable backgrounds.pdf - | tr -d '\0' | tr -s ' \n' ' ')
+expect_eq "backgrounds: one image" "$(echo "$qdf" | grep -o '/Subtype /Image' | wc -l)" "1"
+# The tiled box at the same place on three pages is one pattern; the single picture is another.
+expect_eq "backgrounds: tiling patterns" "$(echo "$qdf" | grep -o '/PatternType 1' | wc -l)" "2"
+expect_contains "backgrounds: axial shading" "$qdf" "/ShadingType 2"
+expect_contains "backgrounds: separation" "$qdf" "/Separation /Gold /DeviceCMYK"
+pdftoppm -r 72 -png backgrounds.pdf bg
+result=$($PY - <<'PY'
+from PIL import Image
+im = Image.open("bg-1.png").convert("RGB")
+bad = []
+def near(name, got, want, tol=40):
+    if max(abs(a - b) for a, b in zip(got, want)) > tol:
+        bad.append(f"{name}: want {want} got {got}")
+# Tiles of 12pt repeat across the first box: red at the top left of each tile, green beside it.
+near("tile 1", im.getpixel((3, 3)), (255, 0, 0))
+near("tile 2", im.getpixel((15, 3)), (255, 0, 0))
+near("tile 2 green", im.getpixel((21, 3)), (0, 160, 0))
+# The single picture stands in the middle of the second box (y 50 to 90), the rest stays white.
+near("centred picture", im.getpixel((97, 67)), (255, 0, 0))
+near("around the picture", im.getpixel((20, 60)), (255, 255, 255))
+# The ramp: red at the left, blue at the right, a mix in the middle.
+left, mid, right = im.getpixel((2, 120)), im.getpixel((100, 120)), im.getpixel((197, 120))
+near("ramp left", left, (255, 0, 0))
+near("ramp right", right, (0, 0, 255))
+if not (60 < mid[0] < 200 and 60 < mid[2] < 200):
+    bad.append(f"ramp middle: {mid}")
+# The spot colour in its alternate: a yellow with a little magenta.
+spot = im.getpixel((100, 170))
+if not (spot[0] > 200 and 120 < spot[1] < 230 and spot[2] < 80):
+    bad.append(f"spot: {spot}")
+print("\n".join(bad) if bad else "ok")
+PY
+)
+expect_eq "backgrounds: pixels" "$result" "ok"
+
 finish
