@@ -122,19 +122,28 @@ std::vector<std::vector<css::value::value>> comma_runs(std::vector<css::value::v
     return out;
 }
 
+struct gradient_env {
+    float font_size = 12;
+    /// What currentColor stands for.
+    css::color::color current_color = css::color::black();
+};
+
 // The colour stops of a gradient line of the given length, with positions from 0 to 1: missing
 // positions share the room between their neighbours, and none stands before the one before it.
 std::optional<std::vector<page_objects::ramp_stop>> stops_of(std::vector<std::vector<css::value::value>> const& runs,
-                                                             double line_length, float font_size) {
+                                                             double line_length, gradient_env const& env) {
+    float const font_size = env.font_size;
     std::vector<std::pair<std::optional<double>, color::color>> raw;
     for (auto const& run : runs) {
         if (run.empty()) {
             return std::nullopt;
         }
-        auto c = css::color::parse_color(run[0]);
-        if (!c) {
+        auto const spec = css::color::parse_spec_color(run[0]);
+        if (!spec) {
             return std::nullopt;
         }
+        auto const* given = std::get_if<css::color::color>(&*spec);
+        std::optional<css::color::color> c = given ? *given : env.current_color;
         auto p = paint_color::paint_of(*c);
         // A transparent stop fades to white here: alpha ramps are not painted.
         color::color const pc = p ? p->paint_color : color::color{color::rgb{1, 1, 1}};
@@ -220,8 +229,8 @@ ramp normalised(std::vector<page_objects::ramp_stop> stops, bool repeating) {
     return {std::move(stops), lo, hi};
 }
 
-std::optional<page_objects::shading> linear(css::value::function const& f, borders::frame const& tile, float font_size,
-                                            bool repeating) {
+std::optional<page_objects::shading> linear(css::value::function const& f, borders::frame const& tile,
+                                            gradient_env const& env, bool repeating) {
     auto runs = comma_runs(f.function_args);
     double const w = width(tile);
     double const h = height(tile);
@@ -264,7 +273,7 @@ std::optional<page_objects::shading> linear(css::value::function const& f, borde
         }
     }
     double const length = std::abs(w * dx) + std::abs(h * dy);
-    auto stops = stops_of(runs, length, font_size);
+    auto stops = stops_of(runs, length, env);
     if (!stops) {
         return std::nullopt;
     }
@@ -279,8 +288,9 @@ std::optional<page_objects::shading> linear(css::value::function const& f, borde
                                  .shading_stops = r.stops};
 }
 
-std::optional<page_objects::shading> radial(css::value::function const& f, borders::frame const& tile, float font_size,
-                                            bool repeating) {
+std::optional<page_objects::shading> radial(css::value::function const& f, borders::frame const& tile,
+                                            gradient_env const& env, bool repeating) {
+    float const font_size = env.font_size;
     auto runs = comma_runs(f.function_args);
     double const w = width(tile);
     double const h = height(tile);
@@ -290,7 +300,7 @@ std::optional<page_objects::shading> radial(css::value::function const& f, borde
     double px = 0.5 * w;
     double py = 0.5 * h;
     bool has_head = false;
-    if (!runs.empty() && !runs[0].empty() && !css::color::parse_color(runs[0][0])) {
+    if (!runs.empty() && !runs[0].empty() && !css::color::parse_spec_color(runs[0][0])) {
         has_head = true;
         auto const& head = runs[0];
         std::size_t i = 0;
@@ -377,7 +387,7 @@ std::optional<page_objects::shading> radial(css::value::function const& f, borde
     if (rx <= 0 || ry <= 0) {
         return std::nullopt;
     }
-    auto stops = stops_of(runs, rx, font_size);
+    auto stops = stops_of(runs, rx, env);
     if (!stops) {
         return std::nullopt;
     }
@@ -477,17 +487,18 @@ tile_geometry place_tile(borders::frame const& area,
 }
 
 std::optional<page_objects::shading> gradient_shading(css::value::function const& f, borders::frame const& tile,
-                                                      float font_size) {
+                                                      float font_size, css::color::color const& current_color) {
+    gradient_env const env{.font_size = font_size, .current_color = current_color};
     std::string name = f.function_name;
     std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
     if (name.starts_with("-webkit-") || name.starts_with("-moz-")) {
         name = name.substr(name.find('-', 1) + 1);
     }
     if (name == "linear-gradient" || name == "repeating-linear-gradient") {
-        return linear(f, tile, font_size, name.starts_with("repeating"));
+        return linear(f, tile, env, name.starts_with("repeating"));
     }
     if (name == "radial-gradient" || name == "repeating-radial-gradient") {
-        return radial(f, tile, font_size, name.starts_with("repeating"));
+        return radial(f, tile, env, name.starts_with("repeating"));
     }
     return std::nullopt;
 }
@@ -499,6 +510,7 @@ void paint_layers(log::log const& log,
                   css::box::background const& background,
                   layer_boxes const& boxes,
                   float font_size,
+                  css::color::color const& current_color,
                   double alpha) {
     auto const box_of = [&](css::box::background_box b) -> borders::frame const& {
         switch (b) {
@@ -567,7 +579,7 @@ void paint_layers(log::log const& log,
                            auto const t = place_tile(area, std::nullopt, pick(background.background_size),
                                                      pick(background.background_position),
                                                      pick(background.background_repeat));
-                           auto s = gradient_shading(f, t.tile, font_size);
+                           auto s = gradient_shading(f, t.tile, font_size, current_color);
                            if (!s) {
                                log::log_warning_once(log, "background-image: unsupported gradient " + f.function_name);
                                return;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "css/box.hpp"
+#include "css/color.hpp"
 #include "driver/log.hpp"
 #include "pdf/borders.hpp"
 #include "pdf/content.hpp"
@@ -40,7 +41,7 @@ tile_geometry place_tile(borders::frame const& area,
 
 /// The shading of a gradient function over a tile; nothing for a function that is not a gradient.
 std::optional<page_objects::shading> gradient_shading(css::value::function const& f, borders::frame const& tile,
-                                                      float font_size);
+                                                      float font_size, css::color::color const& current_color);
 
 /// Paints a background's image layers, clipped each to its clip box.
 void paint_layers(log::log const& log,
@@ -50,6 +51,7 @@ void paint_layers(log::log const& log,
                   css::box::background const& background,
                   layer_boxes const& boxes,
                   float font_size,
+                  css::color::color const& current_color,
                   double alpha);
 
 } // namespace vellum::pdf::paint_background

@@ -234,7 +234,7 @@ struct painter {
                                        {.border_box = border_box,
                                         .padding_box = padding_box,
                                         .content_box = borders::inset(padding_box, padding_widths(used))},
-                                       style.font_size, alpha);
+                                       style.font_size, style.color, alpha);
     }
 
     void background_color(borders::frame const& border_box,
