@@ -191,18 +191,11 @@ struct painter {
     /// The opacity of the stacking contexts around what is being painted.
     double alpha = 1;
     bool warned_images = false;
-    bool warned_spot = false;
 
     void warn_once(bool& flag, std::string_view text) {
         if (!flag) {
             flag = true;
             log::log_warning(log, text);
-        }
-    }
-
-    void check_spot(paint_color::paint const& p) {
-        if (p.paint_spot_substituted) {
-            warn_once(warned_spot, "spot colours are not supported yet: painted in grey");
         }
     }
 
@@ -244,7 +237,6 @@ struct painter {
         if (!p) {
             return;
         }
-        check_spot(*p);
         // The colour is clipped like the bottom layer.
         auto clip = css::box::background_box::border_box;
         if (layers && !layers->background_clip.empty()) {
@@ -594,8 +586,7 @@ struct painter {
                               return;
                           }
                           if (auto const p = paint_color::paint_of(style.color)) {
-                              check_spot(*p);
-                          }
+                                                }
                           begin();
                           paint_text::paint_chars(o, g, cursor, *chars, base, style, alpha, text_opts);
                       }
