@@ -2,10 +2,13 @@
 
 #include "css/compute_style.hpp"
 #include "css/styledom/computed.hpp"
+#include "css/styledom/sheets.hpp"
 #include "driver/pack_loop.hpp"
 #include "driver/pdf_rules.hpp"
+#include "image/images.hpp"
 #include "pack/pack.hpp"
 #include "pdf/bookmarks.hpp"
+#include "pdf/paint_color.hpp"
 #include "pdf/painter.hpp"
 #include "pdf/pdf_fonts.hpp"
 #include "prepack/walk.hpp"
@@ -412,6 +415,7 @@ void write_output(log::log const& log,
                   std::vector<ref<pack::packed_page>> const& pages,
                   std::vector<pack::packed_bookmark> const& bookmarks,
                   link_targets const& links,
+                  images::images& image_table,
                   pdf::bulkio::output::output out) {
     // The profile settles the options first: fonts are embedded and attachments dropped as it says
     // before anything is loaded or written.
@@ -423,12 +427,24 @@ void write_output(log::log const& log,
     if (options.pdf_profile) {
         doc.output_intent_icc = load_output_intent(log, engine.engine_loader, options);
     }
+    doc.page_objects = std::make_shared<pdf::page_objects::page_objects>(&image_table);
+    // Spot colours: each @vellum-color rule's alternate colour stands for its ink on screen.
+    for (auto const& [name, rule] : css::color::color_rules_of(first.doc_styled->styled_rules.rules_env.colors)) {
+        if (rule.alternate_color) {
+            auto const p = pdf::paint_color::paint_of(*rule.alternate_color);
+            if (p && (std::holds_alternative<pdf::color::rgb>(p->paint_color) ||
+                      std::holds_alternative<pdf::color::cmyk>(p->paint_color))) {
+                doc.page_objects->spot_alternates.emplace(name, p->paint_color);
+            }
+        }
+    }
     pdf::painter::add_pages(log, doc, pages,
                             pdf::painter::paint_options{.artificial_fonts = options.artificial_fonts,
                                                         .resolve_link = [&](std::string const& url,
                                                                             std::string const& base) {
                                                             return resolve_link(links, url, base);
-                                                        }});
+                                                        },
+                                                        .objects = doc.page_objects});
     doc.page_labels = page_labels_of(pages);
     pdf::pdf_fonts::attach_fonts(log, doc, engine.engine_fonts);
     pdf::writepdf::write_pdf_document(log, std::move(out), doc);
@@ -550,6 +566,8 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
                               "script is run");
     }
     std::vector<loaded_document> docs;
+    // Each image is read once for the whole run, however many documents and pages show it.
+    images::images image_table(engine.engine_loader);
     {
         // The prefetch threads run while documents load and boxes are made; then all fetching is
         // synchronous.
@@ -567,11 +585,25 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
         log::log_progress_stage(log, "Preparing document...");
         for (auto& doc : docs) {
             doc.doc_boxes = std::make_shared<prepack::pack_document const>(
-                prepack::walk::prepack_document(log, *doc.doc_styled));
+                prepack::walk::prepack_document(log, *doc.doc_styled, &image_table));
         }
     }
     // The first document that loaded governs the metadata and PDF options of the whole output.
     auto const& first = docs.front();
+    // Background images met when painting are named by url() values of the documents' sheets.
+    std::vector<ref<styledom::sheets::base_table>> bases;
+    for (auto const& doc : docs) {
+        bases.push_back(doc.doc_styled->styled_rules.rules_bases);
+    }
+    image_table.resolve_css_url = [bases](std::string const& text, std::string const& base)
+        -> std::optional<resource::locator::locator> {
+        for (auto const& table : bases) {
+            if (table && table->bases.contains(base)) {
+                return styledom::sheets::resolve_url(*table, css::value::url{text, base});
+            }
+        }
+        return std::nullopt;
+    };
 
     log::log_progress_stage(log, "Converting document...");
     std::vector<ref<prepack::pack_document const>> documents;
@@ -598,7 +630,7 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
         links.link_doc_bases.push_back(doc.doc_base);
     }
     if (stream) {
-        write_output(log, engine, first, outcome.pass_pages, outcome.pass_bookmarks, links,
+        write_output(log, engine, first, outcome.pass_pages, outcome.pass_bookmarks, links, image_table,
                      pdf::bulkio::file::file_output(stream));
         return true;
     }
@@ -611,7 +643,7 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
                     log::log_file_message(log, log::level::error, f.file_path.path, out.error());
                     return false;
                 }
-                write_output(log, engine, first, outcome.pass_pages, outcome.pass_bookmarks, links,
+                write_output(log, engine, first, outcome.pass_pages, outcome.pass_bookmarks, links, image_table,
                              pdf::bulkio::file::file_output(out->file()));
                 if (auto done = out->commit(); !done) {
                     log::log_file_message(log, log::level::error, f.file_path.path, done.error());
@@ -621,7 +653,7 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
             },
             [&](job::standard_output const&) {
                 log::log_debug(log, "writing to standard output");
-                write_output(log, engine, first, outcome.pass_pages, outcome.pass_bookmarks, links,
+                write_output(log, engine, first, outcome.pass_pages, outcome.pass_bookmarks, links, image_table,
                              pdf::bulkio::file::file_output(stdout));
                 return true;
             },

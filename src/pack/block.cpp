@@ -1,6 +1,7 @@
 #include "pack/block.hpp"
 
 #include "css/used_style.hpp"
+#include "image/images.hpp"
 #include "pack/blocks.hpp"
 #include "pack/floats.hpp"
 #include "pack/para_main.hpp"
@@ -322,11 +323,79 @@ std::optional<float> first_baseline(box const& b) {
                       b.box_content);
 }
 
+namespace {
+
+// The size of a replaced image's content box: its own size at the image resolution, or the size that
+// width and height ask for, the other side following the image's ratio; then min-width, max-width and
+// max-height, still keeping the ratio where a side is "auto".
+util::size::size replaced_size(css::style::style const& s,
+                               css::used_style::used_style const& used,
+                               images::image_id const& id,
+                               float container_width) {
+    auto const& info = id.image_info;
+    float dpi_x = 96;
+    float dpi_y = 96;
+    if (auto const* d = std::get_if<css::box::resolution_dpi>(&s.image_resolution); d && d->dpi > 0) {
+        dpi_x = dpi_y = d->dpi;
+    } else if (std::holds_alternative<css::box::resolution_from_image>(s.image_resolution) && info.image_dpi) {
+        dpi_x = info.image_dpi->dpi_x;
+        dpi_y = info.image_dpi->dpi_y;
+    }
+    float const w0 = info.image_width * 72.0f / dpi_x;
+    float const h0 = info.image_height * 72.0f / dpi_y;
+    bool const width_auto = std::holds_alternative<css::box::auto_value>(s.width);
+    bool const height_auto = !used.used_height.has_value();
+    float w = width_auto ? w0 : used.used_width;
+    float h = height_auto ? h0 : *used.used_height;
+    if (width_auto && !height_auto && h0 > 0) {
+        w = h * w0 / h0;
+    } else if (height_auto && !width_auto && w0 > 0) {
+        h = w * h0 / w0;
+    }
+    auto const resolve = [&](auto const& v) -> std::optional<float> {
+        if (auto const* f = std::get_if<float>(&v)) {
+            return *f;
+        }
+        if (auto const* p = std::get_if<css::units::percentage>(&v)) {
+            return container_width * p->percentage_value / 100 + p->percentage_offset;
+        }
+        return std::nullopt;
+    };
+    if (auto const max_w = resolve(s.max_width); max_w && w > *max_w) {
+        w = std::max(0.0f, *max_w);
+        if (height_auto && w0 > 0) {
+            h = w * h0 / w0;
+        }
+    }
+    if (auto const min_w = resolve(s.min_width); min_w && w < *min_w) {
+        w = *min_w;
+        if (height_auto && w0 > 0) {
+            h = w * h0 / w0;
+        }
+    }
+    if (auto const* max_h = std::get_if<float>(&s.max_height); max_h && h > *max_h) {
+        h = std::max(0.0f, *max_h);
+        if (width_auto && h0 > 0) {
+            w = h * w0 / h0;
+        }
+    }
+    return {w, h};
+}
+
+} // namespace
+
 block_out
 pack_block(page_info info, block_type const& type, prepack::block const& b, mc::gap gap, areas::areas a) {
     auto const& s = *b.block_style;
     float const container_width = areas::width_of(a.container);
     auto used = css::used_style::used_style_of(s, container_width, std::nullopt);
+    // A replaced image has the size of its picture; its box is never split.
+    std::optional<util::size::size> image_size;
+    if (auto const* img = std::get_if<prepack::bcontent_image>(&b.block_content); img && img->image) {
+        image_size = replaced_size(s, used, *img->image, container_width);
+        used.used_width = image_size->w;
+        used.used_height.reset();
+    }
     auto const* um = std::get_if<css::used_style::used_margins>(&used.used_margins);
     float margin_top = um ? um->margin_top.value_or(0) : 0;
     float margin_bottom = um ? um->margin_bottom.value_or(0) : 0;
@@ -520,11 +589,20 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
                     c.areas = inner;
                     c.gap = mc::fresh();
                 },
-                [&](prepack::bcontent_image const&) {
-                    warn_once(info.general.log, said_replaced, "pack_image: images are not supported yet");
+                [&](prepack::bcontent_image const& img) {
                     c.info = info;
-                    c.areas = inner;
                     c.gap = mc::fresh();
+                    float const h = image_size ? image_size->h : 0;
+                    float const room = inner.container.top - inner.container.bottom;
+                    if (h > room + tolerance && !info.flags.max_page_area) {
+                        // The picture goes whole to the next page.
+                        c.refused = true;
+                        return;
+                    }
+                    c.content = image{imagebox{.imagebox_content = img.image,
+                                               .imagebox_pos = {content_left, inner.container.top},
+                                               .imagebox_size = image_size.value_or(util::size::size{})}};
+                    c.areas = mc::moved_down(inner, h);
                 },
             },
             b.block_content);

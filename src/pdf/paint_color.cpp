@@ -35,9 +35,8 @@ std::optional<paint> paint_of(css::color::color const& c) {
                               return paint{.paint_color = color::cmyk{v.c, v.m, v.y, v.k}};
                           },
                           [](css::color::named_color const& v) -> std::optional<paint> {
-                              // A full tint of an ink prints dark: grey stands in for it by the tint.
-                              return paint{.paint_color = color::gray{double(1 - v.named_color_tint)},
-                                           .paint_spot_substituted = true};
+                              // A tint of a spot colour, in the separation colour space of its ink.
+                              return paint{.paint_color = color::separation{v.named_color_name, v.named_color_tint}};
                           },
                           [](css::color::vellum_overprint const& v) -> std::optional<paint> {
                               if (!v.overprint_color) {

@@ -17,8 +17,6 @@ struct paint {
     double paint_alpha = 1;
     /// Overprint with this mode (0 or 1), or knock out.
     std::optional<int> paint_overprint_mode;
-    /// A spot colour painted in grey, since spot colours have no colour space in the file yet.
-    bool paint_spot_substituted = false;
     bool operator==(paint const&) const = default;
 };
 

@@ -1,12 +1,14 @@
 #include "pdf/painter.hpp"
 
 #include "pdf/borders.hpp"
+#include "pdf/paint_background.hpp"
 #include "pdf/paint_color.hpp"
 #include "pdf/paint_text.hpp"
 #include "util/matrix.hpp"
 #include "util/ref.hpp"
 #include "util/result.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <set>
@@ -189,7 +191,6 @@ struct painter {
     /// The opacity of the stacking contexts around what is being painted.
     double alpha = 1;
     bool warned_images = false;
-    bool warned_spot = false;
 
     void warn_once(bool& flag, std::string_view text) {
         if (!flag) {
@@ -198,13 +199,7 @@ struct painter {
         }
     }
 
-    void check_spot(paint_color::paint const& p) {
-        if (p.paint_spot_substituted) {
-            warn_once(warned_spot, "spot colours are not supported yet: painted in grey");
-        }
-    }
-
-    // A background colour over its clip box, rounded as the border is; image layers wait for images.
+    // A background colour over its clip box, rounded as the border is, then the image layers.
     void background(borders::frame const& border_box,
                     css::style::style const& style,
                     css::used_style::used_style const& used) {
@@ -212,18 +207,36 @@ struct painter {
             return;
         }
         auto const& layers = used.used_background ? used.used_background : style.background;
-        if (layers) {
-            for (auto const& image : layers->background_image) {
-                if (!std::holds_alternative<css::box::none_value>(image)) {
-                    warn_once(warned_images, "background images are not supported yet");
-                }
-            }
+        background_color(border_box, used, layers);
+        if (!layers) {
+            return;
         }
+        bool const any = std::ranges::any_of(layers->background_image, [](css::box::bg_image const& i) {
+            return !std::holds_alternative<css::box::none_value>(i);
+        });
+        if (!any) {
+            return;
+        }
+        if (!options.objects) {
+            warn_once(warned_images, "background images are not painted in this output");
+            return;
+        }
+        borders::widths const w = borders::border_widths(used.used_borders);
+        auto const padding_box = borders::inset(border_box, w);
+        paint_background::paint_layers(log, o, g, *options.objects, *layers,
+                                       {.border_box = border_box,
+                                        .padding_box = padding_box,
+                                        .content_box = borders::inset(padding_box, padding_widths(used))},
+                                       style.font_size, style.color, alpha);
+    }
+
+    void background_color(borders::frame const& border_box,
+                          css::used_style::used_style const& used,
+                          vellum::ref<css::box::background> const& layers) {
         auto const p = paint_color::paint_of(used.used_background_color);
         if (!p) {
             return;
         }
-        check_spot(*p);
         // The colour is clipped like the bottom layer.
         auto clip = css::box::background_box::border_box;
         if (layers && !layers->background_clip.empty()) {
@@ -474,9 +487,42 @@ struct painter {
                 }
             }
         }
-        if (std::holds_alternative<pack::image>(b.box_content)) {
-            warn_once(warned_images, "images are not supported yet");
+        if (auto const* img = std::get_if<pack::image>(&b.box_content)) {
+            paint_image(img->image_box, *b.box_style);
         }
+    }
+
+    // A replaced image: its XObject drawn over the picture's rectangle. The image's first row is the
+    // top of the unit square, so the square is scaled to the size and moved to the bottom left corner.
+    void paint_image(pack::imagebox const& im, css::style::style const& style) {
+        if (!is_visible(style) || !im.imagebox_content) {
+            return;
+        }
+        if (!options.objects) {
+            warn_once(warned_images, "images are not painted in this output");
+            return;
+        }
+        float x = im.imagebox_pos.x;
+        float y = im.imagebox_pos.y;
+        float w = im.imagebox_size.w;
+        float h = im.imagebox_size.h;
+        if (w <= 0 || h <= 0) {
+            return;
+        }
+        if (im.imagebox_content->image_magic.snap_to_integer_coords) {
+            x = std::round(x);
+            y = std::round(y);
+            w = std::max(1.0f, std::round(w));
+            h = std::max(1.0f, std::round(h));
+        }
+        auto const name = options.objects->use_image(im.imagebox_content);
+        content::save(o, g);
+        if (alpha < 1) {
+            content::opacity(o, g, alpha, alpha);
+        }
+        content::concat(o, g, matrix::matrix{w, 0, 0, h, x, y - h});
+        content::xobject(o, g, name);
+        content::restore(o, g);
     }
 
     // ---- Lines ----------------------------------------------------------------------------------------
@@ -540,8 +586,7 @@ struct painter {
                               return;
                           }
                           if (auto const p = paint_color::paint_of(style.color)) {
-                              check_spot(*p);
-                          }
+                                                }
                           begin();
                           paint_text::paint_chars(o, g, cursor, *chars, base, style, alpha, text_opts);
                       }

@@ -11,6 +11,7 @@
 #include "pdf/writepdf.hpp"
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <span>
 #include <variant>
@@ -30,6 +31,9 @@ struct paint_options {
     bool artificial_fonts = false;
     /// Resolves links; without it "#name" is a named destination and anything else a web address.
     link_resolver resolve_link;
+    /// Where images, tiled backgrounds, gradients and spot colours are named; without it they are
+    /// left out with a warning.
+    std::shared_ptr<page_objects::page_objects> objects;
 };
 
 /// Paints a whole page into its content stream.

@@ -7,6 +7,7 @@
 
 #include <ctime>
 #include <map>
+#include <set>
 
 namespace vellum::pdf::writepdf {
 
@@ -212,7 +213,8 @@ void write_page(log::log const& log,
                 std::map<int, ref> const& font_refs,
                 stream_filter filter,
                 dest::page_refs const& pages,
-                bool links_allowed) {
+                bool links_allowed,
+                page_objects::page_objects* objects) {
     ref const contents = new_ref(w);
     ref const resources = new_ref(w);
     content::new_page(state);
@@ -239,13 +241,28 @@ void write_page(log::log const& log,
         }
         res.dict_entries.emplace_back("Font", std::move(fonts));
     }
+    // Images and forms, and spot colour spaces, by the numbers the page objects reserve for them.
+    auto named = [&](std::set<std::string> const& names, page_objects::resource_kind kind, char const* what) {
+        dict out;
+        for (auto const& n : names) {
+            auto const r = objects ? objects->ref_of(w, kind, n) : std::nullopt;
+            if (!r) {
+                throw internal_error(std::string(what) + n);
+            }
+            out.dict_entries.emplace_back(n, *r);
+        }
+        return out;
+    };
     if (!used.xobject_resources.empty()) {
-        // FIXME: images join the page resources with the image table.
-        throw internal_error("missing image: " + *used.xobject_resources.begin());
+        res.dict_entries.emplace_back("XObject",
+                                      named(used.xobject_resources, page_objects::resource_kind::xobject, "missing image: "));
     }
     array procset{{name{"PDF"}}};
     if (!used.font_resources.empty()) {
         procset.array_items.emplace_back(name{"Text"});
+    }
+    if (!used.xobject_resources.empty()) {
+        procset.array_items.emplace_back(name{"ImageC"});
     }
     res.dict_entries.emplace_back("ProcSet", std::move(procset));
     bool transparent = false;
@@ -261,7 +278,8 @@ void write_page(log::log const& log,
         throw internal_error("missing pattern: " + *used.pattern_resources.begin());
     }
     if (!used.color_resources.empty()) {
-        throw internal_error("missing color: " + *used.color_resources.begin());
+        res.dict_entries.emplace_back(
+            "ColorSpace", named(used.color_resources, page_objects::resource_kind::colorspace, "missing color: "));
     }
     write_object(w, resources, res);
 
@@ -327,7 +345,12 @@ void write_pdf_document(log::log const& log, bulkio::output::output out, pdf_doc
         crypt = encrypt::encryption_of(*keys);
     }
     auto file = bulkio::buffer::open(out);
-    writer w = start_pdf(*file, choose_version(options), options.pdf_profile, id, std::move(crypt));
+    auto version = choose_version(options);
+    // 16-bit image samples came with PDF 1.5.
+    if (version == pdf_version::pdf_1_4 && doc.page_objects && doc.page_objects->needs_pdf_1_5()) {
+        version = pdf_version::pdf_1_5;
+    }
+    writer w = start_pdf(*file, version, options.pdf_profile, id, std::move(crypt));
 
     // A profile that requires dates has both stamped with the time of writing; otherwise a missing date
     // is the time of writing too, and the information dictionary and the XMP packet state the same.
@@ -505,7 +528,10 @@ void write_pdf_document(log::log const& log, bulkio::output::output out, pdf_doc
     content::gs state{.strip_transparency = strips_transparency(w)};
     for (std::size_t i = 0; i < doc.pages.size(); ++i) {
         write_page(log, w, doc.pages[i], page_refs[i], page_tree, state, font_refs, filter, lookup,
-                   allowed(&profile::profile_rules::link_annotations_allowed));
+                   allowed(&profile::profile_rules::link_annotations_allowed), doc.page_objects.get());
+    }
+    if (doc.page_objects) {
+        doc.page_objects->write_all(log, w, options.compress);
     }
     for (auto const& [id, r] : font_refs) {
         if (!doc.write_font) {

@@ -9,11 +9,13 @@
 #include "pdf/metadata.hpp"
 #include "pdf/navigation.hpp"
 #include "pdf/object.hpp"
+#include "pdf/page_objects.hpp"
 #include "pdf/pdf.hpp"
 
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -91,6 +93,8 @@ struct pdf_document {
     /// The ICC profile of the output intent, for a file written to a profile; absent when it could not
     /// be loaded.
     std::optional<std::vector<std::uint8_t>> output_intent_icc;
+    /// Images, filled areas and spot colours that the pages name, written after the pages.
+    std::shared_ptr<page_objects::page_objects> page_objects;
 };
 
 /// The name of the n-th embedded file in the name tree: "Attach" and the index in three digits.

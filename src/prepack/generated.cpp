@@ -294,9 +294,13 @@ struct evaluator {
                                quote(lower(i.ident_name));
                            }
                        },
-                       [&](css::value::url const&) {
-                           std::string const message = std::string(what) + ": images are not supported yet";
-                           log::log_warning_once(env.env_log, message);
+                       [&](css::value::url const& u) {
+                           if (auto box = env.image ? env.image(u) : std::nullopt) {
+                               out.emplace_back(std::in_place_index<2>, std::move(box->inline_block));
+                           } else if (!env.image) {
+                               std::string const message = std::string(what) + ": images are not supported here";
+                               log::log_warning_once(env.env_log, message);
+                           }
                        },
                        [&](css::value::values const& vs) {
                            for (auto const& x : vs.value_list) {

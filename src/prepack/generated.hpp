@@ -17,8 +17,8 @@
 
 namespace vellum::prepack::generated {
 
-/// One piece of evaluated content.
-using piece = std::variant<text_thing, span_leader>;
+/// One piece of evaluated content: text, a leader, or an image as an atomic inline box.
+using piece = std::variant<text_thing, span_leader, span_inline_block>;
 
 /// What evaluating content needs to know about the element and the document.
 struct gen_env {
@@ -38,6 +38,8 @@ struct gen_env {
     int* quote_depth = nullptr;
     /// The font size of the style, for lengths in ems.
     float font_size = 12;
+    /// The box of an image that url() names, or nothing when it cannot be shown.
+    std::function<std::optional<span_inline_block>(css::value::url const&)> image;
 };
 
 /// Evaluates content terms. `what` names the property for messages.

@@ -3,6 +3,7 @@
 #include "css/styledom/computed.hpp"
 #include "css/styledom/sheets.hpp"
 #include "css/styledom/tree.hpp"
+#include "image/images.hpp"
 #include "prepack/counter_style.hpp"
 #include "prepack/generated.hpp"
 #include "prepack/targets.hpp"
@@ -145,6 +146,8 @@ struct walker {
     std::vector<thing> carried;
     /// The HTML body whose background went to the canvas: its own box paints none.
     dom::dom_element const* canvas_body = nullptr;
+    /// The image table of the run; without one, images show their alternative content.
+    images::images* image_table = nullptr;
     // Names a kind of content that is not laid out as it asks, once per run however many elements
     // have it.
     void warn_once(std::string const& message) { log::log_warning_once(log, message); }
@@ -331,6 +334,14 @@ struct walker {
             .base = doc_url,
             .quote_depth = &quote_depth,
             .font_size = s.font_size,
+            .image = [this, &s](css::value::url const& u) -> std::optional<span_inline_block> {
+                auto const url = styledom::sheets::resolve_url(*doc.styled_rules.rules_bases, u);
+                auto b = image_block(url, anonymous_style(share(s)), type_anonymous{});
+                if (!b) {
+                    return std::nullopt;
+                }
+                return span_inline_block{share(std::move(*b))};
+            },
         };
         return generated::evaluate(list, env, what);
     }
@@ -362,6 +373,10 @@ struct walker {
                                           t);
                            },
                            [&](span_leader& l) { out.push_back(std::move(l)); },
+                           [&](span_inline_block& b) {
+                               out.push_back(std::move(b));
+                               text_at.at_word_start = false;
+                           },
                        },
                        p);
         }
@@ -551,7 +566,10 @@ struct walker {
     // The marker that the list style gives: the list-item counter in a counter style, or a string.
     std::vector<span> marker_of_list_style(css::style::style const& s) {
         if (s.list_style_image) {
-            warn_once("list-style-image: images are not supported yet");
+            auto const url = styledom::sheets::resolve_url(*doc.styled_rules.rules_bases, *s.list_style_image);
+            if (auto b = image_block(url, anonymous_style(share(s)), type_anonymous{})) {
+                return {span_inline_block{share(std::move(*b))}};
+            }
         }
         return std::visit(overloaded{
                               [](css::box::none_value const&) { return std::vector<span>{}; },
@@ -616,6 +634,73 @@ struct walker {
         return out;
     }
 
+    // ---- images ----
+
+    // A block holding an image, or nothing when the image cannot be loaded (the table has said why).
+    std::optional<block> image_block(resource::locator::locator const& url, style_ref const& style,
+                                     element_type type) {
+        if (!image_table) {
+            warn_once("images are not loaded in this run: their alternative content is shown");
+            return std::nullopt;
+        }
+        auto const magic = images::magic_of_keywords(style->rare_props ? style->rare_props->rare_props_vellum_image_magic
+                                                                       : css::property::keyword_list{});
+        auto id = image_table->get_image_id(log, url, magic);
+        if (!id) {
+            return std::nullopt;
+        }
+        return block{.block_content = bcontent_image{*id}, .block_style = style, .block_type = std::move(type)};
+    }
+
+    struct replaced_result {
+        /// The image's block, when it loaded.
+        std::optional<block> loaded;
+        /// What shows instead: the alt text; nothing for object, whose content is its fallback.
+        std::optional<std::string> alt;
+    };
+
+    // The replaced elements that show an image: img, input type=image, embed, and object with image
+    // data. Nothing for other elements.
+    std::optional<replaced_result> replaced_image(dom::dom_element const& e, dom::style_info const& info) {
+        auto const& n = e.dom_element_name;
+        auto const attr = [&](std::string_view a) { return styledom::tree::plain_attribute(e, a); };
+        std::optional<std::string> src;
+        replaced_result out;
+        if (styledom::tree::is_html_name(n, "img")) {
+            src = attr("src");
+            out.alt = attr("alt").value_or("");
+        } else if (styledom::tree::is_html_name(n, "input")) {
+            auto const type = attr("type");
+            if (!type || lower_ascii(*type) != "image") {
+                return std::nullopt;
+            }
+            src = attr("src");
+            out.alt = attr("alt").value_or(attr("value").value_or(""));
+        } else if (styledom::tree::is_html_name(n, "embed")) {
+            src = attr("src");
+            out.alt = "";
+        } else if (styledom::tree::is_html_name(n, "object")) {
+            src = attr("data");
+        } else {
+            return std::nullopt;
+        }
+        if (src && !src->empty()) {
+            auto const url = resource::locator::resolve_locator(info.style_info_base, *src);
+            out.loaded = image_block(url, info.style_info_style, type_anonymous{});
+        }
+        if (!out.loaded && !out.alt) {
+            // object: its content is the fallback, walked as usual.
+            return out;
+        }
+        return out;
+    }
+
+    static std::string lower_ascii(std::string text) {
+        std::transform(text.begin(), text.end(), text.begin(),
+                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        return text;
+    }
+
     // Content that later stages build; none of it makes a box yet.
     bool unsupported(dom::element_ref const& e) {
         auto const& n = e->dom_element_name;
@@ -630,8 +715,7 @@ struct walker {
                 return true;
             }
         }
-        static constexpr std::string_view replaced[] = {"img", "iframe", "canvas", "object", "embed", "video",
-                                                        "math", "svg"};
+        static constexpr std::string_view replaced[] = {"iframe", "canvas", "video", "math", "svg"};
         for (auto const r : replaced) {
             if (styledom::tree::is_html_name(n, r)) {
                 warn_once(local + ": replaced content is not supported yet");
@@ -696,13 +780,30 @@ struct walker {
             hidden_values(e, style, out);
             return out;
         }
-        if (unsupported(e)) {
+        // An image element that shows its image is an atomic box; one that cannot shows its
+        // alternative: the alt text of img, the content of object.
+        auto const replaced = replaced_image(*e, info);
+        std::optional<std::string> alt_text;
+        if (replaced && !replaced->loaded) {
+            alt_text = replaced->alt;
+        } else if (!replaced && unsupported(e)) {
             return {};
         }
         warn_positioned(s);
         apply_counters(s);
         reverse_list(*e);
         auto stuff = stuff_of(e, s);
+        if (replaced && replaced->loaded) {
+            auto b = std::move(*replaced->loaded);
+            b.block_style = style;
+            b.block_type = type_original{std::move(stuff)};
+            b.block_bg = backgrounds(s);
+            auto const k = kind_of(s).value_or(display_kind::inline_);
+            if (k == display_kind::inline_ || k == display_kind::inline_block) {
+                return {th_inline_block{std::move(b)}};
+            }
+            return {th_block{std::move(b)}};
+        }
 
         bool const was_static = in_static;
         std::optional<std::string> flow_name;
@@ -725,7 +826,7 @@ struct walker {
             marker = marker_spans(e, info, s);
         }
         auto things = pseudo_box(e, info, pseudo_element::before);
-        auto inner = children(e, s);
+        auto inner = alt_text ? text_node(*alt_text, s) : children(e, s);
         std::move(inner.begin(), inner.end(), std::back_inserter(things));
         auto after = pseudo_box(e, info, pseudo_element::after);
         std::move(after.begin(), after.end(), std::back_inserter(things));
@@ -1667,9 +1768,9 @@ std::optional<dom::element_ref> html_body(dom::dom_element const& root) {
 
 } // namespace
 
-pack_document prepack_document(log::log const& log, styledom::styled_document const& doc) {
+pack_document prepack_document(log::log const& log, styledom::styled_document const& doc, images::images* image_table) {
     auto const& dom_doc = *doc.styled_dom;
-    walker w{.log = log, .doc = doc, .doc_url = dom_doc.dom_document_url};
+    walker w{.log = log, .doc = doc, .doc_url = dom_doc.dom_document_url, .image_table = image_table};
     auto const root = dom::document_element(dom_doc);
     check(root.has_value(), "prepack_document");
     auto root_style = styledom::computed::style_of(**root);

@@ -7,10 +7,16 @@
 #include "driver/log.hpp"
 #include "prepack/prepack.hpp"
 
+namespace vellum::images {
+class images;
+} // namespace vellum::images
+
 namespace vellum::prepack::walk {
 
-/// The box tree of a styled document. Content that later stages build (images, SVG, MathML, canvas)
-/// is reported as not supported yet and makes no box.
-pack_document prepack_document(log::log const& log, styledom::styled_document const& doc);
+/// The box tree of a styled document. Images are looked up in the image table (without one they show
+/// their alternative content); content that later stages build (SVG, MathML, canvas) is reported as
+/// not supported yet and makes no box.
+pack_document prepack_document(log::log const& log, styledom::styled_document const& doc,
+                               images::images* image_table = nullptr);
 
 } // namespace vellum::prepack::walk

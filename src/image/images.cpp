@@ -1,0 +1,198 @@
+#include "image/images.hpp"
+
+#include <algorithm>
+#include <charconv>
+
+namespace vellum::images {
+
+namespace {
+
+struct loaded_bytes {
+    bytes::bytes data;
+    std::optional<std::string> mimetype;
+    /// The source was a file, which can be read again when the PDF is written.
+    bool rereadable = false;
+};
+
+result<loaded_bytes> load_bytes(log::log const& log, resource::loader::loader const& l, resource::locator::locator const& url) {
+    auto loaded = resource::loader::load_resource(log, l, resource::loader::resource_description::image, url);
+    if (!loaded) {
+        return fail(loaded.error());
+    }
+    auto data = resource::loader::resource_to_bytes(loaded->resource_data);
+    if (!data) {
+        return fail(data.error());
+    }
+    loaded_bytes out{.data = *data,
+                     .rereadable = std::holds_alternative<resource::loader::resource_stream>(loaded->resource_data) &&
+                                   std::holds_alternative<resource::locator::file>(url.locator_url)};
+    if (loaded->resource_type) {
+        out.mimetype = loaded->resource_type->mimetype;
+    }
+    return out;
+}
+
+std::string path_of(resource::locator::locator const& url) {
+    if (auto const* f = std::get_if<resource::locator::file>(&url.locator_url)) {
+        return f->file_path.path;
+    }
+    if (auto const* w = std::get_if<resource::locator::web>(&url.locator_url)) {
+        auto text = w->web_url;
+        text = text.substr(0, text.find_first_of("?#"));
+        return text;
+    }
+    return {};
+}
+
+bool svg_name(std::string_view path) {
+    return path.ends_with(".svg") || path.ends_with(".SVG") || path.ends_with(".svgz");
+}
+
+// Reads an image's header. SVG images are documents, not bitmaps, and are refused with their own
+// message.
+result<std::pair<image::image_external, image::image_info>>
+load_image_info(log::log const& log, resource::loader::loader const& l, resource::locator::locator const& url) {
+    auto loaded = load_bytes(log, l, url);
+    if (!loaded) {
+        return fail(loaded.error());
+    }
+    if (loaded->data.empty()) {
+        return fail("empty image file");
+    }
+    std::optional<resource::image_format> presumed;
+    auto const path = path_of(url);
+    if (loaded->mimetype) {
+        auto const& m = *loaded->mimetype;
+        if (m == "image/svg+xml" || m == "image/svg-xml") {
+            return fail("SVG images are not supported yet");
+        }
+        presumed = image::format_of_mimetype(m);
+        if (!presumed && m.starts_with("image/")) {
+            log::log_file_message(log, log::level::warning, resource::locator::locator_to_string(url),
+                                  "Unknown image MIME type: " + m);
+        }
+    }
+    if (!presumed) {
+        presumed = image::format_of_extension(path);
+    }
+    auto header = image::read_any_header(loaded->data, presumed, true);
+    if (!header) {
+        if (svg_name(path) || image::looks_like_svg(loaded->data)) {
+            return fail("SVG images are not supported yet");
+        }
+        return fail(header.error());
+    }
+    image::image_external ext{.image_url = url, .image_format = header->first};
+    if (!loaded->rereadable) {
+        ext.image_bytes = loaded->data;
+    }
+    return std::pair{std::move(ext), header->second};
+}
+
+} // namespace
+
+image_magic magic_of_keywords(std::vector<std::string> const& keywords) {
+    image_magic m;
+    for (auto const& k : keywords) {
+        if (k == "snap-to-integer-coords") {
+            m.snap_to_integer_coords = true;
+        } else if (k == "ignore-icc-profile") {
+            m.ignore_icc_profile = true;
+        } else if (k.starts_with("jpeg-quality-")) {
+            int q = 0;
+            auto const digits = std::string_view(k).substr(13);
+            if (std::from_chars(digits.data(), digits.data() + digits.size(), q).ec == std::errc{}) {
+                m.jpeg_quality = std::clamp(q, 0, 100);
+            }
+        }
+    }
+    return m;
+}
+
+images::images(resource::loader::loader const& loader) : table_loader(&loader) {}
+
+result<ref<image_id>>
+images::get_image_id(log::log const& log, resource::locator::locator const& url, image_magic magic) {
+    auto const key = std::pair{resource::locator::locator_to_string(url), magic};
+    if (auto const found = remote_cache.find(key); found != remote_cache.end()) {
+        if (!found->second) {
+            return fail("unloadable image");
+        }
+        return *found->second;
+    }
+    auto info = load_image_info(log, *table_loader, url);
+    if (!info) {
+        if (info.error().starts_with("SVG images")) {
+            // One word for the whole run: SVG images wait for SVG support as a kind.
+            log::log_warning_once(log, "SVG images are not supported yet: their alternative content is shown");
+        } else {
+            log::log_file_message(log, log::level::warning, key.first, info.error());
+        }
+        remote_cache.emplace(key, std::nullopt);
+        return fail(info.error());
+    }
+    auto id = share(image_id{.image_name = "Im" + std::to_string(next_image++),
+                             .image_info = info->second,
+                             .image_source = external_image{std::move(info->first)},
+                             .image_magic = magic});
+    remote_cache.emplace(key, id);
+    table_order.push_back(id);
+    return id;
+}
+
+std::vector<ref<image_id>> images::all_images() const {
+    return table_order;
+}
+
+bool images::any_16bit_image() const {
+    for (auto const& id : table_order) {
+        if (id->image_info.image_depth == image::image_depth::depth_16bit && !id->image_info.image_has_alpha) {
+            return true;
+        }
+    }
+    return false;
+}
+
+result<image::image> images::read_image(log::log const& log, image_id const& id) const {
+    return std::visit(overloaded{
+                          [&](internal_image const& in) -> result<image::image> {
+                              auto const w = id.image_info.image_width;
+                              auto const h = id.image_info.image_height;
+                              auto const px = in.internal_rgba.view();
+                              std::size_t const count = static_cast<std::size_t>(w) * h;
+                              if (px.size() < count * 4) {
+                                  return fail("internal image: too few pixels");
+                              }
+                              std::vector<std::uint8_t> color(count * 3);
+                              std::vector<std::uint8_t> alpha(in.internal_has_alpha ? count : 0);
+                              for (std::size_t i = 0; i < count; ++i) {
+                                  std::copy_n(px.data() + 4 * i, 3, color.data() + 3 * i);
+                                  if (in.internal_has_alpha) {
+                                      alpha[i] = px[4 * i + 3];
+                                  }
+                              }
+                              image::image_data_normal d{
+                                  .image_data_buffer = {image::buffer_kind::image_buffer_8_bit,
+                                                        bytes::from_vector(std::move(color))}};
+                              if (in.internal_has_alpha) {
+                                  d.image_data_alpha = image::image_buffer{image::buffer_kind::image_buffer_8_bit,
+                                                                           bytes::from_vector(std::move(alpha))};
+                              }
+                              return image::image{.image_info = id.image_info, .image_data = std::move(d)};
+                          },
+                          [&](external_image const& ex) -> result<image::image> {
+                              auto data = ex.external.image_bytes;
+                              if (!data) {
+                                  auto loaded = load_bytes(log, *table_loader, ex.external.image_url);
+                                  if (!loaded) {
+                                      return fail(loaded.error());
+                                  }
+                                  data = loaded->data;
+                              }
+                              return image::decode_image(*data, ex.external.image_format, id.image_magic.jpeg_quality);
+                          },
+                      },
+                      id.image_source);
+}
+
+} // namespace vellum::images

@@ -1,0 +1,179 @@
+#!/usr/bin/env bash
+# Images: each format and pixel kind renders with its source's colours, an image shown on every page is
+# written once, broken images warn and show their alt text, and a content: url() image and a
+# list-style-image show.
+VELLUM=$1
+DATA=$2
+source "$DATA/lib.sh"
+cd "$work"
+PY=/usr/bin/python3
+if ! $PY -c 'import PIL' 2>/dev/null; then
+    echo "python3-pil is missing" >&2
+    exit 77
+fi
+$PY "$DATA/../tools/gen_test_images.py" imgs || { echo "cannot make the test images" >&2; exit 77; }
+
+# One image a page, 80pt square at (10pt, 10pt) of a 100pt page: at 72 dpi a pixel is a point.
+kinds="rgb.png interlaced.png gray.png bw.png rgba.png palette.png rgb16.png rgba16.png rgb.jpg progressive.jpg gray.jpg cmyk.jpg grid.gif grid.tif jpeg-named.png"
+{
+    echo '<!DOCTYPE html><html><head><style>@page { size: 100pt 100pt; margin: 10pt } body { margin: 0 }'
+    echo 'img { display: block; width: 80pt; height: 80pt; page-break-after: always }</style></head><body>'
+    for k in $kinds; do echo "<img src=\"imgs/$k\" alt=\"ALT $k\">"; done
+    echo '</body></html>'
+} >pixels.html
+timeout 60 "$VELLUM" pixels.html -o pixels.pdf 2>pixels.err
+expect_eq "pixels: status" "$?" 0
+qpdf_clean "pixels" pixels.pdf
+expect_eq "pixels: no warnings" "$(cat pixels.err)" ""
+expect_eq "pixels: pages" "$(pdfinfo pixels.pdf | awk '/^Pages:/ {print $2}')" "$(echo $kinds | wc -w)"
+expect_eq "pixels: 16-bit images need PDF 1.5" "$(head -c 8 pixels.pdf)" "%PDF-1.5"
+pdftoppm -r 72 -png pixels.pdf page
+result=$($PY - $kinds <<'PY'
+import sys, glob
+from PIL import Image
+kinds = sys.argv[1:]
+pages = sorted(glob.glob("page-*.png"))
+bad = []
+for kind, page in zip(kinds, pages):
+    src = Image.open("imgs/" + kind)
+    if src.mode == "CMYK":
+        tolerance = 110   # viewers convert CMYK by their own rules
+    else:
+        tolerance = 40
+    src = src.convert("RGBA")
+    white = Image.new("RGBA", src.size, (255, 255, 255, 255))
+    src = Image.alpha_composite(white, src).convert("RGB")
+    out = Image.open(page).convert("RGB")
+    # Quadrant centres of the 16-pixel source and of the 80-point picture at (10, 10).
+    for sx, sy in ((4, 4), (12, 4), (4, 12), (12, 12)):
+        want = src.getpixel((sx, sy))
+        got = out.getpixel((10 + sx * 5, 10 + sy * 5))
+        if max(abs(a - b) for a, b in zip(want, got)) > tolerance:
+            bad.append(f"{kind} at {sx},{sy}: want {want} got {got}")
+    # Outside the picture the page stays white.
+    if out.getpixel((5, 5)) != (255, 255, 255):
+        bad.append(f"{kind}: paint outside the picture")
+print("\n".join(bad) if bad else "ok")
+PY
+)
+expect_eq "pixels match the sources" "$result" "ok"
+objects=$(qpdf --show-xref pixels.pdf | wc -l)
+expect_contains "soft mask for alpha" "$(qpdf --qdf --object-streams=disable pixels.pdf - | tr -d '\r' | grep -a '/SMask')" "/SMask"
+expect_contains "JPEG passed through" "$(qpdf --qdf --object-streams=disable pixels.pdf - | grep -a '/DCTDecode' | head -1)" "/DCTDecode"
+
+# The same logo on a hundred pages is one image object.
+{
+    echo '<!DOCTYPE html><html><head><style>@page { size: 200pt 200pt; margin: 20pt } body { margin: 0 }'
+    echo 'div { page-break-after: always }</style></head><body>'
+    for i in $(seq 1 100); do echo "<div><img src=\"imgs/rgb.png\" alt=\"logo\"> page $i</div>"; done
+    echo '</body></html>'
+} >logo.html
+timeout 120 "$VELLUM" logo.html -o logo.pdf 2>logo.err
+expect_eq "logo: status" "$?" 0
+qpdf_clean "logo" logo.pdf
+expect_eq "logo: pages" "$(qpdf --show-npages logo.pdf)" "100"
+images=$(qpdf --qdf --object-streams=disable logo.pdf - | grep -a -c '/Subtype /Image')
+expect_eq "logo: one image object" "$images" "1"
+
+# Broken images: one warning each with the file, and the alt text in their place.
+cat >broken.html <<'HTML'
+<!DOCTYPE html><html><body>
+<p>A <img src="imgs/truncated.png" alt="TRUNCATED"> B <img src="imgs/corrupt.png" alt="CORRUPT">
+C <img src="imgs/empty.jpg" alt="EMPTYJPEG"> D <img src="imgs/huge.png" alt="HUGE">
+E <img src="imgs/picture.svg" alt="SVGPIC"> F <img src="imgs/none.png" alt="MISSING">
+G <img src="imgs/truncated.png" alt="AGAIN"></p>
+<object data="imgs/corrupt.png"><p>FALLBACK CONTENT</p></object>
+<object data="imgs/rgb.png"><p>NOT SHOWN</p></object>
+</body></html>
+HTML
+timeout 60 "$VELLUM" broken.html -o broken.pdf 2>broken.err
+expect_eq "broken: status" "$?" 0
+qpdf_clean "broken" broken.pdf
+text=$(pdftotext broken.pdf - | tr -s ' \n' ' ')
+for alt in TRUNCATED CORRUPT EMPTYJPEG HUGE SVGPIC MISSING AGAIN "FALLBACK CONTENT"; do
+    expect_contains "broken: alt text $alt" "$text" "$alt"
+done
+expect_not_contains "broken: object with an image hides its content" "$text" "NOT SHOWN"
+err=$(cat broken.err)
+expect_contains "broken: truncated" "$err" "truncated.png: warning: Could not load PNG file"
+expect_contains "broken: corrupt" "$err" "corrupt.png: warning: Could not load PNG file"
+expect_contains "broken: empty" "$err" "empty.jpg: warning:"
+expect_contains "broken: huge" "$err" "huge.png: warning: image too large"
+expect_contains "broken: svg, once a run" "$err" "warning: SVG images are not supported yet"
+expect_eq "broken: a second use warns no more" "$(grep -c 'truncated.png' broken.err)" "1"
+expect_eq "broken: one image object" "$(qpdf --qdf --object-streams=disable broken.pdf - | grep -a -c '/Subtype /Image')" "1"
+
+# content: url() and list-style-image; a 24px image is 18pt wide at the CSS resolution.
+cat >generated.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 300pt 300pt; margin: 20pt } body { margin: 0; font: 10pt "DejaVu Sans" }
+.logo::before { content: url(imgs/rgb.png) " LOGO" }
+ul { list-style-image: url(imgs/grid.gif) }
+</style></head><body><p class="logo">text</p><ul><li>ITEM</li></ul>
+<p><img src="imgs/rgb.png" width="40" alt="x"> sized</p></body></html>
+HTML
+timeout 60 "$VELLUM" generated.html -o generated.pdf 2>generated.err
+expect_eq "generated: status" "$?" 0
+expect_eq "generated: no warnings" "$(cat generated.err)" ""
+qpdf_clean "generated" generated.pdf
+expect_eq "generated: two image objects" "$(qpdf --qdf --object-streams=disable generated.pdf - | grep -a -c '/Subtype /Image')" "2"
+expect_eq "generated: three images drawn" "$(qpdf --qdf --object-streams=disable generated.pdf - | grep -a -c ' Do$')" "3"
+
+# Backgrounds: a repeated image is one tiling pattern, however many boxes show it; no-repeat places one
+# picture; a linear gradient paints a ramp; a spot colour is a separation shown in its alternate.
+cat >backgrounds.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@vellum-color Gold { alternate-color: cmyk(0, 0.2, 1, 0) }
+@page { size: 300pt 300pt; margin: 0 }
+body { margin: 0 }
+div { width: 200pt; height: 40pt; margin: 0 0 10pt 0 }
+.tile { background: url(imgs/rgb.png) }
+.one { background: url(imgs/rgb.png) no-repeat 50% 50% }
+.ramp { background: linear-gradient(to right, red, blue) }
+.spot { background: -vellum-color(Gold, 1) }
+</style></head><body>
+<div class="tile"></div><div class="one"></div><div class="ramp"></div><div class="spot"></div>
+<div class="tile" style="page-break-before: always"></div><div class="tile" style="page-break-before: always"></div>
+</body></html>
+HTML
+timeout 60 "$VELLUM" backgrounds.html -o backgrounds.pdf 2>backgrounds.err
+expect_eq "backgrounds: status" "$?" 0
+expect_eq "backgrounds: no warnings" "$(cat backgrounds.err)" ""
+qpdf_clean "backgrounds" backgrounds.pdf
+qdf=$(qpdf --qdf --object-streams=disable backgrounds.pdf - | tr -d '\0' | tr -s ' \n' ' ')
+expect_eq "backgrounds: one image" "$(echo "$qdf" | grep -o '/Subtype /Image' | wc -l)" "1"
+# The tiled box at the same place on three pages is one pattern; the single picture is another.
+expect_eq "backgrounds: tiling patterns" "$(echo "$qdf" | grep -o '/PatternType 1' | wc -l)" "2"
+expect_contains "backgrounds: axial shading" "$qdf" "/ShadingType 2"
+expect_contains "backgrounds: separation" "$qdf" "/Separation /Gold /DeviceCMYK"
+pdftoppm -r 72 -png backgrounds.pdf bg
+result=$($PY - <<'PY'
+from PIL import Image
+im = Image.open("bg-1.png").convert("RGB")
+bad = []
+def near(name, got, want, tol=40):
+    if max(abs(a - b) for a, b in zip(got, want)) > tol:
+        bad.append(f"{name}: want {want} got {got}")
+# Tiles of 12pt repeat across the first box: red at the top left of each tile, green beside it.
+near("tile 1", im.getpixel((3, 3)), (255, 0, 0))
+near("tile 2", im.getpixel((15, 3)), (255, 0, 0))
+near("tile 2 green", im.getpixel((21, 3)), (0, 160, 0))
+# The single picture stands in the middle of the second box (y 50 to 90), the rest stays white.
+near("centred picture", im.getpixel((97, 67)), (255, 0, 0))
+near("around the picture", im.getpixel((20, 60)), (255, 255, 255))
+# The ramp: red at the left, blue at the right, a mix in the middle.
+left, mid, right = im.getpixel((2, 120)), im.getpixel((100, 120)), im.getpixel((197, 120))
+near("ramp left", left, (255, 0, 0))
+near("ramp right", right, (0, 0, 255))
+if not (60 < mid[0] < 200 and 60 < mid[2] < 200):
+    bad.append(f"ramp middle: {mid}")
+# The spot colour in its alternate: a yellow with a little magenta.
+spot = im.getpixel((100, 170))
+if not (spot[0] > 200 and 120 < spot[1] < 230 and spot[2] < 80):
+    bad.append(f"spot: {spot}")
+print("\n".join(bad) if bad else "ok")
+PY
+)
+expect_eq "backgrounds: pixels" "$result" "ok"
+
+finish
