@@ -421,7 +421,7 @@ page_out pack_page(doc_state& st,
     info.packed_stuff = {};
     std::optional<footnotes::area_res> notes;
     float const carried_need = footnotes::height_needed(info, carried, pa.pa_body_area);
-    bool const notes_only = carried_need > areas::height_of(pa.pa_body_area) * footnote_share;
+    bool const notes_only = !carried.empty() && carried_need > areas::height_of(pa.pa_body_area) * footnote_share;
     if (!notes_only) {
         info.packed_stuff.footnotes_height = carried_need;
     }
