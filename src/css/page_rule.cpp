@@ -33,6 +33,8 @@ constexpr region_name region_names[] = {
     {"page-float-top", region::page_float_top},
     {"page-float-bottom", region::page_float_bottom},
     {"footnotes", region::footnotes},
+    // The name of CSS Generated Content for Paged Media.
+    {"footnote", region::footnotes},
 };
 
 constexpr char const* page_properties[] = {

@@ -121,6 +121,8 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
             }
         }
         auto const& b = merged_at == i ? *merged : blocks[i];
+        // The footnotes called so far have taken room from the foot of the page.
+        cur_areas = above_footnotes(cur_info, std::move(cur_areas));
         // A forced break in front of a block ends the walk, unless nothing has been placed on this
         // page yet: then the break has happened already. The largest space there is, with nothing in
         // it so far, says so; the position of the area can't, since the padding or border of an

@@ -283,10 +283,7 @@ eval_res eval_knuth(eval_env const& env,
                        res.res_changed = true;
                    },
                    [](script_func_tail const&) {},
-                   [&](footnote const& f) {
-                       ++res.res_state.footnote_counter;
-                       res.res_state.page_footnotes.push_back(f);
-                   },
+                   [&](footnote const&) { ++res.res_state.footnote_counter; },
                },
                item);
     return res;

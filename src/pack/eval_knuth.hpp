@@ -21,12 +21,12 @@ struct fonts;
 
 namespace vellum::pack::eval_knuth {
 
-/// What the items of one page have changed so far: the running number of footnote calls and the
-/// footnotes called, in order. It is a value, so that a line breaker that goes back to an earlier
-/// point undoes what it measured since by going back to the state it had there.
+/// What the items of one page have changed so far: the running number of footnote calls. It is a
+/// small value, so that a line breaker that goes back to an earlier point undoes what it measured
+/// since by going back to the state it had there; the footnotes themselves are noted on the page when
+/// their lines are placed.
 struct page_state {
     int footnote_counter = 0;
-    std::vector<knuth::footnote> page_footnotes;
     bool operator==(page_state const&) const = default;
 };
 

@@ -157,6 +157,10 @@ std::optional<placed> place_float(page_info info, prepack::block const& b, side 
 
     // The first band, from `top` down, that is wide enough; it must leave the float's height above
     // the container's bottom, and lower bands leave less.
+    // A float wider than the container is as wide on every page: waiting for a wider band would wait
+    // for ever, so it takes the first band that no other float narrows, and overflows it.
+    float const container_w = areas::width_of(a.container);
+    bool const never_fits = outer_w > container_w + tolerance;
     std::optional<areas::area> at;
     std::optional<areas::area> first;
     for (auto band : a.available) {
@@ -167,7 +171,8 @@ std::optional<placed> place_float(page_info info, prepack::block const& b, side 
         if (!first) {
             first = band;
         }
-        if (areas::width_of(band) + tolerance >= outer_w) {
+        bool const widest = never_fits && areas::width_of(band) + tolerance >= container_w;
+        if (areas::width_of(band) + tolerance >= outer_w || widest) {
             if (outer_h <= band.top - a.container.bottom + tolerance) {
                 at = band;
             }
@@ -183,10 +188,19 @@ std::optional<placed> place_float(page_info info, prepack::block const& b, side 
     }
     float const left = s == side::left ? at->left : at->right - outer_w;
     block::shift_box(bx, left + ml - bx.box_x, at->top - mt - bx.box_y);
-    auto const rect = areas::area{.top = at->top, .bottom = at->top - outer_h, .left = left, .right = left + outer_w};
+    // The room taken is the margin box within the container. A margin note pulled into the page
+    // margin by a negative margin has a margin box of no width, or one that lies outside: it takes
+    // no room from the text.
+    auto const rect = areas::area{.top = at->top,
+                                  .bottom = at->top - outer_h,
+                                  .left = std::max(left, a.container.left),
+                                  .right = std::min(left + outer_w, a.container.right)};
     auto out_info = std::move(r.out_info);
     out_info.flags = info.flags;
-    return placed{.placed_box = share(std::move(bx)), .placed_areas = cut(a, rect, s), .placed_info = std::move(out_info)};
+    bool const takes_room = rect.right - rect.left > tolerance && rect.top - rect.bottom > tolerance;
+    return placed{.placed_box = share(std::move(bx)),
+                  .placed_areas = takes_room ? cut(a, rect, s) : a,
+                  .placed_info = std::move(out_info)};
 }
 
 std::vector<areas::area> carry_out(std::vector<areas::area> const& inner, areas::area const& inner_container,

@@ -3,6 +3,7 @@
 #include "css/page.hpp"
 #include "pack/block.hpp"
 #include "pack/blocks.hpp"
+#include "pack/footnotes.hpp"
 #include "pack/knuth.hpp"
 #include "pack/margin_collapsing.hpp"
 #include "pack/page_info.hpp"
@@ -353,6 +354,10 @@ blocks::blocks_out flow_body(page_info info,
     return blocks::pack_blocks(std::move(info), blocks, gap, body);
 }
 
+// Footnotes may take at most this share of the body: the rest of a long footnote carried over from
+// the page before leaves room for text, unless it is longer, and then it has the page to itself.
+constexpr float footnote_share = 0.8f;
+
 // With -vellum-shrink-to-fit: auto a page whose content holds something wider than the body (a long
 // word, a wide fixed-width block) is packed again in a body as much wider, and painted scaled down so
 // that it fits the paper. A wider body also takes more content, which may be wider again: the
@@ -371,6 +376,8 @@ struct doc_state {
     int group_page = 1;
     bool uses_pages = false;
     found_places found;
+    /// The footnotes, or rests of them, that go on to the next page.
+    std::vector<page_footnote> footnotes_carried;
 };
 
 struct page_out {
@@ -407,7 +414,18 @@ page_out pack_page(doc_state& st,
 
     page_out out;
     std::vector<ref<box>> content;
-    if (!blank && !blocks.empty()) {
+    // The footnotes left over from the page before come first in this page's footnote area.
+    auto const carried = std::move(st.footnotes_carried);
+    st.footnotes_carried.clear();
+    info.accum.page_footnotes = carried.empty() ? nullptr : share(carried);
+    info.packed_stuff = {};
+    std::optional<footnotes::area_res> notes;
+    float const carried_need = footnotes::height_needed(info, carried, pa.pa_body_area);
+    bool const notes_only = !carried.empty() && carried_need > areas::height_of(pa.pa_body_area) * footnote_share;
+    if (!notes_only) {
+        info.packed_stuff.footnotes_height = carried_need;
+    }
+    if (!blank && !blocks.empty() && !notes_only) {
         auto r = flow_body(info, ps, pa, blocks, section_first);
         if (ps.page_shrink_to_fit == css::page::shrink_to_fit::auto_) {
             float const paper_width = areas::width_of(pa.pa_body_area);
@@ -427,6 +445,8 @@ page_out pack_page(doc_state& st,
             }
             info.general.body_area = pa.pa_body_area;
         }
+        notes = footnotes::pack_area(r.out_info, footnotes_of(r.out_info.accum), pa.pa_body_area,
+                                     r.out_info.packed_stuff.footnotes_height, false);
         if (auto* p = std::get_if<blocks::packed_main>(&r.res)) {
             content = std::move(p->bs_packed_boxes);
             out.remaining = std::move(p->bs_remain_portion);
@@ -438,10 +458,28 @@ page_out pack_page(doc_state& st,
         info.flags = {};
         // Every page must take something: the body is the largest space there is, so the flow forces
         // its first block in. A page left empty would come again for ever.
-        if (content.empty()) {
+        if (content.empty() && !(notes && notes->area_box)) {
             throw internal_error("pack error: packed nothing.");
         }
+    } else if (!blank && !carried.empty()) {
+        // The rest of a long footnote fills this page, or the text has ended: the footnotes have the
+        // page to themselves.
+        out.remaining = blocks;
+        notes = footnotes::pack_area(info, carried, pa.pa_body_area, areas::height_of(pa.pa_body_area), true);
     }
+    if (notes) {
+        if (notes->area_box) {
+            content.push_back(*notes->area_box);
+        }
+        if (notes->area_unstarted) {
+            log::log_warning(st.in.pass_log,
+                             "cannot fit footnote(s) on page " + std::to_string(info.general.pdf_page_num));
+        }
+        st.footnotes_carried = std::move(notes->area_leftover);
+    } else {
+        st.footnotes_carried = carried;
+    }
+    info.accum.page_footnotes = nullptr;
 
     // The page's counters and strings, then the margin boxes that show them.
     values_walk walk{.values = info.general.page_values, .found = &st.found, .page = &info};
@@ -549,6 +587,12 @@ void pack_doc(doc_state& st) {
                 blocks = sections[k].sec_blocks;
                 begin_section();
                 section_first = true;
+                continue;
+            }
+            if (!st.footnotes_carried.empty()) {
+                // Footnotes left over when the text has ended get pages of their own.
+                pack_page(st, desc, {}, false, false);
+                advance();
                 continue;
             }
             auto const after = desc.sec_page_break_after;

@@ -2,6 +2,7 @@
 
 #include "prepack/counter_style.hpp"
 
+#include <algorithm>
 #include <string>
 
 namespace vellum::pack {
@@ -108,13 +109,46 @@ eval_knuth::eval_env env_of(page_info const& info) {
     return env;
 }
 
+std::span<page_footnote const> footnotes_of(accum const& a) {
+    if (!a.page_footnotes) {
+        return {};
+    }
+    return *a.page_footnotes;
+}
+
+void add_footnote(accum& a, page_footnote f) {
+    std::vector<page_footnote> list;
+    if (a.page_footnotes) {
+        list.reserve(a.page_footnotes->size() + 1);
+        list = *a.page_footnotes;
+    }
+    list.push_back(std::move(f));
+    a.page_footnotes = share(std::move(list));
+}
+
+std::optional<float> footnote_floor(page_info const& info) {
+    if (!info.flags.pack_page_stuff || info.packed_stuff.footnotes_height <= 0) {
+        return std::nullopt;
+    }
+    return info.general.body_area.bottom + info.packed_stuff.footnotes_height;
+}
+
+areas::areas above_footnotes(page_info const& info, areas::areas a) {
+    if (auto const floor = footnote_floor(info); floor && a.container.bottom < *floor) {
+        a.container.bottom = *floor;
+        for (auto& band : a.available) {
+            band.bottom = std::max(band.bottom, *floor);
+        }
+    }
+    return a;
+}
+
 eval_knuth::page_state state_of(page_info const& info) {
-    return {.footnote_counter = info.general.footnote_counter, .page_footnotes = info.accum.page_footnotes};
+    return {.footnote_counter = info.general.footnote_counter};
 }
 
 page_info with_state(page_info info, eval_knuth::page_state const& state) {
     info.general.footnote_counter = state.footnote_counter;
-    info.accum.page_footnotes = state.page_footnotes;
     return info;
 }
 

@@ -20,6 +20,7 @@
 
 #include <memory>
 #include <optional>
+#include <span>
 #include <vector>
 
 namespace vellum::pack {
@@ -88,14 +89,27 @@ inline unsigned flags_word(flags const& f) {
            (f.last_column ? 8u : 0u);
 }
 
+/// A footnote of the page: called on it, or carried over from the page before (then its body may be
+/// the rest of a body split there), with the number its call took.
+struct page_footnote {
+    ref<prepack::block> footnote_body;
+    knuth::style_ref footnote_style;
+    int footnote_number = 0;
+    bool operator==(page_footnote const&) const = default;
+};
+
+/// The footnotes of a page, in order. Shared, so that the many copies of a page's state that layout
+/// makes (one per sibling block, per trial) cost a pointer; adding one copies the page's short list.
+using page_footnote_list = ref<std::vector<page_footnote>>;
+
 /// What layout gathers on the way through a page.
 struct accum {
     /// Target names looked up for their page.
     std::vector<prepack::target_name> link_to_page;
     /// Some content used the `pages` counter.
     bool link_to_pages = false;
-    /// The footnote bodies called on this page, in order.
-    std::vector<knuth::footnote> page_footnotes;
+    /// The footnotes of this page, in order; none when empty.
+    page_footnote_list page_footnotes;
     /// Absolutely positioned blocks met on the page, with their static position.
     std::vector<std::pair<prepack::block, util::pos::pos>> abs_blocks;
     // static_flows, page_floats, prev_page_inline_footnote, the column floats and footnotes and the
@@ -107,6 +121,7 @@ struct packed_stuff {
     // The boxes (tops_boxes, bottoms_boxes, footnotes_boxes) join with page floats and footnotes.
     float tops_height = 0;
     float bottoms_height = 0;
+    /// The height of the footnote area at the foot of the body, its margins included.
     float footnotes_height = 0;
 };
 
@@ -124,7 +139,20 @@ textbuf::textbuf target_counter_text(general const& g, prepack::target_counter c
 /// counters for page-dependent text.
 eval_knuth::eval_env env_of(page_info const& info);
 
-/// The part of a page that measuring changes (the footnote counter and the footnotes called).
+/// The page's footnotes, carried over and called, in order.
+std::span<page_footnote const> footnotes_of(accum const& a);
+
+/// Adds a footnote to the page's list.
+void add_footnote(accum& a, page_footnote f);
+
+/// The lowest the body may reach on this page: the top of the footnote area, when footnotes take
+/// room here.
+std::optional<float> footnote_floor(page_info const& info);
+
+/// The areas with their bottom raised to the top of the page's footnote area.
+areas::areas above_footnotes(page_info const& info, areas::areas a);
+
+/// The part of a page that measuring changes (the footnote counter).
 eval_knuth::page_state state_of(page_info const& info);
 
 /// The page after measuring changed its part.

@@ -2,6 +2,7 @@
 
 #include "pack/block.hpp"
 #include "pack/floats.hpp"
+#include "pack/footnotes.hpp"
 #include "pack/para_valign.hpp"
 #include "pack/spans_to_knuth.hpp"
 #include "pack/total_fit.hpp"
@@ -200,6 +201,57 @@ struct run_state {
     bool done = false;
 };
 
+// A line is placed: the footnotes it calls join the page's, with the numbers their calls showed, and
+// the footnote counter stands where the line breaker left it at the line's end.
+void take_footnotes(page_info& info, std::span<knuth::knuth const> line, std::optional<int> counter_after) {
+    int number = info.general.footnote_counter;
+    for (auto const& item : line) {
+        if (auto const* f = std::get_if<knuth::footnote>(&item)) {
+            add_footnote(info.accum, page_footnote{.footnote_body = f->footnote_body,
+                                                   .footnote_style = f->footnote_style,
+                                                   .footnote_number = ++number});
+        }
+    }
+    info.general.footnote_counter = counter_after.value_or(number);
+}
+
+// Whether the footnotes a line calls find room at the foot of the page with the line placed, which
+// takes room from the body. They do if the footnote area, grown by them, stays below the line; or,
+// under the `auto` policy, if they can at least start below it, to run on to the next page; or if the
+// line must be placed here. When they do, the line's footnotes join the page's and the area grows.
+bool footnotes_fit(run_state& s, std::span<knuth::knuth const> line, float line_bottom, bool max_area,
+                   std::optional<int> counter_after) {
+    auto& info = s.info;
+    if (!info.flags.pack_page_stuff ||
+        std::none_of(line.begin(), line.end(), [](knuth::knuth const& i) { return std::holds_alternative<knuth::footnote>(i); })) {
+        take_footnotes(info, line, counter_after);
+        return true;
+    }
+    auto trial = info;
+    take_footnotes(trial, line, counter_after);
+    auto const list = footnotes_of(trial.accum);
+    auto const& body = info.general.body_area;
+    float const need = footnotes::height_needed(trial, list, body);
+    float const room = line_bottom - body.bottom;
+    if (need <= room + tolerance) {
+        trial.packed_stuff.footnotes_height = need;
+    } else {
+        bool const keep = std::any_of(line.begin(), line.end(), [](knuth::knuth const& i) {
+            auto const* f = std::get_if<knuth::footnote>(&i);
+            return f && f->footnote_style->vellum_footnote_policy != css::box::vellum_footnote_policy::auto_;
+        });
+        bool const starts = room > tolerance && !footnotes::pack_area(trial, list, body, room, false).area_unstarted;
+        if (!max_area && (keep || !starts)) {
+            return false;
+        }
+        // The footnotes take all the room below the line; what doesn't fit goes on to the next page.
+        trial.packed_stuff.footnotes_height = std::max(room, info.packed_stuff.footnotes_height);
+    }
+    info = std::move(trial);
+    s.areas = above_footnotes(info, std::move(s.areas));
+    return true;
+}
+
 void accept(run_state& s, line_made const& made, bool hyphen_end) {
     s.boxes.emplace_back(*made.made_box);
     s.areas = after_line(std::move(s.areas), made.made_height);
@@ -236,6 +288,8 @@ bool pack_outflow(run_state& s, linebreak::outflow const& out, bool max_area) {
     }
     auto const side = floats::float_side(*ib->inline_block_style, s.info).value_or(floats::side::left);
     auto const flags = s.info.flags;
+    // The calls on the part of the line in front of the float are counted when that line is placed.
+    int const counter = s.info.general.footnote_counter;
     auto placed = floats::place_float(with_state(s.info, out.outflow_page_info), *ib->inline_block_block, side,
                                       s.areas.container.top, s.areas, max_area);
     if (!placed) {
@@ -245,6 +299,7 @@ bool pack_outflow(run_state& s, linebreak::outflow const& out, bool max_area) {
     s.areas = std::move(placed->placed_areas);
     s.info = std::move(placed->placed_info);
     s.info.flags = flags;
+    s.info.general.footnote_counter = counter;
     return true;
 }
 
@@ -270,6 +325,7 @@ run_state greedy_run(para_ctx const& ctx, run_state s, std::optional<int> max_li
         // the few items in front of its shared list.
         auto line_start = s.rest;
         bool placed = false;
+        s.areas = above_footnotes(s.info, std::move(s.areas));
         while (!placed) {
             auto const band = band_of(s.areas);
             linebreak::line_request const req{
@@ -313,7 +369,7 @@ run_state greedy_run(para_ctx const& ctx, run_state s, std::optional<int> max_li
                                          .max_area = max_area},
                                         bp.line);
             if (made.made_empty) {
-                s.info = with_state(std::move(s.info), bp.break_state.curr_page_info);
+                take_footnotes(s.info, bp.line, bp.break_state.curr_page_info.footnote_counter);
                 placed = true;
                 break;
             }
@@ -326,7 +382,13 @@ run_state greedy_run(para_ctx const& ctx, run_state s, std::optional<int> max_li
                 drop_indent(s.rest);
                 return s;
             }
-            s.info = with_state(std::move(s.info), bp.break_state.curr_page_info);
+            if (!footnotes_fit(s, bp.line, s.areas.container.top - made.made_height, max_area,
+                               bp.break_state.curr_page_info.footnote_counter)) {
+                // The line waits for the next page with the footnotes it calls.
+                s.rest = line_start;
+                drop_indent(s.rest);
+                return s;
+            }
             accept(s, made, bp.break_type == break_type::hyphen);
             // Only the first line of an area may exceed it.
             max_area = false;
@@ -343,6 +405,7 @@ run_state lines_run(para_ctx const& ctx, para_lines const& lines, run_state s, s
             return s;
         }
         auto const& line = lines[s.next_line];
+        s.areas = above_footnotes(s.info, std::move(s.areas));
         line_kind const kind = s.line_number == 1 ? line_kind::first_line : line_kind::other_line;
         auto const made = make_line(s.info, ctx.style, ctx.first_line_style, s.areas,
                                     {.kind = kind,
@@ -355,13 +418,9 @@ run_state lines_run(para_ctx const& ctx, para_lines const& lines, run_state s, s
             return s;
         }
         // Footnote calls on the line are numbered for this page as the line is placed.
-        auto state = state_of(s.info);
-        for (auto const& item : line.line_content) {
-            if (std::holds_alternative<knuth::footnote>(item)) {
-                state = eval_knuth::eval_knuth(ctx.env, kind, ctx.used.used_height, state, item, {}).res_state;
-            }
+        if (!footnotes_fit(s, line.line_content, s.areas.container.top - made.made_height, max_area, std::nullopt)) {
+            return s;
         }
-        s.info = with_state(std::move(s.info), state);
         if (made.made_box) {
             accept(s, made, line.break_type == break_type::hyphen);
             max_area = false;

@@ -312,7 +312,8 @@ struct builder {
                     join_box(std::move(o), mark, out);
                 },
                 [&](prepack::span_footnote const& f) {
-                    one(req, style, fl, dir, width, *f.call, out);
+                    // The footnote item comes first, so that the call's counter shows the number the
+                    // item has just taken.
                     std::visit(overloaded{
                                    [&](prepack::block_footnote const& b) {
                                        out.push_back(footnote{.footnote_body = b.footnote_block,
@@ -332,6 +333,7 @@ struct builder {
                                    },
                                },
                                f.footnote_body);
+                    one(req, style, fl, dir, width, *f.call, out);
                 },
                 [&](prepack::span_inline_block const& b) {
                     bool const w = wraps(*style);

@@ -871,12 +871,18 @@ struct walker {
             return std::nullopt;
         }();
         if (footnote) {
-            // Layout gathers footnotes but doesn't set them at the foot of the page yet: say so once.
-            warn_once(std::holds_alternative<css::box::display_footnote>(s.bit_props.bit_props_display)
-                          ? "display: footnote: footnotes are not laid out yet; their calls and bodies are left out"
-                          : "float: footnote: footnotes are not laid out yet; their calls and bodies are left out");
-            // FIXME: the footnote call's generated number comes with generated content.
+            // The call left in the text shows ::footnote-call's content (by default the footnote's
+            // number); the body starts with ::footnote-marker's. Both read the `footnote` counter, which
+            // layout sets as it meets the call.
             span call = span_nested{nested_span{.span_style = style, .span_context = context}};
+            for (auto& t : pseudo_box(e, info, pseudo_element::footnote_call)) {
+                if (auto* sp = std::get_if<th_span>(&t); sp && !sp->spans.empty()) {
+                    call = std::move(sp->spans.front());
+                }
+            }
+            auto marker = pseudo_box(e, info, pseudo_element::footnote_marker);
+            things.insert(things.begin(), std::make_move_iterator(marker.begin()),
+                          std::make_move_iterator(marker.end()));
             footnote_body body = inline_footnote{};
             if (*footnote) {
                 std::vector<span> spans;

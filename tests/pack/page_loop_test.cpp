@@ -217,5 +217,61 @@ TEST(page_loop, progress_counts_the_blocks_packed_over_the_whole_pass) {
     }
 }
 
+
+// ---- Footnotes ------------------------------------------------------------------------------------------
+
+namespace footnote_cases {
+
+std::string const css = ".fn { float: footnote } .pb { break-before: page } ";
+
+// The footnote area is the last box of a page that has footnotes.
+box const& area_of(packed_page const& p) {
+    return *p.body_box.body_content.back();
+}
+
+std::string note_text(packed_page const& p) {
+    std::string out;
+    text_of(out, area_of(p));
+    return out;
+}
+
+} // namespace footnote_cases
+
+TEST(page_loop, a_footnote_stands_at_the_foot_of_the_page_of_its_call) {
+    using namespace footnote_cases;
+    auto const pages = pack_html(css + "@page { @footnote { border-top: 1pt solid; padding-top: 2pt } }",
+                                 "<p>call<span class=fn>Note</span> text</p><p class=pb>b<span class=fn>Other</span></p>");
+    ASSERT_EQ(pages.size(), 2u);
+    ASSERT_EQ(pages[0]->body_box.body_content.size(), 2u);
+    // The call shows the number; the body starts with its marker.
+    EXPECT_EQ(page_text(*pages[0]).substr(0, 11), "call1 text\n");
+    EXPECT_EQ(note_text(*pages[0]), "1. Note\n");
+    // The area stands on the body's bottom (y = 10), one line plus its border and padding tall.
+    auto const& area = area_of(*pages[0]);
+    EXPECT_NEAR(area.box_y - area.box_h, 10, 0.01);
+    EXPECT_NEAR(area.box_h, 13, 0.01);
+    // Each page holds its own footnotes, numbered on from the page before.
+    EXPECT_EQ(note_text(*pages[1]), "2. Other\n");
+}
+
+TEST(page_loop, a_long_footnote_goes_on_first_on_the_next_page) {
+    using namespace footnote_cases;
+    std::string body;
+    for (int i = 0; i < 14; ++i) {
+        body += (i ? "<br>" : "") + std::string("n");
+    }
+    auto const pages = pack_html(css, lines(3) + "<p>call<span class=fn>" + body + "</span></p><p>after</p>");
+    ASSERT_GE(pages.size(), 2u);
+    // The note starts on the page of its call, under its text, and its rest comes first on the next.
+    auto const first = note_text(*pages[0]);
+    auto const second = note_text(*pages[1]);
+    EXPECT_EQ(first.substr(0, 5), "1. n\n");
+    EXPECT_GT(std::count(first.begin(), first.end(), '\n'), 2);
+    EXPECT_EQ(std::count(first.begin(), first.end(), '\n') + std::count(second.begin(), second.end(), '\n'), 14);
+    EXPECT_EQ(second.substr(0, 2), "n\n");
+    // Text keeps its place: the call's page keeps the lines in front of the call.
+    EXPECT_EQ(page_text(*pages[0]).substr(0, 20), "line\nline\nline\ncall1");
+}
+
 } // namespace
 } // namespace vellum::pack

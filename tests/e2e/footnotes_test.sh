@@ -1,0 +1,125 @@
+#!/usr/bin/env bash
+# Footnotes: the call numbered in the text, the body with its marker at the foot of the page of its
+# call, below the @footnote area's border; a long body split with its rest first on the next page; a
+# line whose footnote cannot start on the page goes on with it; and the warning for a footnote that
+# fits on no page.
+VELLUM=$1
+DATA=$2
+source "$DATA/lib.sh"
+cd "$work"
+
+# words_at PDF PAGE: "word ymin" for each word of a page, from pdftotext -bbox.
+words_at() {
+    pdftotext -f "$2" -l "$2" -bbox "$1" - | sed -n 's/.*yMin="\([0-9.]*\)".*>\([^<]*\)<\/word>/\2 \1/p'
+}
+# y_of PDF PAGE WORD: the top of the first such word on the page, empty when it isn't there.
+y_of() { words_at "$1" "$2" | awk -v w="$3" '$1 == w { print $2; exit }'; }
+
+filler() {
+    local i
+    for i in $(seq 1 "$1"); do
+        printf '<p>Filler line %s.</p>\n' "$i"
+    done
+}
+
+{
+    cat <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 300pt 400pt; margin: 30pt; @footnote { border-top: 1pt solid black; padding-top: 4pt } }
+body { margin: 0; font: 10pt/12pt "DejaVu Sans" }
+p { margin: 0 }
+.fn { float: footnote; font-size: 8pt; line-height: 10pt }
+</style></head><body>
+<p>Alpha calls here<span class="fn">Firstnote body.</span> and a second<span class="fn">Secondnote body.</span>
+one.</p>
+HTML
+    filler 40
+    echo '<p>Gamma calls<span class="fn">Thirdnote body.</span> on a later page.</p>'
+    echo '</body></html>'
+} >notes.html
+timeout 60 "$VELLUM" notes.html -o notes.pdf 2>notes.err
+expect_eq "status" "$?" 0
+qpdf_clean "notes" notes.pdf
+expect_eq "no warnings" "$(cat notes.err)" ""
+text=$(pdftotext -layout notes.pdf -)
+expect_contains "first call numbered" "$text" "here1 and a second2"
+expect_contains "first marker" "$text" "1. Firstnote body."
+expect_contains "second marker" "$text" "2. Secondnote body."
+expect_contains "numbering goes on over pages" "$text" "3. Thirdnote body."
+
+# The bodies lie at the foot of the page of their call, below the text.
+y1=$(y_of notes.pdf 1 "Firstnote")
+[ -n "$y1" ] || fail "first footnote not on the page of its call"
+y_filler=$(words_at notes.pdf 1 | awk '$1 == "Filler" { y = $2 } END { print y }')
+if [ -n "$y1" ] && [ -n "$y_filler" ]; then
+    awk -v a="$y1" -v b="$y_filler" 'BEGIN { exit !(a > b && a > 300) }' ||
+        fail "footnote body at y=$y1 is not below the last text line (y=$y_filler) at the foot of the page"
+fi
+gamma_page=$(for p in $(seq 1 "$(pdfinfo notes.pdf | awk '/^Pages:/ { print $2 }')"); do
+    [ -n "$(y_of notes.pdf "$p" Gamma)" ] && echo "$p" && break
+done)
+[ -n "$(y_of notes.pdf "$gamma_page" Thirdnote)" ] || fail "third footnote not on the page of its call ($gamma_page)"
+
+# The @footnote border is drawn above the bodies: dark pixels in a row just above the first body.
+pdftoppm -r 72 -gray -f 1 -l 1 -png notes.pdf page
+rule=$(/usr/bin/python3 - "$y1" <<'PY'
+import sys
+from PIL import Image
+im = Image.open("page-1.png").convert("L")
+y1 = float(sys.argv[1])
+rows = [y for y in range(int(y1) - 12, int(y1)) if sum(im.getpixel((x, y)) < 128 for x in range(40, 260)) > 150]
+print("yes" if rows else "no")
+PY
+)
+expect_eq "footnote area border" "$rule" "yes"
+
+# A body longer than the room left is split: its start stays on the page of its call and its rest
+# comes first on the next page, before the next page's own footnotes.
+long=$(for i in $(seq 1 60); do printf 'longword%s ' "$i"; done)
+{
+    cat <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 300pt 400pt; margin: 30pt }
+body { margin: 0; font: 10pt/12pt "DejaVu Sans" }
+p { margin: 0 }
+.fn { float: footnote; font-size: 8pt; line-height: 10pt }
+</style></head><body>
+HTML
+    filler 18
+    echo "<p>Delta calls<span class=\"fn\">Longnote $long end.</span> a long note.</p>"
+    filler 30
+    echo '<p>Omega calls<span class="fn">Shortnote body.</span> a short one.</p>'
+    echo '</body></html>'
+} >split.html
+timeout 60 "$VELLUM" split.html -o split.pdf 2>split.err
+expect_eq "split: status" "$?" 0
+qpdf_clean "split" split.pdf
+delta_page=$(for p in 1 2 3; do [ -n "$(y_of split.pdf "$p" Delta)" ] && echo "$p" && break; done)
+[ -n "$(y_of split.pdf "$delta_page" Longnote)" ] || fail "split: long footnote does not start on its call's page"
+[ -n "$(y_of split.pdf "$delta_page" longword60)" ] && fail "split: the long footnote was not split"
+next=$((delta_page + 1))
+[ -n "$(y_of split.pdf "$next" longword60)" ] || fail "split: the rest is not on the next page"
+filler_top=$(words_at split.pdf "$next" | awk '$1 == "Filler" { print $2; exit }')
+[ -n "$filler_top" ] || fail "split: the next page holds no text"
+
+# keep-with-line: a call on the last line whose footnote doesn't fit below it goes on, line and all.
+{
+    cat <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 300pt 400pt; margin: 30pt }
+body { margin: 0; font: 10pt/12pt "DejaVu Sans" }
+p { margin: 0 }
+.fn { float: footnote; font-size: 8pt; line-height: 10pt; -vellum-footnote-policy: line }
+</style></head><body>
+HTML
+    filler 20
+    echo "<p>Kappa calls<span class=\"fn\">Keptnote $long end.</span> at the foot.</p>"
+    echo '</body></html>'
+} >keep.html
+timeout 60 "$VELLUM" keep.html -o keep.pdf 2>keep.err
+expect_eq "keep: status" "$?" 0
+kappa_page=$(for p in 1 2 3; do [ -n "$(y_of keep.pdf "$p" Kappa)" ] && echo "$p" && break; done)
+[ -n "$(y_of keep.pdf "$kappa_page" Keptnote)" ] || fail "keep: footnote not with its call (page $kappa_page)"
+[ -n "$(y_of keep.pdf "$kappa_page" longword60)" ] || fail "keep: the kept footnote was split"
+
+finish
