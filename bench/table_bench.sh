@@ -30,14 +30,14 @@ for rows in "${sizes[@]}"; do
             printf "<tr><td>%d</td><td>Item number %d of the order</td><td class=\"n\">%d</td><td class=\"n\">%d.%02d</td></tr>\n", i, i, i % 17, i * 3, i % 100 }'
         echo '</tbody></table></body></html>'
     } >"$input"
-    /usr/bin/time -f "%e %M" -o "$work/time" "$bin" "$input" -o "$output" 2>"$work/log" || {
+    /usr/bin/time -f "%e %U %M" -o "$work/time" "$bin" "$input" -o "$output" 2>"$work/log" || {
         echo "vellum failed on the $rows-row table:" >&2
         cat "$work/log" >&2
         exit 1
     }
-    read -r secs kb <"$work/time"
+    read -r secs user kb <"$work/time"
     made=$(pdfinfo "$output" | awk '/^Pages:/ {print $2}')
     headers=$(pdftotext "$output" - | grep -c '^Description$' || true)
-    printf '%s-row table: %s pages (%s with the header) in %s s, peak memory %s MB\n' \
-        "$rows" "$made" "$headers" "$secs" "$((kb / 1024))"
+    printf "%s-row table: %s pages (%s with the header) in %s s (%s s user), peak memory %s MB\n" \
+        "$rows" "$made" "$headers" "$secs" "$user" "$((kb / 1024))"
 done

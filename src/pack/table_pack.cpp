@@ -141,27 +141,26 @@ prepack::block cell_block(prepack::cell0 const& c) {
                           .block_bg = c.cell_bg};
 }
 
-// Packs a cell's content whole in a column of the given width at y = 0.
+// Packs a cell's content whole in a column of the given width at y = 0. What the content gathers
+// (footnotes, targets) goes into `info`.
 box pack_cell_box(page_info& info, prepack::cell0 const& c, float x, float w) {
-    auto trial_info = info;
-    trial_info.flags.max_page_area = true;
-    areas::area const trial{.top = 0, .bottom = -far, .left = x, .right = x + std::max(0.0f, w)};
-    auto r = block::pack_block(std::move(trial_info), block::inline_block{}, cell_block(c), mc::fresh(),
-                               areas::areas{.container = trial, .available = {trial}});
-    auto const* p = std::get_if<block::packed_main>(&r.res);
-    check(p != nullptr, "pack_table: unexpected condition.");
     auto const flags = info.flags;
+    info.flags.max_page_area = true;
+    areas::area const trial{.top = 0, .bottom = -far, .left = x, .right = x + std::max(0.0f, w)};
+    auto r = block::pack_block(std::move(info), block::inline_block{}, cell_block(c), mc::fresh(),
+                               areas::areas{.container = trial, .available = {trial}});
     info = std::move(r.out_info);
     info.flags = flags;
+    auto const* p = std::get_if<block::packed_main>(&r.res);
+    check(p != nullptr, "pack_table: unexpected condition.");
     return *p->b_packed_box;
 }
 
-// The width of a cell's content at its narrowest and unwrapped, with its padding and borders.
-std::pair<float, float> measure_cell(page_info const& info, prepack::cell0 const& c) {
-    auto trial = info;
-    float const narrow = block::natural_width(pack_cell_box(trial, c, 0, 0));
-    trial = info;
-    float const wide = block::natural_width(pack_cell_box(trial, c, 0, far));
+// The width of a cell's content at its narrowest and unwrapped, with its padding and borders. The
+// trials pack in `scratch`, whose gatherings are dropped.
+std::pair<float, float> measure_cell(page_info& scratch, prepack::cell0 const& c) {
+    float const narrow = block::natural_width(pack_cell_box(scratch, c, 0, 0));
+    float const wide = block::natural_width(pack_cell_box(scratch, c, 0, far));
     return {narrow, std::max(narrow, wide)};
 }
 
@@ -430,15 +429,14 @@ float pack_captions(page_info& info, std::vector<prepack::block> const& captions
     areas::area trial = inner.container;
     trial.top = top;
     trial.bottom = top - far;
-    auto trial_info = info;
-    trial_info.flags.max_page_area = true;
-    auto r = blocks::pack_blocks(std::move(trial_info), prepack::block_list(captions), mc::fresh(),
+    auto const flags = info.flags;
+    info.flags.max_page_area = true;
+    auto r = blocks::pack_blocks(std::move(info), prepack::block_list(captions), mc::fresh(),
                                  areas::areas{.container = trial, .available = {trial}});
     if (auto* p = std::get_if<blocks::packed_main>(&r.res)) {
         out.insert(out.end(), p->bs_packed_boxes.begin(), p->bs_packed_boxes.end());
     }
     auto const c = mc::commit(r.out_gap, r.out_areas);
-    auto const flags = info.flags;
     info = std::move(r.out_info);
     info.flags = flags;
     return c.commit_areas.container.top;
@@ -513,6 +511,7 @@ prepack::computed_table_anony_box compute_table(page_info const& info,
                        !std::holds_alternative<css::box::auto_value>(ts.width);
     std::vector<table_layout::cell_width> cells;
     std::vector<table_layout::cell_width> first_row;
+    page_info scratch = info;
     bool first_row_done = false;
     int row_index = 0;
     for (auto* g : groups) {
@@ -534,7 +533,7 @@ prepack::computed_table_anony_box compute_table(page_info const& info,
                                            .cell_span = cell.cell_colspan,
                                            .cell_specw = spec_of(original.width, side_edges(used))};
                 if (!fixed) {
-                    std::tie(w.cell_minw, w.cell_maxw) = measure_cell(info, cell);
+                    std::tie(w.cell_minw, w.cell_maxw) = measure_cell(scratch, cell);
                 } else if (!first_row_done) {
                     first_row.push_back(w);
                 }
@@ -683,6 +682,29 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
     }
     // Under collapsing borders the grid sits inside the outer half of the table's left border.
     float const grid_left = inner.container.left + ct.computed_grid_left;
+    // Under collapsing borders the outer half of the top border lies above the first row.
+    if (collapse && ncols > 0) {
+        std::vector<row_ref> first;
+        if (!header_rows.empty()) {
+            first.push_back(header_rows.front());
+        } else {
+            for (std::size_t k = ct.computed_group_from; k < ct.computed_body->size() && first.empty(); ++k) {
+                auto const from = k == ct.computed_group_from ? ct.computed_row_from : 0;
+                auto rows = rows_of((*ct.computed_body)[k], from);
+                if (!rows.empty()) {
+                    first.push_back(rows.front());
+                }
+            }
+        }
+        if (!first.empty()) {
+            auto const res = bc::resolve(grid_of(first, ts, ct.computed_colgroups, ncols));
+            float half = 0;
+            for (int c = 0; c < ncols; ++c) {
+                half = std::max(half, bc::drawn_width(res.above(0, c)) / 2);
+            }
+            y -= half;
+        }
+    }
     auto measure_all = [&](std::vector<row_ref> const& rows) {
         row_run run{.spacing = vs};
         for (auto const& r : rows) {
@@ -699,7 +721,13 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
     // The body rows, one after the other while they fit.
     auto const& body = *ct.computed_body;
     row_run run{.spacing = vs};
-    std::vector<page_info> info_before;
+    // What each row found the page holding, to undo the rows that go to the next page.
+    struct snapshot {
+        pack::accum accum;
+        pack::packed_stuff stuff;
+        eval_knuth::page_state state;
+    };
+    std::vector<snapshot> info_before;
     std::size_t g = ct.computed_group_from;
     std::size_t r = ct.computed_row_from;
     float const header_h = header.rows.empty() ? 0 : header.total() + vs;
@@ -722,7 +750,7 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
             more = true;
             break;
         }
-        info_before.push_back(info);
+        info_before.push_back({info.accum, info.packed_stuff, state_of(info)});
         auto m = run.measure(info, rr, cols, grid_left);
         float const bottom = body_top - m.offset - m.height;
         if (bottom < limit - tolerance) {
@@ -751,7 +779,9 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
                 }
                 keep = run.rows.size();
             }
-            info = info_before[keep];
+            info.accum = info_before[keep].accum;
+            info.packed_stuff = info_before[keep].stuff;
+            info = with_state(std::move(info), info_before[keep].state);
             // Where the rest starts: the first row dropped.
             auto const* first_dropped = keep < run.rows.size() ? run.rows[keep].ref.row : rr.row;
             run.rows.resize(keep);
