@@ -25,6 +25,7 @@ td.r { text-align: right }
 <tr><td>Aone</td><td>Bone</td><td>Cone</td></tr>
 <tr><td>Atwo</td><td class="r">Btwo</td><td style="padding-left: 5pt">Ctwo</td></tr></table>
 <table class="pct"><tr><td style="width: 50%">Pfirst</td><td style="width: 100pt">Lfirst</td><td>Afirst</td></tr></table>
+<table width="400" cellspacing="0" cellpadding="0"><tr><td width="25%">Qa</td><td>Qb</td></tr></table>
 <table><tr><td>Wshort</td><td style="padding-left: 6pt">Wlonger cell text</td></tr></table>
 </body></html>
 HTML
@@ -38,6 +39,7 @@ expect_eq "fixed: col width 50pt" "$(word_box 1 Cone)" 200
 expect_eq "fixed: right-aligned cell ends at its column" "$(word_box 3 Btwo)" 200
 expect_eq "percent column: 50% of 400pt" "$(word_box 1 Lfirst)" 250
 expect_eq "length column: 100pt" "$(word_box 1 Afirst)" 350
+expect_eq "HTML width attributes: 25% of 400px" "$(word_box 1 Qb)" 125
 # An auto table is as wide as its content: the second cell starts right after the first word.
 short_end=$(word_box 3 Wshort)
 longer=$(word_box 1 Wlonger)
