@@ -323,8 +323,9 @@ void place_run(row_run const& run,
     if (run.rows.empty()) {
         return;
     }
-    float const left = grid_left + cols.x.front();
-    float const width = cols.x.back() + cols.w.back() - cols.x.front();
+    // A grid without columns (rows with no cell) still has its rows, of no width.
+    float const left = grid_left + (cols.x.empty() ? 0 : cols.x.front());
+    float const width = cols.x.empty() ? 0 : cols.x.back() + cols.w.back() - cols.x.front();
     // The groups' backgrounds first, then the rows', then the cells.
     std::size_t start = 0;
     for (std::size_t i = 0; i < run.rows.size(); ++i) {
