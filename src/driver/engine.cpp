@@ -119,6 +119,7 @@ pass_outcome pack_pass(log::log const& log,
         .pass_targets = state.pack_found,
         .pass_loader = engine.engine_loader,
         .pass_hyph = engine.engine_hyph,
+        .pass_shapes = engine.engine_shapes,
     };
     auto result = pack::pack_documents(in, documents);
     auto found = std::make_shared<prepack::targets::pass_targets const>(std::move(result.result_targets));

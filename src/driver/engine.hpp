@@ -11,6 +11,7 @@
 #include "resource/loader.hpp"
 #include "text/hyph/hyph.hpp"
 #include "text/fonts/fonts.hpp"
+#include "text/fonts/shape_cache.hpp"
 #include "util/bytes.hpp"
 #include "util/result.hpp"
 
@@ -28,6 +29,8 @@ struct engine {
     fonts::fonts engine_fonts;
     /// Hyphenation patterns, each file read once in a run.
     std::shared_ptr<hyph::hyph> engine_hyph = std::make_shared<hyph::hyph>();
+    /// Words shaped so far, kept from pass to pass.
+    std::shared_ptr<fonts::shape_cache::shape_cache> engine_shapes = fonts::shape_cache::make_shape_cache();
 };
 
 /// A document after loading and preparation, as far as the stages built so far carry it.

@@ -187,9 +187,14 @@ measure_form form_of(text_head const& head, line_kind kind) {
     return form_of_parts(head.head_font_req, head.head_style, head.head_first_line, kind);
 }
 
-shaper shaper_of(fonts::fonts const& db) {
-    return [db](fonts::font_req const& req, fonts::direction dir, std::u32string_view text) {
-        return fonts::text_to_graphemes(db, req, dir, text);
+shaper shaper_of(fonts::fonts const& db, std::shared_ptr<fonts::shape_cache::shape_cache> cache) {
+    if (!cache) {
+        return [db](fonts::font_req const& req, fonts::direction dir, std::u32string_view text) {
+            return knuth::graphemes(fonts::text_to_graphemes(db, req, dir, text));
+        };
+    }
+    return [db, cache](fonts::font_req const& req, fonts::direction dir, std::u32string_view text) {
+        return fonts::shape_cache::shape(*cache, db, req, dir, text);
     };
 }
 
@@ -374,6 +379,25 @@ std::vector<knuth::knuth> trim_line(eval_env const& env, line_kind kind, std::sp
     auto stripped = strip_leading(joined);
     std::reverse(stripped.begin(), stripped.end());
     return stripped;
+}
+
+knuth::line_sum trimmed_line_sums(eval_env const& env,
+                                  line_kind kind,
+                                  std::optional<knuth::knuth> const& first,
+                                  std::span<knuth::knuth const> line) {
+    // Pieces of a word around a soft hyphen inside the line are joined and measured again; only such
+    // lines need the line made.
+    for (std::size_t i = 1; i + 1 < line.size(); ++i) {
+        auto const* p = std::get_if<knuth_penalty>(&line[i]);
+        if (p != nullptr && std::holds_alternative<soft>(*p)) {
+            auto trimmed = trim_line(env, kind, line);
+            if (first) {
+                trimmed.insert(trimmed.begin(), *first);
+            }
+            return line_sums(trimmed);
+        }
+    }
+    return stripped_line_sums(first, line);
 }
 
 std::optional<hyphenated> try_hyphenate(eval_env const& env,

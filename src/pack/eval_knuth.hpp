@@ -5,6 +5,7 @@
 
 #include "driver/log.hpp"
 #include "pack/knuth.hpp"
+#include "text/fonts/shape_cache.hpp"
 #include "text/hyph/hyph.hpp"
 
 #include <functional>
@@ -67,8 +68,8 @@ struct eval_env {
     std::optional<script_caller> env_call_script;
 };
 
-/// The shaper of a font database.
-shaper shaper_of(fonts::fonts const& db);
+/// The shaper of a font database; with a cache, each word is shaped once.
+shaper shaper_of(fonts::fonts const& db, std::shared_ptr<fonts::shape_cache::shape_cache> cache = nullptr);
 
 /// The pattern source of a run: the style's pattern names resolved through the loader and read into
 /// the run's cache.
@@ -113,6 +114,13 @@ measure_form form_of(knuth::text_head const& head, knuth::line_kind kind);
 /// (so that kerning and ligatures across the hyphenation point come back), and the discardable items
 /// at its end dropped; a penalty at the end stays, as its hyphen is drawn.
 std::vector<knuth::knuth> trim_line(eval_env const& env, knuth::line_kind kind, std::span<knuth::knuth const> line);
+
+/// The sums of `line` as `trim_line` would make it, with `first` (an indent) in front; only a line
+/// that joins pieces of a word is made to measure it.
+knuth::line_sum trimmed_line_sums(eval_env const& env,
+                                  knuth::line_kind kind,
+                                  std::optional<knuth::knuth> const& first,
+                                  std::span<knuth::knuth const> line);
 
 /// A word split at its hyphenation points: the index of the word in the items and the parts with
 /// soft penalties between them.

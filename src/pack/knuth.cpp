@@ -135,24 +135,31 @@ stretch_shrink item_stretch_shrink(knuth const& item) {
                       item);
 }
 
+namespace {
+
+// Adds one item of a line to its sums; `last` tells whether it ends the line.
+void add_to_sums(line_sum& sum, knuth const& it, bool last) {
+    if (std::holds_alternative<knuth_penalty>(it) && !last) {
+        // A hyphen is drawn only where the line really breaks.
+        return;
+    }
+    if (auto const* b = std::get_if<knuth_box>(&it)) {
+        if (auto const* ib = std::get_if<inline_block>(b); ib && !is_in_flow(*ib) && !is_float(*ib)) {
+            return;
+        }
+    }
+    sum.sum_width += item_width(it);
+    auto const ss = item_stretch_shrink(it);
+    sum.sum_stretch += ss.stretch;
+    sum.sum_shrink += ss.shrink;
+}
+
+} // namespace
+
 line_sum line_sums(std::span<knuth const> items) {
     line_sum sum;
     for (std::size_t i = 0; i < items.size(); ++i) {
-        knuth const& it = items[i];
-        bool const last = i + 1 == items.size();
-        if (std::holds_alternative<knuth_penalty>(it) && !last) {
-            // A hyphen is drawn only where the line really breaks.
-            continue;
-        }
-        if (auto const* b = std::get_if<knuth_box>(&it)) {
-            if (auto const* ib = std::get_if<inline_block>(b); ib && !is_in_flow(*ib) && !is_float(*ib)) {
-                continue;
-            }
-        }
-        sum.sum_width += item_width(it);
-        auto const ss = item_stretch_shrink(it);
-        sum.sum_stretch += ss.stretch;
-        sum.sum_shrink += ss.shrink;
+        add_to_sums(sum, items[i], i + 1 == items.size());
     }
     return sum;
 }
@@ -262,6 +269,36 @@ std::vector<knuth> strip_leading(std::span<knuth const> items) {
     }
     out.insert(out.end(), items.begin() + static_cast<std::ptrdiff_t>(i), items.end());
     return out;
+}
+
+line_sum stripped_line_sums(std::optional<knuth> const& first, std::span<knuth const> items) {
+    line_sum sum;
+    if (first) {
+        add_to_sums(sum, *first, items.empty());
+    }
+    if (!items.empty() && is_penalty(items.back())) {
+        for (std::size_t i = 0; i < items.size(); ++i) {
+            add_to_sums(sum, items[i], i + 1 == items.size());
+        }
+        return sum;
+    }
+    // The discardable tail: from `tail` on, dropped items do not count. What ends the stripped line
+    // is never a penalty, so no penalty counts.
+    std::size_t tail = items.size();
+    while (tail > 0) {
+        auto const step = strip_step_of(items[tail - 1]);
+        if (step != strip_step::drop && step != strip_step::keep_and_go_on) {
+            break;
+        }
+        --tail;
+    }
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        if (i >= tail && strip_step_of(items[i]) == strip_step::drop) {
+            continue;
+        }
+        add_to_sums(sum, items[i], false);
+    }
+    return sum;
 }
 
 bool item_stream::operator==(item_stream const& other) const {

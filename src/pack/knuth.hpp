@@ -393,6 +393,11 @@ struct line_sum {
 
 line_sum line_sums(std::span<knuth const> items);
 
+/// The sums of a line whose end is stripped of discardable items as the start of a line would be
+/// (unless it ends in a penalty, whose hyphen is drawn), with `first` (an indent) in front: what
+/// `line_sums` gives for that line, without making it.
+line_sum stripped_line_sums(std::optional<knuth> const& first, std::span<knuth const> items);
+
 /// Whether the item is a place where a line may break, given the item before it.
 bool legal_break(knuth const* previous, knuth const& item);
 

@@ -12,6 +12,7 @@
 #include "resource/loader.hpp"
 #include "text/hyph/hyph.hpp"
 #include "text/fonts/fonts.hpp"
+#include "text/fonts/shape_cache.hpp"
 #include "util/ref.hpp"
 
 #include <functional>
@@ -41,6 +42,8 @@ struct pass_input {
     std::optional<resource::loader::loader> pass_loader;
     /// The hyphenation patterns read so far, kept from pass to pass.
     std::shared_ptr<hyph::hyph> pass_hyph = std::make_shared<hyph::hyph>();
+    /// The words shaped so far, kept from pass to pass.
+    std::shared_ptr<fonts::shape_cache::shape_cache> pass_shapes = fonts::shape_cache::make_shape_cache();
 };
 
 /// A bookmark as a pass placed it: the element's place in document order, its level, state and

@@ -67,6 +67,8 @@ struct general {
     css::box::writing_mode writing_mode = css::box::writing_mode::horizontal;
     /// Hyphenation patterns loaded so far, by path; shared by every copy.
     std::shared_ptr<hyph::hyph> hyph = std::make_shared<hyph::hyph>();
+    /// Words shaped so far; shared by every copy.
+    std::shared_ptr<fonts::shape_cache::shape_cache> shapes = fonts::shape_cache::make_shape_cache();
 };
 
 /// What may happen on this page. They live in one word: bit 0 to 3 in this order.

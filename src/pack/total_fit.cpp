@@ -49,11 +49,7 @@ fbp make_break_point(eval_knuth::eval_env const& env,
                      knuth::knuth const& break_item) {
     check(previous != nullptr && index >= previous->index, "make_break_point");
     line_kind const kind = kind_after(*previous);
-    auto line = eval_knuth::trim_line(env, kind, line_items);
-    if (auto box = indent_box(params.used_indent, kind)) {
-        line.insert(line.begin(), std::move(*box));
-    }
-    auto const sums = line_sums(line);
+    auto const sums = eval_knuth::trimmed_line_sums(env, kind, indent_box(params.used_indent, kind), line_items);
     auto const r = adjustment_ratio_of(params.width, sums.sum_width, sums.sum_stretch, sums.sum_shrink);
     int const consecutive = is_penalty(break_item) ? previous->consecutive_hyphens + 1 : 0;
 
@@ -83,7 +79,6 @@ fbp make_break_point(eval_knuth::eval_env const& env,
         .index = index,
         .fbp_demerits = chain,
         .consecutive_hyphens = consecutive,
-        .line = std::move(line),
         .adjustment_ratio = r,
         .art = art,
         .fbp_type = via{previous},
@@ -201,15 +196,10 @@ struct breaker {
                 accum_first_line.push_back(item);
             }
             std::size_t const kept = start + t->truncated_line.size();
-            auto line_items = eval_knuth::trim_line(env, kind, t->truncated_line);
-            if (auto box = indent_box(params.used_indent, kind)) {
-                line_items.insert(line_items.begin(), std::move(*box));
-            }
             curr = share(fbp{
                 .index = static_cast<int>(kept),
                 .fbp_demerits = curr->fbp_demerits,
                 .consecutive_hyphens = 0,
-                .line = std::move(line_items),
                 .adjustment_ratio = negative_infinite{},
                 .art = threshold,
                 .fbp_type = via{curr},
@@ -339,12 +329,22 @@ struct breaker {
         break_res res;
         for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
             fbp const& f = **it;
-            check(f.index <= static_cast<int>(accum.size()), "make_break_point failed.");
+            fbp const& from = *std::get<via>(f.fbp_type).via_fbp;
+            auto const& acc = accum_for(from);
+            check(from.index <= f.index && f.index <= static_cast<int>(acc.size()), "make_break_point failed.");
+            // The items before the last checkpoint never change again, so the line is made from them
+            // as it was measured.
+            line_kind const kind = kind_after(from);
+            auto line = eval_knuth::trim_line(
+                env, kind, std::span<knuth::knuth const>(acc.begin() + from.index, acc.begin() + f.index));
+            if (auto box = indent_box(params.used_indent, kind)) {
+                line.insert(line.begin(), std::move(*box));
+            }
             res.res_lines.push_back(knuth_line{
-                .start_index = std::get<via>(f.fbp_type).via_fbp->index,
+                .start_index = from.index,
                 .end_index = f.index,
                 .break_type = f.fbp_break_type,
-                .line_content = f.line,
+                .line_content = std::move(line),
                 .adjustment_ratio = f.adjustment_ratio,
                 .art = f.art,
             });

@@ -34,8 +34,6 @@ struct fbp {
     total_fit::demerits fbp_demerits = 0.0;
     /// Lines ending in a hyphen directly before and including this one.
     int consecutive_hyphens = 0;
-    /// The line ended here, trimmed, with its indent.
-    std::vector<knuth::knuth> line;
     knuth::adjustment_ratio adjustment_ratio = knuth::ratio{};
     std::optional<float> art;
     std::variant<start, via> fbp_type = start{};
@@ -57,7 +55,8 @@ struct break_params {
 };
 
 /// A new feasible break after `previous` at item `index` (the break item being `break_item`), with the
-/// line's items `line_items` still untrimmed.
+/// line's items `line_items` still untrimmed. Only the line's sums are taken: the lines themselves
+/// are made once the breaks are chosen.
 fbp make_break_point(eval_knuth::eval_env const& env,
                      break_params const& params,
                      std::optional<float> art,
