@@ -137,7 +137,9 @@ attr_text_value(attr_type const& type, std::string_view text, std::string const&
                               return value::number{as_css_number(*n)};
                           },
                           [&](type_percent const&) -> std::optional<value::value> {
-                              auto const n = whole_number(text);
+                              // HTML writes a percentage with its sign: width="10%".
+                              auto const digits = text.ends_with('%') ? text.substr(0, text.size() - 1) : text;
+                              auto const n = whole_number(digits);
                               if (!n) {
                                   return std::nullopt;
                               }

@@ -5,6 +5,7 @@
 #include "pack/blocks.hpp"
 #include "pack/floats.hpp"
 #include "pack/para_main.hpp"
+#include "pack/table_pack.hpp"
 #include "util/ref.hpp"
 #include "util/result.hpp"
 
@@ -28,7 +29,6 @@ void warn_once(log::log const& log, std::atomic<bool>& said, std::string const& 
     }
 }
 
-std::atomic<bool> said_table{false};
 std::atomic<bool> said_columns{false};
 std::atomic<bool> said_replaced{false};
 
@@ -70,33 +70,6 @@ areas::areas narrowed(areas::areas a, float left, float right, float bottom) {
         a.available.push_back(a.container);
     }
     return a;
-}
-
-// The cells of a table as plain blocks in reading order: captions above, rows from the header down,
-// captions below. Table layout proper is not built; this keeps every word of a table on the page.
-std::vector<prepack::block> table_as_blocks(prepack::table_anony_box const& t) {
-    std::vector<prepack::block> out(t.caption_tops.begin(), t.caption_tops.end());
-    auto add_group = [&](prepack::rowgroup const& g) {
-        for (auto const& r : g.rowgroup_content) {
-            for (auto const& c : r.row_content) {
-                if (auto const* cell = std::get_if<prepack::cell_cell>(&c)) {
-                    auto const& blocks = cell->cell.cell_content.blocks;
-                    out.insert(out.end(), blocks.begin(), blocks.end());
-                }
-            }
-        }
-    };
-    if (t.table.header) {
-        add_group(*t.table.header);
-    }
-    for (auto const& g : t.table.body) {
-        add_group(g);
-    }
-    if (t.table.footer) {
-        add_group(*t.table.footer);
-    }
-    out.insert(out.end(), t.caption_bottoms.begin(), t.caption_bottoms.end());
-    return out;
 }
 
 void shift_spans(std::vector<spanbox>& spans, float dx);
@@ -194,6 +167,17 @@ pack_child_blocks(page_info info, prepack::block_list const& children, mc::gap g
                    [&](blocks::none const&) { out.refused = true; },
                },
                r.res);
+    return out;
+}
+
+content_out table_content(page_info info, prepack::computed_table_anony_box const& t, areas::areas const& inner) {
+    auto r = table_pack::pack_table(std::move(info), t, inner);
+    content_out out{.refused = r.refused,
+                    .content = std::move(r.content),
+                    .remain = std::move(r.remain),
+                    .info = std::move(r.info),
+                    .areas = std::move(r.areas),
+                    .gap = mc::fresh()};
     return out;
 }
 
@@ -409,6 +393,17 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
         margin_right = margin_right.value_or(0);
     }
 
+    // A table is as wide as its columns need: they are found first, and its box takes their width.
+    std::optional<prepack::computed_table_anony_box> computed_table;
+    if (auto const* t = std::get_if<prepack::bcontent_table>(&b.block_content)) {
+        computed_table = table_pack::compute_table(info, t->table, b.block_style, used.used_width);
+    } else if (auto const* t = std::get_if<prepack::bcontent_computed_table_box>(&b.block_content)) {
+        computed_table = t->box;
+    }
+    if (computed_table) {
+        table_pack::use_table_width(*computed_table, used);
+    }
+
     bool const continuation = is_continuation(b.block_type);
     bool const slice = s.box_decoration_break == css::box::box_decoration_break::slice;
     auto& bd = used.used_borders;
@@ -455,8 +450,7 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
 
     gap = mc::add_margin(gap, margin_top);
     bool const blocks_like = std::holds_alternative<prepack::bcontent_blocks>(b.block_content) ||
-                             std::holds_alternative<prepack::bcontent_list_item>(b.block_content) ||
-                             std::holds_alternative<prepack::bcontent_table>(b.block_content);
+                             std::holds_alternative<prepack::bcontent_list_item>(b.block_content);
     bool const commit_top = bt > 0 || pt > 0 || s.overflow == css::box::overflow::hidden ||
                             used.used_height.has_value() || !blocks_like || own_flow;
     std::optional<float> box_top;
@@ -501,15 +495,8 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
                         std::get<prepack::bcontent_blocks>(*c.remain).column_id = bs.column_id;
                     }
                 },
-                [&](prepack::bcontent_table const& t) {
-                    warn_once(info.general.log, said_table,
-                              "table layout is not supported yet: cells are set one below the other");
-                    auto const cells = table_as_blocks(t.table);
-                    c = pack_child_blocks(info, cells, inner_gap, inner);
-                },
-                [&](prepack::bcontent_computed_table_box const&) {
-                    throw internal_error("unexpected content type: computed_table_anony_box");
-                },
+                [&](prepack::bcontent_table const&) { c = table_content(info, *computed_table, inner); },
+                [&](prepack::bcontent_computed_table_box const&) { c = table_content(info, *computed_table, inner); },
                 [&](prepack::bcontent_computed_table const&) {
                     throw internal_error("unexpected content type: computed_table");
                 },

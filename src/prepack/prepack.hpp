@@ -705,7 +705,15 @@ struct computed_table {
     css::box::cellspacing table_used_cellspacing;
     std::optional<rowgroup> computed_header;
     std::optional<rowgroup> computed_footer;
-    std::vector<rowgroup> computed_body;
+    /// The body's groups, shared by every part of a table split over pages; the part starts at the
+    /// row `computed_row_from` of the group `computed_group_from`.
+    std::shared_ptr<std::vector<rowgroup> const> computed_body;
+    std::size_t computed_group_from = 0;
+    std::size_t computed_row_from = 0;
+    std::vector<colgroup> computed_colgroups;
+    /// Where the first column starts within the table's content box (the outer half of collapsed
+    /// borders).
+    float computed_grid_left = 0;
     std::vector<float> column_widths;
     std::vector<float> column_min_widths;
     std::vector<float> column_max_widths;

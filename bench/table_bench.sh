@@ -1,0 +1,43 @@
+#!/bin/bash
+# Times the conversion of a long table with a header and a footer repeated on every page: seconds,
+# pages and peak memory for each number of rows, to see that the cost grows in line with the rows.
+# Usage: bench/table_bench.sh [BUILD_DIR] [ROWS...]   (default sizes: 1000 and 5000 rows)
+set -eu
+here=$(cd "$(dirname "$0")" && pwd)
+build=${1:-$here/../build}
+shift || true
+sizes=("$@")
+[ ${#sizes[@]} -gt 0 ] || sizes=(1000 5000)
+bin=$build/bin/vellum
+if [ ! -x "$bin" ]; then
+    echo "vellum not built in $build (ninja -C $build vellum)" >&2
+    exit 1
+fi
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+for rows in "${sizes[@]}"; do
+    input=$work/table-$rows.html
+    output=$work/table-$rows.pdf
+    {
+        echo '<!DOCTYPE html><html><head><style>'
+        echo 'body { font: 9pt "DejaVu Sans" } table { border-collapse: collapse; width: 100% }'
+        echo 'td, th { border: 0.5pt solid #444; padding: 2pt 4pt } td.n { text-align: right }'
+        echo 'thead th { background: #ddd }'
+        echo '</style></head><body><table>'
+        echo '<thead><tr><th>No.</th><th>Description</th><th>Quantity</th><th>Amount</th></tr></thead>'
+        echo '<tfoot><tr><td colspan="3">Carried forward</td><td class="n">-</td></tr></tfoot><tbody>'
+        awk -v n="$rows" 'BEGIN { for (i = 1; i <= n; i++)
+            printf "<tr><td>%d</td><td>Item number %d of the order</td><td class=\"n\">%d</td><td class=\"n\">%d.%02d</td></tr>\n", i, i, i % 17, i * 3, i % 100 }'
+        echo '</tbody></table></body></html>'
+    } >"$input"
+    /usr/bin/time -f "%e %U %M" -o "$work/time" "$bin" "$input" -o "$output" 2>"$work/log" || {
+        echo "vellum failed on the $rows-row table:" >&2
+        cat "$work/log" >&2
+        exit 1
+    }
+    read -r secs user kb <"$work/time"
+    made=$(pdfinfo "$output" | awk '/^Pages:/ {print $2}')
+    headers=$(pdftotext "$output" - | grep -c '^Description$' || true)
+    printf "%s-row table: %s pages (%s with the header) in %s s (%s s user), peak memory %s MB\n" \
+        "$rows" "$made" "$headers" "$secs" "$user" "$((kb / 1024))"
+done

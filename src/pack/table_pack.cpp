@@ -1,0 +1,899 @@
+#include "pack/table_pack.hpp"
+
+#include "pack/block.hpp"
+#include "pack/blocks.hpp"
+#include "pack/border_collapse.hpp"
+#include "pack/margin_collapsing.hpp"
+#include "pack/pad_table.hpp"
+#include "pack/table_layout.hpp"
+#include "util/ref.hpp"
+#include "util/result.hpp"
+
+#include <algorithm>
+
+namespace vellum::pack::table_pack {
+
+namespace {
+
+namespace mc = margin_collapsing;
+namespace bc = border_collapse;
+using css::style::style;
+
+constexpr float tolerance = 0.0001f;
+// A trial area reaching far below any page, for content that is never split.
+constexpr float far = 1000000.0f;
+
+bool collapsing(style const& s) {
+    return s.rare_props && s.rare_props->rare_props_border_collapse == css::box::border_collapse::collapse;
+}
+
+css::box::borders borders_of(ref<style> const& s) { return s && s->borders ? *s->borders : css::box::borders{}; }
+
+// ---- the grid ----
+
+// A row of the grid with its group.
+struct row_ref {
+    prepack::row const* row = nullptr;
+    prepack::rowgroup const* group = nullptr;
+    bool group_first = false;
+    bool group_last = false;
+};
+
+std::vector<row_ref> rows_of(prepack::rowgroup const& g, std::size_t from = 0) {
+    std::vector<row_ref> out;
+    auto const& rows = g.rowgroup_content;
+    for (std::size_t i = from; i < rows.size(); ++i) {
+        out.push_back({&rows[i], &g, i == 0, i + 1 == rows.size()});
+    }
+    return out;
+}
+
+// The grid of some rows for the border resolution: the rows' and groups' borders and the cells, their
+// row spans cut at the last row given.
+bc::grid grid_of(std::vector<row_ref> const& rows,
+                 style const& table_style,
+                 std::vector<prepack::colgroup> const& colgroups,
+                 int columns) {
+    bc::grid g{.grid_rows = static_cast<int>(rows.size()),
+               .grid_columns = columns,
+               .grid_table = table_style.borders ? *table_style.borders : css::box::borders{}};
+    int col = 0;
+    for (auto const& cg : colgroups) {
+        int const n = static_cast<int>(cg.colgroup_cols.size());
+        g.grid_column_groups.push_back({.span_start = col, .span_count = n, .span_borders = borders_of(cg.colgroup_style)});
+        for (auto const& c : cg.colgroup_cols) {
+            g.grid_column_borders.push_back(c.col_borders);
+        }
+        col += n;
+    }
+    int r = 0;
+    int group_start = 0;
+    for (auto const& rr : rows) {
+        g.grid_row_borders.push_back(borders_of(rr.row->row_style));
+        bool const next_other = r + 1 == static_cast<int>(rows.size()) || rows[r + 1].group != rr.group;
+        if (next_other) {
+            g.grid_row_groups.push_back({.span_start = group_start, .span_count = r - group_start + 1,
+                                         .span_borders = borders_of(rr.group->rowgroup_style)});
+            group_start = r + 1;
+        }
+        for (int c = 0; c < static_cast<int>(rr.row->row_content.size()) && c < columns; ++c) {
+            auto const* cc = std::get_if<prepack::cell_cell>(&rr.row->row_content[c]);
+            if (!cc || !cc->cell.cell_style) {
+                continue;
+            }
+            int const rowspan = std::min(cc->cell.cell_rowspan, static_cast<int>(rows.size()) - r);
+            g.grid_cells.push_back({.gc_row = r, .gc_col = c, .gc_rowspan = rowspan,
+                                    .gc_colspan = std::min(cc->cell.cell_colspan, columns - c),
+                                    .gc_borders = cc->cell.cell_borders});
+        }
+        ++r;
+    }
+    return g;
+}
+
+// ---- cells ----
+
+// The style a cell is packed with: as wide as its columns, its height a minimum, no margins; under
+// collapsing borders the cell's share of its borders is room inside it and the grid draws them.
+ref<style> cell_layout_style(style const& s, std::optional<css::box::borders> const& halves) {
+    auto c = s;
+    if (auto const* h = std::get_if<float>(&s.height)) {
+        c.min_height = *h;
+    }
+    c.height = css::box::auto_value{};
+    c.width = css::box::auto_value{};
+    c.min_width = 0.0f;
+    c.max_width = css::box::none_value{};
+    c.max_height = css::box::none_value{};
+    c.margin_top = 0.0f;
+    c.margin_right = 0.0f;
+    c.margin_bottom = 0.0f;
+    c.margin_left = 0.0f;
+    c.float_ = css::box::float_kind::none;
+    c.bit_props.bit_props_position = css::box::position_kind::static_;
+    c.box_sizing = css::box::box_sizing::content_box;
+    if (halves) {
+        auto add = [](css::box::padding& p, float w) {
+            std::visit(overloaded{
+                           [&](float& v) { v += w; },
+                           [&](css::units::percentage& v) { v.percentage_offset += w; },
+                       },
+                       p);
+        };
+        add(c.padding_top, halves->borders_top.border_width);
+        add(c.padding_right, halves->borders_right.border_width);
+        add(c.padding_bottom, halves->borders_bottom.border_width);
+        add(c.padding_left, halves->borders_left.border_width);
+        auto b = s.borders ? *s.borders : css::box::borders{};
+        for (auto* side : {&b.borders_top, &b.borders_right, &b.borders_bottom, &b.borders_left}) {
+            side->border_width = 0;
+            side->border_style = css::box::line_style::none;
+        }
+        c.borders = share(b);
+    }
+    return share(std::move(c));
+}
+
+prepack::block cell_block(prepack::cell0 const& c) {
+    return prepack::block{.block_content = prepack::bcontent_blocks{c.cell_content.blocks, c.cell_content.column_id},
+                          .block_style = c.cell_style,
+                          .block_type = c.cell_type,
+                          .block_bg = c.cell_bg};
+}
+
+// Packs a cell's content whole in a column of the given width at y = 0. What the content gathers
+// (footnotes, targets) goes into `info`.
+box pack_cell_box(page_info& info, prepack::cell0 const& c, float x, float w) {
+    auto const flags = info.flags;
+    info.flags.max_page_area = true;
+    areas::area const trial{.top = 0, .bottom = -far, .left = x, .right = x + std::max(0.0f, w)};
+    auto r = block::pack_block(std::move(info), block::inline_block{}, cell_block(c), mc::fresh(),
+                               areas::areas{.container = trial, .available = {trial}});
+    info = std::move(r.out_info);
+    info.flags = flags;
+    auto const* p = std::get_if<block::packed_main>(&r.res);
+    check(p != nullptr, "pack_table: unexpected condition.");
+    return *p->b_packed_box;
+}
+
+// The width of a cell's content at its narrowest and unwrapped, with its padding and borders. The
+// trials pack in `scratch`, whose gatherings are dropped.
+std::pair<float, float> measure_cell(page_info& scratch, prepack::cell0 const& c) {
+    float const narrow = block::natural_width(pack_cell_box(scratch, c, 0, 0));
+    float const wide = block::natural_width(pack_cell_box(scratch, c, 0, far));
+    return {narrow, std::max(narrow, wide)};
+}
+
+css::box::width spec_of(css::box::width const& w, float edges) {
+    if (auto const* l = std::get_if<float>(&w)) {
+        return *l + edges;
+    }
+    return w;
+}
+
+float side_edges(css::used_style::used_style const& u) {
+    return u.used_borders.borders_left.border_width + u.used_padding_left + u.used_padding_right +
+           u.used_borders.borders_right.border_width;
+}
+
+// ---- rows ----
+
+struct measured_cell {
+    box cell_box;
+    int col = 0;
+    int rowspan = 1;
+    float height = 0;
+    /// The distance from the top of the cell to its first baseline (or its content's bottom).
+    float base = 0;
+    css::box::vertical_align_kind valign = css::box::vertical_align_kind::baseline;
+};
+
+struct measured_row {
+    row_ref ref;
+    std::vector<measured_cell> cells;
+    float height = 0;
+    float base = 0;
+    /// The distance from the top of the first row of the run to this row's top.
+    float offset = 0;
+};
+
+css::box::vertical_align_kind valign_of(style const& s) {
+    if (auto const* k = std::get_if<css::box::vertical_align_kind>(&s.vertical_align)) {
+        switch (*k) {
+        case css::box::vertical_align_kind::top:
+        case css::box::vertical_align_kind::middle:
+        case css::box::vertical_align_kind::bottom:
+            return *k;
+        default:
+            break;
+        }
+    }
+    return css::box::vertical_align_kind::baseline;
+}
+
+// The geometry of the columns: each column's left edge from the grid's left, and its width.
+struct columns {
+    std::vector<float> x;
+    std::vector<float> w;
+    float span_width(int c, int n) const { return x[c + n - 1] + w[c + n - 1] - x[c]; }
+};
+
+// A run of rows packed one below the other, with the cells spanning rows due on their last row.
+struct row_run {
+    std::vector<measured_row> rows;
+    float spacing = 0;
+
+    // The height the next row needs, and the row itself.
+    measured_row measure(page_info& info, row_ref const& rr, columns const& cols, float grid_left) const {
+        measured_row m{.ref = rr};
+        auto const& content = rr.row->row_content;
+        for (int c = 0; c < static_cast<int>(content.size()) && c < static_cast<int>(cols.w.size()); ++c) {
+            auto const* cc = std::get_if<prepack::cell_cell>(&content[c]);
+            if (!cc || !cc->cell.cell_style) {
+                continue;
+            }
+            int const span = std::clamp(cc->cell.cell_colspan, 1, static_cast<int>(cols.w.size()) - c);
+            auto b = pack_cell_box(info, cc->cell, grid_left + cols.x[c], cols.span_width(c, span));
+            float const h = b.box_h;
+            auto const baseline = block::first_baseline(b);
+            float const base = baseline ? b.box_y - *baseline : h;
+            m.cells.push_back(measured_cell{.cell_box = std::move(b), .col = c, .rowspan = std::max(1, cc->cell.cell_rowspan),
+                                            .height = h, .base = base, .valign = valign_of(*cc->cell.cell_style)});
+        }
+        float height = 0;
+        if (auto const* h = std::get_if<float>(&rr.row->row_style->height)) {
+            height = *h;
+        }
+        float base = 0;
+        for (auto const& c : m.cells) {
+            if (c.valign == css::box::vertical_align_kind::baseline) {
+                base = std::max(base, c.base);
+            }
+        }
+        for (auto const& c : m.cells) {
+            if (c.rowspan == 1) {
+                float const shift = c.valign == css::box::vertical_align_kind::baseline ? base - c.base : 0;
+                height = std::max(height, shift + c.height);
+            }
+        }
+        m.base = base;
+        m.offset = rows.empty() ? 0 : rows.back().offset + rows.back().height + spacing;
+        // Cells spanning rows that end here: the row is as high as what is left of them.
+        for (auto const& r : rows) {
+            for (auto const& c : r.cells) {
+                if (c.rowspan > 1 && r.offset >= 0 && &r - rows.data() + c.rowspan - 1 == static_cast<long>(rows.size())) {
+                    height = std::max(height, c.height - (m.offset - r.offset));
+                }
+            }
+        }
+        m.height = height;
+        return m;
+    }
+
+    float total() const { return rows.empty() ? 0 : rows.back().offset + rows.back().height; }
+};
+
+// Combines the break values between two rows: forced on either side wins, then avoid.
+enum class row_break { always, auto_, avoid };
+
+bool forced(css::box::page_break b) { return block::is_forced(b); }
+
+row_break break_between(row_ref const& prev, row_ref const& cur, style const& table_style) {
+    auto after = prev.row->row_breaks.row_page_break_after;
+    auto before = cur.row->row_breaks.row_page_break_before;
+    css::box::page_break group_after = css::box::page_break::auto_;
+    css::box::page_break group_before = css::box::page_break::auto_;
+    if (prev.group_last && prev.group->rowgroup_style) {
+        group_after = prev.group->rowgroup_style->bit_props.bit_props_page_break_after;
+    }
+    if (cur.group_first && cur.group->rowgroup_style) {
+        group_before = cur.group->rowgroup_style->bit_props.bit_props_page_break_before;
+    }
+    if (forced(after) || forced(before) || forced(group_after) || forced(group_before)) {
+        return row_break::always;
+    }
+    auto const avoid = css::box::page_break::avoid;
+    bool const same_group = prev.group == cur.group;
+    if (after == avoid || before == avoid || group_after == avoid || group_before == avoid ||
+        (same_group && cur.group->rowgroup_style &&
+         cur.group->rowgroup_style->bit_props.bit_props_page_break_inside == avoid) ||
+        table_style.bit_props.bit_props_page_break_inside == avoid) {
+        return row_break::avoid;
+    }
+    return row_break::auto_;
+}
+
+// A box that paints a background only: of a row or a row group, over the rows it covers.
+ref<box> background_box(ref<style> const& s, float x, float y, float w, float h) {
+    auto used = css::used_style::used_style_of(*s, w, std::nullopt);
+    css::used_style::used_style bg{.used_background_color = used.used_background_color,
+                                   .used_background = used.used_background};
+    return share(box{.box_x = x, .box_y = y, .box_w = w, .box_h = h, .box_style = s, .box_used_style = bg});
+}
+
+// The boxes of a run of rows whose first row's top is at `top`, the cells spanning rows cut at the
+// run's last row.
+void place_run(row_run const& run,
+               float top,
+               columns const& cols,
+               float grid_left,
+               bool hide_empty,
+               std::vector<rowbox>& backgrounds,
+               std::vector<rowbox>& cells) {
+    if (run.rows.empty()) {
+        return;
+    }
+    // A grid without columns (rows with no cell) still has its rows, of no width.
+    float const left = grid_left + (cols.x.empty() ? 0 : cols.x.front());
+    float const width = cols.x.empty() ? 0 : cols.x.back() + cols.w.back() - cols.x.front();
+    // The groups' backgrounds first, then the rows', then the cells.
+    std::size_t start = 0;
+    for (std::size_t i = 0; i < run.rows.size(); ++i) {
+        if (i + 1 == run.rows.size() || run.rows[i + 1].ref.group != run.rows[i].ref.group) {
+            auto const* g = run.rows[i].ref.group;
+            if (g->rowgroup_style) {
+                float const y0 = top - run.rows[start].offset;
+                float const y1 = top - run.rows[i].offset - run.rows[i].height;
+                backgrounds.push_back({background_box(g->rowgroup_style, left, y0, width, y0 - y1), y0});
+            }
+            start = i + 1;
+        }
+    }
+    for (auto const& r : run.rows) {
+        float const y = top - r.offset;
+        backgrounds.push_back({background_box(r.ref.row->row_style, left, y, width, r.height), y - r.base});
+    }
+    for (std::size_t i = 0; i < run.rows.size(); ++i) {
+        auto const& r = run.rows[i];
+        float const y = top - r.offset;
+        std::vector<ref<box>> placed;
+        for (auto const& c : r.cells) {
+            std::size_t const last = std::min(run.rows.size() - 1, i + static_cast<std::size_t>(c.rowspan) - 1);
+            float const bottom = top - run.rows[last].offset - run.rows[last].height;
+            float const h = y - bottom;
+            float shift = 0;
+            switch (c.valign) {
+            case css::box::vertical_align_kind::top:
+                break;
+            case css::box::vertical_align_kind::middle:
+                shift = std::max(0.0f, (h - c.height) / 2);
+                break;
+            case css::box::vertical_align_kind::bottom:
+                shift = std::max(0.0f, h - c.height);
+                break;
+            default:
+                shift = r.base - c.base;
+                break;
+            }
+            auto b = c.cell_box;
+            block::shift_box(b, 0, y - shift);
+            b.box_y = y;
+            b.box_h = h;
+            if (hide_empty && c.cell_box.box_h >= 0 && std::holds_alternative<pack::boxes>(b.box_content) &&
+                std::get<pack::boxes>(b.box_content).boxes_list.empty()) {
+                // empty-cells: hide draws neither background nor borders around a cell with no content.
+                b.box_used_style = css::used_style::used_style{};
+            }
+            placed.push_back(share(std::move(b)));
+        }
+        cells.push_back({share(box{.box_x = left, .box_y = y, .box_w = width, .box_h = r.height,
+                                   .box_content = pack::boxes{std::move(placed)}, .box_style = r.ref.row->row_style}),
+                         y - r.base});
+    }
+}
+
+// The collapsed borders of the rows of a page, one border box per grid position: each draws the edge
+// above it and the one on its left, and the last row and column the edges below and right.
+std::vector<std::vector<border_box>> border_boxes(bc::resolved const& res,
+                                                  std::vector<float> const& row_tops,
+                                                  std::vector<float> const& row_heights,
+                                                  columns const& cols,
+                                                  float grid_left) {
+    std::vector<std::vector<border_box>> out;
+    int const n = static_cast<int>(cols.w.size());
+    for (int r = 0; r < res.resolved_rows; ++r) {
+        std::vector<border_box> row;
+        row.reserve(static_cast<std::size_t>(n));
+        for (int c = 0; c < n; ++c) {
+            css::box::borders sides;
+            sides.borders_top = res.above(r, c);
+            sides.borders_left = res.left_of(r, c);
+            if (r + 1 == res.resolved_rows) {
+                sides.borders_bottom = res.above(r + 1, c);
+            }
+            if (c + 1 == n) {
+                sides.borders_right = res.left_of(r, c + 1);
+            }
+            float const x0 = grid_left + cols.x[c] - bc::drawn_width(sides.borders_left) / 2;
+            float const x1 = grid_left + cols.x[c] + cols.w[c] + bc::drawn_width(sides.borders_right) / 2;
+            float const y0 = row_tops[r] + bc::drawn_width(sides.borders_top) / 2;
+            float const y1 = row_tops[r] - row_heights[r] - bc::drawn_width(sides.borders_bottom) / 2;
+            for (auto* s : {&sides.borders_top, &sides.borders_right, &sides.borders_bottom, &sides.borders_left}) {
+                if (bc::drawn_width(*s) <= 0) {
+                    *s = css::box::border{};
+                }
+            }
+            row.push_back(border_box{.border_box_x = x0, .border_box_y = y0, .border_box_w = x1 - x0,
+                                     .border_box_h = y0 - y1, .collapsed_borders = sides});
+        }
+        out.push_back(std::move(row));
+    }
+    return out;
+}
+
+// Packs captions as blocks of the table's width from `top` down; returns the y below them.
+float pack_captions(page_info& info, std::vector<prepack::block> const& captions, areas::areas const& inner, float top,
+                    std::vector<ref<box>>& out) {
+    if (captions.empty()) {
+        return top;
+    }
+    areas::area trial = inner.container;
+    trial.top = top;
+    trial.bottom = top - far;
+    auto const flags = info.flags;
+    info.flags.max_page_area = true;
+    auto r = blocks::pack_blocks(std::move(info), prepack::block_list(captions), mc::fresh(),
+                                 areas::areas{.container = trial, .available = {trial}});
+    if (auto* p = std::get_if<blocks::packed_main>(&r.res)) {
+        out.insert(out.end(), p->bs_packed_boxes.begin(), p->bs_packed_boxes.end());
+    }
+    auto const c = mc::commit(r.out_gap, r.out_areas);
+    info = std::move(r.out_info);
+    info.flags = flags;
+    return c.commit_areas.container.top;
+}
+
+} // namespace
+
+prepack::computed_table_anony_box compute_table(page_info const& info,
+                                                prepack::table_anony_box const& t,
+                                                ref<css::style::style> const& table_style,
+                                                float available) {
+    auto const& ts = *table_style;
+    bool const collapse = collapsing(ts);
+    auto const& src = t.table;
+
+    int ncols = 0;
+    for (auto const& cg : src.colgroups) {
+        ncols += static_cast<int>(cg.colgroup_cols.size());
+    }
+    if (src.header) {
+        ncols = std::max(ncols, pad_table::column_count(src.header->rowgroup_content));
+    }
+    if (src.footer) {
+        ncols = std::max(ncols, pad_table::column_count(src.footer->rowgroup_content));
+    }
+    for (auto const& g : src.body) {
+        ncols = std::max(ncols, pad_table::column_count(g.rowgroup_content));
+    }
+    auto pad = [&](prepack::rowgroup const& g) {
+        auto out = g;
+        out.rowgroup_content = pad_table::pad_rows(g.rowgroup_content, ncols);
+        return out;
+    };
+    std::optional<prepack::rowgroup> header;
+    std::optional<prepack::rowgroup> footer;
+    if (src.header) {
+        header = pad(*src.header);
+    }
+    if (src.footer) {
+        footer = pad(*src.footer);
+    }
+    std::vector<prepack::rowgroup> body;
+    body.reserve(src.body.size());
+    for (auto const& g : src.body) {
+        body.push_back(pad(g));
+    }
+
+    // Every row in reading order: header, body, footer.
+    std::vector<prepack::rowgroup*> groups;
+    if (header) {
+        groups.push_back(&*header);
+    }
+    for (auto& g : body) {
+        groups.push_back(&g);
+    }
+    if (footer) {
+        groups.push_back(&*footer);
+    }
+    std::optional<bc::resolved> resolved;
+    if (collapse) {
+        std::vector<row_ref> all;
+        for (auto* g : groups) {
+            auto r = rows_of(*g);
+            all.insert(all.end(), r.begin(), r.end());
+        }
+        resolved = bc::resolve(grid_of(all, ts, src.colgroups, ncols));
+    }
+
+    // The cells get the style they are packed with, and tell what they ask of their columns.
+    float const hs = collapse ? 0 : ts.border_spacing.cellspacing_h;
+    bool const fixed = ts.table_layout == css::box::table_layout::fixed &&
+                       !std::holds_alternative<css::box::auto_value>(ts.width);
+    std::vector<table_layout::cell_width> cells;
+    std::vector<table_layout::cell_width> first_row;
+    page_info scratch = info;
+    bool first_row_done = false;
+    int row_index = 0;
+    for (auto* g : groups) {
+        for (auto& r : g->rowgroup_content) {
+            for (int c = 0; c < static_cast<int>(r.row_content.size()); ++c) {
+                auto* cc = std::get_if<prepack::cell_cell>(&r.row_content[c]);
+                if (!cc || !cc->cell.cell_style) {
+                    continue;
+                }
+                auto& cell = cc->cell;
+                auto const& original = *cell.cell_style;
+                std::optional<css::box::borders> halves;
+                if (resolved) {
+                    halves = bc::cell_halves(*resolved, row_index, c, cell.cell_rowspan, cell.cell_colspan);
+                }
+                cell.cell_style = cell_layout_style(original, halves);
+                auto const used = css::used_style::used_style_of(*cell.cell_style, 0, std::nullopt);
+                table_layout::cell_width w{.cell_start = c,
+                                           .cell_span = cell.cell_colspan,
+                                           .cell_specw = spec_of(original.width, side_edges(used))};
+                if (!fixed) {
+                    std::tie(w.cell_minw, w.cell_maxw) = measure_cell(scratch, cell);
+                } else if (!first_row_done) {
+                    first_row.push_back(w);
+                }
+                cells.push_back(w);
+            }
+            first_row_done = first_row_done || !r.row_content.empty();
+            ++row_index;
+        }
+    }
+
+    std::vector<css::box::width> col_specs(static_cast<std::size_t>(ncols), css::box::auto_value{});
+    {
+        std::size_t i = 0;
+        for (auto const& cg : src.colgroups) {
+            for (auto const& c : cg.colgroup_cols) {
+                auto w = c.col_style->width;
+                if (std::holds_alternative<css::box::auto_value>(w) && cg.colgroup_style) {
+                    w = cg.colgroup_style->width;
+                }
+                if (i < col_specs.size()) {
+                    col_specs[i++] = w;
+                }
+            }
+        }
+    }
+
+    // The spacing around the columns: border spacing, or the outer halves of collapsed borders.
+    float outer = static_cast<float>(ncols + 1) * hs;
+    float grid_left = 0;
+    if (resolved && ncols > 0) {
+        float left = 0;
+        float right = 0;
+        for (int r = 0; r < resolved->resolved_rows; ++r) {
+            left = std::max(left, bc::drawn_width(resolved->left_of(r, 0)) / 2);
+            right = std::max(right, bc::drawn_width(resolved->left_of(r, ncols)) / 2);
+        }
+        outer = left + right;
+        grid_left = left;
+    }
+    if (ncols == 0) {
+        outer = 0;
+    }
+    std::optional<float> spec;
+    if (!std::holds_alternative<css::box::auto_value>(ts.width)) {
+        spec = available;
+    }
+    std::vector<float> widths;
+    float table_width = 0;
+    std::vector<float> minw(static_cast<std::size_t>(ncols), 0);
+    std::vector<float> maxw(static_cast<std::size_t>(ncols), 0);
+    if (fixed) {
+        table_width = std::max(*spec, outer);
+        widths = table_layout::fixed_layout(info.general.log, col_specs, first_row, table_width - outer, hs);
+        float sum = outer;
+        for (float w : widths) {
+            sum += w;
+        }
+        table_width = std::max(table_width, sum);
+    } else {
+        auto cols = table_layout::auto_columns(info.general.log, col_specs, cells, hs);
+        for (std::size_t i = 0; i < cols.size(); ++i) {
+            minw[i] = cols[i].column_minw;
+            maxw[i] = cols[i].column_maxw;
+        }
+        table_width = table_layout::auto_table_width(cols, spec, available, outer);
+        widths = table_layout::auto_layout(std::move(cols), table_width - outer);
+        float sum = outer;
+        for (float w : widths) {
+            sum += w;
+        }
+        table_width = std::max(table_width, sum);
+    }
+
+    prepack::computed_table ct{.table_used_style = table_style,
+                               .table_used_cellspacing = collapse ? css::box::cellspacing{} : ts.border_spacing,
+                               .computed_header = std::move(header),
+                               .computed_footer = std::move(footer),
+                               .computed_body = std::make_shared<std::vector<prepack::rowgroup> const>(std::move(body)),
+                               .computed_colgroups = src.colgroups,
+                               .computed_grid_left = grid_left,
+                               .column_widths = std::move(widths),
+                               .column_min_widths = std::move(minw),
+                               .column_max_widths = std::move(maxw)};
+    return prepack::computed_table_anony_box{
+        .table_width = table_width,
+        .caption_tops = t.caption_tops,
+        .caption_bottoms = t.caption_bottoms,
+        .table_blocks = {prepack::block{.block_content = prepack::bcontent_computed_table{std::move(ct)},
+                                        .block_style = table_style}},
+    };
+}
+
+void use_table_width(prepack::computed_table_anony_box const& t, css::used_style::used_style& used) {
+    used.used_width = t.table_width;
+    auto const& s = *t.table_blocks.at(0).block_style;
+    if (collapsing(s)) {
+        used.used_borders.borders_top.border_width = 0;
+        used.used_borders.borders_right.border_width = 0;
+        used.used_borders.borders_bottom.border_width = 0;
+        used.used_borders.borders_left.border_width = 0;
+        for (auto* side : {&used.used_borders.borders_top, &used.used_borders.borders_right,
+                           &used.used_borders.borders_bottom, &used.used_borders.borders_left}) {
+            side->border_style = css::box::line_style::none;
+        }
+        used.used_padding_top = 0;
+        used.used_padding_right = 0;
+        used.used_padding_bottom = 0;
+        used.used_padding_left = 0;
+    }
+}
+
+packed_table pack_table(page_info info, prepack::computed_table_anony_box const& t, areas::areas const& inner) {
+    auto const& ct = std::get<prepack::bcontent_computed_table>(t.table_blocks.at(0).block_content).table;
+    auto const& ts = *ct.table_used_style;
+    bool const collapse = collapsing(ts);
+    float const hs = ct.table_used_cellspacing.cellspacing_h;
+    float const vs = ct.table_used_cellspacing.cellspacing_v;
+    bool const hide_empty = !collapse && ts.rare_props &&
+                            ts.rare_props->rare_props_empty_cells == css::box::empty_cells::hide;
+    int const ncols = static_cast<int>(ct.column_widths.size());
+    auto const original_info = info;
+
+    columns cols;
+    {
+        float x = hs;
+        for (float w : ct.column_widths) {
+            cols.x.push_back(x);
+            cols.w.push_back(w);
+            x += w + hs;
+        }
+    }
+    std::vector<ref<box>> outside;
+    float y = inner.container.top;
+    if (!t.table_started) {
+        y = pack_captions(info, t.caption_tops, inner, y, outside);
+    }
+
+    // The rows of this part.
+    std::vector<row_ref> header_rows;
+    std::vector<row_ref> footer_rows;
+    if (ct.computed_header) {
+        header_rows = rows_of(*ct.computed_header);
+    }
+    if (ct.computed_footer) {
+        footer_rows = rows_of(*ct.computed_footer);
+    }
+    // Under collapsing borders the grid sits inside the outer half of the table's left border.
+    float const grid_left = inner.container.left + ct.computed_grid_left;
+    // Under collapsing borders the outer half of the top border lies above the first row.
+    if (collapse && ncols > 0) {
+        std::vector<row_ref> first;
+        if (!header_rows.empty()) {
+            first.push_back(header_rows.front());
+        } else {
+            for (std::size_t k = ct.computed_group_from; k < ct.computed_body->size() && first.empty(); ++k) {
+                auto const from = k == ct.computed_group_from ? ct.computed_row_from : 0;
+                auto rows = rows_of((*ct.computed_body)[k], from);
+                if (!rows.empty()) {
+                    first.push_back(rows.front());
+                }
+            }
+        }
+        if (!first.empty()) {
+            auto const res = bc::resolve(grid_of(first, ts, ct.computed_colgroups, ncols));
+            float half = 0;
+            for (int c = 0; c < ncols; ++c) {
+                half = std::max(half, bc::drawn_width(res.above(0, c)) / 2);
+            }
+            y -= half;
+        }
+    }
+    auto measure_all = [&](std::vector<row_ref> const& rows) {
+        row_run run{.spacing = vs};
+        for (auto const& r : rows) {
+            auto m = run.measure(info, r, cols, grid_left);
+            run.rows.push_back(std::move(m));
+        }
+        return run;
+    };
+    row_run header = measure_all(header_rows);
+    row_run footer = measure_all(footer_rows);
+    float const top_edge = collapse ? 0 : vs;
+    float const bottom_edge = collapse ? 0 : vs;
+
+    // The body rows, one after the other while they fit.
+    auto const& body = *ct.computed_body;
+    row_run run{.spacing = vs};
+    // What each row found the page holding, to undo the rows that go to the next page.
+    struct snapshot {
+        pack::accum accum;
+        pack::packed_stuff stuff;
+        eval_knuth::page_state state;
+    };
+    std::vector<snapshot> info_before;
+    std::size_t g = ct.computed_group_from;
+    std::size_t r = ct.computed_row_from;
+    float const header_h = header.rows.empty() ? 0 : header.total() + vs;
+    float const footer_h = footer.rows.empty() ? 0 : footer.total() + vs;
+    float const body_top = y - top_edge - header_h;
+    float const limit = inner.container.bottom + footer_h + bottom_edge;
+    bool const must_place = info.flags.max_page_area;
+    std::size_t stop_g = g;
+    std::size_t stop_r = r;
+    bool more = false;
+    while (g < body.size()) {
+        auto const& group = body[g];
+        if (r >= group.rowgroup_content.size()) {
+            ++g;
+            r = 0;
+            continue;
+        }
+        row_ref const rr{&group.rowgroup_content[r], &group, r == 0, r + 1 == group.rowgroup_content.size()};
+        if (!run.rows.empty() && break_between(run.rows.back().ref, rr, ts) == row_break::always) {
+            more = true;
+            break;
+        }
+        info_before.push_back({info.accum, info.packed_stuff, state_of(info)});
+        auto m = run.measure(info, rr, cols, grid_left);
+        float const bottom = body_top - m.offset - m.height;
+        if (bottom < limit - tolerance) {
+            if (run.rows.empty()) {
+                if (!must_place) {
+                    return packed_table{.refused = true, .info = original_info, .areas = inner};
+                }
+                log::log_warning_once(info.general.log,
+                                      "table rows taller than a page are not split yet: the row runs past the "
+                                      "bottom of the page");
+                run.rows.push_back(std::move(m));
+                ++r;
+                more = true;
+                continue;
+            }
+            // Back over the rows that mustn't be parted from the one that didn't fit.
+            std::size_t keep = run.rows.size();
+            auto cur = rr;
+            while (keep > 0 && break_between(run.rows[keep - 1].ref, cur, ts) == row_break::avoid) {
+                cur = run.rows[keep - 1].ref;
+                --keep;
+            }
+            if (keep == 0) {
+                if (!must_place) {
+                    return packed_table{.refused = true, .info = original_info, .areas = inner};
+                }
+                keep = run.rows.size();
+            }
+            info.accum = info_before[keep].accum;
+            info.packed_stuff = info_before[keep].stuff;
+            info = with_state(std::move(info), info_before[keep].state);
+            // Where the rest starts: the first row dropped.
+            auto const* first_dropped = keep < run.rows.size() ? run.rows[keep].ref.row : rr.row;
+            run.rows.resize(keep);
+            // The group and row of the first row dropped, at or before the current one.
+            for (;; --g) {
+                auto const& rows = body[g].rowgroup_content;
+                if (!rows.empty() && first_dropped >= rows.data() && first_dropped < rows.data() + rows.size()) {
+                    r = static_cast<std::size_t>(first_dropped - rows.data());
+                    break;
+                }
+                check(g > ct.computed_group_from, "pack_table: unexpected condition.");
+            }
+            more = true;
+            break;
+        }
+        run.rows.push_back(std::move(m));
+        ++r;
+    }
+    stop_g = g;
+    stop_r = r;
+    // Skip past empty groups at the end.
+    while (stop_g < body.size() && stop_r >= body[stop_g].rowgroup_content.size()) {
+        ++stop_g;
+        stop_r = 0;
+    }
+    more = more && stop_g < body.size();
+
+    // The page's grid: header, body rows, footer, one below the other.
+    std::vector<rowbox> backgrounds;
+    std::vector<rowbox> cell_rows;
+    std::vector<float> row_tops;
+    std::vector<float> row_heights;
+    float cursor = y - top_edge;
+    std::vector<row_ref> page_rows;
+    auto place = [&](row_run const& part) {
+        if (part.rows.empty()) {
+            return;
+        }
+        place_run(part, cursor, cols, grid_left, hide_empty, backgrounds, cell_rows);
+        for (auto const& m : part.rows) {
+            row_tops.push_back(cursor - m.offset);
+            row_heights.push_back(m.height);
+            page_rows.push_back(m.ref);
+        }
+        cursor -= part.total() + vs;
+    };
+    place(header);
+    place(run);
+    place(footer);
+    float grid_bottom = row_tops.empty() ? y : cursor + vs - bottom_edge;
+    if (row_tops.empty()) {
+        grid_bottom = y;
+    }
+
+    tablebox tb;
+    tb.rows = std::move(backgrounds);
+    tb.rows.insert(tb.rows.end(), std::make_move_iterator(cell_rows.begin()), std::make_move_iterator(cell_rows.end()));
+    if (collapse && !page_rows.empty() && ncols > 0) {
+        auto const res = bc::resolve(grid_of(page_rows, ts, ct.computed_colgroups, ncols));
+        tb.borders = border_boxes(res, row_tops, row_heights, cols, grid_left);
+        float bottom_half = 0;
+        for (int c = 0; c < ncols; ++c) {
+            bottom_half = std::max(bottom_half, bc::drawn_width(res.above(res.resolved_rows, c)) / 2);
+        }
+        grid_bottom -= bottom_half;
+    }
+    float grid_top = y;
+    pack::box_content grid_content = pack::table{std::move(tb)};
+
+    float end = grid_bottom;
+    std::optional<prepack::bcontent> remain;
+    if (more) {
+        auto rest_table = ct;
+        rest_table.computed_group_from = stop_g;
+        rest_table.computed_row_from = stop_r;
+        auto rest = t;
+        rest.caption_tops.clear();
+        rest.table_started = true;
+        rest.table_blocks.at(0).block_content = prepack::bcontent_computed_table{std::move(rest_table)};
+        remain = prepack::bcontent_computed_table_box{std::move(rest)};
+    } else {
+        end = pack_captions(info, t.caption_bottoms, inner, grid_bottom, outside);
+    }
+
+    packed_table out{.info = std::move(info), .areas = mc::moved_down(inner, inner.container.top - end)};
+    out.remain = std::move(remain);
+    if (outside.empty()) {
+        out.content = std::move(grid_content);
+    } else {
+        // Captions around the grid: the grid gets a box of its own, which paints nothing itself.
+        auto grid = share(box{.box_x = inner.container.left,
+                              .box_y = grid_top,
+                              .box_w = areas::width_of(inner.container),
+                              .box_h = grid_top - grid_bottom,
+                              .box_content = std::move(grid_content),
+                              .box_style = ct.table_used_style});
+        std::vector<ref<box>> parts;
+        for (auto const& b : outside) {
+            if (b->box_y > grid_top - tolerance) {
+                parts.push_back(b);
+            }
+        }
+        parts.push_back(grid);
+        for (auto const& b : outside) {
+            if (b->box_y <= grid_top - tolerance) {
+                parts.push_back(b);
+            }
+        }
+        out.content = table_anony_box{std::move(parts)};
+    }
+    return out;
+}
+
+} // namespace vellum::pack::table_pack

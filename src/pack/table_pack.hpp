@@ -1,0 +1,41 @@
+// Tables in the flow: the grid padded, the column widths found, the rows packed on the page with the
+// header and footer repeated on every page of a table split across pages, the borders collapsed.
+#pragma once
+
+#include "css/used_style.hpp"
+#include "pack/areas.hpp"
+#include "pack/boxes.hpp"
+#include "pack/page_info.hpp"
+#include "prepack/prepack.hpp"
+
+#include <optional>
+
+namespace vellum::pack::table_pack {
+
+/// Pads a table's grid and finds its column widths in a containing block of `available` content
+/// width. The result holds the table ready to be packed, part after part.
+prepack::computed_table_anony_box compute_table(page_info const& info,
+                                                prepack::table_anony_box const& t,
+                                                ref<css::style::style> const& table_style,
+                                                float available);
+
+/// The table block's used style once its columns are known: its content is as wide as the grid, and
+/// under collapsing borders it has no padding and no border of its own (the grid draws them).
+void use_table_width(prepack::computed_table_anony_box const& t, css::used_style::used_style& used);
+
+/// What packing a part of a table gave.
+struct packed_table {
+    /// Not even one row fitted.
+    bool refused = false;
+    pack::box_content content = boxes{};
+    /// The rest of the table for the next page.
+    std::optional<prepack::bcontent> remain;
+    page_info info;
+    /// The areas below the part.
+    areas::areas areas;
+};
+
+/// Packs a table (or the rest of one) into the areas narrowed to the table's content box.
+packed_table pack_table(page_info info, prepack::computed_table_anony_box const& t, areas::areas const& inner);
+
+} // namespace vellum::pack::table_pack

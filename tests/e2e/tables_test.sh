@@ -1,0 +1,139 @@
+#!/usr/bin/env bash
+# Tables: column positions of fixed and automatic layouts, a long table split over pages with its
+# header and footer on every page, collapsed borders painted by their winners, captions.
+VELLUM=$1
+DATA=$2
+source "$DATA/lib.sh"
+cd "$work"
+command -v pdftoppm >/dev/null && [ -x /usr/bin/python3 ] || exit 77
+
+# xmin WORD / xmax WORD / ymin WORD: the first word's box in the -bbox output of bbox.html.
+word_box() { grep -m1 ">$2<" bbox.html | sed -E 's/.*xMin="([0-9.]+)" yMin="([0-9.]+)" xMax="([0-9.]+)" yMax="([0-9.]+)".*/\1 \2 \3 \4/' | awk -v k="$1" '{ printf "%.0f", $k }'; }
+
+# ---- column positions ----
+cat >cols.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 500pt 400pt; margin: 50pt }
+body { margin: 0; font: 10pt "DejaVu Sans" }
+table { border-spacing: 0 }
+td { padding: 0 }
+table.fixed { table-layout: fixed; width: 300pt }
+table.pct { width: 400pt }
+td.r { text-align: right }
+</style></head><body>
+<table class="fixed"><col style="width: 100pt"><col style="width: 50pt"><col>
+<tr><td>Aone</td><td>Bone</td><td>Cone</td></tr>
+<tr><td>Atwo</td><td class="r">Btwo</td><td style="padding-left: 5pt">Ctwo</td></tr></table>
+<table class="pct"><tr><td style="width: 50%">Pfirst</td><td style="width: 100pt">Lfirst</td><td>Afirst</td></tr></table>
+<table width="400" cellspacing="0" cellpadding="0"><tr><td width="25%">Qa</td><td>Qb</td></tr></table>
+<table><tr><td>Wshort</td><td style="padding-left: 6pt">Wlonger cell text</td></tr></table>
+</body></html>
+HTML
+timeout 60 "$VELLUM" cols.html -o cols.pdf 2>cols.err
+expect_eq "cols: status" "$?" 0
+qpdf_clean "cols" cols.pdf
+pdftotext -bbox cols.pdf bbox.html
+expect_eq "fixed: first column" "$(word_box 1 Aone)" 50
+expect_eq "fixed: col width 100pt" "$(word_box 1 Bone)" 150
+expect_eq "fixed: col width 50pt" "$(word_box 1 Cone)" 200
+expect_eq "fixed: right-aligned cell ends at its column" "$(word_box 3 Btwo)" 200
+expect_eq "percent column: 50% of 400pt" "$(word_box 1 Lfirst)" 250
+expect_eq "length column: 100pt" "$(word_box 1 Afirst)" 350
+expect_eq "HTML width attributes: 25% of 400px" "$(word_box 1 Qb)" 125
+# An auto table is as wide as its content: the second cell starts right after the first word.
+short_end=$(word_box 3 Wshort)
+longer=$(word_box 1 Wlonger)
+expect_eq "auto: columns side by side" "$((longer - short_end))" 6
+expect_eq "no table warning" "$(grep -c 'table layout' cols.err)" 0
+
+# ---- a long table over pages ----
+{
+    echo '<!DOCTYPE html><html><head><style>'
+    echo '@page { size: 400pt 300pt; margin: 30pt } body { margin: 0; font: 10pt "DejaVu Sans" }'
+    echo 'table { border-collapse: collapse } td, th { border: 1pt solid black; padding: 2pt }'
+    echo '</style></head><body><table><caption>Long caption</caption>'
+    echo '<thead><tr><th>Head</th><th>Value</th></tr></thead><tfoot><tr><td>Foot</td><td>end</td></tr></tfoot><tbody>'
+    for i in $(seq 1 120); do echo "<tr><td>Row$i</td><td>v$i</td></tr>"; done
+    echo '<tr style="page-break-before: always"><td>Forced</td><td>x</td></tr>'
+    echo '</tbody></table></body></html>'
+} >long.html
+timeout 60 "$VELLUM" long.html -o long.pdf 2>long.err
+expect_eq "long: status" "$?" 0
+qpdf_clean "long" long.pdf
+pages=$(pdfinfo long.pdf | awk '/^Pages:/ {print $2}')
+expect_eq "long: several pages" "$((pages > 3))" 1
+for p in $(seq 1 "$pages"); do
+    t=$(pdftotext -f "$p" -l "$p" -layout long.pdf -)
+    expect_contains "long: header on page $p" "$t" "Head"
+    expect_contains "long: footer on page $p" "$t" "Foot"
+done
+all=$(pdftotext long.pdf -)
+expect_eq "long: every row once" "$(echo "$all" | grep -o 'Row[0-9]*' | sort -u | wc -l)" 120
+expect_eq "long: no row twice" "$(echo "$all" | grep -o 'Row[0-9]*' | wc -l)" 120
+expect_eq "long: caption once" "$(echo "$all" | grep -c 'Long caption')" 1
+last=$(pdftotext -f "$pages" -l "$pages" long.pdf -)
+expect_contains "long: forced break before the last row" "$last" "Forced"
+expect_not_contains "long: forced row alone" "$last" "Row120"
+# The rows of a page follow each other: Row1 under the header, in order.
+first=$(pdftotext -f 1 -l 1 long.pdf - | grep -o '^Row[0-9]*$' | tr '\n' ' ')
+expect_contains "long: rows in order" "$first" "Row1 Row2 Row3 "
+
+# ---- collapsed borders of a 3x3 grid ----
+cat >grid.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 300pt 300pt; margin: 0 }
+body { margin: 0 }
+table { border-collapse: collapse; margin: 30pt; border: 4pt solid blue }
+td { width: 60pt; height: 60pt; padding: 0; border: 2pt solid black }
+td.mid { border: 6pt solid red }
+td.dot { border: 2pt dotted lime }
+</style></head><body>
+<table><tr><td></td><td class="dot"></td><td></td></tr>
+<tr><td></td><td class="mid"></td><td></td></tr>
+<tr><td></td><td></td><td></td></tr></table>
+</body></html>
+HTML
+timeout 60 "$VELLUM" grid.html -o grid.pdf 2>grid.err
+expect_eq "grid: status" "$?" 0
+qpdf_clean "grid" grid.pdf
+pdftoppm -r 72 -png grid.pdf grid
+# The colour runs along a line through the page: k black, r red, b blue, g green, w white.
+runs() {
+    /usr/bin/python3 - "$1" "$2" "$3" <<'PY'
+import sys
+from PIL import Image
+im = Image.open("grid-1.png").convert("RGB")
+axis, at, _ = sys.argv[1], int(sys.argv[2]), sys.argv[3]
+w, h = im.size
+pts = [(x, at) for x in range(w)] if axis == "row" else [(at, y) for y in range(h)]
+def name(c):
+    r, g, b = c
+    if r > 200 and g > 200 and b > 200: return "w"
+    if r > 150 and g < 100 and b < 100: return "r"
+    if b > 150 and r < 100 and g < 100: return "b"
+    if g > 150 and r < 100 and b < 100: return "g"
+    if r < 80 and g < 80 and b < 80: return "k"
+    return "?"
+out = []
+for p in pts:
+    n = name(im.getpixel(p))
+    if n == "?": continue
+    if not out or out[-1][0] != n: out.append([n, 1])
+    else: out[-1][1] += 1
+# Runs of a pixel or two are antialiasing at the joins.
+print(" ".join(n for n, k in out if k > 1 or n == "w"))
+PY
+}
+# Rows at 62 (top row), 124 (middle), 186 (bottom); columns likewise.
+expect_eq "grid: top row across: solid beats dotted of one width" "$(runs row 62 x)" "w b w k w k w b w"
+expect_eq "grid: middle row across: red wins over black" "$(runs row 124 x)" "w b w r w r w b w"
+expect_eq "grid: left column down" "$(runs col 62 x)" "w b w k w k w b w"
+expect_eq "grid: middle column down: blue over dotted, then red" "$(runs col 124 x)" "w b w r w r w b w"
+# The red border is 6pt wide where it wins.
+red=$(/usr/bin/python3 -c "
+from PIL import Image
+im = Image.open('grid-1.png').convert('RGB')
+print(sum(1 for x in range(300) if (lambda c: c[0] > 150 and c[1] < 100)(im.getpixel((x, 124)))))")
+expect_eq "grid: two red edges of 6pt" "$((red >= 11 && red <= 13))" 1
+
+finish
