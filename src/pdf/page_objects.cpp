@@ -384,6 +384,11 @@ void write_image(log::log const& log,
             {"Width", std::int64_t{info.image_width}},
             {"Height", std::int64_t{info.image_height}}}};
     bool const keep_alpha = !strips_transparency(w);
+    auto const alpha_dropped = [&] {
+        log::log_warning_once(log, std::string(w.writer_profile ? profile::profile_name(*w.writer_profile)
+                                                                : std::string_view("PDF profile")) +
+                                       " does not support transparent images");
+    };
     std::visit(
         overloaded{
             [&](image::image_data_normal const& n) {
@@ -421,6 +426,9 @@ void write_image(log::log const& log,
                     }
                     d.dict_entries.emplace_back("Decode", std::move(a));
                 }
+                if (n.image_data_alpha && !keep_alpha) {
+                    alpha_dropped();
+                }
                 if (n.image_data_alpha && keep_alpha) {
                     ref const mask = new_ref(w);
                     write_stream_bytes(w, mask, flate,
@@ -443,6 +451,9 @@ void write_image(log::log const& log,
                 d.dict_entries.emplace_back(
                     "ColorSpace", array{{name{"Indexed"}, name{"DeviceRGB"}, std::int64_t{ix.image_indexed_colors - 1},
                                          hex{std::string(ix.image_indexed_palette.chars())}}});
+                if (ix.image_indexed_mask && !keep_alpha) {
+                    alpha_dropped();
+                }
                 if (ix.image_indexed_mask && keep_alpha) {
                     d.dict_entries.emplace_back("Mask", array{{std::int64_t{*ix.image_indexed_mask},
                                                                std::int64_t{*ix.image_indexed_mask}}});

@@ -130,6 +130,19 @@ timeout 60 "$VELLUM" doc.html -o none.pdf 2>none.err
 expect_not_contains "none: no metadata" "$(object none.pdf 1)" "/Metadata"
 expect_not_contains "none: no intent" "$(object none.pdf 1)" "/OutputIntents"
 
+# An image with an alpha channel loses its mask under a profile without transparency, with one warning;
+# PDF/X-4 keeps it.
+cp "$DATA/../image/data/rgba.png" rgba.png
+cat >alpha.html <<'HTML'
+<!DOCTYPE html><html><body><p><img src="rgba.png" alt="a"> <img src="rgba.png" alt="b"></p></body></html>
+HTML
+timeout 60 "$VELLUM" alpha.html --pdf-profile=PDF/A-1b -o alpha-a.pdf 2>alpha-a.err
+expect_eq "alpha under PDF/A-1b: warned once" "$(grep -c 'PDF/A-1b does not support transparent images' alpha-a.err)" 1
+expect_eq "alpha under PDF/A-1b: no soft mask" "$(qpdf --qdf --object-streams=disable alpha-a.pdf - | grep -ac /SMask)" 0
+timeout 60 "$VELLUM" alpha.html --pdf-profile=PDF/X-4 -o alpha-x.pdf 2>alpha-x.err
+expect_not_contains "alpha under PDF/X-4: no warning" "$(cat alpha-x.err)" "transparent images"
+expect_eq "alpha under PDF/X-4: one soft mask, shared" "$(qpdf --qdf --object-streams=disable alpha-x.pdf - | grep -ac /SMask)" 1
+
 timeout 60 "$VELLUM" doc.html --pdf-profile=PDF/Z -o bad.pdf 2>bad.err
 expect_eq "unknown profile: status" "$?" 1
 expect_contains "unknown profile: message" "$(cat bad.err)" "invalid value for option \`--pdf-profile'"
