@@ -2,6 +2,7 @@
 
 #include "util/ref.hpp"
 
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 
@@ -89,10 +90,12 @@ std::string format_number(double value, precision p) {
     if (!std::isfinite(value) || value == 0) {
         return "0.0000";
     }
-    char buf[64];
+    // to_chars gives the correctly rounded digits that "%.4f" gives, without the locale and format
+    // parsing of printf: the painter writes several numbers for every word.
+    char buf[400];
     if (p == precision::higher_precision && std::fabs(value) < 0.01) {
-        std::snprintf(buf, sizeof buf, "%.15f", value);
-        std::string text = buf;
+        auto const r = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::fixed, 15);
+        std::string text(buf, r.ptr);
         // Trailing zeros go, but one decimal always stays.
         int removed = 0;
         while (removed < 14 && text.back() == '0') {
@@ -101,8 +104,8 @@ std::string format_number(double value, precision p) {
         }
         return text;
     }
-    std::snprintf(buf, sizeof buf, "%.4f", value);
-    std::string text = buf;
+    auto const r = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::fixed, 4);
+    std::string text(buf, r.ec == std::errc{} ? r.ptr : buf);
     // A value that rounds to zero loses its sign.
     return text == "-0.0000" ? "0.0000" : text;
 }
