@@ -296,7 +296,7 @@ struct evaluator {
                        },
                        [&](css::value::url const& u) {
                            if (auto box = env.image ? env.image(u) : std::nullopt) {
-                               out.emplace_back(std::in_place_index<2>, std::move(box->inline_block));
+                               out.emplace_back(std::in_place_index<2>, span_inline_block{std::move(box->inline_block)});
                            } else if (!env.image) {
                                std::string const message = std::string(what) + ": images are not supported here";
                                log::log_warning_once(env.env_log, message);
