@@ -3,17 +3,10 @@
 # Usage: bench/book_bench.sh [BUILD_DIR] [PAGES...]   (default sizes: 100 and 1000 pages)
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
-build=${1:-$here/../build}
+source "$here/lib.sh"
 shift || true
 sizes=("$@")
 [ ${#sizes[@]} -gt 0 ] || sizes=(100 1000)
-bin=$build/bin/vellum
-if [ ! -x "$bin" ]; then
-    echo "vellum not built in $build (ninja -C $build vellum)" >&2
-    exit 1
-fi
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
 for pages in "${sizes[@]}"; do
     input=$work/book-$pages.html
     output=$work/book-$pages.pdf

@@ -5,18 +5,11 @@
 # Usage: bench/corpus_bench.sh [BUILD_DIR] [BOOK...]   (default: book200 book1000)
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
-build=${1:-$here/../build}
+source "$here/lib.sh"
 shift || true
 books=("$@")
 [ ${#books[@]} -gt 0 ] || books=(book200 book1000)
-bin=$build/bin/vellum
 shared=$here/../../shared/bench
-if [ ! -x "$bin" ]; then
-    echo "vellum not built in $build (ninja -C $build vellum)" >&2
-    exit 1
-fi
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
 /usr/bin/python3 "$shared/gen_corpus.py" "$work" >/dev/null
 for book in "${books[@]}"; do
     /usr/bin/time -f "%e %U %M" -o "$work/time" "$bin" "$work/$book.html" -o "$work/$book.pdf" 2>"$work/log" || {

@@ -4,16 +4,9 @@
 # Usage: bench/paragraph_bench.sh [BUILD_DIR] [WORDS] [PARAGRAPHS]   (default: 20000 words, 200 paragraphs)
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
-build=${1:-$here/../build}
+source "$here/lib.sh"
 words=${2:-20000}
 paragraphs=${3:-200}
-bin=$build/bin/vellum
-if [ ! -x "$bin" ]; then
-    echo "vellum not built in $build (ninja -C $build vellum)" >&2
-    exit 1
-fi
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
 /usr/bin/python3 - "$work" "$words" "$paragraphs" <<'PY'
 import random, sys
 work, words, paragraphs = sys.argv[1], int(sys.argv[2]), int(sys.argv[3])

@@ -4,17 +4,10 @@
 # Usage: bench/table_bench.sh [BUILD_DIR] [ROWS...]   (default sizes: 1000 and 5000 rows)
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
-build=${1:-$here/../build}
+source "$here/lib.sh"
 shift || true
 sizes=("$@")
 [ ${#sizes[@]} -gt 0 ] || sizes=(1000 5000)
-bin=$build/bin/vellum
-if [ ! -x "$bin" ]; then
-    echo "vellum not built in $build (ninja -C $build vellum)" >&2
-    exit 1
-fi
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
 for rows in "${sizes[@]}"; do
     input=$work/table-$rows.html
     output=$work/table-$rows.pdf

@@ -186,8 +186,10 @@ std::string page_objects::use_image(vellum::ref<images::image_id> const& id) {
     return id->image_name;
 }
 
-std::string page_objects::use_tiling(tiling const& t, rect_area const& area) {
-    fill_form f{t, area};
+namespace {
+
+// The name of a filled form, the same for the same fill over the same area on every page.
+std::string use_form(std::vector<std::pair<fill_form, std::string>>& forms, fill_form f) {
     for (auto const& [form, name] : forms) {
         if (form == f) {
             return name;
@@ -198,16 +200,14 @@ std::string page_objects::use_tiling(tiling const& t, rect_area const& area) {
     return name;
 }
 
+} // namespace
+
+std::string page_objects::use_tiling(tiling const& t, rect_area const& area) {
+    return use_form(forms, fill_form{t, area});
+}
+
 std::string page_objects::use_shading(shading const& s, rect_area const& area) {
-    fill_form f{s, area};
-    for (auto const& [form, name] : forms) {
-        if (form == f) {
-            return name;
-        }
-    }
-    auto name = "Fm" + std::to_string(forms.size() + 1);
-    forms.emplace_back(std::move(f), name);
-    return name;
+    return use_form(forms, fill_form{s, area});
 }
 
 std::string page_objects::use_separation(separation_space const& s) {
