@@ -4,7 +4,30 @@
 
 #include "image/image.hpp"
 
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+
 namespace vellum::image::codecs {
+
+/// Bytes in memory, read in order through a library's read callback; a seek may move past the end.
+struct memory_source {
+    std::uint8_t const* data = nullptr;
+    std::size_t size = 0;
+    std::size_t at = 0;
+
+    std::size_t left() const { return at < size ? size - at : 0; }
+
+    /// Copies up to `want` bytes to `out` and moves past them; the count copied.
+    std::size_t take(void* out, std::size_t want) {
+        std::size_t const n = std::min(want, left());
+        if (n > 0) {
+            std::memcpy(out, data + at, n);
+        }
+        at += n;
+        return n;
+    }
+};
 
 [[nodiscard]] result<image_info> png_header(bytes::bytes const& data, bool check_data);
 [[nodiscard]] result<image> png_decode(bytes::bytes const& data);

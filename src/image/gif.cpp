@@ -12,18 +12,9 @@ namespace vellum::image::codecs {
 
 namespace {
 
-struct memory_source {
-    std::uint8_t const* data = nullptr;
-    std::size_t size = 0;
-    std::size_t at = 0;
-};
-
 int read_memory(GifFileType* gif, GifByteType* out, int length) {
     auto* src = static_cast<memory_source*>(gif->UserData);
-    std::size_t const n = std::min<std::size_t>(static_cast<std::size_t>(length), src->size - src->at);
-    std::memcpy(out, src->data + src->at, n);
-    src->at += n;
-    return static_cast<int>(n);
+    return static_cast<int>(src->take(out, static_cast<std::size_t>(std::max(length, 0))));
 }
 
 /// An open GIF, closed with its holder.

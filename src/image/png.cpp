@@ -13,19 +13,12 @@ namespace vellum::image::codecs {
 
 namespace {
 
-struct memory_source {
-    std::uint8_t const* data = nullptr;
-    std::size_t size = 0;
-    std::size_t at = 0;
-};
-
 void read_memory(png_structp png, png_bytep out, png_size_t length) {
     auto* src = static_cast<memory_source*>(png_get_io_ptr(png));
-    if (src->size - src->at < length) {
+    if (src->left() < length) {
         png_error(png, "unexpected end of file");
     }
-    std::memcpy(out, src->data + src->at, length);
-    src->at += length;
+    src->take(out, length);
 }
 
 void on_error(png_structp png, png_const_charp) {
@@ -67,15 +60,20 @@ struct header_fields {
     int res_unit = -1;
 };
 
+// The image header's fields; called where a libpng error can jump back to.
+void read_header(png_reader* r, header_fields* h) {
+    png_read_info(r->png, r->info);
+    png_get_IHDR(r->png, r->info, &h->width, &h->height, &h->bit_depth, &h->color_type, &h->interlace, nullptr,
+                 nullptr);
+    h->has_trns = png_get_valid(r->png, r->info, PNG_INFO_tRNS) != 0;
+}
+
 // The header; with `row` given, every row of every pass is decoded into that one buffer.
 bool read_info(png_reader* r, header_fields* h, std::vector<std::uint8_t>* row) {
     if (setjmp(png_jmpbuf(r->png))) {
         return false;
     }
-    png_read_info(r->png, r->info);
-    png_get_IHDR(r->png, r->info, &h->width, &h->height, &h->bit_depth, &h->color_type, &h->interlace, nullptr,
-                 nullptr);
-    h->has_trns = png_get_valid(r->png, r->info, PNG_INFO_tRNS) != 0;
+    read_header(r, h);
     png_get_pHYs(r->png, r->info, &h->res_x, &h->res_y, &h->res_unit);
     if (!row) {
         return true;
@@ -105,10 +103,7 @@ bool read_pixels(png_reader* r, header_fields* h, decoded_fields* d, std::vector
     if (setjmp(png_jmpbuf(r->png))) {
         return false;
     }
-    png_read_info(r->png, r->info);
-    png_get_IHDR(r->png, r->info, &h->width, &h->height, &h->bit_depth, &h->color_type, &h->interlace, nullptr,
-                 nullptr);
-    h->has_trns = png_get_valid(r->png, r->info, PNG_INFO_tRNS) != 0;
+    read_header(r, h);
     if (png_get_valid(r->png, r->info, PNG_INFO_iCCP)) {
         png_charp name = nullptr;
         int compression = 0;

@@ -13,18 +13,9 @@ namespace vellum::image::codecs {
 
 namespace {
 
-struct memory_source {
-    std::uint8_t const* data = nullptr;
-    toff_t size = 0;
-    toff_t at = 0;
-};
-
 tsize_t read_proc(thandle_t h, tdata_t out, tsize_t length) {
     auto* src = static_cast<memory_source*>(h);
-    toff_t const n = std::min<toff_t>(static_cast<toff_t>(length), src->at < src->size ? src->size - src->at : 0);
-    std::memcpy(out, src->data + src->at, n);
-    src->at += n;
-    return static_cast<tsize_t>(n);
+    return static_cast<tsize_t>(src->take(out, static_cast<std::size_t>(std::max<tsize_t>(length, 0))));
 }
 
 tsize_t write_proc(thandle_t, tdata_t, tsize_t) {
@@ -33,8 +24,8 @@ tsize_t write_proc(thandle_t, tdata_t, tsize_t) {
 
 toff_t seek_proc(thandle_t h, toff_t off, int whence) {
     auto* src = static_cast<memory_source*>(h);
-    toff_t base = whence == SEEK_CUR ? src->at : whence == SEEK_END ? src->size : 0;
-    src->at = base + off;
+    toff_t const base = whence == SEEK_CUR ? src->at : whence == SEEK_END ? src->size : 0;
+    src->at = static_cast<std::size_t>(base + off);
     return src->at;
 }
 
