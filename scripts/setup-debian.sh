@@ -17,6 +17,8 @@ packages=(
     fonts-dejavu-core fonts-dejavu-extra fonts-liberation2 fonts-urw-base35 fonts-noto-core fonts-noto-cjk
     # tests
     libgtest-dev libgmock-dev poppler-utils qpdf python3-fonttools python3-pil openssl
+    # the reference shaper the shaping tests compare glyphs and positions with
+    libharfbuzz-bin
 )
 
 missing=()
