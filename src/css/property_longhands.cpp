@@ -903,14 +903,15 @@ opt<box::page_break> parse_page_break(value::value const& v) {
     static constexpr auto words =
         table<p>(std::pair{"auto", p::auto_}, std::pair{"always", p::always}, std::pair{"avoid", p::avoid},
                  std::pair{"left", p::left}, std::pair{"right", p::right}, std::pair{"page", p::always},
-                 std::pair{"avoid-page", p::avoid}, std::pair{"recto", p::right}, std::pair{"verso", p::left});
+                 std::pair{"avoid-page", p::avoid}, std::pair{"avoid-column", p::avoid}, std::pair{"recto", p::right}, std::pair{"verso", p::left});
     return keyword(v, words);
 }
 
 opt<box::page_break> parse_page_break_inside(value::value const& v) {
     using p = box::page_break;
     static constexpr auto words =
-        table<p>(std::pair{"auto", p::auto_}, std::pair{"avoid", p::avoid}, std::pair{"avoid-page", p::avoid});
+        table<p>(std::pair{"auto", p::auto_}, std::pair{"avoid", p::avoid}, std::pair{"avoid-page", p::avoid},
+                 std::pair{"avoid-column", p::avoid});
     return keyword(v, words);
 }
 
@@ -1745,6 +1746,16 @@ std::optional<expr::or_attr<T>> with_attr(value::value const& v) {
 } // namespace
 
 std::optional<property> parse_declaration(prop_name p, value::value const& v) {
+    // "break-before" and "break-after" name the page-break properties, and also take the column break
+    // of multi-column layout, which the column-break properties hold.
+    if (is_keyword(v, "column")) {
+        if (p == prop_name::prop_page_break_before) {
+            return property{prop<longhand::column_break_before>{box::column_break::always}};
+        }
+        if (p == prop_name::prop_page_break_after) {
+            return property{prop<longhand::column_break_after>{box::column_break::always}};
+        }
+    }
     switch (p) {
 #include "css/longhand_parsers.inc"
     default:

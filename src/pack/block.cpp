@@ -3,6 +3,7 @@
 #include "css/used_style.hpp"
 #include "image/images.hpp"
 #include "pack/blocks.hpp"
+#include "pack/columns.hpp"
 #include "pack/floats.hpp"
 #include "pack/para_main.hpp"
 #include "pack/table_pack.hpp"
@@ -29,7 +30,6 @@ void warn_once(log::log const& log, std::atomic<bool>& said, std::string const& 
     }
 }
 
-std::atomic<bool> said_columns{false};
 std::atomic<bool> said_replaced{false};
 
 bool is_continuation(prepack::element_type const& t) {
@@ -141,6 +141,8 @@ struct content_out {
     std::optional<float> first_top;
     /// The forced break that ended the children's walk.
     std::optional<css::box::page_break> forced;
+    /// That break was a column break.
+    bool column_break = false;
 };
 
 content_out
@@ -149,7 +151,8 @@ pack_child_blocks(page_info info, prepack::block_list const& children, mc::gap g
     content_out out{.info = std::move(r.out_info),
                     .areas = std::move(r.out_areas),
                     .gap = std::move(r.out_gap),
-                    .forced = r.out_forced_break};
+                    .forced = r.out_forced_break,
+                    .column_break = r.out_column_break};
     std::visit(overloaded{
                    [&](blocks::packed_main& p) {
                        if (!p.bs_packed_boxes.empty()) {
@@ -167,6 +170,28 @@ pack_child_blocks(page_info info, prepack::block_list const& children, mc::gap g
                    [&](blocks::none const&) { out.refused = true; },
                },
                r.res);
+    return out;
+}
+
+// The content of a multi-column container, set in its columns.
+content_out column_content(page_info info,
+                           ref<css::style::style> const& style,
+                           prepack::bcontent_blocks const& bs,
+                           areas::areas const& inner,
+                           bool continuation,
+                           std::optional<float> fixed_height) {
+    auto r = columns::pack_columns(std::move(info), style, bs.blocks, *bs.column_id, inner.container, continuation,
+                                   fixed_height);
+    content_out out{.refused = r.refused, .info = std::move(r.info), .gap = mc::fresh(), .forced = r.forced};
+    if (r.refused) {
+        return out;
+    }
+    out.first_top = inner.container.top;
+    out.content = column{std::move(r.columns)};
+    if (r.remain) {
+        out.remain = prepack::bcontent_blocks{std::move(*r.remain), bs.column_id};
+    }
+    out.areas = mc::moved_down(inner, inner.container.top - r.content_bottom);
     return out;
 }
 
@@ -449,7 +474,9 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
     };
 
     gap = mc::add_margin(gap, margin_top);
-    bool const blocks_like = std::holds_alternative<prepack::bcontent_blocks>(b.block_content) ||
+    // A multi-column container holds its content in a flow of its own: no margin collapses through it.
+    auto const* own_blocks = std::get_if<prepack::bcontent_blocks>(&b.block_content);
+    bool const blocks_like = (own_blocks && !own_blocks->column_id) ||
                              std::holds_alternative<prepack::bcontent_list_item>(b.block_content);
     bool const commit_top = bt > 0 || pt > 0 || s.overflow == css::box::overflow::hidden ||
                             used.used_height.has_value() || !blocks_like || own_flow;
@@ -487,8 +514,8 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
                 },
                 [&](prepack::bcontent_blocks const& bs) {
                     if (bs.column_id) {
-                        warn_once(info.general.log, said_columns,
-                                  "multi-column layout is not supported yet: columns are set as one");
+                        c = column_content(info, b.block_style, bs, inner, continuation, used.used_height);
+                        return;
                     }
                     c = pack_child_blocks(info, bs.blocks, inner_gap, inner);
                     if (c.remain) {
@@ -609,6 +636,7 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
         // A forced break in front of the first child: the block starts on the next page.
         auto out = refuse();
         out.out_forced_break = c.forced;
+        out.out_column_break = c.column_break;
         return out;
     }
     bool const has_remain = c.remain.has_value();
@@ -725,6 +753,7 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
         .out_areas = std::move(after),
         .out_gap = std::move(out_gap),
         .out_forced_break = has_remain ? c.forced : std::nullopt,
+        .out_column_break = has_remain && c.column_break,
     };
 }
 

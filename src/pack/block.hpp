@@ -80,6 +80,8 @@ struct block_out {
     margin_collapsing::gap out_gap;
     /// A forced break (always, left, right) inside the block that ended it on this page.
     std::optional<css::box::page_break> out_forced_break;
+    /// That break was a column break inside a multi-column container.
+    bool out_column_break = false;
 };
 
 /// Packs a block into the areas, below the margins of `gap`. The areas' container gives the block's

@@ -31,6 +31,11 @@ page_break break_after(prepack::block const& b) {
     return b.block_style->bit_props.bit_props_page_break_after;
 }
 
+// Inside a multi-column container a column break ends the walk as a page break does.
+bool column_break(css::box::column_break c, page_info const& info) {
+    return info.general.column_id && c == css::box::column_break::always;
+}
+
 bool is_original(prepack::block const& b) {
     return !std::holds_alternative<prepack::type_remaining>(b.block_type) &&
            !std::holds_alternative<prepack::type_overflowing>(b.block_type);
@@ -89,6 +94,7 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
     areas::areas cur_areas = areas;
     mc::gap cur_gap = gap;
     std::optional<page_break> forced;
+    bool forced_column = false;
     prepack::block_list remain;
     // Whether a block at `i` was refused whole, so that the break falls in front of it.
     std::optional<std::size_t> refused_at;
@@ -133,6 +139,12 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
             remain = blocks.suffix(list_start(i));
             break;
         }
+        if (is_original(b) && !at_top && column_break(b.block_style->bit_props.bit_props_column_break_before, cur_info)) {
+            forced = page_break::always;
+            forced_column = true;
+            remain = blocks.suffix(list_start(i));
+            break;
+        }
         // A float goes beside the flow: its room is cut out of the bands, and the flow's top stays.
         if (auto const side = floats::float_side(*b.block_style, cur_info)) {
             float top = flow_top(cur_areas, cur_gap);
@@ -173,6 +185,7 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
         if (std::holds_alternative<block::none>(r.res) && r.out_forced_break) {
             // A forced break in front of the block's first child falls in front of the block.
             forced = r.out_forced_break;
+            forced_column = r.out_column_break;
             remain = blocks.suffix(list_start(i));
             break;
         }
@@ -197,6 +210,7 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
         cur_gap = std::move(r.out_gap);
         if (p.b_remain_portion) {
             forced = r.out_forced_break;
+            forced_column = r.out_column_break;
             std::vector<prepack::block> head;
             head.push_back(std::move(*p.b_remain_portion));
             remain = prepack::block_list(std::move(head), blocks, i + 1);
@@ -204,6 +218,12 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
         }
         if (block::is_forced(break_after(b)) && i + 1 < blocks.size()) {
             forced = break_after(b);
+            remain = blocks.suffix(i + 1);
+            break;
+        }
+        if (column_break(b.block_style->bit_props.bit_props_column_break_after, cur_info) && i + 1 < blocks.size()) {
+            forced = page_break::always;
+            forced_column = true;
             remain = blocks.suffix(i + 1);
             break;
         }
@@ -249,7 +269,8 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
                       .out_info = std::move(cur_info),
                       .out_areas = std::move(cur_areas),
                       .out_gap = std::move(cur_gap),
-                      .out_forced_break = forced};
+                      .out_forced_break = forced,
+                      .out_column_break = forced && forced_column};
 }
 
 } // namespace vellum::pack::blocks

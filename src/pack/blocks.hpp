@@ -45,6 +45,8 @@ struct blocks_out {
     margin_collapsing::gap out_gap;
     /// The forced break (always, left, right) that ended the walk, if one did.
     std::optional<css::box::page_break> out_forced_break;
+    /// That break was a column break inside a multi-column container.
+    bool out_column_break = false;
 };
 
 /// Packs sibling blocks into the areas from their top down.

@@ -1194,10 +1194,20 @@ struct walker {
         }
         std::vector<block> out;
         std::vector<block> run;
+        // Each run is a block of its own, set in the container's columns with the container's rules.
+        auto run_style = css::style::inherit_from(*style);
+        run_style.column_count = style->column_count;
+        run_style.column_width = style->column_width;
+        run_style.column_gap = style->column_gap;
+        run_style.column_fill = style->column_fill;
+        run_style.column_rule_color = style->column_rule_color;
+        run_style.column_rule_style = style->column_rule_style;
+        run_style.column_rule_width = style->column_rule_width;
+        auto const shared_run_style = share(std::move(run_style));
         auto const flush = [&] {
             if (!run.empty()) {
                 out.push_back(block{.block_content = bcontent_blocks{std::move(run), ++column_ids},
-                                    .block_style = anonymous_style(style)});
+                                    .block_style = shared_run_style});
                 run.clear();
             }
         };

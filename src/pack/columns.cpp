@@ -1,0 +1,275 @@
+#include "pack/columns.hpp"
+
+#include "pack/blocks.hpp"
+#include "pack/margin_collapsing.hpp"
+#include "util/ref.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+namespace vellum::pack::columns {
+
+namespace {
+
+namespace mc = margin_collapsing;
+
+constexpr float tolerance = 0.0001f;
+
+// Balancing stops when the shortest height known to hold everything and the tallest known not to
+// are this close: closer than any line, so the columns end within a line of each other.
+constexpr float balance_precision = 0.5f;
+
+// The most passes balancing may take beyond the first: the search halves the interval each time, so
+// this reaches the precision above for any page a printer makes. A container nested in a column is
+// balanced in every pass of its outer container, so it gets fewer.
+constexpr int balance_passes = 14;
+constexpr int nested_balance_passes = 6;
+
+// The footnotes called in a later column may take room that an earlier column has filled: the set is
+// packed again above them, a few times at most.
+constexpr int page_stuff_passes = 4;
+
+struct pass_input {
+    page_info const& info;
+    prepack::block_list const& blocks;
+    areas::area inner;
+    column_info geometry;
+    bool continuation = false;
+};
+
+bool nothing_placed(blocks::blocks_out const& r) {
+    auto const* p = std::get_if<blocks::packed_main>(&r.res);
+    return !p || p->bs_packed_boxes.empty();
+}
+
+// One pass over the columns with their bottom at `bottom`: each column takes what the ones before
+// left, from the top down; a column break moves on to the next column, a page break ends them all.
+columns_res one_pass(pass_input const& in, float bottom) {
+    columns_res out;
+    page_info cur = in.info;
+    prepack::block_list rest = in.blocks;
+    bool const max_area = in.info.flags.max_page_area;
+    int const total = in.geometry.column_total;
+    for (int i = 0; i < total; ++i) {
+        column_res col{.column_content_top = in.inner.top, .column_content_bottom = in.inner.top};
+        if (rest.empty() || out.s_page_break) {
+            out.packed_columns.push_back(std::move(col));
+            continue;
+        }
+        float const left = column_left(in.geometry, in.inner.left, i);
+        areas::area const a{
+            .top = in.inner.top, .bottom = bottom, .left = left, .right = left + in.geometry.column_width};
+        // A column after a break swallows the margins at its top, as a page does.
+        bool const after_break = i > 0 || in.continuation;
+        auto run = [&](bool force) {
+            auto p = cur;
+            p.flags.max_page_area = force;
+            p.flags.pack_column_stuff = true;
+            p.flags.last_column = i + 1 == total;
+            mc::gap const g = after_break ? mc::gap{mc::margin_eater{}} : mc::fresh();
+            return blocks::pack_blocks(std::move(p), rest, g, areas::areas{.container = a, .available = {a}});
+        };
+        auto r = run(max_area);
+        if (after_break && !max_area && r.out_forced_break && nothing_placed(r)) {
+            // A break in front of the column's first block has happened already: it starts here.
+            r = run(true);
+        }
+        r.out_info.flags = cur.flags;
+        std::visit(overloaded{
+                       [&](blocks::packed_main& p) {
+                           col.packed_column = std::move(p.bs_packed_boxes);
+                           col.column_content_bottom = std::min(in.inner.top, r.out_areas.container.top);
+                           rest = std::move(p.bs_remain_portion);
+                           cur = std::move(r.out_info);
+                       },
+                       [&](blocks::packed_page_stuff& p) {
+                           rest = std::move(p.bsp_remain_portion);
+                           cur = std::move(r.out_info);
+                       },
+                       [&](blocks::none const&) {},
+                   },
+                   r.res);
+        if (r.out_forced_break && !r.out_column_break) {
+            out.s_page_break = r.out_forced_break;
+        }
+        col.bottom_diff = std::max(0.0f, col.column_content_bottom - bottom);
+        out.max_column_height = std::max(out.max_column_height, in.inner.top - col.column_content_bottom);
+        out.packed_columns.push_back(std::move(col));
+    }
+    out.page_stuff_height = cur.packed_stuff.footnotes_height;
+    out.s_remain_blocks = std::move(rest);
+    out.s_out_page_info = std::move(cur);
+    return out;
+}
+
+float lowest_content(columns_res const& r) {
+    float low = std::numeric_limits<float>::infinity();
+    for (auto const& c : r.packed_columns) {
+        if (!c.packed_column.empty()) {
+            low = std::min(low, c.column_content_bottom);
+        }
+    }
+    return low;
+}
+
+// A pass, and again while the footnotes it called reach up into a column filled before they were
+// called: the columns then end above the footnote area (retry goal `to_pack_more_page_stuff`).
+columns_res pass_with_page_stuff(pass_input const& in, float bottom) {
+    auto r = one_pass(in, bottom);
+    int passes = 1;
+    for (int k = 1; k < page_stuff_passes; ++k) {
+        auto const floor = footnote_floor(r.s_out_page_info);
+        if (!floor || *floor <= bottom + tolerance || *floor <= lowest_content(r) + tolerance) {
+            break;
+        }
+        bottom = *floor;
+        r = one_pass(in, bottom);
+        ++passes;
+    }
+    r.s_passes = passes;
+    return r;
+}
+
+bool holds_all(columns_res const& r) {
+    return r.s_remain_blocks.empty() && !r.s_page_break;
+}
+
+float content_height(columns_res const& r, float top) {
+    float h = 0;
+    for (auto const& c : r.packed_columns) {
+        h += top - c.column_content_bottom;
+    }
+    return h;
+}
+
+// Balancing (retry goal `to_balance_column`): the shortest column height that still holds all of the
+// content, searched between the even share of the content's height (too short, or just right) and
+// the height of the unbalanced pass (enough). Each trial moves the columns' bottom; the best result
+// is the one that holds everything at the least height.
+columns_res balanced(pass_input const& in, columns_res full, int max_passes) {
+    float const top = in.inner.top;
+    float const total = static_cast<float>(in.geometry.column_total);
+    float hi = full.max_column_height;
+    // The even share is the first target: the content, cut into equal parts.
+    float lo = content_height(full, top) / total;
+    int passes = full.s_passes;
+    columns_res best = std::move(full);
+    bool first = true;
+    for (int n = 0; n < max_passes && hi - lo > balance_precision; ++n) {
+        float const h = first ? lo : (lo + hi) / 2;
+        auto r = pass_with_page_stuff(in, top - h);
+        passes += r.s_passes;
+        if (holds_all(r)) {
+            hi = std::min(h, r.max_column_height);
+            if (r.max_column_height <= best.max_column_height + tolerance) {
+                best = std::move(r);
+            }
+            if (first) {
+                break;
+            }
+        } else {
+            // A trial too short leaves content over; the share can't be below it.
+            lo = h;
+        }
+        first = false;
+    }
+    best.s_passes = passes;
+    return best;
+}
+
+} // namespace
+
+bool has_columns(css::style::style const& s) {
+    return std::holds_alternative<int>(s.column_count) || std::holds_alternative<float>(s.column_width);
+}
+
+column_info column_geometry(css::style::style const& s, float available_width) {
+    float const u = std::max(0.0f, available_width);
+    float const gap = std::max(0.0f, s.column_gap);
+    auto const* count = std::get_if<int>(&s.column_count);
+    auto const* width = std::get_if<float>(&s.column_width);
+    int n = 1;
+    if (width && *width > 0) {
+        // As many columns of at least the given width as fit, at most the count given.
+        int const fit = std::max(1, static_cast<int>(std::floor((u + gap) / (*width + gap) + tolerance)));
+        n = count && *count > 0 ? std::min(*count, fit) : fit;
+    } else if (count && *count > 0) {
+        n = *count;
+    }
+    float const w = std::max(0.0f, (u + gap) / static_cast<float>(n) - gap);
+    return column_info{.column_width = w, .gap_width = n > 1 ? gap : 0, .column_total = n};
+}
+
+multicol_res pack_columns(page_info info,
+                          ref<css::style::style> const& container_style,
+                          prepack::block_list const& blocks,
+                          int column_id,
+                          areas::area const& inner,
+                          bool continuation,
+                          std::optional<float> fixed_height) {
+    auto const& s = *container_style;
+    auto const geometry = column_geometry(s, areas::width_of(inner));
+    bool const nested = info.general.column_id.has_value();
+    auto const outer_id = info.general.column_id;
+    info.general.column_id = column_id;
+    pass_input const in{.info = info, .blocks = blocks, .inner = inner, .geometry = geometry, .continuation = continuation};
+
+    float bottom = inner.bottom;
+    if (fixed_height) {
+        bottom = std::max(bottom, inner.top - *fixed_height);
+    }
+    auto r = pass_with_page_stuff(in, bottom);
+    bool const balance = s.column_fill == css::box::column_fill::balance && !fixed_height;
+    if (balance && holds_all(r) && geometry.column_total > 1) {
+        r = balanced(in, std::move(r), nested ? nested_balance_passes : balance_passes);
+    }
+
+    multicol_res out;
+    out.passes = r.s_passes;
+    out.info = std::move(r.s_out_page_info);
+    out.info.general.column_id = outer_id;
+    out.info.flags = info.flags;
+    bool const any = std::ranges::any_of(r.packed_columns, [](column_res const& c) { return !c.packed_column.empty(); });
+    if (!any) {
+        // A forced break in front of the first block is the container's own; otherwise nothing fits.
+        out.refused = true;
+        out.forced = r.s_page_break;
+        out.info = info;
+        out.info.general.column_id = outer_id;
+        return out;
+    }
+    // A container going on to the next page fills this one; the last part is as tall as its tallest
+    // column.
+    bool const goes_on = !holds_all(r);
+    float const height = goes_on || fixed_height ? std::max(r.max_column_height, inner.top - bottom) : r.max_column_height;
+    out.content_bottom = inner.top - height;
+    if (goes_on) {
+        out.remain = std::move(r.s_remain_blocks);
+        out.forced = r.s_page_break;
+    }
+    auto const column_style = share(css::style::inherit_from(s));
+    for (int i = 0; i < geometry.column_total; ++i) {
+        auto& col = r.packed_columns[static_cast<std::size_t>(i)];
+        if (col.packed_column.empty()) {
+            continue;
+        }
+        float const left = column_left(geometry, inner.left, i);
+        out.columns.column_content.push_back(share(box{.box_x = left,
+                                                       .box_y = inner.top,
+                                                       .box_w = geometry.column_width,
+                                                       .box_h = height,
+                                                       .box_content = boxes{std::move(col.packed_column)},
+                                                       .box_style = column_style}));
+        // A rule stands between two columns that both hold something.
+        bool const ruled = s.column_rule_style != css::box::line_style::none &&
+                           s.column_rule_style != css::box::line_style::hidden && s.column_rule_width > 0;
+        if (ruled && i > 0) {
+            float const x = column_left(geometry, inner.left, i) - geometry.gap_width * 0.5f;
+            out.columns.column_rules.push_back(
+                rulebox{.rulebox_style = container_style, .rulebox_pos = {x, inner.top}, .rulebox_length = height});
+        }
+    }
+    return out;
+}
+
+} // namespace vellum::pack::columns
