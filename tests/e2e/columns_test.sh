@@ -1,0 +1,152 @@
+#!/usr/bin/env bash
+# Multi-column layout through the binary: the x of two and three columns, balanced columns ending at
+# the same height, a column rule's pixels in the middle of the gap, a headline spanning the columns
+# with balanced runs above and below it, a long container going on in columns on the next page, column
+# breaks by both names, and nested containers and a container in a table cell set without a crash.
+VELLUM=$1
+DATA=$2
+source "$DATA/lib.sh"
+cd "$work"
+
+# words PDF PAGE: "word xmin ymin" for each word of a page.
+words() {
+    pdftotext -f "$2" -l "$2" -bbox "$1" - |
+        sed -n 's/.*xMin="\([0-9.]*\)" yMin="\([0-9.]*\)".*>\([^<]*\)<\/word>/\3 \1 \2/p'
+}
+# at PDF PAGE WORD: "xmin ymin" of the first such word on the page, empty when it isn't there.
+at() { words "$1" "$2" | awk -v w="$3" '$1 == w { print $2, $3; exit }'; }
+# near NAME ACTUAL EXPECTED TOLERANCE
+near() {
+    awk -v a="$2" -v e="$3" -v t="$4" 'BEGIN { d = a - e; if (d < 0) d = -d; exit !(a != "" && d <= t) }' ||
+        fail "$1: expected $3 (within $4), got [$2]"
+}
+# pixel PDF X Y: the grey value (0 black, 255 white) of one pixel of page 1 at 72 dpi.
+pixel() {
+    pdftoppm -r 72 -gray -x "$2" -y "$3" -W 1 -H 1 -f 1 -l 1 "$1" px
+    tail -c 1 px-1.pgm | od -An -tu1 | tr -d ' '
+}
+# paras PREFIX N: N one-line paragraphs PREFIX01, PREFIX02, ...
+paras() {
+    local i
+    for i in $(seq 1 "$2"); do
+        printf '<p>%s%02d</p>\n' "$1" "$i"
+    done
+}
+# Pages of 400pt by 500pt with 30pt margins: a body of 340pt by 440pt, lines of 12pt.
+head='<!DOCTYPE html><html><head><style>
+@page { size: 400pt 500pt; margin: 30pt }
+body { margin: 0; font: 10pt/12pt "DejaVu Sans" }
+p { margin: 0 }'
+
+# Two columns with a rule, and a headline across them: 340pt less a 20pt gap, columns of 160pt at
+# x = 30 and x = 210; the rule at the middle of the gap, x = 200.
+{
+    echo "$head"
+    echo '.m { columns: 2; column-gap: 20pt; column-rule: 4pt solid black }'
+    echo 'h1 { column-span: all; font: bold 14pt/20pt "DejaVu Sans"; margin: 0 }'
+    echo '</style></head><body><div class="m">'
+    paras A 7
+    echo '<h1>Headline</h1>'
+    paras B 5
+    echo '</div></body></html>'
+} >two.html
+timeout 60 "$VELLUM" two.html -o two.pdf 2>two.err
+expect_eq "two: status" "$?" 0
+qpdf_clean "two" two.pdf
+expect_eq "two: no warning" "$(cat two.err)" ""
+read -r x1 y1 <<<"$(at two.pdf 1 A01)"
+read -r x5 y5 <<<"$(at two.pdf 1 A05)"
+read -r x4 y4 <<<"$(at two.pdf 1 A04)"
+read -r x7 y7 <<<"$(at two.pdf 1 A07)"
+near "two: first column x" "$x1" 30 0.5
+near "two: second column x" "$x5" 210 0.5
+# Balanced: four lines and three, the second column starting level with the first, and the last lines
+# of both columns within a line of each other.
+near "two: second column top" "$y5" "$y1" 0.5
+near "two: A04 ends the first column" "$x4" 30 0.5
+near "two: last lines level" "$y7" "$y4" 12
+read -r hx hy <<<"$(at two.pdf 1 Headline)"
+near "two: headline at the left" "$hx" 30 0.5
+awk -v h="$hy" -v a="$y4" 'BEGIN { exit !(h > a + 10) }' || fail "two: headline ($hy) not below the columns ($y4)"
+read -r bx1 by1 <<<"$(at two.pdf 1 B01)"
+read -r bx4 by4 <<<"$(at two.pdf 1 B04)"
+near "two: run below starts in the first column" "$bx1" 30 0.5
+near "two: run below balanced into the second column" "$bx4" 210 0.5
+near "two: run below level" "$by4" "$by1" 0.5
+awk -v b="$by1" -v h="$hy" 'BEGIN { exit !(b > h + 14) }' || fail "two: run ($by1) not below the headline ($hy)"
+# The rule: black in the middle of the gap beside the lines, white in the gap beside it and above.
+expect_eq "two: rule pixel" "$(pixel two.pdf 200 40)" 0
+expect_eq "two: gap beside the rule" "$(pixel two.pdf 195 40)" 255
+expect_eq "two: no rule above the columns" "$(pixel two.pdf 200 25)" 255
+
+# Three columns by width: columns: 100pt with a 20pt gap gives three columns of 100pt.
+{
+    echo "$head"
+    echo '.m { columns: 100pt; column-gap: 20pt }'
+    echo '</style></head><body><div class="m">'
+    paras C 9
+    echo '</div></body></html>'
+} >three.html
+timeout 60 "$VELLUM" three.html -o three.pdf 2>three.err
+expect_eq "three: status" "$?" 0
+qpdf_clean "three" three.pdf
+near "three: C01" "$(at three.pdf 1 C01 | cut -d' ' -f1)" 30 0.5
+near "three: C04" "$(at three.pdf 1 C04 | cut -d' ' -f1)" 150 0.5
+near "three: C07" "$(at three.pdf 1 C07 | cut -d' ' -f1)" 270 0.5
+near "three: C09 ends the third column" "$(at three.pdf 1 C09 | cut -d' ' -f2)" "$(at three.pdf 1 C03 | cut -d' ' -f2)" 0.5
+
+# A container longer than a page: 36 lines a column, so 100 lines fill page 1 with 72 and go on with
+# 28 on page 2, balanced 14 and 14, in the same columns.
+{
+    echo "$head"
+    echo '.m { column-count: 2; column-gap: 20pt }'
+    echo '</style></head><body><div class="m">'
+    paras L 100
+    echo '</div></body></html>'
+} >long.html
+timeout 60 "$VELLUM" long.html -o long.pdf 2>long.err
+expect_eq "long: status" "$?" 0
+qpdf_clean "long" long.pdf
+expect_eq "long: pages" "$(pdfinfo long.pdf | awk '/^Pages:/ { print $2 }')" 2
+near "long: L37 tops the second column" "$(at long.pdf 1 L37 | cut -d' ' -f1)" 210 0.5
+near "long: L73 on page 2, first column" "$(at long.pdf 2 L73 | cut -d' ' -f1)" 30 0.5
+read -r px py <<<"$(at long.pdf 2 L87)"
+near "long: L87 tops page 2's second column" "$px" 210 0.5
+near "long: page 2 second column level" "$py" "$(at long.pdf 2 L73 | cut -d' ' -f2)" 0.5
+expect_eq "long: nothing lost" "$(pdftotext long.pdf - | grep -o 'L[0-9]*' | sort -u | wc -l)" 100
+
+# Column breaks: break-before: column and the old column-break-after.
+{
+    echo "$head"
+    echo '.m { columns: 3; column-gap: 20pt } .b { break-before: column } .a { column-break-after: always }'
+    echo '</style></head><body><div class="m">'
+    echo '<p>K01</p><p class="b">K02</p><p class="a">K03</p><p>K04</p>'
+    echo '</div></body></html>'
+} >breaks.html
+timeout 60 "$VELLUM" breaks.html -o breaks.pdf 2>breaks.err
+expect_eq "breaks: status" "$?" 0
+near "breaks: K01" "$(at breaks.pdf 1 K01 | cut -d' ' -f1)" 30 0.5
+near "breaks: K02 after break-before" "$(at breaks.pdf 1 K02 | cut -d' ' -f1)" 150 0.5
+near "breaks: K03 stays" "$(at breaks.pdf 1 K03 | cut -d' ' -f1)" 150 0.5
+near "breaks: K04 after column-break-after" "$(at breaks.pdf 1 K04 | cut -d' ' -f1)" 270 0.5
+
+# Nested containers, and a container in a table cell: set, nothing lost, no crash.
+{
+    echo "$head"
+    echo '.m { columns: 2; column-gap: 20pt }'
+    echo '</style></head><body><div class="m">'
+    paras N 6
+    echo '<div class="m">'
+    paras I 30
+    echo '</div>'
+    paras N 6 | sed 's/N0/M0/'
+    echo '</div><table><tr><td class="m">'
+    paras T 8
+    echo '</td></tr></table></body></html>'
+} >nested.html
+timeout 60 "$VELLUM" nested.html -o nested.pdf 2>nested.err
+expect_eq "nested: status" "$?" 0
+qpdf_clean "nested" nested.pdf
+text=$(pdftotext nested.pdf -)
+expect_eq "nested: nothing lost" "$(grep -o '[NIMT][0-9][0-9]' <<<"$text" | sort -u | wc -l)" 50
+finish
