@@ -15,12 +15,8 @@ namespace mc = margin_collapsing;
 
 constexpr float tolerance = 0.0001f;
 
-// Balancing stops when the shortest height known to hold everything and the tallest known not to
-// are this close: closer than any line, so the columns end within a line of each other.
-constexpr float balance_precision = 0.5f;
-
-// The most passes balancing may take beyond the first: the search halves the interval each time, so
-// this reaches the precision above for any page a printer makes. A container nested in a column is
+// The most passes balancing may take beyond the first: enough to halve any page's height down to a
+// line. A container nested in a column is
 // balanced in every pass of its outer container, so it gets fewer.
 constexpr int balance_passes = 14;
 constexpr int nested_balance_passes = 6;
@@ -142,36 +138,61 @@ float content_height(columns_res const& r, float top) {
     return h;
 }
 
+// The step of the balancing search: the container's line height, the unit in which the columns' heights
+// differ for running text.
+float balance_step(css::style::style const& s) {
+    float const h = std::visit(overloaded{
+                                   [&](css::fonts::line_height_normal const&) { return 1.2f * s.font_size; },
+                                   [&](css::fonts::line_height_none const&) { return 1.2f * s.font_size; },
+                                   [&](css::fonts::line_height_number const& n) {
+                                       return n.line_height_factor * s.font_size;
+                                   },
+                                   [](float f) { return f; },
+                               },
+                               s.line_height);
+    return std::max(1.0f, h);
+}
+
 // Balancing (retry goal `to_balance_column`): the shortest column height that still holds all of the
-// content, searched between the even share of the content's height (too short, or just right) and
-// the height of the unbalanced pass (enough). Each trial moves the columns' bottom; the best result
-// is the one that holds everything at the least height.
-columns_res balanced(pass_input const& in, columns_res full, int max_passes) {
+// content. The first target is the even share of the content's height; while a target is too short,
+// the next lies a step above it, the step doubling each time (a tall block that can't be split may
+// need much more); once a target holds everything, the interval between the last too short and the
+// shortest that holds is halved until it is narrower than a step. Ordinary text needs two passes
+// beyond the first: the even share, and a line above it. The best result is the one that holds
+// everything at the least height.
+columns_res balanced(pass_input const& in, columns_res full, float step, int max_passes) {
     float const top = in.inner.top;
-    float const total = static_cast<float>(in.geometry.column_total);
     float hi = full.max_column_height;
-    // The even share is the first target: the content, cut into equal parts.
-    float lo = content_height(full, top) / total;
     int passes = full.s_passes;
     columns_res best = std::move(full);
-    bool first = true;
-    for (int n = 0; n < max_passes && hi - lo > balance_precision; ++n) {
-        float const h = first ? lo : (lo + hi) / 2;
+    int left = max_passes;
+    // Tries a height; true when it holds everything.
+    auto attempt = [&](float h) {
+        --left;
         auto r = pass_with_page_stuff(in, top - h);
         passes += r.s_passes;
-        if (holds_all(r)) {
-            hi = std::min(h, r.max_column_height);
-            if (r.max_column_height <= best.max_column_height + tolerance) {
-                best = std::move(r);
-            }
-            if (first) {
-                break;
-            }
-        } else {
-            // A trial too short leaves content over; the share can't be below it.
-            lo = h;
+        if (!holds_all(r)) {
+            return false;
         }
-        first = false;
+        hi = std::min(h, r.max_column_height);
+        if (r.max_column_height <= best.max_column_height + tolerance) {
+            best = std::move(r);
+        }
+        return true;
+    };
+    float short_h = content_height(best, top) / static_cast<float>(in.geometry.column_total);
+    if (short_h < hi - tolerance && !attempt(short_h)) {
+        float gallop = step;
+        while (left > 0 && short_h + gallop < hi - tolerance && !attempt(short_h + gallop)) {
+            short_h += gallop;
+            gallop *= 2;
+        }
+        while (left > 0 && hi - short_h > step + tolerance) {
+            float const h = (short_h + hi) / 2;
+            if (!attempt(h)) {
+                short_h = h;
+            }
+        }
     }
     best.s_passes = passes;
     return best;
@@ -221,7 +242,7 @@ multicol_res pack_columns(page_info info,
     auto r = pass_with_page_stuff(in, bottom);
     bool const balance = s.column_fill == css::box::column_fill::balance && !fixed_height;
     if (balance && holds_all(r) && geometry.column_total > 1) {
-        r = balanced(in, std::move(r), nested ? nested_balance_passes : balance_passes);
+        r = balanced(in, std::move(r), balance_step(s), nested ? nested_balance_passes : balance_passes);
     }
 
     multicol_res out;
