@@ -1,5 +1,6 @@
 #include "pack/blocks.hpp"
 
+#include "pack/multicol.hpp"
 #include "pack/floats.hpp"
 #include "pack/spans_to_knuth.hpp"
 
@@ -127,6 +128,7 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
             }
         }
         auto const& b = merged_at == i ? *merged : blocks[i];
+        multicol::note_column_stuff(info.general.log, *b.block_style);
         // The footnotes called so far have taken room from the foot of the page.
         cur_areas = above_footnotes(cur_info, std::move(cur_areas));
         // A forced break in front of a block ends the walk, unless nothing has been placed on this

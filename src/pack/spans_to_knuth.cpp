@@ -1,6 +1,7 @@
 #include "pack/spans_to_knuth.hpp"
 
 #include "css/compute_style.hpp"
+#include "pack/multicol.hpp"
 #include "text/fonts/query.hpp"
 #include "text/hyph/hyphenation.hpp"
 
@@ -312,6 +313,7 @@ struct builder {
                     join_box(std::move(o), mark, out);
                 },
                 [&](prepack::span_footnote const& f) {
+                    multicol::note_column_stuff(info.general.log, *f.footnote_style);
                     // The footnote item comes first, so that the call's counter shows the number the
                     // item has just taken.
                     std::visit(overloaded{

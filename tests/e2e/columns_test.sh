@@ -149,4 +149,32 @@ expect_eq "nested: status" "$?" 0
 qpdf_clean "nested" nested.pdf
 text=$(pdftotext nested.pdf -)
 expect_eq "nested: nothing lost" "$(grep -o '[NIMT][0-9][0-9]' <<<"$text" | sort -u | wc -l)" 50
+
+# Footnotes called in a column take room at the foot of the page: both columns end above them. A
+# column float and a column footnote are not laid out as such: one warning each, nothing lost.
+{
+    echo "$head"
+    echo '.m { columns: 2; column-gap: 20pt } .cf { float: column-top } .cn { float: column-footnote }'
+    echo '.pn { float: footnote }'
+    echo '</style></head><body><div class="m">'
+    echo '<p>F01</p><div class="cf">Colfloat</div>'
+    echo '<p>F02 note<span class="pn">Pagenote text.</span> and<span class="cn">Colnote text.</span></p>'
+    paras G 80
+    echo '</div></body></html>'
+} >notes.html
+timeout 60 "$VELLUM" notes.html -o notes.pdf 2>notes.err
+expect_eq "notes: status" "$?" 0
+qpdf_clean "notes" notes.pdf
+expect_contains "notes: column float warning" "$(cat notes.err)" "column floats are not supported yet"
+expect_contains "notes: column footnote warning" "$(cat notes.err)" "column footnotes are not supported yet"
+expect_eq "notes: column float warned once" "$(grep -c 'column floats' notes.err)" 1
+text=$(pdftotext notes.pdf -)
+expect_contains "notes: column float kept" "$text" "Colfloat"
+expect_contains "notes: column footnote kept" "$text" "Colnote text."
+note_y=$(at notes.pdf 1 Pagenote. | cut -d' ' -f2)
+[ -n "$note_y" ] || note_y=$(at notes.pdf 1 Pagenote | cut -d' ' -f2)
+low1=$(words notes.pdf 1 | awk '$1 ~ /^G[0-9]/ && $2 < 100 { if ($3 > m) m = $3 } END { print m }')
+low2=$(words notes.pdf 1 | awk '$1 ~ /^G[0-9]/ && $2 > 200 { if ($3 > m) m = $3 } END { print m }')
+awk -v n="$note_y" -v a="$low1" -v b="$low2" 'BEGIN { exit !(n != "" && a + 12 <= n && b + 12 <= n) }' ||
+    fail "notes: columns (last lines at $low1, $low2) reach the footnote ($note_y)"
 finish
