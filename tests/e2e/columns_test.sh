@@ -177,4 +177,33 @@ low1=$(words notes.pdf 1 | awk '$1 ~ /^G[0-9]/ && $2 < 100 { if ($3 > m) m = $3 
 low2=$(words notes.pdf 1 | awk '$1 ~ /^G[0-9]/ && $2 > 200 { if ($3 > m) m = $3 } END { print m }')
 awk -v n="$note_y" -v a="$low1" -v b="$low2" 'BEGIN { exit !(n != "" && a + 12 <= n && b + 12 <= n) }' ||
     fail "notes: columns (last lines at $low1, $low2) reach the footnote ($note_y)"
+
+# A newsletter: a headline across three columns of running text longer than a page. Page 1 fills its
+# columns below the headline; page 2 goes on in the same three columns, balanced.
+{
+    echo "$head"
+    echo '.m { columns: 3; column-gap: 20pt; column-rule: 1pt solid black; text-align: justify }'
+    echo 'h1 { column-span: all; font: bold 20pt/24pt "DejaVu Sans"; margin: 0 0 10pt }'
+    echo '</style></head><body><div class="m"><h1>Newsletter</h1>'
+    for i in $(seq 1 25); do
+        printf '<p>S%02d the quick brown fox jumps over the lazy dog while the compositor sets type.</p>\n' "$i"
+    done
+    echo '</div></body></html>'
+} >news.html
+timeout 60 "$VELLUM" news.html -o news.pdf 2>news.err
+expect_eq "news: status" "$?" 0
+qpdf_clean "news" news.pdf
+expect_eq "news: pages" "$(pdfinfo news.pdf | awk '/^Pages:/ { print $2 }')" 2
+near "news: headline" "$(at news.pdf 1 Newsletter | cut -d' ' -f1)" 30 0.5
+# Each column's lowest line on page 2, by the column its words start in.
+read -r c1 c2 c3 <<<"$(words news.pdf 2 | awk '{ c = ($2 < 140) ? 1 : ($2 < 260) ? 2 : 3; if ($3 > m[c]) m[c] = $3 }
+    END { print m[1] + 0, m[2] + 0, m[3] + 0 }')"
+awk -v a="$c1" -v b="$c2" -v c="$c3" 'BEGIN { exit !(a > 0 && b > 0 && c > 0) }' ||
+    fail "news: page 2 does not use three columns ($c1 $c2 $c3)"
+near "news: page 2 columns 1 and 2 balanced" "$c2" "$c1" 12
+# Orphans and widows of two lines keep the third column three lines short of the others here.
+awk -v a="$c1" -v c="$c3" 'BEGIN { exit !(c <= a + 0.5 && c >= a - 36.5) }' ||
+    fail "news: page 2 third column ($c3) not within three lines above the first ($c1)"
+awk -v a="$c1" 'BEGIN { exit !(a < 400) }' || fail "news: page 2 not balanced (first column down to $c1)"
+expect_eq "news: nothing lost" "$(pdftotext news.pdf - | grep -o 'S[0-9][0-9]' | sort -u | wc -l)" 25
 finish
