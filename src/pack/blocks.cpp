@@ -1,7 +1,7 @@
 #include "pack/blocks.hpp"
 
-#include "pack/multicol.hpp"
 #include "pack/floats.hpp"
+#include "pack/multicol.hpp"
 #include "pack/spans_to_knuth.hpp"
 
 #include "util/ref.hpp"
@@ -128,7 +128,7 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
             }
         }
         auto const& b = merged_at == i ? *merged : blocks[i];
-        multicol::note_column_stuff(info.general.log, *b.block_style);
+        multicol::note_column_stuff(info.general.log, *b.block_style, info.general.column_id.has_value());
         // The footnotes called so far have taken room from the foot of the page.
         cur_areas = above_footnotes(cur_info, std::move(cur_areas));
         // A forced break in front of a block ends the walk, unless nothing has been placed on this
@@ -146,6 +146,19 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
             forced_column = true;
             remain = blocks.suffix(list_start(i));
             break;
+        }
+        // Inside columns, a float to the top of a column is set aside for the columns, which place it;
+        // it leaves an empty mark in the flow, so that a break behind it keeps it here.
+        if (cur_info.general.column_id && is_original(b) && multicol::floats_to_column_top(*b.block_style)) {
+            cur_info.accum.column_floats.push_back(b);
+            stack.push_back(temp_entry{.packed = share(box{.box_x = cur_areas.container.left,
+                                                           .box_y = flow_top(cur_areas, cur_gap),
+                                                           .box_style = css::style::initial_style()}),
+                                       .index = i,
+                                       .info = cur_info,
+                                       .areas = cur_areas,
+                                       .gap = cur_gap});
+            continue;
         }
         // A float goes beside the flow: its room is cut out of the bands, and the flow's top stays.
         if (auto const side = floats::float_side(*b.block_style, cur_info)) {

@@ -1,5 +1,6 @@
 #include "pack/columns.hpp"
 
+#include "pack/block.hpp"
 #include "pack/blocks.hpp"
 #include "pack/margin_collapsing.hpp"
 #include "util/ref.hpp"
@@ -33,6 +34,27 @@ struct pass_input {
     bool continuation = false;
 };
 
+// A float to the top of a column, packed at the top of the column's area: its box, and its height
+// with its margins.
+struct column_float {
+    ref<box> cf_box;
+    float cf_height = 0;
+};
+
+std::optional<column_float> pack_column_float(page_info info, prepack::block const& b, areas::area a) {
+    // A float is never split: it is packed in a column of unlimited height.
+    a.bottom = a.top - 1000000.0f;
+    info.flags.max_page_area = true;
+    auto r = block::pack_block(std::move(info), block::float_block{}, b, mc::fresh(),
+                               areas::areas{.container = a, .available = {a}});
+    auto const* p = std::get_if<block::packed_main>(&r.res);
+    if (!p) {
+        return std::nullopt;
+    }
+    float const bottom = r.out_areas.container.top - std::max(0.0f, mc::value_of(r.out_gap));
+    return column_float{.cf_box = p->b_packed_box, .cf_height = a.top - bottom};
+}
+
 bool nothing_placed(blocks::blocks_out const& r) {
     auto const* p = std::get_if<blocks::packed_main>(&r.res);
     return !p || p->bs_packed_boxes.empty();
@@ -44,6 +66,9 @@ columns_res one_pass(pass_input const& in, float bottom) {
     columns_res out;
     page_info cur = in.info;
     prepack::block_list rest = in.blocks;
+    // The column floats placed in this pass; one met again after a column was packed anew is not
+    // placed twice.
+    std::vector<prepack::block> placed;
     bool const max_area = in.info.flags.max_page_area;
     int const total = in.geometry.column_total;
     for (int i = 0; i < total; ++i) {
@@ -53,8 +78,9 @@ columns_res one_pass(pass_input const& in, float bottom) {
             continue;
         }
         float const left = column_left(in.geometry, in.inner.left, i);
-        areas::area const a{
+        areas::area const full{
             .top = in.inner.top, .bottom = bottom, .left = left, .right = left + in.geometry.column_width};
+        areas::area a = full;
         // A column after a break swallows the margins at its top, as a page does.
         bool const after_break = i > 0 || in.continuation;
         auto run = [&](bool force) {
@@ -65,16 +91,47 @@ columns_res one_pass(pass_input const& in, float bottom) {
             mc::gap const g = after_break ? mc::gap{mc::margin_eater{}} : mc::fresh();
             return blocks::pack_blocks(std::move(p), rest, g, areas::areas{.container = a, .available = {a}});
         };
-        auto r = run(max_area);
-        if (after_break && !max_area && r.out_forced_break && nothing_placed(r)) {
-            // A break in front of the column's first block has happened already: it starts here.
-            r = run(true);
+        auto run_column = [&] {
+            auto r = run(max_area);
+            if (after_break && !max_area && r.out_forced_break && nothing_placed(r)) {
+                // A break in front of the column's first block has happened already: it starts here.
+                r = run(true);
+            }
+            return r;
+        };
+        auto r = run_column();
+        // The column floats met in the column go to its top, and the column is packed again in the room
+        // they leave (retry goal `to_pack_more_page_stuff`).
+        std::vector<ref<box>> tops;
+        float tops_height = 0;
+        for (auto const& f : r.out_info.accum.column_floats) {
+            if (std::ranges::find(placed, f) != placed.end()) {
+                continue;
+            }
+            placed.push_back(f);
+            auto pf = pack_column_float(cur, f, full);
+            if (!pf) {
+                continue;
+            }
+            auto moved = *pf->cf_box;
+            block::shift_box(moved, 0, -tops_height);
+            tops.push_back(share(std::move(moved)));
+            tops_height += pf->cf_height;
+        }
+        if (!tops.empty()) {
+            a.top = full.top - tops_height;
+            a.bottom = std::min(a.top, full.bottom);
+            r = run_column();
         }
         r.out_info.flags = cur.flags;
+        if (!tops.empty()) {
+            // The floats keep their place even when nothing of the flow went in below them.
+            col.column_content_bottom = std::min(a.top, col.column_content_bottom);
+        }
         std::visit(overloaded{
                        [&](blocks::packed_main& p) {
                            col.packed_column = std::move(p.bs_packed_boxes);
-                           col.column_content_bottom = std::min(in.inner.top, r.out_areas.container.top);
+                           col.column_content_bottom = std::min(a.top, r.out_areas.container.top);
                            rest = std::move(p.bs_remain_portion);
                            cur = std::move(r.out_info);
                        },
@@ -87,6 +144,10 @@ columns_res one_pass(pass_input const& in, float bottom) {
                    r.res);
         if (r.out_forced_break && !r.out_column_break) {
             out.s_page_break = r.out_forced_break;
+        }
+        if (!tops.empty()) {
+            tops.insert(tops.end(), col.packed_column.begin(), col.packed_column.end());
+            col.packed_column = std::move(tops);
         }
         col.bottom_diff = std::max(0.0f, col.column_content_bottom - bottom);
         out.max_column_height = std::max(out.max_column_height, in.inner.top - col.column_content_bottom);

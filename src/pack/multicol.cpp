@@ -11,14 +11,22 @@ std::atomic<bool> said_column_footnotes{false};
 
 } // namespace
 
-void note_column_stuff(log::log const& log, css::style::style const& s) {
-    bool const column_float = std::holds_alternative<css::box::float_column>(s.float_);
+bool floats_to_column_top(css::style::style const& s) {
+    auto const* cf = std::get_if<css::box::float_column>(&s.float_);
+    return cf && cf->column_float.float_to_edge == css::box::float_edge::top;
+}
+
+void note_column_stuff(log::log const& log, css::style::style const& s, bool in_columns) {
+    auto const* cf = std::get_if<css::box::float_column>(&s.float_);
+    bool const column_float =
+        cf && (!in_columns || cf->column_float.float_to_edge == css::box::float_edge::bottom);
     auto const* ff = std::get_if<css::box::float_footnote>(&s.float_);
     auto const* df = std::get_if<css::box::display_footnote>(&s.bit_props.bit_props_display);
     bool const column_footnote = (ff && ff->float_container == css::box::footnote_container::column) ||
                                  (df && df->display_container == css::box::footnote_container::column);
     if (column_float && !said_column_floats.exchange(true)) {
-        log::log_warning(log, "column floats are not supported yet: they are set in the flow");
+        log::log_warning(log, "column floats to the bottom, or outside a multi-column container, are not "
+                              "supported yet: they are set in the flow");
     }
     if (column_footnote && !said_column_footnotes.exchange(true)) {
         log::log_warning(log, "column footnotes are not supported yet: they are set with the page's footnotes");

@@ -1,5 +1,5 @@
-// What multi-column layout leaves aside for now, told once per run: floats to the top or bottom of a
-// column and footnotes at the foot of a column. A light header, for the flow and paragraph builders.
+// What multi-column layout leaves aside for now, told once per run: footnotes at the foot of a column,
+// and column floats outside columns. A light header, for the flow and paragraph builders.
 #pragma once
 
 #include "css/style.hpp"
@@ -7,9 +7,12 @@
 
 namespace vellum::pack::multicol {
 
-/// Floats to the top or bottom of a column and footnotes at the foot of a column are not laid out as
-/// such yet: a column float stays in the flow, a column footnote joins the page's footnotes. Logs this
-/// once per run and kind when `s` asks for one.
-void note_column_stuff(log::log const& log, css::style::style const& s);
+/// Whether a style floats its box to the top of a column.
+bool floats_to_column_top(css::style::style const& s);
+
+/// Footnotes at the foot of a column are not laid out as such yet: they join the page's footnotes;
+/// floats to the bottom of a column, and floats to the top of one outside any multi-column container,
+/// stay in the flow. Logs this once per run and kind when `s` asks for one.
+void note_column_stuff(log::log const& log, css::style::style const& s, bool in_columns);
 
 } // namespace vellum::pack::multicol

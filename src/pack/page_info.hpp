@@ -112,6 +112,8 @@ struct accum {
     page_footnote_list page_footnotes;
     /// Absolutely positioned blocks met on the page, with their static position.
     std::vector<std::pair<prepack::block, util::pos::pos>> abs_blocks;
+    /// Floats to the top or bottom of a column met in the current multi-column container, in order.
+    std::vector<prepack::block> column_floats;
     // static_flows, page_floats, prev_page_inline_footnote, the column floats and footnotes and the
     // regions join with floats, footnotes, columns and margin boxes.
 };

@@ -313,7 +313,7 @@ struct builder {
                     join_box(std::move(o), mark, out);
                 },
                 [&](prepack::span_footnote const& f) {
-                    multicol::note_column_stuff(info.general.log, *f.footnote_style);
+                    multicol::note_column_stuff(info.general.log, *f.footnote_style, info.general.column_id.has_value());
                     // The footnote item comes first, so that the call's counter shows the number the
                     // item has just taken.
                     std::visit(overloaded{

@@ -151,7 +151,8 @@ text=$(pdftotext nested.pdf -)
 expect_eq "nested: nothing lost" "$(grep -o '[NIMT][0-9][0-9]' <<<"$text" | sort -u | wc -l)" 50
 
 # Footnotes called in a column take room at the foot of the page: both columns end above them. A
-# column float and a column footnote are not laid out as such: one warning each, nothing lost.
+# float to the top of a column goes above the line before it; a column footnote is not laid out at
+# the foot of its column yet: one warning, and it joins the page's footnotes.
 {
     echo "$head"
     echo '.m { columns: 2; column-gap: 20pt } .cf { float: column-top } .cn { float: column-footnote }'
@@ -165,9 +166,14 @@ expect_eq "nested: nothing lost" "$(grep -o '[NIMT][0-9][0-9]' <<<"$text" | sort
 timeout 60 "$VELLUM" notes.html -o notes.pdf 2>notes.err
 expect_eq "notes: status" "$?" 0
 qpdf_clean "notes" notes.pdf
-expect_contains "notes: column float warning" "$(cat notes.err)" "column floats are not supported yet"
+expect_not_contains "notes: no column float warning" "$(cat notes.err)" "column floats"
 expect_contains "notes: column footnote warning" "$(cat notes.err)" "column footnotes are not supported yet"
-expect_eq "notes: column float warned once" "$(grep -c 'column floats' notes.err)" 1
+expect_eq "notes: column footnote warned once" "$(grep -c 'column footnotes' notes.err)" 1
+read -r fx fy <<<"$(at notes.pdf 1 Colfloat)"
+near "notes: column float at the column's top" "$fy" 30 1
+near "notes: column float in the first column" "$fx" 30 0.5
+awk -v f="$fy" -v p="$(at notes.pdf 1 F01 | cut -d' ' -f2)" 'BEGIN { exit !(p >= f + 12) }' ||
+    fail "notes: F01 not below the column float"
 text=$(pdftotext notes.pdf -)
 expect_contains "notes: column float kept" "$text" "Colfloat"
 expect_contains "notes: column footnote kept" "$text" "Colnote text."

@@ -209,6 +209,14 @@ TEST(columns, avoid_column_keeps_a_block_whole) {
               "page 1\ncolumns y=0 h=40\n  x=0 h=40 lines=2\n  x=110 h=40 lines=4\n");
 }
 
+TEST(columns, column_floats_go_to_the_top_of_their_column) {
+    // Twelve lines and a top float as tall as two lines, balanced at seven lines' height: the float
+    // met after three lines stands above them at the top of the first column, with five lines below.
+    auto const out = dump(pack_html(".m { columns: 2; column-gap: 20pt } .t { float: column-top; height: 20pt }",
+                                    "<div class=m>" + paras(3) + "<div class=t></div>" + paras(9) + "</div>"));
+    EXPECT_EQ(out, "page 1\ncolumns y=0 h=70\n  x=0 h=70 lines=5\n  x=110 h=70 lines=7\n") << out;
+}
+
 TEST(columns, nested_and_in_table_cells_do_not_break) {
     auto const nested = dump(pack_html(".m { columns: 2; column-gap: 20pt }",
                                        "<div class=m>" + paras(2) + "<div class=m>" + paras(4) + "</div>" +
