@@ -570,6 +570,7 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
     // Each image is read once for the whole run, however many documents and pages show it.
     images::images image_table(engine.engine_loader);
     image_table.read_svg = svg::file::svg_file_reader(engine.engine_loader, &image_table);
+    image_table.svg_fonts = &engine.engine_fonts;
     {
         // The prefetch threads run while documents load and boxes are made; then all fetching is
         // synchronous.

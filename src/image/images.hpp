@@ -18,6 +18,10 @@ namespace vellum::svg {
 struct svg_block;
 } // namespace vellum::svg
 
+namespace vellum::fonts {
+struct fonts;
+} // namespace vellum::fonts
+
 namespace vellum::images {
 
 /// An image the program made itself (canvas output): four bytes a pixel, RGBA.
@@ -105,6 +109,8 @@ public:
     /// Reads SVG files; set by the engine, as the SVG reader sits above the image table. Without it an
     /// SVG image fails with a warning.
     svg_reader read_svg;
+    /// The fonts that the text of drawings is shaped with; set by the engine with the reader.
+    fonts::fonts const* svg_fonts = nullptr;
 
 private:
     resource::loader::loader const* table_loader;

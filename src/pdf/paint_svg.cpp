@@ -3,6 +3,7 @@
 #include "image/images.hpp"
 #include "pdf/content.hpp"
 #include "pdf/paint_color.hpp"
+#include "pdf/paint_text.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -80,7 +81,6 @@ struct painter {
     page_objects::page_objects& objects;
     bool compress;
     int next_name = 1;
-    bool warned_text = false;
 
     std::string fresh_name(std::string_view prefix) { return std::string(prefix) + std::to_string(next_name++); }
 
@@ -99,6 +99,17 @@ struct painter {
                 }
             }
             res.dict_entries.emplace_back("XObject", std::move(xo));
+        }
+        if (!used.font_resources.empty()) {
+            dict fonts;
+            for (int id : used.font_resources) {
+                auto const f = objects.font_refs.find(id);
+                if (f == objects.font_refs.end()) {
+                    throw internal_error("missing font: " + std::to_string(id));
+                }
+                fonts.dict_entries.emplace_back("F" + std::to_string(id), f->second);
+            }
+            res.dict_entries.emplace_back("Font", std::move(fonts));
         }
         if (!used.pattern_resources.empty()) {
             dict pats;
@@ -464,17 +475,50 @@ struct painter {
         content::restore(o, s.g);
     }
 
+    // Text: each run in its span's font, drawn upright in the y-down user space. A gradient or pattern
+    // fill shows as its first colour.
+    void paint_text(scope& s, svg::used_svgstyle const& st, svg::text const& t, double alpha) {
+        auto const o = s.out();
+        std::optional<css::color::color> fill;
+        std::visit(overloaded{
+                       [](svg::paint_none const&) {},
+                       [&](svg::paint_color const& c) { fill = c.color; },
+                       [&](svg::paint_gradient const& g) {
+                           if (g.gradient && !g.gradient->gradient_stops.empty()) {
+                               fill = g.gradient->gradient_stops.front().stop_color;
+                           }
+                       },
+                       [&](svg::paint_tiling const&) {},
+                   },
+                   t.text_fill);
+        if (!fill) {
+            return;
+        }
+        for (auto const& run : t.text_runs) {
+            if (!run.run_style || run.run_glyphs.view().empty()) {
+                continue;
+            }
+            auto style = *run.run_style;
+            style.color = *fill;
+            style.font_size = static_cast<float>(run.run_font_size);
+            style.letter_spacing = static_cast<float>(run.run_letter_spacing);
+            content::save(o, s.g);
+            content::concat(o, s.g, matrix::matrix{1, 0, 0, -1, static_cast<float>(run.run_pos.x),
+                                                   static_cast<float>(run.run_pos.y)});
+            content::begin_text(o);
+            paint_text::text_cursor cursor;
+            paint_text::paint_graphemes(o, s.g, cursor, run.run_glyphs.view(), 0, 0, style, alpha * st.fill_opacity, {});
+            content::end_text(o);
+            content::restore(o, s.g);
+        }
+    }
+
     void paint_body(scope& s, svg::svg const& n, double alpha, transform const& ctm) {
         std::visit(overloaded{
                        [&](svg::compound const& c) { paint_nodes(s, c.compound_children, ctm, alpha); },
                        [&](svg::shape const& sh) { paint_shape(s, n.svgstyle, sh, alpha, ctm); },
                        [&](svg::image const& im) { paint_image(s, im, alpha); },
-                       [&](svg::text const&) {
-                           if (!warned_text) {
-                               warned_text = true;
-                               log::log_warning_once(log, "svg: text is not painted yet");
-                           }
-                       },
+                       [&](svg::text const& t) { paint_text(s, n.svgstyle, t, alpha); },
                    },
                    n.svgbody);
     }

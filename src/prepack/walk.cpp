@@ -706,7 +706,9 @@ struct walker {
         }
         auto drawing = svg::build::make_svg_block(
             log, e,
-            svg::build::build_env{.env_source = resource::locator::locator_to_string(doc_url), .env_images = image_table});
+            svg::build::build_env{.env_source = resource::locator::locator_to_string(doc_url),
+                                  .env_images = image_table,
+                                  .env_fonts = image_table->svg_fonts});
         images::svg_loaded loaded{.loaded_width = drawing.viewport_width, .loaded_height = drawing.viewport_height};
         loaded.loaded_block = share(std::move(drawing));
         out.loaded = block{.block_content = bcontent_image{image_table->add_svg(loaded)},

@@ -7,6 +7,9 @@
 #include "image/images.hpp"
 #include "resource/locator.hpp"
 #include "svg/path_data.hpp"
+#include "text/fonts/fonts.hpp"
+#include "text/fonts/query.hpp"
+#include "util/textbuf.hpp"
 #include "util/cell.hpp"
 
 #include <algorithm>
@@ -243,6 +246,20 @@ struct builder {
             u.stroke_dashoffset = svg_len(g.svgstyle_stroke_dashoffset);
         }
         return u;
+    }
+
+    // Whether a viewport of its own (nested svg, symbol, marker) shows what lies outside it. SVG's own
+    // style sheet hides it; the element may say otherwise with its overflow attribute or style.
+    static bool overflow_shown(dom::dom_element const& e) {
+        auto visible = [](std::string_view v) { return v.find("visible") != std::string_view::npos || v.find("auto") != std::string_view::npos; };
+        if (auto const o = attr(e, "overflow")) {
+            return visible(*o);
+        }
+        if (auto const st = attr(e, "style")) {
+            auto const at = st->find("overflow");
+            return at != std::string::npos && visible(std::string_view(*st).substr(at, st->find(';', at) - at));
+        }
+        return false;
     }
 
     static bool displayed(css::style::style const& s) {
@@ -782,7 +799,7 @@ struct builder {
         transform const placed = then(then(translation(-ref_x, -ref_y), scaling(scale, scale)),
                                       then(transform{std::cos(angle), std::sin(angle), -std::sin(angle), std::cos(angle), 0, 0},
                                            translation(v.at.x, v.at.y)));
-        if (s->overflow == css::box::overflow::visible) {
+        if (overflow_shown(*m)) {
             clip_box.reset();
         }
         if (std::ranges::find(refs, id) != refs.end()) {
@@ -1028,7 +1045,7 @@ struct builder {
         }
         auto const p = path_data::parse_par(attr(*e, "preserveAspectRatio").value_or(""));
         n.viewbox_transform = vb ? view_transform(*vb, p, x, y, w, h) : translation(x, y);
-        if (s->overflow != css::box::overflow::visible) {
+        if (!overflow_shown(*e)) {
             n.viewport_clip = bbox{x, y, x + w, y + h};
         }
         viewports.push_back(vb ? viewport_size{vb->viewboxw, vb->viewboxh} : viewport_size{w, h});
@@ -1139,10 +1156,24 @@ struct builder {
         return n;
     }
 
-    // The text of a text element: its characters with white space collapsed, each run placed at the
-    // absolute position in force, later runs following on from the earlier ones when painted.
+    // A number list attribute's first entry as a length, for x, y, dx and dy of text and tspan.
+    std::optional<double> first_length(dom::dom_element const& e, css::style::style const& s, std::string_view name,
+                                       axis a) {
+        auto const v = attr(e, name);
+        if (!v) {
+            return std::nullopt;
+        }
+        if (auto n = path_data::parse_numbers(*v); n && !n->empty()) {
+            return (*n)[0];
+        }
+        auto const comma = v->find_first_of(" ,");
+        return length(std::string_view(*v).substr(0, comma), a, px_of_points(s.font_size));
+    }
+
+    // The characters of a text element, span by span: white space collapsed, each piece shaped in its
+    // span's font, with the absolute positions and shifts that the spans give.
     void text_runs(dom::element_ref const& e, style_ref const& s, bool restyle, text& out, bool& space_before,
-                   std::optional<double> x, std::optional<double> y, bool preserve) {
+                   std::optional<double> x, std::optional<double> y, double dx, double dy, bool preserve) {
         std::vector<dom::child_node> list;
         {
             std::lock_guard guard(process_lock());
@@ -1154,39 +1185,54 @@ struct builder {
                                                                                             : 0;
         for (auto const& c : list) {
             if (auto const* t = std::get_if<dom::text_child>(&c)) {
-                std::string text;
+                std::string chars;
                 for (char ch : t->child_text->dom_text_value.get()) {
                     if (ch == '\n' || ch == '\r') {
                         if (preserve) {
-                            text += ' ';
+                            chars += ' ';
                         }
                         continue;
                     }
                     if (ch == '\t' || ch == ' ') {
                         if (preserve || !space_before) {
-                            text += ' ';
+                            chars += ' ';
                         }
                         space_before = true;
                         continue;
                     }
-                    text += ch;
+                    chars += ch;
                     space_before = false;
                 }
-                if (text.empty()) {
+                if (chars.empty()) {
                     continue;
                 }
-                auto const& f = *s->font_props;
-                text_run run{.run_text = std::move(text),
-                             .run_x = x,
-                             .run_y = y,
-                             .run_family = f.font_props_font_family.empty() ? std::string("serif") : f.font_props_font_family.front(),
-                             .run_weight = f.font_props_font_weight,
-                             .run_italic = f.font_props_font_style != css::fonts::font_style::normal,
-                             .run_font_size = px_of_points(s->font_size),
-                             .run_anchor = anchor};
+                double const size = px_of_points(s->font_size);
+                double spacing = 0;
+                if (auto const* ls = std::get_if<float>(&s->letter_spacing)) {
+                    spacing = px_of_points(*ls);
+                }
+                auto const req = fonts::get_font_req(*env.env_fonts, fonts::query::query_of(*s->font_props));
+                auto const dir = s->rare_props && s->rare_props->rare_props_direction == css::box::direction::rtl
+                                     ? fonts::direction::rtl
+                                     : fonts::direction::ltr;
+                auto glyphs = fonts::text_to_graphemes(*env.env_fonts, *req, dir, textbuf::from_utf8(chars));
+                double width = 0;
+                for (auto const& gr : glyphs) {
+                    width += (gr.base_glyph.glyph_hori_advance + gr.grapheme_kerning.value_or(0)) * size + spacing;
+                }
+                out.text_runs.push_back(text_run{.run_glyphs = std::move(glyphs),
+                                                 .run_style = s,
+                                                 .run_font_size = size,
+                                                 .run_letter_spacing = spacing,
+                                                 .run_width = width,
+                                                 .run_x = x,
+                                                 .run_y = y,
+                                                 .run_dx = dx,
+                                                 .run_dy = dy,
+                                                 .run_anchor = anchor});
                 x.reset();
                 y.reset();
-                out.text_runs.push_back(std::move(run));
+                dx = dy = 0;
                 continue;
             }
             auto const& child = std::get<dom::element_child>(c).child_element;
@@ -1198,60 +1244,68 @@ struct builder {
             if (!displayed(*cs)) {
                 continue;
             }
-            auto first = [&](std::string_view name, axis a) -> std::optional<double> {
-                auto const v = attr(*child, name);
-                if (!v) {
-                    return std::nullopt;
-                }
-                auto n = path_data::parse_numbers(*v);
-                if (n && !n->empty()) {
-                    return (*n)[0];
-                }
-                return length(*v, a, px_of_points(cs->font_size));
-            };
-            auto cx = first("x", axis::x);
-            auto cy = first("y", axis::y);
-            auto const dx = first("dx", axis::x);
-            auto const dy = first("dy", axis::y);
-            if (dx || dy) {
-                // The shift travels in an empty run in front of the span's text.
-                out.text_runs.push_back(text_run{.run_x = cx, .run_y = cy, .run_dx = dx.value_or(0), .run_dy = dy.value_or(0)});
-                cx.reset();
-                cy.reset();
-            }
-            text_runs(child, cs, restyle, out, space_before, cx, cy, preserve);
+            auto const cx = first_length(*child, *cs, "x", axis::x);
+            auto const cy = first_length(*child, *cs, "y", axis::y);
+            text_runs(child, cs, restyle, out, space_before, cx ? cx : x, cy ? cy : y,
+                      dx + first_length(*child, *cs, "dx", axis::x).value_or(0),
+                      dy + first_length(*child, *cs, "dy", axis::y).value_or(0), preserve);
+            x.reset();
+            y.reset();
+            dx = dy = 0;
         }
     }
 
     std::optional<svg> text_node(dom::element_ref const& e, style_ref const& s, bool restyle) {
+        if (!env.env_fonts) {
+            log::log_warning_once(log, "svg: text: no fonts in this run; SVG text is left out");
+            return std::nullopt;
+        }
         text t{.text_fill = paint_of(s->svgstyle->svgstyle_fill, std::nullopt, "fill", s),
                .text_stroke = paint_of(s->svgstyle->svgstyle_stroke, std::nullopt, "stroke", s)};
         bool space_before = true;
-        auto first = [&](std::string_view name, axis a) {
-            auto const v = attr(*e, name);
-            if (!v) {
-                return 0.0;
-            }
-            auto n = path_data::parse_numbers(*v);
-            if (n && !n->empty()) {
-                return (*n)[0];
-            }
-            return length(*v, a, px_of_points(s->font_size)).value_or(0);
-        };
-        double const x = first("x", axis::x) + first("dx", axis::x);
-        double const y = first("y", axis::y) + first("dy", axis::y);
         bool const preserve = dom::attribute_value(*e, xml::make_name(xml::xmlns_xml{}, "space")) == "preserve";
-        text_runs(e, s, restyle, t, space_before, x, y, preserve);
-        // Trailing white space of the element goes.
-        for (auto it = t.text_runs.rbegin(); it != t.text_runs.rend(); ++it) {
-            if (it->run_text.empty()) {
-                continue;
+        text_runs(e, s, restyle, t, space_before, first_length(*e, *s, "x", axis::x).value_or(0),
+                  first_length(*e, *s, "y", axis::y).value_or(0), first_length(*e, *s, "dx", axis::x).value_or(0),
+                  first_length(*e, *s, "dy", axis::y).value_or(0), preserve);
+        // A trailing space of the whole text goes.
+        if (!preserve && !t.text_runs.empty()) {
+            auto& last = t.text_runs.back();
+            auto list = last.run_glyphs.to_vector();
+            if (!list.empty() && list.back().base_glyph.glyph_unicodes == U" ") {
+                last.run_width -= list.back().base_glyph.glyph_hori_advance * last.run_font_size + last.run_letter_spacing;
+                list.pop_back();
+                last.run_glyphs = fonts::shared_graphemes(std::move(list));
             }
-            if (!preserve && it->run_text.back() == ' ') {
-                it->run_text.pop_back();
-            }
-            break;
         }
+        // Chunks: each absolute position starts one, and the anchor of its first run moves it back by its
+        // width.
+        point pen;
+        std::size_t chunk_start = 0;
+        double chunk_width = 0;
+        auto const close_chunk = [&](std::size_t end) {
+            if (chunk_start < end) {
+                double const shift = t.text_runs[chunk_start].run_anchor * chunk_width;
+                for (std::size_t i = chunk_start; i < end; ++i) {
+                    t.text_runs[i].run_pos.x -= shift;
+                }
+            }
+            chunk_start = end;
+            chunk_width = 0;
+        };
+        for (std::size_t i = 0; i < t.text_runs.size(); ++i) {
+            auto& r = t.text_runs[i];
+            if (r.run_x || r.run_y) {
+                close_chunk(i);
+                pen.x = r.run_x.value_or(pen.x);
+                pen.y = r.run_y.value_or(pen.y);
+            }
+            pen.x += r.run_dx;
+            pen.y += r.run_dy;
+            r.run_pos = pen;
+            pen.x += r.run_width;
+            chunk_width += r.run_width + r.run_dx;
+        }
+        close_chunk(t.text_runs.size());
         return node_of(*s, *e, std::move(t));
     }
 
@@ -1343,7 +1397,6 @@ svg_block make_svg_block(log::log const& log, dom::element_ref const& root, buil
     }
     svg_block out;
     auto const s = b.style_of(root, nullptr, false);
-    out.overflow_visible = s->overflow == css::box::overflow::visible;
     std::optional<viewbox> vb;
     if (auto const text = attr(*root, "viewBox")) {
         if (auto v = path_data::parse_viewbox(*text)) {

@@ -13,6 +13,10 @@ namespace vellum::images {
 class images;
 } // namespace vellum::images
 
+namespace vellum::fonts {
+struct fonts;
+} // namespace vellum::fonts
+
 namespace vellum::svg::build {
 
 struct build_env {
@@ -20,6 +24,8 @@ struct build_env {
     std::string env_source;
     /// The image table for `image` elements; none leaves them out with a warning.
     images::images* env_images = nullptr;
+    /// The fonts that text is shaped with; none leaves text out with a warning.
+    fonts::fonts const* env_fonts = nullptr;
     /// CSS pixels to use for a width or height given in percent or not at all (the default of a replaced
     /// element is 300 by 150).
     double env_default_width = 300;

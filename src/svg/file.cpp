@@ -44,7 +44,7 @@ images::svg_reader svg_file_reader(resource::loader::loader const& loader, image
             return fail("svg: the root element is not an svg element");
         }
         reading->insert(name);
-        auto block = build::make_svg_block(log, *root, build::build_env{.env_source = name, .env_images = table});
+        auto block = build::make_svg_block(log, *root, build::build_env{.env_source = name, .env_images = table, .env_fonts = table ? table->svg_fonts : nullptr});
         reading->erase(name);
         images::svg_loaded out{.loaded_width = block.viewport_width, .loaded_height = block.viewport_height};
         out.loaded_block = share(std::move(block));

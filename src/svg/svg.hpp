@@ -4,6 +4,8 @@
 #pragma once
 
 #include "css/color.hpp"
+#include "css/style.hpp"
+#include "text/fonts/graphemes.hpp"
 #include "css/svgstyle.hpp"
 #include "util/matrix.hpp"
 #include "util/ref.hpp"
@@ -237,22 +239,22 @@ struct image {
     bbox image_viewport;
 };
 
-/// Text drawn with a font of the document: the glyph runs are laid out in user units, each run starting
-/// at its own position.
+/// A run of text in one style, shaped with the fonts of the run, its baseline start resolved.
 struct text_run {
-    std::string run_text;
-    /// An absolute position starts a new chunk; without one the run follows the one before.
+    /// Where the run starts on its baseline, after positions, shifts and anchoring.
+    point run_pos;
+    fonts::shared_graphemes run_glyphs;
+    /// The style of the span: its font, and letter spacing; sizes in user units.
+    ref<css::style::style> run_style;
+    double run_font_size = 16;
+    double run_letter_spacing = 0;
+    double run_width = 0;
+    /// While building: an absolute position starts a new chunk; dx and dy shift the run.
     std::optional<double> run_x;
     std::optional<double> run_y;
-    /// A shift before the run, from dx and dy.
     double run_dx = 0;
     double run_dy = 0;
-    /// The font family, weight and style asked for, and the size in user units.
-    std::string run_family;
-    int run_weight = 400;
-    bool run_italic = false;
-    double run_font_size = 16;
-    /// Advances are measured when painting; a chunk moves back by its width times this (0, 0.5, 1).
+    /// The anchor of a chunk that begins with this run: 0 start, 0.5 middle, 1 end.
     double run_anchor = 0;
 };
 
@@ -304,7 +306,6 @@ struct svg_block {
     /// Whether width and height came from the drawing itself (attributes or viewBox) rather than defaults.
     bool viewport_sized = false;
     transform root_transform;
-    bool overflow_visible = false;
 };
 
 /// The transform that puts a viewBox into a viewport of the given size at (x, y).
