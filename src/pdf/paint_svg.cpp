@@ -475,27 +475,27 @@ struct painter {
         content::restore(o, s.g);
     }
 
-    // Text: each run in its span's font, drawn upright in the y-down user space. A gradient or pattern
-    // fill shows as its first colour.
+    // Text: each run in its span's font and fill, drawn upright in the y-down user space. A gradient fill
+    // shows as its first colour, a pattern not at all.
     void paint_text(scope& s, svg::used_svgstyle const& st, svg::text const& t, double alpha) {
         auto const o = s.out();
-        std::optional<css::color::color> fill;
-        std::visit(overloaded{
-                       [](svg::paint_none const&) {},
-                       [&](svg::paint_color const& c) { fill = c.color; },
-                       [&](svg::paint_gradient const& g) {
-                           if (g.gradient && !g.gradient->gradient_stops.empty()) {
-                               fill = g.gradient->gradient_stops.front().stop_color;
-                           }
-                       },
-                       [&](svg::paint_tiling const&) {},
-                   },
-                   t.text_fill);
-        if (!fill) {
-            return;
-        }
         for (auto const& run : t.text_runs) {
             if (!run.run_style || run.run_glyphs.view().empty()) {
+                continue;
+            }
+            std::optional<css::color::color> fill;
+            std::visit(overloaded{
+                           [](svg::paint_none const&) {},
+                           [&](svg::paint_color const& c) { fill = c.color; },
+                           [&](svg::paint_gradient const& g) {
+                               if (g.gradient && !g.gradient->gradient_stops.empty()) {
+                                   fill = g.gradient->gradient_stops.front().stop_color;
+                               }
+                           },
+                           [&](svg::paint_tiling const&) {},
+                       },
+                       run.run_fill);
+            if (!fill) {
                 continue;
             }
             auto style = *run.run_style;

@@ -1221,6 +1221,7 @@ struct builder {
                     width += (gr.base_glyph.glyph_hori_advance + gr.grapheme_kerning.value_or(0)) * size + spacing;
                 }
                 out.text_runs.push_back(text_run{.run_glyphs = std::move(glyphs),
+                                                 .run_fill = paint_of(g.svgstyle_fill, std::nullopt, "fill", s),
                                                  .run_style = s,
                                                  .run_font_size = size,
                                                  .run_letter_spacing = spacing,
@@ -1260,8 +1261,7 @@ struct builder {
             log::log_warning_once(log, "svg: text: no fonts in this run; SVG text is left out");
             return std::nullopt;
         }
-        text t{.text_fill = paint_of(s->svgstyle->svgstyle_fill, std::nullopt, "fill", s),
-               .text_stroke = paint_of(s->svgstyle->svgstyle_stroke, std::nullopt, "stroke", s)};
+        text t;
         bool space_before = true;
         bool const preserve = dom::attribute_value(*e, xml::make_name(xml::xmlns_xml{}, "space")) == "preserve";
         text_runs(e, s, restyle, t, space_before, first_length(*e, *s, "x", axis::x).value_or(0),

@@ -244,6 +244,8 @@ struct text_run {
     /// Where the run starts on its baseline, after positions, shifts and anchoring.
     point run_pos;
     fonts::shared_graphemes run_glyphs;
+    /// The span's own fill: a tspan may paint differently from its text.
+    used_paint run_fill;
     /// The style of the span: its font, and letter spacing; sizes in user units.
     ref<css::style::style> run_style;
     double run_font_size = 16;
@@ -259,8 +261,6 @@ struct text_run {
 };
 
 struct text {
-    used_paint text_fill;
-    used_paint text_stroke;
     std::vector<text_run> text_runs;
 };
 
