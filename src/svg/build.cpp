@@ -1164,6 +1164,10 @@ struct builder {
             return std::nullopt;
         }
         if (auto n = path_data::parse_numbers(*v); n && !n->empty()) {
+            if (n->size() > 1) {
+                log::log_warning_once(log, "svg: text: position lists place the first character only; the rest "
+                                           "follow on");
+            }
             return (*n)[0];
         }
         auto const comma = v->find_first_of(" ,");
@@ -1220,6 +1224,9 @@ struct builder {
                 for (auto const& gr : glyphs) {
                     width += (gr.base_glyph.glyph_hori_advance + gr.grapheme_kerning.value_or(0)) * size + spacing;
                 }
+                if (!std::holds_alternative<css::box::none_value>(g.svgstyle_stroke)) {
+                    log::log_warning_once(log, "svg: text: strokes of text are not painted yet; the fill is");
+                }
                 out.text_runs.push_back(text_run{.run_glyphs = std::move(glyphs),
                                                  .run_fill = paint_of(g.svgstyle_fill, std::nullopt, "fill", s),
                                                  .run_style = s,
@@ -1245,6 +1252,12 @@ struct builder {
             if (!displayed(*cs)) {
                 continue;
             }
+            if (is_svg_name(child->dom_element_name, "textPath")) {
+                log::log_warning_once(log, "svg: textPath: text on a path is not supported yet; it is set as plain text");
+            }
+            if (attr(*child, "rotate")) {
+                log::log_warning_once(log, "svg: text: rotate is not supported yet; characters stay upright");
+            }
             auto const cx = first_length(*child, *cs, "x", axis::x);
             auto const cy = first_length(*child, *cs, "y", axis::y);
             text_runs(child, cs, restyle, out, space_before, cx ? cx : x, cy ? cy : y,
@@ -1264,6 +1277,9 @@ struct builder {
         text t;
         bool space_before = true;
         bool const preserve = dom::attribute_value(*e, xml::make_name(xml::xmlns_xml{}, "space")) == "preserve";
+        if (attr(*e, "rotate")) {
+            log::log_warning_once(log, "svg: text: rotate is not supported yet; characters stay upright");
+        }
         text_runs(e, s, restyle, t, space_before, first_length(*e, *s, "x", axis::x).value_or(0),
                   first_length(*e, *s, "y", axis::y).value_or(0), first_length(*e, *s, "dx", axis::x).value_or(0),
                   first_length(*e, *s, "dy", axis::y).value_or(0), preserve);
@@ -1323,6 +1339,11 @@ struct builder {
         auto const s = style_of(e, parent, restyle);
         if (!displayed(*s)) {
             return std::nullopt;
+        }
+        auto const style_text = attr(*e, "style").value_or("");
+        if (attr(*e, "mask") || attr(*e, "filter") || style_text.find("mask") != std::string::npos ||
+            style_text.find("filter") != std::string::npos) {
+            log::log_warning_once(log, "svg: masks and filters are not rendered; elements are drawn without them");
         }
         std::optional<svg> out;
         if (name == "g" || name == "a") {
