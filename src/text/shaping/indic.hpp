@@ -29,14 +29,16 @@ struct masks {
     std::uint32_t mask_init = 0;
 };
 
-/// Whether a feature of the font would substitute a sequence of glyphs.
-using would_substitute = std::function<bool(opentype::reader::tag feature, std::span<std::uint32_t const> glyphs)>;
+/// What the reordering asks of the font.
+struct font_access {
+    /// Whether a feature of the font would substitute a sequence of glyphs.
+    std::function<bool(opentype::reader::tag feature, std::span<std::uint32_t const> glyphs)> access_would;
+    /// The glyph of a character (0 for none).
+    std::function<std::uint32_t(char32_t)> access_glyph;
+};
 
 /// Sets the character categories and syllables, and reorders each syllable for the basic features.
-void initial_reordering(buffer::glyphs& glyphs,
-                        unicode::script::script s,
-                        masks const& m,
-                        would_substitute const& would);
+void initial_reordering(buffer::glyphs& glyphs, unicode::script::script s, masks const& m, font_access const& font);
 
 /// Moves reph and pre-base matras into place once the basic forms exist.
 void final_reordering(buffer::glyphs& glyphs, unicode::script::script s, masks const& m);

@@ -5,6 +5,7 @@
 #include "text/shaping/arabic.hpp"
 #include "text/shaping/indic.hpp"
 #include "text/shaping/lookups.hpp"
+#include "text/unicode/shaping_props.hpp"
 
 #include <algorithm>
 #include <array>
@@ -192,6 +193,7 @@ std::vector<stage> gsub_stages(model m,
                                script s,
                                run_request const& request,
                                log::log const& log,
+                               std::function<std::uint32_t(char32_t)> const& glyph_of,
                                lookups::layout_table const* t,
                                std::optional<layout::lang_sys> const& sys) {
     std::vector<stage> stages;
@@ -232,16 +234,18 @@ std::vector<stage> gsub_stages(model m,
                     trial.push_back({.info_glyph = g, .info_mask = ~0u});
                 }
                 lookups::set_glyph_classes(*t, trial);
-                auto const before = trial;
+                auto const first = trial.front().info_glyph;
                 lookups::apply_lookup(log, *t, index, {.apply_manual_zwj = true}, trial);
-                if (trial.size() != before.size() || trial.front().info_glyph != before.front().info_glyph) {
+                // The lookup applies when it makes one glyph of the sequence or changes its first glyph.
+                if (trial.size() < glyph_ids.size() || trial.front().info_glyph != first) {
                     return true;
                 }
             }
             return false;
         };
+        indic::font_access access{.access_would = would, .access_glyph = glyph_of};
         stage first{{per("locl", k.mask_global), per("ccmp", k.mask_global)}};
-        first.stage_after = [s, would](buffer::glyphs& g) { indic::initial_reordering(g, s, indic_masks, would); };
+        first.stage_after = [s, access](buffer::glyphs& g) { indic::initial_reordering(g, s, indic_masks, access); };
         stages.push_back(std::move(first));
         for (auto const& [name, mask] : std::initializer_list<std::pair<char const*, std::uint32_t>>{
                  {"nukt", k.mask_global},
@@ -335,6 +339,71 @@ void propagate(buffer::glyphs& g, std::size_t i, bool rtl, int depth) {
     }
 }
 
+// The combining class by which marks are put in order, with the Hebrew and Arabic points in the order that
+// fonts expect: shin and sin dots and dagesh before the vowels, shadda before the other harakat.
+std::uint8_t mark_order(char32_t c) {
+    auto const ccc = unicode::shaping_props::combining_class(c);
+    if (ccc >= 10 && ccc <= 26) {
+        static constexpr std::uint8_t hebrew[] = {22, 15, 16, 17, 23, 18, 19, 20, 21, 14, 24, 12, 25, 13, 10, 11, 26};
+        return hebrew[ccc - 10];
+    }
+    if (ccc >= 27 && ccc <= 35) {
+        static constexpr std::uint8_t arabic[] = {28, 29, 30, 31, 32, 33, 27, 34, 35};
+        return arabic[ccc - 27];
+    }
+    return ccc;
+}
+
+// Puts each run of combining marks in canonical order (stable, by combining class), so that the same text
+// typed in another order of marks looks the same.
+void sort_marks(buffer::glyphs& glyphs) {
+    auto order = [](buffer::glyph_info const& g) {
+        return g.info_chars.size() == 1 ? mark_order(g.info_chars[0]) : std::uint8_t(0);
+    };
+    std::size_t i = 0;
+    while (i < glyphs.size()) {
+        if (order(glyphs[i]) == 0) {
+            ++i;
+            continue;
+        }
+        std::size_t j = i;
+        while (j < glyphs.size() && order(glyphs[j]) != 0) {
+            ++j;
+        }
+        if (j - i > 1) {
+            std::stable_sort(glyphs.begin() + std::ptrdiff_t(i), glyphs.begin() + std::ptrdiff_t(j),
+                             [&](auto const& a, auto const& b) { return order(a) < order(b); });
+        }
+        i = j;
+    }
+}
+
+// Indic vowel signs in two parts, and letters with nukta that are never composed, are shaped as their
+// parts, when the font has both.
+void decompose_indic(font_data::font_data const& font, buffer::glyphs& glyphs) {
+    for (std::size_t i = 0; i < glyphs.size(); ++i) {
+        if (glyphs[i].info_chars.size() != 1) {
+            continue;
+        }
+        auto const parts = unicode::shaping_props::indic_decomposition(glyphs[i].info_chars[0]);
+        if (!parts) {
+            continue;
+        }
+        auto const a = font_data::char_to_glyph(font, parts->first);
+        auto const b = font_data::char_to_glyph(font, parts->second);
+        if (a == 0 || b == 0) {
+            continue;
+        }
+        auto second = glyphs[i];
+        glyphs[i].info_glyph = a;
+        glyphs[i].info_chars = std::u32string(1, parts->first);
+        second.info_glyph = b;
+        second.info_chars = std::u32string(1, parts->second);
+        glyphs.insert(glyphs.begin() + std::ptrdiff_t(i + 1), second);
+        ++i;
+    }
+}
+
 struct font_tables {
     std::optional<bytes::bytes> gsub;
     std::optional<bytes::bytes> gpos;
@@ -384,6 +453,10 @@ buffer::glyphs shape_glyphs(log::log const& log,
         gpos_sys = layout::find_script_langsys(gpos->table_data, scripts, request.run_language);
     }
     model const m = model_of(request.run_script);
+    if (m == model::indic) {
+        decompose_indic(font, glyphs);
+    }
+    sort_marks(glyphs);
     for (auto& g : glyphs) {
         g.info_mask = 1;
     }
@@ -402,7 +475,9 @@ buffer::glyphs shape_glyphs(log::log const& log,
             glyphs[i].info_mask |= form_bit(forms[i]);
         }
     }
-    auto const stages = gsub_stages(m, request.run_script, request, log, gsub ? &*gsub : nullptr, gsub_sys);
+    auto const glyph_of = [&font](char32_t c) { return font_data::char_to_glyph(font, c); };
+    auto const stages =
+        gsub_stages(m, request.run_script, request, log, glyph_of, gsub ? &*gsub : nullptr, gsub_sys);
     run_stages(log, gsub ? &*gsub : nullptr, gsub_sys, stages, rtl, glyphs);
 
     // Positioning.
@@ -440,8 +515,17 @@ buffer::glyphs shape_glyphs(log::log const& log,
             g.pos_x_advance = 0;
             g.pos_y_advance = 0;
         }
+    }
+    // Invisible characters show as the font's space, taking no room; they keep no characters, so that the
+    // space glyph stands for a space in copied text.
+    auto const space = font_data::char_to_glyph(font, U' ');
+    for (auto& g : glyphs) {
         if (g.info_chars.size() == 1 && default_ignorable(g.info_chars[0])) {
             g.pos_x_advance = 0;
+            if (space != 0) {
+                g.info_glyph = space;
+                g.info_chars.clear();
+            }
         }
     }
     for (std::size_t i = 0; i < glyphs.size(); ++i) {
