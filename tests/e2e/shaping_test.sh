@@ -76,4 +76,19 @@ expect_eq "every font has ToUnicode" "$(echo "$fonts" | tail -n +3 | awk '$(NF-2
 ar=$(pdftotext -f 3 -l 3 t.pdf - | tr -d '\n\f ')
 expect_contains "Arabic text" "$ar" "عليكم"
 
+# A Hindi paragraph: reordered vowel signs, conjuncts, reph and nukta come back as typed.
+cat >hi.html <<'HTML'
+<!DOCTYPE html><html><head><style>body { font: 14pt "Noto Sans Devanagari" }</style></head><body>
+<p lang="hi">हिन्दी भारत की राजभाषा है। किताब पढ़ना अच्छी आदत है। धर्म और कर्म का ज्ञान विद्यालय में मिलता है।
+प्रधानमंत्री ने स्वतंत्रता दिवस पर राष्ट्र को संबोधित किया।</p>
+</body></html>
+HTML
+timeout 60 "$VELLUM" hi.html -o hi.pdf 2>hi.err
+expect_eq "Hindi status" "$?" 0
+qpdf_clean "Hindi" hi.pdf
+hi=$(pdftotext hi.pdf - | tr '\n' ' ')
+for word in हिन्दी किताब पढ़ना धर्म कर्म ज्ञान विद्यालय में प्रधानमंत्री स्वतंत्रता राष्ट्र संबोधित किया; do
+    expect_contains "Hindi text in logical order: $word" "$hi" "$word"
+done
+
 finish

@@ -258,9 +258,18 @@ std::optional<fit> fit_graphemes(
         return fit{.fit_first = {graphemes.begin(), graphemes.end()},
                    .fit_width = ends.empty() ? 0 : ends.back()};
     }
-    // Walk back from the grapheme that overflows to a place where a cluster ends.
+    // Walk back from the grapheme that overflows to a place where a cluster ends, and not inside a
+    // reordered cluster.
+    std::vector<bool> inside(graphemes.size() + 1, false);
+    for (std::size_t i = 0; i < graphemes.size(); ++i) {
+        if (auto const& c = graphemes[i].grapheme_cluster) {
+            for (std::size_t k = i + 1; k < std::min<std::size_t>(graphemes.size(), i + c->cluster_graphemes); ++k) {
+                inside[k] = true;
+            }
+        }
+    }
     for (std::size_t cut = *overflow; cut > 0; --cut) {
-        if (may_cut_between(graphemes[cut - 1], graphemes[cut])) {
+        if (!inside[cut] && may_cut_between(graphemes[cut - 1], graphemes[cut])) {
             return fit{.fit_first = {graphemes.begin(), graphemes.begin() + std::ptrdiff_t(cut)},
                        .fit_rest = {graphemes.begin() + std::ptrdiff_t(cut), graphemes.end()},
                        .fit_width = ends[cut - 1]};

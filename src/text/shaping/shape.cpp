@@ -563,9 +563,49 @@ std::vector<fonts::grapheme> shape_font_run(log::log const& log,
         at_x[i] = pen + glyphs[i].pos_x_offset;
         pen += glyphs[i].pos_x_advance;
     }
+    // Reordered or combined Indic syllables keep their text in logical order for copying.
+    std::u32string original;
+    for (auto const& r : raw) {
+        original += r.raw_glyph_unicodes.empty() ? std::u32string(1, U'\uFFFD') : r.raw_glyph_unicodes;
+    }
+    std::vector<std::size_t> starts;
+    std::vector<std::shared_ptr<fonts::cluster_text>> clusters;
+    std::vector<std::uint16_t> syllable_of;
+    bool const track = model_of(request.run_script) == model::indic && !rtl && original.size() == raw.size();
+    auto open_cluster = [&](std::size_t i) {
+        if (!track || glyphs[i].info_syllable == 0 || (i > 0 && glyphs[i - 1].info_syllable == glyphs[i].info_syllable)) {
+            return;
+        }
+        // Syllables cover the text in order, so a syllable's characters run up to where the next starts.
+        std::size_t j = i;
+        std::uint32_t low = glyphs[i].info_cluster;
+        std::u32string shown;
+        bool combined = false;
+        while (j < glyphs.size() && glyphs[j].info_syllable == glyphs[i].info_syllable) {
+            low = std::min(low, glyphs[j].info_cluster);
+            shown += glyphs[j].info_chars;
+            combined = combined || glyphs[j].info_chars.size() != 1;
+            ++j;
+        }
+        // Text extraction keeps glyph order, and tools often drop the signs of a glyph that stands for a
+        // consonant with its signs: such syllables carry their text too.
+        std::uint32_t high = std::uint32_t(original.size());
+        for (std::size_t k = j; k < glyphs.size() && glyphs[k].info_syllable == glyphs[j].info_syllable; ++k) {
+            high = std::min(high, glyphs[k].info_cluster);
+        }
+        if (high <= low) {
+            return;
+        }
+        std::u32string const logical = original.substr(low, high - low);
+        if (shown != logical || combined) {
+            clusters.push_back(std::make_shared<fonts::cluster_text>(fonts::cluster_text{.cluster_chars = logical}));
+            starts.push_back(out.size());
+        }
+    };
     std::size_t base = 0;
     for (std::size_t i = 0; i < glyphs.size(); ++i) {
         auto const& g = glyphs[i];
+        open_cluster(i);
         fonts::raw_glyph const r{.raw_glyph_font_ref = font_ref,
                                  .raw_glyph_unicodes = g.info_chars,
                                  .raw_glyph_index = g.info_glyph,
@@ -591,6 +631,7 @@ std::vector<fonts::grapheme> shape_font_run(log::log const& log,
             continue;
         }
         base = i;
+        syllable_of.push_back(g.info_syllable);
         fonts::grapheme gr{.base_glyph = fonts::make_glyph(r)};
         if (g.pos_x_offset != 0 || g.pos_y_offset != 0) {
             gr.grapheme_place = fonts::distance{float(g.pos_x_offset) / upem, float(g.pos_y_offset) / upem};
@@ -599,6 +640,14 @@ std::vector<fonts::grapheme> shape_font_run(log::log const& log,
             gr.grapheme_kerning = float(g.pos_x_advance - nominal) / upem;
         }
         out.push_back(std::move(gr));
+    }
+    for (std::size_t k = 0; k < clusters.size(); ++k) {
+        std::size_t stop = starts[k] + 1;
+        while (stop < out.size() && syllable_of[stop] == syllable_of[starts[k]]) {
+            ++stop;
+        }
+        clusters[k]->cluster_graphemes = std::uint32_t(stop - starts[k]);
+        out[starts[k]].grapheme_cluster = clusters[k];
     }
     return out;
 }
