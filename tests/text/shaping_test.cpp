@@ -170,4 +170,88 @@ TEST(shaping, agrees_with_the_reference_shaper) {
     }
 }
 
+TEST(shaping, checked_reads_end_with_the_accessor_message) {
+    std::vector<std::uint8_t> const bytes{0, 1, 0, 2, 0xFF};
+    opentype::layout::data const d(bytes);
+    EXPECT_EQ(opentype::layout::get_uint16(d, 2), 2);
+    auto message = [&](auto&& f) {
+        try {
+            f();
+        } catch (internal_error const& e) {
+            return std::string(e.what());
+        }
+        return std::string("no error");
+    };
+    EXPECT_EQ(message([&] { (void)opentype::layout::get_uint16(d, 4); }), "get_uint16: offset out of bounds");
+    EXPECT_EQ(message([&] { (void)opentype::layout::get_uint16(d, 1); }), "get_uint16: unaligned offset");
+    EXPECT_EQ(message([&] { (void)opentype::layout::get_uint32(d, 2); }), "get_uint32: offset out of bounds");
+    EXPECT_EQ(message([&] { (void)opentype::layout::add_offset(d, 0, 0); }), "add_offset: zero offset");
+    EXPECT_EQ(message([&] { (void)opentype::layout::add_offset(d, 2, 3); }), "add_offset: out of bounds");
+}
+
+TEST(shaping, coverage_and_classes_in_both_formats) {
+    // Coverage format 1 (glyphs 5, 9, 12), then format 2 (10-19 from index 0, 30-31 from 10), then a
+    // class definition format 1 (glyphs 7-9: classes 1, 0, 2) and format 2 (20-29: class 3).
+    std::vector<std::uint8_t> const bytes{
+        0, 1, 0, 3, 0, 5,  0, 9, 0, 12,                                 // at 0
+        0, 2, 0, 2, 0, 10, 0, 19, 0, 0, 0, 30, 0, 31, 0, 10,           // at 10
+        0, 1, 0, 7, 0, 3,  0, 1, 0, 0, 0, 2,                           // at 26
+        0, 2, 0, 1, 0, 20, 0, 29, 0, 3,                                 // at 38
+    };
+    opentype::layout::data const d(bytes);
+    using opentype::layout::coverage_index;
+    EXPECT_EQ(coverage_index(d, 0, 9), 1);
+    EXPECT_EQ(coverage_index(d, 0, 12), 2);
+    EXPECT_FALSE(coverage_index(d, 0, 6));
+    EXPECT_EQ(coverage_index(d, 10, 15), 5);
+    EXPECT_EQ(coverage_index(d, 10, 31), 11);
+    EXPECT_FALSE(coverage_index(d, 10, 25));
+    using opentype::layout::class_of;
+    EXPECT_EQ(class_of(d, 26, 7), 1);
+    EXPECT_EQ(class_of(d, 26, 9), 2);
+    EXPECT_EQ(class_of(d, 26, 10), 0);
+    EXPECT_EQ(class_of(d, 38, 25), 3);
+    EXPECT_EQ(class_of(d, 38, 30), 0);
+}
+
+TEST(shaping, arabic_joining_forms) {
+    using shaping::arabic::form;
+    using shaping::arabic::joining_forms;
+    // Beh, yeh, teh: initial, medial, final.
+    EXPECT_EQ(joining_forms(U"\u0628\u064A\u062A"), (std::vector{form::init, form::medi, form::fina}));
+    // A fatha between them is passed over.
+    EXPECT_EQ(joining_forms(U"\u0628\u064E\u062A"), (std::vector{form::init, form::none, form::fina}));
+    // Alef joins only to the letter before it, so the beh after it stands alone.
+    EXPECT_EQ(joining_forms(U"\u0627\u0628"), (std::vector{form::isol, form::isol}));
+    // ZWNJ breaks the join; ZWJ makes one.
+    EXPECT_EQ(joining_forms(U"\u0628\u200C\u0628"), (std::vector{form::isol, form::none, form::isol}));
+    EXPECT_EQ(joining_forms(U"\u0628\u200D"), (std::vector{form::init, form::fina}));
+}
+
+TEST(shaping, features_add_to_the_defaults_and_can_turn_one_off) {
+    auto const font = load("/usr/share/fonts/truetype/dejavu/DejaVuSerif.ttf");
+    if (!font) {
+        GTEST_SKIP() << "DejaVu Serif is not installed";
+    }
+    auto const latn = unicode::script::script::latn;
+    auto const plain = shape_text(**font, latn, false, U"fi");
+    EXPECT_EQ(plain.find(' '), std::string::npos) << "one ligature glyph: " << plain;
+    // Another feature leaves "liga" on; "liga" 0 turns it off.
+    EXPECT_EQ(shape_text(**font, latn, false, U"fi", {{.feature_tag = "salt", .feature_param = 2}}), plain);
+    auto const off = shape_text(**font, latn, false, U"fi", {{.feature_tag = "liga", .feature_param = 0}});
+    EXPECT_NE(off.find(' '), std::string::npos) << off;
+}
+
+TEST(shaping, small_capitals_from_the_font) {
+    auto const font = load("/usr/share/fonts/truetype/noto/NotoSerif-Regular.ttf");
+    if (!font) {
+        GTEST_SKIP() << "Noto Serif is not installed";
+    }
+    auto const latn = unicode::script::script::latn;
+    EXPECT_TRUE(shaping::shape::has_substitution_feature(**font, latn, make_tag("smcp")));
+    auto const normal = shape_text(**font, latn, false, U"ab");
+    auto const small = shape_text(**font, latn, false, U"ab", {{.feature_tag = "smcp"}});
+    EXPECT_NE(normal, small);
+}
+
 } // namespace vellum

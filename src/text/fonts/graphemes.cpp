@@ -44,7 +44,28 @@ std::vector<std::u32string_view> script_runs(std::u32string_view text) {
 // One run of one script: each character mapped to its glyph (a font of the request, or a fallback that
 // has it), then each stretch of glyphs from one font shaped by that font's layout tables.
 void map_run(fonts const& db, font_req const& req, direction dir, std::u32string_view run, std::vector<grapheme>& out) {
-    bool const small_caps = req.font_req_variant == match::font_variant::small_caps;
+    script run_script = script::zyyy;
+    for (char32_t c : run) {
+        if (auto const s = unicode::script::script_of(c); !is_neutral(s)) {
+            run_script = s;
+            break;
+        }
+    }
+    bool small_caps = req.font_req_variant == match::font_variant::small_caps;
+    auto features = req.font_req_features;
+    // Small capitals from the font itself when it has them: the letters are shaped with its "smcp"
+    // feature instead of being imitated by smaller capitals.
+    if (small_caps) {
+        auto const first = std::find_if(run.begin(), run.end(), [](char32_t c) { return unicode::to_upper(c) != c; });
+        if (first != run.end()) {
+            auto const probe = char_to_glyph(db, req, *first);
+            if (shaping::shape::has_substitution_feature(*probe.raw_glyph_font_ref->used_font_data, run_script,
+                                                          opentype::reader::make_tag("smcp"))) {
+                small_caps = false;
+                features.push_back({.feature_tag = "smcp"});
+            }
+        }
+    }
     std::vector<raw_glyph> raws;
     raws.reserve(run.size());
     for (char32_t c : run) {
@@ -59,16 +80,9 @@ void map_run(fonts const& db, font_req const& req, direction dir, std::u32string
         }
         raws.push_back(std::move(raw));
     }
-    script run_script = script::zyyy;
-    for (char32_t c : run) {
-        if (auto const s = unicode::script::script_of(c); !is_neutral(s)) {
-            run_script = s;
-            break;
-        }
-    }
     shaping::shape::run_request const request{.run_direction = dir,
                                               .run_script = run_script,
-                                              .run_features = req.font_req_features,
+                                              .run_features = features,
                                               .run_kerning = req.font_req_kerning};
     std::size_t start = 0;
     for (std::size_t i = 1; i <= raws.size(); ++i) {

@@ -421,6 +421,15 @@ std::vector<tag> script_tags(script s) {
     return out;
 }
 
+bool has_substitution_feature(font_data::font_data const& font, script s, tag feature) {
+    auto const gsub = font_data::get_lazy_table(font, font_data::lazy_table::gsub);
+    if (!gsub) {
+        return false;
+    }
+    auto const sys = layout::find_script_langsys(gsub->view(), script_tags(s), 0);
+    return sys && layout::find_feature(gsub->view(), *sys, feature).has_value();
+}
+
 buffer::glyphs shape_glyphs(log::log const& log,
                             font_data::font_data const& font,
                             run_request const& request,

@@ -29,6 +29,9 @@ struct run_request {
 /// The OpenType script tags for a script, the preferred first ("dev2" before "deva").
 std::vector<opentype::reader::tag> script_tags(unicode::script::script s);
 
+/// Whether the font's GSUB table has a feature for a script (by its script record or the default one).
+bool has_substitution_feature(font_data::font_data const& font, unicode::script::script s, opentype::reader::tag feature);
+
 /// Shapes glyphs in logical order (each with its glyph number and characters) and positions them in font
 /// units, as GPOS leaves them with attachments resolved: offsets from the pen, and advances.
 buffer::glyphs shape_glyphs(log::log const& log,
