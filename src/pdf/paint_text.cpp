@@ -1,6 +1,7 @@
 #include "pdf/paint_text.hpp"
 
 #include "pdf/borders.hpp"
+#include "pdf/font_objects.hpp"
 #include "pdf/paint_color.hpp"
 #include "pdf/pdf_fonts.hpp"
 #include "text/fonts/query.hpp"
@@ -27,6 +28,9 @@ struct placed_glyph {
     double placed_size = 0;
     /// A mark, and the base after a mark, start a run of their own.
     bool placed_starts_run = false;
+    /// On the first glyph of a reordered cluster: its text, and the index past its last placed glyph.
+    fonts::cluster_text const* placed_cluster = nullptr;
+    std::size_t placed_cluster_end = 0;
 };
 
 double spacing_of(css::box::letter_word_spacing const& s) {
@@ -56,7 +60,19 @@ std::vector<placed_glyph> place(std::span<fonts::grapheme const> graphemes,
     double prev_size = size;
     double prev_y = baseline;
     bool after_mark = false;
+    // The open reordered cluster: where its first glyph went, and how many graphemes it has left.
+    std::size_t cluster_first = 0;
+    std::uint32_t cluster_left = 0;
+    auto close_cluster = [&]() {
+        out[cluster_first].placed_cluster_end = out.size();
+        cluster_left = 0;
+    };
     for (auto const& gr : graphemes) {
+        bool const opens = gr.grapheme_cluster && gr.grapheme_cluster->cluster_graphemes > 0;
+        if (cluster_left > 0 && (--cluster_left == 0 || opens)) {
+            close_cluster();
+            after_mark = true; // the next glyph starts a run of its own
+        }
         double const s = size_of(gr.base_glyph, size);
         double start = prev_end;
         double y = baseline;
@@ -75,7 +91,12 @@ std::vector<placed_glyph> place(std::span<fonts::grapheme const> graphemes,
             gx += d->distance_x * s;
             gy += d->distance_y * s;
         }
-        out.push_back({&gr.base_glyph, gx, gy, s, !gr.grapheme_marks.empty() || after_mark});
+        out.push_back({&gr.base_glyph, gx, gy, s, !gr.grapheme_marks.empty() || after_mark || opens});
+        if (opens) {
+            out.back().placed_cluster = gr.grapheme_cluster.get();
+            cluster_first = out.size() - 1;
+            cluster_left = gr.grapheme_cluster->cluster_graphemes;
+        }
         after_mark = !gr.grapheme_marks.empty();
         double const advance = gr.base_glyph.glyph_hori_advance * s;
         for (auto const& m : gr.grapheme_marks) {
@@ -105,6 +126,9 @@ std::vector<placed_glyph> place(std::span<fonts::grapheme const> graphemes,
         prev_end = end;
         prev_size = s;
         prev_y = y;
+    }
+    if (cluster_left > 0) {
+        close_cluster();
     }
     return out;
 }
@@ -174,7 +198,22 @@ void paint_placed(content::out const& o,
                   text_options const& options) {
     fonts::font_req const req = request_of(style);
     std::size_t i = 0;
+    // Glyphs of a reordered cluster are shown inside a span that gives their text in logical order, so
+    // that copied text reads as written and not in the order the glyphs stand.
+    std::size_t cluster_end = 0;
     while (i < placed.size()) {
+        if (cluster_end > 0 && i >= cluster_end) {
+            content::end_marked(o);
+            cluster_end = 0;
+        }
+        if (auto const* c = placed[i].placed_cluster) {
+            std::string text = "<FEFF";
+            for (char32_t ch : c->cluster_chars) {
+                text += font_objects::utf16_hex(ch);
+            }
+            content::begin_marked_properties(o, "Span", "<< /ActualText " + text + "> >>");
+            cluster_end = std::max(placed[i].placed_cluster_end, i + 1);
+        }
         // A run goes on while the glyphs keep the font and size, and each stands where the one before
         // leaves the text position: its advance plus the letter spacing.
         std::vector<fonts::glyph const*> run{placed[i].placed};
@@ -197,6 +236,9 @@ void paint_placed(content::out const& o,
                                              : fonts::synthesis{};
         show_run(o, g, cursor, run, placed[i], imitate);
         i = j;
+    }
+    if (cluster_end > 0) {
+        content::end_marked(o);
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include "text/font_data.hpp"
 #include "text/grapheme_boundary.hpp"
+#include "text/shaping/shape.hpp"
 #include "text/unicode.hpp"
 #include "text/unicode/script.hpp"
 
@@ -40,10 +41,33 @@ std::vector<std::u32string_view> script_runs(std::u32string_view text) {
     return runs;
 }
 
-// One run of one script. Shaping by the font's GSUB and GPOS tables would work here on each sub-run of
-// one font; this path maps each character to its glyph through the cmap and makes one grapheme of it.
-void map_run(fonts const& db, font_req const& req, std::u32string_view run, std::vector<grapheme>& out) {
-    bool const small_caps = req.font_req_variant == match::font_variant::small_caps;
+// One run of one script: each character mapped to its glyph (a font of the request, or a fallback that
+// has it), then each stretch of glyphs from one font shaped by that font's layout tables.
+void map_run(fonts const& db, font_req const& req, direction dir, std::u32string_view run, std::vector<grapheme>& out) {
+    script run_script = script::zyyy;
+    for (char32_t c : run) {
+        if (auto const s = unicode::script::script_of(c); !is_neutral(s)) {
+            run_script = s;
+            break;
+        }
+    }
+    bool small_caps = req.font_req_variant == match::font_variant::small_caps;
+    auto features = req.font_req_features;
+    // Small capitals from the font itself when it has them: the letters are shaped with its "smcp"
+    // feature instead of being imitated by smaller capitals.
+    if (small_caps) {
+        auto const first = std::find_if(run.begin(), run.end(), [](char32_t c) { return unicode::to_upper(c) != c; });
+        if (first != run.end()) {
+            auto const probe = char_to_glyph(db, req, *first);
+            if (shaping::shape::has_substitution_feature(*probe.raw_glyph_font_ref->used_font_data, run_script,
+                                                          opentype::reader::make_tag("smcp"))) {
+                small_caps = false;
+                features.push_back({.feature_tag = "smcp"});
+            }
+        }
+    }
+    std::vector<raw_glyph> raws;
+    raws.reserve(run.size());
     for (char32_t c : run) {
         raw_glyph raw;
         char32_t const upper = unicode::to_upper(c);
@@ -54,7 +78,22 @@ void map_run(fonts const& db, font_req const& req, std::u32string_view run, std:
         } else {
             raw = char_to_glyph(db, req, c);
         }
-        out.push_back(grapheme{.base_glyph = make_glyph(raw)});
+        raws.push_back(std::move(raw));
+    }
+    shaping::shape::run_request const request{.run_direction = dir,
+                                              .run_script = run_script,
+                                              .run_features = features,
+                                              .run_kerning = req.font_req_kerning};
+    std::size_t start = 0;
+    for (std::size_t i = 1; i <= raws.size(); ++i) {
+        if (i < raws.size() && raws[i].raw_glyph_font_ref == raws[start].raw_glyph_font_ref &&
+            raws[i].raw_glyph_small_caps == raws[start].raw_glyph_small_caps) {
+            continue;
+        }
+        std::vector<raw_glyph> const part(raws.begin() + std::ptrdiff_t(start), raws.begin() + std::ptrdiff_t(i));
+        auto shaped = shaping::shape::shape_font_run(db.fonts_log, request, part);
+        out.insert(out.end(), std::make_move_iterator(shaped.begin()), std::make_move_iterator(shaped.end()));
+        start = i;
     }
 }
 
@@ -166,11 +205,11 @@ glyph make_glyph(raw_glyph const& raw) {
 }
 
 std::vector<grapheme>
-text_to_graphemes(fonts const& db, font_req const& req, direction, std::u32string_view text) {
+text_to_graphemes(fonts const& db, font_req const& req, direction dir, std::u32string_view text) {
     std::vector<grapheme> out;
     out.reserve(text.size());
     for (auto run : script_runs(text)) {
-        map_run(db, req, run, out);
+        map_run(db, req, dir, run, out);
     }
     return out;
 }
@@ -233,9 +272,18 @@ std::optional<fit> fit_graphemes(
         return fit{.fit_first = {graphemes.begin(), graphemes.end()},
                    .fit_width = ends.empty() ? 0 : ends.back()};
     }
-    // Walk back from the grapheme that overflows to a place where a cluster ends.
+    // Walk back from the grapheme that overflows to a place where a cluster ends, and not inside a
+    // reordered cluster.
+    std::vector<bool> inside(graphemes.size() + 1, false);
+    for (std::size_t i = 0; i < graphemes.size(); ++i) {
+        if (auto const& c = graphemes[i].grapheme_cluster) {
+            for (std::size_t k = i + 1; k < std::min<std::size_t>(graphemes.size(), i + c->cluster_graphemes); ++k) {
+                inside[k] = true;
+            }
+        }
+    }
     for (std::size_t cut = *overflow; cut > 0; --cut) {
-        if (may_cut_between(graphemes[cut - 1], graphemes[cut])) {
+        if (!inside[cut] && may_cut_between(graphemes[cut - 1], graphemes[cut])) {
             return fit{.fit_first = {graphemes.begin(), graphemes.begin() + std::ptrdiff_t(cut)},
                        .fit_rest = {graphemes.begin() + std::ptrdiff_t(cut), graphemes.end()},
                        .fit_width = ends[cut - 1]};

@@ -64,6 +64,15 @@ struct mark {
     bool operator==(mark const&) const = default;
 };
 
+/// The characters of a cluster whose glyphs stand in another order than its characters (an Indic
+/// syllable with a vowel sign written before its consonant): the text that copying it should give.
+struct cluster_text {
+    unicode::unicodes cluster_chars;
+    /// The number of graphemes of the cluster, this one first.
+    std::uint32_t cluster_graphemes = 0;
+    bool operator==(cluster_text const&) const = default;
+};
+
 /// A base glyph with its marks: the unit that is measured, and the smallest unit a line may break.
 struct grapheme {
     glyph base_glyph;
@@ -71,7 +80,14 @@ struct grapheme {
     /// A change of the advance by kerning, in ems.
     std::optional<float> grapheme_kerning;
     std::vector<mark> grapheme_marks;
-    bool operator==(grapheme const&) const = default;
+    /// On the first grapheme of a reordered cluster; no line is broken inside the cluster.
+    std::shared_ptr<cluster_text const> grapheme_cluster;
+    bool operator==(grapheme const& other) const {
+        return base_glyph == other.base_glyph && grapheme_place == other.grapheme_place &&
+               grapheme_kerning == other.grapheme_kerning && grapheme_marks == other.grapheme_marks &&
+               (grapheme_cluster == other.grapheme_cluster ||
+                (grapheme_cluster && other.grapheme_cluster && *grapheme_cluster == *other.grapheme_cluster));
+    }
 };
 
 /// Shaped graphemes, shared: layout copies its items and boxes many times while lines are tried and

@@ -1,0 +1,94 @@
+#!/usr/bin/env bash
+# OpenType shaping through the real program: Latin ligatures, Arabic joining, Devanagari conjuncts and
+# reordering, each compared by pixels with text that spells out or forbids the shaped form.
+VELLUM=$1
+DATA=$2
+source "$DATA/lib.sh"
+cd "$work"
+
+NOTO=/usr/share/fonts/truetype/noto
+for f in /usr/share/fonts/truetype/dejavu/DejaVuSerif.ttf $NOTO/NotoNaskhArabic-Regular.ttf \
+    $NOTO/NotoSansDevanagari-Regular.ttf; do
+    if [ ! -f "$f" ]; then
+        echo "skipped: $f is not installed"
+        exit 77
+    fi
+done
+
+# Each paragraph is on a page of its own, so that pages can be compared pixel for pixel.
+page() {
+    printf '<div style="page-break-after: always; %s">%s</div>\n' "$1" "$2"
+}
+{
+    cat <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 300pt 80pt; margin: 10pt }
+body { font: 24pt "DejaVu Serif" }
+.ar { font-family: "Noto Naskh Arabic"; direction: rtl }
+.hi { font-family: "Noto Sans Devanagari" }
+</style></head><body>
+HTML
+    page "" "office waffle"                              # 1: ligatures from the font
+    page "" "o&#xFB00;ice wa&#xFB04;e"                    # 2: the ligature characters themselves
+    printf '<div class="ar" style="page-break-after: always">%s</div>\n' "عليكم سمك"       # 3: joined
+    printf '<div class="ar" style="page-break-after: always">%s</div>\n' \
+        "ع&#x200C;ل&#x200C;ي&#x200C;ك&#x200C;م س&#x200C;م&#x200C;ك"            # 4: isolated forms
+    printf '<div class="ar" style="page-break-after: always">%s</div>\n' \
+        "&#xFECB;&#xFEE0;&#xFEF4;&#xFEDC;&#xFEE2; &#xFEB3;&#xFEE4;&#xFEDA;"             # 5: presentation forms
+    printf '<div class="hi" style="page-break-after: always">%s</div>\n' "क्ष र्क कि"           # 6: shaped
+    printf '<div class="hi">%s</div>\n' "क्&#x200C;ष र्&#x200C;क क&#x200C;ि"             # 7: kept apart
+    echo '</body></html>'
+} >t.html
+
+timeout 60 "$VELLUM" t.html -o t.pdf 2>t.err
+expect_eq "status" "$?" 0
+qpdf_clean "shaping" t.pdf
+expect_eq "no warnings" "$(cat t.err)" ""
+expect_eq "pages" "$(pdfinfo t.pdf | awk '/^Pages:/ { print $2 }')" 7
+
+# Ligatures keep their characters: copied text has the letters, not the ligature characters.
+expect_contains "ligature text" "$(pdftotext -f 1 -l 1 t.pdf -)" "office waffle"
+# The ToUnicode map gives the ligature glyph its three letters "ffl".
+qpdf --qdf --object-streams=disable t.pdf qdf.pdf
+expect_contains "ffl ligature mapped to its letters" "$(tr -d ' \000' <qdf.pdf)" "<00660066006c>"
+
+pdftoppm -r 72 -gray -png t.pdf p
+same() {
+    /usr/bin/python3 - "$1" "$2" <<'PY'
+import sys
+from PIL import Image, ImageChops
+a = Image.open(sys.argv[1]).convert("L")
+b = Image.open(sys.argv[2]).convert("L")
+print("same" if a.size == b.size and ImageChops.difference(a, b).getbbox() is None else "different")
+PY
+}
+expect_eq "ffi and ffl shown as the font's ligatures" "$(same p-1.png p-2.png)" same
+expect_eq "Arabic letters joined, not isolated" "$(same p-3.png p-4.png)" different
+expect_eq "Arabic joined as the presentation forms show it" "$(same p-3.png p-5.png)" same
+expect_eq "Devanagari conjunct, reph and vowel sign formed" "$(same p-6.png p-7.png)" different
+
+# The fonts are embedded subsets with a ToUnicode map.
+fonts=$(pdffonts t.pdf)
+expect_contains "Devanagari font" "$fonts" "NotoSansDevanagari"
+expect_eq "every font has ToUnicode" "$(echo "$fonts" | tail -n +3 | awk '$(NF-2) != "yes"' | wc -l)" 0
+
+# The Arabic text comes back in its letters.
+ar=$(pdftotext -f 3 -l 3 t.pdf - | tr -d '\n\f ')
+expect_contains "Arabic text" "$ar" "عليكم"
+
+# A Hindi paragraph: reordered vowel signs, conjuncts, reph and nukta come back as typed.
+cat >hi.html <<'HTML'
+<!DOCTYPE html><html><head><style>body { font: 14pt "Noto Sans Devanagari" }</style></head><body>
+<p lang="hi">हिन्दी भारत की राजभाषा है। किताब पढ़ना अच्छी आदत है। धर्म और कर्म का ज्ञान विद्यालय में मिलता है।
+प्रधानमंत्री ने स्वतंत्रता दिवस पर राष्ट्र को संबोधित किया।</p>
+</body></html>
+HTML
+timeout 60 "$VELLUM" hi.html -o hi.pdf 2>hi.err
+expect_eq "Hindi status" "$?" 0
+qpdf_clean "Hindi" hi.pdf
+hi=$(pdftotext hi.pdf - | tr '\n' ' ')
+for word in हिन्दी किताब पढ़ना धर्म कर्म ज्ञान विद्यालय में प्रधानमंत्री स्वतंत्रता राष्ट्र संबोधित किया; do
+    expect_contains "Hindi text in logical order: $word" "$hi" "$word"
+done
+
+finish
