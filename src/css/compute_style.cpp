@@ -276,7 +276,7 @@ struct computer {
                 [&](units::length const& l) {
                     return std::max(0.0f, units::to_points(l, {pfs, dpi}));
                 },
-                [&](units::percentage const& p) { return std::max(0.0f, pfs * p.percentage_value / 100); },
+                [&](units::percentage const& p) { return std::max(0.0f, units::percent_of(p, pfs)); },
             },
             s);
     }
@@ -829,7 +829,7 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
                                   [](box::vertical_align_kind k) -> box::vertical_align { return k; },
                                   [&](units::length const& l) -> box::vertical_align { return c.pts(l); },
                                   [&](units::percentage const& p) -> box::vertical_align {
-                                      return line * p.percentage_value / 100;
+                                      return units::percent_of(p, line);
                                   },
                               },
                               v);

@@ -6,6 +6,7 @@
 #include "driver/pack_loop.hpp"
 #include "driver/pdf_rules.hpp"
 #include "image/images.hpp"
+#include "svg/file.hpp"
 #include "pack/pack.hpp"
 #include "pdf/bookmarks.hpp"
 #include "pdf/paint_color.hpp"
@@ -568,6 +569,8 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
     std::vector<loaded_document> docs;
     // Each image is read once for the whole run, however many documents and pages show it.
     images::images image_table(engine.engine_loader);
+    image_table.read_svg = svg::file::svg_file_reader(engine.engine_loader, &image_table);
+    image_table.svg_fonts = &engine.engine_fonts;
     {
         // The prefetch threads run while documents load and boxes are made; then all fetching is
         // synchronous.

@@ -1,6 +1,7 @@
 #include "image/images.hpp"
 
 #include <algorithm>
+#include <cmath>
 #include <charconv>
 
 namespace vellum::images {
@@ -48,10 +49,17 @@ bool svg_name(std::string_view path) {
     return path.ends_with(".svg") || path.ends_with(".SVG") || path.ends_with(".svgz");
 }
 
-// Reads an image's header. SVG images are documents, not bitmaps, and are refused with their own
-// message.
-result<std::pair<image::image_external, image::image_info>>
-load_image_info(log::log const& log, resource::loader::loader const& l, resource::locator::locator const& url) {
+// The table's entry data of a drawing: its size in whole CSS pixels, which layout counts at 96 dpi.
+image::image_info svg_info(svg_loaded const& d) {
+    return image::image_info{.image_width = std::max(1, static_cast<int>(std::lround(d.loaded_width))),
+                             .image_height = std::max(1, static_cast<int>(std::lround(d.loaded_height)))};
+}
+
+// Reads an image's header, or an SVG image whole through the SVG reader.
+result<std::pair<image_source, image::image_info>> load_image_info(log::log const& log,
+                                                                    resource::loader::loader const& l,
+                                                                    resource::locator::locator const& url,
+                                                                    svg_reader const& read_svg) {
     auto loaded = load_bytes(log, l, url);
     if (!loaded) {
         return fail(loaded.error());
@@ -59,12 +67,22 @@ load_image_info(log::log const& log, resource::loader::loader const& l, resource
     if (loaded->data.empty()) {
         return fail("empty image file");
     }
+    auto const as_svg = [&]() -> result<std::pair<image_source, image::image_info>> {
+        if (!read_svg) {
+            return fail("SVG images are not supported in this run");
+        }
+        auto drawing = read_svg(log, loaded->data, url);
+        if (!drawing) {
+            return fail(drawing.error());
+        }
+        return std::pair{image_source{svg_image{drawing->loaded_block}}, svg_info(*drawing)};
+    };
     std::optional<resource::image_format> presumed;
     auto const path = path_of(url);
     if (loaded->mimetype) {
         auto const& m = *loaded->mimetype;
         if (m == "image/svg+xml" || m == "image/svg-xml") {
-            return fail("SVG images are not supported yet");
+            return as_svg();
         }
         presumed = image::format_of_mimetype(m);
         if (!presumed && m.starts_with("image/")) {
@@ -75,10 +93,13 @@ load_image_info(log::log const& log, resource::loader::loader const& l, resource
     if (!presumed) {
         presumed = image::format_of_extension(path);
     }
+    if (!presumed && (svg_name(path) || image::looks_like_svg(loaded->data))) {
+        return as_svg();
+    }
     auto header = image::read_any_header(loaded->data, presumed, true);
     if (!header) {
         if (svg_name(path) || image::looks_like_svg(loaded->data)) {
-            return fail("SVG images are not supported yet");
+            return as_svg();
         }
         return fail(header.error());
     }
@@ -86,7 +107,7 @@ load_image_info(log::log const& log, resource::loader::loader const& l, resource
     if (!loaded->rereadable) {
         ext.image_bytes = loaded->data;
     }
-    return std::pair{std::move(ext), header->second};
+    return std::pair{image_source{external_image{std::move(ext)}}, header->second};
 }
 
 } // namespace
@@ -120,22 +141,25 @@ images::get_image_id(log::log const& log, resource::locator::locator const& url,
         }
         return *found->second;
     }
-    auto info = load_image_info(log, *table_loader, url);
+    auto info = load_image_info(log, *table_loader, url, read_svg);
     if (!info) {
-        if (info.error().starts_with("SVG images")) {
-            // One word for the whole run: SVG images wait for SVG support as a kind.
-            log::log_warning_once(log, "SVG images are not supported yet: their alternative content is shown");
-        } else {
-            log::log_file_message(log, log::level::warning, key.first, info.error());
-        }
+        log::log_file_message(log, log::level::warning, key.first, info.error());
         remote_cache.emplace(key, std::nullopt);
         return fail(info.error());
     }
     auto id = share(image_id{.image_name = "Im" + std::to_string(next_image++),
                              .image_info = info->second,
-                             .image_source = external_image{std::move(info->first)},
+                             .image_source = std::move(info->first),
                              .image_magic = magic});
     remote_cache.emplace(key, id);
+    table_order.push_back(id);
+    return id;
+}
+
+ref<image_id> images::add_svg(svg_loaded const& drawing) {
+    auto id = share(image_id{.image_name = "Im" + std::to_string(next_image++),
+                             .image_info = svg_info(drawing),
+                             .image_source = svg_image{drawing.loaded_block}});
     table_order.push_back(id);
     return id;
 }
@@ -190,6 +214,9 @@ result<image::image> images::read_image(log::log const& log, image_id const& id)
                                   data = loaded->data;
                               }
                               return image::decode_image(*data, ex.external.image_format, id.image_magic.jpeg_quality);
+                          },
+                          [](svg_image const&) -> result<image::image> {
+                              return fail("an SVG drawing has no pixels");
                           },
                       },
                       id.image_source);

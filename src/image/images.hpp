@@ -14,6 +14,14 @@
 #include <variant>
 #include <vector>
 
+namespace vellum::svg {
+struct svg_block;
+} // namespace vellum::svg
+
+namespace vellum::fonts {
+struct fonts;
+} // namespace vellum::fonts
+
 namespace vellum::images {
 
 /// An image the program made itself (canvas output): four bytes a pixel, RGBA.
@@ -29,7 +37,24 @@ struct external_image {
     bool operator==(external_image const&) const = default;
 };
 
-using image_source = std::variant<internal_image, external_image>;
+/// A drawing: an SVG file, or an svg element of a document. It goes into the PDF as a form.
+struct svg_image {
+    ref<svg::svg_block> svg_image_block;
+    bool operator==(svg_image const&) const = default;
+};
+
+/// What the SVG reader makes of a file: the drawing and its size in CSS pixels.
+struct svg_loaded {
+    ref<svg::svg_block> loaded_block;
+    double loaded_width = 0;
+    double loaded_height = 0;
+};
+
+/// Reads an SVG file's bytes into a drawing; a failure comes back with its message.
+using svg_reader = std::function<result<svg_loaded>(log::log const&, bytes::bytes const&,
+                                                    resource::locator::locator const&)>;
+
+using image_source = std::variant<internal_image, external_image, svg_image>;
 
 /// What `-vellum-image-magic` asks of an image.
 struct image_magic {
@@ -62,6 +87,9 @@ public:
     [[nodiscard]] result<ref<image_id>>
     get_image_id(log::log const& log, resource::locator::locator const& url, image_magic magic = {});
 
+    /// An entry for a drawing made from an svg element of a document: a new name each time.
+    ref<image_id> add_svg(svg_loaded const& drawing);
+
     /// Every image handed out, in the order of their names.
     std::vector<ref<image_id>> all_images() const;
 
@@ -77,6 +105,12 @@ public:
         resolve_css_url = [](std::string const&, std::string const&) {
             return std::optional<resource::locator::locator>{};
         };
+
+    /// Reads SVG files; set by the engine, as the SVG reader sits above the image table. Without it an
+    /// SVG image fails with a warning.
+    svg_reader read_svg;
+    /// The fonts that the text of drawings is shaped with; set by the engine with the reader.
+    fonts::fonts const* svg_fonts = nullptr;
 
 private:
     resource::loader::loader const* table_loader;

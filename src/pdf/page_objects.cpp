@@ -3,6 +3,7 @@
 #include "css/styledom/sheets.hpp"
 #include "image/icc.hpp"
 #include "pdf/content.hpp"
+#include "pdf/paint_svg.hpp"
 
 #include <algorithm>
 
@@ -254,6 +255,23 @@ std::optional<ref> page_objects::ref_of(writer& w, resource_kind kind, std::stri
 
 void page_objects::write_all(log::log const& log, writer& w, bool compress) {
     stream_filter const filter = compress ? stream_filter::deflate : stream_filter::as_is;
+    // Drawings first: painting them names the gradients' forms and the images they show.
+    std::vector<std::pair<std::string, vellum::ref<images::image_id>>> drawings;
+    for (auto const& [image_name, id] : image_ids) {
+        if (std::holds_alternative<images::svg_image>(id->image_source)) {
+            drawings.emplace_back(image_name, id);
+        }
+    }
+    for (auto const& [image_name, id] : drawings) {
+        auto const r = ref_of(w, resource_kind::xobject, image_name);
+        auto& e = images_out[image_name];
+        if (!r || e.written) {
+            continue;
+        }
+        e.written = true;
+        paint_svg::write_svg_form(log, w, *r, *std::get<images::svg_image>(id->image_source).svg_image_block, *this,
+                                  compress);
+    }
     // Forms, with the patterns and shadings they paint; their images are reserved here and written below.
     for (auto const& [form, form_name] : forms) {
         auto found = forms_out.find(form_name);

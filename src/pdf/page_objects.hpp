@@ -101,6 +101,9 @@ public:
     /// that no rule defines prints black on screen.
     std::map<std::string, color::color> spot_alternates;
 
+    /// The objects of the document's fonts by id, for the text that drawings show.
+    std::map<int, ref> font_refs;
+
     /// The number of a named object, reserved the first time; nothing for a name never handed out.
     std::optional<ref> ref_of(writer& w, resource_kind kind, std::string const& name);
 

@@ -531,6 +531,7 @@ void write_pdf_document(log::log const& log, bulkio::output::output out, pdf_doc
                    allowed(&profile::profile_rules::link_annotations_allowed), doc.page_objects.get());
     }
     if (doc.page_objects) {
+        doc.page_objects->font_refs = font_refs;
         doc.page_objects->write_all(log, w, options.compress);
     }
     for (auto const& [id, r] : font_refs) {

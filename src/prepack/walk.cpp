@@ -8,6 +8,8 @@
 #include "prepack/generated.hpp"
 #include "prepack/targets.hpp"
 #include "prepack/text.hpp"
+#include "svg/build.hpp"
+#include "svg/svg.hpp"
 #include "text/unicode.hpp"
 #include "util/cell.hpp"
 #include "util/ref.hpp"
@@ -695,6 +697,26 @@ struct walker {
         return out;
     }
 
+    // An svg element in the document: its drawing, built now, is a replaced element like an image.
+    replaced_result inline_svg(dom::element_ref const& e) {
+        replaced_result out{.alt = ""};
+        if (!image_table) {
+            warn_once("images are not loaded in this run: SVG drawings are left out");
+            return out;
+        }
+        auto drawing = svg::build::make_svg_block(
+            log, e,
+            svg::build::build_env{.env_source = resource::locator::locator_to_string(doc_url),
+                                  .env_images = image_table,
+                                  .env_fonts = image_table->svg_fonts});
+        images::svg_loaded loaded{.loaded_width = drawing.viewport_width, .loaded_height = drawing.viewport_height};
+        loaded.loaded_block = share(std::move(drawing));
+        out.loaded = block{.block_content = bcontent_image{image_table->add_svg(loaded)},
+                           .block_style = dom::get_style_info(e->dom_element_style_info.get()).style_info_style,
+                           .block_type = type_anonymous{}};
+        return out;
+    }
+
     static std::string lower_ascii(std::string text) {
         std::transform(text.begin(), text.end(), text.begin(),
                        [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
@@ -779,7 +801,8 @@ struct walker {
         }
         // An image element that shows its image is an atomic box; one that cannot shows its
         // alternative: the alt text of img, the content of object.
-        auto const replaced = replaced_image(*e, info);
+        auto const replaced = svg::build::is_svg_name(e->dom_element_name, "svg") ? std::optional(inline_svg(e))
+                                                                                  : replaced_image(*e, info);
         std::optional<std::string> alt_text;
         if (replaced && !replaced->loaded) {
             alt_text = replaced->alt;

@@ -70,10 +70,17 @@ bool absent_or_lower_equals(std::optional<std::string> const& value, std::string
     return !value || css::lexer::ascii_lower(*value) == wanted;
 }
 
+// A style element of SVG content, which holds CSS as HTML's does.
+bool is_svg_style(xml::name const& n) {
+    auto const* q = std::get_if<xml::qualified_name>(&n);
+    return q && std::holds_alternative<xml::xmlns_svg>(q->namespace_uri) && q->local == "style";
+}
+
 // Style and link elements in document order; the walk doesn't enter them.
 template <class F>
 void for_each_style_element(dom::dom_element const& e, F const& f) {
-    if (tree::is_html_name(e.dom_element_name, "style") || tree::is_html_name(e.dom_element_name, "link")) {
+    if (tree::is_html_name(e.dom_element_name, "style") || tree::is_html_name(e.dom_element_name, "link") ||
+        is_svg_style(e.dom_element_name)) {
         f(e);
         return;
     }
@@ -348,7 +355,7 @@ collected read_sheets(log::log const& log, loader const& l, dom::dom_document co
         }
         for_each_style_element(doc, [&](dom::dom_element const& el) {
             auto const base = dom::element_base(el);
-            if (tree::is_html_name(el.dom_element_name, "style")) {
+            if (tree::is_html_name(el.dom_element_name, "style") || is_svg_style(el.dom_element_name)) {
                 if (!absent_or_lower_equals(tree::plain_attribute(el, "type"), "text/css")) {
                     return;
                 }

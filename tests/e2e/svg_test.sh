@@ -1,0 +1,111 @@
+#!/usr/bin/env bash
+# SVG drawings: inline svg elements and SVG files (img, object, background-image, content: url()) are
+# painted as vector forms at their place and size, with gradients, clip paths, group opacity and text
+# in the document's fonts; a broken drawing warns and the run goes on.
+VELLUM=$1
+DATA=$2
+source "$DATA/lib.sh"
+cd "$work"
+PY=/usr/bin/python3
+if ! $PY -c 'import PIL' 2>/dev/null; then
+    echo "python3-pil is missing" >&2
+    exit 77
+fi
+
+# pixel FILE X Y: the colour at a pixel, as "r g b".
+pixel() {
+    $PY - "$@" <<'PY'
+import sys
+from PIL import Image
+im = Image.open(sys.argv[1]).convert("RGB")
+print(*im.getpixel((int(sys.argv[2]), int(sys.argv[3]))))
+PY
+}
+
+# is_color "r g b" R G B: within 40 of each channel.
+is_color() {
+    $PY - "$1" "$2" "$3" "$4" <<'PY'
+import sys
+got = [int(v) for v in sys.argv[1].split()]
+want = [int(v) for v in sys.argv[2:5]]
+print("yes" if all(abs(a - b) <= 40 for a, b in zip(got, want)) else "no: %s" % sys.argv[1])
+PY
+}
+
+cat >blue.svg <<'SVG'
+<?xml version="1.0"?>
+<!DOCTYPE svg PUBLIC "-//W3C//DTD SVG 1.1//EN" "http://www.w3.org/Graphics/SVG/1.1/DTD/svg11.dtd">
+<svg xmlns="http://www.w3.org/2000/svg" width="40" height="40" viewBox="0 0 4 4">
+  <style>.b { fill: rgb(0, 0, 255) }</style>
+  <rect class="b" width="4" height="4"/>
+</svg>
+SVG
+printf '<svg xmlns="http://www.w3.org/2000/svg"><rect width="1"' >broken.svg
+
+# A 200pt page without margins: at 72 dpi a pixel is a point, and a CSS pixel 0.75pt.
+cat >inline.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 200pt 200pt; margin: 0 } body { margin: 0; font: 10pt "DejaVu Sans" }
+svg, img { display: block }
+</style></head><body>
+<svg width="200" height="100">
+  <defs>
+    <linearGradient id="g"><stop offset="0" stop-color="#f00"/><stop offset="1" stop-color="#00f"/></linearGradient>
+    <clipPath id="c"><circle cx="180" cy="40" r="10"/></clipPath>
+  </defs>
+  <rect x="20" y="20" width="40" height="40" fill="red"/>
+  <rect x="80" y="20" width="60" height="40" fill="url(#g)"/>
+  <rect x="160" y="20" width="40" height="40" fill="lime" clip-path="url(#c)"/>
+  <text x="20" y="90" font-family="DejaVu Sans" font-size="12">Chart label</text>
+  <path d="M 0 0 L 10"/>
+</svg>
+<img src="blue.svg" style="width: 40pt; height: 40pt">
+<img src="broken.svg" alt="broken drawing">
+</body></html>
+HTML
+timeout 60 "$VELLUM" inline.html -o inline.pdf 2>inline.err
+expect_eq "inline: status" "$?" 0
+qpdf_clean "inline" inline.pdf
+pdftoppm -r 72 -png inline.pdf inline
+expect_eq "red rect inside" "$(is_color "$(pixel inline-1.png 30 30)" 255 0 0)" yes
+expect_eq "red rect ends at 45pt" "$(is_color "$(pixel inline-1.png 47 30)" 255 255 255)" yes
+expect_eq "nothing above the rect" "$(is_color "$(pixel inline-1.png 30 12)" 255 255 255)" yes
+expect_eq "gradient starts red" "$(is_color "$(pixel inline-1.png 62 30)" 245 0 10)" yes
+expect_eq "gradient ends blue" "$(is_color "$(pixel inline-1.png 103 30)" 10 0 245)" yes
+expect_eq "clip path keeps the circle" "$(is_color "$(pixel inline-1.png 135 30)" 0 255 0)" yes
+expect_eq "clip path cuts the corner" "$(is_color "$(pixel inline-1.png 122 17)" 255 255 255)" yes
+expect_contains "svg text is extractable" "$(pdftotext inline.pdf -)" "Chart label"
+expect_contains "svg text in the document's font" "$(pdffonts inline.pdf)" "DejaVuSans"
+# The img's drawing: 40pt square below the 75pt-high inline drawing.
+expect_eq "img svg drawn" "$(is_color "$(pixel inline-1.png 20 95)" 0 0 255)" yes
+expect_eq "img svg sized by CSS" "$(is_color "$(pixel inline-1.png 45 95)" 255 255 255)" yes
+expect_contains "bad path data warns" "$(cat inline.err)" "svg: path: command L/l: (x, y)+ required."
+expect_contains "broken file warns" "$(cat inline.err)" "broken.svg"
+expect_contains "broken file shows its alt text" "$(pdftotext inline.pdf -)" "broken drawing"
+
+# An SVG file shown many times is written once; as background, content and object it shows as well.
+cat >files.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 200pt 200pt; margin: 0 } body { margin: 0 }
+div.bg { width: 60pt; height: 30pt; background: url(blue.svg) no-repeat; background-size: 30pt 30pt }
+p.c::before { content: url(blue.svg) }
+p { margin: 0 }
+</style></head><body>
+<div class="bg"></div>
+<p class="c"></p>
+<object data="blue.svg" style="display: block; width: 30pt; height: 30pt"></object>
+<p><img src="blue.svg" style="width: 10pt"><img src="blue.svg" style="width: 10pt"></p>
+</body></html>
+HTML
+timeout 60 "$VELLUM" files.html -o files.pdf 2>files.err
+expect_eq "files: status" "$?" 0
+qpdf_clean "files" files.pdf
+expect_eq "files: no warnings" "$(cat files.err)" ""
+pdftoppm -r 72 -png files.pdf files
+expect_eq "background drawing" "$(is_color "$(pixel files-1.png 15 15)" 0 0 255)" yes
+expect_eq "background not repeated" "$(is_color "$(pixel files-1.png 45 15)" 255 255 255)" yes
+# The drawing's form is the only object whose box is the file's 40 by 40 pixels.
+bboxes=$(qpdf --qdf --object-streams=disable files.pdf - | tr -s ' \n' ' ' | grep -a -o '/BBox \[ 0[.0]* 0[.0]* 40[.0]* 40[.0]* \]' | wc -l)
+expect_eq "one form for the file" "$bboxes" 1
+
+finish
