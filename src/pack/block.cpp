@@ -6,6 +6,7 @@
 #include "pack/columns.hpp"
 #include "pack/floats.hpp"
 #include "pack/para_main.hpp"
+#include "pack/positioned.hpp"
 #include "pack/table_pack.hpp"
 #include "util/ref.hpp"
 #include "util/result.hpp"
@@ -398,6 +399,7 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
     auto const& s = *b.block_style;
     float const container_width = areas::width_of(a.container);
     auto used = css::used_style::used_style_of(s, container_width, std::nullopt);
+    std::size_t const abs_from = info.accum.abs_blocks.size();
     // A replaced image has the size of its picture; its box is never split.
     std::optional<util::size::size> image_size;
     if (auto const* img = std::get_if<prepack::bcontent_image>(&b.block_content); img && img->image) {
@@ -737,6 +739,12 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
         .box_used_style = used,
         .box_type = b.block_type,
     };
+    // The absolutely positioned boxes met inside a positioned box are placed against its padding box.
+    // A box packed away from its place and moved there later (a float, an inline block, a table cell,
+    // a margin box) holds those met inside it too, as their static positions move with it.
+    if (positioned::is_positioned(s) || !std::holds_alternative<inflow_block>(type)) {
+        positioned::hang_inner(c.info, abs_from, out);
+    }
     // A relatively positioned box moves by its offsets with no effect on the flow.
     if (auto const* o = std::get_if<css::used_style::used_offsets>(&used.used_offsets);
         o && s.bit_props.bit_props_position == css::box::position{css::box::position_kind::relative}) {

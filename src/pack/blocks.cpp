@@ -2,6 +2,7 @@
 
 #include "pack/floats.hpp"
 #include "pack/multicol.hpp"
+#include "pack/positioned.hpp"
 #include "pack/spans_to_knuth.hpp"
 
 #include "util/ref.hpp"
@@ -99,6 +100,10 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
     prepack::block_list remain;
     // Whether a block at `i` was refused whole, so that the break falls in front of it.
     std::optional<std::size_t> refused_at;
+    // The absolutely positioned blocks met, with their place in the list and their static position;
+    // those in front of the break are this page's.
+    std::vector<std::pair<std::size_t, std::pair<prepack::block, util::pos::pos>>> absolutes;
+    std::size_t cut = blocks.size();
 
     auto restore = [&](std::size_t keep) {
         if (keep == 0) {
@@ -129,6 +134,15 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
         }
         auto const& b = merged_at == i ? *merged : blocks[i];
         multicol::note_column_stuff(info.general.log, *b.block_style, info.general.column_id.has_value());
+        // Absolutely positioned blocks leave the flow where they stand: placed once their containing
+        // block is known. Fixed ones are the page's, on every page.
+        if (is_original(b) && positioned::is_out_of_flow(*b.block_style)) {
+            if (!positioned::is_fixed(*b.block_style)) {
+                util::pos::pos const at{cur_areas.container.left, flow_top(cur_areas, cur_gap)};
+                absolutes.push_back({i, {b, at}});
+            }
+            continue;
+        }
         // The footnotes called so far have taken room from the foot of the page.
         cur_areas = above_footnotes(cur_info, std::move(cur_areas));
         // A forced break in front of a block ends the walk, unless nothing has been placed on this
@@ -138,13 +152,15 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
         bool const at_top = max_area && stack.empty();
         if (is_original(b) && block::is_forced(break_before(b)) && !at_top) {
             forced = break_before(b);
-            remain = blocks.suffix(list_start(i));
+            cut = list_start(i);
+            remain = blocks.suffix(cut);
             break;
         }
         if (is_original(b) && !at_top && column_break(b.block_style->bit_props.bit_props_column_break_before, cur_info)) {
             forced = page_break::always;
             forced_column = true;
-            remain = blocks.suffix(list_start(i));
+            cut = list_start(i);
+            remain = blocks.suffix(cut);
             break;
         }
         // Inside columns, a float to the top of a column is set aside for the columns, which place it;
@@ -201,7 +217,8 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
             // A forced break in front of the block's first child falls in front of the block.
             forced = r.out_forced_break;
             forced_column = r.out_column_break;
-            remain = blocks.suffix(list_start(i));
+            cut = list_start(i);
+            remain = blocks.suffix(cut);
             break;
         }
         if (std::holds_alternative<block::none>(r.res) ||
@@ -229,17 +246,20 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
             std::vector<prepack::block> head;
             head.push_back(std::move(*p.b_remain_portion));
             remain = prepack::block_list(std::move(head), blocks, i + 1);
+            cut = i;
             break;
         }
         if (block::is_forced(break_after(b)) && i + 1 < blocks.size()) {
             forced = break_after(b);
-            remain = blocks.suffix(i + 1);
+            cut = i + 1;
+            remain = blocks.suffix(cut);
             break;
         }
         if (column_break(b.block_style->bit_props.bit_props_column_break_after, cur_info) && i + 1 < blocks.size()) {
             forced = page_break::always;
             forced_column = true;
-            remain = blocks.suffix(i + 1);
+            cut = i + 1;
+            remain = blocks.suffix(cut);
             break;
         }
     }
@@ -268,6 +288,7 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
         std::size_t const from = list_start(keep < stack.size() ? stack[keep].index : *refused_at);
         stack.resize(keep);
         restore(keep);
+        cut = from;
         remain = blocks.suffix(from);
     }
 
@@ -279,6 +300,11 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
     out.bs_content_top_bottom = {areas.container.top, cur_areas.container.top};
     if (out.bs_packed_boxes.empty() && !out.bs_remain_portion.empty() && !forced) {
         return blocks_out{.res = none{}, .out_info = info, .out_areas = areas, .out_gap = gap};
+    }
+    for (auto& [index, entry] : absolutes) {
+        if (index < cut) {
+            cur_info.accum.abs_blocks.push_back(std::move(entry));
+        }
     }
     return blocks_out{.res = std::move(out),
                       .out_info = std::move(cur_info),

@@ -8,6 +8,7 @@
 #include "pack/margin_collapsing.hpp"
 #include "pack/page_info.hpp"
 #include "pack/paper.hpp"
+#include "pack/positioned.hpp"
 #include "pack/static.hpp"
 #include "util/result.hpp"
 
@@ -378,6 +379,8 @@ struct doc_state {
     found_places found;
     /// The footnotes, or rests of them, that go on to the next page.
     std::vector<page_footnote> footnotes_carried;
+    /// The document's fixed boxes, shown on every page.
+    std::vector<prepack::block> fixed;
 };
 
 struct page_out {
@@ -480,6 +483,9 @@ page_out pack_page(doc_state& st,
         st.footnotes_carried = carried;
     }
     info.accum.page_footnotes = nullptr;
+    if (!blank) {
+        positioned::place_on_page(info, pa.pa_body_area, st.fixed, content);
+    }
 
     // The page's counters and strings, then the margin boxes that show them.
     values_walk walk{.values = info.general.page_values, .found = &st.found, .page = &info};
@@ -689,6 +695,7 @@ pass_result pack_documents(pass_input const& in,
         st.info.general.document = doc;
         st.info.general.looked_up = looked_up;
         st.info.general.pdf_page_num = pdf_page;
+        st.fixed = positioned::fixed_blocks(*doc);
         st.totals = totals;
         st.group = group;
         pack_doc(st);

@@ -4,6 +4,7 @@
 #include "pack/floats.hpp"
 #include "pack/footnotes.hpp"
 #include "pack/para_valign.hpp"
+#include "pack/positioned.hpp"
 #include "pack/spans_to_knuth.hpp"
 #include "pack/total_fit.hpp"
 
@@ -276,14 +277,19 @@ bool next_band(run_state& s, bool& max_area) {
 }
 
 // Places a box that a line gave up as out of the flow. A float goes into the bands at the line's top;
-// false when it fits nowhere on the page. Absolute boxes inside a paragraph are left out.
+// false when it fits nowhere on the page. An absolutely positioned box is gathered with its static
+// position, where the line stands; a fixed one belongs to every page and is placed there.
 bool pack_outflow(run_state& s, linebreak::outflow const& out, bool max_area) {
     auto const* ib = inline_block_of(out.outflow_item);
     if (!ib) {
         throw internal_error("pack_outflow: unexpected type.");
     }
     if (!is_float(*ib)) {
-        log::log_warning(s.info.general.log, "absolutely positioned boxes inside a paragraph are not supported yet");
+        auto const& b = *ib->inline_block_block;
+        if (!positioned::is_fixed(*b.block_style)) {
+            auto const band = band_of(s.areas);
+            s.info.accum.abs_blocks.push_back({b, util::pos::pos{band.left + out.outflow_xpos, band.top}});
+        }
         return true;
     }
     auto const side = floats::float_side(*ib->inline_block_style, s.info).value_or(floats::side::left);

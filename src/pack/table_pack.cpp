@@ -273,6 +273,126 @@ struct row_run {
     float total() const { return rows.empty() ? 0 : rows.back().offset + rows.back().height; }
 };
 
+// ---- rows cut by a page break ----
+
+// A cell's content packed into the room left on the page: the part that went in, if anything did, and
+// the rest of the cell for the next page, if it didn't finish.
+struct cell_cut {
+    std::optional<box> cut_part;
+    std::optional<prepack::cell0> cut_rest;
+};
+
+prepack::cell0 emptied(prepack::cell0 c) {
+    c.cell_content = prepack::blocks_with_column{};
+    return c;
+}
+
+cell_cut cut_cell(page_info& info, prepack::cell0 const& c, float x, float w, float room) {
+    auto const flags = info.flags;
+    info.flags.max_page_area = false;
+    areas::area const a{.top = 0, .bottom = -std::max(0.0f, room), .left = x, .right = x + std::max(0.0f, w)};
+    auto r = block::pack_block(info, block::inline_block{}, cell_block(c), mc::fresh(),
+                               areas::areas{.container = a, .available = {a}});
+    cell_cut out;
+    if (auto* p = std::get_if<block::packed_main>(&r.res)) {
+        info = std::move(r.out_info);
+        out.cut_part = *p->b_packed_box;
+        if (p->b_remain_portion) {
+            auto const& rb = *p->b_remain_portion;
+            auto const* rest_blocks = std::get_if<prepack::bcontent_blocks>(&rb.block_content);
+            check(rest_blocks != nullptr, "pack_table: unexpected condition.");
+            auto rest = c;
+            rest.cell_content = prepack::blocks_with_column{rest_blocks->blocks, rest_blocks->column_id};
+            // The rest is a continuation: under `box-decoration-break: slice` it has no top edge.
+            rest.cell_type = rb.block_type;
+            out.cut_rest = std::move(rest);
+        }
+    } else {
+        out.cut_rest = c;
+    }
+    info.flags = flags;
+    return out;
+}
+
+// A cell of a row cut by a page break: its part on this page, at the top of its room, and what goes
+// on in `rest` at its column. Whether the part holds some of the cell's content.
+bool cut_into(page_info& info,
+              measured_cell& mc,
+              prepack::cell0 const& cell,
+              columns const& cols,
+              float grid_left,
+              float room,
+              prepack::row& rest,
+              int rest_rowspan) {
+    int const span = std::clamp(cell.cell_colspan, 1, static_cast<int>(cols.w.size()) - mc.col);
+    float const x = grid_left + cols.x[mc.col];
+    float const w = cols.span_width(mc.col, span);
+    auto cut = cut_cell(info, cell, x, w, room);
+    bool const progress = cut.cut_part && !cell.cell_content.blocks.empty();
+    mc.cell_box = cut.cut_part ? *cut.cut_part : pack_cell_box(info, emptied(cell), x, w);
+    mc.height = mc.cell_box.box_h;
+    mc.base = 0;
+    mc.valign = css::box::vertical_align_kind::top;
+    auto next = cut.cut_rest ? *cut.cut_rest : emptied(cell);
+    next.cell_rowspan = rest_rowspan;
+    rest.row_content[static_cast<std::size_t>(mc.col)] = prepack::cell_cell{std::move(next)};
+    for (int k = 1; k < span; ++k) {
+        rest.row_content[static_cast<std::size_t>(mc.col + k)] =
+            prepack::cell_colspan{.colspan_style = cell.cell_style, .colspan_borders = cell.cell_borders, .colspan1 = k};
+    }
+    return progress;
+}
+
+// A row too tall for the room left, cut at `room`: its cells' parts, and the rest of the row, whose
+// cells hold what is left of them (nothing, for cells that finished). None when no cell could put
+// anything on this page.
+std::optional<std::pair<measured_row, prepack::row>>
+split_row(page_info& info, measured_row const& m, columns const& cols, float grid_left, float room) {
+    auto part = m;
+    part.height = room;
+    part.base = 0;
+    auto rest = *m.ref.row;
+    rest.row_type = prepack::type_remaining{};
+    bool progress = false;
+    for (auto& c : part.cells) {
+        auto const& cell = std::get<prepack::cell_cell>(m.ref.row->row_content[static_cast<std::size_t>(c.col)]).cell;
+        progress = cut_into(info, c, cell, cols, grid_left, room, rest, cell.cell_rowspan) || progress;
+        c.rowspan = 1;
+    }
+    if (!progress) {
+        return std::nullopt;
+    }
+    return std::pair{std::move(part), std::move(rest)};
+}
+
+// Cells spanning rows past the last row of the page are cut at the page's last row: what is left of
+// them goes on in the first row of the rest of the table, in place of the positions they hold there.
+// When that last row was itself split (`last_cut`), the cells spanning down to it go on as well, and
+// its own cells are cut already.
+void carry_rowspans(page_info& info,
+                    row_run& run,
+                    bool last_cut,
+                    prepack::row& first_rest,
+                    columns const& cols,
+                    float grid_left) {
+    float const bottom = run.total();
+    std::size_t const ended = run.rows.size() - (last_cut ? 1 : 0);
+    for (std::size_t i = 0; i < ended; ++i) {
+        auto& r = run.rows[i];
+        for (auto& c : r.cells) {
+            if (i + static_cast<std::size_t>(c.rowspan) <= ended) {
+                continue;
+            }
+            auto const* below = std::get_if<prepack::cell_rowspan>(&first_rest.row_content[static_cast<std::size_t>(c.col)]);
+            auto const* cc = std::get_if<prepack::cell_cell>(&r.ref.row->row_content[static_cast<std::size_t>(c.col)]);
+            if (!below || !cc) {
+                continue;
+            }
+            cut_into(info, c, cc->cell, cols, grid_left, bottom - r.offset, first_rest, below->rowspan2);
+        }
+    }
+}
+
 // Combines the break values between two rows: forced on either side wins, then avoid.
 enum class row_break { always, auto_, avoid };
 
@@ -729,6 +849,15 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
         eval_knuth::page_state state;
     };
     std::vector<snapshot> info_before;
+    auto apply = [](page_info& to, snapshot const& from) {
+        to.accum = from.accum;
+        to.packed_stuff = from.stuff;
+        to = with_state(std::move(to), from.state);
+    };
+    // The first row of the rest of the table, when it is not the body's own.
+    std::optional<prepack::row> first_rest;
+    // Whether the last row of the page is the first part of a split row.
+    bool split_last = false;
     std::size_t g = ct.computed_group_from;
     std::size_t r = ct.computed_row_from;
     float const header_h = header.rows.empty() ? 0 : header.total() + vs;
@@ -736,6 +865,8 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
     float const body_top = y - top_edge - header_h;
     float const limit = inner.container.bottom + footer_h + bottom_edge;
     bool const must_place = info.flags.max_page_area;
+    // The most a row can have on any page: the body of a page less the header and footer.
+    float const page_room = areas::height_of(info.general.body_area) - header_h - footer_h - top_edge - bottom_edge;
     std::size_t stop_g = g;
     std::size_t stop_r = r;
     bool more = false;
@@ -746,7 +877,9 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
             r = 0;
             continue;
         }
-        row_ref const rr{&group.rowgroup_content[r], &group, r == 0, r + 1 == group.rowgroup_content.size()};
+        bool const carried = ct.computed_first_row && g == ct.computed_group_from && r == ct.computed_row_from;
+        row_ref const rr{carried ? &*ct.computed_first_row : &group.rowgroup_content[r], &group, r == 0,
+                         r + 1 == group.rowgroup_content.size()};
         if (!run.rows.empty() && break_between(run.rows.back().ref, rr, ts) == row_break::always) {
             more = true;
             break;
@@ -755,12 +888,31 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
         auto m = run.measure(info, rr, cols, grid_left);
         float const bottom = body_top - m.offset - m.height;
         if (bottom < limit - tolerance) {
+            // A row taller than a whole page is split where the page ends, each cell going on in the
+            // rest of the row on the next page; so is the first row of a page, which has nowhere else
+            // to go. Other rows go on whole.
+            float const room = body_top - m.offset - limit;
+            bool const taller_than_page = m.height > page_room + tolerance;
+            bool const may_split = rr.row->row_breaks.row_page_break_inside != css::box::page_break::avoid &&
+                                   ts.bit_props.bit_props_page_break_inside != css::box::page_break::avoid;
+            if (room > tolerance && ((run.rows.empty() && must_place) || (taller_than_page && may_split))) {
+                auto trial = info;
+                apply(trial, info_before.back());
+                if (auto split = split_row(trial, m, cols, grid_left, room)) {
+                    info = std::move(trial);
+                    run.rows.push_back(std::move(split->first));
+                    first_rest = std::move(split->second);
+                    split_last = true;
+                    more = true;
+                    break;
+                }
+            }
             if (run.rows.empty()) {
                 if (!must_place) {
                     return packed_table{.refused = true, .info = original_info, .areas = inner};
                 }
                 log::log_warning_once(info.general.log,
-                                      "table rows taller than a page are not split yet: the row runs past the "
+                                      "a table row taller than the page could not be split: it runs past the "
                                       "bottom of the page");
                 run.rows.push_back(std::move(m));
                 ++r;
@@ -780,20 +932,25 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
                 }
                 keep = run.rows.size();
             }
-            info.accum = info_before[keep].accum;
-            info.packed_stuff = info_before[keep].stuff;
-            info = with_state(std::move(info), info_before[keep].state);
+            apply(info, info_before[keep]);
             // Where the rest starts: the first row dropped.
             auto const* first_dropped = keep < run.rows.size() ? run.rows[keep].ref.row : rr.row;
             run.rows.resize(keep);
             // The group and row of the first row dropped, at or before the current one.
-            for (;; --g) {
+            if (ct.computed_first_row && first_dropped == &*ct.computed_first_row) {
+                // The row carried over from the page before goes on again.
+                g = ct.computed_group_from;
+                r = ct.computed_row_from;
+                first_rest = *ct.computed_first_row;
+            }
+            while (!first_rest) {
                 auto const& rows = body[g].rowgroup_content;
                 if (!rows.empty() && first_dropped >= rows.data() && first_dropped < rows.data() + rows.size()) {
                     r = static_cast<std::size_t>(first_dropped - rows.data());
                     break;
                 }
                 check(g > ct.computed_group_from, "pack_table: unexpected condition.");
+                --g;
             }
             more = true;
             break;
@@ -808,7 +965,17 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
         ++stop_g;
         stop_r = 0;
     }
-    more = more && stop_g < body.size();
+    more = more && (first_rest || stop_g < body.size());
+    if (more) {
+        // The cells spanning rows past this page carry on in the first row of the rest.
+        bool const last_cut = first_rest.has_value() && split_last;
+        if (!first_rest) {
+            first_rest = ct.computed_first_row && stop_g == ct.computed_group_from && stop_r == ct.computed_row_from
+                             ? *ct.computed_first_row
+                             : body[stop_g].rowgroup_content[stop_r];
+        }
+        carry_rowspans(info, run, last_cut, *first_rest, cols, grid_left);
+    }
 
     // The page's grid: header, body rows, footer, one below the other.
     std::vector<rowbox> backgrounds;
@@ -858,6 +1025,7 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
         auto rest_table = ct;
         rest_table.computed_group_from = stop_g;
         rest_table.computed_row_from = stop_r;
+        rest_table.computed_first_row = std::move(first_rest);
         auto rest = t;
         rest.caption_tops.clear();
         rest.table_started = true;

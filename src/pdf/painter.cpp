@@ -123,6 +123,14 @@ void add_children(pack::box_content const& content, std::vector<child>& out) {
                content);
 }
 
+// What a box holds in the flow, without the absolutely positioned boxes hung on it.
+pack::box_content const& flow_content(box const& b) {
+    if (auto const* w = std::get_if<pack::with_abs>(&b.box_content); w && w->with_abs_content) {
+        return *w->with_abs_content;
+    }
+    return b.box_content;
+}
+
 std::vector<child> children_of(box const& b) {
     std::vector<child> out;
     add_children(b.box_content, out);
@@ -432,7 +440,7 @@ struct painter {
 
     // What a box draws over its children's backgrounds: collapsed table borders and column rules.
     void after_children_backgrounds(box const& b) {
-        if (auto const* t = std::get_if<pack::table>(&b.box_content)) {
+        if (auto const* t = std::get_if<pack::table>(&flow_content(b))) {
             // The horizontal sides of each row first, then the vertical ones.
             for (auto const& row : t->table_box.borders) {
                 for (auto const& cell : row) {
@@ -451,7 +459,7 @@ struct painter {
                 }
             }
         }
-        if (auto const* c = std::get_if<pack::column>(&b.box_content)) {
+        if (auto const* c = std::get_if<pack::column>(&flow_content(b))) {
             for (auto const& rule : c->column_box.column_rules) {
                 if (!rule.rulebox_style || !is_visible(*rule.rulebox_style)) {
                     continue;
@@ -472,14 +480,14 @@ struct painter {
 
     // The inline content of a box itself: its lines, or its replaced content.
     void own_inline_content(box const& b) {
-        if (auto const* p = std::get_if<pack::para>(&b.box_content)) {
+        if (auto const* p = std::get_if<pack::para>(&flow_content(b))) {
             for (auto const& item : p->para_lines) {
                 if (auto const* line = std::get_if<pack::linebox>(&item)) {
                     paint_line(*line, *b.box_style);
                 }
             }
         }
-        if (auto const* img = std::get_if<pack::image>(&b.box_content)) {
+        if (auto const* img = std::get_if<pack::image>(&flow_content(b))) {
             paint_image(img->image_box, *b.box_style);
         }
     }
@@ -790,7 +798,7 @@ void visit_box(box const& b, double base, tree_visitor const& v) {
     for (auto const& c : children_of(b)) {
         visit_box(*c.child_box, base, v);
     }
-    if (auto const* p = std::get_if<pack::para>(&b.box_content)) {
+    if (auto const* p = std::get_if<pack::para>(&flow_content(b))) {
         for (auto const& item : p->para_lines) {
             if (auto const* line = std::get_if<pack::linebox>(&item)) {
                 if (v.on_graphemes) {
@@ -918,7 +926,7 @@ std::vector<found_link> page_links(pack::packed_page const& page) {
         for (auto const& c : children_of(b)) {
             walk_box(*c.child_box, base, mine);
         }
-        if (auto const* p = std::get_if<pack::para>(&b.box_content)) {
+        if (auto const* p = std::get_if<pack::para>(&flow_content(b))) {
             for (auto const& item : p->para_lines) {
                 if (auto const* line = std::get_if<pack::linebox>(&item)) {
                     walk_spans(line->linebox_content, line->linebox_base, mine);

@@ -710,6 +710,9 @@ struct computed_table {
     std::shared_ptr<std::vector<rowgroup> const> computed_body;
     std::size_t computed_group_from = 0;
     std::size_t computed_row_from = 0;
+    /// The row that stands in for that first row when a page break cut into it: the rest of a row
+    /// split across pages, or a row in which cells spanning rows from the page before carry on.
+    std::optional<row> computed_first_row;
     std::vector<colgroup> computed_colgroups;
     /// Where the first column starts within the table's content box (the outer half of collapsed
     /// borders).

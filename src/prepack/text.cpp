@@ -105,6 +105,17 @@ bool is_newline(span const& s) {
 
 // A leaf span of a paragraph as the space pass sees it: the list that holds it and its place there.
 // Nested spans are transparent: white space collapses across inline element boundaries.
+// A box taken out of the line by absolute or fixed positioning: the spaces around it collapse as if it
+// weren't there.
+bool out_of_flow(span const& s) {
+    auto const* ib = std::get_if<span_inline_block>(&s);
+    if (!ib || !ib->inline_block || !ib->inline_block->block_style) {
+        return false;
+    }
+    auto const* k = std::get_if<css::box::position_kind>(&ib->inline_block->block_style->bit_props.bit_props_position);
+    return k && (*k == css::box::position_kind::absolute || *k == css::box::position_kind::fixed);
+}
+
 struct leaf {
     std::vector<span>* owner = nullptr;
     std::size_t index = 0;
@@ -114,7 +125,7 @@ void leaves_of(std::vector<span>& spans, std::vector<leaf>& out) {
     for (std::size_t i = 0; i < spans.size(); ++i) {
         if (auto* n = std::get_if<span_nested>(&spans[i])) {
             leaves_of(n->nested.span_content, out);
-        } else {
+        } else if (!out_of_flow(spans[i])) {
             out.push_back({&spans, i});
         }
     }

@@ -747,15 +747,12 @@ struct walker {
         return false;
     }
 
-    // Boxes taken out of the flow by position are set in the flow until layout can place them.
-    void warn_positioned(css::style::style const& s) {
-        auto const* k = std::get_if<css::box::position_kind>(&s.bit_props.bit_props_position);
-        if (k && *k == css::box::position_kind::absolute) {
-            warn_once("position: absolute: absolutely positioned boxes are not supported yet; they are set in "
-                      "the normal flow");
-        } else if (k && *k == css::box::position_kind::fixed) {
-            warn_once("position: fixed: fixed boxes are not supported yet; they are set in the normal flow");
-        }
+    // An absolutely positioned or fixed box met among inline content stays in its paragraph as an
+    // atomic item, so that the text around it isn't cut in two: layout takes it out of the line with
+    // its static position.
+    static bool out_of_flow(block const& b) {
+        auto const* k = std::get_if<css::box::position_kind>(&b.block_style->bit_props.bit_props_position);
+        return k && (*k == css::box::position_kind::absolute || *k == css::box::position_kind::fixed);
     }
 
     // The named strings and target ids of an element that makes no box, in its place, and those of its
@@ -812,7 +809,6 @@ struct walker {
         } else if (!replaced && unsupported(e)) {
             return {};
         }
-        warn_positioned(s);
         apply_counters(s);
         reverse_list(*e);
         auto stuff = stuff_of(e, s);
@@ -1062,6 +1058,8 @@ struct walker {
                 run.push_back(span_inline_block{share(std::move(ib->block))});
             } else if (auto* v = std::get_if<th_values>(&t)) {
                 run.push_back(span_nested{nested_span{.span_style = v->style, .span_type = type_original{v->stuff}}});
+            } else if (auto* b = std::get_if<th_block>(&t); b && out_of_flow(b->block)) {
+                run.push_back(span_inline_block{share(std::move(b->block))});
             } else {
                 flush(first);
                 out.push_back(std::move(t));
@@ -1152,6 +1150,8 @@ struct walker {
                 flush_table();
                 run.push_back(span_nested{
                     nested_span{.span_style = v->style, .span_type = type_original{std::move(v->stuff)}}});
+            } else if (auto* b = std::get_if<th_block>(&t); b && out_of_flow(b->block) && text::has_content(run)) {
+                run.push_back(span_inline_block{share(std::move(b->block))});
             } else if (auto* b = std::get_if<th_block>(&t)) {
                 flush_run();
                 flush_table();
@@ -1177,8 +1177,9 @@ struct walker {
         text_at = {};
         // An element without a box (display: none) that only sets strings rides along in the text.
         bool const only_inline = std::ranges::all_of(things, [](thing const& t) {
+            auto const* b = std::get_if<th_block>(&t);
             return std::holds_alternative<th_span>(t) || std::holds_alternative<th_inline_block>(t) ||
-                   std::holds_alternative<th_values>(t);
+                   std::holds_alternative<th_values>(t) || (b && out_of_flow(b->block));
         });
         auto blocks = group_blocks(std::move(things), style);
         bcontent out = bcontent_blocks{};

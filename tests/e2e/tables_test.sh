@@ -136,4 +136,67 @@ im = Image.open('grid-1.png').convert('RGB')
 print(sum(1 for x in range(300) if (lambda c: c[0] > 150 and c[1] < 100)(im.getpixel((x, 124)))))")
 expect_eq "grid: two red edges of 6pt" "$((red >= 11 && red <= 13))" 1
 
+# A row taller than a page is split where the page ends: each cell goes on in the rest of the row on
+# the next page, under the repeated header, and no line of any cell is lost.
+/usr/bin/python3 - >tall.html <<'PY'
+cells = ["".join("<p>%s line %d</p>" % (tag, i) for i in range(1, n + 1)) for tag, n in (("alpha", 70), ("beta", 25))]
+print("""<!DOCTYPE html><html><head><style>
+@page { size: 300pt 300pt; margin: 20pt }
+body { margin: 0; font: 10pt/12pt "DejaVu Sans" }
+p { margin: 0 }
+table { border-collapse: collapse; width: 100% }
+td, th { border: 1pt solid black; vertical-align: top }
+</style></head><body>
+<table><thead><tr><th>HEADA</th><th>HEADB</th></tr></thead>
+<tr><td>before row</td><td>short</td></tr>
+<tr><td>CELLA</td><td>CELLB</td></tr>
+<tr><td>after row</td><td>end</td></tr>
+</table></body></html>""".replace("CELLA", cells[0]).replace("CELLB", cells[1]))
+PY
+timeout 60 "$VELLUM" tall.html -o tall.pdf 2>tall.err
+expect_eq "tall row: status" "$?" 0
+qpdf_clean "tall row" tall.pdf
+expect_not_contains "tall row: no warning" "$(cat tall.err)" "taller than"
+text=$(pdftotext -layout tall.pdf -)
+for i in $(seq 1 70); do
+    [ "$(echo "$text" | grep -c "alpha line $i\b")" = 1 ] || fail "tall row: alpha line $i shown $(echo "$text" | grep -c "alpha line $i\b") times"
+done
+for i in $(seq 1 25); do
+    [ "$(echo "$text" | grep -c "beta line $i\b")" = 1 ] || fail "tall row: beta line $i shown $(echo "$text" | grep -c "beta line $i\b") times"
+done
+pages=$(pdfinfo tall.pdf | sed -n 's/^Pages: *//p')
+expect_eq "tall row: over several pages" "$((pages >= 4))" 1
+# The row starts on the first page, beside the row before it, and every page repeats the header.
+expect_contains "tall row: starts on page 1" "$(pdftotext -f 1 -l 1 tall.pdf -)" "alpha line 1"
+expect_eq "tall row: header on every page" "$(echo "$text" | grep -c HEADA)" "$pages"
+# Lines stay in order across the pages: the text of page 2 starts where page 1's ended.
+last1=$(pdftotext -f 1 -l 1 tall.pdf - | grep -o 'alpha line [0-9]*' | tail -1 | grep -o '[0-9]*$')
+first2=$(pdftotext -f 2 -l 2 tall.pdf - | grep -o 'alpha line [0-9]*' | head -1 | grep -o '[0-9]*$')
+expect_eq "tall row: page 2 goes on from page 1" "$first2" "$((last1 + 1))"
+expect_contains "tall row: the row after it" "$text" "after row"
+
+# A cell spanning rows across a page break: its content goes on in its column on the next page.
+/usr/bin/python3 - >span.html <<'PY'
+side = "".join("<p>span line %d</p>" % i for i in range(1, 31))
+rows = "".join("<tr><td>row %d</td></tr>" % i for i in range(2, 13))
+print("""<!DOCTYPE html><html><head><style>
+@page { size: 300pt 200pt; margin: 20pt }
+body { margin: 0; font: 10pt/12pt "DejaVu Sans" }
+p { margin: 0 }
+td { vertical-align: top; border: 1pt solid gray }
+</style></head><body>
+<table><tr><td rowspan="12">SIDE</td><td>row 1</td></tr>ROWS</table></body></html>""".replace("SIDE", side).replace("ROWS", rows))
+PY
+timeout 60 "$VELLUM" span.html -o span.pdf 2>span.err
+expect_eq "rowspan: status" "$?" 0
+qpdf_clean "rowspan" span.pdf
+text=$(pdftotext -layout span.pdf -)
+for i in $(seq 1 30); do
+    [ "$(echo "$text" | grep -c "span line $i\b")" = 1 ] || fail "rowspan: span line $i shown $(echo "$text" | grep -c "span line $i\b") times"
+done
+# No line of the spanning cell runs below the page body (y 180 measured down the page).
+low=$(pdftotext -bbox span.pdf - | grep '>line<' | sed 's/.*yMax="\([0-9.]*\)".*/\1/' | sort -n | tail -1)
+expect_eq "rowspan: lines within the page body" "$(echo "$low <= 180.5" | bc)" 1
+expect_eq "rowspan: over two pages or more" "$(( $(pdfinfo span.pdf | sed -n 's/^Pages: *//p') >= 2 ))" 1
+
 finish

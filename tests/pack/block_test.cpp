@@ -77,7 +77,9 @@ void dump_box(std::ostringstream& out, box const& b, float body_top, int depth) 
         out << " lines=" << p->para_lines.size();
     }
     out << "\n";
-    if (auto const* bs = std::get_if<boxes>(&b.box_content)) {
+    // Absolutely positioned boxes are left out: the dump shows the flow.
+    auto const* w = std::get_if<with_abs>(&b.box_content);
+    if (auto const* bs = std::get_if<boxes>(w ? w->with_abs_content.get() : &b.box_content)) {
         for (auto const& c : bs->boxes_list) {
             dump_box(out, *c, body_top, depth + 1);
         }
@@ -685,6 +687,103 @@ TEST(progress, a_word_that_does_not_fit_beside_a_float_to_the_page_bottom) {
     auto const later = pack_bounded(".f { float: left; width: 95pt; height: 80pt }",
                                     lines(2) + "<div class=f></div><p>abcdefgh</p>");
     EXPECT_EQ(page_words(later), "line|line|/abcdefgh|/") << dump_geometry(later);
+}
+
+// ---- Absolutely positioned and fixed boxes ----------------------------------------------------------------
+
+// The boxes of an element on a page, its absolutely positioned boxes included, in tree order.
+void find_boxes(box const& b, std::string const& name, std::vector<box const*>& out) {
+    if (element_name(b.box_type) == name) {
+        out.push_back(&b);
+    }
+    std::function<void(box_content const&)> content = [&](box_content const& c) {
+        if (auto const* w = std::get_if<with_abs>(&c)) {
+            content(*w->with_abs_content);
+            for (auto const& a : w->with_abs_boxes) {
+                find_boxes(*a, name, out);
+            }
+        } else if (auto const* bs = std::get_if<boxes>(&c)) {
+            for (auto const& k : bs->boxes_list) {
+                find_boxes(*k, name, out);
+            }
+        } else if (auto const* p = std::get_if<para>(&c)) {
+            for (auto const& item : p->para_lines) {
+                if (auto const* f = std::get_if<float_box>(&item)) {
+                    find_boxes(*f->float_box_box, name, out);
+                }
+            }
+        }
+    };
+    content(b.box_content);
+}
+
+std::vector<box const*> boxes_named(packed_page const& page, std::string const& name) {
+    std::vector<box const*> out;
+    for (auto const& b : page.body_box.body_content) {
+        find_boxes(*b, name, out);
+    }
+    return out;
+}
+
+TEST(positioned, absolute_box_against_its_positioned_ancestor_and_the_page) {
+    // The body starts at x = 10, y = 110 (page 120pt, margin 10pt).
+    auto const pages = pack_html(
+        "section { position: relative; margin-left: 20pt; border: 1pt solid; height: 40pt } "
+        "aside { position: absolute; top: 5pt; right: 5pt; width: 20pt; height: 10pt } "
+        "nav { position: absolute; bottom: 0; left: 0; width: 30pt; height: 8pt }",
+        "<section>" + lines(1) + "<aside></aside></section><nav></nav>" + lines(1));
+    ASSERT_EQ(pages.size(), 1u);
+    auto const aside = boxes_named(*pages[0], "aside");
+    ASSERT_EQ(aside.size(), 1u);
+    // The section's padding box: x 31 to 109, top 109.
+    EXPECT_FLOAT_EQ(aside[0]->box_x, 109 - 5 - 20);
+    EXPECT_FLOAT_EQ(aside[0]->box_y, 109 - 5);
+    EXPECT_FLOAT_EQ(aside[0]->box_w, 20);
+    auto const nav = boxes_named(*pages[0], "nav");
+    ASSERT_EQ(nav.size(), 1u);
+    // No positioned ancestor: the page area.
+    EXPECT_FLOAT_EQ(nav[0]->box_x, 10);
+    EXPECT_FLOAT_EQ(nav[0]->box_y, 10 + 8);
+    // Out of the flow: the paragraph after it follows the section directly.
+    EXPECT_EQ(dump(pages), "page 1\n"
+                           "  body y=0 h=52\n"
+                           "    section y=0 h=42\n"
+                           "      p y=1 h=10 lines=1\n"
+                           "    p y=42 h=10 lines=1\n"
+                           "  nav y=92 h=8\n");
+}
+
+TEST(positioned, static_position_and_shrink_to_fit) {
+    auto const pages = pack_html("b { position: absolute; background: red }",
+                                 lines(2) + "<div><b>ab</b></div>" + lines(1));
+    auto const b = boxes_named(*pages[0], "b");
+    ASSERT_EQ(b.size(), 1u);
+    // Where the div's content would start, as wide as its text.
+    EXPECT_FLOAT_EQ(b[0]->box_x, 10);
+    EXPECT_FLOAT_EQ(b[0]->box_y, 110 - 20);
+    EXPECT_LT(b[0]->box_w, 20);
+}
+
+TEST(positioned, absolute_box_in_a_paragraph_leaves_the_text_whole) {
+    auto const pages = pack_html("i { position: absolute; top: 50pt; left: 0 }", "<p>one <i>x</i> two</p>");
+    EXPECT_EQ(dump(pages), "page 1\n"
+                           "  body y=0 h=10\n"
+                           "    p y=0 h=10 lines=1\n"
+                           "  i y=50 h=10 lines=1\n");
+    auto const i = boxes_named(*pages[0], "i");
+    ASSERT_EQ(i.size(), 1u);
+    EXPECT_FLOAT_EQ(i[0]->box_y, 110 - 50);
+}
+
+TEST(positioned, fixed_box_on_every_page) {
+    auto const pages = pack_html("header { position: fixed; top: 0; left: 0; height: 5pt }",
+                                 lines(8) + "<header></header>" + lines(8));
+    ASSERT_EQ(pages.size(), 2u);
+    for (auto const& page : pages) {
+        auto const h = boxes_named(*page, "header");
+        ASSERT_EQ(h.size(), 1u);
+        EXPECT_FLOAT_EQ(h[0]->box_y, 110);
+    }
 }
 
 } // namespace
