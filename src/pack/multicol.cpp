@@ -8,6 +8,8 @@ namespace {
 
 std::atomic<bool> said_column_floats{false};
 std::atomic<bool> said_column_footnotes{false};
+std::atomic<bool> said_page_floats{false};
+std::atomic<bool> said_region_floats{false};
 
 } // namespace
 
@@ -30,6 +32,12 @@ void note_column_stuff(log::log const& log, css::style::style const& s, bool in_
     }
     if (column_footnote && !said_column_footnotes.exchange(true)) {
         log::log_warning(log, "column footnotes are not supported yet: they are set with the page's footnotes");
+    }
+    if (std::holds_alternative<css::box::float_page>(s.float_) && !said_page_floats.exchange(true)) {
+        log::log_warning(log, "page floats are not supported yet: they are set in the flow");
+    }
+    if (std::holds_alternative<css::box::float_region>(s.float_) && !said_region_floats.exchange(true)) {
+        log::log_warning(log, "floats to the page margins are not supported yet: they are set in the flow");
     }
 }
 
