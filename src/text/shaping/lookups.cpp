@@ -243,6 +243,15 @@ element_match coverages(data d, std::size_t array, std::size_t base) {
     };
 }
 
+// The rule set a contextual or chained subtable of format 1 or 2 keeps for the glyph's coverage index
+// or class: the count of sets stands at `count_at` bytes into the subtable, their offsets after it.
+std::optional<std::size_t> rule_set(data d, std::size_t sub, std::size_t count_at, std::size_t set_index) {
+    if (set_index >= get_uint16(d, sub + count_at)) {
+        return std::nullopt;
+    }
+    return optional_offset16(d, sub, count_at + 2 + 2 * set_index);
+}
+
 // Contextual lookups (GSUB 5, GPOS 7) in their three formats.
 bool apply_context(context& c, lookup const& l, std::size_t sub, std::size_t i, std::size_t& next) {
     auto const d = c.d();
@@ -255,18 +264,11 @@ bool apply_context(context& c, lookup const& l, std::size_t sub, std::size_t i, 
         }
         std::optional<std::size_t> class_def;
         std::size_t set_index = *cov;
-        std::size_t sets = sub + 6;
-        std::uint16_t set_count = get_uint16(d, sub + 4);
         if (format == 2) {
             class_def = optional_offset16(d, sub, 4);
             set_index = class_def ? class_of(d, *class_def, glyph) : 0;
-            set_count = get_uint16(d, sub + 6);
-            sets = sub + 8;
         }
-        if (set_index >= set_count) {
-            return false;
-        }
-        auto const set = optional_offset16(d, sub, sets - sub + 2 * set_index);
+        auto const set = rule_set(d, sub, format == 1 ? 4 : 6, set_index);
         if (!set) {
             return false;
         }
@@ -320,20 +322,13 @@ bool apply_chain(context& c, lookup const& l, std::size_t sub, std::size_t i, st
         std::optional<std::size_t> input_def;
         std::optional<std::size_t> ahead_def;
         std::size_t set_index = *cov;
-        std::uint16_t set_count = get_uint16(d, sub + 4);
-        std::size_t sets = sub + 6;
         if (format == 2) {
             back_def = optional_offset16(d, sub, 4);
             input_def = optional_offset16(d, sub, 6);
             ahead_def = optional_offset16(d, sub, 8);
             set_index = input_def ? class_of(d, *input_def, glyph) : 0;
-            set_count = get_uint16(d, sub + 10);
-            sets = sub + 12;
         }
-        if (set_index >= set_count) {
-            return false;
-        }
-        auto const set = optional_offset16(d, sub, sets - sub + 2 * set_index);
+        auto const set = rule_set(d, sub, format == 1 ? 4 : 10, set_index);
         if (!set) {
             return false;
         }
