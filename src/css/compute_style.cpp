@@ -276,7 +276,7 @@ struct computer {
                 [&](units::length const& l) {
                     return std::max(0.0f, units::to_points(l, {pfs, dpi}));
                 },
-                [&](units::percentage const& p) { return std::max(0.0f, pfs * p.percentage_value / 100); },
+                [&](units::percentage const& p) { return std::max(0.0f, units::percent_of(p, pfs)); },
             },
             s);
     }
@@ -528,7 +528,7 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
         s.text = share(std::move(t));
     }
 
-    if (scanprops::any_set(props, {L::border_collapse, L::caption_page, L::caption_side, L::direction,
+    if (scanprops::any_set(props, {L::border_collapse, L::caption_page, L::caption_side, L::direction, L::quotes,
                                    L::empty_cells, L::line_stacking_strategy, L::vellum_image_magic,
                                    L::vellum_linebreak_magic, L::visibility, L::white_space})) {
         auto const& pg = *parent.rare_props;
@@ -542,6 +542,7 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
             c.get<L::caption_side>(pg.rare_props_caption_side, ig.rare_props_caption_side, identity);
         r.rare_props_direction =
             c.get<L::direction>(pg.rare_props_direction, ig.rare_props_direction, identity);
+        r.rare_props_quotes = c.get<L::quotes>(pg.rare_props_quotes, ig.rare_props_quotes, identity);
         r.rare_props_empty_cells =
             c.get<L::empty_cells>(pg.rare_props_empty_cells, ig.rare_props_empty_cells, identity);
         r.rare_props_line_stacking_strategy = c.get<L::line_stacking_strategy>(
@@ -829,7 +830,7 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
                                   [](box::vertical_align_kind k) -> box::vertical_align { return k; },
                                   [&](units::length const& l) -> box::vertical_align { return c.pts(l); },
                                   [&](units::percentage const& p) -> box::vertical_align {
-                                      return line * p.percentage_value / 100;
+                                      return units::percent_of(p, line);
                                   },
                               },
                               v);

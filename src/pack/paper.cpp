@@ -72,7 +72,7 @@ float margin_of(css::box::margin const& m, float reference) {
         overloaded{
             [](css::box::auto_value const&) { return 0.0f; },
             [](float x) { return x; },
-            [&](css::units::percentage const& p) { return reference * p.percentage_value / 100; },
+            [&](css::units::percentage const& p) { return css::units::percent_of(p, reference); },
         },
         m);
 }

@@ -221,7 +221,7 @@ std::vector<float> fixed_layout(log::log const& log,
             return *l;
         }
         if (auto const* p = percent_of(w)) {
-            return width * p->percentage_value / 100;
+            return css::units::percent_of(*p, width);
         }
         return std::nullopt;
     };

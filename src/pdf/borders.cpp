@@ -20,14 +20,6 @@ bool paints(css::box::border const& b) {
            b.border_width > 0 && !std::holds_alternative<css::color::transparent>(b.border_color);
 }
 
-double resolve(css::box::length_or_percent<float> const& v, double reference) {
-    return std::visit(overloaded{
-                          [](float f) { return double(f); },
-                          [&](css::units::percentage const& p) { return double(p.percentage_value) * reference / 100; },
-                      },
-                      v);
-}
-
 corner corner_of(css::box::radius const& r, frame const& box) {
     return {std::max(0.0, resolve(r.radius_h, box.right - box.left)),
             std::max(0.0, resolve(r.radius_v, box.top - box.bottom))};
@@ -347,6 +339,14 @@ void paint_rule(content::out const& o,
     css::box::borders b;
     b.borders_left = side;
     paint_border(o, g, {x - w / 2, top - length, x + w / 2, top}, b, context_alpha);
+}
+
+double resolve(css::box::length_or_percent<float> const& v, double reference) {
+    return std::visit(overloaded{
+                          [](float f) { return double(f); },
+                          [&](css::units::percentage const& p) { return double(css::units::percent_of(p, float(reference))); },
+                      },
+                      v);
 }
 
 } // namespace vellum::pdf::borders

@@ -43,6 +43,9 @@ struct widths {
     bool operator==(widths const&) const = default;
 };
 
+/// A length, or a percentage of `reference` with its calc() offset.
+double resolve(css::box::length_or_percent<float> const& v, double reference);
+
 /// The radii of a border box: percentages of its width and height, then all scaled down together when
 /// two corners would overlap along a side.
 radii used_radii(css::box::borders const& b, frame const& box);

@@ -137,20 +137,12 @@ borders::widths padding_widths(css::used_style::used_style const& u) {
     return {u.used_padding_top, u.used_padding_right, u.used_padding_bottom, u.used_padding_left};
 }
 
-double resolve(css::box::length_or_percent<float> const& v, double reference) {
-    return std::visit(overloaded{
-                          [](float f) { return double(f); },
-                          [&](css::units::percentage const& p) { return double(p.percentage_value) * reference / 100; },
-                      },
-                      v);
-}
-
 // The CSS transform of a box on the page. CSS writes transforms with y growing downward; each function
 // is turned into the page's y-up system, and the whole is applied about the transform origin.
 matrix::matrix transform_of(box const& b) {
     auto const& s = *b.box_style;
-    float const ox = b.box_x + float(resolve(s.transform_origin.origin_x, b.box_w));
-    float const oy = b.box_y - float(resolve(s.transform_origin.origin_y, b.box_h));
+    float const ox = b.box_x + float(borders::resolve(s.transform_origin.origin_x, b.box_w));
+    float const oy = b.box_y - float(borders::resolve(s.transform_origin.origin_y, b.box_h));
     matrix::matrix m = matrix::translate(-ox, -oy);
     // The last function is applied to the box first.
     for (auto it = s.transform.rbegin(); it != s.transform.rend(); ++it) {
@@ -161,8 +153,8 @@ matrix::matrix transform_of(box const& b) {
                     return matrix::matrix{v[0], -v[1], -v[2], v[3], v[4], -v[5]};
                 },
                 [&](css::box::transform_translate<css::box::length_or_percent<float>> const& t) {
-                    return matrix::translate(float(resolve(t.translate_x, b.box_w)),
-                                             -float(resolve(t.translate_y, b.box_h)));
+                    return matrix::translate(float(borders::resolve(t.translate_x, b.box_w)),
+                                             -float(borders::resolve(t.translate_y, b.box_h)));
                 },
                 [](css::box::transform_scale const& t) { return matrix::scale(t.scale_x, t.scale_y); },
                 // Clockwise on the page is a negative angle with y upward.

@@ -99,6 +99,58 @@ if [ "$rc" -eq 0 ]; then
     expect_not_contains "values: no problems in the sheet" "$(cat values.err)" "problem"
 fi
 
+# A percentage with a length added by calc() keeps its offset wherever percentages resolve: a transform,
+# a border radius, a font size and a page margin (the radius is 40pt by 30pt; without the offset it would be 20pt by 10pt).
+cat >offsets.html <<'EOF'
+<!DOCTYPE html><html><head><style>
+@page { size: 400pt 300pt; margin: 0 calc(0% + 20pt) }
+body { margin: 0 }
+.round { width: 200pt; height: 100pt; background: #00f; border-radius: calc(10% + 20pt) }
+.moved { width: 200pt; height: 50pt; background: red; transform: translateX(calc(50% + 20pt)) }
+.big { font-size: calc(100% + 12pt); margin: 0 }
+.plain { margin: 0 }
+</style></head><body><div class="round"></div><div class="moved"></div>
+<p class="plain">Smallish</p><p class="big">Smallish</p></body></html>
+EOF
+timeout 60 "$VELLUM" offsets.html -o offsets.pdf 2>offsets.err
+expect_eq "offsets: status" "$?" 0
+if [ -s offsets.pdf ]; then
+    # The page margin of 20pt puts the boxes at x = 20.
+    expect_eq "rounded corner is cut off" "$(pixel offsets.pdf 26 6)" "255 255 255"
+    expect_eq "rounded box filled inside" "$(pixel offsets.pdf 120 50)" "0 0 255"
+    # 50% of 200pt plus 20pt: the moved box spans 140..340.
+    expect_eq "moved box not yet at 130" "$(pixel offsets.pdf 130 120)" "255 255 255"
+    expect_eq "moved box at 150" "$(pixel offsets.pdf 150 120)" "255 0 0"
+    expect_eq "moved box still at 335" "$(pixel offsets.pdf 335 120)" "255 0 0"
+    near "page margin from calc()" "$(x_of offsets.pdf Smallish)" 20
+    widths=$(pdftotext -bbox offsets.pdf - | grep '>Smallish<' | sed 's/.*xMin="\([0-9.]*\)".*xMax="\([0-9.]*\)".*/\1 \2/')
+    ratio=$(echo "$widths" | awk 'NR == 1 { a = $2 - $1 } NR == 2 { b = $2 - $1 } END { printf "%.2f", b / a }')
+    expect_eq "font size 100% + 12pt doubles 12pt text" "$ratio" "2.00"
+fi
+
+# min(), max() and clamp() with a percentage: the lengths bound what the percentage resolves to.
+cat >bounds.html <<'EOF'
+<!DOCTYPE html><html><head><style>
+@page { size: 400pt 300pt; margin: 0 }
+body { margin: 0 }
+div { height: 20pt; background: red }
+.capped { width: min(100%, 150pt) }
+.floor { width: max(10%, 250pt) }
+.clamped { width: clamp(50pt, 50%, 300pt) }
+.inner { width: 100pt } .inner div { width: min(100%, 150pt); background: blue }
+</style></head><body><div class="capped"></div><div class="floor"></div><div class="clamped"></div>
+<div class="inner"><div></div></div></body></html>
+EOF
+timeout 60 "$VELLUM" bounds.html -o bounds.pdf 2>bounds.err
+expect_eq "bounds: status" "$?" 0
+if [ -s bounds.pdf ]; then
+    expect_eq "min(100%, 150pt) caps at 150" "$(pixel bounds.pdf 148 10) / $(pixel bounds.pdf 152 10)" "255 0 0 / 255 255 255"
+    expect_eq "max(10%, 250pt) floors at 250" "$(pixel bounds.pdf 248 30) / $(pixel bounds.pdf 252 30)" "255 0 0 / 255 255 255"
+    expect_eq "clamp(50pt, 50%, 300pt) is 200" "$(pixel bounds.pdf 198 50) / $(pixel bounds.pdf 202 50)" "255 0 0 / 255 255 255"
+    expect_eq "min(100%, 150pt) in a 100pt box is 100" "$(pixel bounds.pdf 98 70) / $(pixel bounds.pdf 102 70)" "0 0 255 / 255 255 255"
+    expect_not_contains "bounds: no problems in the sheet" "$(cat bounds.err)" "problem"
+fi
+
 # A sheet with a syntax error on its third line and an unknown property on its fourth.
 cat >broken.css <<'EOF'
 p { color: black }
