@@ -178,6 +178,15 @@ enum class page_group { auto_, start };
 /// A named page; nothing for "auto".
 using page = std::optional<std::string>;
 
+/// The marks of `quotes`: an open and a close mark for each level of nesting, outermost first.
+struct quote_marks {
+    std::vector<std::pair<std::string, std::string>> quote_pairs;
+    bool operator==(quote_marks const&) const = default;
+};
+
+/// `quotes`: "auto" (the marks of the language), "none", or marks of one's own.
+using quotes = std::variant<auto_value, none_value, quote_marks>;
+
 enum class vellum_footnote_policy { auto_, line, block };
 
 // Borders.

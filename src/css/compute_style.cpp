@@ -528,7 +528,7 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
         s.text = share(std::move(t));
     }
 
-    if (scanprops::any_set(props, {L::border_collapse, L::caption_page, L::caption_side, L::direction,
+    if (scanprops::any_set(props, {L::border_collapse, L::caption_page, L::caption_side, L::direction, L::quotes,
                                    L::empty_cells, L::line_stacking_strategy, L::vellum_image_magic,
                                    L::vellum_linebreak_magic, L::visibility, L::white_space})) {
         auto const& pg = *parent.rare_props;
@@ -542,6 +542,7 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
             c.get<L::caption_side>(pg.rare_props_caption_side, ig.rare_props_caption_side, identity);
         r.rare_props_direction =
             c.get<L::direction>(pg.rare_props_direction, ig.rare_props_direction, identity);
+        r.rare_props_quotes = c.get<L::quotes>(pg.rare_props_quotes, ig.rare_props_quotes, identity);
         r.rare_props_empty_cells =
             c.get<L::empty_cells>(pg.rare_props_empty_cells, ig.rare_props_empty_cells, identity);
         r.rare_props_line_stacking_strategy = c.get<L::line_stacking_strategy>(

@@ -597,7 +597,7 @@ std::optional<box::spec_bg_position> parse_position_terms(std::span<value::value
                 return std::visit([](auto const& y) -> lp { return y; }, off);
             }
             if (auto const* p = std::get_if<units::percentage>(&off)) {
-                return units::percentage{100 - p->percentage_value};
+                return units::percentage{100 - p->percentage_value, -p->percentage_offset};
             }
             return std::nullopt;
         };
@@ -1527,6 +1527,29 @@ opt<text::text_replace> parse_text_replace(value::value const& v) {
             return std::nullopt;
         }
         out.emplace_back(from->string_text, to->string_text);
+    }
+    return out;
+}
+
+opt<box::quotes> parse_quotes(value::value const& v) {
+    if (is_keyword(v, "none")) {
+        return box::none_value{};
+    }
+    if (is_keyword(v, "auto")) {
+        return box::auto_value{};
+    }
+    auto const terms = terms_of(v);
+    if (terms.empty() || terms.size() % 2 != 0) {
+        return std::nullopt;
+    }
+    box::quote_marks out;
+    for (std::size_t i = 0; i < terms.size(); i += 2) {
+        auto const* open = std::get_if<value::string>(&terms[i]);
+        auto const* close = std::get_if<value::string>(&terms[i + 1]);
+        if (!open || !close) {
+            return std::nullopt;
+        }
+        out.quote_pairs.emplace_back(open->string_text, close->string_text);
     }
     return out;
 }

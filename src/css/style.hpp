@@ -25,6 +25,7 @@ struct rare_props {
     box::caption_page rare_props_caption_page = box::caption_page::first;
     box::caption_side rare_props_caption_side = box::caption_side::top;
     box::direction rare_props_direction = box::direction::ltr;
+    box::quotes rare_props_quotes = box::auto_value{};
     box::empty_cells rare_props_empty_cells = box::empty_cells::show;
     text::line_stacking_strategy rare_props_line_stacking_strategy =
         text::line_stacking_strategy::inline_line_height;

@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <set>
+#include <vector>
 
 namespace vellum::css::substitute {
 
@@ -41,22 +43,48 @@ bool any_term(value::value const& v, Pred const& pred) {
 }
 
 // A quantity inside a math function: a sum of points, font sizes (em), percentages and a plain number.
+// A percentage that min(), max() or clamp() compared with lengths keeps the lengths as bounds in points
+// on what it resolves to.
 struct quantity {
     double points = 0;
     double em = 0;
     double percent = 0;
     double number = 0;
     bool is_number = false;
+    double lower = -std::numeric_limits<double>::infinity();
+    double upper = std::numeric_limits<double>::infinity();
+
+    bool bounded() const { return lower != -std::numeric_limits<double>::infinity() || upper != std::numeric_limits<double>::infinity(); }
 };
 
 std::optional<quantity> add(quantity a, quantity const& b, double sign) {
     if (a.is_number != b.is_number) {
         return std::nullopt;
     }
+    // A bounded percentage moves with a plain length added to it; two that wait for their
+    // reference can't be added once one is bounded.
+    if (b.bounded() || (a.bounded() && b.percent != 0)) {
+        if (a.bounded() || a.percent != 0 || !b.bounded()) {
+            return std::nullopt;
+        }
+        quantity moved = b;
+        if (sign < 0) {
+            moved.points = -b.points;
+            moved.percent = -b.percent;
+            moved.lower = -b.upper;
+            moved.upper = -b.lower;
+        }
+        moved.points += a.points;
+        moved.lower += a.points;
+        moved.upper += a.points;
+        return moved;
+    }
     a.points += sign * b.points;
     a.em += sign * b.em;
     a.percent += sign * b.percent;
     a.number += sign * b.number;
+    a.lower += sign * b.points;
+    a.upper += sign * b.points;
     return a;
 }
 
@@ -65,6 +93,26 @@ quantity scale(quantity q, double k) {
     q.em *= k;
     q.percent *= k;
     q.number *= k;
+    if (q.bounded()) {
+        q.lower *= k;
+        q.upper *= k;
+        if (k < 0) {
+            std::swap(q.lower, q.upper);
+        }
+    }
+    return q;
+}
+
+// min() or max() of a percentage (bounded or not) and a length: min(clamp(x, l, u), c) is
+// clamp(x, min(l, c), min(u, c)), and max() likewise.
+quantity bound(quantity q, double c, bool is_min) {
+    if (is_min) {
+        q.lower = std::min(q.lower, c);
+        q.upper = std::min(q.upper, c);
+    } else {
+        q.lower = std::max(q.lower, c);
+        q.upper = std::max(q.upper, c);
+    }
     return q;
 }
 
@@ -102,10 +150,41 @@ struct evaluator {
         if (auto const* f = std::get_if<value::function>(&v); f != nullptr && is_math(*f)) {
             return function(*f);
         }
+        // An inner math function already rewritten: its percentage, offset and bounds.
+        if (auto const* f = std::get_if<value::function>(&v); f != nullptr && f->function_name == mixed_percentage) {
+            return mixed(*f);
+        }
         if (auto const* l = std::get_if<value::values>(&v)) {
             return sum(l->value_list);
         }
         return std::nullopt;
+    }
+
+    std::optional<quantity> mixed(value::function const& f) const {
+        auto const& args = f.function_args;
+        if (args.size() != 2 && args.size() != 4) {
+            return std::nullopt;
+        }
+        auto const* p = std::get_if<value::percent>(&args[0]);
+        std::vector<double> pts;
+        for (std::size_t i = 1; i < args.size(); ++i) {
+            auto const l = units::length_from_value(args[i]);
+            auto const* in_points = l ? std::get_if<units::points>(&*l) : nullptr;
+            if (in_points == nullptr) {
+                return std::nullopt;
+            }
+            pts.push_back(in_points->points_value);
+        }
+        if (p == nullptr) {
+            return std::nullopt;
+        }
+        quantity q{.points = pts[0], .percent = number_as_double(p->percent_value)};
+        if (pts.size() == 3) {
+            double const huge = std::numeric_limits<float>::max();
+            q.lower = pts[1] <= -huge ? -std::numeric_limits<double>::infinity() : pts[1];
+            q.upper = pts[2] >= huge ? std::numeric_limits<double>::infinity() : pts[2];
+        }
+        return q;
     }
 
     double page_unit(std::string_view unit) const {
@@ -173,7 +252,7 @@ struct evaluator {
             if (!next) {
                 return std::nullopt;
             }
-            total = add(*total, *next, plus ? 1 : -1);
+            total = add(settle(*total), settle(*next), plus ? 1 : -1);
         }
         return total;
     }
@@ -204,27 +283,41 @@ struct evaluator {
         if (is_named(f, "calc") || is_named(f, "-webkit-calc")) {
             return args.size() == 1 ? std::optional(args.front()) : std::nullopt;
         }
-        // min(), max() and clamp() compare numbers with numbers and lengths with lengths; a percentage
-        // that waits for its reference can't be compared yet.
+        // min(), max() and clamp() compare numbers with numbers and lengths with lengths. One argument
+        // may be a percentage that waits for its reference: the lengths become its bounds.
         for (auto const& q : args) {
-            if (q.is_number != args.front().is_number || q.percent != 0) {
+            if (q.is_number != args.front().is_number) {
                 return std::nullopt;
             }
         }
-        auto const key = [](quantity const& q) { return q.is_number ? q.number : q.points; };
-        auto const by_key = [&](quantity const& a, quantity const& b) { return key(a) < key(b); };
-        if (is_named(f, "min")) {
-            return *std::ranges::min_element(args, by_key);
+        auto const waits = [](quantity const& q) { return q.percent != 0 || q.bounded(); };
+        if (std::ranges::count_if(args, waits) > 1) {
+            return std::nullopt;
         }
-        if (is_named(f, "max")) {
-            return *std::ranges::max_element(args, by_key);
+        auto const key = [](quantity const& q) { return q.is_number ? q.number : q.points; };
+        // min or max of two arguments, at most one of which waits.
+        auto const pick = [&](quantity const& a, quantity const& b, bool is_min) {
+            if (waits(a)) {
+                return bound(a, key(b), is_min);
+            }
+            if (waits(b)) {
+                return bound(b, key(a), is_min);
+            }
+            return (key(a) < key(b)) == is_min ? a : b;
+        };
+        if (is_named(f, "min") || is_named(f, "max")) {
+            bool const is_min = is_named(f, "min");
+            quantity out = args.front();
+            for (std::size_t i = 1; i < args.size(); ++i) {
+                out = pick(out, args[i], is_min);
+            }
+            return out;
         }
         if (args.size() != 3) {
             return std::nullopt;
         }
-        // clamp(low, value, high): the value, but no less than low and, low first, no more than high.
-        quantity out = key(args[1]) > key(args[2]) ? args[2] : args[1];
-        return key(out) < key(args[0]) ? args[0] : out;
+        // clamp(low, value, high) is max(low, min(value, high)): the low bound wins.
+        return pick(args[0], pick(args[1], args[2], true), false);
     }
 };
 
@@ -232,6 +325,17 @@ struct evaluator {
 value::value as_term(quantity const& q) {
     if (q.is_number) {
         return value::number{q.number};
+    }
+    if (q.bounded()) {
+        // A bounded length with no percentage left (min(0%, 10pt)) is a plain length within its bounds.
+        if (q.percent == 0) {
+            return value::dimension{std::clamp(q.points, q.lower, std::max(q.lower, q.upper)), "pt"};
+        }
+        double const huge = std::numeric_limits<float>::max();
+        return value::function{.function_name = std::string(mixed_percentage),
+                               .function_args = {value::percent{q.percent}, value::dimension{q.points, "pt"},
+                                                 value::dimension{std::max(q.lower, -huge), "pt"},
+                                                 value::dimension{std::min(q.upper, huge), "pt"}}};
     }
     if (q.percent != 0 && q.points != 0) {
         return value::function{.function_name = std::string(mixed_percentage),

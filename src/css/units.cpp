@@ -4,6 +4,7 @@
 #include <numbers>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace vellum::css::units {
 
@@ -81,14 +82,28 @@ std::optional<length_percent> length_percent_from_value(value::value const& v) {
     if (auto const* p = std::get_if<value::percent>(&v)) {
         return percentage{static_cast<float>(number_as_double(p->percent_value))};
     }
-    // A math function that mixed a percentage with a length: the percentage and the length in points.
+    // A math function that mixed a percentage with a length: the percentage and the length in points,
+    // and the bounds in points that min(), max() or clamp() put on it.
     if (auto const* f = std::get_if<value::function>(&v);
-        f != nullptr && f->function_name == "-vellum-calc" && f->function_args.size() == 2) {
+        f != nullptr && f->function_name == "-vellum-calc" &&
+        (f->function_args.size() == 2 || f->function_args.size() == 4)) {
         auto const* p = std::get_if<value::percent>(&f->function_args[0]);
-        auto const offset = length_from_value(f->function_args[1]);
-        auto const* pts = offset ? std::get_if<points>(&*offset) : nullptr;
-        if (p != nullptr && pts != nullptr) {
-            return percentage{static_cast<float>(number_as_double(p->percent_value)), pts->points_value};
+        std::vector<float> pts;
+        for (std::size_t i = 1; i < f->function_args.size(); ++i) {
+            auto const l = length_from_value(f->function_args[i]);
+            auto const* in_points = l ? std::get_if<points>(&*l) : nullptr;
+            if (in_points == nullptr) {
+                return std::nullopt;
+            }
+            pts.push_back(in_points->points_value);
+        }
+        if (p != nullptr) {
+            percentage out{static_cast<float>(number_as_double(p->percent_value)), pts[0]};
+            if (pts.size() == 3) {
+                out.percentage_min = pts[1];
+                out.percentage_max = pts[2];
+            }
+            return out;
         }
     }
     if (auto l = length_from_value(v)) {

@@ -4,6 +4,8 @@
 
 #include "css/value.hpp"
 
+#include <algorithm>
+#include <limits>
 #include <optional>
 #include <variant>
 
@@ -43,12 +45,15 @@ struct percentage {
     float percentage_value = 0;
     /// A length in points added to the percentage once resolved, as calc(100% - 2em) leaves it.
     float percentage_offset = 0;
+    /// Bounds in points on the resolved length, as min(100%, 600px) or clamp(10em, 50%, 40em) leave them.
+    float percentage_min = -std::numeric_limits<float>::infinity();
+    float percentage_max = std::numeric_limits<float>::infinity();
     bool operator==(percentage const&) const = default;
 };
 
-/// The percentage of a reference, with its offset.
+/// The percentage of a reference, with its offset, within its bounds (the lower bound wins).
 inline float percent_of(percentage const& p, float reference) {
-    return reference * p.percentage_value / 100 + p.percentage_offset;
+    return std::max(p.percentage_min, std::min(p.percentage_max, reference * p.percentage_value / 100 + p.percentage_offset));
 }
 
 using length_percent = std::variant<length, percentage>;

@@ -367,7 +367,7 @@ util::size::size replaced_size(css::style::style const& s,
             return *f;
         }
         if (auto const* p = std::get_if<css::units::percentage>(&v)) {
-            return container_width * p->percentage_value / 100 + p->percentage_offset;
+            return css::units::percent_of(*p, container_width);
         }
         return std::nullopt;
     };

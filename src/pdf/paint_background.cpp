@@ -28,7 +28,7 @@ std::optional<double> length_of(css::box::auto_length_percent<float> const& v, d
         return *f;
     }
     if (auto const* p = std::get_if<css::units::percentage>(&v)) {
-        return p->percentage_value * reference / 100 + p->percentage_offset;
+        return css::units::percent_of(*p, float(reference));
     }
     return std::nullopt;
 }
@@ -38,7 +38,7 @@ double offset_of(css::box::length_or_percent<float> const& v, double room) {
         return *f;
     }
     auto const& p = std::get<css::units::percentage>(v);
-    return p.percentage_value * room / 100 + p.percentage_offset;
+    return css::units::percent_of(p, float(room));
 }
 
 // A length in a gradient: points, or a fraction of the reference for a percentage.

@@ -263,15 +263,20 @@ struct evaluator {
         }
     }
 
+    std::u32string mark(int depth, bool open) const {
+        static css::box::quotes const automatic = css::box::auto_value{};
+        return quote_mark(env.quotes != nullptr ? *env.quotes : automatic, env.lang, depth, open);
+    }
+
     void quote(std::string const& word) {
         int& depth = *env.quote_depth;
         if (word == "open-quote") {
-            text(open_quote(depth));
+            text(mark(depth, true));
             ++depth;
         } else if (word == "close-quote") {
             if (depth > 0) {
                 --depth;
-                text(close_quote(depth));
+                text(mark(depth, false));
             }
         } else if (word == "no-open-quote") {
             ++depth;
@@ -347,12 +352,58 @@ std::optional<page_policy> policy_named(std::string const& word) {
     return std::nullopt;
 }
 
-char32_t const* open_quote(int depth) {
-    return depth == 0 ? U"\u201C" : U"\u2018";
+namespace {
+
+// The quotation marks of a language: outer open, outer close, inner open, inner close.
+struct language_quotes {
+    std::string_view lang;
+    std::u32string_view marks[4];
+};
+
+constexpr language_quotes language_marks[] = {
+    {"en", {U"\u201C", U"\u201D", U"\u2018", U"\u2019"}},
+    {"de", {U"\u201E", U"\u201C", U"\u201A", U"\u2018"}},
+    {"cs", {U"\u201E", U"\u201C", U"\u201A", U"\u2018"}},
+    {"da", {U"\u00BB", U"\u00AB", U"\u203A", U"\u2039"}},
+    {"es", {U"\u00AB", U"\u00BB", U"\u201C", U"\u201D"}},
+    {"fr", {U"\u00AB\u00A0", U"\u00A0\u00BB", U"\u201C", U"\u201D"}},
+    {"it", {U"\u00AB", U"\u00BB", U"\u201C", U"\u201D"}},
+    {"ja", {U"\u300C", U"\u300D", U"\u300E", U"\u300F"}},
+    {"nl", {U"\u201C", U"\u201D", U"\u2018", U"\u2019"}},
+    {"pl", {U"\u201E", U"\u201D", U"\u00AB", U"\u00BB"}},
+    {"pt", {U"\u00AB", U"\u00BB", U"\u201C", U"\u201D"}},
+    {"ru", {U"\u00AB", U"\u00BB", U"\u201E", U"\u201C"}},
+    {"sv", {U"\u201D", U"\u201D", U"\u2019", U"\u2019"}},
+    {"uk", {U"\u00AB", U"\u00BB", U"\u201E", U"\u201C"}},
+    {"zh", {U"\u201C", U"\u201D", U"\u2018", U"\u2019"}},
+};
+
+std::u32string automatic_mark(std::optional<std::string> const& lang, int depth, bool open) {
+    // The primary subtag decides: "de-CH" and "de" alike.
+    std::string_view primary = lang ? std::string_view(*lang) : std::string_view("en");
+    primary = primary.substr(0, primary.find_first_of("-_"));
+    auto const* found = &language_marks[0];
+    for (auto const& l : language_marks) {
+        if (l.lang == primary) {
+            found = &l;
+        }
+    }
+    return std::u32string(found->marks[(depth == 0 ? 0 : 2) + (open ? 0 : 1)]);
 }
 
-char32_t const* close_quote(int depth) {
-    return depth == 0 ? U"\u201D" : U"\u2019";
+} // namespace
+
+std::u32string quote_mark(css::box::quotes const& quotes, std::optional<std::string> const& lang, int depth,
+                          bool open) {
+    return std::visit(overloaded{
+                          [&](css::box::auto_value const&) { return automatic_mark(lang, depth, open); },
+                          [](css::box::none_value const&) { return std::u32string(); },
+                          [&](css::box::quote_marks const& m) {
+                              auto const& pair = m.quote_pairs[std::min<std::size_t>(depth, m.quote_pairs.size() - 1)];
+                              return textbuf::from_utf8(open ? pair.first : pair.second);
+                          },
+                      },
+                      quotes);
 }
 
 std::vector<piece> evaluate(css::property::content_list const& content, gen_env const& env, std::string_view what) {

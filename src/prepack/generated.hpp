@@ -36,6 +36,9 @@ struct gen_env {
     resource::locator::locator base;
     /// The nesting of quotes so far, carried through the document.
     int* quote_depth = nullptr;
+    /// The element's `quotes` and language, for open-quote and close-quote.
+    css::box::quotes const* quotes = nullptr;
+    std::optional<std::string> lang;
     /// The font size of the style, for lengths in ems.
     float font_size = 12;
     /// The box of an image that url() names, or nothing when it cannot be shown.
@@ -54,8 +57,9 @@ std::optional<page_policy> policy_named(std::string const& word);
 /// An identifier term, lower-cased.
 std::optional<std::string> ident_of(css::value::value const& v);
 
-/// The quote marks by nesting level: double quotes outside, single quotes within.
-char32_t const* open_quote(int depth);
-char32_t const* close_quote(int depth);
+/// The open or close mark of `quotes` at a nesting level: the marks of the deepest level repeat below
+/// it, "none" has none, and "auto" takes the marks of the language (English without one).
+std::u32string quote_mark(css::box::quotes const& quotes, std::optional<std::string> const& lang, int depth,
+                          bool open);
 
 } // namespace vellum::prepack::generated

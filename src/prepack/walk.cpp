@@ -335,6 +335,8 @@ struct walker {
             .doc = doc_url,
             .base = doc_url,
             .quote_depth = &quote_depth,
+            .quotes = s.rare_props ? &s.rare_props->rare_props_quotes : nullptr,
+            .lang = s.vellum_lang_value,
             .font_size = s.font_size,
             .image = [this, &s](css::value::url const& u) -> std::optional<span_inline_block> {
                 auto const url = styledom::sheets::resolve_url(*doc.styled_rules.rules_bases, u);

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
+
 namespace vellum::css::substitute {
 namespace {
 
@@ -85,7 +87,9 @@ TEST(substitute, calc_mixes_units_and_keeps_percentages_for_later) {
     EXPECT_EQ(sub("calc(1pt / 0)", ctx), "<invalid>");
     EXPECT_EQ(sub("calc(1pt / 1pt)", ctx), "<invalid>");
     EXPECT_EQ(sub("calc(1pt * 1pt)", ctx), "<invalid>");
-    EXPECT_EQ(sub("min(10%, 1pt)", ctx), "<invalid>");
+    // Two percentages that wait for their reference can't be compared with each other.
+    EXPECT_EQ(sub("min(10%, 20%)", ctx), "<invalid>");
+    EXPECT_EQ(sub("max(10% + 1pt, 1pt, 20%)", ctx), "<invalid>");
     // The font's own properties settle percentages against the font size.
     context font = ctx;
     font.percent_of_font = true;
@@ -103,6 +107,45 @@ TEST(substitute, mixed_percentages_reach_the_length_parsers) {
     EXPECT_FLOAT_EQ(units::percent_of(*p, 200), 110);
     EXPECT_TRUE(property::parse_declaration(propnames::prop_name::prop_width, *v).has_value());
     EXPECT_TRUE(property::parse_declaration(propnames::prop_name::prop_margin_left, *v).has_value());
+}
+
+// What a bounded percentage resolves to against a reference, or nothing if it is not one.
+std::optional<float> resolved(std::string_view text, float reference) {
+    context const ctx{.font_size = 10, .dpi = 72};
+    auto const v = substitute(term(text), ctx);
+    if (!v) {
+        return std::nullopt;
+    }
+    auto const lp = units::length_percent_from_value(*v);
+    auto const* p = lp ? std::get_if<units::percentage>(&*lp) : nullptr;
+    if (p == nullptr) {
+        return std::nullopt;
+    }
+    return units::percent_of(*p, reference);
+}
+
+TEST(substitute, min_max_and_clamp_bound_a_percentage_by_lengths) {
+    // The common width idioms: min(100%, 600px) and clamp(10em, 50%, 40em).
+    EXPECT_EQ(resolved("min(100%, 60pt)", 50), 50);
+    EXPECT_EQ(resolved("min(100%, 60pt)", 500), 60);
+    EXPECT_EQ(resolved("max(50%, 2em)", 10), 20);
+    EXPECT_EQ(resolved("max(50%, 2em)", 100), 50);
+    EXPECT_EQ(resolved("clamp(10pt, 50%, 40pt)", 10), 10);
+    EXPECT_EQ(resolved("clamp(10pt, 50%, 40pt)", 60), 30);
+    EXPECT_EQ(resolved("clamp(10pt, 50%, 40pt)", 600), 40);
+    // The low bound wins when the bounds cross.
+    EXPECT_EQ(resolved("clamp(40pt, 50%, 10pt)", 600), 40);
+    // The percentage may be either argument, and the bounds fold through nested calls.
+    EXPECT_EQ(resolved("min(60pt, max(1pt, 100%))", 500), 60);
+    EXPECT_EQ(resolved("min(60pt, max(1pt, 100%))", 0), 1);
+    // A bounded percentage moves with lengths added to it, and turns with a negative factor.
+    EXPECT_EQ(resolved("calc(min(100%, 60pt) - 1em)", 500), 50);
+    EXPECT_EQ(resolved("calc(min(100%, 60pt) - 1em)", 30), 20);
+    EXPECT_EQ(resolved("calc(1em - min(100%, 60pt))", 500), -50);
+    EXPECT_EQ(resolved("calc(min(100%, 60pt) * -1)", 30), -30);
+    EXPECT_EQ(resolved("calc(min(100%, 60pt) * -1)", 500), -60);
+    // A bounded percentage and another percentage don't add up.
+    EXPECT_EQ(resolved("calc(min(100%, 60pt) + 10%)", 500), std::nullopt);
 }
 
 TEST(substitute, validity_at_parse_time) {

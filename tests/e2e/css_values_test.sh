@@ -128,6 +128,29 @@ if [ -s offsets.pdf ]; then
     expect_eq "font size 100% + 12pt doubles 12pt text" "$ratio" "2.00"
 fi
 
+# min(), max() and clamp() with a percentage: the lengths bound what the percentage resolves to.
+cat >bounds.html <<'EOF'
+<!DOCTYPE html><html><head><style>
+@page { size: 400pt 300pt; margin: 0 }
+body { margin: 0 }
+div { height: 20pt; background: red }
+.capped { width: min(100%, 150pt) }
+.floor { width: max(10%, 250pt) }
+.clamped { width: clamp(50pt, 50%, 300pt) }
+.inner { width: 100pt } .inner div { width: min(100%, 150pt); background: blue }
+</style></head><body><div class="capped"></div><div class="floor"></div><div class="clamped"></div>
+<div class="inner"><div></div></div></body></html>
+EOF
+timeout 60 "$VELLUM" bounds.html -o bounds.pdf 2>bounds.err
+expect_eq "bounds: status" "$?" 0
+if [ -s bounds.pdf ]; then
+    expect_eq "min(100%, 150pt) caps at 150" "$(pixel bounds.pdf 148 10) / $(pixel bounds.pdf 152 10)" "255 0 0 / 255 255 255"
+    expect_eq "max(10%, 250pt) floors at 250" "$(pixel bounds.pdf 248 30) / $(pixel bounds.pdf 252 30)" "255 0 0 / 255 255 255"
+    expect_eq "clamp(50pt, 50%, 300pt) is 200" "$(pixel bounds.pdf 198 50) / $(pixel bounds.pdf 202 50)" "255 0 0 / 255 255 255"
+    expect_eq "min(100%, 150pt) in a 100pt box is 100" "$(pixel bounds.pdf 98 70) / $(pixel bounds.pdf 102 70)" "0 0 255 / 255 255 255"
+    expect_not_contains "bounds: no problems in the sheet" "$(cat bounds.err)" "problem"
+fi
+
 # A sheet with a syntax error on its third line and an unknown property on its fourth.
 cat >broken.css <<'EOF'
 p { color: black }

@@ -11,11 +11,17 @@ body { font: 12pt "DejaVu Serif" }
 .rep { -vellum-text-replace: "foo" "bar" "(c)" "©" }
 .none { -vellum-text-replace: none }
 .fl::first-line { color: rgb(0, 0, 255) }
+.own { quotes: "<<" ">>" "<" ">" }
+.bare { quotes: none }
 .ell { width: 120pt; white-space: nowrap; overflow: hidden; text-overflow: ellipsis }
 </style></head><body>
 <p class="rep">foo fighters and foofoo (c) 2026</p>
 <p class="rep"><span class="none">foo kept</span></p>
 <p><q>outer <q>inner</q> outer</q></p>
+<p class="own"><q>mine <q>nested <q>deeper</q></q></q></p>
+<p class="bare">none<q>bare</q>none</p>
+<p lang="de"><q>Deutsch <q>innen</q></q></p>
+<p lang="fr"><q>Bonjour</q></p>
 <div class="ell">Overflowing text that is far too long for its narrow box</div>
 <div class="ell">Short fits</div>
 <p class="fl" style="width: 200pt">Firstline words in blue that run on to a second line of black words</p>
@@ -28,6 +34,10 @@ text=$(pdftotext -layout t.pdf -)
 expect_contains "replaced, every occurrence, pairs in turn" "$text" "bar fighters and barbar © 2026"
 expect_contains "none on a child keeps the text" "$text" "foo kept"
 expect_contains "quotes alternate by depth" "$text" "“outer ‘inner’ outer”"
+expect_contains "quotes of one's own, the last pair repeating" "$text" "<<mine <nested <deeper>>>>"
+expect_contains "quotes: none" "$text" "nonebarenone"
+expect_contains "German marks by lang" "$text" "„Deutsch ‚innen‘“"
+expect_contains "French marks by lang" "$text" "« Bonjour »"
 # text-overflow: ellipsis cuts an overflowing line so that the ellipsis ends inside the box; a line
 # that fits shows none.
 ell_line=$(echo "$text" | grep Overflowing)
