@@ -5,6 +5,26 @@
 namespace vellum::prepack {
 
 // These records hold lists of blocks or spans, which are complete only here.
+// Spans and blocks, variants of recursive records, are compared alternative by alternative here, in one
+// place, rather than by the standard variant's operator== at every use: its instantiation over these
+// types is more than some compilers can take.
+template <class Variant>
+static bool same_alternative(Variant const& a, Variant const& b) {
+    if (a.index() != b.index()) {
+        return false;
+    }
+    return std::visit([&b](auto const& x) { return x == std::get<std::decay_t<decltype(x)>>(b); }, a);
+}
+
+bool operator==(span const& a, span const& b) {
+    return same_alternative<span_alternative>(a, b);
+}
+
+bool block::operator==(block const& o) const {
+    return same_alternative(block_content, o.block_content) && block_style == o.block_style &&
+           block_type == o.block_type && block_bg == o.block_bg;
+}
+
 bool nested_span::operator==(nested_span const&) const = default;
 bool inline_footnote::operator==(inline_footnote const&) const = default;
 bool list_item::operator==(list_item const&) const = default;

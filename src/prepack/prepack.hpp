@@ -486,6 +486,9 @@ struct span : span_alternative {
     using span_alternative::span_alternative;
 };
 
+/// Spans compare alternative by alternative.
+bool operator==(span const& a, span const& b);
+
 // ---- Paragraphs -------------------------------------------------------------------------------------------
 
 /// A paragraph not yet turned into items.
@@ -575,6 +578,12 @@ public:
     iterator end() const { return {this, size()}; }
 
     bool operator==(block_list const& other) const;
+
+    /// The shared blocks this list is a view of, with where it starts in them, or a null pointer when
+    /// the list has blocks of its own; the same pair means the same blocks for as long as the list lives.
+    std::pair<void const*, std::size_t> shared_identity() const {
+        return {list_head.empty() ? list_rest.get() : nullptr, list_from};
+    }
 
 private:
     std::vector<block> list_head;
@@ -794,7 +803,7 @@ struct block {
     ref<css::style::style> block_style;
     prepack::element_type block_type = type_anonymous{};
     std::vector<bg> block_bg;
-    bool operator==(block const&) const = default;
+    bool operator==(block const&) const;
 };
 
 // ---- Documents and page sections ------------------------------------------------------------------------
