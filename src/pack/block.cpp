@@ -422,6 +422,11 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
 
     // A table is as wide as its columns need: they are found first, and its box takes their width.
     std::optional<prepack::computed_table_anony_box> computed_table;
+    std::optional<table_pack::measure_scope> measuring;
+    if (std::holds_alternative<prepack::bcontent_table>(b.block_content) ||
+        std::holds_alternative<prepack::bcontent_computed_table_box>(b.block_content)) {
+        measuring.emplace();
+    }
     if (auto const* t = std::get_if<prepack::bcontent_table>(&b.block_content)) {
         computed_table = table_pack::compute_table(info, t->table, b.block_style, used.used_width);
     } else if (auto const* t = std::get_if<prepack::bcontent_computed_table_box>(&b.block_content)) {

@@ -10,6 +10,7 @@
 #include "util/result.hpp"
 
 #include <algorithm>
+#include <unordered_map>
 
 namespace vellum::pack::table_pack {
 
@@ -158,10 +159,53 @@ box pack_cell_box(page_info& info, prepack::cell0 const& c, float x, float w) {
 
 // The width of a cell's content at its narrowest and unwrapped, with its padding and borders. The
 // trials pack in `scratch`, whose gatherings are dropped.
-std::pair<float, float> measure_cell(page_info& scratch, prepack::cell0 const& c) {
+// A cell's measured widths, by the blocks it shows and the style it was declared with.
+struct measure_key {
+    std::pair<void const*, std::size_t> content;
+    style const* declared = nullptr;
+    bool operator==(measure_key const&) const = default;
+};
+
+struct measure_key_hash {
+    std::size_t operator()(measure_key const& k) const {
+        return std::hash<void const*>{}(k.content.first) ^ (k.content.second * 0x9e3779b97f4a7c15ull) ^
+               (std::hash<void const*>{}(k.declared) << 1);
+    }
+};
+
+struct measured_widths {
+    /// The collapsed border halves the widths were measured with.
+    std::optional<css::box::borders> halves;
+    std::pair<float, float> widths;
+};
+
+struct measure_memo {
+    int depth = 0;
+    std::unordered_map<measure_key, measured_widths, measure_key_hash> widths;
+};
+
+thread_local measure_memo memo;
+
+std::pair<float, float> measure_uncached(page_info& scratch, prepack::cell0 const& c) {
     float const narrow = block::natural_width(pack_cell_box(scratch, c, 0, 0));
     float const wide = block::natural_width(pack_cell_box(scratch, c, 0, far));
     return {narrow, std::max(narrow, wide)};
+}
+
+// `declared` is the cell's style before the table's borders were given to it, `halves` those borders.
+std::pair<float, float> measure_cell(page_info& scratch, prepack::cell0 const& c, style const* declared,
+                                     std::optional<css::box::borders> const& halves) {
+    auto const content = c.cell_content.blocks.shared_identity();
+    if (memo.depth == 0 || content.first == nullptr) {
+        return measure_uncached(scratch, c);
+    }
+    measure_key const key{content, declared};
+    if (auto const it = memo.widths.find(key); it != memo.widths.end() && it->second.halves == halves) {
+        return it->second.widths;
+    }
+    auto const widths = measure_uncached(scratch, c);
+    memo.widths.insert_or_assign(key, measured_widths{halves, widths});
+    return widths;
 }
 
 css::box::width spec_of(css::box::width const& w, float edges) {
@@ -565,6 +609,16 @@ float pack_captions(page_info& info, std::vector<prepack::block> const& captions
 
 } // namespace
 
+measure_scope::measure_scope() {
+    ++memo.depth;
+}
+
+measure_scope::~measure_scope() {
+    if (--memo.depth == 0) {
+        memo.widths.clear();
+    }
+}
+
 prepack::computed_table_anony_box compute_table(page_info const& info,
                                                 prepack::table_anony_box const& t,
                                                 ref<css::style::style> const& table_style,
@@ -654,7 +708,7 @@ prepack::computed_table_anony_box compute_table(page_info const& info,
                                            .cell_span = cell.cell_colspan,
                                            .cell_specw = spec_of(original.width, side_edges(used))};
                 if (!fixed) {
-                    std::tie(w.cell_minw, w.cell_maxw) = measure_cell(scratch, cell);
+                    std::tie(w.cell_minw, w.cell_maxw) = measure_cell(scratch, cell, &original, halves);
                 } else if (!first_row_done) {
                     first_row.push_back(w);
                 }

@@ -12,6 +12,18 @@
 
 namespace vellum::pack::table_pack {
 
+/// While one lives, the widths measured of table cells are kept and reused: a table nested in the cell of
+/// another is then measured once, not once more for every trial width of every table around it (which
+/// grows with the power of the depth). Made around the packing of one table block, whose cells stay
+/// alive meanwhile; the widths are forgotten when the outermost scope ends.
+class measure_scope {
+public:
+    measure_scope();
+    ~measure_scope();
+    measure_scope(measure_scope const&) = delete;
+    measure_scope& operator=(measure_scope const&) = delete;
+};
+
 /// Pads a table's grid and finds its column widths in a containing block of `available` content
 /// width. The result holds the table ready to be packed, part after part.
 prepack::computed_table_anony_box compute_table(page_info const& info,
