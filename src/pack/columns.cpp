@@ -17,10 +17,21 @@ namespace mc = margin_collapsing;
 constexpr float tolerance = 0.0001f;
 
 // The most passes balancing may take beyond the first: enough to halve any page's height down to a
-// line. A container nested in a column is
-// balanced in every pass of its outer container, so it gets fewer.
+// line. A container nested in a column is balanced in every pass of its outer container, so it gets
+// fewer; one inside two searches already is filled column after column, not balanced, since the passes
+// of nested searches multiply with the depth.
 constexpr int balance_passes = 14;
 constexpr int nested_balance_passes = 6;
+
+// How many balancing searches are under way around the container being packed.
+thread_local int searches_around = 0;
+
+struct search_scope {
+    search_scope() { ++searches_around; }
+    ~search_scope() { --searches_around; }
+    search_scope(search_scope const&) = delete;
+    search_scope& operator=(search_scope const&) = delete;
+};
 
 // The footnotes called in a later column may take room that an earlier column has filled: the set is
 // packed again above them, a few times at most.
@@ -222,6 +233,7 @@ float balance_step(css::style::style const& s) {
 // beyond the first: the even share, and a line above it. The best result is the one that holds
 // everything at the least height.
 columns_res balanced(pass_input const& in, columns_res full, float step, int max_passes) {
+    search_scope const searching;
     float const top = in.inner.top;
     float hi = full.max_column_height;
     int passes = full.s_passes;
@@ -302,8 +314,9 @@ multicol_res pack_columns(page_info info,
     }
     auto r = pass_with_page_stuff(in, bottom);
     bool const balance = s.column_fill == css::box::column_fill::balance && !fixed_height;
-    if (balance && holds_all(r) && geometry.column_total > 1) {
-        r = balanced(in, std::move(r), balance_step(s), nested ? nested_balance_passes : balance_passes);
+    if (balance && holds_all(r) && geometry.column_total > 1 && searches_around < 2) {
+        int const passes = nested || searches_around > 0 ? nested_balance_passes : balance_passes;
+        r = balanced(in, std::move(r), balance_step(s), passes);
     }
 
     multicol_res out;
