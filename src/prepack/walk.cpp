@@ -1340,8 +1340,10 @@ struct walker {
                                        padding_points(s.padding_bottom), padding_points(s.padding_left)},
                      .cell_background_color = s.background ? s.background->background_color
                                                            : css::color::color{css::color::transparent{}},
-                     .cell_colspan = std::max(1, s.table_column_span),
-                     .cell_rowspan = std::max(1, s.table_row_span)};
+                     // Spans within the limits HTML gives them (1000 columns, 65534 rows), so that a
+                     // hostile span cannot make a grid of billions of slots.
+                     .cell_colspan = std::clamp(s.table_column_span, 1, 1000),
+                     .cell_rowspan = std::clamp(s.table_row_span, 1, 65534)};
     }
 
     col make_col(style_ref const& style) const {
