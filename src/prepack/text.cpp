@@ -435,40 +435,103 @@ bidi_thing thing_of(separator const& s, int level) {
                       s);
 }
 
-void add_text(textbuf::textbuf const& text, int level, std::optional<bidi_class> forced,
+// The embeddings and overrides opened by control characters (LRE, RLE, LRO, RLO and the isolates, read
+// as embeddings) in the text of one element, innermost last. They close at their PDF or PDI, or where the
+// element ends, so that an unclosed control never reaches past its element.
+struct explicit_stack {
+    struct entry {
+        int level;
+        std::optional<bidi_class> forced;
+    };
+    std::vector<entry> entries;
+};
+
+// The direction of the first strong character after `from`, for a first-strong isolate.
+bool first_strong_rtl(textbuf::textbuf const& text, std::size_t from) {
+    int depth = 0;
+    for (std::size_t i = from; i < text.size(); ++i) {
+        char32_t const c = text[i];
+        if (c >= 0x2066 && c <= 0x2068) {
+            ++depth;
+        } else if (c == 0x2069) {
+            if (depth-- == 0) {
+                return false;
+            }
+        } else if (depth == 0) {
+            auto const cls = bd::bidi_class_of(c);
+            if (cls == bidi_class::l) {
+                return false;
+            }
+            if (is_strong_rtl(cls)) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+void add_text(textbuf::textbuf const& text, int level, std::optional<bidi_class> forced, explicit_stack& stack,
               std::vector<bidi_thing>& things, bool& needed) {
-    for (char32_t const c : text) {
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        char32_t const c = text[i];
+        int const here = stack.entries.empty() ? level : stack.entries.back().level;
+        auto const here_forced = stack.entries.empty() ? forced : stack.entries.back().forced;
+        bool const opens = (c >= 0x202a && c <= 0x202e && c != 0x202c) || (c >= 0x2066 && c <= 0x2068);
+        if (opens) {
+            bool const rtl = c == 0x202b || c == 0x202e || c == 0x2067 || (c == 0x2068 && first_strong_rtl(text, i + 1));
+            std::optional<bidi_class> inner_forced;
+            if (c == 0x202d || c == 0x202e) {
+                inner_forced = c == 0x202e ? bidi_class::r : bidi_class::l;
+            }
+            needed = needed || rtl || inner_forced.has_value();
+            stack.entries.push_back({next_level(here, rtl), inner_forced});
+            things.push_back({bidi_class::bn, here, true});
+            continue;
+        }
+        if (c == 0x202c || c == 0x2069) {
+            if (!stack.entries.empty()) {
+                stack.entries.pop_back();
+            }
+            things.push_back({bidi_class::bn, stack.entries.empty() ? level : stack.entries.back().level, true});
+            continue;
+        }
         auto const cls = bd::bidi_class_of(c);
         needed = needed || is_strong_rtl(cls);
-        things.push_back({forced && cls != bidi_class::bn ? *forced : cls, level});
+        things.push_back({here_forced && cls != bidi_class::bn ? *here_forced : cls, here});
     }
 }
 
 // Flattens the paragraph into things with their explicit embedding levels, in the order `regroup`
 // visits them again.
+// `contexts` gets, for each nested span in the order visited, the level around it: its parent's level, or
+// that of an embedding its parent's text opened with control characters before it.
 void flatten(std::vector<span> const& spans, int level, std::optional<bidi_class> forced,
-             std::vector<bidi_thing>& things, bool& needed) {
+             std::vector<bidi_thing>& things, std::vector<int>& contexts, bool& needed) {
+    explicit_stack stack;
+    auto const current = [&] { return stack.entries.empty() ? level : stack.entries.back().level; };
+    auto const current_forced = [&] { return stack.entries.empty() ? forced : stack.entries.back().forced; };
     for (auto const& s : spans) {
-        auto const object = [&] { things.push_back({forced ? *forced : bidi_class::on, level}); };
+        auto const object = [&] { things.push_back({current_forced() ? *current_forced() : bidi_class::on, current()}); };
         std::visit(overloaded{
                        [&](span_nested const& n) {
-                           int inner = level;
-                           auto inner_forced = forced;
-                           if (auto const e = embedding_of(n.nested, level)) {
+                           int inner = current();
+                           contexts.push_back(inner);
+                           auto inner_forced = current_forced();
+                           if (auto const e = embedding_of(n.nested, inner)) {
                                needed = true;
                                inner = *e;
                                if (n.nested.span_style->unicode_bidi == css::box::unicode_bidi::bidi_override) {
                                    inner_forced = is_rtl(*n.nested.span_style) ? bidi_class::r : bidi_class::l;
                                }
                            }
-                           flatten(n.nested.span_content, inner, inner_forced, things, needed);
+                           flatten(n.nested.span_content, inner, inner_forced, things, contexts, needed);
                        },
-                       [&](span_text const& t) { add_text(t.text, level, forced, things, needed); },
-                       [&](span_text_with_hyphen const& t) { add_text(t.text, level, forced, things, needed); },
+                       [&](span_text const& t) { add_text(t.text, level, forced, stack, things, needed); },
+                       [&](span_text_with_hyphen const& t) { add_text(t.text, level, forced, stack, things, needed); },
                        [&](span_sep const& sep) {
-                           auto t = thing_of(sep.sep, level);
-                           if (forced && !t.transparent) {
-                               t.cls = *forced;
+                           auto t = thing_of(sep.sep, current());
+                           if (current_forced() && !t.transparent) {
+                               t.cls = *current_forced();
                            }
                            things.push_back(t);
                        },
@@ -478,7 +541,9 @@ void flatten(std::vector<span> const& spans, int level, std::optional<bidi_class
                        [&](span_leader const&) { object(); },
                        [&](span_gen_content const&) { object(); },
                        [&](span_script_func const&) { object(); },
-                       [&](span_first_letter const& f) { add_text(f.first_letter_text, level, forced, things, needed); },
+                       [&](span_first_letter const& f) {
+                           add_text(f.first_letter_text, level, forced, stack, things, needed);
+                       },
                    },
                    s);
     }
@@ -734,17 +799,19 @@ void cut_text(Text& t, std::vector<bidi_thing> const& things, std::size_t& next,
 // plain inline element from the lowest level it holds, so that an element that lies whole in a run
 // goes into that run's span and the run stays one piece when the line is reordered.
 std::vector<unit> units_of(std::vector<span>& spans, int context, css::style::style const& around,
-                           std::vector<bidi_thing> const& things, std::size_t& next) {
+                           std::vector<bidi_thing> const& things, std::vector<int> const& contexts,
+                           std::size_t& next, std::size_t& next_context) {
     std::vector<unit> units;
     units.reserve(spans.size());
     for (auto& s : spans) {
         if (auto* n = std::get_if<span_nested>(&s)) {
             auto& nested = n->nested;
             auto const& style = nested.span_style ? *nested.span_style : around;
-            auto const embedding = embedding_of(nested, context);
-            int const inner_context = embedding.value_or(context);
-            auto inner = units_of(nested.span_content, inner_context, style, things, next);
-            int const level = embedding ? *embedding : lowest_level(inner, context);
+            int const around_level = contexts.at(next_context++);
+            auto const embedding = embedding_of(nested, around_level);
+            int const inner_context = embedding.value_or(around_level);
+            auto inner = units_of(nested.span_content, inner_context, style, things, contexts, next, next_context);
+            int const level = embedding ? *embedding : lowest_level(inner, around_level);
             if (embedding) {
                 nested.span_direction = *embedding;
             }
@@ -779,14 +846,16 @@ void apply_bidi(std::vector<span>& spans, css::style::style const& paragraph_sty
         needed = true;
         forced = base != 0 ? bidi_class::r : bidi_class::l;
     }
-    flatten(spans, base, forced, things, needed);
+    std::vector<int> contexts;
+    flatten(spans, base, forced, things, contexts, needed);
     if (!needed) {
         return;
     }
     resolve(things, base);
     std::size_t next = 0;
-    auto units = units_of(spans, base, paragraph_style, things, next);
-    check(next == things.size(), "apply_bidi");
+    std::size_t next_context = 0;
+    auto units = units_of(spans, base, paragraph_style, things, contexts, next, next_context);
+    check(next == things.size() && next_context == contexts.size(), "apply_bidi");
     // Runs above the paragraph's level carry the paragraph's inherited style.
     run_style runs{paragraph_style, nullptr};
     spans = wrap_runs(units, 0, units.size(), base, runs);

@@ -266,6 +266,64 @@ TEST(text, bidi_level_runs_become_styled_spans) {
     EXPECT_EQ(plain, before);
 }
 
+// The highest level any span of the tree was given.
+int deepest_level(std::vector<span> const& spans) {
+    int deepest = 0;
+    for (auto const& s : spans) {
+        if (auto const* n = std::get_if<span_nested>(&s)) {
+            deepest = std::max({deepest, n->nested.span_direction.value_or(0), deepest_level(n->nested.span_content)});
+        }
+    }
+    return deepest;
+}
+
+TEST(text, bidi_control_characters_open_and_close_embeddings) {
+    auto const ltr = style_with(css::box::direction::ltr);
+    // A right-to-left override makes Latin letters right-to-left: they go one level up.
+    auto const rlo = dump::dump_spans(bidi_of(U"x \u202Eabc\u202C y", ltr));
+    EXPECT_NE(rlo.find("span anonymous level=1\n  text \"abc"), std::string::npos) << rlo;
+    // A left-to-right embedding inside a right-to-left one: Latin two levels up, Hebrew at one.
+    auto const nested = dump::dump_spans(bidi_of(U"\u202B\u05D0 \u202Aabc\u202C\u202C", ltr));
+    EXPECT_NE(nested.find("level=2"), std::string::npos) << nested;
+    EXPECT_NE(nested.find("level=1"), std::string::npos) << nested;
+    // An isolate reads as an embedding of its direction; first-strong takes that of its first letter.
+    auto const fsi = dump::dump_spans(bidi_of(U"a \u2068\u05D0\u05D1\u2069 b", ltr));
+    EXPECT_NE(fsi.find("level=1"), std::string::npos) << fsi;
+    // A closing character with nothing open is ignored; an embedding left open ends with the paragraph.
+    auto const stray = bidi_of(U"\u202Cab \u202Bcd", ltr);
+    EXPECT_EQ(check_made_spans(stray), 1);
+    // Deeper than the deepest level, embeddings are counted but raise nothing, and every closing
+    // character finds its opening one.
+    std::u32string deep;
+    for (int i = 0; i < 200; ++i) {
+        deep += i % 2 == 0 ? U'\u202B' : U'\u202A';
+    }
+    deep += U"x";
+    deep += std::u32string(200, U'\u202C');
+    deep += U" y";
+    auto const deep_spans = bidi_of(deep, ltr);
+    EXPECT_LE(deepest_level(deep_spans), 125);
+    EXPECT_GE(deepest_level(deep_spans), 124);
+    auto const dumped = dump::dump_spans(deep_spans);
+    EXPECT_EQ(dumped.rfind("text \"y\""), dumped.size() - 9) << dumped.substr(dumped.size() - 60);
+}
+
+TEST(text, bidi_embedding_elements_inside_control_characters) {
+    auto const ltr = style_with(css::box::direction::ltr);
+    auto const embed_rtl = share(style_with(css::box::direction::rtl, css::box::unicode_bidi::embed));
+    bool start = true;
+    // An element that embeds inside a left-to-right embedding opened by a character: the element's
+    // level is counted from that embedding's, in both passes over the paragraph.
+    std::vector<span> spans{span_text{U"\u202Aa"},
+                            span_nested{nested_span{.span_content = prepare_text(U"\u05D0 b", {}, start),
+                                                    .span_style = embed_rtl,
+                                                    .span_type = type_remaining{}}},
+                            span_text{U"\u202Cc"}};
+    apply_bidi(spans, ltr);
+    auto const out = dump::dump_spans(spans);
+    EXPECT_NE(out.find("span remaining level=3"), std::string::npos) << out;
+}
+
 TEST(text, bidi_spans_inherit_without_box_properties) {
     auto para = style_with(css::box::direction::ltr);
     para.padding_left = 12.0f;
