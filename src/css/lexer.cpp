@@ -467,6 +467,28 @@ std::string quoted(std::string_view s) {
     return out + "\"";
 }
 
+// A name as CSS text that reads back as the same name: characters that cannot stand in a name, and a digit
+// where the name (after one hyphen) would start, are escaped.
+static std::string escaped_name(std::string_view name, bool as_identifier) {
+    std::string out;
+    for (std::size_t i = 0; i < name.size(); ++i) {
+        char const c = name[i];
+        auto const u = static_cast<unsigned char>(c);
+        bool const starts = as_identifier && (i == 0 || (i == 1 && name[0] == '-'));
+        if (u < 0x20 || u == 0x7f || (starts && is_digit(c))) {
+            char buf[8];
+            std::snprintf(buf, sizeof buf, "\\%x ", static_cast<unsigned>(u));
+            out += buf;
+        } else if (is_name_char(c)) {
+            out += c;
+        } else {
+            out += '\\';
+            out += c;
+        }
+    }
+    return out;
+}
+
 std::vector<token> scan(std::string_view text, comments mode, std::vector<int>* lines) {
     // The scanner works on bytes; text that isn't UTF-8 is repaired first so that every name holds
     // well-formed characters.
@@ -534,13 +556,13 @@ std::string to_text(token const& t) {
     return std::visit(overloaded{
                           [](symbol s) { return std::string(symbol_text(s)); },
                           [](string const& s) { return quoted(s.string_text); },
-                          [](ident const& i) { return i.ident_name; },
-                          [](function const& f) { return f.function_name + "("; },
+                          [](ident const& i) { return escaped_name(i.ident_name, true); },
+                          [](function const& f) { return escaped_name(f.function_name, true) + "("; },
                           [](number const& n) { return number_text(n.number_value); },
                           [](signed_int const& i) { return (i.signed_value >= 0 ? "+" : "") + std::to_string(i.signed_value); },
-                          [](hash const& h) { return "#" + h.hash_name; },
-                          [](hash_id const& h) { return "#" + h.hash_name; },
-                          [](at const& a) { return "@" + a.at_name; },
+                          [](hash const& h) { return "#" + escaped_name(h.hash_name, false); },
+                          [](hash_id const& h) { return "#" + escaped_name(h.hash_name, false); },
+                          [](at const& a) { return "@" + escaped_name(a.at_name, true); },
                           [](url const& u) { return "url(" + u.url_text + ")"; },
                           [](unicode_range const& r) {
                               std::string out;

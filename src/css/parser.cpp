@@ -561,22 +561,42 @@ struct sheet_reader {
         std::vector<std::string> out;
         for (auto const& in : inner) {
             for (auto const& o : outer) {
-                if (in.find('&') != std::string::npos) {
-                    std::string combined;
-                    for (char ch : in) {
-                        if (ch == '&') {
-                            combined += o;
-                        } else {
-                            combined += ch;
-                        }
-                    }
-                    out.push_back(std::move(combined));
+                if (auto combined = replace_nesting(in, o)) {
+                    out.push_back(std::move(*combined));
                 } else {
                     out.push_back(o + " " + in);
                 }
             }
         }
         return out;
+    }
+
+    // The selector with each "&" replaced by the outer selector, or nothing if it has none. An "&" in a
+    // quoted attribute value or escaped with a backslash is a character of the selector, not the nesting
+    // selector.
+    static std::optional<std::string> replace_nesting(std::string_view in, std::string_view outer) {
+        std::string combined;
+        bool found = false;
+        char quote = 0;
+        for (std::size_t i = 0; i < in.size(); ++i) {
+            char const ch = in[i];
+            if (ch == '\\' && i + 1 < in.size()) {
+                combined += in.substr(i, 2);
+                ++i;
+            } else if (quote != 0) {
+                quote = ch == quote ? 0 : quote;
+                combined += ch;
+            } else if (ch == '"' || ch == '\'') {
+                quote = ch;
+                combined += ch;
+            } else if (ch == '&') {
+                combined += outer;
+                found = true;
+            } else {
+                combined += ch;
+            }
+        }
+        return found ? std::optional<std::string>(std::move(combined)) : std::nullopt;
     }
 
     // Splits a selector list's text at the commas outside brackets.

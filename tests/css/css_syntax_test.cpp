@@ -136,6 +136,20 @@ TEST(nesting, joins_nested_selectors_to_their_parents) {
     EXPECT_TRUE(e.warnings.empty()) << warning_lines(e).front();
 }
 
+TEST(nesting, an_ampersand_in_a_quoted_value_or_escaped_is_no_nesting_selector) {
+    auto const e = parse(".n { [title=\"a&b\"] { color: blue } & [alt='&'] { color: red } .x\\& { width: 1px } }");
+    std::set<std::string> got;
+    for (auto const& r : e.rules) {
+        got.insert(selector::to_text(r.rule_selector));
+    }
+    EXPECT_EQ(got.size(), 3u) << rules_text(e);
+    for (auto const& s : got) {
+        EXPECT_EQ(s.find(".n"), 0u) << s << "\n" << rules_text(e);
+        EXPECT_EQ(s.find(".n", 1), std::string::npos) << s << "\n" << rules_text(e);
+    }
+    EXPECT_TRUE(e.warnings.empty()) << warning_lines(e).front();
+}
+
 TEST(nesting, a_bad_nested_selector_costs_only_its_rule) {
     auto const e = parse("a { color: red; %x { color: blue } margin: 0 }");
     EXPECT_EQ(rules_text(e), "a { color: red; margin: 0; }\n");
