@@ -36,7 +36,44 @@ struct key_hash {
     }
 };
 
+// What an element's computed style follows from when its declarations are shared ones: the parent's
+// style, the shared declarations and custom properties (all three by address, each kept alive by the
+// cache entry), and the element's own context (base URL, language and attributes, which attr() reads).
+struct computed_key {
+    css::style::style const* parent = nullptr;
+    declared_styles const* declared = nullptr;
+    css::substitute::custom_properties const* customs = nullptr;
+    css::compute_style::element_context context;
+    bool operator==(computed_key const&) const = default;
+};
+
+struct computed_key_hash {
+    std::size_t operator()(computed_key const& k) const {
+        std::hash<std::string> const text;
+        std::size_t h = std::hash<void const*>{}(k.parent);
+        auto const mix = [&h](std::size_t v) { h = (h ^ v) * 1099511628211ULL; };
+        mix(std::hash<void const*>{}(k.declared));
+        mix(std::hash<void const*>{}(k.customs));
+        mix(text(k.context.context_base));
+        mix(k.context.context_lang ? text(*k.context.context_lang) : 0);
+        for (auto const& a : k.context.context_attrs) {
+            mix(text(a.context_attr_local));
+            mix(text(a.context_attr_value));
+        }
+        return h;
+    }
+};
+
+struct computed_entry {
+    ref<css::style::style> style;
+    /// Keep the addresses of the key from being reused while the entry lives.
+    ref<css::style::style> parent;
+    ref<css::substitute::custom_properties> customs;
+};
+
 struct typed_cache {
+    /// Computed styles by what they follow from: siblings with the same rules and attributes share one.
+    std::unordered_map<computed_key, computed_entry, computed_key_hash> cache_computed;
     std::unordered_map<css::pdecls::pdeclaration const*, std::optional<css::property::property>> cache_entries;
     /// The typed declarations of the elements that have none of their own, by what the cascade gave
     /// them (see `cascade_key`): elements matched by the same rules share one copy, which in a long
@@ -289,9 +326,19 @@ style_hooks typed_hooks() {
                 it->second = make_declared();
             }
             declared = it->second;
-        } else {
-            declared = make_declared();
+            computed_key key{.parent = parent.get(), .declared = declared.get(), .customs = customs.get(), .context = context};
+            auto [entry, fresh] = cache->cache_computed.try_emplace(std::move(key));
+            if (fresh) {
+                auto computed = compute_from(*declared);
+                computed.custom_properties = customs;
+                entry->second = computed_entry{.style = share(std::move(computed)), .parent = parent, .customs = customs};
+            }
+            return share(dom::style_info{.style_info_base = r.request_base,
+                                         .style_info_lang = r.request_lang,
+                                         .style_info_style = entry->second.style,
+                                         .style_info_declared = std::move(declared)});
         }
+        declared = make_declared();
         auto computed = compute_from(*declared);
         computed.custom_properties = customs;
         auto style = share(std::move(computed));
