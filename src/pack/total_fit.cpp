@@ -107,6 +107,9 @@ struct breaker {
     ref<fbp> curr;
     std::vector<ref<fbp>> fbps;
     checkpoint cp;
+    /// Where hyphenation was last tried in vain, and for which kind of line: every overfull candidate
+    /// from the same checkpoint would try the same word again.
+    std::optional<std::pair<std::size_t, line_kind>> unhyphenated;
 
     bool on_first_line(fbp const& f) const { return f.next_line_number == 1; }
 
@@ -137,6 +140,7 @@ struct breaker {
         auto const first = items.begin() + static_cast<std::ptrdiff_t>(from);
         auto const pos = items.erase(first, first + static_cast<std::ptrdiff_t>(count));
         items.insert(pos, with.begin(), with.end());
+        unhyphenated.reset();
     }
 
     // Evaluates item i under the styling its lines may have and appends it to the accumulators.
@@ -247,8 +251,14 @@ struct breaker {
                 auto const from = cp.cp_index;
                 line_kind const kind = std::holds_alternative<start>(curr->fbp_type) && on_first_line(*curr) ? line_kind::first_line
                                                                                           : line_kind::other_line;
-                auto const h = eval_knuth::try_hyphenate(env, kind, from > 0 ? &accum[from - 1] : nullptr,
-                                                         std::span<knuth::knuth const>(items).subspan(from));
+                std::optional<eval_knuth::hyphenated> h;
+                if (unhyphenated != std::pair{from, kind}) {
+                    h = eval_knuth::try_hyphenate(env, kind, from > 0 ? &accum[from - 1] : nullptr,
+                                                  std::span<knuth::knuth const>(items).subspan(from));
+                    if (!h) {
+                        unhyphenated = std::pair{from, kind};
+                    }
+                }
                 if (h) {
                     back_to_checkpoint();
                     replace_items(from + h->word_index, 1, h->word_parts);
