@@ -89,4 +89,32 @@ timeout 120 "$VELLUM" deep.xhtml -o deep-xml.pdf 2>err.txt
 expect_eq "10,000 nested XML elements: status" "$?" 0
 expect_contains "10,000 nested XML elements: text" "$(pdftotext deep-xml.pdf - 2>/dev/null)" "innermost"
 
+# Tables nested in table cells are measured once each, not again for every trial width of every table
+# around them (which took time growing with the power of the depth: twelve levels never finished).
+python3 -c "print('<table><tr><td>' * 40 + 'innermost' + '</td></tr></table>' * 40)" > tables.html
+timeout 120 "$VELLUM" tables.html -o tables.pdf 2>err.txt
+expect_eq "40 nested tables: status" "$?" 0
+expect_contains "40 nested tables: text" "$(pdftotext tables.pdf - 2>/dev/null)" "innermost"
+
+# Multi-column containers nested in each other: only the outer two search for balanced heights.
+python3 -c "print('<div style=\"columns: 2\">' * 30 + 'one two three' + '</div>' * 30)" > cols.html
+timeout 120 "$VELLUM" cols.html -o cols.pdf 2>err.txt
+expect_eq "30 nested column containers: status" "$?" 0
+expect_contains "30 nested column containers: text" "$(pdftotext cols.pdf - 2>/dev/null | tr -s ' \n' ' ')" "one two three"
+
+# A cell that spans a million columns and rows spans what HTML allows.
+printf '<table><tr><td colspan="1000000" rowspan="1000000">wide</td><td>next</td></tr></table>' > span.html
+timeout 60 "$VELLUM" span.html -o span.pdf 2>err.txt
+expect_eq "huge spans: status" "$?" 0
+expect_contains "huge spans: text" "$(pdftotext span.pdf - 2>/dev/null)" "next"
+
+# Bidi control characters opened 300 deep and closed too often: the text is all there.
+python3 -c "print('<p>start ' + '\u202b\u202a' * 150 + 'middle' + '\u202c' * 400 + ' \u2067end\u2069</p>')" > controls.html
+timeout 60 "$VELLUM" controls.html -o controls.pdf 2>err.txt
+expect_eq "bidi controls: status" "$?" 0
+text=$(pdftotext controls.pdf - 2>/dev/null)
+for w in start middle end; do
+    expect_contains "bidi controls: $w" "$text" "$w"
+done
+
 finish
