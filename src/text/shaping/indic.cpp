@@ -282,11 +282,18 @@ std::size_t syllable_end(buffer::glyphs const& g, std::size_t i) {
     } else {
         ++i;
     }
+    // Signs after the modifiers (anusvara, visarga, Vedic signs) belong to no letter: they begin a
+    // syllable of their own.
+    bool tail = false;
     while (i < n) {
-        if (one_of(g, i, {cat::matra, cat::nukta, cat::halant, cat::syllable_modifier, cat::vedic,
-                          cat::register_shifter})) {
+        if (one_of(g, i, {cat::syllable_modifier, cat::vedic, cat::register_shifter})) {
+            tail = true;
             ++i;
-        } else if (one_of(g, i, {cat::zwj, cat::zwnj}) && one_of(g, i + 1, {cat::matra})) {
+        } else if (tail && one_of(g, i, {cat::matra, cat::nukta, cat::halant})) {
+            break;
+        } else if (one_of(g, i, {cat::matra, cat::nukta, cat::halant})) {
+            ++i;
+        } else if (!tail && one_of(g, i, {cat::zwj, cat::zwnj}) && one_of(g, i + 1, {cat::matra})) {
             i += 2;
         } else if (one_of(g, i, {cat::zwj})) {
             ++i;
