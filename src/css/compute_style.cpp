@@ -475,7 +475,9 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
 
     // The inherited groups: the parent's own records unless something in them is declared.
     if (scanprops::any_set(
-            props, {L::font_family, L::font_stretch, L::font_style, L::font_variant, L::font_weight})) {
+            props, {L::font_family, L::font_stretch, L::font_style, L::font_weight, L::font_feature_settings,
+                    L::font_kerning, L::font_variant_caps, L::font_variant_east_asian, L::font_variant_ligatures,
+                    L::font_variant_numeric, L::font_variant_position})) {
         auto const& pg = *parent.font_props;
         auto const& ig = *init.font_props;
         fonts::font_props f;
@@ -485,8 +487,34 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
             c.get<L::font_stretch>(pg.font_props_font_stretch, ig.font_props_font_stretch, identity);
         f.font_props_font_style =
             c.get<L::font_style>(pg.font_props_font_style, ig.font_props_font_style, identity);
-        f.font_props_font_variant =
-            c.get<L::font_variant>(pg.font_props_font_variant, ig.font_props_font_variant, identity);
+        auto& ff = f.font_props_features;
+        auto const& pf = pg.font_props_features;
+        auto const& inf = ig.font_props_features;
+        ff.features_caps = c.get<L::font_variant_caps>(pf.features_caps, inf.features_caps, identity);
+        ff.features_ligatures =
+            c.get<L::font_variant_ligatures>(pf.features_ligatures, inf.features_ligatures, identity);
+        ff.features_numeric = c.get<L::font_variant_numeric>(pf.features_numeric, inf.features_numeric, identity);
+        ff.features_position =
+            c.get<L::font_variant_position>(pf.features_position, inf.features_position, identity);
+        ff.features_east_asian =
+            c.get<L::font_variant_east_asian>(pf.features_east_asian, inf.features_east_asian, identity);
+        ff.features_kerning = c.get<L::font_kerning>(pf.features_kerning, inf.features_kerning, identity);
+        ff.features_settings =
+            c.get<L::font_feature_settings>(pf.features_settings, inf.features_settings, identity);
+        // Faces are matched as small capitals for every kind of capitals that shrinks letters.
+        switch (ff.features_caps) {
+        case fonts::font_variant_caps::small_caps:
+        case fonts::font_variant_caps::all_small_caps:
+        case fonts::font_variant_caps::petite_caps:
+        case fonts::font_variant_caps::all_petite_caps:
+            f.font_props_font_variant = fonts::font_variant::small_caps;
+            break;
+        case fonts::font_variant_caps::normal:
+        case fonts::font_variant_caps::unicase:
+        case fonts::font_variant_caps::titling_caps:
+            f.font_props_font_variant = fonts::font_variant::normal;
+            break;
+        }
         f.font_props_font_weight = c.get<L::font_weight>(
             pg.font_props_font_weight, ig.font_props_font_weight, [&](fonts::spec_font_weight const& w) {
                 return std::visit(overloaded{

@@ -1340,11 +1340,243 @@ opt<fonts::font_style> parse_font_style(value::value const& v) {
     return keyword(v, words);
 }
 
-opt<fonts::font_variant> parse_font_variant(value::value const& v) {
-    using s = fonts::font_variant;
-    static constexpr auto words =
-        table<s>(std::pair{"normal", s::normal}, std::pair{"small-caps", s::small_caps});
+opt<fonts::font_variant_caps> parse_font_variant_caps(value::value const& v) {
+    using s = fonts::font_variant_caps;
+    static constexpr auto words = table<s>(
+        std::pair{"normal", s::normal}, std::pair{"small-caps", s::small_caps},
+        std::pair{"all-small-caps", s::all_small_caps}, std::pair{"petite-caps", s::petite_caps},
+        std::pair{"all-petite-caps", s::all_petite_caps}, std::pair{"unicase", s::unicase},
+        std::pair{"titling-caps", s::titling_caps});
     return keyword(v, words);
+}
+
+namespace {
+
+// The longhand a font-variant keyword belongs to.
+enum class variant_group { caps, ligatures, numeric, position, east_asian };
+
+// Reads one keyword of the font-variant longhands into `out`. `seen` has a bit for each set of mutually
+// exclusive keywords, so that "oldstyle-nums lining-nums" or "small-caps small-caps" fails.
+std::optional<variant_group> read_variant_word(std::string_view w, font_variant_values& out, unsigned& seen) {
+    using fonts::feature_toggle;
+    auto claim = [&seen](unsigned bit) {
+        if (seen & bit) {
+            return false;
+        }
+        seen |= bit;
+        return true;
+    };
+    struct toggle_word {
+        std::string_view on;
+        std::string_view off;
+        feature_toggle fonts::font_variant_ligatures::*member;
+    };
+    static constexpr std::array<toggle_word, 4> ligature_words{{
+        {"common-ligatures", "no-common-ligatures", &fonts::font_variant_ligatures::ligatures_common},
+        {"discretionary-ligatures", "no-discretionary-ligatures",
+         &fonts::font_variant_ligatures::ligatures_discretionary},
+        {"historical-ligatures", "no-historical-ligatures", &fonts::font_variant_ligatures::ligatures_historical},
+        {"contextual", "no-contextual", &fonts::font_variant_ligatures::ligatures_contextual},
+    }};
+    for (std::size_t i = 0; i < ligature_words.size(); ++i) {
+        auto const& lw = ligature_words[i];
+        if (w == lw.on || w == lw.off) {
+            if (!claim(1u << (1 + i))) {
+                return std::nullopt;
+            }
+            out.variant_ligatures.*lw.member = w == lw.on ? feature_toggle::on : feature_toggle::off;
+            return variant_group::ligatures;
+        }
+    }
+    using vc = fonts::font_variant_caps;
+    static constexpr auto caps_words =
+        table<vc>(std::pair{"small-caps", vc::small_caps}, std::pair{"all-small-caps", vc::all_small_caps},
+                  std::pair{"petite-caps", vc::petite_caps}, std::pair{"all-petite-caps", vc::all_petite_caps},
+                  std::pair{"unicase", vc::unicase}, std::pair{"titling-caps", vc::titling_caps});
+    for (auto const& [name, caps] : caps_words) {
+        if (w == name) {
+            if (!claim(1u)) {
+                return std::nullopt;
+            }
+            out.variant_caps = caps;
+            return variant_group::caps;
+        }
+    }
+    auto& n = out.variant_numeric;
+    if (w == "lining-nums" || w == "oldstyle-nums") {
+        if (!claim(1u << 5)) {
+            return std::nullopt;
+        }
+        n.numeric_figure_style = w == "lining-nums" ? fonts::numeric_figure::lining : fonts::numeric_figure::oldstyle;
+        return variant_group::numeric;
+    }
+    if (w == "proportional-nums" || w == "tabular-nums") {
+        if (!claim(1u << 6)) {
+            return std::nullopt;
+        }
+        n.numeric_spacing_style =
+            w == "tabular-nums" ? fonts::numeric_spacing::tabular : fonts::numeric_spacing::proportional;
+        return variant_group::numeric;
+    }
+    if (w == "diagonal-fractions" || w == "stacked-fractions") {
+        if (!claim(1u << 7)) {
+            return std::nullopt;
+        }
+        n.numeric_fraction_style =
+            w == "diagonal-fractions" ? fonts::numeric_fraction::diagonal : fonts::numeric_fraction::stacked;
+        return variant_group::numeric;
+    }
+    if (w == "ordinal" || w == "slashed-zero") {
+        if (!claim(w == "ordinal" ? 1u << 8 : 1u << 9)) {
+            return std::nullopt;
+        }
+        (w == "ordinal" ? n.numeric_ordinal : n.numeric_slashed_zero) = true;
+        return variant_group::numeric;
+    }
+    if (w == "sub" || w == "super") {
+        if (!claim(1u << 10)) {
+            return std::nullopt;
+        }
+        out.variant_position = w == "sub" ? fonts::font_variant_position::sub : fonts::font_variant_position::super;
+        return variant_group::position;
+    }
+    using ev = fonts::east_asian_variant;
+    static constexpr auto east_asian_forms =
+        table<ev>(std::pair{"jis78", ev::jis78}, std::pair{"jis83", ev::jis83}, std::pair{"jis90", ev::jis90},
+                  std::pair{"jis04", ev::jis04}, std::pair{"simplified", ev::simplified},
+                  std::pair{"traditional", ev::traditional});
+    auto& e = out.variant_east_asian;
+    for (auto const& [name, form] : east_asian_forms) {
+        if (w == name) {
+            if (!claim(1u << 11)) {
+                return std::nullopt;
+            }
+            e.east_asian_forms = form;
+            return variant_group::east_asian;
+        }
+    }
+    if (w == "full-width" || w == "proportional-width") {
+        if (!claim(1u << 12)) {
+            return std::nullopt;
+        }
+        e.east_asian_widths =
+            w == "full-width" ? fonts::east_asian_width::full_width : fonts::east_asian_width::proportional_width;
+        return variant_group::east_asian;
+    }
+    if (w == "ruby") {
+        if (!claim(1u << 13)) {
+            return std::nullopt;
+        }
+        e.east_asian_ruby = true;
+        return variant_group::east_asian;
+    }
+    return std::nullopt;
+}
+
+// The keywords of one longhand; "normal" alone gives the initial value.
+opt<font_variant_values> variant_longhand(value::value const& v, variant_group group) {
+    font_variant_values out;
+    if (is_keyword(v, "normal")) {
+        return out;
+    }
+    unsigned seen = 0;
+    for (auto const& t : terms_of(v)) {
+        auto const w = keyword_of(t);
+        if (!w || read_variant_word(*w, out, seen) != group) {
+            return std::nullopt;
+        }
+    }
+    return out;
+}
+
+fonts::font_variant_ligatures no_ligatures() {
+    using fonts::feature_toggle;
+    return {.ligatures_common = feature_toggle::off,
+            .ligatures_discretionary = feature_toggle::off,
+            .ligatures_historical = feature_toggle::off,
+            .ligatures_contextual = feature_toggle::off};
+}
+
+} // namespace
+
+opt<font_variant_values> parse_font_variant_terms(std::span<value::value const> terms) {
+    font_variant_values out;
+    if (terms.size() == 1 && is_keyword(terms[0], "normal")) {
+        return out;
+    }
+    if (terms.size() == 1 && is_keyword(terms[0], "none")) {
+        out.variant_ligatures = no_ligatures();
+        return out;
+    }
+    unsigned seen = 0;
+    for (auto const& t : terms) {
+        auto const w = keyword_of(t);
+        if (!w || !read_variant_word(*w, out, seen)) {
+            return std::nullopt;
+        }
+    }
+    return out;
+}
+
+opt<fonts::font_variant_ligatures> parse_font_variant_ligatures(value::value const& v) {
+    if (is_keyword(v, "none")) {
+        return no_ligatures();
+    }
+    auto const r = variant_longhand(v, variant_group::ligatures);
+    return r ? opt<fonts::font_variant_ligatures>(r->variant_ligatures) : std::nullopt;
+}
+
+opt<fonts::font_variant_numeric> parse_font_variant_numeric(value::value const& v) {
+    auto const r = variant_longhand(v, variant_group::numeric);
+    return r ? opt<fonts::font_variant_numeric>(r->variant_numeric) : std::nullopt;
+}
+
+opt<fonts::font_variant_position> parse_font_variant_position(value::value const& v) {
+    auto const r = variant_longhand(v, variant_group::position);
+    return r ? opt<fonts::font_variant_position>(r->variant_position) : std::nullopt;
+}
+
+opt<fonts::font_variant_east_asian> parse_font_variant_east_asian(value::value const& v) {
+    auto const r = variant_longhand(v, variant_group::east_asian);
+    return r ? opt<fonts::font_variant_east_asian>(r->variant_east_asian) : std::nullopt;
+}
+
+opt<fonts::font_kerning> parse_font_kerning(value::value const& v) {
+    using s = fonts::font_kerning;
+    static constexpr auto words =
+        table<s>(std::pair{"auto", s::auto_kerning}, std::pair{"normal", s::normal}, std::pair{"none", s::none});
+    return keyword(v, words);
+}
+
+// "normal", or a comma list of a four-letter tag in quotes with an optional value: an integer of 0 or
+// more, "on" (1) or "off" (0).
+opt<fonts::font_feature_settings> parse_font_feature_settings(value::value const& v) {
+    if (is_keyword(v, "normal")) {
+        return fonts::font_feature_settings{};
+    }
+    fonts::font_feature_settings out;
+    for (auto const& run : comma_runs(v)) {
+        if (run.empty() || run.size() > 2) {
+            return std::nullopt;
+        }
+        auto const* tag = std::get_if<value::string>(&run[0]);
+        if (!tag || tag->string_text.size() != 4 ||
+            !std::all_of(tag->string_text.begin(), tag->string_text.end(), [](char c) { return c >= 0x20 && c <= 0x7E; })) {
+            return std::nullopt;
+        }
+        fonts::feature_setting f{.setting_tag = tag->string_text};
+        if (run.size() == 2) {
+            if (is_keyword(run[1], "on") || is_keyword(run[1], "off")) {
+                f.setting_value = is_keyword(run[1], "on") ? 1 : 0;
+            } else if (auto const n = units::integer_from_value(run[1]); n && *n >= 0) {
+                f.setting_value = int(*n);
+            } else {
+                return std::nullopt;
+            }
+        }
+        out.push_back(std::move(f));
+    }
+    return out;
 }
 
 opt<fonts::spec_font_weight> parse_font_weight(value::value const& v) {

@@ -58,7 +58,7 @@ std::optional<fonts::font_family> parse_font_family(value::value const& v);
 std::optional<fonts::spec_font_size> parse_font_size(value::value const& v);
 std::optional<fonts::font_stretch> parse_font_stretch(value::value const& v);
 std::optional<fonts::font_style> parse_font_style(value::value const& v);
-std::optional<fonts::font_variant> parse_font_variant(value::value const& v);
+std::optional<fonts::font_variant_caps> parse_font_variant_caps(value::value const& v);
 std::optional<fonts::spec_font_weight> parse_font_weight(value::value const& v);
 std::optional<fonts::spec_line_height> parse_line_height(value::value const& v);
 std::optional<box::url_or_none> parse_url_or_none(value::value const& v);
@@ -69,6 +69,18 @@ std::optional<box::background_attachment> parse_bg_attachment(value::value const
 std::optional<box::background_box> parse_bg_box(value::value const& v);
 std::optional<box::bg_image> parse_bg_image(value::value const& v);
 std::optional<box::background_repeat0> parse_repeat0(value::value const& v);
+
+/// The five font-variant longhands, as the font-variant shorthand sets them.
+struct font_variant_values {
+    fonts::font_variant_caps variant_caps = fonts::font_variant_caps::normal;
+    fonts::font_variant_ligatures variant_ligatures;
+    fonts::font_variant_numeric variant_numeric;
+    fonts::font_variant_position variant_position = fonts::font_variant_position::normal;
+    fonts::font_variant_east_asian variant_east_asian;
+};
+
+/// "normal", "none" (no ligatures) or keywords of any of the five longhands, each group at most once.
+std::optional<font_variant_values> parse_font_variant_terms(std::span<value::value const> terms);
 
 /// A background position from its terms: one or two keywords or lengths, or four with offsets.
 std::optional<box::spec_bg_position> parse_position_terms(std::span<value::value const> terms);

@@ -206,7 +206,7 @@ std::optional<property> columns(terms_t terms) {
 
 std::optional<property> font(terms_t terms) {
     std::optional<fonts::font_style> style;
-    std::optional<fonts::font_variant> variant;
+    std::optional<fonts::font_variant_caps> variant;
     std::optional<fonts::spec_font_weight> weight;
     std::optional<fonts::font_stretch> stretch;
     std::size_t i = 0;
@@ -218,7 +218,8 @@ std::optional<property> font(terms_t terms) {
         }
         if (auto const s = parse_font_style(t); s && !style) {
             style = *s;
-        } else if (auto const v = parse_font_variant(t); v && !variant) {
+        } else if (auto const v = parse_font_variant_caps(t);
+                   v && *v == fonts::font_variant_caps::small_caps && !variant) {
             variant = *v;
         } else if (auto const w = parse_font_weight(t); w && !weight) {
             weight = *w;
@@ -255,8 +256,23 @@ std::optional<property> font(terms_t terms) {
     }
     return compound{{set<L::font_family>(*family), set<L::font_size>(*size),
                      given_or_initial<L::font_stretch>(stretch), given_or_initial<L::font_style>(style),
-                     given_or_initial<L::font_variant>(variant), given_or_initial<L::font_weight>(weight),
-                     given_or_initial<L::line_height>(line_height)}};
+                     given_or_initial<L::font_variant_caps>(variant), given_or_initial<L::font_weight>(weight),
+                     given_or_initial<L::line_height>(line_height), init(L::font_feature_settings),
+                     init(L::font_kerning), init(L::font_variant_east_asian), init(L::font_variant_ligatures),
+                     init(L::font_variant_numeric), init(L::font_variant_position)}};
+}
+
+// font-variant sets all five of its longhands; the ones it does not mention go back to "normal".
+std::optional<property> font_variant(terms_t terms) {
+    auto const v = parse_font_variant_terms(terms);
+    if (!v) {
+        return std::nullopt;
+    }
+    return compound{{set<L::font_variant_caps>(v->variant_caps),
+                     set<L::font_variant_east_asian>(v->variant_east_asian),
+                     set<L::font_variant_ligatures>(v->variant_ligatures),
+                     set<L::font_variant_numeric>(v->variant_numeric),
+                     set<L::font_variant_position>(v->variant_position)}};
 }
 
 std::optional<property> list_style(terms_t terms) {
@@ -590,6 +606,8 @@ std::optional<property> parse_shorthand(prop_name p, value::value const& v) {
         return columns(terms);
     case P::prop_font:
         return font(terms);
+    case P::prop_font_variant:
+        return font_variant(terms);
     case P::prop_list_style:
         return list_style(terms);
     case P::prop_margin:

@@ -102,8 +102,9 @@ void reorder_levels(spanbox& b, bool context_rtl) {
 }
 
 // `text-overflow: ellipsis`: keeps what of a left-to-right line ends before `limit`, a run that
-// crosses it cut where a grapheme ends; `end` becomes the right edge of what is kept.
-void cut_line_at(std::vector<spanbox>& boxes, css::style::style const& style, float limit, float& end) {
+// crosses it cut where a grapheme ends; `end` becomes the right edge of what is kept. A right-to-left
+// line is cut mirrored (`mirrored`): there a left-to-right run keeps the end of its text, not the start.
+void cut_line_at(std::vector<spanbox>& boxes, css::style::style const& style, float limit, float& end, bool mirrored) {
     std::vector<spanbox> kept;
     for (auto& b : boxes) {
         std::visit(overloaded{
@@ -117,10 +118,19 @@ void cut_line_at(std::vector<spanbox>& boxes, css::style::style const& style, fl
                                return;
                            }
                            auto const* ls = std::get_if<float>(&style.letter_spacing);
-                           auto fit = fonts::fit_graphemes(false, c.charsbox_content.view(), ls ? *ls : 0.0f,
-                                                           style.font_size, limit - c.charsbox_x);
+                           bool const keep_end = mirrored && c.charsbox_direction == fonts::direction::ltr;
+                           auto const view = c.charsbox_content.view();
+                           std::vector<fonts::grapheme> order(view.begin(), view.end());
+                           if (keep_end) {
+                               std::reverse(order.begin(), order.end());
+                           }
+                           auto fit = fonts::fit_graphemes(false, order, ls ? *ls : 0.0f, style.font_size,
+                                                           limit - c.charsbox_x);
                            if (!fit || fit->fit_first.empty()) {
                                return;
+                           }
+                           if (keep_end) {
+                               std::reverse(fit->fit_first.begin(), fit->fit_first.end());
                            }
                            c.charsbox_w = fit->fit_width;
                            c.charsbox_content = fonts::shared_graphemes(std::move(fit->fit_first));
@@ -133,7 +143,7 @@ void cut_line_at(std::vector<spanbox>& boxes, css::style::style const& style, fl
                            }
                            auto copy = *n;
                            float inner_end = copy.spanbox_x;
-                           cut_line_at(copy.spanbox_content, *copy.spanbox_style, limit, inner_end);
+                           cut_line_at(copy.spanbox_content, *copy.spanbox_style, limit, inner_end, mirrored);
                            if (copy.spanbox_x + copy.spanbox_w > limit) {
                                copy.spanbox_w = inner_end - copy.spanbox_x;
                            }
@@ -733,8 +743,29 @@ line_made make_line(page_info const& info,
         // The line runs past its box: it is cut so that the ellipsis ends at the box's edge.
         float const ellipsis_w = fonts::graphemes_width(false, false, ellipsis, 0, s->font_size);
         float end = line_x;
-        cut_line_at(spans.res_boxes, *s, band.right - ellipsis_w, end);
+        cut_line_at(spans.res_boxes, *s, band.right - ellipsis_w, end, false);
         line_w = end - line_x;
+    } else if (!ellipsis.empty() && h.line_x + h.line_w > band.right + tolerance) {
+        // A right-to-left line runs past the left edge: it is cut there, mirrored so that the cut of a
+        // left-to-right line serves, and the ellipsis stands at the left edge, in the line itself.
+        float const ellipsis_w = fonts::graphemes_width(false, false, ellipsis, 0, s->font_size);
+        float const right_edge = line_x + h.line_w;
+        for (auto& b : spans.res_boxes) {
+            mirror(b, band.left, band.right);
+        }
+        float end = band.left + band.right - right_edge;
+        cut_line_at(spans.res_boxes, *s, band.right - ellipsis_w, end, true);
+        for (auto& b : spans.res_boxes) {
+            mirror(b, band.left, band.right);
+        }
+        line_x = band.left + band.right - end - ellipsis_w;
+        line_w = right_edge - line_x;
+        spans.res_boxes.insert(spans.res_boxes.begin(),
+                               charsbox{.charsbox_x = line_x,
+                                        .charsbox_w = ellipsis_w,
+                                        .charsbox_content = fonts::shared_graphemes(std::move(ellipsis)),
+                                        .charsbox_direction = fonts::direction::rtl});
+        ellipsis.clear();
     } else {
         // Only a line that was cut shows the ellipsis.
         ellipsis.clear();

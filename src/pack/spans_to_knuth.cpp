@@ -430,7 +430,11 @@ struct builder {
 } // namespace
 
 font_req_ref font_req_of(fonts::fonts const& db, css::style::style const& s) {
-    return fonts::get_font_req(db, fonts::query::query_of(*s.font_props));
+    // The language picks language-specific glyphs; spaced letters lose their optional ligatures.
+    auto const* spacing = std::get_if<float>(&s.letter_spacing);
+    auto const& lang = s.vellum_lang ? s.vellum_lang : s.vellum_lang_value;
+    return fonts::get_font_req(
+        db, fonts::query::query_of(*s.font_props, lang.value_or(""), spacing && *spacing != 0));
 }
 
 std::optional<first_line_form> first_line_form_of(fonts::fonts const& db,

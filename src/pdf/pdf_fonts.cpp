@@ -92,6 +92,26 @@ std::vector<font_objects::glyph_width> glyph_widths(fonts::font_ref const& font,
     return out;
 }
 
+// PDF's MacRomanEncoding is the Mac OS Roman of before 1998: code 219 is the currency sign, not the euro,
+// and the mathematical signs of the Mac character set have no names in it. The differences name them, so
+// that viewers pick the right glyphs by name and text extraction gives the right characters.
+dict macroman_encoding() {
+    array differences;
+    for (auto const& [code, glyph_name] : std::initializer_list<std::pair<std::int64_t, char const*>>{
+             {173, "notequal"},  {176, "infinity"}, {178, "lessequal"},   {179, "greaterequal"},
+             {182, "partialdiff"}, {183, "summation"}, {184, "product"}, {185, "pi"},
+             {186, "integral"},  {189, "Omega"},    {195, "radical"},     {197, "approxequal"},
+             {198, "Delta"},     {215, "lozenge"},  {219, "Euro"}}) {
+        differences.array_items.emplace_back(code);
+        differences.array_items.emplace_back(name{glyph_name});
+    }
+    return dict{{
+        {"Type", name{"Encoding"}},
+        {"BaseEncoding", name{"MacRomanEncoding"}},
+        {"Differences", std::move(differences)},
+    }};
+}
+
 // A simple font of MacRoman codes: the codes mean their MacRoman characters, so no ToUnicode map is
 // needed, and the font is embedded only if the options ask for it.
 void write_macroman(writer& w, ref font_dict, fonts::font_ref const& font, font_options const& options) {
@@ -113,7 +133,7 @@ void write_macroman(writer& w, ref font_dict, fonts::font_ref const& font, font_
                      {"BaseFont", name{base}},
                      {"FirstChar", std::int64_t{32}},
                      {"LastChar", std::int64_t{255}},
-                     {"Encoding", name{"MacRomanEncoding"}},
+                     {"Encoding", macroman_encoding()},
                      {"Widths", std::move(widths)},
                      {"FontDescriptor", desc},
                  }});
@@ -161,6 +181,40 @@ void write_standard(writer& w, ref font_dict, fonts::font_ref const& font, font_
 }
 
 // A Type 0 font with Identity-H: two-byte codes that are the glyph numbers of the CID font below it.
+// The number of glyphs of a subset font program, which numbers its glyphs from 0 without gaps: "maxp" of
+// a TrueType subset (it holds the components of composite glyphs too), the glyphs used and glyph 0 of a
+// CFF one.
+std::size_t subset_glyph_count(fonts::font_ref const& font, fonts::glyph_cache const& cache, bytes::bytes const& file) {
+    int highest = 0;
+    for (auto const& entry : cache.glyph_cache_entries) {
+        highest = std::max(highest, entry.entry_index->get());
+    }
+    std::size_t count = std::size_t(highest) + 1;
+    auto const b = file.view();
+    auto u16 = [&](std::size_t at) { return at + 2 <= b.size() ? std::size_t(b[at] << 8 | b[at + 1]) : 0; };
+    auto u32 = [&](std::size_t at) { return at + 4 <= b.size() ? u16(at) << 16 | u16(at + 2) : 0; };
+    if (!is_cff(font)) {
+        for (std::size_t i = 0, n = u16(4); i < n; ++i) {
+            std::size_t const entry = 12 + 16 * i;
+            if (entry + 16 <= b.size() && b[entry] == 'm' && b[entry + 1] == 'a' && b[entry + 2] == 'x' &&
+                b[entry + 3] == 'p') {
+                count = std::max(count, u16(u32(entry + 8) + 4));
+            }
+        }
+    }
+    return count;
+}
+
+// A subset CID font says which CIDs its program holds, one bit each from the high bit of the first byte
+// for CID 0, as PDF/A asks of every subset CID font.
+void write_cid_set(writer& w, ref r, std::size_t count, font_options const& options) {
+    std::vector<std::uint8_t> bits((count + 7) / 8, 0);
+    for (std::size_t cid = 0; cid < count; ++cid) {
+        bits[cid / 8] |= std::uint8_t(0x80 >> (cid % 8));
+    }
+    write_stream_bytes(w, r, options.font_compress ? stream_filter::deflate : stream_filter::as_is, {}, bits);
+}
+
 void write_identity(writer& w, ref font_dict, fonts::font_ref const& font, font_options const& options) {
     ref const descendant = new_ref(w);
     ref const desc = new_ref(w);
@@ -188,9 +242,18 @@ void write_identity(writer& w, ref font_dict, fonts::font_ref const& font, font_
                      {"DescendantFonts", array{{descendant}}},
                      {"ToUnicode", tounicode},
                  }});
-    write_object(w, desc, descriptor(font, base, file));
+    auto const subset = font->used_font_subset->get();
+    std::optional<ref> const cid_set = subset ? std::optional<ref>(new_ref(w)) : std::nullopt;
+    auto d = descriptor(font, base, file);
+    if (cid_set) {
+        d.dict_entries.emplace_back("CIDSet", *cid_set);
+    }
+    write_object(w, desc, d);
     write_tounicode(w, tounicode, cache, font_objects::tounicode_type::tounicode_ucs2, options);
     write_font_file(w, file, font, true);
+    if (cid_set) {
+        write_cid_set(w, *cid_set, subset_glyph_count(font, cache, *subset), options);
+    }
 }
 
 } // namespace

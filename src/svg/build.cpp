@@ -1215,7 +1215,9 @@ struct builder {
                 if (auto const* ls = std::get_if<float>(&s->letter_spacing)) {
                     spacing = px_of_points(*ls);
                 }
-                auto const req = fonts::get_font_req(*env.env_fonts, fonts::query::query_of(*s->font_props));
+                auto const& lang = s->vellum_lang ? s->vellum_lang : s->vellum_lang_value;
+                auto const req = fonts::get_font_req(
+                    *env.env_fonts, fonts::query::query_of(*s->font_props, lang.value_or(""), spacing != 0));
                 auto const dir = s->rare_props && s->rare_props->rare_props_direction == css::box::direction::rtl
                                      ? fonts::direction::rtl
                                      : fonts::direction::ltr;

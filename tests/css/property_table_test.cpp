@@ -222,7 +222,13 @@ std::vector<element_row> const& longhand_rows() {
         {"font-size", {L::font_size}, "medium", "x-large"},
         {"font-stretch", {L::font_stretch}, "normal", "semi-condensed"},
         {"font-style", {L::font_style}, "normal", "oblique"},
-        {"font-variant", {L::font_variant}, "normal", "small-caps"},
+        {"font-feature-settings", {L::font_feature_settings}, "normal", "\"liga\" 0, \"salt\" 2, \"smcp\""},
+        {"font-kerning", {L::font_kerning}, "auto", "none"},
+        {"font-variant-caps", {L::font_variant_caps}, "normal", "all-small-caps"},
+        {"font-variant-east-asian", {L::font_variant_east_asian}, "normal", "jis78 full-width ruby"},
+        {"font-variant-ligatures", {L::font_variant_ligatures}, "normal", "no-common-ligatures contextual"},
+        {"font-variant-numeric", {L::font_variant_numeric}, "normal", "oldstyle-nums tabular-nums slashed-zero"},
+        {"font-variant-position", {L::font_variant_position}, "normal", "super"},
         {"font-weight", {L::font_weight}, "normal", "600"},
         {"footnote-style-position", {L::footnote_style_position}, "outside", "inside"},
         {"height", {L::height}, "auto", "50%"},
@@ -382,10 +388,16 @@ std::vector<element_row> const& shorthand_rows() {
          "1pt solid gray"},
         {"columns", {L::column_count, L::column_width}, "auto auto", "12em 2"},
         {"font",
-         {L::font_family, L::font_size, L::font_stretch, L::font_style, L::font_variant, L::font_weight,
-          L::line_height},
+         {L::font_family, L::font_feature_settings, L::font_kerning, L::font_size, L::font_stretch, L::font_style,
+          L::font_variant_caps, L::font_variant_east_asian, L::font_variant_ligatures, L::font_variant_numeric,
+          L::font_variant_position, L::font_weight, L::line_height},
          "normal normal normal medium/normal serif",
          "italic small-caps 600 condensed 12pt/1.5 \"DejaVu Serif\", serif"},
+        {"font-variant",
+         {L::font_variant_caps, L::font_variant_east_asian, L::font_variant_ligatures, L::font_variant_numeric,
+          L::font_variant_position},
+         "normal",
+         "small-caps no-common-ligatures lining-nums sub simplified"},
         {"list-style",
          {L::list_style_image, L::list_style_position, L::list_style_type},
          "disc outside none",
@@ -484,7 +496,7 @@ TEST(property_table, every_name_has_a_row) {
         add(r.name);
     }
     EXPECT_EQ(longhand_rows().size(), longhand_count);
-    EXPECT_EQ(seen.size(), 204u);
+    EXPECT_EQ(seen.size(), 211u);
     EXPECT_EQ(seen.size(), static_cast<std::size_t>(propnames::prop_name_count));
 }
 

@@ -202,6 +202,71 @@ TEST(property, border_shorthands) {
     EXPECT_EQ(tr.radius_v, (box::length_or_percent<units::length>{units::length{units::points{3}}}));
 }
 
+TEST(property, font_variant_longhands_and_shorthand) {
+    using fonts::feature_toggle;
+    auto const lig = parse("font-variant-ligatures", "no-common-ligatures discretionary-ligatures");
+    ASSERT_TRUE(lig);
+    EXPECT_EQ(value_of<L::font_variant_ligatures>(*lig),
+              (fonts::font_variant_ligatures{.ligatures_common = feature_toggle::off,
+                                             .ligatures_discretionary = feature_toggle::on}));
+    auto const none = parse("font-variant-ligatures", "none");
+    ASSERT_TRUE(none);
+    EXPECT_EQ(value_of<L::font_variant_ligatures>(*none).ligatures_contextual, feature_toggle::off);
+    // Each set of exclusive keywords at most once, and only the longhand's own keywords.
+    EXPECT_FALSE(parse("font-variant-ligatures", "common-ligatures no-common-ligatures"));
+    EXPECT_FALSE(parse("font-variant-numeric", "oldstyle-nums lining-nums"));
+    EXPECT_FALSE(parse("font-variant-numeric", "ordinal ordinal"));
+    EXPECT_FALSE(parse("font-variant-numeric", "small-caps"));
+    EXPECT_FALSE(parse("font-variant-numeric", "normal ordinal"));
+    EXPECT_FALSE(parse("font-variant-position", "sub super"));
+    auto const num = parse("font-variant-numeric", "slashed-zero stacked-fractions ordinal");
+    ASSERT_TRUE(num);
+    EXPECT_EQ(value_of<L::font_variant_numeric>(*num),
+              (fonts::font_variant_numeric{.numeric_fraction_style = fonts::numeric_fraction::stacked,
+                                           .numeric_ordinal = true,
+                                           .numeric_slashed_zero = true}));
+
+    auto const v = parse("font-variant", "oldstyle-nums small-caps no-contextual super traditional");
+    ASSERT_TRUE(v);
+    EXPECT_EQ(member_value<L::font_variant_caps>(*v), fonts::font_variant_caps::small_caps);
+    EXPECT_EQ(member_value<L::font_variant_numeric>(*v).numeric_figure_style, fonts::numeric_figure::oldstyle);
+    EXPECT_EQ(member_value<L::font_variant_ligatures>(*v).ligatures_contextual, feature_toggle::off);
+    EXPECT_EQ(member_value<L::font_variant_position>(*v), fonts::font_variant_position::super);
+    EXPECT_EQ(member_value<L::font_variant_east_asian>(*v).east_asian_forms, fonts::east_asian_variant::traditional);
+    // "none" turns the ligatures off and sets the rest back to normal.
+    auto const n = parse("font-variant", "none");
+    ASSERT_TRUE(n);
+    EXPECT_EQ(member_value<L::font_variant_ligatures>(*n).ligatures_common, feature_toggle::off);
+    EXPECT_EQ(member_value<L::font_variant_caps>(*n), fonts::font_variant_caps::normal);
+    EXPECT_FALSE(parse("font-variant", "none small-caps"));
+    EXPECT_FALSE(parse("font-variant", "small-caps all-small-caps"));
+    // The font shorthand takes small-caps only, and resets the other variant and feature properties.
+    auto const f = parse("font", "small-caps 12pt serif");
+    ASSERT_TRUE(f);
+    EXPECT_EQ(member_value<L::font_variant_caps>(*f), fonts::font_variant_caps::small_caps);
+    EXPECT_TRUE(is_initial<L::font_feature_settings>(*f));
+    EXPECT_TRUE(is_initial<L::font_kerning>(*f));
+    EXPECT_FALSE(parse("font", "all-small-caps 12pt serif"));
+}
+
+TEST(property, font_feature_settings_and_kerning) {
+    auto const p = parse("font-feature-settings", "\"liga\" 0, \"salt\" 3, \"smcp\", \"dlig\" on, \"kern\" off");
+    ASSERT_TRUE(p);
+    EXPECT_EQ(value_of<L::font_feature_settings>(*p),
+              (fonts::font_feature_settings{{"liga", 0}, {"salt", 3}, {"smcp", 1}, {"dlig", 1}, {"kern", 0}}));
+    auto const normal = parse("font-feature-settings", "normal");
+    ASSERT_TRUE(normal);
+    EXPECT_TRUE(value_of<L::font_feature_settings>(*normal).empty());
+    EXPECT_FALSE(parse("font-feature-settings", "\"ligature\" 1"));
+    EXPECT_FALSE(parse("font-feature-settings", "liga 1"));
+    EXPECT_FALSE(parse("font-feature-settings", "\"liga\" -1"));
+    EXPECT_FALSE(parse("font-feature-settings", "\"liga\" 1 2"));
+    auto const k = parse("font-kerning", "none");
+    ASSERT_TRUE(k);
+    EXPECT_EQ(value_of<L::font_kerning>(*k), fonts::font_kerning::none);
+    EXPECT_FALSE(parse("font-kerning", "off"));
+}
+
 TEST(property, font_shorthand) {
     auto const p = parse("font", "italic bold 12pt/1.5 \"DejaVu Serif\", serif");
     ASSERT_TRUE(p);
@@ -211,7 +276,8 @@ TEST(property, font_shorthand) {
               expr::or_attr<fonts::spec_font_size>{fonts::spec_font_size{units::length{units::points{12}}}});
     EXPECT_EQ(member_value<L::line_height>(*p), fonts::spec_line_height{fonts::line_height_number{1.5f}});
     EXPECT_EQ(member_value<L::font_family>(*p), families({"DejaVu Serif", "serif"}));
-    EXPECT_TRUE(is_initial<L::font_variant>(*p));
+    EXPECT_TRUE(is_initial<L::font_variant_caps>(*p));
+    EXPECT_TRUE(is_initial<L::font_variant_numeric>(*p));
 
     auto const q = parse("font", "10pt Liberation Sans");
     ASSERT_TRUE(q);

@@ -93,3 +93,64 @@ TEST(query, a_computed_style_finds_its_face) {
 
 } // namespace
 } // namespace vellum::fonts::query
+
+namespace vellum::fonts::query {
+namespace {
+
+using namespace css::fonts;
+
+std::vector<std::string> tags_of(std::vector<feature> const& fs) {
+    std::vector<std::string> out;
+    for (auto const& f : fs) {
+        out.push_back(f.feature_tag + (f.feature_param ? "=" + std::to_string(*f.feature_param) : ""));
+    }
+    return out;
+}
+
+TEST(query_features, properties_become_opentype_features) {
+    EXPECT_TRUE(features_of(font_features{}, false).empty());
+    font_features f;
+    f.features_ligatures = {.ligatures_common = feature_toggle::off,
+                            .ligatures_discretionary = feature_toggle::on,
+                            .ligatures_contextual = feature_toggle::off};
+    f.features_caps = font_variant_caps::all_small_caps;
+    f.features_numeric = {.numeric_figure_style = numeric_figure::oldstyle,
+                          .numeric_spacing_style = numeric_spacing::tabular,
+                          .numeric_fraction_style = numeric_fraction::diagonal,
+                          .numeric_ordinal = true,
+                          .numeric_slashed_zero = true};
+    f.features_position = font_variant_position::super;
+    f.features_east_asian = {.east_asian_forms = east_asian_variant::jis78,
+                             .east_asian_widths = east_asian_width::proportional_width,
+                             .east_asian_ruby = true};
+    f.features_kerning = font_kerning::none;
+    EXPECT_EQ(tags_of(features_of(f, false)),
+              (std::vector<std::string>{"liga=0", "clig=0", "dlig", "calt=0", "c2sc", "onum", "tnum", "frac", "ordn",
+                                        "zero", "sups", "jp78", "pwid", "ruby", "kern=0"}));
+}
+
+TEST(query_features, settings_come_last_and_replace) {
+    font_features f;
+    f.features_numeric.numeric_figure_style = numeric_figure::lining;
+    f.features_settings = {{.setting_tag = "lnum", .setting_value = 0}, {.setting_tag = "salt", .setting_value = 2}};
+    EXPECT_EQ(tags_of(features_of(f, false)), (std::vector<std::string>{"lnum=0", "salt=2"}));
+}
+
+TEST(query_features, letter_spacing_drops_optional_ligatures_unless_asked) {
+    font_features f;
+    EXPECT_EQ(tags_of(features_of(f, true)), (std::vector<std::string>{"liga=0", "clig=0", "dlig=0", "hlig=0"}));
+    f.features_settings = {{.setting_tag = "liga", .setting_value = 1}};
+    EXPECT_EQ(tags_of(features_of(f, true)), (std::vector<std::string>{"clig=0", "dlig=0", "hlig=0", "liga"}));
+}
+
+TEST(query_features, query_carries_language_and_kerning) {
+    font_props props;
+    props.font_props_features.features_settings = {{.setting_tag = "kern", .setting_value = 0}};
+    auto const q = query_of(props, "SR-Latn", false);
+    EXPECT_EQ(q.query_language, "sr-latn");
+    EXPECT_FALSE(q.query_kerning);
+    EXPECT_TRUE(query_of(font_props{}).query_kerning);
+}
+
+} // namespace
+} // namespace vellum::fonts::query

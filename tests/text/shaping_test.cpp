@@ -1,6 +1,7 @@
 // Shaping: layout table walkers, joining forms, and the glyphs and positions of real fonts compared with
 // reference output committed in tests/text/data/shaping.
 #include "text/font_data.hpp"
+#include "text/opentype/language.hpp"
 #include "text/opentype/layout.hpp"
 #include "text/shaping/arabic.hpp"
 #include "text/shaping/shape.hpp"
@@ -50,7 +51,7 @@ std::u32string decode(std::string const& s) {
 
 // Shapes text in a font and writes the glyphs in visual order as the reference does.
 std::string shape_text(font_data::font_data const& font, unicode::script::script s, bool rtl, std::u32string const& text,
-                       std::vector<fonts::feature> features = {}) {
+                       std::vector<fonts::feature> features = {}, opentype::reader::tag language = 0) {
     shaping::buffer::glyphs input;
     for (std::size_t i = 0; i < text.size(); ++i) {
         input.push_back({.info_glyph = font_data::char_to_glyph(font, text[i]),
@@ -62,6 +63,7 @@ std::string shape_text(font_data::font_data const& font, unicode::script::script
         l.log, font,
         {.run_direction = rtl ? fonts::direction::rtl : fonts::direction::ltr,
          .run_script = s,
+         .run_language = language,
          .run_features = std::move(features)},
         std::move(input));
     if (rtl) {
@@ -252,6 +254,66 @@ TEST(shaping, small_capitals_from_the_font) {
     auto const normal = shape_text(**font, latn, false, U"ab");
     auto const small = shape_text(**font, latn, false, U"ab", {{.feature_tag = "smcp"}});
     EXPECT_NE(normal, small);
+}
+
+// Glyph numbers and advances as `hb-shape --no-glyph-names --no-clusters` gives them for Noto Serif with
+// the same features and language: "[g+adv|...]".
+std::string hb_style(font_data::font_data const& font, std::u32string const& text, std::vector<fonts::feature> features,
+                     opentype::reader::tag language = 0) {
+    auto const line = shape_text(font, unicode::script::script::latn, false, text, std::move(features), language);
+    std::string out = "[";
+    std::size_t start = 0;
+    while (start < line.size()) {
+        auto const end = std::min(line.find(' ', start), line.size());
+        auto const item = line.substr(start, end - start);
+        out += (out.size() > 1 ? "|" : "") + item.substr(0, item.find('@')) + "+" + item.substr(item.find('+') + 1);
+        start = end + 1;
+    }
+    return out + "]";
+}
+
+TEST(shaping, document_features_and_language_agree_with_the_reference) {
+    auto const font = load("/usr/share/fonts/truetype/noto/NotoSerif-Regular.ttf");
+    if (!font) {
+        GTEST_SKIP() << "Noto Serif is not installed";
+    }
+    auto const& f = **font;
+    EXPECT_EQ(hb_style(f, U"0123", {}), "[19+559|20+559|21+559|22+559]");
+    EXPECT_EQ(hb_style(f, U"0123", {{.feature_tag = "onum"}}), "[2509+579|2510+579|2511+579|2512+579]");
+    EXPECT_EQ(hb_style(f, U"1/2", {{.feature_tag = "frac"}}), "[2530+400|534+62|2521+400]");
+    EXPECT_EQ(hb_style(f, U"AVA", {}), "[36+625|57+595|36+705]");
+    EXPECT_EQ(hb_style(f, U"AVA", {{.feature_tag = "kern", .feature_param = 0}}), "[36+705|57+675|36+705]");
+    // Serbian Cyrillic has its own be; the default language system keeps the Russian form.
+    auto const cyrl = unicode::script::script::cyrl;
+    auto const serbian = opentype::language::language_system_tag("sr-Cyrl-RS");
+    ASSERT_TRUE(serbian);
+    EXPECT_EQ(shape_text(f, cyrl, false, U"\u0431", {}).substr(0, 4), "458@");
+    EXPECT_EQ(shape_text(f, cyrl, false, U"\u0431", {}, *serbian).substr(0, 5), "2363@");
+}
+
+TEST(language_tags, bcp47_to_opentype) {
+    using opentype::language::language_system_tag;
+    auto tag = [](std::string_view s) { return std::optional(make_tag(s)); };
+    EXPECT_EQ(language_system_tag("en-GB"), tag("ENG "));
+    EXPECT_EQ(language_system_tag("DE"), tag("DEU "));
+    EXPECT_EQ(language_system_tag("tr"), tag("TRK "));
+    EXPECT_EQ(language_system_tag("ro-MD"), tag("MOL "));
+    EXPECT_EQ(language_system_tag("ja"), tag("JAN "));
+    EXPECT_EQ(language_system_tag("zh"), tag("ZHS "));
+    EXPECT_EQ(language_system_tag("zh-Hant"), tag("ZHT "));
+    EXPECT_EQ(language_system_tag("zh_TW"), tag("ZHT "));
+    EXPECT_EQ(language_system_tag("zh-HK"), tag("ZHH "));
+    EXPECT_EQ(language_system_tag("zh-Hans-HK"), tag("ZHS "));
+    EXPECT_EQ(language_system_tag(""), std::nullopt);
+    EXPECT_EQ(language_system_tag("x-klingon"), std::nullopt);
+    EXPECT_EQ(language_system_tag("tlh"), std::nullopt);
+    using opentype::language::cjk_region;
+    EXPECT_EQ(cjk_region("ja-JP"), std::optional<std::string_view>("JP"));
+    EXPECT_EQ(cjk_region("ko"), std::optional<std::string_view>("KR"));
+    EXPECT_EQ(cjk_region("zh-Hant-HK"), std::optional<std::string_view>("HK"));
+    EXPECT_EQ(cjk_region("zh-TW"), std::optional<std::string_view>("TC"));
+    EXPECT_EQ(cjk_region("zh"), std::optional<std::string_view>("SC"));
+    EXPECT_EQ(cjk_region("en"), std::nullopt);
 }
 
 } // namespace vellum

@@ -4,8 +4,10 @@
 #include "text/fonts/coverage.hpp"
 #include "text/fonts/fallback.hpp"
 #include "text/macroman.hpp"
+#include "text/opentype/language.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 
 namespace vellum::fonts {
@@ -35,6 +37,17 @@ std::string locator_key(resource::locator::locator const& loc) {
                           [](unresolvable const& u) { return "unresolvable:" + u.unresolvable_text; },
                       },
                       loc.locator_url);
+}
+
+// A font collection (.ttc) named by URL shows the face whose number the fragment gives ("fonts.ttc#2");
+// without one, or with a fragment that is no number, the first face.
+int collection_face_index(resource::locator::locator const& loc) {
+    auto const& f = loc.locator_fragment;
+    if (!f || f->empty() || f->size() > 4 ||
+        !std::all_of(f->begin(), f->end(), [](char c) { return c >= '0' && c <= '9'; })) {
+        return 0;
+    }
+    return std::stoi(*f);
 }
 
 std::string handle_key(font_handle const& h) {
@@ -127,6 +140,26 @@ font_face_match match_source(fonts const& db,
         src);
 }
 
+// Pan-CJK families come as one face per region ("Noto Sans CJK JP", "... KR", "... SC", "... TC",
+// "... HK"), with the same characters drawn by that region's conventions. Text in another East Asian
+// language takes the face of its region, when the system has it.
+std::string regional_family(fonts const& db, std::string const& family, std::string const& language) {
+    auto const region = opentype::language::cjk_region(language);
+    if (!region || family.size() < 7) {
+        return family;
+    }
+    auto const tail = lower(family.substr(family.size() - 7));
+    static constexpr std::array<std::string_view, 5> regions{" cjk jp", " cjk kr", " cjk sc", " cjk tc", " cjk hk"};
+    if (std::find(regions.begin(), regions.end(), tail) == regions.end()) {
+        return family;
+    }
+    auto const regional = family.substr(0, family.size() - 2) + std::string(*region);
+    if (lower(regional) == lower(family) || lookup_family(db, regional).empty()) {
+        return family;
+    }
+    return regional;
+}
+
 std::vector<req_entry> match_families(fonts const& db,
                                       font_query const& q,
                                       std::vector<std::string> const& families,
@@ -134,7 +167,7 @@ std::vector<req_entry> match_families(fonts const& db,
     std::vector<req_entry> out;
     auto const r = request_of(q);
     for (auto const& family : families) {
-        auto const records = lookup_family(db, family);
+        auto const records = lookup_family(db, regional_family(db, family, q.query_language));
         auto const* best = best_record(r, records);
         if (!best) {
             continue;
@@ -421,7 +454,8 @@ void add_font_faces(fonts const& db, std::vector<font_face::font_face> const& fa
             sources.ranged_sources_list.push_back(std::visit(
                 overloaded{
                     [&](font_face::src_url const& u) -> font_source {
-                        return source_cache_ref{cache_item(db, local_font{u.url_locator, 0})};
+                        return source_cache_ref{
+                            cache_item(db, local_font{u.url_locator, collection_face_index(u.url_locator)})};
                     },
                     [](font_face::src_local const& l) -> font_source {
                         return system_font_family{l.local_name};
@@ -529,6 +563,7 @@ ref<font_req> get_font_req(fonts const& db, font_query const& query) {
         .font_req_variant = query.query_variant,
         .font_req_features = query.query_features,
         .font_req_kerning = query.query_kerning,
+        .font_req_language = query.query_language,
         .font_req_style = query.query_style,
         .font_req_weight = query.query_weight,
         .font_req_glyph_cache = std::make_shared<cell<unicode::unicache::unicache<raw_glyph>>>(),

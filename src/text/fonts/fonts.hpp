@@ -53,10 +53,13 @@ struct font_query {
     truetype::truetype_weight query_weight = truetype::truetype_weight::normal;
     truetype::truetype_width query_width = truetype::truetype_width::normal;
     match::font_variant query_variant = match::font_variant::normal;
-    /// The features of a vellum_opentype variant; empty otherwise.
+    /// OpenType features asked for, added to the shaper's defaults; a parameter of 0 turns one off.
     std::vector<feature> query_features;
-    /// Whether kerning is on; only a vellum_opentype variant turns it off.
+    /// Whether kerning is on.
     bool query_kerning = true;
+    /// The language of the text, BCP 47 lower-cased ("sr", "zh-hant"); empty when unknown. It picks
+    /// the OpenType language system and the face of a family made for that language.
+    std::string query_language;
     auto operator<=>(font_query const&) const = default;
 };
 
@@ -213,6 +216,8 @@ struct font_req {
     match::font_variant font_req_variant = match::font_variant::normal;
     std::vector<feature> font_req_features;
     bool font_req_kerning = true;
+    /// The language of the text, as in the query.
+    std::string font_req_language;
     /// What was asked for, so that the painter can tell when a face lacks the slant or weight.
     match::font_style font_req_style = match::font_style::normal;
     truetype::truetype_weight font_req_weight = truetype::truetype_weight::normal;

@@ -2,6 +2,7 @@
 
 #include "text/font_data.hpp"
 #include "text/grapheme_boundary.hpp"
+#include "text/opentype/language.hpp"
 #include "text/shaping/shape.hpp"
 #include "text/unicode.hpp"
 #include "text/unicode/script.hpp"
@@ -53,10 +54,16 @@ void map_run(fonts const& db, font_req const& req, direction dir, std::u32string
     }
     bool small_caps = req.font_req_variant == match::font_variant::small_caps;
     auto features = req.font_req_features;
+    // All small capitals: the capitals shrink too, by the font's "c2sc" or by imitation.
+    bool const all_small_caps = small_caps && std::any_of(features.begin(), features.end(), [](feature const& f) {
+        return f.feature_tag == "c2sc" && f.feature_param != 0;
+    });
     // Small capitals from the font itself when it has them: the letters are shaped with its "smcp"
     // feature instead of being imitated by smaller capitals.
     if (small_caps) {
-        auto const first = std::find_if(run.begin(), run.end(), [](char32_t c) { return unicode::to_upper(c) != c; });
+        auto const first = std::find_if(run.begin(), run.end(), [all_small_caps](char32_t c) {
+            return unicode::to_upper(c) != c || (all_small_caps && unicode::to_lower(c) != c);
+        });
         if (first != run.end()) {
             auto const probe = char_to_glyph(db, req, *first);
             if (shaping::shape::has_substitution_feature(*probe.raw_glyph_font_ref->used_font_data, run_script,
@@ -72,7 +79,7 @@ void map_run(fonts const& db, font_req const& req, direction dir, std::u32string
         raw_glyph raw;
         char32_t const upper = unicode::to_upper(c);
         // Small capitals without a font that has them: the capital, shown smaller.
-        if (small_caps && upper != c) {
+        if (small_caps && (upper != c || (all_small_caps && unicode::to_lower(c) != c))) {
             raw = char_to_glyph(db, req, upper);
             raw.raw_glyph_small_caps = true;
         } else {
@@ -82,6 +89,9 @@ void map_run(fonts const& db, font_req const& req, direction dir, std::u32string
     }
     shaping::shape::run_request const request{.run_direction = dir,
                                               .run_script = run_script,
+                                              .run_language = opentype::language::language_system_tag(
+                                                                  req.font_req_language)
+                                                                  .value_or(0),
                                               .run_features = features,
                                               .run_kerning = req.font_req_kerning};
     std::size_t start = 0;

@@ -13,7 +13,13 @@ truetype::truetype_weight weight_of(int css_weight);
 /// The width class of a font-stretch keyword.
 truetype::truetype_width width_of(css::fonts::font_stretch stretch);
 
-/// The query for a style's font properties; family names are kept as written and in order.
-font_query query_of(css::fonts::font_props const& props);
+/// The OpenType features that the font-variant properties, font-feature-settings and letter-spacing ask
+/// for, in the order they apply: a later entry of the same tag replaces an earlier one, and a value of 0
+/// turns a feature off. With letter-spacing the optional ligatures are off unless the settings name them.
+std::vector<feature> features_of(css::fonts::font_features const& features, bool letter_spaced);
+
+/// The query for a style's font properties; family names are kept as written and in order. The language
+/// (BCP 47, as in a lang attribute) chooses language-specific faces and glyphs.
+font_query query_of(css::fonts::font_props const& props, std::string_view language = {}, bool letter_spaced = false);
 
 } // namespace vellum::fonts::query

@@ -282,11 +282,18 @@ std::size_t syllable_end(buffer::glyphs const& g, std::size_t i) {
     } else {
         ++i;
     }
+    // Signs after the modifiers (anusvara, visarga, Vedic signs) belong to no letter: they begin a
+    // syllable of their own.
+    bool tail = false;
     while (i < n) {
-        if (one_of(g, i, {cat::matra, cat::nukta, cat::halant, cat::syllable_modifier, cat::vedic,
-                          cat::register_shifter})) {
+        if (one_of(g, i, {cat::syllable_modifier, cat::vedic, cat::register_shifter})) {
+            tail = true;
             ++i;
-        } else if (one_of(g, i, {cat::zwj, cat::zwnj}) && one_of(g, i + 1, {cat::matra})) {
+        } else if (tail && one_of(g, i, {cat::matra, cat::nukta, cat::halant})) {
+            break;
+        } else if (one_of(g, i, {cat::matra, cat::nukta, cat::halant})) {
+            ++i;
+        } else if (!tail && one_of(g, i, {cat::zwj, cat::zwnj}) && one_of(g, i + 1, {cat::matra})) {
             i += 2;
         } else if (one_of(g, i, {cat::zwj})) {
             ++i;
@@ -493,6 +500,38 @@ bool is_indic(script s) {
     }
 }
 
+namespace {
+
+// A syllable that begins with a sign (a vowel sign, nukta, virama or modifier typed without its letter)
+// has nothing to carry the sign: a dotted circle stands in for the missing letter, as readers expect,
+// when the font has one. It stands for no character, so copied text stays as typed.
+void insert_dotted_circles(buffer::glyphs& g, std::vector<span>& found, font_access const& font) {
+    std::uint32_t const circle = font.access_glyph(0x25CC);
+    if (circle == 0) {
+        return;
+    }
+    for (std::size_t k = found.size(); k-- > 0;) {
+        auto& sp = found[k];
+        if (!one_of(g, sp.first, {cat::matra, cat::nukta, cat::halant, cat::syllable_modifier, cat::vedic})) {
+            continue;
+        }
+        glyph_info dot = g[sp.first];
+        dot.info_glyph = circle;
+        dot.info_chars.clear();
+        dot.info_class = opentype::layout::glyph_class::base;
+        dot.info_indic_category = std::uint8_t(cat::placeholder);
+        set_pos(dot, pos::base_c);
+        g.insert(g.begin() + std::ptrdiff_t(sp.first), std::move(dot));
+        ++sp.last;
+        for (std::size_t later = k + 1; later < found.size(); ++later) {
+            ++found[later].first;
+            ++found[later].last;
+        }
+    }
+}
+
+} // namespace
+
 void initial_reordering(buffer::glyphs& g, script s, masks const& m, font_access const& font) {
     auto const config = config_of(s);
     std::uint32_t const virama = config.virama ? font.access_glyph(config.virama) : 0;
@@ -522,6 +561,7 @@ void initial_reordering(buffer::glyphs& g, script s, masks const& m, font_access
         found.push_back({i, end});
         i = end;
     }
+    insert_dotted_circles(g, found, font);
     for (auto const& sp : found) {
         reorder_syllable(g, sp.first, sp.last, config, m, font);
     }

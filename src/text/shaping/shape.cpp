@@ -145,15 +145,18 @@ stage_feature global(char const* t, bool manual_zwj = false) {
     return {.feature_tag = make_tag(t), .feature_mask = 1, .feature_manual_zwj = manual_zwj};
 }
 
-// The document's features join the last stage; a feature turned off (parameter 0) leaves it.
-void add_requested(stage& last, std::vector<fonts::feature> const& requested, bool per_syllable) {
+// The document's features join the last stage; a feature turned off (parameter 0) leaves every stage,
+// so that "calt" or "liga" off also holds for scripts that apply them in stages of their own.
+void add_requested(std::vector<stage>& stages, std::vector<fonts::feature> const& requested, bool per_syllable) {
     for (auto const& f : requested) {
         auto const t = make_tag(f.feature_tag);
-        std::erase_if(last.stage_features, [&](stage_feature const& s) { return s.feature_tag == t; });
+        for (auto& s : stages) {
+            std::erase_if(s.stage_features, [&](stage_feature const& x) { return x.feature_tag == t; });
+        }
         if (f.feature_param && *f.feature_param == 0) {
             continue;
         }
-        last.stage_features.push_back(
+        stages.back().stage_features.push_back(
             {.feature_tag = t, .feature_mask = 1, .feature_per_syllable = per_syllable, .feature_param = f.feature_param});
     }
 }
@@ -269,7 +272,7 @@ std::vector<stage> gsub_stages(model m,
         break;
     }
     }
-    add_requested(stages.back(), request.run_features, m == model::indic);
+    add_requested(stages, request.run_features, m == model::indic);
     return stages;
 }
 
@@ -290,8 +293,9 @@ std::vector<stage> gpos_stages(model m, run_request const& request) {
             positioning.push_back(f);
         }
     }
-    add_requested(s, positioning, false);
-    return {s};
+    std::vector<stage> out{std::move(s)};
+    add_requested(out, positioning, false);
+    return out;
 }
 
 // Characters that are never seen: joiners, direction marks, the soft hyphen and the like.
@@ -354,9 +358,52 @@ std::uint8_t mark_order(char32_t c) {
     return ccc;
 }
 
+// Arabic modifier combining marks: the hamzas and small letters that modify the letter itself rather than
+// add a vowel, so that fonts expect them next to the letter, before the other marks.
+bool modifier_combining_mark(char32_t c) {
+    switch (c) {
+    case 0x0654: case 0x0655: case 0x0658: case 0x06DC: case 0x06E3: case 0x06E7: case 0x06E8:
+    case 0x08CA: case 0x08CB: case 0x08CD: case 0x08CE: case 0x08CF: case 0x08D3: case 0x08F3:
+        return true;
+    default:
+        return false;
+    }
+}
+
+// The transient reordering of Arabic marks: in a run of marks in canonical order, the modifier marks
+// that lead the marks below (class 220) and then those that lead the marks above (230) move to the
+// front of the run.
+template <class Order>
+void reorder_arabic_marks(buffer::glyphs& glyphs, std::size_t start, std::size_t end, Order const& order) {
+    std::size_t i = start;
+    for (std::uint8_t cc : {std::uint8_t(220), std::uint8_t(230)}) {
+        while (i < end && order(glyphs[i]) < cc) {
+            ++i;
+        }
+        if (i == end) {
+            break;
+        }
+        if (order(glyphs[i]) > cc) {
+            continue;
+        }
+        std::size_t j = i;
+        while (j < end && order(glyphs[j]) == cc && glyphs[j].info_chars.size() == 1 &&
+               modifier_combining_mark(glyphs[j].info_chars[0])) {
+            ++j;
+        }
+        if (i == j) {
+            continue;
+        }
+        std::rotate(glyphs.begin() + std::ptrdiff_t(start), glyphs.begin() + std::ptrdiff_t(i),
+                    glyphs.begin() + std::ptrdiff_t(j));
+        start += j - i;
+        i = j;
+    }
+}
+
 // Puts each run of combining marks in canonical order (stable, by combining class), so that the same text
 // typed in another order of marks looks the same.
-void sort_marks(buffer::glyphs& glyphs) {
+void sort_marks(buffer::glyphs& glyphs, bool arabic) {
     auto order = [](buffer::glyph_info const& g) {
         return g.info_chars.size() == 1 ? mark_order(g.info_chars[0]) : std::uint8_t(0);
     };
@@ -373,6 +420,9 @@ void sort_marks(buffer::glyphs& glyphs) {
         if (j - i > 1) {
             std::stable_sort(glyphs.begin() + std::ptrdiff_t(i), glyphs.begin() + std::ptrdiff_t(j),
                              [&](auto const& a, auto const& b) { return order(a) < order(b); });
+            if (arabic) {
+                reorder_arabic_marks(glyphs, i, j, order);
+            }
         }
         i = j;
     }
@@ -465,7 +515,7 @@ buffer::glyphs shape_glyphs(log::log const& log,
     if (m == model::indic) {
         decompose_indic(font, glyphs);
     }
-    sort_marks(glyphs);
+    sort_marks(glyphs, m == model::arabic);
     for (auto& g : glyphs) {
         g.info_mask = 1;
     }
