@@ -139,18 +139,18 @@ TEST(generated, quote_marks_by_quotes_and_language) {
     using css::box::quote_marks;
     auto const utf8 = [](std::u32string const& t) { return textbuf::to_utf8(t); };
     css::box::quotes const own = quote_marks{{{"<", ">"}, {"[", "]"}}};
-    EXPECT_EQ(utf8(quote_mark(own, std::nullopt, 0, true)), "<");
-    EXPECT_EQ(utf8(quote_mark(own, std::nullopt, 1, false)), "]");
+    EXPECT_EQ(utf8(generated::quote_mark(own, std::nullopt, 0, true)), "<");
+    EXPECT_EQ(utf8(generated::quote_mark(own, std::nullopt, 1, false)), "]");
     // Deeper levels repeat the last pair.
-    EXPECT_EQ(utf8(quote_mark(own, std::nullopt, 5, true)), "[");
-    EXPECT_EQ(utf8(quote_mark(css::box::none_value{}, std::nullopt, 0, true)), "");
+    EXPECT_EQ(utf8(generated::quote_mark(own, std::nullopt, 5, true)), "[");
+    EXPECT_EQ(utf8(generated::quote_mark(css::box::none_value{}, std::nullopt, 0, true)), "");
     css::box::quotes const automatic = css::box::auto_value{};
-    EXPECT_EQ(utf8(quote_mark(automatic, std::nullopt, 0, true)), "\u201C");
-    EXPECT_EQ(utf8(quote_mark(automatic, std::string("de-ch"), 0, true)), "\u201E");
-    EXPECT_EQ(utf8(quote_mark(automatic, std::string("fr"), 0, false)), "\u00A0\u00BB");
-    EXPECT_EQ(utf8(quote_mark(automatic, std::string("ja"), 1, true)), "\u300E");
+    EXPECT_EQ(utf8(generated::quote_mark(automatic, std::nullopt, 0, true)), "\u201C");
+    EXPECT_EQ(utf8(generated::quote_mark(automatic, std::string("de-ch"), 0, true)), "\u201E");
+    EXPECT_EQ(utf8(generated::quote_mark(automatic, std::string("fr"), 0, false)), "\u00A0\u00BB");
+    EXPECT_EQ(utf8(generated::quote_mark(automatic, std::string("ja"), 1, true)), "\u300E");
     // A language without marks of its own falls back to English.
-    EXPECT_EQ(utf8(quote_mark(automatic, std::string("xx"), 1, false)), "\u2019");
+    EXPECT_EQ(utf8(generated::quote_mark(automatic, std::string("xx"), 1, false)), "\u2019");
 }
 
 TEST(generated, attributes_text_leaders_and_targets) {
