@@ -49,6 +49,7 @@ bool is_space(char32_t c) { return c == U' ' || c == U'\t' || c == U'\n' || c ==
 std::u32string token_text(context const& ctx, dom::element_ref const& el, std::string const& name) {
     std::string raw;
     bool illegal = false;
+    bool glyph = false;
     {
         std::lock_guard guard(process_lock());
         for (auto const& c : el->dom_element_children.cell_value) {
@@ -59,11 +60,15 @@ std::u32string token_text(context const& ctx, dom::element_ref const& el, std::s
                 if (n != "mglyph" && n != "malignmark") {
                     illegal = true;
                 }
+                glyph = glyph || n == "mglyph";
             }
         }
     }
     if (illegal) {
         warn(ctx, "illegal children in " + name);
+    }
+    if (glyph) {
+        warn_once(ctx, "mglyph is not laid out; it is left empty");
     }
     auto const chars = textbuf::from_utf8(raw);
     std::u32string out;
@@ -221,7 +226,9 @@ math text_box(context const& ctx, mathstyle const& st, std::u32string const& tex
     }
     if (!mapped_ok) {
         glyphs.clear();
-        if (!variant.empty()) {
+        // Only letters (and digits, for some alphabets) have variant forms: other characters stay as
+        // they are. Letters whose variant forms the font lacks come from a face of that style instead.
+        if (mapped != text) {
             query = variant_query(query, variant);
             req = fonts::get_font_req(ctx.db, query);
         }
@@ -651,10 +658,6 @@ math layout_mo(context const& ctx, mathstyle const& st0, env const& e, dom::elem
                    },
                    os.maxsize);
         glyph = stretch_vertical(ctx, st, text, target, centre);
-        if (!glyph && os.symmetric && normal_h > 0) {
-            // Unstretched, a symmetric fence still sits on the axis.
-            glyph = centred(std::move(normal), ax);
-        }
         stretched = glyph.has_value();
     }
     if (!glyph) {
@@ -703,11 +706,29 @@ math math_of_row(context const& ctx, mathstyle const& st, env const& e, std::vec
             op_form const form = i == 0 ? op_form::prefix : i + 1 == items.size() ? op_form::postfix : op_form::infix;
             laid[i] = math_of_element(ctx, st,
                                       env_info{.parent_em = false,
-                                               .form = items.size() == 1 && e ? e->form : form,
+                                               .form = form,
                                                .height = height,
                                                .depth = depth,
                                                .env_width = !any && e ? e->env_width : std::nullopt},
                                       items[i]);
+            // An operator with scripts or limits keeps the spacing of its operator around the whole.
+            auto const n = local_name(items[i]);
+            if (n == "msub" || n == "msup" || n == "msubsup" || n == "munder" || n == "mover" || n == "munderover" ||
+                n == "mmultiscripts" || n == "mfrac") {
+                auto const core = core_op(items[i]);
+                auto const os = op_style_of(ctx, st, *core, form);
+                double const em = st.fontsize;
+                double const ex = math_font_of(ctx, st).x_height_em * em;
+                double const ls = units::resolve(os.lspace, em, ex, em);
+                double const rs = units::resolve(os.rspace, em, ex, em);
+                if (ls != 0 || rs != 0) {
+                    auto inner = share(std::move(*laid[i]));
+                    math spaced = *inner;
+                    spaced.mcontent = groups{.groups_members = {placed{.placed_x = ls, .placed_math = inner}}};
+                    spaced.mwidth = ls + inner->mwidth + rs;
+                    laid[i] = std::move(spaced);
+                }
+            }
         }
     }
     math out{.mcontent = groups{}};

@@ -57,7 +57,11 @@ math layout_mfrac(context const& ctx, mathstyle const& st, env const& e, dom::el
     }
     auto const part_st = mathml::mathstyle::for_script(st, st.displaystyle ? 0 : 1);
     // The numerator of an embellished fraction carries the operator, and its surroundings.
-    auto num = math_of_element(ctx, part_st, e ? env{env_info{*e}} : std::nullopt, kids[0]);
+    auto num_env = e;
+    if (num_env) {
+        num_env->parent_em = true;
+    }
+    auto num = math_of_element(ctx, part_st, num_env, kids[0]);
     auto den = math_of_element(ctx, part_st, std::nullopt, kids[1]);
     bool const display = st.displaystyle;
     double const default_rule = constant(ctx, st, C::fraction_rule_thickness);

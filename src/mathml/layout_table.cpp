@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
+#include <cstdlib>
 #include <sstream>
 
 namespace vellum::mathml::layout {
@@ -60,13 +60,13 @@ math layout_mpadded(context const& ctx, mathstyle const& st, env const& e, dom::
             sign = text[0];
             text.erase(0, 1);
         }
-        double n = 0;
-        int used = 0;
-        if (std::sscanf(text.c_str(), "%lf%n", &n, &used) != 1) {
+        char* end = nullptr;
+        double const n = std::strtod(text.c_str(), &end);
+        if (end == text.c_str()) {
             warn(ctx, std::string("mpadded: ") + name + ": not a length: " + *v);
             return current;
         }
-        std::string unit = text.substr(std::size_t(used));
+        std::string unit = text.substr(std::size_t(end - text.c_str()));
         bool percent = false;
         if (!unit.empty() && unit[0] == '%') {
             percent = true;

@@ -1,7 +1,8 @@
 #include "mathml/units.hpp"
 
 #include <array>
-#include <cstdio>
+#include <cmath>
+#include <cstdlib>
 #include <string>
 
 namespace vellum::mathml::units {
@@ -39,12 +40,13 @@ std::optional<mathspace> parse_mathspace(std::string_view text) {
         }
     }
     std::string const s(text);
-    double v = 0;
-    int used = 0;
-    if (s.empty() || std::sscanf(s.c_str(), "%lf%n", &v, &used) != 1) {
+    // strtod, not sscanf: sscanf takes the "e" of "2em" for an exponent and cannot give it back.
+    char* end = nullptr;
+    double const v = std::strtod(s.c_str(), &end);
+    if (s.empty() || end == s.c_str() || s[0] == ' ' || std::isinf(v) || std::isnan(v)) {
         return std::nullopt;
     }
-    auto const rest = trim(std::string_view(s).substr(std::size_t(used)));
+    auto const rest = trim(std::string_view(s).substr(std::size_t(end - s.c_str())));
     static constexpr std::array<std::pair<std::string_view, unit>, 10> units{{
         {"em", unit::em},
         {"ex", unit::ex},
