@@ -137,7 +137,7 @@ ref<fonts::font_req> font_req_of(context const& ctx, mathstyle const& st) {
 }
 
 mathfont::math_font const& math_font_of(context const& ctx, mathstyle const& st) {
-    return mathfont::math_font_of(ctx.db, *font_req_of(ctx, st));
+    return mathfont::math_font_of(ctx.db, font_req_of(ctx, st));
 }
 
 double constant(context const& ctx, mathstyle const& st, om::constant c) {
@@ -973,6 +973,11 @@ math math_of_element(context const& ctx, mathstyle const& st, env const& e, dom:
         "apply", "ci", "cn", "csymbol", "bind", "bvar", "lambda", "set", "list", "vector", "matrix", "matrixrow",
         "interval", "piecewise", "piece", "otherwise", "declare", "condition", "domainofapplication",
         "lowlimit", "uplimit", "degree", "logbase", "momentabout", "reln", "fn", "share", "cerror", "cbytes", "cs",
+        "plus", "minus", "times", "divide", "power", "root", "eq", "neq", "lt", "gt", "leq", "geq", "and", "or",
+        "not", "implies", "sin", "cos", "tan", "log", "ln", "exp", "int", "sum", "product", "diff", "partialdiff",
+        "limit", "abs", "floor", "ceiling", "max", "min", "factorial", "quotient", "rem", "gcd", "lcm", "union",
+        "intersect", "in", "notin", "subset", "prsubset", "setdiff", "card", "emptyset", "pi", "exponentiale",
+        "imaginaryi", "infinity", "true", "false", "forall", "exists", "approx", "equivalent", "compose", "inverse",
     };
     if (std::find(std::begin(content_names), std::end(content_names), name) != std::end(content_names)) {
         // Content markup says what a formula means, not how it looks; its leaves still show as text.

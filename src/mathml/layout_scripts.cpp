@@ -2,6 +2,7 @@
 // in the manner of mathematical typesetting.
 #include "mathml/layout.hpp"
 
+#include "util/cell.hpp"
 #include "util/textbuf.hpp"
 
 #include <algorithm>
@@ -306,6 +307,34 @@ bool is_accent(context const& ctx, mathstyle const& st, dom::element_ref const& 
     return false;
 }
 
+// Whether a script is an accent mark drawn above the x-height in its own glyph (circumflex, tilde,
+// macron, dots, acute, grave, caron, breve, ring), which is placed by the accent base height rather
+// than stacked over the base.
+bool floating_accent(dom::element_ref const& script) {
+    auto const core = core_op(script);
+    if (!core) {
+        return false;
+    }
+    std::string text;
+    {
+        std::lock_guard guard(process_lock());
+        for (auto const& c : (*core)->dom_element_children.cell_value) {
+            if (auto const* t = std::get_if<dom::text_child>(&c)) {
+                text += t->child_text->dom_text_value.cell_value;
+            }
+        }
+    }
+    for (char32_t c : textbuf::from_utf8(text)) {
+        bool const accent = c == U'^' || c == U'~' || c == U'`' || c == 0xA8 || c == 0xAF || c == 0xB4 ||
+                            (c >= 0x2C6 && c <= 0x2DD) || (c >= 0x300 && c <= 0x36F);
+        bool const space = c == U' ' || c == U'\n' || c == U'\t';
+        if (!accent && !space) {
+            return false;
+        }
+    }
+    return true;
+}
+
 } // namespace
 
 math layout_underover(context const& ctx, mathstyle const& st, env const& e, dom::element_ref const& el,
@@ -374,9 +403,12 @@ math layout_underover(context const& ctx, mathstyle const& st, env const& e, dom
             double const gap = std::max(constant(ctx, st, C::upper_limit_gap_min),
                                         constant(ctx, st, C::upper_limit_baseline_rise_min) - over->mdown);
             y = base_up + gap + over->mdown;
-        } else if (accent_over) {
+        } else if (accent_over && floating_accent(*over_el)) {
             // An accent designed to sit on a letter of x-height rises with a taller base.
             y = std::max(0.0, base_up - constant(ctx, st, C::accent_base_height));
+        } else if (accent_over) {
+            // Other accents (arrows, bars) stand on the baseline: they clear the base by a thin gap.
+            y = base_up + constant(ctx, st, C::overbar_vertical_gap) / 2 + over->mdown;
         } else {
             y = base_up + constant(ctx, st, C::overbar_vertical_gap) + over->mdown;
         }

@@ -23,11 +23,15 @@ struct outlines {
     int descender = -200;
 };
 
-std::shared_ptr<outlines const> outlines_of(font_data::font_data const& data) {
-    static cell<std::map<font_data::font_data const*, std::shared_ptr<outlines const>>> cache;
+// The caches below are keyed by address; each entry keeps its font (or request) alive, so that no
+// other font can come to the same address while the entry stands.
+std::shared_ptr<outlines const> outlines_of(ref<font_data::font_data> const& font) {
+    static cell<std::map<font_data::font_data const*, std::pair<ref<font_data::font_data>, std::shared_ptr<outlines const>>>>
+        cache;
+    auto const& data = *font;
     auto found = cache.update([&](auto& m) -> std::shared_ptr<outlines const> {
         auto it = m.find(&data);
-        return it == m.end() ? nullptr : it->second;
+        return it == m.end() ? nullptr : it->second.second;
     });
     if (found) {
         return found;
@@ -48,7 +52,7 @@ std::shared_ptr<outlines const> outlines_of(font_data::font_data const& data) {
         }
     }
     auto shared = std::make_shared<outlines const>(std::move(o));
-    cache.update([&](auto& m) { m[&data] = shared; });
+    cache.update([&](auto& m) { m[&data] = {font, shared}; });
     return shared;
 }
 
@@ -169,11 +173,13 @@ bool is_percent(om::constant c) {
 }
 
 std::shared_ptr<om::math_table const> math_table_of(fonts::font_ref const& font) {
-    static cell<std::map<font_data::font_data const*, std::shared_ptr<om::math_table const>>> cache;
+    static cell<std::map<font_data::font_data const*,
+                         std::pair<ref<font_data::font_data>, std::shared_ptr<om::math_table const>>>>
+        cache;
     auto const* data = font->used_font_data.get();
     auto found = cache.update([&](auto& m) -> std::optional<std::shared_ptr<om::math_table const>> {
         auto it = m.find(data);
-        return it == m.end() ? std::nullopt : std::optional(it->second);
+        return it == m.end() ? std::nullopt : std::optional(it->second.second);
     });
     if (found) {
         return *found;
@@ -184,17 +190,19 @@ std::shared_ptr<om::math_table const> math_table_of(fonts::font_ref const& font)
             table = std::make_shared<om::math_table const>(std::move(*t));
         }
     }
-    cache.update([&](auto& m) { m[data] = table; });
+    cache.update([&](auto& m) { m[data] = {font->used_font_data, table}; });
     return table;
 }
 
 } // namespace
 
-math_font const& math_font_of(fonts::fonts const& db, fonts::font_req const& req) {
-    static cell<std::map<fonts::font_req const*, std::shared_ptr<math_font const>>> cache;
+math_font const& math_font_of(fonts::fonts const& db, ref<fonts::font_req> const& request) {
+    static cell<std::map<fonts::font_req const*, std::pair<ref<fonts::font_req>, std::shared_ptr<math_font const>>>>
+        cache;
+    auto const& req = *request;
     auto found = cache.update([&](auto& m) -> std::shared_ptr<math_font const> {
         auto it = m.find(&req);
-        return it == m.end() ? nullptr : it->second;
+        return it == m.end() ? nullptr : it->second.second;
     });
     if (found) {
         return *found;
@@ -221,7 +229,7 @@ math_font const& math_font_of(fonts::fonts const& db, fonts::font_req const& req
     }
     // The map owns the record for the rest of the run, the request pointers being interned too.
     auto shared = std::make_shared<math_font const>(std::move(f));
-    cache.update([&](auto& m) { m[&req] = shared; });
+    cache.update([&](auto& m) { m[&req] = {request, shared}; });
     return *shared;
 }
 
@@ -236,7 +244,7 @@ double constant(math_font const& f, om::constant c, double size) {
 
 ink glyph_ink(fonts::font_ref const& font, std::uint32_t glyph, double size) {
     auto const& data = *font->used_font_data;
-    auto const o = outlines_of(data);
+    auto const o = outlines_of(font->used_font_data);
     double const scale = size / o->units_per_em;
     double const advance = font_data::glyph_advance(data, glyph) * scale;
     if (o->glyf && o->loca) {

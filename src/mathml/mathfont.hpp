@@ -31,7 +31,7 @@ struct math_font {
 };
 
 /// The math font of a request, looked up once per request.
-math_font const& math_font_of(fonts::fonts const& db, fonts::font_req const& req);
+math_font const& math_font_of(fonts::fonts const& db, ref<fonts::font_req> const& req);
 
 /// A constant in points at a font size; fonts without a MATH table get values in the manner of
 /// traditional mathematical typesetting, as fractions of the size.
