@@ -71,7 +71,8 @@ struct scanner {
     std::size_t at = 0;
 
     void skip_space() {
-        while (at < text.size() && (text[at] == ' ' || text[at] == '\n' || text[at] == '\t' || text[at] == '\r')) {
+        while (at < text.size() &&
+               (text[at] == ' ' || text[at] == '\n' || text[at] == '\t' || text[at] == '\r')) {
             ++at;
         }
     }
@@ -130,8 +131,8 @@ struct scanner {
             }
             ++at;
             element e;
-            while (at < text.size() && text[at] != ' ' && text[at] != '>' && text[at] != '/' && text[at] != '\n' &&
-                   text[at] != '\t' && text[at] != '\r') {
+            while (at < text.size() && text[at] != ' ' && text[at] != '>' && text[at] != '/' &&
+                   text[at] != '\n' && text[at] != '\t' && text[at] != '\r') {
                 e.element_name += text[at++];
             }
             bool empty = false;
@@ -200,7 +201,8 @@ result<std::vector<element>> parse_elements(std::string_view text) {
     return std::move(all->front().element_children);
 }
 
-result<std::string> read_system_file(log::log const& log, resource::loader::loader const& l, std::string const& name) {
+result<std::string>
+read_system_file(log::log const& log, resource::loader::loader const& l, std::string const& name) {
     resource::locator::locator const loc{.locator_url = resource::locator::file{{name}, std::nullopt},
                                          .locator_origin = resource::locator::locator_origin::system_origin};
     auto r = resource::loader::load_resource(log, l, resource::loader::resource_description::document, loc);

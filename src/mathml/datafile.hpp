@@ -27,8 +27,8 @@ struct element {
 [[nodiscard]] result<std::vector<element>> parse_elements(std::string_view text);
 
 /// Reads a file of the program ("math/operators.xml") from the prefix of the loader.
-[[nodiscard]] result<std::string> read_system_file(log::log const& log, resource::loader::loader const& l,
-                                                   std::string const& name);
+[[nodiscard]] result<std::string>
+read_system_file(log::log const& log, resource::loader::loader const& l, std::string const& name);
 
 /// An attribute's value, if present.
 [[nodiscard]] std::optional<std::string> attribute(element const& e, std::string const& name);

@@ -34,7 +34,9 @@ std::string local_name(dom::element_ref const& el) {
     return std::string(styledom::tree::name_local_view(el->dom_element_name));
 }
 
-void warn(context const& ctx, std::string const& message) { log::log_warning(ctx.log, "math: " + message); }
+void warn(context const& ctx, std::string const& message) {
+    log::log_warning(ctx.log, "math: " + message);
+}
 
 void warn_once(context const& ctx, std::string const& message) {
     log::log_warning_once(ctx.log, "math: " + message);
@@ -42,7 +44,9 @@ void warn_once(context const& ctx, std::string const& message) {
 
 namespace {
 
-bool is_space(char32_t c) { return c == U' ' || c == U'\t' || c == U'\n' || c == U'\r'; }
+bool is_space(char32_t c) {
+    return c == U' ' || c == U'\t' || c == U'\n' || c == U'\r';
+}
 
 // The text of a token: its text children, with runs of white space made one space and the ends
 // trimmed. Element children other than the glyph and alignment marks are reported.
@@ -56,7 +60,8 @@ std::u32string token_text(context const& ctx, dom::element_ref const& el, std::s
             if (auto const* t = std::get_if<dom::text_child>(&c)) {
                 raw += t->child_text->dom_text_value.cell_value;
             } else if (auto const* e = std::get_if<dom::element_child>(&c)) {
-                auto const n = std::string(styledom::tree::name_local_view(e->child_element->dom_element_name));
+                auto const n =
+                    std::string(styledom::tree::name_local_view(e->child_element->dom_element_name));
                 if (n != "mglyph" && n != "malignmark") {
                     illegal = true;
                 }
@@ -144,7 +149,9 @@ double constant(context const& ctx, mathstyle const& st, om::constant c) {
     return mathfont::constant(math_font_of(ctx, st), c, st.fontsize);
 }
 
-double axis(context const& ctx, mathstyle const& st) { return constant(ctx, st, om::constant::axis_height); }
+double axis(context const& ctx, mathstyle const& st) {
+    return constant(ctx, st, om::constant::axis_height);
+}
 
 namespace {
 
@@ -157,17 +164,21 @@ ref<css::style::style> run_style(mathstyle const& st, fonts::font_query const& q
     auto copy = *st.css_style;
     auto props = copy.font_props ? *copy.font_props : css::fonts::font_props{};
     props.font_props_font_weight = int(q.query_weight);
-    props.font_props_font_style = q.query_style == fonts::match::font_style::italic ? css::fonts::font_style::italic
-                                  : q.query_style == fonts::match::font_style::oblique
-                                      ? css::fonts::font_style::oblique
-                                      : css::fonts::font_style::normal;
+    props.font_props_font_style =
+        q.query_style == fonts::match::font_style::italic    ? css::fonts::font_style::italic
+        : q.query_style == fonts::match::font_style::oblique ? css::fonts::font_style::oblique
+                                                             : css::fonts::font_style::normal;
     copy.font_props = share(props);
     copy.font_size = float(st.fontsize);
     return share(std::move(copy));
 }
 
-svg::svg text_item(mathstyle const& st, fonts::font_query const& q, std::vector<fonts::grapheme> glyphs, double x,
-                   double y, double width) {
+svg::svg text_item(mathstyle const& st,
+                   fonts::font_query const& q,
+                   std::vector<fonts::grapheme> glyphs,
+                   double x,
+                   double y,
+                   double width) {
     svg::text_run run{.run_pos = {x, y},
                       .run_glyphs = fonts::shared_graphemes(std::move(glyphs)),
                       .run_fill = svg::paint_color{st.color},
@@ -201,7 +212,10 @@ fonts::font_query variant_query(fonts::font_query q, std::string const& variant)
 
 } // namespace
 
-math text_box(context const& ctx, mathstyle const& st, std::u32string const& text, std::string const& variant) {
+math text_box(context const& ctx,
+              mathstyle const& st,
+              std::u32string const& text,
+              std::string const& variant) {
     if (text.empty()) {
         return empty_math();
     }
@@ -253,18 +267,22 @@ math text_box(context const& ctx, mathstyle const& st, std::u32string const& tex
     return m;
 }
 
-math glyph_box(mathstyle const& st, fonts::font_ref const& font, std::uint32_t glyph, std::u32string const& chars) {
+math glyph_box(mathstyle const& st,
+               fonts::font_ref const& font,
+               std::uint32_t glyph,
+               std::u32string const& chars) {
     auto g = mathfont::glyph_grapheme(font, glyph, chars);
     double const size = st.fontsize;
     double const width = g.base_glyph.glyph_hori_advance * size;
     auto const ink = mathfont::glyph_ink(font, glyph, size);
-    return simple_math({text_item(st, st.fontquery, {std::move(g)}, 0, 0, width)}, width, ink.ink_up, ink.ink_down);
+    return simple_math({text_item(st, st.fontquery, {std::move(g)}, 0, 0, width)}, width, ink.ink_up,
+                       ink.ink_down);
 }
 
 // ---- Lengths and colours -------------------------------------------------------------------------------
 
-std::optional<double> length_attr(context const& ctx, mathstyle const& st, dom::element_ref const& el,
-                                  std::string_view name, double base) {
+std::optional<double> length_attr(
+    context const& ctx, mathstyle const& st, dom::element_ref const& el, std::string_view name, double base) {
     auto const v = attr(el, name);
     if (!v) {
         return std::nullopt;
@@ -284,9 +302,10 @@ math with_background(math m, css::color::color const& c) {
     auto const w = m.mwidth;
     auto inner = share(std::move(m));
     math out = *inner;
-    out.mcontent = groups{.groups_members = {placed{.placed_math = share(simple_math(
-                                                        {filled_rect(0, -up, w, up + down, c)}, w, up, down))},
-                                             placed{.placed_math = inner}}};
+    out.mcontent = groups{
+        .groups_members = {
+            placed{.placed_math = share(simple_math({filled_rect(0, -up, w, up + down, c)}, w, up, down))},
+            placed{.placed_math = inner}}};
     return out;
 }
 
@@ -321,10 +340,12 @@ std::optional<css::color::color> token_style(context const& ctx, mathstyle& st, 
         st.fontquery.query_families.insert(st.fontquery.query_families.begin(), *v);
     }
     if (auto v = attr(el, "fontweight")) {
-        st.fontquery.query_weight = *v == "bold" ? truetype::truetype_weight::bold : truetype::truetype_weight::normal;
+        st.fontquery.query_weight =
+            *v == "bold" ? truetype::truetype_weight::bold : truetype::truetype_weight::normal;
     }
     if (auto v = attr(el, "fontstyle")) {
-        st.fontquery.query_style = *v == "italic" ? fonts::match::font_style::italic : fonts::match::font_style::normal;
+        st.fontquery.query_style =
+            *v == "italic" ? fonts::match::font_style::italic : fonts::match::font_style::normal;
     }
     if (auto v = attr(el, "mathbackground").or_else([&] { return attr(el, "background"); })) {
         if (auto c = css::color::parse_color_text(*v)) {
@@ -337,7 +358,10 @@ std::optional<css::color::color> token_style(context const& ctx, mathstyle& st, 
 
 } // namespace
 
-math layout_token(context const& ctx, mathstyle const& st0, dom::element_ref const& el, std::string const& name) {
+math layout_token(context const& ctx,
+                  mathstyle const& st0,
+                  dom::element_ref const& el,
+                  std::string const& name) {
     auto st = st0;
     auto const bg = token_style(ctx, st, el);
     auto text = token_text(ctx, el, name);
@@ -367,7 +391,8 @@ math layout_mspace(context const& ctx, mathstyle const& st, dom::element_ref con
 
 // ---- Operators -----------------------------------------------------------------------------------------
 
-op_table::mostyle op_style_of(context const& ctx, mathstyle const& st, dom::element_ref const& mo, op_form form) {
+op_table::mostyle
+op_style_of(context const& ctx, mathstyle const& st, dom::element_ref const& mo, op_form form) {
     auto const text = textbuf::to_utf8(token_text(ctx, mo, "mo"));
     auto s = op_table::get_op_style(ctx.ops, text == "-" ? "\u2212" : text, form);
     // mstyle's attributes first, then the element's own.
@@ -448,8 +473,11 @@ math raised(math m, double dy) {
 }
 
 // An assembly of parts, bottom to top or left to right, each part placed by its ink.
-math assembly_box(mathstyle const& st, mathfont::math_font const& mf, om::assembly_plan const& plan,
-                  std::u32string const& chars, bool vertical) {
+math assembly_box(mathstyle const& st,
+                  mathfont::math_font const& mf,
+                  om::assembly_plan const& plan,
+                  std::u32string const& chars,
+                  bool vertical) {
     double const scale = st.fontsize / mf.units_per_em;
     double const total = plan.plan_size * scale;
     std::vector<placed> members;
@@ -493,10 +521,12 @@ math scaled_box(math m, double factor, bool vertical) {
     if (vertical) {
         out.mup = inner->mup * factor;
         out.mdown = inner->mdown * factor;
-        out.mcontent = groups{.groups_members = {placed{.placed_math = inner}}, .groups_matrix = svg::scaling(1, factor)};
+        out.mcontent = groups{.groups_members = {placed{.placed_math = inner}},
+                              .groups_matrix = svg::scaling(1, factor)};
     } else {
         out.mwidth = inner->mwidth * factor;
-        out.mcontent = groups{.groups_members = {placed{.placed_math = inner}}, .groups_matrix = svg::scaling(factor, 1)};
+        out.mcontent = groups{.groups_members = {placed{.placed_math = inner}},
+                              .groups_matrix = svg::scaling(factor, 1)};
     }
     return out;
 }
@@ -509,8 +539,11 @@ math centred(math m, double centre) {
 
 } // namespace
 
-std::optional<math> stretch_vertical(context const& ctx, mathstyle const& st, std::u32string const& text,
-                                     double target, std::optional<double> centre) {
+std::optional<math> stretch_vertical(context const& ctx,
+                                     mathstyle const& st,
+                                     std::u32string const& text,
+                                     double target,
+                                     std::optional<double> centre) {
     auto const g = single_glyph(ctx, st, text);
     auto const& mf = math_font_of(ctx, st);
     auto normal = text_box(ctx, st, text, "");
@@ -528,7 +561,8 @@ std::optional<math> stretch_vertical(context const& ctx, mathstyle const& st, st
                     return centred(glyph_box(st, mf.font, v.variant_glyph, text), mid);
                 }
             }
-            if (auto plan = om::plan_assembly(c.construction_parts, target / scale, mf.table->min_connector_overlap)) {
+            if (auto plan = om::plan_assembly(c.construction_parts, target / scale,
+                                              mf.table->min_connector_overlap)) {
                 return centred(assembly_box(st, mf, *plan, text, true), mid);
             }
             if (!c.construction_variants.empty()) {
@@ -550,7 +584,8 @@ std::optional<math> stretch_vertical(context const& ctx, mathstyle const& st, st
             up = -b->y0;
             down = b->y1;
         }
-        auto m = simple_math({filled_path(std::move(path), st.color)}, og.glyph_width * st.fontsize, up, down);
+        auto m =
+            simple_math({filled_path(std::move(path), st.color)}, og.glyph_width * st.fontsize, up, down);
         // The characters still go into the text of the PDF, as an invisible run under the outline.
         return centred(std::move(m), mid);
     }
@@ -562,8 +597,8 @@ std::optional<math> stretch_vertical(context const& ctx, mathstyle const& st, st
     return centred(scaled_box(std::move(normal), factor, true), mid);
 }
 
-std::optional<math> stretch_horizontal(context const& ctx, mathstyle const& st, std::u32string const& text,
-                                       double target) {
+std::optional<math>
+stretch_horizontal(context const& ctx, mathstyle const& st, std::u32string const& text, double target) {
     auto const g = single_glyph(ctx, st, text);
     auto const& mf = math_font_of(ctx, st);
     auto normal = text_box(ctx, st, text, "");
@@ -580,7 +615,8 @@ std::optional<math> stretch_horizontal(context const& ctx, mathstyle const& st, 
                     return glyph_box(st, mf.font, v.variant_glyph, text);
                 }
             }
-            if (auto plan = om::plan_assembly(c.construction_parts, target / scale, mf.table->min_connector_overlap)) {
+            if (auto plan = om::plan_assembly(c.construction_parts, target / scale,
+                                              mf.table->min_connector_overlap)) {
                 return assembly_box(st, mf, *plan, text, false);
             }
         }
@@ -649,11 +685,16 @@ math layout_mo(context const& ctx, mathstyle const& st0, env const& e, dom::elem
         if (auto const* mul = std::get_if<op_table::multiplier>(&os.minsize)) {
             target = std::max(target, mul->multiplier_value * normal_h);
         } else {
-            target = std::max(target, units::resolve(std::get<units::mathspace>(os.minsize), em, ex, normal_h));
+            target =
+                std::max(target, units::resolve(std::get<units::mathspace>(os.minsize), em, ex, normal_h));
         }
         std::visit(overloaded{
-                       [&](op_table::multiplier const& m) { target = std::min(target, m.multiplier_value * normal_h); },
-                       [&](units::mathspace const& m) { target = std::min(target, units::resolve(m, em, ex, normal_h)); },
+                       [&](op_table::multiplier const& m) {
+                           target = std::min(target, m.multiplier_value * normal_h);
+                       },
+                       [&](units::mathspace const& m) {
+                           target = std::min(target, units::resolve(m, em, ex, normal_h));
+                       },
                        [&](op_table::infinity const&) {},
                    },
                    os.maxsize);
@@ -678,7 +719,10 @@ math layout_mo(context const& ctx, mathstyle const& st0, env const& e, dom::elem
 
 // ---- Rows ----------------------------------------------------------------------------------------------
 
-math math_of_row(context const& ctx, mathstyle const& st, env const& e, std::vector<dom::element_ref> const& items) {
+math math_of_row(context const& ctx,
+                 mathstyle const& st,
+                 env const& e,
+                 std::vector<dom::element_ref> const& items) {
     if (items.size() == 1) {
         // A row of one is its member, which takes the row's surroundings.
         return math_of_element(ctx, st, e, items.front());
@@ -703,7 +747,9 @@ math math_of_row(context const& ctx, mathstyle const& st, env const& e, std::vec
     }
     for (std::size_t i = 0; i < items.size(); ++i) {
         if (is_em[i]) {
-            op_form const form = i == 0 ? op_form::prefix : i + 1 == items.size() ? op_form::postfix : op_form::infix;
+            op_form const form = i == 0                  ? op_form::prefix
+                                 : i + 1 == items.size() ? op_form::postfix
+                                                         : op_form::infix;
             laid[i] = math_of_element(ctx, st,
                                       env_info{.parent_em = false,
                                                .form = form,
@@ -713,8 +759,8 @@ math math_of_row(context const& ctx, mathstyle const& st, env const& e, std::vec
                                       items[i]);
             // An operator with scripts or limits keeps the spacing of its operator around the whole.
             auto const n = local_name(items[i]);
-            if (n == "msub" || n == "msup" || n == "msubsup" || n == "munder" || n == "mover" || n == "munderover" ||
-                n == "mmultiscripts" || n == "mfrac") {
+            if (n == "msub" || n == "msup" || n == "msubsup" || n == "munder" || n == "mover" ||
+                n == "munderover" || n == "mmultiscripts" || n == "mfrac") {
                 auto const core = core_op(items[i]);
                 auto const os = op_style_of(ctx, st, *core, form);
                 double const em = st.fontsize;
@@ -724,7 +770,8 @@ math math_of_row(context const& ctx, mathstyle const& st, env const& e, std::vec
                 if (ls != 0 || rs != 0) {
                     auto inner = share(std::move(*laid[i]));
                     math spaced = *inner;
-                    spaced.mcontent = groups{.groups_members = {placed{.placed_x = ls, .placed_math = inner}}};
+                    spaced.mcontent =
+                        groups{.groups_members = {placed{.placed_x = ls, .placed_math = inner}}};
                     spaced.mwidth = ls + inner->mwidth + rs;
                     laid[i] = std::move(spaced);
                 }
@@ -745,7 +792,8 @@ math math_of_row(context const& ctx, mathstyle const& st, env const& e, std::vec
     }
     out.mwidth = x;
     // An embellished row (one operator among spaces) is an operator to its parent.
-    if (auto core = std::find(is_em.begin(), is_em.end(), true); core != is_em.end() && std::count(is_em.begin(), is_em.end(), true) == 1) {
+    if (auto core = std::find(is_em.begin(), is_em.end(), true);
+        core != is_em.end() && std::count(is_em.begin(), is_em.end(), true) == 1) {
         bool all_space = true;
         for (std::size_t i = 0; i < items.size(); ++i) {
             if (!is_em[i] && !is_space_like(items[i])) {
@@ -789,9 +837,10 @@ mathstyle styled(context const& ctx, mathstyle st, dom::element_ref const& el) {
     if (auto v = attr(el, "mathvariant")) {
         st.mathvariant = *v;
     }
-    for (auto const* name : {"form", "lspace", "rspace", "stretchy", "symmetric", "maxsize", "minsize", "largeop",
-                             "movablelimits", "accent", "linethickness", "numalign", "denomalign", "bevelled",
-                             "open", "close", "separators", "subscriptshift", "superscriptshift"}) {
+    for (auto const* name :
+         {"form", "lspace", "rspace", "stretchy", "symmetric", "maxsize", "minsize", "largeop",
+          "movablelimits", "accent", "linethickness", "numalign", "denomalign", "bevelled", "open", "close",
+          "separators", "subscriptshift", "superscriptshift"}) {
         if (auto v = attr(el, name)) {
             st.inherited[name] = *v;
         }
@@ -840,7 +889,8 @@ math mfenced(context const& ctx, mathstyle const& st, env const& e, dom::element
             char32_t const s = separators[std::min(i, separators.size() - 1)];
             auto sep = text_box(ctx, st, std::u32string(1, s), "");
             double const em = st.fontsize;
-            auto const os = op_table::get_op_style(ctx.ops, textbuf::to_utf8(std::u32string(1, s)), op_form::infix);
+            auto const os =
+                op_table::get_op_style(ctx.ops, textbuf::to_utf8(std::u32string(1, s)), op_form::infix);
             double const ls = units::resolve(os.lspace, em, em * 0.5, em);
             double const rs = units::resolve(os.rspace, em, em * 0.5, em);
             auto boxed = share(std::move(sep));
@@ -920,7 +970,8 @@ math math_of_element(context const& ctx, mathstyle const& st, env const& e, dom:
         auto inner = st;
         inner.color = css::color::color{css::color::rgb{.r = 0.75f, .g = 0, .b = 0}};
         auto m = math_of_row(ctx, inner, e, kids());
-        return with_background(std::move(m), css::color::color{css::color::rgb{.r = 1, .g = 0.92f, .b = 0.92f}});
+        return with_background(std::move(m),
+                               css::color::color{css::color::rgb{.r = 1, .g = 0.92f, .b = 0.92f}});
     }
     if (name == "mfenced") {
         return mfenced(ctx, st, e, el);
@@ -970,14 +1021,95 @@ math math_of_element(context const& ctx, mathstyle const& st, env const& e, dom:
         return math_of_row(ctx, st, e, kids());
     }
     static constexpr std::string_view content_names[] = {
-        "apply", "ci", "cn", "csymbol", "bind", "bvar", "lambda", "set", "list", "vector", "matrix", "matrixrow",
-        "interval", "piecewise", "piece", "otherwise", "declare", "condition", "domainofapplication",
-        "lowlimit", "uplimit", "degree", "logbase", "momentabout", "reln", "fn", "share", "cerror", "cbytes", "cs",
-        "plus", "minus", "times", "divide", "power", "root", "eq", "neq", "lt", "gt", "leq", "geq", "and", "or",
-        "not", "implies", "sin", "cos", "tan", "log", "ln", "exp", "int", "sum", "product", "diff", "partialdiff",
-        "limit", "abs", "floor", "ceiling", "max", "min", "factorial", "quotient", "rem", "gcd", "lcm", "union",
-        "intersect", "in", "notin", "subset", "prsubset", "setdiff", "card", "emptyset", "pi", "exponentiale",
-        "imaginaryi", "infinity", "true", "false", "forall", "exists", "approx", "equivalent", "compose", "inverse",
+        "apply",
+        "ci",
+        "cn",
+        "csymbol",
+        "bind",
+        "bvar",
+        "lambda",
+        "set",
+        "list",
+        "vector",
+        "matrix",
+        "matrixrow",
+        "interval",
+        "piecewise",
+        "piece",
+        "otherwise",
+        "declare",
+        "condition",
+        "domainofapplication",
+        "lowlimit",
+        "uplimit",
+        "degree",
+        "logbase",
+        "momentabout",
+        "reln",
+        "fn",
+        "share",
+        "cerror",
+        "cbytes",
+        "cs",
+        "plus",
+        "minus",
+        "times",
+        "divide",
+        "power",
+        "root",
+        "eq",
+        "neq",
+        "lt",
+        "gt",
+        "leq",
+        "geq",
+        "and",
+        "or",
+        "not",
+        "implies",
+        "sin",
+        "cos",
+        "tan",
+        "log",
+        "ln",
+        "exp",
+        "int",
+        "sum",
+        "product",
+        "diff",
+        "partialdiff",
+        "limit",
+        "abs",
+        "floor",
+        "ceiling",
+        "max",
+        "min",
+        "factorial",
+        "quotient",
+        "rem",
+        "gcd",
+        "lcm",
+        "union",
+        "intersect",
+        "in",
+        "notin",
+        "subset",
+        "prsubset",
+        "setdiff",
+        "card",
+        "emptyset",
+        "pi",
+        "exponentiale",
+        "imaginaryi",
+        "infinity",
+        "true",
+        "false",
+        "forall",
+        "exists",
+        "approx",
+        "equivalent",
+        "compose",
+        "inverse",
     };
     if (std::find(std::begin(content_names), std::end(content_names), name) != std::end(content_names)) {
         // Content markup says what a formula means, not how it looks; its leaves still show as text.

@@ -44,7 +44,10 @@ struct context {
 math math_of_element(context const& ctx, mathstyle const& st, env const& e, dom::element_ref const& el);
 
 /// Lays out elements as a row (an explicit mrow, or the inferred row of msqrt, mstyle, math...).
-math math_of_row(context const& ctx, mathstyle const& st, env const& e, std::vector<dom::element_ref> const& items);
+math math_of_row(context const& ctx,
+                 mathstyle const& st,
+                 env const& e,
+                 std::vector<dom::element_ref> const& items);
 
 /// The element children of an element, in order.
 std::vector<dom::element_ref> element_children(dom::element_ref const& el);
@@ -60,7 +63,8 @@ std::optional<dom::element_ref> core_op(dom::element_ref const& el);
 
 /// The dictionary entry of an mo element in a form, with the attributes of mstyle and of the element
 /// applied over it.
-op_table::mostyle op_style_of(context const& ctx, mathstyle const& st, dom::element_ref const& mo, op_form form);
+op_table::mostyle
+op_style_of(context const& ctx, mathstyle const& st, dom::element_ref const& mo, op_form form);
 
 /// The font request and math font of a style.
 ref<fonts::font_req> font_req_of(context const& ctx, mathstyle const& st);
@@ -73,10 +77,16 @@ double constant(context const& ctx, mathstyle const& st, opentype::math::constan
 double axis(context const& ctx, mathstyle const& st);
 
 /// A box holding a text run of the given characters in a mathvariant ("" for none).
-math text_box(context const& ctx, mathstyle const& st, std::u32string const& text, std::string const& variant);
+math text_box(context const& ctx,
+              mathstyle const& st,
+              std::u32string const& text,
+              std::string const& variant);
 
 /// A box holding one glyph of a font (a variant of a stretchy operator), standing for `chars`.
-math glyph_box(mathstyle const& st, fonts::font_ref const& font, std::uint32_t glyph, std::u32string const& chars);
+math glyph_box(mathstyle const& st,
+               fonts::font_ref const& font,
+               std::uint32_t glyph,
+               std::u32string const& chars);
 
 /// Logs a problem with a MathML element.
 void warn(context const& ctx, std::string const& message);
@@ -85,21 +95,30 @@ void warn(context const& ctx, std::string const& message);
 void warn_once(context const& ctx, std::string const& message);
 
 /// Reads a length attribute against an em and a base for percentages and bare numbers.
-std::optional<double> length_attr(context const& ctx, mathstyle const& st, dom::element_ref const& el,
-                                  std::string_view name, double base);
+std::optional<double> length_attr(
+    context const& ctx, mathstyle const& st, dom::element_ref const& el, std::string_view name, double base);
 
 /// A box that draws its content over a background colour.
 math with_background(math m, css::color::color const& c);
 
 /// The element layouts, by element.
-math layout_token(context const& ctx, mathstyle const& st, dom::element_ref const& el, std::string const& name);
+math layout_token(context const& ctx,
+                  mathstyle const& st,
+                  dom::element_ref const& el,
+                  std::string const& name);
 math layout_mo(context const& ctx, mathstyle const& st, env const& e, dom::element_ref const& el);
 math layout_mspace(context const& ctx, mathstyle const& st, dom::element_ref const& el);
 math layout_mfrac(context const& ctx, mathstyle const& st, env const& e, dom::element_ref const& el);
 math layout_root(context const& ctx, mathstyle const& st, dom::element_ref const& el, bool has_index);
-math layout_scripts(context const& ctx, mathstyle const& st, env const& e, dom::element_ref const& el,
+math layout_scripts(context const& ctx,
+                    mathstyle const& st,
+                    env const& e,
+                    dom::element_ref const& el,
                     std::string const& name);
-math layout_underover(context const& ctx, mathstyle const& st, env const& e, dom::element_ref const& el,
+math layout_underover(context const& ctx,
+                      mathstyle const& st,
+                      env const& e,
+                      dom::element_ref const& el,
                       std::string const& name);
 math layout_multiscripts(context const& ctx, mathstyle const& st, env const& e, dom::element_ref const& el);
 math layout_mpadded(context const& ctx, mathstyle const& st, env const& e, dom::element_ref const& el);
@@ -107,13 +126,19 @@ math layout_mtable(context const& ctx, mathstyle const& st, dom::element_ref con
 math layout_menclose(context const& ctx, mathstyle const& st, env const& e, dom::element_ref const& el);
 
 /// Places the parts of a script stack: base, then a sub- and a superscript (either may be absent).
-math attach_scripts(context const& ctx, mathstyle const& st, math const& base, std::optional<math> const& sub,
+math attach_scripts(context const& ctx,
+                    mathstyle const& st,
+                    math const& base,
+                    std::optional<math> const& sub,
                     std::optional<math> const& sup);
 
 /// Stretches an operator glyph vertically to a total size, or horizontally to a width.
-std::optional<math> stretch_vertical(context const& ctx, mathstyle const& st, std::u32string const& text,
-                                     double target, std::optional<double> centre);
-std::optional<math> stretch_horizontal(context const& ctx, mathstyle const& st, std::u32string const& text,
-                                       double target);
+std::optional<math> stretch_vertical(context const& ctx,
+                                     mathstyle const& st,
+                                     std::u32string const& text,
+                                     double target,
+                                     std::optional<double> centre);
+std::optional<math>
+stretch_horizontal(context const& ctx, mathstyle const& st, std::u32string const& text, double target);
 
 } // namespace vellum::mathml::layout

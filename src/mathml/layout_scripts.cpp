@@ -1,7 +1,6 @@
 // Fractions, radicals, scripts and limits: the elements that stack boxes, placed by the font's constants
 // in the manner of mathematical typesetting.
 #include "mathml/layout.hpp"
-
 #include "util/cell.hpp"
 #include "util/textbuf.hpp"
 
@@ -27,10 +26,14 @@ math stack(std::vector<placed> members, double width) {
     return out;
 }
 
-placed at(double x, double y, math m) { return placed{.placed_x = x, .placed_y = y, .placed_math = share(std::move(m))}; }
+placed at(double x, double y, math m) {
+    return placed{.placed_x = x, .placed_y = y, .placed_math = share(std::move(m))};
+}
 
 // Whether a wrong number of children was given; if so the message is logged.
-bool wrong_count(context const& ctx, std::vector<dom::element_ref> const& kids, std::size_t want,
+bool wrong_count(context const& ctx,
+                 std::vector<dom::element_ref> const& kids,
+                 std::size_t want,
                  std::string const& name) {
     if (kids.size() == want) {
         return false;
@@ -83,8 +86,9 @@ math layout_mfrac(context const& ctx, mathstyle const& st, env const& e, dom::el
             rule = default_rule * 2;
         } else if (auto m = units::parse_mathspace(*v)) {
             // A bare number or a percentage is a multiple of the default rule.
-            rule = std::max(0.0, units::resolve(*m, st.fontsize, math_font_of(ctx, st).x_height_em * st.fontsize,
-                                                default_rule));
+            rule =
+                std::max(0.0, units::resolve(*m, st.fontsize, math_font_of(ctx, st).x_height_em * st.fontsize,
+                                             default_rule));
         } else {
             warn(ctx, "linethickness: not a length: " + *v);
         }
@@ -107,23 +111,29 @@ math layout_mfrac(context const& ctx, mathstyle const& st, env const& e, dom::el
         double const thick = rule > 0 ? rule : default_rule;
         std::vector<placed> members;
         members.push_back(at(0, num_y, std::move(num)));
-        members.push_back(at(0, 0, simple_math({stroked_path(std::move(line), thick, st.color)}, w, ax + h / 2, h / 2 - ax)));
+        members.push_back(at(
+            0, 0, simple_math({stroked_path(std::move(line), thick, st.color)}, w, ax + h / 2, h / 2 - ax)));
         members.push_back(at(x0 + slash_w, den_y, std::move(den)));
         return stack(std::move(members), w);
     }
     double up;
     double down;
     if (rule > 0) {
-        up = constant(ctx, st, display ? C::fraction_numerator_display_style_shift_up : C::fraction_numerator_shift_up);
+        up = constant(
+            ctx, st, display ? C::fraction_numerator_display_style_shift_up : C::fraction_numerator_shift_up);
         down = constant(ctx, st,
-                        display ? C::fraction_denominator_display_style_shift_down : C::fraction_denominator_shift_down);
-        double const num_gap = constant(ctx, st, display ? C::fraction_num_display_style_gap_min : C::fraction_numerator_gap_min);
-        double const den_gap = constant(ctx, st, display ? C::fraction_denom_display_style_gap_min : C::fraction_denominator_gap_min);
+                        display ? C::fraction_denominator_display_style_shift_down
+                                : C::fraction_denominator_shift_down);
+        double const num_gap = constant(
+            ctx, st, display ? C::fraction_num_display_style_gap_min : C::fraction_numerator_gap_min);
+        double const den_gap = constant(
+            ctx, st, display ? C::fraction_denom_display_style_gap_min : C::fraction_denominator_gap_min);
         up = std::max(up, ax + rule / 2 + num_gap + num.mdown);
         down = std::max(down, den_gap + den.mup - ax + rule / 2);
     } else {
         up = constant(ctx, st, display ? C::stack_top_display_style_shift_up : C::stack_top_shift_up);
-        down = constant(ctx, st, display ? C::stack_bottom_display_style_shift_down : C::stack_bottom_shift_down);
+        down = constant(ctx, st,
+                        display ? C::stack_bottom_display_style_shift_down : C::stack_bottom_shift_down);
         double const gap = constant(ctx, st, display ? C::stack_display_style_gap_min : C::stack_gap_min);
         double const have = (up - num.mdown) - (den.mup - down);
         if (have < gap) {
@@ -144,8 +154,10 @@ math layout_mfrac(context const& ctx, mathstyle const& st, env const& e, dom::el
     members.push_back(at(dx, down, std::move(den)));
     if (rule > 0) {
         double const over = em * 0.04;
-        members.push_back(at(0, 0, simple_math({filled_rect(pad - over, -(ax + rule / 2), inner + 2 * over, rule, st.color)},
-                                               width, ax + rule / 2, 0)));
+        members.push_back(
+            at(0, 0,
+               simple_math({filled_rect(pad - over, -(ax + rule / 2), inner + 2 * over, rule, st.color)},
+                           width, ax + rule / 2, 0)));
     }
     auto out = stack(std::move(members), width);
     out.mop = mop;
@@ -204,7 +216,10 @@ math layout_root(context const& ctx, mathstyle const& st, dom::element_ref const
     return out;
 }
 
-math attach_scripts(context const& ctx, mathstyle const& st, math const& base, std::optional<math> const& sub,
+math attach_scripts(context const& ctx,
+                    mathstyle const& st,
+                    math const& base,
+                    std::optional<math> const& sub,
                     std::optional<math> const& sup) {
     // The script constants are those of the base's size.
     double const sub_drop = constant(ctx, st, C::subscript_baseline_drop_min);
@@ -239,7 +254,8 @@ math attach_scripts(context const& ctx, mathstyle const& st, math const& base, s
         if (gap < gap_min) {
             u += gap_min - gap;
             // Then the superscript goes up as far as it may, to bring the subscript back.
-            double const delta = constant(ctx, st, C::superscript_bottom_max_with_subscript) - (v - sup->mdown);
+            double const delta =
+                constant(ctx, st, C::superscript_bottom_max_with_subscript) - (v - sup->mdown);
             if (delta > 0) {
                 v += delta;
                 u -= delta;
@@ -267,15 +283,19 @@ math attach_scripts(context const& ctx, mathstyle const& st, math const& base, s
     return out;
 }
 
-math layout_scripts(context const& ctx, mathstyle const& st, env const& e, dom::element_ref const& el,
+math layout_scripts(context const& ctx,
+                    mathstyle const& st,
+                    env const& e,
+                    dom::element_ref const& el,
                     std::string const& name) {
     auto const kids = element_children(el);
     std::size_t const want = name == "msubsup" ? 3 : 2;
     if (wrong_count(ctx, kids, want, name)) {
         return empty_math();
     }
-    auto const base_env = e ? env{env_info{.parent_em = true, .form = e->form, .height = e->height, .depth = e->depth}}
-                            : std::nullopt;
+    auto const base_env =
+        e ? env{env_info{.parent_em = true, .form = e->form, .height = e->height, .depth = e->depth}}
+          : std::nullopt;
     auto base = math_of_element(ctx, st, base_env, kids[0]);
     auto const script_st = mathml::mathstyle::for_script(st, 1);
     std::optional<math> sub;
@@ -296,7 +316,10 @@ namespace {
 
 // Whether an under- or overscript is an accent: the attribute of the stack, or else the dictionary's
 // word on the operator at the script's core.
-bool is_accent(context const& ctx, mathstyle const& st, dom::element_ref const& stack_el, char const* attr_name,
+bool is_accent(context const& ctx,
+               mathstyle const& st,
+               dom::element_ref const& stack_el,
+               char const* attr_name,
                dom::element_ref const& script) {
     if (auto v = attr(stack_el, attr_name)) {
         return *v == "true";
@@ -337,7 +360,10 @@ bool floating_accent(dom::element_ref const& script) {
 
 } // namespace
 
-math layout_underover(context const& ctx, mathstyle const& st, env const& e, dom::element_ref const& el,
+math layout_underover(context const& ctx,
+                      mathstyle const& st,
+                      env const& e,
+                      dom::element_ref const& el,
                       std::string const& name) {
     auto const kids = element_children(el);
     std::size_t const want = name == "munderover" ? 3 : 2;
@@ -357,19 +383,23 @@ math layout_underover(context const& ctx, mathstyle const& st, env const& e, dom
     }
     bool const accent_under = under_el && is_accent(ctx, st, el, "accentunder", *under_el);
     bool const accent_over = over_el && is_accent(ctx, st, el, "accent", *over_el);
-    auto const base_env = e ? env{env_info{.parent_em = true, .form = e->form, .height = e->height, .depth = e->depth}}
-                            : std::nullopt;
+    auto const base_env =
+        e ? env{env_info{.parent_em = true, .form = e->form, .height = e->height, .depth = e->depth}}
+          : std::nullopt;
     // The base first, unstretched; a stretchy base (an arrow under a label) stretches to the scripts.
     auto base = math_of_element(ctx, st, base_env, kids[0]);
     auto const lay_script = [&](dom::element_ref const& s, bool accent, std::optional<double> width) {
         auto const sst = accent ? mathml::mathstyle::for_script(st, 0) : mathml::mathstyle::for_script(st, 1);
         if (width && core_op(s)) {
-            return math_of_element(ctx, sst, env_info{.parent_em = false, .form = op_form::postfix, .env_width = width}, s);
+            return math_of_element(
+                ctx, sst, env_info{.parent_em = false, .form = op_form::postfix, .env_width = width}, s);
         }
         return math_of_element(ctx, sst, std::nullopt, s);
     };
-    std::optional<math> under = under_el ? std::optional(lay_script(*under_el, accent_under, std::nullopt)) : std::nullopt;
-    std::optional<math> over = over_el ? std::optional(lay_script(*over_el, accent_over, std::nullopt)) : std::nullopt;
+    std::optional<math> under =
+        under_el ? std::optional(lay_script(*under_el, accent_under, std::nullopt)) : std::nullopt;
+    std::optional<math> over =
+        over_el ? std::optional(lay_script(*over_el, accent_over, std::nullopt)) : std::nullopt;
     // Limits on a movable operator outside display style go to the script positions.
     if (base.mop && base.mop->op_movablelimits && !st.displaystyle) {
         return attach_scripts(ctx, st, base, under, over);
@@ -385,7 +415,8 @@ math layout_underover(context const& ctx, mathstyle const& st, env const& e, dom
     if (core_op(kids[0]) && !(base.mop && base.mop->op_largeop)) {
         double const w = std::max(under ? under->mwidth : 0.0, over ? over->mwidth : 0.0);
         if (w > base.mwidth) {
-            base = math_of_element(ctx, st, env_info{.parent_em = true, .form = op_form::infix, .env_width = w}, kids[0]);
+            base = math_of_element(
+                ctx, st, env_info{.parent_em = true, .form = op_form::infix, .env_width = w}, kids[0]);
         }
     }
     width = std::max({base.mwidth, under ? under->mwidth : 0.0, over ? over->mwidth : 0.0});
@@ -440,8 +471,9 @@ math layout_multiscripts(context const& ctx, mathstyle const& st, env const& e, 
         warn(ctx, "empty mmultiscripts");
         return empty_math();
     }
-    auto const base_env = e ? env{env_info{.parent_em = true, .form = e->form, .height = e->height, .depth = e->depth}}
-                            : std::nullopt;
+    auto const base_env =
+        e ? env{env_info{.parent_em = true, .form = e->form, .height = e->height, .depth = e->depth}}
+          : std::nullopt;
     auto base = math_of_element(ctx, st, base_env, kids[0]);
     auto const script_st = mathml::mathstyle::for_script(st, 1);
     // Pairs of (subscript, superscript) after the base, then after mprescripts those before it.

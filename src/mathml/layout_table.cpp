@@ -13,7 +13,9 @@ namespace om = opentype::math;
 
 namespace {
 
-placed at(double x, double y, math m) { return placed{.placed_x = x, .placed_y = y, .placed_math = share(std::move(m))}; }
+placed at(double x, double y, math m) {
+    return placed{.placed_x = x, .placed_y = y, .placed_math = share(std::move(m))};
+}
 
 std::vector<std::string> words(std::string const& text) {
     std::istringstream in(text);
@@ -194,7 +196,7 @@ math layout_mtable(context const& ctx, mathstyle const& st0, dom::element_ref co
         for (std::size_t c = 0; c < rows[r].size(); ++c) {
             auto& cl = rows[r][c];
             double const w = cl.cell_math.mwidth;
-            double const cx = cl.cell_align == "left" ? col_x[c]
+            double const cx = cl.cell_align == "left"    ? col_x[c]
                               : cl.cell_align == "right" ? col_x[c] + col_w[c] - w
                                                          : col_x[c] + (col_w[c] - w) / 2;
             members.push_back(at(cx, top + row_y[r], std::move(cl.cell_math)));
@@ -219,8 +221,9 @@ math layout_mtable(context const& ctx, mathstyle const& st0, dom::element_ref co
         lines.push_back(filled_rect(0, ly - rule / 2, width, rule, st.color));
     }
     if (frame != "none") {
-        lines.push_back(stroked_path({svg::rect{.corner = {rule / 2, top + rule / 2}, .size = {width - rule, height - rule}}},
-                                     rule, st.color));
+        lines.push_back(stroked_path(
+            {svg::rect{.corner = {rule / 2, top + rule / 2}, .size = {width - rule, height - rule}}}, rule,
+            st.color));
     }
     if (!lines.empty()) {
         members.push_back(at(0, 0, simple_math(std::move(lines), 0, 0, 0)));
@@ -234,13 +237,18 @@ math layout_menclose(context const& ctx, mathstyle const& st, env const& e, dom:
     double const em = st.fontsize;
     double const rule = mathfont::constant(math_font_of(ctx, st), om::constant::fraction_rule_thickness, em);
     double const pad = 0.2 * em;
-    auto has = [&](std::string const& n) { return std::find(notations.begin(), notations.end(), n) != notations.end(); };
+    auto has = [&](std::string const& n) {
+        return std::find(notations.begin(), notations.end(), n) != notations.end();
+    };
     bool const left = has("box") || has("roundedbox") || has("left") || has("longdiv") || has("madruwb");
     bool const right = has("box") || has("roundedbox") || has("right") || has("actuarial") || has("madruwb");
     bool const topside = has("box") || has("roundedbox") || has("top") || has("longdiv") || has("actuarial");
     bool const bottom = has("box") || has("roundedbox") || has("bottom") || has("madruwb");
     bool const circle = has("circle");
-    double const lpad = left || circle ? pad : has("horizontalstrike") || has("updiagonalstrike") || has("downdiagonalstrike") ? rule : 0;
+    double const lpad = left || circle ? pad
+                        : has("horizontalstrike") || has("updiagonalstrike") || has("downdiagonalstrike")
+                            ? rule
+                            : 0;
     double const rpad = right || circle ? pad : lpad;
     double const tpad = topside || circle ? pad : 0;
     double const bpad = bottom || circle ? pad : 0;
@@ -256,9 +264,11 @@ math layout_menclose(context const& ctx, mathstyle const& st, env const& e, dom:
         double const r = pad;
         std::vector<svg::command> path{svg::moveto{{half + r, -up + half}}};
         path.push_back(svg::lineto{{w - half - r, -up + half}});
-        path.push_back(svg::c_curveto{{w - half, -up + half}, {w - half, -up + half}, {w - half, -up + half + r}});
+        path.push_back(
+            svg::c_curveto{{w - half, -up + half}, {w - half, -up + half}, {w - half, -up + half + r}});
         path.push_back(svg::lineto{{w - half, down - half - r}});
-        path.push_back(svg::c_curveto{{w - half, down - half}, {w - half, down - half}, {w - half - r, down - half}});
+        path.push_back(
+            svg::c_curveto{{w - half, down - half}, {w - half, down - half}, {w - half - r, down - half}});
         path.push_back(svg::lineto{{half + r, down - half}});
         path.push_back(svg::c_curveto{{half, down - half}, {half, down - half}, {half, down - half - r}});
         path.push_back(svg::lineto{{half, -up + half + r}});
@@ -281,13 +291,15 @@ math layout_menclose(context const& ctx, mathstyle const& st, env const& e, dom:
     }
     if (has("longdiv")) {
         // The long division bracket: a curve down the left side from the top bar.
-        strokes.push_back(stroked_path({svg::moveto{{half, -up + half}},
-                                        svg::c_curveto{{pad * 0.6, -up / 3}, {pad * 0.6, down / 3}, {half, down}}},
-                                       rule, st.color));
+        strokes.push_back(
+            stroked_path({svg::moveto{{half, -up + half}},
+                          svg::c_curveto{{pad * 0.6, -up / 3}, {pad * 0.6, down / 3}, {half, down}}},
+                         rule, st.color));
     }
     if (circle) {
-        strokes.push_back(stroked_path(svg::ellipse_curves({w / 2, (down - up) / 2}, w / 2 - half, (up + down) / 2 - half),
-                                       rule, st.color));
+        strokes.push_back(
+            stroked_path(svg::ellipse_curves({w / 2, (down - up) / 2}, w / 2 - half, (up + down) / 2 - half),
+                         rule, st.color));
     }
     if (has("horizontalstrike")) {
         double const ax = axis(ctx, st);
@@ -303,14 +315,26 @@ math layout_menclose(context const& ctx, mathstyle const& st, env const& e, dom:
         line(0, -up, w, down);
     }
     for (auto const& n : notations) {
-        static constexpr std::string_view known[] = {"box", "roundedbox", "circle", "left", "right", "top", "bottom",
-                                                     "longdiv", "actuarial", "madruwb", "horizontalstrike",
-                                                     "verticalstrike", "updiagonalstrike", "downdiagonalstrike"};
+        static constexpr std::string_view known[] = {"box",
+                                                     "roundedbox",
+                                                     "circle",
+                                                     "left",
+                                                     "right",
+                                                     "top",
+                                                     "bottom",
+                                                     "longdiv",
+                                                     "actuarial",
+                                                     "madruwb",
+                                                     "horizontalstrike",
+                                                     "verticalstrike",
+                                                     "updiagonalstrike",
+                                                     "downdiagonalstrike"};
         if (std::find(std::begin(known), std::end(known), n) == std::end(known)) {
             warn_once(ctx, "menclose notation " + n + " is not drawn");
         }
     }
-    std::vector<placed> members{at(lpad, 0, std::move(inner)), at(0, 0, simple_math(std::move(strokes), 0, 0, 0))};
+    std::vector<placed> members{at(lpad, 0, std::move(inner)),
+                                at(0, 0, simple_math(std::move(strokes), 0, 0, 0))};
     return math{.mcontent = groups{std::move(members)}, .mwidth = w, .mup = up, .mdown = down};
 }
 

@@ -2,7 +2,9 @@
 
 namespace vellum::mathml {
 
-math empty_math() { return math{.mcontent = simple{}}; }
+math empty_math() {
+    return math{.mcontent = simple{}};
+}
 
 math simple_math(std::vector<svg::svg> items, double width, double up, double down) {
     return math{.mcontent = simple{std::move(items)}, .mwidth = width, .mup = up, .mdown = down};

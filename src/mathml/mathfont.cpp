@@ -26,7 +26,8 @@ struct outlines {
 // The caches below are keyed by address; each entry keeps its font (or request) alive, so that no
 // other font can come to the same address while the entry stands.
 std::shared_ptr<outlines const> outlines_of(ref<font_data::font_data> const& font) {
-    static cell<std::map<font_data::font_data const*, std::pair<ref<font_data::font_data>, std::shared_ptr<outlines const>>>>
+    static cell<std::map<font_data::font_data const*,
+                         std::pair<ref<font_data::font_data>, std::shared_ptr<outlines const>>>>
         cache;
     auto const& data = *font;
     auto found = cache.update([&](auto& m) -> std::shared_ptr<outlines const> {
@@ -44,8 +45,8 @@ std::shared_ptr<outlines const> outlines_of(ref<font_data::font_data> const& fon
     auto glyf = fonts::freetype::load_table(data.font_face, opentype::reader::make_tag("glyf"));
     auto loca = fonts::freetype::load_table(data.font_face, opentype::reader::make_tag("loca"));
     if (head && glyf && loca) {
-        auto l = opentype::glyf::parse_loca(loca->view(), head->head_index_to_loc_format, data.font_num_glyphs,
-                                            glyf->view().size());
+        auto l = opentype::glyf::parse_loca(loca->view(), head->head_index_to_loc_format,
+                                            data.font_num_glyphs, glyf->view().size());
         if (l) {
             o.glyf = std::move(*glyf);
             o.loca = std::move(*l);
@@ -168,7 +169,8 @@ double fallback(om::constant c, double x) {
 }
 
 bool is_percent(om::constant c) {
-    return c == om::constant::script_percent_scale_down || c == om::constant::script_script_percent_scale_down ||
+    return c == om::constant::script_percent_scale_down ||
+           c == om::constant::script_script_percent_scale_down ||
            c == om::constant::radical_degree_bottom_raise_percent;
 }
 
@@ -197,7 +199,8 @@ std::shared_ptr<om::math_table const> math_table_of(fonts::font_ref const& font)
 } // namespace
 
 math_font const& math_font_of(fonts::fonts const& db, ref<fonts::font_req> const& request) {
-    static cell<std::map<fonts::font_req const*, std::pair<ref<fonts::font_req>, std::shared_ptr<math_font const>>>>
+    static cell<
+        std::map<fonts::font_req const*, std::pair<ref<fonts::font_req>, std::shared_ptr<math_font const>>>>
         cache;
     auto const& req = *request;
     auto found = cache.update([&](auto& m) -> std::shared_ptr<math_font const> {
@@ -221,8 +224,9 @@ math_font const& math_font_of(fonts::fonts const& db, ref<fonts::font_req> const
             f.table = t;
         }
     }
-    f.units_per_em = f.font->used_font_data->font_info.units_per_em > 0 ? f.font->used_font_data->font_info.units_per_em
-                                                                       : 1000;
+    f.units_per_em = f.font->used_font_data->font_info.units_per_em > 0
+                         ? f.font->used_font_data->font_info.units_per_em
+                         : 1000;
     auto const x = glyph_ink(letter.raw_glyph_font_ref, letter.raw_glyph_index, 1.0);
     if (x.ink_up > 0.2 && x.ink_up < 0.8) {
         f.x_height_em = x.ink_up;
@@ -260,10 +264,14 @@ ink glyph_ink(fonts::font_ref const& font, std::uint32_t glyph, double size) {
                        .ink_down = -h->glyph_y_min * scale};
         }
     }
-    return ink{.ink_left = 0, .ink_right = advance, .ink_up = o->ascender * scale, .ink_down = -o->descender * scale};
+    return ink{.ink_left = 0,
+               .ink_right = advance,
+               .ink_up = o->ascender * scale,
+               .ink_down = -o->descender * scale};
 }
 
-fonts::grapheme glyph_grapheme(fonts::font_ref const& font, std::uint32_t glyph, std::u32string const& chars) {
+fonts::grapheme
+glyph_grapheme(fonts::font_ref const& font, std::uint32_t glyph, std::u32string const& chars) {
     fonts::raw_glyph raw{.raw_glyph_font_ref = font, .raw_glyph_unicodes = chars, .raw_glyph_index = glyph};
     return fonts::grapheme{.base_glyph = fonts::make_glyph(raw)};
 }
@@ -283,33 +291,32 @@ std::u32string map_variant(std::u32string const& text, std::string const& varian
         char32_t digit_zero;
         char32_t greek_capital_alpha;
     };
+
     // The first capital letter, digit and Greek capital of each alphabet; 0 where the block has none.
     static constexpr latin alphabets[] = {
-        {"bold", 0x1D400, 0x1D7CE, 0x1D6A8},
-        {"italic", 0x1D434, 0, 0x1D6E2},
-        {"bold-italic", 0x1D468, 0, 0x1D71C},
-        {"script", 0x1D49C, 0, 0},
-        {"bold-script", 0x1D4D0, 0, 0},
-        {"fraktur", 0x1D504, 0, 0},
-        {"double-struck", 0x1D538, 0x1D7D8, 0},
-        {"bold-fraktur", 0x1D56C, 0, 0},
-        {"sans-serif", 0x1D5A0, 0x1D7E2, 0},
-        {"bold-sans-serif", 0x1D5D4, 0x1D7EC, 0x1D756},
-        {"sans-serif-italic", 0x1D608, 0, 0},
-        {"sans-serif-bold-italic", 0x1D63C, 0, 0x1D790},
+        {"bold", 0x1D400, 0x1D7CE, 0x1D6A8},    {"italic", 0x1D434, 0, 0x1D6E2},
+        {"bold-italic", 0x1D468, 0, 0x1D71C},   {"script", 0x1D49C, 0, 0},
+        {"bold-script", 0x1D4D0, 0, 0},         {"fraktur", 0x1D504, 0, 0},
+        {"double-struck", 0x1D538, 0x1D7D8, 0}, {"bold-fraktur", 0x1D56C, 0, 0},
+        {"sans-serif", 0x1D5A0, 0x1D7E2, 0},    {"bold-sans-serif", 0x1D5D4, 0x1D7EC, 0x1D756},
+        {"sans-serif-italic", 0x1D608, 0, 0},   {"sans-serif-bold-italic", 0x1D63C, 0, 0x1D790},
         {"monospace", 0x1D670, 0x1D7F6, 0},
     };
     // Letters that Unicode encoded earlier, in the Letterlike Symbols block, and left as holes in the
     // alphabets.
     static std::map<std::pair<std::string_view, char32_t>, char32_t> const holes{
-        {{"italic", U'h'}, 0x210E},        {{"script", U'B'}, 0x212C},        {{"script", U'E'}, 0x2130},
-        {{"script", U'F'}, 0x2131},        {{"script", U'H'}, 0x210B},        {{"script", U'I'}, 0x2110},
-        {{"script", U'L'}, 0x2112},        {{"script", U'M'}, 0x2133},        {{"script", U'R'}, 0x211B},
-        {{"script", U'e'}, 0x212F},        {{"script", U'g'}, 0x210A},        {{"script", U'o'}, 0x2134},
-        {{"fraktur", U'C'}, 0x212D},       {{"fraktur", U'H'}, 0x210C},       {{"fraktur", U'I'}, 0x2111},
-        {{"fraktur", U'R'}, 0x211C},       {{"fraktur", U'Z'}, 0x2128},       {{"double-struck", U'C'}, 0x2102},
-        {{"double-struck", U'H'}, 0x210D}, {{"double-struck", U'N'}, 0x2115}, {{"double-struck", U'P'}, 0x2119},
-        {{"double-struck", U'Q'}, 0x211A}, {{"double-struck", U'R'}, 0x211D}, {{"double-struck", U'Z'}, 0x2124},
+        {{"italic", U'h'}, 0x210E},        {{"script", U'B'}, 0x212C},
+        {{"script", U'E'}, 0x2130},        {{"script", U'F'}, 0x2131},
+        {{"script", U'H'}, 0x210B},        {{"script", U'I'}, 0x2110},
+        {{"script", U'L'}, 0x2112},        {{"script", U'M'}, 0x2133},
+        {{"script", U'R'}, 0x211B},        {{"script", U'e'}, 0x212F},
+        {{"script", U'g'}, 0x210A},        {{"script", U'o'}, 0x2134},
+        {{"fraktur", U'C'}, 0x212D},       {{"fraktur", U'H'}, 0x210C},
+        {{"fraktur", U'I'}, 0x2111},       {{"fraktur", U'R'}, 0x211C},
+        {{"fraktur", U'Z'}, 0x2128},       {{"double-struck", U'C'}, 0x2102},
+        {{"double-struck", U'H'}, 0x210D}, {{"double-struck", U'N'}, 0x2115},
+        {{"double-struck", U'P'}, 0x2119}, {{"double-struck", U'Q'}, 0x211A},
+        {{"double-struck", U'R'}, 0x211D}, {{"double-struck", U'Z'}, 0x2124},
     };
     latin const* a = nullptr;
     for (auto const& candidate : alphabets) {

@@ -64,10 +64,11 @@ result<op_table> parse_op_table(std::string_view text) {
             }
             return true;
         };
-        for (auto [name, field] : {std::pair{"stretchy", &s.stretchy}, std::pair{"symmetric", &s.symmetric},
-                                   std::pair{"largeop", &s.largeop}, std::pair{"movablelimits", &s.movablelimits},
-                                   std::pair{"accent", &s.accent}, std::pair{"fence", &s.fence},
-                                   std::pair{"separator", &s.separator}}) {
+        for (auto [name, field] :
+             {std::pair{"stretchy", &s.stretchy}, std::pair{"symmetric", &s.symmetric},
+              std::pair{"largeop", &s.largeop}, std::pair{"movablelimits", &s.movablelimits},
+              std::pair{"accent", &s.accent}, std::pair{"fence", &s.fence},
+              std::pair{"separator", &s.separator}}) {
             auto ok = flag(name, *field);
             if (!ok) {
                 return fail(ok.error());

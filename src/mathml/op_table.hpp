@@ -3,8 +3,8 @@
 #pragma once
 
 #include "driver/log.hpp"
-#include "resource/loader.hpp"
 #include "mathml/units.hpp"
+#include "resource/loader.hpp"
 #include "util/result.hpp"
 
 #include <map>

@@ -25,10 +25,11 @@ result<double> number(datafile::element const& e, char const* name) {
     return d;
 }
 
-result<glyph_point> point_of(datafile::element const& e, char const* x, char const* y, char const* dw,
-                             char const* dh) {
+result<glyph_point>
+point_of(datafile::element const& e, char const* x, char const* y, char const* dw, char const* dh) {
     glyph_point p;
-    for (auto [name, field] : {std::pair{x, &p.x}, std::pair{y, &p.y}, std::pair{dw, &p.dw}, std::pair{dh, &p.dh}}) {
+    for (auto [name, field] :
+         {std::pair{x, &p.x}, std::pair{y, &p.y}, std::pair{dw, &p.dw}, std::pair{dh, &p.dh}}) {
         auto v = number(e, name);
         if (!v) {
             return fail(v.error());
@@ -112,7 +113,8 @@ mglyphs const& load_glyphs(log::log const& log, resource::loader::loader const& 
     return *loaded.get();
 }
 
-std::vector<svg::command> stretched_path(mglyph const& g, double size, double extra_width, double extra_height) {
+std::vector<svg::command>
+stretched_path(mglyph const& g, double size, double extra_width, double extra_height) {
     auto const at = [&](glyph_point const& p) {
         return svg::point{p.x * size + p.dw * extra_width, -(p.y * size + p.dh * extra_height)};
     };
@@ -135,7 +137,8 @@ std::vector<svg::command> stretched_path(mglyph const& g, double size, double ex
                 auto const ctl = at(q.control);
                 auto const end = at(q.end);
                 out.push_back(svg::c_curveto{
-                    .control1 = {current.x + 2.0 / 3 * (ctl.x - current.x), current.y + 2.0 / 3 * (ctl.y - current.y)},
+                    .control1 = {current.x + 2.0 / 3 * (ctl.x - current.x),
+                                 current.y + 2.0 / 3 * (ctl.y - current.y)},
                     .control2 = {end.x + 2.0 / 3 * (ctl.x - end.x), end.y + 2.0 / 3 * (ctl.y - end.y)},
                     .c_end = end});
                 current = end;

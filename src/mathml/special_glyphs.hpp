@@ -59,6 +59,7 @@ mglyphs const& load_glyphs(log::log const& log, resource::loader::loader const& 
 
 /// The path of an outline at a size, stretched by extra width and height (points), in the y-down space
 /// of a box whose baseline origin is at (0, 0).
-std::vector<svg::command> stretched_path(mglyph const& g, double size, double extra_width, double extra_height);
+std::vector<svg::command>
+stretched_path(mglyph const& g, double size, double extra_width, double extra_height);
 
 } // namespace vellum::mathml::special_glyphs

@@ -10,7 +10,7 @@ namespace vellum::mathml::units {
 namespace {
 
 constexpr std::array<std::string_view, 7> keyword_names{
-    "veryverythinmathspace", "verythinmathspace",  "thinmathspace",         "mediummathspace",
+    "veryverythinmathspace", "verythinmathspace",  "thinmathspace",          "mediummathspace",
     "thickmathspace",        "verythickmathspace", "veryverythickmathspace",
 };
 
@@ -67,7 +67,9 @@ std::optional<mathspace> parse_mathspace(std::string_view text) {
     return std::nullopt;
 }
 
-int eighteenths(keyword k) { return int(k) + 1; }
+int eighteenths(keyword k) {
+    return int(k) + 1;
+}
 
 double resolve(mathspace const& m, double em, double ex, double base) {
     if (auto const* n = std::get_if<named>(&m)) {

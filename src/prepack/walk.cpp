@@ -742,10 +742,13 @@ struct walker {
         float const depth = float(made.drawing_down);
         if (auto const* len = std::get_if<float>(&s.vertical_align)) {
             s.vertical_align = *len - depth;
-        } else if (std::get<css::box::vertical_align_kind>(s.vertical_align) == css::box::vertical_align_kind::baseline) {
+        } else if (std::get<css::box::vertical_align_kind>(s.vertical_align) ==
+                   css::box::vertical_align_kind::baseline) {
             s.vertical_align = -depth;
         }
-        images::svg_loaded loaded{.loaded_width = made.drawing_width / 0.75, .loaded_height = (made.drawing_up + made.drawing_down) / 0.75};
+        // The table counts a drawing's size in CSS pixels.
+        images::svg_loaded loaded{.loaded_width = made.drawing_width / 0.75,
+                                  .loaded_height = (made.drawing_up + made.drawing_down) / 0.75};
         loaded.loaded_block = share(std::move(made.drawing));
         out.loaded = block{.block_content = bcontent_image{image_table->add_svg(loaded)},
                            .block_style = share(std::move(s)),
@@ -846,8 +849,8 @@ struct walker {
         // An image element that shows its image is an atomic box; one that cannot shows its
         // alternative: the alt text of img, the content of object.
         auto const replaced = svg::build::is_svg_name(e->dom_element_name, "svg") ? std::optional(inline_svg(e))
-                              : is_math_element(e)                                 ? std::optional(inline_math(e, style))
-                                                                                   : replaced_image(*e, info);
+                              : is_math_element(e) ? std::optional(inline_math(e, style))
+                                                   : replaced_image(*e, info);
         std::optional<std::string> alt_text;
         if (replaced && !replaced->loaded) {
             alt_text = replaced->alt;

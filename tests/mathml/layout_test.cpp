@@ -1,8 +1,7 @@
-#include "mathml/layout.hpp"
-#include "mathml/make_math.hpp"
-
 #include "document/doctype.hpp"
 #include "document/libxml/parser.hpp"
+#include "mathml/layout.hpp"
+#include "mathml/make_math.hpp"
 #include "resource/capture_log.hpp"
 #include "resource/loader.hpp"
 #include "text/fonts/fonts.hpp"
@@ -28,9 +27,9 @@ struct formula {
     }
 
     static dom::element_ref parse(log::log const& log, std::string const& text) {
-        auto const url = resource::locator::parse_locator(resource::locator::path_or_url::path_or_url,
-                                                          resource::locator::locator_origin::command_line_origin,
-                                                          std::nullopt, "/tmp/formula.xml");
+        auto const url = resource::locator::parse_locator(
+            resource::locator::path_or_url::path_or_url,
+            resource::locator::locator_origin::command_line_origin, std::nullopt, "/tmp/formula.xml");
         libxml::parser::parse_request req{.request_locator = url};
         req.request_options.load_dtd = xml::load_dtd::no;
         auto doc = libxml::parser::read_xml_memory(log, req, bytes::from_string(text));
@@ -50,7 +49,8 @@ struct formula {
 
     explicit formula(std::string const& body, bool display = false) {
         db = *fonts::new_fonts(loader(log.log), log.log, true);
-        auto const root = parse(log.log, "<math xmlns=\"http://www.w3.org/1998/Math/MathML\">" + body + "</math>");
+        auto const root =
+            parse(log.log, "<math xmlns=\"http://www.w3.org/1998/Math/MathML\">" + body + "</math>");
         context const ctx{.log = log.log,
                           .db = *db,
                           .ops = op_table::load_operators(log.log, db->fonts_loader),
@@ -71,7 +71,9 @@ struct formula {
         double size = 0;
     };
 
-    static void walk(std::vector<svg::svg> const& items, svg::transform t, std::vector<shown>& runs,
+    static void walk(std::vector<svg::svg> const& items,
+                     svg::transform t,
+                     std::vector<shown>& runs,
                      std::vector<svg::bbox>& shapes) {
         for (auto const& n : items) {
             auto const here = svg::then(n.svg_transform, t);
@@ -168,8 +170,8 @@ TEST(layout, scripts_shift_and_shrink) {
     auto const two = f.run_of(U"2");
     ASSERT_TRUE(x && i && two);
     EXPECT_NEAR(i->size, 8, 1e-6);
-    EXPECT_GT(i->y, x->y + 1.5);  // subscript lowered
-    EXPECT_LT(two->y, x->y - 3);  // superscript raised
+    EXPECT_GT(i->y, x->y + 1.5);    // subscript lowered
+    EXPECT_LT(two->y, x->y - 3);    // superscript raised
     EXPECT_NEAR(i->x, two->x, 0.6); // both after the base (the superscript past the slant)
     EXPECT_GT(i->x, x->x);
 }
@@ -231,7 +233,7 @@ TEST(layout, limits_in_display_and_scripts_inline) {
     auto const n_d = display.run_of(U"n");
     auto const one_d = display.run_of(U"1");
     ASSERT_TRUE(sigma_d && n_d && one_d);
-    EXPECT_LT(n_d->y, sigma_d->y - 5);  // over the sign
+    EXPECT_LT(n_d->y, sigma_d->y - 5);   // over the sign
     EXPECT_GT(one_d->y, sigma_d->y + 3); // under it
     EXPECT_LT(n_d->x, sigma_d->x + 8);
     auto const sigma_i = inline_.run_of(U"\u2211");
@@ -282,8 +284,9 @@ TEST(layout, table_rows_and_columns) {
 TEST(layout, make_math_gives_a_drawing_with_its_baseline) {
     testing::capture_log log;
     auto const db = *fonts::new_fonts(formula::loader(log.log), log.log, true);
-    auto const root = formula::parse(log.log, "<math xmlns=\"http://www.w3.org/1998/Math/MathML\" display=\"block\">"
-                                              "<mfrac><mi>a</mi><mi>b</mi></mfrac></math>");
+    auto const root =
+        formula::parse(log.log, "<math xmlns=\"http://www.w3.org/1998/Math/MathML\" display=\"block\">"
+                                "<mfrac><mi>a</mi><mi>b</mi></mfrac></math>");
     auto const d = make_math::make_math(log.log, db, root, formula::style());
     EXPECT_TRUE(d.drawing_display);
     EXPECT_GT(d.drawing_up, 8);

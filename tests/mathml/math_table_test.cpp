@@ -1,10 +1,10 @@
 #include "text/opentype/math.hpp"
 #include "text/opentype/tables.hpp"
 
-#include <gtest/gtest.h>
-
 #include <fstream>
 #include <iterator>
+
+#include <gtest/gtest.h>
 
 namespace vellum::opentype::math {
 namespace {

@@ -1,12 +1,11 @@
 #include "mathml/op_table.hpp"
-
 #include "mathml/special_glyphs.hpp"
 #include "text/opentype/math.hpp"
 
-#include <gtest/gtest.h>
-
 #include <fstream>
 #include <sstream>
+
+#include <gtest/gtest.h>
 
 namespace vellum::mathml::op_table {
 namespace {
@@ -46,6 +45,7 @@ TEST(op_table, dictionary_entries) {
         bool movablelimits;
         bool accent;
     };
+
     want const cases[] = {
         {"(", op_form::prefix, 0, 0, true, true, false, false, false},
         {")", op_form::postfix, 0, 0, true, true, false, false, false},
@@ -93,9 +93,10 @@ TEST(op_table, other_forms_and_defaults) {
 }
 
 TEST(op_table, file_values_and_errors) {
-    auto const t = parse_op_table("<operators><op text=\"&#x2225;\" form=\"infix\" lspace=\"0.1em\" maxsize=\"200%\" "
-                                  "minsize=\"1.5\" stretchy=\"true\"/><op text=\"a\" form=\"postfix\" "
-                                  "maxsize=\"infinity\" rspace=\"negativethinmathspace\"/></operators>");
+    auto const t =
+        parse_op_table("<operators><op text=\"&#x2225;\" form=\"infix\" lspace=\"0.1em\" maxsize=\"200%\" "
+                       "minsize=\"1.5\" stretchy=\"true\"/><op text=\"a\" form=\"postfix\" "
+                       "maxsize=\"infinity\" rspace=\"negativethinmathspace\"/></operators>");
     ASSERT_TRUE(t) << t.error();
     auto const s = t->at({"\u2225", op_form::infix});
     EXPECT_EQ(s.lspace, (units::mathspace{units::length{0.1, units::unit::em}}));
@@ -122,7 +123,8 @@ TEST(units, resolve_spaces_and_lengths) {
 }
 
 TEST(special_glyphs, outlines_stretch_by_their_shares) {
-    auto const g = special_glyphs::parse_glyphs(read_file(std::string(VELLUM_SOURCE_DIR) + "/resources/math/glyphs.xml"));
+    auto const g = special_glyphs::parse_glyphs(
+        read_file(std::string(VELLUM_SOURCE_DIR) + "/resources/math/glyphs.xml"));
     ASSERT_TRUE(g) << g.error();
     ASSERT_TRUE(g->contains("("));
     ASSERT_TRUE(g->contains("\u221a"));
@@ -134,17 +136,23 @@ TEST(special_glyphs, outlines_stretch_by_their_shares) {
     EXPECT_NEAR(tall->y0, normal->y0 - 10, 1e-9);
     EXPECT_NEAR(tall->y1, normal->y1 + 10, 1e-9);
     EXPECT_NEAR(tall->x1 - tall->x0, normal->x1 - normal->x0, 1e-9);
-    EXPECT_FALSE(special_glyphs::parse_glyphs("<glyphs><glyph text=\"(\"><contour><quadratic x=\"1\"/></contour>"
-                                              "</glyph></glyphs>"));
+    EXPECT_FALSE(
+        special_glyphs::parse_glyphs("<glyphs><glyph text=\"(\"><contour><quadratic x=\"1\"/></contour>"
+                                     "</glyph></glyphs>"));
     EXPECT_FALSE(special_glyphs::parse_glyphs("<glyphs><glyph text=\"(\" width=\"wide\"/></glyphs>"));
 }
 
 TEST(math_table, assembly_plans_reach_the_target) {
     namespace om = opentype::math;
     // A parenthesis of three parts as in DejaVu Math: a top and bottom hook, and a repeatable stem.
-    std::vector<om::part> const parts{{.part_glyph = 1, .part_start_connector = 0, .part_end_connector = 209, .part_full_advance = 1295},
-                                      {.part_glyph = 2, .part_start_connector = 418, .part_end_connector = 418, .part_full_advance = 418, .part_extender = true},
-                                      {.part_glyph = 3, .part_start_connector = 209, .part_end_connector = 0, .part_full_advance = 1295}};
+    std::vector<om::part> const parts{
+        {.part_glyph = 1, .part_start_connector = 0, .part_end_connector = 209, .part_full_advance = 1295},
+        {.part_glyph = 2,
+         .part_start_connector = 418,
+         .part_end_connector = 418,
+         .part_full_advance = 418,
+         .part_extender = true},
+        {.part_glyph = 3, .part_start_connector = 209, .part_end_connector = 0, .part_full_advance = 1295}};
     for (double target : {2800.0, 3500.0, 6000.0}) {
         SCOPED_TRACE(target);
         auto const p = om::plan_assembly(parts, target, 40);
@@ -154,8 +162,8 @@ TEST(math_table, assembly_plans_reach_the_target) {
         EXPECT_EQ(p->plan_glyphs.back().first, 3);
         // Neighbours overlap by no less than the minimum and no more than their connectors.
         for (std::size_t i = 1; i < p->plan_glyphs.size(); ++i) {
-            double const prev_end = p->plan_glyphs[i - 1].second +
-                                    (p->plan_glyphs[i - 1].first == 2 ? 418 : 1295);
+            double const prev_end =
+                p->plan_glyphs[i - 1].second + (p->plan_glyphs[i - 1].first == 2 ? 418 : 1295);
             double const overlap = prev_end - p->plan_glyphs[i].second;
             EXPECT_GE(overlap, 40 - 1e-9);
             EXPECT_LE(overlap, 209 + 1e-9);

@@ -98,8 +98,8 @@ construction read_construction(data d, std::size_t pos) {
     return out;
 }
 
-std::map<std::uint16_t, construction> constructions(data d, std::size_t variants, std::size_t coverage,
-                                                    std::size_t count, std::size_t offsets_at) {
+std::map<std::uint16_t, construction>
+constructions(data d, std::size_t variants, std::size_t coverage, std::size_t count, std::size_t offsets_at) {
     std::map<std::uint16_t, construction> out;
     if (coverage == 0) {
         return out;
@@ -174,11 +174,13 @@ result<math_table> parse_math(data d) {
     return out;
 }
 
-std::optional<assembly_plan> plan_assembly(std::vector<part> const& parts, double target, double min_overlap) {
+std::optional<assembly_plan>
+plan_assembly(std::vector<part> const& parts, double target, double min_overlap) {
     if (parts.empty()) {
         return std::nullopt;
     }
-    bool const has_extender = std::any_of(parts.begin(), parts.end(), [](part const& p) { return p.part_extender; });
+    bool const has_extender =
+        std::any_of(parts.begin(), parts.end(), [](part const& p) { return p.part_extender; });
     // Every extender repeats the same number of times: the smallest number that, with the pieces
     // overlapping as little as allowed, reaches the target.
     auto sequence = [&](int repeats) {
@@ -200,8 +202,7 @@ std::optional<assembly_plan> plan_assembly(std::vector<part> const& parts, doubl
     };
     int repeats = has_extender ? 1 : 1;
     auto seq = sequence(repeats);
-    while (has_extender && repeats < 1000 &&
-           full(seq) - double(seq.size() - 1) * min_overlap < target) {
+    while (has_extender && repeats < 1000 && full(seq) - double(seq.size() - 1) * min_overlap < target) {
         seq = sequence(++repeats);
     }
     // Then the overlap grows, within what the connectors allow, so that the size comes as near the
@@ -210,7 +211,8 @@ std::optional<assembly_plan> plan_assembly(std::vector<part> const& parts, doubl
     if (seq.size() > 1) {
         double max_overlap = 1e9;
         for (std::size_t i = 0; i + 1 < seq.size(); ++i) {
-            max_overlap = std::min<double>(max_overlap, std::min(seq[i].part_end_connector, seq[i + 1].part_start_connector));
+            max_overlap = std::min<double>(
+                max_overlap, std::min(seq[i].part_end_connector, seq[i + 1].part_start_connector));
         }
         double const wanted = (full(seq) - target) / double(seq.size() - 1);
         overlap = std::max(min_overlap, std::min(wanted, std::max(max_overlap, min_overlap)));

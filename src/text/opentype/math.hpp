@@ -116,7 +116,9 @@ struct math_table {
 [[nodiscard]] result<math_table> parse_math(reader::data d);
 
 /// A constant's value (a percentage for the scale-down and raise-percent entries).
-inline int value_of(math_table const& t, constant c) { return t.math_constants[std::size_t(c)]; }
+inline int value_of(math_table const& t, constant c) {
+    return t.math_constants[std::size_t(c)];
+}
 
 /// A fixed assembly: how many times each extender repeats and how much the pieces overlap.
 struct assembly_plan {
@@ -129,7 +131,7 @@ struct assembly_plan {
 
 /// Plans an assembly of at least `target` units with overlaps of at least `min_overlap`; nothing for an
 /// assembly without parts.
-[[nodiscard]] std::optional<assembly_plan> plan_assembly(std::vector<part> const& parts, double target,
-                                                        double min_overlap);
+[[nodiscard]] std::optional<assembly_plan>
+plan_assembly(std::vector<part> const& parts, double target, double min_overlap);
 
 } // namespace vellum::opentype::math
