@@ -8,6 +8,7 @@
 #include "prepack/generated.hpp"
 #include "prepack/targets.hpp"
 #include "prepack/text.hpp"
+#include "mathml/make_math.hpp"
 #include "svg/build.hpp"
 #include "svg/svg.hpp"
 #include "text/unicode.hpp"
@@ -719,6 +720,50 @@ struct walker {
         return out;
     }
 
+    // A math element: its formula, laid out now, is a replaced element whose baseline lies above its
+    // bottom by the formula's depth.
+    replaced_result inline_math(dom::element_ref const& e, style_ref const& style) {
+        replaced_result out{.alt = ""};
+        if (!image_table || !image_table->svg_fonts) {
+            warn_once("images are not loaded in this run: MathML formulas are left out");
+            return out;
+        }
+        auto made = mathml::make_math::make_math(log, *image_table->svg_fonts, e, style);
+        auto s = *style;
+        // The box has the formula's exact size in points, not the whole pixels of a drawing's own size.
+        if (std::holds_alternative<css::box::auto_value>(s.width)) {
+            s.width = float(made.drawing_width);
+        }
+        if (std::holds_alternative<css::box::auto_value>(s.height)) {
+            s.height = float(made.drawing_up + made.drawing_down);
+        }
+        // A replaced box stands on the baseline with its bottom: lowering it by the depth puts the
+        // formula's own baseline on the line's.
+        float const depth = float(made.drawing_down);
+        if (auto const* len = std::get_if<float>(&s.vertical_align)) {
+            s.vertical_align = *len - depth;
+        } else if (std::get<css::box::vertical_align_kind>(s.vertical_align) ==
+                   css::box::vertical_align_kind::baseline) {
+            s.vertical_align = -depth;
+        }
+        // The table counts a drawing's size in CSS pixels.
+        images::svg_loaded loaded{.loaded_width = made.drawing_width / 0.75,
+                                  .loaded_height = (made.drawing_up + made.drawing_down) / 0.75};
+        loaded.loaded_block = share(std::move(made.drawing));
+        out.loaded = block{.block_content = bcontent_image{image_table->add_svg(loaded)},
+                           .block_style = share(std::move(s)),
+                           .block_type = type_anonymous{}};
+        return out;
+    }
+
+    // A math element in the MathML namespace, or one written into XHTML without the namespace, whose
+    // children are then read by their local names all the same.
+    static bool is_math_element(dom::element_ref const& e) {
+        auto const* q = std::get_if<xml::qualified_name>(&e->dom_element_name);
+        bool const mathml = q && std::holds_alternative<xml::xmlns_mathml>(q->namespace_uri) && q->local == "math";
+        return mathml || styledom::tree::is_html_name(e->dom_element_name, "math");
+    }
+
     static std::string lower_ascii(std::string text) {
         std::transform(text.begin(), text.end(), text.begin(),
                        [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
@@ -804,7 +849,8 @@ struct walker {
         // An image element that shows its image is an atomic box; one that cannot shows its
         // alternative: the alt text of img, the content of object.
         auto const replaced = svg::build::is_svg_name(e->dom_element_name, "svg") ? std::optional(inline_svg(e))
-                                                                                  : replaced_image(*e, info);
+                              : is_math_element(e) ? std::optional(inline_math(e, style))
+                                                   : replaced_image(*e, info);
         std::optional<std::string> alt_text;
         if (replaced && !replaced->loaded) {
             alt_text = replaced->alt;
@@ -816,7 +862,9 @@ struct walker {
         auto stuff = stuff_of(e, s);
         if (replaced && replaced->loaded) {
             auto b = std::move(*replaced->loaded);
-            b.block_style = style;
+            if (!is_math_element(e)) {
+                b.block_style = style;
+            }
             b.block_type = type_original{std::move(stuff)};
             b.block_bg = backgrounds(s);
             auto const k = kind_of(s).value_or(display_kind::inline_);
