@@ -745,9 +745,11 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
         .box_type = b.block_type,
     };
     // The absolutely positioned boxes met inside a positioned box are placed against its padding box.
-    // A box packed away from its place and moved there later (a float, an inline block, a table cell,
-    // a margin box) holds those met inside it too, as their static positions move with it.
-    if (positioned::is_positioned(s) || !std::holds_alternative<inflow_block>(type)) {
+    // A box packed away from its place whose gatherings are not handed on with it (an inline block, a
+    // page float, a margin box) holds those met inside it too. A float hands them on, their static
+    // positions moved with it.
+    if (positioned::is_positioned(s) ||
+        (!std::holds_alternative<inflow_block>(type) && !std::holds_alternative<float_block>(type))) {
         positioned::hang_inner(c.info, abs_from, out);
     }
     // A relatively positioned box moves by its offsets with no effect on the flow.
@@ -888,11 +890,44 @@ block_out pack_fit(page_info info, block_type const& type, prepack::block const&
     return pack_block(std::move(info), type, again, std::move(gap), std::move(a));
 }
 
+namespace {
+
+// The baseline of row `n` (from 1) of the table in a box, or of its last row when it has fewer.
+std::optional<float> table_row_baseline(box const& b, int n) {
+    if (auto const* w = std::get_if<with_abs>(&b.box_content)) {
+        return table_row_baseline(pack::box{.box_content = *w->with_abs_content}, n);
+    }
+    if (auto const* t = std::get_if<table_anony_box>(&b.box_content)) {
+        for (auto const& part : t->table_anony_boxes) {
+            if (auto y = table_row_baseline(*part, n)) {
+                return y;
+            }
+        }
+        return std::nullopt;
+    }
+    auto const* t = std::get_if<table>(&b.box_content);
+    if (!t || t->table_box.rows.size() <= t->table_box.tablebox_cells_from) {
+        return std::nullopt;
+    }
+    std::size_t const count = t->table_box.rows.size() - t->table_box.tablebox_cells_from;
+    std::size_t const k = std::min(count, static_cast<std::size_t>(std::max(1, n))) - 1;
+    return t->table_box.rows[t->table_box.tablebox_cells_from + k].row_base;
+}
+
+bool is_table(prepack::block const& b) {
+    return std::holds_alternative<prepack::bcontent_table>(b.block_content) ||
+           std::holds_alternative<prepack::bcontent_computed_table_box>(b.block_content);
+}
+
+} // namespace
+
 packed_inline pack_inline_block(page_info info, prepack::block const& b, float container_width) {
     // An inline block is never split: its trial area reaches far below any page.
     float const far = 1000000.0f;
     areas::area const trial{.top = 0, .bottom = -far, .left = 0, .right = container_width};
     info.flags.max_page_area = true;
+    // What the inline block gathers is not handed back: page floats in it stay in its flow.
+    info.flags.pack_page_stuff = false;
     auto r = pack_fit(std::move(info), inline_block{}, b, mc::fresh(), areas::areas{.container = trial, .available = {trial}});
     auto const* p = std::get_if<packed_main>(&r.res);
     if (!p) {
@@ -906,7 +941,11 @@ packed_inline pack_inline_block(page_info info, prepack::block const& b, float c
     // The baseline: that of the last line, unless the box has none or hides its overflow; then the
     // bottom margin edge stands on the line's baseline.
     std::optional<float> base;
-    if (bx.box_style->overflow == css::box::overflow::visible) {
+    if (is_table(b)) {
+        // An inline table stands on the baseline of the row its table-baseline names, the first by
+        // default.
+        base = table_row_baseline(bx, bx.box_style->table_baseline);
+    } else if (bx.box_style->overflow == css::box::overflow::visible) {
         base = last_baseline(bx);
     }
     float const y = base ? *base : bx.box_y - bx.box_h - mb;

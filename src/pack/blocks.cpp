@@ -2,6 +2,7 @@
 
 #include "pack/floats.hpp"
 #include "pack/multicol.hpp"
+#include "pack/page_floats.hpp"
 #include "pack/positioned.hpp"
 #include "pack/spans_to_knuth.hpp"
 
@@ -53,6 +54,22 @@ bool displayed_as(prepack::block const& b, css::box::display_kind k) {
 std::optional<prepack::block> run_in_merged(page_info const& info, prepack::block const& run_in,
                                             prepack::block const& next, float width) {
     auto const* own = std::get_if<prepack::bcontent_para>(&run_in.block_content);
+    // A block holding blocks takes the run-in into its first paragraph, however deep.
+    if (auto const* bs = std::get_if<prepack::bcontent_blocks>(&next.block_content);
+        own && bs && !bs->column_id && !bs->blocks.empty() && is_original(next) &&
+        displayed_as(next, css::box::display_kind::block) && !floats::float_side(*next.block_style, info) &&
+        !block::is_forced(break_before(next))) {
+        auto inner = run_in_merged(info, run_in, bs->blocks.front(), width);
+        if (!inner) {
+            return std::nullopt;
+        }
+        auto merged = next;
+        std::vector<prepack::block> head;
+        head.push_back(std::move(*inner));
+        std::get<prepack::bcontent_blocks>(merged.block_content).blocks =
+            prepack::block_list(std::move(head), bs->blocks, 1);
+        return merged;
+    }
     auto const* target = std::get_if<prepack::bcontent_para>(&next.block_content);
     if (!own || !target || !is_original(next) || !displayed_as(next, css::box::display_kind::block) ||
         floats::float_side(*next.block_style, info) || block::is_forced(break_before(next)) ||
@@ -103,6 +120,8 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
     // The absolutely positioned blocks met, with their place in the list and their static position;
     // those in front of the break are this page's.
     std::vector<std::pair<std::size_t, std::pair<prepack::block, util::pos::pos>>> absolutes;
+    // The fixed blocks met, with their place in the list.
+    std::vector<std::pair<std::size_t, prepack::block>> fixed;
     std::size_t cut = blocks.size();
 
     auto restore = [&](std::size_t keep) {
@@ -138,8 +157,13 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
         // block is known. Fixed ones are the page's, on every page.
         if (is_original(b) && positioned::is_out_of_flow(*b.block_style)) {
             if (!positioned::is_fixed(*b.block_style)) {
-                util::pos::pos const at{cur_areas.container.left, flow_top(cur_areas, cur_gap)};
+                // Right to left, a box starts at the right edge of the flow.
+                bool const rtl = b.block_style->rare_props->rare_props_direction == css::box::direction::rtl;
+                util::pos::pos const at{rtl ? cur_areas.container.right : cur_areas.container.left,
+                                        flow_top(cur_areas, cur_gap)};
                 absolutes.push_back({i, {b, at}});
+            } else {
+                fixed.push_back({i, b});
             }
             continue;
         }
@@ -163,10 +187,8 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
             remain = blocks.suffix(cut);
             break;
         }
-        // Inside columns, a float to the top of a column is set aside for the columns, which place it;
-        // it leaves an empty mark in the flow, so that a break behind it keeps it here.
-        if (cur_info.general.column_id && is_original(b) && multicol::floats_to_column_top(*b.block_style)) {
-            cur_info.accum.column_floats.push_back(b);
+        // A float set aside leaves an empty mark in the flow, so that a break behind it keeps it here.
+        auto const leave_mark = [&] {
             stack.push_back(temp_entry{.packed = share(box{.box_x = cur_areas.container.left,
                                                            .box_y = flow_top(cur_areas, cur_gap),
                                                            .box_style = css::style::initial_style()}),
@@ -174,7 +196,35 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
                                        .info = cur_info,
                                        .areas = cur_areas,
                                        .gap = cur_gap});
+        };
+        // Inside columns, a float to the top or bottom of a column is set aside for the columns, which
+        // place it.
+        if (cur_info.general.column_id && is_original(b) && multicol::floats_to_column(*b.block_style)) {
+            cur_info.accum.column_floats.push_back(b);
+            leave_mark();
             continue;
+        }
+        // A float to the top or bottom of the page is set aside for the page loop, which places it.
+        // With `unless-fit` it stays in the flow when it fits there whole.
+        if (is_original(b) && !cur_info.flags.pack_page_stuff) {
+            page_floats::note_in_flow(info.general.log, *b.block_style);
+        }
+        if (is_original(b) && page_floats::takes_page_float(cur_info, *b.block_style)) {
+            auto const how = *page_floats::page_float_of(*b.block_style);
+            bool stays = false;
+            if (how.float_unless_fit) {
+                auto trial_info = cur_info;
+                trial_info.flags.max_page_area = false;
+                auto const t = block::pack_block(std::move(trial_info), block::inflow_block{}, b, cur_gap, cur_areas);
+                auto const* p = std::get_if<block::packed_main>(&t.res);
+                stays = p && !p->b_remain_portion;
+            }
+            if (!stays) {
+                cur_info.accum.page_floats.push_back(page_float{
+                    .page_float_body = b, .page_float_how = how, .page_float_y = flow_top(cur_areas, cur_gap)});
+                leave_mark();
+                continue;
+            }
         }
         // A float goes beside the flow: its room is cut out of the bands, and the flow's top stays.
         if (auto const side = floats::float_side(*b.block_style, cur_info)) {
@@ -304,6 +354,11 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
     for (auto& [index, entry] : absolutes) {
         if (index < cut) {
             cur_info.accum.abs_blocks.push_back(std::move(entry));
+        }
+    }
+    for (auto& [index, b] : fixed) {
+        if (index < cut) {
+            cur_info.accum.fixed_met.push_back(std::move(b));
         }
     }
     return blocks_out{.res = std::move(out),

@@ -186,6 +186,9 @@ struct border_box {
 struct tablebox {
     std::vector<rowbox> rows;
     std::vector<std::vector<border_box>> borders;
+    /// Where the rows of cells start in `rows`, in grid order; the entries before paint the
+    /// backgrounds of row groups and rows.
+    std::size_t tablebox_cells_from = 0;
 };
 
 /// Content with the absolutely positioned boxes that have this box as their containing block.

@@ -3,6 +3,7 @@
 #include "pack/block.hpp"
 #include "pack/blocks.hpp"
 #include "pack/margin_collapsing.hpp"
+#include "pack/positioned.hpp"
 #include "util/ref.hpp"
 
 #include <algorithm>
@@ -56,6 +57,8 @@ std::optional<column_float> pack_column_float(page_info info, prepack::block con
     // A float is never split: it is packed in a column of unlimited height.
     a.bottom = a.top - 1000000.0f;
     info.flags.max_page_area = true;
+    info.flags.pack_page_stuff = false;
+    std::size_t const abs_from = info.accum.abs_blocks.size();
     auto r = block::pack_block(std::move(info), block::float_block{}, b, mc::fresh(),
                                areas::areas{.container = a, .available = {a}});
     auto const* p = std::get_if<block::packed_main>(&r.res);
@@ -63,7 +66,10 @@ std::optional<column_float> pack_column_float(page_info info, prepack::block con
         return std::nullopt;
     }
     float const bottom = r.out_areas.container.top - std::max(0.0f, mc::value_of(r.out_gap));
-    return column_float{.cf_box = p->b_packed_box, .cf_height = a.top - bottom};
+    // What the float gathered is not handed on: absolutely positioned boxes in it are placed against it.
+    auto bx = *p->b_packed_box;
+    positioned::hang_inner(r.out_info, abs_from, bx);
+    return column_float{.cf_box = share(std::move(bx)), .cf_height = a.top - bottom};
 }
 
 bool nothing_placed(blocks::blocks_out const& r) {
@@ -111,10 +117,12 @@ columns_res one_pass(pass_input const& in, float bottom) {
             return r;
         };
         auto r = run_column();
-        // The column floats met in the column go to its top, and the column is packed again in the room
-        // they leave (retry goal `to_pack_more_page_stuff`).
+        // The column floats met in the column go to its top or bottom, and the column is packed again
+        // in the room they leave (retry goal `to_pack_more_page_stuff`).
         std::vector<ref<box>> tops;
+        std::vector<column_float> bottoms;
         float tops_height = 0;
+        float bottoms_height = 0;
         for (auto const& f : r.out_info.accum.column_floats) {
             if (std::ranges::find(placed, f) != placed.end()) {
                 continue;
@@ -124,14 +132,28 @@ columns_res one_pass(pass_input const& in, float bottom) {
             if (!pf) {
                 continue;
             }
+            auto const* cf = std::get_if<css::box::float_column>(&f.block_style->float_);
+            if (cf && cf->column_float.float_to_edge == css::box::float_edge::bottom) {
+                bottoms_height += pf->cf_height;
+                bottoms.push_back(std::move(*pf));
+                continue;
+            }
             auto moved = *pf->cf_box;
             block::shift_box(moved, 0, -tops_height);
             tops.push_back(share(std::move(moved)));
             tops_height += pf->cf_height;
         }
+        // The floats to the bottom stand on the column's bottom, the first met highest.
+        float y = full.bottom + bottoms_height;
+        for (auto const& f : bottoms) {
+            auto moved = *f.cf_box;
+            block::shift_box(moved, 0, y - full.top);
+            tops.push_back(share(std::move(moved)));
+            y -= f.cf_height;
+        }
         if (!tops.empty()) {
             a.top = full.top - tops_height;
-            a.bottom = std::min(a.top, full.bottom);
+            a.bottom = std::min(a.top, full.bottom + bottoms_height);
             r = run_column();
         }
         r.out_info.flags = cur.flags;
@@ -155,6 +177,9 @@ columns_res one_pass(pass_input const& in, float bottom) {
                    r.res);
         if (r.out_forced_break && !r.out_column_break) {
             out.s_page_break = r.out_forced_break;
+        }
+        if (!bottoms.empty()) {
+            col.column_content_bottom = std::min(col.column_content_bottom, full.bottom);
         }
         if (!tops.empty()) {
             tops.insert(tops.end(), col.packed_column.begin(), col.packed_column.end());

@@ -140,6 +140,7 @@ std::optional<placed> place_float(page_info info, prepack::block const& b, side 
     areas::area const trial{.top = 0, .bottom = -far, .left = a.container.left, .right = a.container.right};
     auto trial_info = info;
     trial_info.flags.max_page_area = true;
+    std::size_t const abs_from = info.accum.abs_blocks.size();
     auto r = block::pack_fit(std::move(trial_info), block::float_block{}, b, margin_collapsing::fresh(),
                              areas::areas{.container = trial, .available = {trial}});
     auto const* p = std::get_if<block::packed_main>(&r.res);
@@ -187,7 +188,9 @@ std::optional<placed> place_float(page_info info, prepack::block const& b, side 
         at = first;
     }
     float const left = s == side::left ? at->left : at->right - outer_w;
-    block::shift_box(bx, left + ml - bx.box_x, at->top - mt - bx.box_y);
+    float const dx = left + ml - bx.box_x;
+    float const dy = at->top - mt - bx.box_y;
+    block::shift_box(bx, dx, dy);
     // The room taken is the margin box within the container. A margin note pulled into the page
     // margin by a negative margin has a margin box of no width, or one that lies outside: it takes
     // no room from the text.
@@ -197,6 +200,12 @@ std::optional<placed> place_float(page_info info, prepack::block const& b, side 
                                   .right = std::min(left + outer_w, a.container.right)};
     auto out_info = std::move(r.out_info);
     out_info.flags = info.flags;
+    // The absolutely positioned boxes met in the float, that no box of it contains, keep their
+    // containing block outside it; their static positions move with the float.
+    for (std::size_t k = abs_from; k < out_info.accum.abs_blocks.size(); ++k) {
+        out_info.accum.abs_blocks[k].second.x += dx;
+        out_info.accum.abs_blocks[k].second.y += dy;
+    }
     bool const takes_room = rect.right - rect.left > tolerance && rect.top - rect.bottom > tolerance;
     return placed{.placed_box = share(std::move(bx)),
                   .placed_areas = takes_room ? cut(a, rect, s) : a,

@@ -5,24 +5,18 @@
 #include "pack/blocks.hpp"
 #include "pack/margin_collapsing.hpp"
 
-#include <atomic>
 #include <limits>
 
 namespace vellum::pack::footnotes {
 
 namespace {
 
-std::atomic<bool> said_absolutes{false};
+bool started(prepack::block const& b) {
+    return std::holds_alternative<prepack::type_remaining>(b.block_type) ||
+           std::holds_alternative<prepack::type_overflowing>(b.block_type);
+}
 
-// What lies between the area's rectangle and its content, top and bottom; and its sides.
-struct frame {
-    float margin_top = 0;
-    float margin_bottom = 0;
-    float inner_top = 0;
-    float inner_bottom = 0;
-    float left = 0;
-    float right = 0;
-};
+} // namespace
 
 frame frame_of(css::used_style::used_style const& u) {
     frame f;
@@ -41,13 +35,6 @@ frame frame_of(css::used_style::used_style const& u) {
     f.right = margin_right + b.borders_right.border_width + u.used_padding_right;
     return f;
 }
-
-bool started(prepack::block const& b) {
-    return std::holds_alternative<prepack::type_remaining>(b.block_type) ||
-           std::holds_alternative<prepack::type_overflowing>(b.block_type);
-}
-
-} // namespace
 
 area_res pack_area(page_info const& info,
                    std::span<page_footnote const> list,
@@ -75,6 +62,7 @@ area_res pack_area(page_info const& info,
     // called inside a footnote are not gathered again.
     page_info fi = info;
     fi.accum.page_footnotes = nullptr;
+    fi.accum.abs_blocks.clear();
     std::vector<ref<box>> boxes;
     std::size_t i = 0;
     for (; i < list.size(); ++i) {
@@ -83,13 +71,13 @@ area_res pack_area(page_info const& info,
         fi.flags = flags{.max_page_area = must_place && boxes.empty()};
         auto r = blocks::pack_blocks(fi, prepack::block_list(std::vector<prepack::block>{*note.footnote_body}),
                                      margin_collapsing::gap{margin_collapsing::margin_eater{}}, room);
-        // Absolutely positioned boxes inside a footnote are gathered for a containing block the
-        // footnote area never places: say so rather than drop them unseen.
-        if (r.out_info.accum.abs_blocks.size() > fi.accum.abs_blocks.size() && !said_absolutes.exchange(true)) {
-            log::log_warning(info.general.log,
-                             "absolutely positioned boxes inside footnotes are not supported yet: they are left out");
-        }
         auto* p = std::get_if<blocks::packed_main>(&r.res);
+        // Absolutely positioned boxes in a footnote that no positioned box of it contains are the
+        // page's: they go with their static positions, moved with the area below.
+        if (p != nullptr && !p->bs_packed_boxes.empty()) {
+            auto& met = r.out_info.accum.abs_blocks;
+            std::move(met.begin(), met.end(), std::back_inserter(out.area_absolutes));
+        }
         if (p == nullptr || p->bs_packed_boxes.empty()) {
             break;
         }
@@ -120,6 +108,9 @@ area_res pack_area(page_info const& info,
         auto moved = *b;
         block::shift_box(moved, 0, dy);
         b = share(std::move(moved));
+    }
+    for (auto& a : out.area_absolutes) {
+        a.second.y += dy;
     }
     float const margin_left = f.left - used.used_borders.borders_left.border_width - used.used_padding_left;
     float const margin_right = f.right - used.used_borders.borders_right.border_width - used.used_padding_right;

@@ -13,6 +13,20 @@
 
 namespace vellum::pack::footnotes {
 
+/// What lies between the rectangle of a page region's box (the footnote area, the page float areas)
+/// and its content: margins, and borders with padding, top and bottom; and all three on each side.
+struct frame {
+    float margin_top = 0;
+    float margin_bottom = 0;
+    float inner_top = 0;
+    float inner_bottom = 0;
+    float left = 0;
+    float right = 0;
+};
+
+/// The frame a region's used style gives.
+frame frame_of(css::used_style::used_style const& u);
+
 /// The footnotes of a page packed at its foot.
 struct area_res {
     /// The area's box (its border and padding around the footnotes); none when nothing went in.
@@ -23,6 +37,9 @@ struct area_res {
     std::vector<page_footnote> area_leftover;
     /// Some footnote could not even be started on this page.
     bool area_unstarted = false;
+    /// The absolutely positioned blocks met in the footnotes that no box inside them contains, with
+    /// their static positions in the area as placed: the page area contains them.
+    std::vector<std::pair<prepack::block, util::pos::pos>> area_absolutes;
 };
 
 /// Packs the footnotes into an area standing on the bottom of `body`, at most `max_height` tall with

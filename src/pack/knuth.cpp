@@ -75,6 +75,10 @@ bool is_float(inline_block const& b) {
     if (!b.inline_block_style) {
         return false;
     }
+    // A float to the top or bottom of the page leaves the line as a float beside it does.
+    if (std::holds_alternative<css::box::float_page>(b.inline_block_style->float_)) {
+        return true;
+    }
     auto const* kind = std::get_if<css::box::float_kind>(&b.inline_block_style->float_);
     return kind != nullptr && *kind != css::box::float_kind::none;
 }

@@ -8,33 +8,26 @@ namespace {
 
 std::atomic<bool> said_column_floats{false};
 std::atomic<bool> said_column_footnotes{false};
-std::atomic<bool> said_page_floats{false};
 std::atomic<bool> said_region_floats{false};
 
 } // namespace
 
-bool floats_to_column_top(css::style::style const& s) {
-    auto const* cf = std::get_if<css::box::float_column>(&s.float_);
-    return cf && cf->column_float.float_to_edge == css::box::float_edge::top;
+bool floats_to_column(css::style::style const& s) {
+    return std::holds_alternative<css::box::float_column>(s.float_);
 }
 
 void note_column_stuff(log::log const& log, css::style::style const& s, bool in_columns) {
     auto const* cf = std::get_if<css::box::float_column>(&s.float_);
-    bool const column_float =
-        cf && (!in_columns || cf->column_float.float_to_edge == css::box::float_edge::bottom);
+    bool const column_float = cf && !in_columns;
     auto const* ff = std::get_if<css::box::float_footnote>(&s.float_);
     auto const* df = std::get_if<css::box::display_footnote>(&s.bit_props.bit_props_display);
     bool const column_footnote = (ff && ff->float_container == css::box::footnote_container::column) ||
                                  (df && df->display_container == css::box::footnote_container::column);
     if (column_float && !said_column_floats.exchange(true)) {
-        log::log_warning(log, "column floats to the bottom, or outside a multi-column container, are not "
-                              "supported yet: they are set in the flow");
+        log::log_warning(log, "column floats outside a multi-column container are set in the flow");
     }
     if (column_footnote && !said_column_footnotes.exchange(true)) {
         log::log_warning(log, "column footnotes are not supported yet: they are set with the page's footnotes");
-    }
-    if (std::holds_alternative<css::box::float_page>(s.float_) && !said_page_floats.exchange(true)) {
-        log::log_warning(log, "page floats are not supported yet: they are set in the flow");
     }
     if (std::holds_alternative<css::box::float_region>(s.float_) && !said_region_floats.exchange(true)) {
         log::log_warning(log, "floats to the page margins are not supported yet: they are set in the flow");

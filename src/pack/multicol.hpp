@@ -7,13 +7,12 @@
 
 namespace vellum::pack::multicol {
 
-/// Whether a style floats its box to the top of a column.
-bool floats_to_column_top(css::style::style const& s);
+/// Whether a style floats its box to the top or bottom of a column.
+bool floats_to_column(css::style::style const& s);
 
 /// Footnotes at the foot of a column are not laid out as such yet: they join the page's footnotes;
-/// floats to the bottom of a column, and floats to the top of one outside any multi-column container,
-/// stay in the flow, and so do page floats and floats to the page margins. Logs this once per run and
-/// kind when `s` asks for one.
+/// column floats outside any multi-column container stay in the flow, and so do floats to the page
+/// margins. Logs this once per run and kind when `s` asks for one.
 void note_column_stuff(log::log const& log, css::style::style const& s, bool in_columns);
 
 } // namespace vellum::pack::multicol

@@ -6,6 +6,7 @@
 #include "pack/footnotes.hpp"
 #include "pack/knuth.hpp"
 #include "pack/margin_collapsing.hpp"
+#include "pack/page_floats.hpp"
 #include "pack/page_info.hpp"
 #include "pack/paper.hpp"
 #include "pack/positioned.hpp"
@@ -347,10 +348,11 @@ float content_width(std::vector<ref<box>> const& content, areas::area const& bod
 blocks::blocks_out flow_body(page_info info,
                              css::page::page_style const& ps,
                              paper::paper_areas const& pa,
+                             areas::area const& area,
                              prepack::block_list const& blocks,
                              bool section_first) {
-    info.general.body_area = pa.pa_body_area;
-    areas::areas const body{.container = pa.pa_body_area, .available = {pa.pa_body_area}};
+    info.general.body_area = area;
+    areas::areas const body{.container = area, .available = {area}};
     mc::gap const gap = section_first ? section_start_gap(ps, pa) : mc::gap{mc::margin_eater{}};
     return blocks::pack_blocks(std::move(info), blocks, gap, body);
 }
@@ -379,9 +381,23 @@ struct doc_state {
     found_places found;
     /// The footnotes, or rests of them, that go on to the next page.
     std::vector<page_footnote> footnotes_carried;
-    /// The document's fixed boxes, shown on every page.
-    std::vector<prepack::block> fixed;
+    /// The page floats that wait for the next page.
+    std::vector<page_float> floats_carried;
+    /// The document's fixed boxes, in document order; each shows from the page where the flow meets it.
+    std::vector<positioned::fixed_block> fixed;
+    /// How many of them, from the first, the flow has reached.
+    std::size_t fixed_reached = 0;
 };
+
+// The flow has met these fixed blocks: they, and those before them in the document, show from now on.
+void reach_fixed(doc_state& st, std::vector<prepack::block> const& met) {
+    for (auto const& b : met) {
+        auto const it = std::ranges::find_if(st.fixed, [&](positioned::fixed_block const& f) { return f.fixed_body == b; });
+        if (it != st.fixed.end()) {
+            st.fixed_reached = std::max(st.fixed_reached, static_cast<std::size_t>(it - st.fixed.begin()) + 1);
+        }
+    }
+}
 
 struct page_out {
     prepack::block_list remaining;
@@ -414,6 +430,12 @@ page_out pack_page(doc_state& st,
         info.general.user_pages_totals.push_back(st.in.pass_user_pages_totals[st.group]);
     }
     info.flags = flags{.max_page_area = true, .pack_page_stuff = true};
+    // "counter-reset: footnote" in a page rule numbers the footnotes afresh on each such page.
+    for (auto const& [name, value] : ps.region_body->counter_reset) {
+        if (name == "footnote") {
+            info.general.footnote_counter = value;
+        }
+    }
 
     page_out out;
     std::vector<ref<box>> content;
@@ -428,8 +450,34 @@ page_out pack_page(doc_state& st,
     if (!notes_only) {
         info.packed_stuff.footnotes_height = carried_need;
     }
-    if (!blank && !blocks.empty() && !notes_only) {
-        auto r = flow_body(info, ps, pa, blocks, section_first);
+    // The page floats left over from the page before go first at the top or bottom of this page.
+    auto const floats_in = std::move(st.floats_carried);
+    st.floats_carried.clear();
+    page_floats::page_set float_set;
+    // The body flowed around its page floats, in the page's body area.
+    auto flow_floats = [&]() {
+        info.general.body_area = pa.pa_body_area;
+        auto fr = page_floats::flow_page(info, floats_in, [&](page_info i, areas::area const& a) {
+            return flow_body(std::move(i), ps, pa, a, blocks, section_first);
+        });
+        float_set = std::move(fr.res_set);
+        st.floats_carried = std::move(fr.res_waiting);
+        return std::move(fr.res_flow);
+    };
+    if (blank || notes_only) {
+        // The footnotes have the page to themselves: the floats wait with the text.
+        st.floats_carried = floats_in;
+    }
+    std::optional<blocks::blocks_out> flowed;
+    if (!blank && (!blocks.empty() || !floats_in.empty()) && !notes_only) {
+        flowed = flow_floats();
+    }
+    if (!blank && (!blocks.empty() || !floats_in.empty()) && !notes_only && !flowed) {
+        // A page float carried over is taller than the room the page has: it has the page to itself.
+        out.remaining = blocks;
+        st.footnotes_carried = carried;
+    } else if (flowed) {
+        auto r = std::move(*flowed);
         if (ps.page_shrink_to_fit == css::page::shrink_to_fit::auto_) {
             float const paper_width = areas::width_of(pa.pa_body_area);
             for (int round = 0; round < shrink_rounds; ++round) {
@@ -444,7 +492,11 @@ page_out pack_page(doc_state& st,
                 }
                 // The trial is undone by dropping it: layout has no other effects to take back.
                 pa = paper::paper_areas_of(ps, factor);
-                r = flow_body(info, ps, pa, blocks, section_first);
+                auto again = flow_floats();
+                if (!again) {
+                    break;
+                }
+                r = std::move(*again);
             }
             info.general.body_area = pa.pa_body_area;
         }
@@ -459,9 +511,11 @@ page_out pack_page(doc_state& st,
         }
         info = std::move(r.out_info);
         info.flags = {};
+        info.general.body_area = pa.pa_body_area;
         // Every page must take something: the body is the largest space there is, so the flow forces
         // its first block in. A page left empty would come again for ever.
-        if (content.empty() && !(notes && notes->area_box)) {
+        if (content.empty() && !(notes && notes->area_box) && float_set.tops.empty() &&
+            float_set.bottoms.empty()) {
             throw internal_error("pack error: packed nothing.");
         }
     } else if (!blank && !carried.empty()) {
@@ -470,10 +524,17 @@ page_out pack_page(doc_state& st,
         out.remaining = blocks;
         notes = footnotes::pack_area(info, carried, pa.pa_body_area, areas::height_of(pa.pa_body_area), true);
     }
+    // The page floats stand at the top of the body and on top of the footnote area.
+    for (auto& b : page_floats::place(float_set, pa.pa_body_area,
+                                      pa.pa_body_area.bottom + (notes ? notes->area_height : 0))) {
+        content.push_back(std::move(b));
+    }
     if (notes) {
         if (notes->area_box) {
             content.push_back(*notes->area_box);
         }
+        std::move(notes->area_absolutes.begin(), notes->area_absolutes.end(),
+                  std::back_inserter(info.accum.abs_blocks));
         if (notes->area_unstarted) {
             log::log_warning(st.in.pass_log,
                              "cannot fit footnote(s) on page " + std::to_string(info.general.pdf_page_num));
@@ -484,7 +545,24 @@ page_out pack_page(doc_state& st,
     }
     info.accum.page_footnotes = nullptr;
     if (!blank) {
-        positioned::place_on_page(info, pa.pa_body_area, st.fixed, content);
+        reach_fixed(st, info.accum.fixed_met);
+        info.accum.fixed_met.clear();
+        for (auto const& f : float_set.tops) {
+            reach_fixed(st, f.placed_packed.packed_fixed);
+        }
+        for (auto const& f : float_set.bottoms) {
+            reach_fixed(st, f.placed_packed.packed_fixed);
+        }
+        std::vector<prepack::block> shown;
+        for (std::size_t k = 0; k < st.fixed.size(); ++k) {
+            if (k < st.fixed_reached || st.fixed[k].fixed_from_start) {
+                shown.push_back(st.fixed[k].fixed_body);
+            }
+        }
+        positioned::place_on_page(info, pa.pa_body_area, shown, content);
+        // Fixed blocks inside the boxes just placed show from the next page.
+        reach_fixed(st, info.accum.fixed_met);
+        info.accum.fixed_met.clear();
     }
 
     // The page's counters and strings, then the margin boxes that show them.
@@ -588,15 +666,15 @@ void pack_doc(doc_state& st) {
         auto const& desc = sections[k].sec_desc;
         bool const right = st.info.general.pdf_page_num % 2 == 1;
         if (blocks.empty() && !section_first) {
-            if (k + 1 < sections.size()) {
+            if (k + 1 < sections.size() && st.floats_carried.empty()) {
                 ++k;
                 blocks = sections[k].sec_blocks;
                 begin_section();
                 section_first = true;
                 continue;
             }
-            if (!st.footnotes_carried.empty()) {
-                // Footnotes left over when the text has ended get pages of their own.
+            if (!st.footnotes_carried.empty() || !st.floats_carried.empty()) {
+                // Footnotes and page floats left over when the text has ended get pages of their own.
                 pack_page(st, desc, {}, false, false);
                 advance();
                 continue;

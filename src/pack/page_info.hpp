@@ -102,6 +102,15 @@ struct page_footnote {
 /// makes (one per sibling block, per trial) cost a pointer; adding one copies the page's short list.
 using page_footnote_list = ref<std::vector<page_footnote>>;
 
+/// A float to the top or bottom of the page, met in the flow, with how it floats and the y of its
+/// call (where the flow met it).
+struct page_float {
+    prepack::block page_float_body;
+    css::box::page_column_float page_float_how;
+    float page_float_y = 0;
+    bool operator==(page_float const&) const = default;
+};
+
 /// What layout gathers on the way through a page.
 struct accum {
     /// Target names looked up for their page.
@@ -114,8 +123,12 @@ struct accum {
     std::vector<std::pair<prepack::block, util::pos::pos>> abs_blocks;
     /// Floats to the top or bottom of a column met in the current multi-column container, in order.
     std::vector<prepack::block> column_floats;
-    // static_flows, page_floats, prev_page_inline_footnote, the column floats and footnotes and the
-    // regions join with floats, footnotes, columns and margin boxes.
+    /// Fixed blocks met in the flow: they show from this page on.
+    std::vector<prepack::block> fixed_met;
+    /// Floats to the top or bottom of the page met in the flow, in order.
+    std::vector<page_float> page_floats;
+    // static_flows, prev_page_inline_footnote, the column footnotes and the regions join with
+    // footnotes, columns and margin boxes.
 };
 
 /// The page floats and footnotes placed on this page so far.

@@ -3,6 +3,7 @@
 #include "pack/block.hpp"
 #include "pack/floats.hpp"
 #include "pack/footnotes.hpp"
+#include "pack/page_floats.hpp"
 #include "pack/para_valign.hpp"
 #include "pack/positioned.hpp"
 #include "pack/spans_to_knuth.hpp"
@@ -299,10 +300,22 @@ bool pack_outflow(run_state& s, linebreak::outflow const& out, bool max_area) {
         if (!positioned::is_fixed(*b.block_style)) {
             auto const band = band_of(s.areas);
             s.info.accum.abs_blocks.push_back({b, util::pos::pos{band.left + out.outflow_xpos, band.top}});
+        } else {
+            s.info.accum.fixed_met.push_back(b);
         }
         return true;
     }
-    auto const side = floats::float_side(*ib->inline_block_style, s.info).value_or(floats::side::left);
+    // A float to the top or bottom of the page is set aside for the page loop where the line stands.
+    // Where page floats can't be placed it floats to the left.
+    auto const& style = *ib->inline_block_style;
+    if (page_floats::takes_page_float(s.info, style)) {
+        s.info.accum.page_floats.push_back(page_float{.page_float_body = *ib->inline_block_block,
+                                                      .page_float_how = *page_floats::page_float_of(style),
+                                                      .page_float_y = s.areas.container.top});
+        return true;
+    }
+    page_floats::note_in_flow(s.info.general.log, style);
+    auto const side = floats::float_side(style, s.info).value_or(floats::side::left);
     auto const flags = s.info.flags;
     // The calls on the part of the line in front of the float are counted when that line is placed.
     int const counter = s.info.general.footnote_counter;

@@ -76,9 +76,20 @@ axis_solution solve_horizontal(axis_input const& in, auto_size const& shrink_to_
         out.axis_size = *in.axis_size;
         float const free = rest(in, out.axis_offset, out.axis_size, 0, 0);
         if (!in.axis_margin_start && !in.axis_margin_end) {
-            // Both margins "auto" centre the box; when it doesn't fit, it keeps to the start edge.
-            out.axis_margin_start = free < 0 ? 0 : free / 2;
-            out.axis_margin_end = free - out.axis_margin_start;
+            // Both margins "auto" centre the box; when it doesn't fit, it keeps to the start edge of
+            // the writing direction.
+            if (in.axis_rtl) {
+                out.axis_margin_end = free < 0 ? 0 : free / 2;
+                out.axis_margin_start = free - out.axis_margin_end;
+            } else {
+                out.axis_margin_start = free < 0 ? 0 : free / 2;
+                out.axis_margin_end = free - out.axis_margin_start;
+            }
+        } else if (in.axis_rtl && in.axis_margin_start && in.axis_margin_end) {
+            // Over-constrained right to left: the left offset gives way.
+            out.axis_margin_start = *in.axis_margin_start;
+            out.axis_margin_end = *in.axis_margin_end;
+            out.axis_offset = rest(in, 0, out.axis_size, out.axis_margin_start, out.axis_margin_end);
         } else if (!in.axis_margin_start) {
             out.axis_margin_end = *in.axis_margin_end;
             out.axis_margin_start = free - out.axis_margin_end;
@@ -92,6 +103,15 @@ axis_solution solve_horizontal(axis_input const& in, auto_size const& shrink_to_
     out.axis_margin_start = in.axis_margin_start.value_or(0);
     out.axis_margin_end = in.axis_margin_end.value_or(0);
     float const margins = out.axis_margin_start + out.axis_margin_end;
+    if (in.axis_rtl && (autos & start_auto) && (autos & end_auto)) {
+        // Right to left, a box that no offset places keeps its right edge where the flow would end it.
+        float const end = in.axis_room - in.axis_static;
+        out.axis_size = in.axis_size ? *in.axis_size
+                                     : shrink_to_fit(std::max(0.0f, in.axis_static - margins - in.axis_edges));
+        out.axis_offset = in.axis_room - end - out.axis_margin_end - out.axis_size - in.axis_edges -
+                          out.axis_margin_start;
+        return out;
+    }
     switch (autos) {
     case start_auto | size_auto | end_auto:
         // Nothing said: the box stays at its static place, as wide as its content.
@@ -216,6 +236,7 @@ placed pack_absolute(page_info info, prepack::block const& b, util::pos::pos sta
         .axis_margin_end = margins ? margins->margin_right : std::optional<float>(0),
         .axis_edges = h_edges,
         .axis_static = static_pos.x - cb.cb_left,
+        .axis_rtl = s.rare_props->rare_props_direction == css::box::direction::rtl,
     };
 
     // The block as it is packed: every length the equations settled, so that nothing is resolved again
@@ -341,66 +362,71 @@ void hang_inner(page_info& info, std::size_t from, box& b) {
 
 namespace {
 
-void gather_fixed(prepack::block const& b, std::vector<prepack::block>& out);
+// Gathers the fixed blocks under a block in document order; `early` for those the flow never
+// hands back to the page (inside inline blocks and footnotes, which are packed apart).
+void gather_fixed(prepack::block const& b, bool early, std::vector<fixed_block>& out);
 
-void gather_fixed_spans(std::vector<prepack::span> const& spans, std::vector<prepack::block>& out) {
+void gather_fixed_spans(std::vector<prepack::span> const& spans, bool early, std::vector<fixed_block>& out) {
     for (auto const& sp : spans) {
         if (auto const* n = std::get_if<prepack::span_nested>(&sp)) {
-            gather_fixed_spans(n->nested.span_content, out);
+            gather_fixed_spans(n->nested.span_content, early, out);
         } else if (auto const* ib = std::get_if<prepack::span_inline_block>(&sp); ib && ib->inline_block) {
-            gather_fixed(*ib->inline_block, out);
+            // A fixed block among the text leaves the line as the flow meets it; one inside an
+            // inline block is packed with it, apart.
+            bool const own = ib->inline_block->block_style && is_fixed(*ib->inline_block->block_style);
+            gather_fixed(*ib->inline_block, early || !own, out);
         } else if (auto const* f = std::get_if<prepack::span_footnote>(&sp)) {
             if (auto const* bf = std::get_if<prepack::block_footnote>(&f->footnote_body); bf && bf->footnote_block) {
-                gather_fixed(*bf->footnote_block, out);
+                gather_fixed(*bf->footnote_block, true, out);
             }
         }
     }
 }
 
-void gather_fixed_list(prepack::block_list const& list, std::vector<prepack::block>& out) {
+void gather_fixed_list(prepack::block_list const& list, bool early, std::vector<fixed_block>& out) {
     for (auto const& c : list) {
-        gather_fixed(c, out);
+        gather_fixed(c, early, out);
     }
 }
 
-void gather_fixed_rows(std::vector<prepack::row> const& rows, std::vector<prepack::block>& out) {
+void gather_fixed_rows(std::vector<prepack::row> const& rows, bool early, std::vector<fixed_block>& out) {
     for (auto const& r : rows) {
         for (auto const& c : r.row_content) {
             if (auto const* cc = std::get_if<prepack::cell_cell>(&c)) {
-                gather_fixed_list(cc->cell.cell_content.blocks, out);
+                gather_fixed_list(cc->cell.cell_content.blocks, early, out);
             }
         }
     }
 }
 
-void gather_fixed(prepack::block const& b, std::vector<prepack::block>& out) {
+void gather_fixed(prepack::block const& b, bool early, std::vector<fixed_block>& out) {
     if (b.block_style && is_fixed(*b.block_style) && std::holds_alternative<prepack::type_original>(b.block_type)) {
-        out.push_back(b);
+        out.push_back({.fixed_body = b, .fixed_from_start = early});
     }
     std::visit(overloaded{
-                   [&](prepack::bcontent_blocks const& c) { gather_fixed_list(c.blocks, out); },
-                   [&](prepack::bcontent_para const& p) { gather_fixed_spans(p.para.para_spans, out); },
+                   [&](prepack::bcontent_blocks const& c) { gather_fixed_list(c.blocks, early, out); },
+                   [&](prepack::bcontent_para const& p) { gather_fixed_spans(p.para.para_spans, early, out); },
                    [&](prepack::bcontent_table const& t) {
                        for (auto const& c : t.table.caption_tops) {
-                           gather_fixed(c, out);
+                           gather_fixed(c, early, out);
                        }
                        if (t.table.table.header) {
-                           gather_fixed_rows(t.table.table.header->rowgroup_content, out);
+                           gather_fixed_rows(t.table.table.header->rowgroup_content, early, out);
                        }
                        for (auto const& g : t.table.table.body) {
-                           gather_fixed_rows(g.rowgroup_content, out);
+                           gather_fixed_rows(g.rowgroup_content, early, out);
                        }
                        if (t.table.table.footer) {
-                           gather_fixed_rows(t.table.table.footer->rowgroup_content, out);
+                           gather_fixed_rows(t.table.table.footer->rowgroup_content, early, out);
                        }
                        for (auto const& c : t.table.caption_bottoms) {
-                           gather_fixed(c, out);
+                           gather_fixed(c, early, out);
                        }
                    },
                    // Tables are computed by layout, after this walk.
                    [](prepack::bcontent_computed_table_box const&) {},
                    [](prepack::bcontent_computed_table const&) {},
-                   [&](prepack::bcontent_list_item const& li) { gather_fixed_list(li.item.content, out); },
+                   [&](prepack::bcontent_list_item const& li) { gather_fixed_list(li.item.content, early, out); },
                    [](prepack::bcontent_svg const&) {},
                    [](prepack::bcontent_image const&) {},
                },
@@ -409,13 +435,14 @@ void gather_fixed(prepack::block const& b, std::vector<prepack::block>& out) {
 
 } // namespace
 
-std::vector<prepack::block> fixed_blocks(prepack::pack_document const& doc) {
-    std::vector<prepack::block> out;
+std::vector<fixed_block> fixed_blocks(prepack::pack_document const& doc) {
+    std::vector<fixed_block> out;
     for (auto const& sec : doc.pack_doc_content) {
-        gather_fixed_list(sec.sec_blocks, out);
+        gather_fixed_list(sec.sec_blocks, false, out);
     }
+    // The margin boxes show their flows from the first page on.
     for (auto const& f : doc.static_flows) {
-        gather_fixed(f.flow_block, out);
+        gather_fixed(f.flow_block, true, out);
     }
     return out;
 }

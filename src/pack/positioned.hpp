@@ -36,8 +36,12 @@ struct axis_input {
     std::optional<float> axis_margin_start;
     std::optional<float> axis_margin_end;
     float axis_edges = 0;
-    /// Where the box would start in the flow, from the containing block's start edge.
+    /// Where the box would start in the flow, from the containing block's start edge; right to left,
+    /// where its (right) margin edge would end.
     float axis_static = 0;
+    /// The containing block runs right to left: an over-constrained equation gives up the start (left)
+    /// offset instead of the end one, and a box left at its static place keeps its right edge there.
+    bool axis_rtl = false;
     bool operator==(axis_input const&) const = default;
 };
 
@@ -77,7 +81,7 @@ struct placed {
 };
 
 /// Packs an absolutely positioned block against its containing block; `static_pos` is where its top
-/// left margin corner would have been in the flow.
+/// left margin corner would have been in the flow (its top right one, right to left).
 placed pack_absolute(page_info info,
                      prepack::block const& b,
                      util::pos::pos static_pos,
@@ -90,8 +94,16 @@ containing_block padding_box_of(box const& b);
 /// box of `b`, and hangs them on it.
 void hang_inner(page_info& info, std::size_t from, box& b);
 
+/// A block of the document with `position: fixed`, and whether it shows from the first page on: one
+/// the flow never hands back (in a running element, an inline block, a footnote) does; the others show
+/// from the page where the flow meets them.
+struct fixed_block {
+    prepack::block fixed_body;
+    bool fixed_from_start = false;
+};
+
 /// The blocks of the document with `position: fixed`, in document order, inner ones too.
-std::vector<prepack::block> fixed_blocks(prepack::pack_document const& doc);
+std::vector<fixed_block> fixed_blocks(prepack::pack_document const& doc);
 
 /// Packs what is left in `info` of the absolute blocks of the page, against the page area, and the
 /// document's fixed blocks, and adds their boxes to the page's content.

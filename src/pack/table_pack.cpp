@@ -607,6 +607,22 @@ float pack_captions(page_info& info, std::vector<prepack::block> const& captions
     return c.commit_areas.container.top;
 }
 
+// The captions that show on a part of a split table, by their caption-page: on the first part, on the
+// parts that follow it, or on all.
+std::vector<prepack::block> captions_on(std::vector<prepack::block> const& captions, bool first_part) {
+    std::vector<prepack::block> out;
+    for (auto const& c : captions) {
+        auto const page = c.block_style && c.block_style->rare_props ? c.block_style->rare_props->rare_props_caption_page
+                                                                     : css::box::caption_page::first;
+        bool const shows = page == css::box::caption_page::all_pages ||
+                           (page == css::box::caption_page::first) == first_part;
+        if (shows) {
+            out.push_back(c);
+        }
+    }
+    return out;
+}
+
 } // namespace
 
 measure_scope::measure_scope() {
@@ -842,8 +858,15 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
     }
     std::vector<ref<box>> outside;
     float y = inner.container.top;
-    if (!t.table_started) {
-        y = pack_captions(info, t.caption_tops, inner, y, outside);
+    bool const first_part = !t.table_started;
+    y = pack_captions(info, captions_on(t.caption_tops, first_part), inner, y, outside);
+    // The captions below this part take their room from the rows.
+    auto const bottom_captions = captions_on(t.caption_bottoms, first_part);
+    float bottom_captions_h = 0;
+    if (!bottom_captions.empty()) {
+        auto trial = info;
+        std::vector<ref<box>> ignored;
+        bottom_captions_h = inner.container.top - pack_captions(trial, bottom_captions, inner, inner.container.top, ignored);
     }
 
     // The rows of this part.
@@ -917,7 +940,7 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
     float const header_h = header.rows.empty() ? 0 : header.total() + vs;
     float const footer_h = footer.rows.empty() ? 0 : footer.total() + vs;
     float const body_top = y - top_edge - header_h;
-    float const limit = inner.container.bottom + footer_h + bottom_edge;
+    float const limit = inner.container.bottom + footer_h + bottom_edge + bottom_captions_h;
     bool const must_place = info.flags.max_page_area;
     // The most a row can have on any page: the body of a page less the header and footer.
     float const page_room = areas::height_of(info.general.body_area) - header_h - footer_h - top_edge - bottom_edge;
@@ -1059,6 +1082,7 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
     }
 
     tablebox tb;
+    tb.tablebox_cells_from = backgrounds.size();
     tb.rows = std::move(backgrounds);
     tb.rows.insert(tb.rows.end(), std::make_move_iterator(cell_rows.begin()), std::make_move_iterator(cell_rows.end()));
     if (collapse && !page_rows.empty() && ncols > 0) {
@@ -1081,13 +1105,11 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
         rest_table.computed_row_from = stop_r;
         rest_table.computed_first_row = std::move(first_rest);
         auto rest = t;
-        rest.caption_tops.clear();
         rest.table_started = true;
         rest.table_blocks.at(0).block_content = prepack::bcontent_computed_table{std::move(rest_table)};
         remain = prepack::bcontent_computed_table_box{std::move(rest)};
-    } else {
-        end = pack_captions(info, t.caption_bottoms, inner, grid_bottom, outside);
     }
+    end = pack_captions(info, bottom_captions, inner, grid_bottom, outside);
 
     packed_table out{.info = std::move(info), .areas = mc::moved_down(inner, inner.container.top - end)};
     out.remain = std::move(remain);

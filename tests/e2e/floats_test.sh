@@ -95,16 +95,115 @@ widest=$(pdftotext -f 1 -l 1 -bbox note.pdf - | sed -n 's/.*xMax="\([0-9.]*\)".*
     awk '$2 != "Marginnote" && $1 > m { m = $1 } END { print m }')
 awk -v w="$widest" 'BEGIN { exit !(w > 200) }' || fail "note: the text lost width to the note (right edge $widest)"
 
-# Page floats are not laid out as such yet: their content stays in the flow, and the run says so once.
+# Page floats: a float to the top goes above the text before its call, one to the bottom under the
+# text after it; both keep the body's width, and no warning is given.
 cat >pagefloat.html <<'HTML'
-<!DOCTYPE html><html><body><p>Before</p><div style="float: top">Topfloat one</div>
-<div style="float: bottom">Bottomfloat two</div><p>After</p></body></html>
+<!DOCTYPE html><html><head><style>
+@page { size: 300pt 400pt; margin: 30pt }
+body { margin: 0; font: 10pt/12pt "DejaVu Sans" }
+p { margin: 0 }
+.top { float: top; height: 50pt; background: #ccc }
+.bottom { float: bottom; height: 40pt; background: #888 }
+</style></head><body><p>Beforecall text.</p><div class="top">Topfloat one</div>
+<div class="bottom">Bottomfloat two</div><p>Aftercall text.</p></body></html>
 HTML
 timeout 60 "$VELLUM" pagefloat.html -o pagefloat.pdf 2>pagefloat.err
 expect_eq "page floats: status" "$?" 0
-text=$(pdftotext pagefloat.pdf -)
-expect_contains "page float content kept" "$text" "Topfloat one"
-expect_contains "second page float content kept" "$text" "Bottomfloat two"
-expect_eq "page floats: one warning" "$(grep -c 'page floats are not supported yet' pagefloat.err)" 1
+qpdf_clean "page floats" pagefloat.pdf
+expect_eq "page floats: one page" "$(pdfinfo pagefloat.pdf | awk '/^Pages:/ { print $2 }')" 1
+read -r tx ty <<<"$(box_of pagefloat.pdf 1 Topfloat)"
+read -r bx by <<<"$(box_of pagefloat.pdf 1 Bottomfloat)"
+read -r px py <<<"$(box_of pagefloat.pdf 1 Beforecall)"
+read -r ax ay <<<"$(box_of pagefloat.pdf 1 Aftercall)"
+# The top float's first line stands at the top of the body (y = 30), the text below its 50pt.
+awk -v ty="$ty" -v py="$py" 'BEGIN { exit !(ty < 33 && py >= 79) }' ||
+    fail "page floats: top float at $ty, text before its call at $py"
+awk -v ay="$ay" -v py="$py" 'BEGIN { exit !(ay > py && ay < py + 15) }' ||
+    fail "page floats: the text after the calls ($ay) does not follow the text before ($py)"
+# The bottom float's box ends on the body's bottom (y = 370): its first line is in its last 40pt.
+awk -v by="$by" 'BEGIN { exit !(by >= 330 && by < 345) }' || fail "page floats: bottom float at $by"
+expect_not_contains "page floats: no warning" "$(cat pagefloat.err)" "page float"
+# The float's background spans the body: a grey row across the page under the top float's text.
+pdftoppm -r 72 -gray -f 1 -l 1 -x 0 -y 60 -W 300 -H 1 pagefloat.pdf row
+row=$(python3 -c "
+import sys
+d=open('row-1.pgm','rb').read().split(b'\n',3)[3]
+print(sum(1 for v in d if v < 230))")
+awk -v n="$row" 'BEGIN { exit !(n >= 235 && n <= 245) }' || fail "page floats: grey row $n px wide, not the body's 240"
+
+# The page rule's @page-float-top region frames the top floats: its border is drawn under them and
+# its margin keeps the text away.
+cat >region.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 300pt 400pt; margin: 30pt; @page-float-top { border-bottom: 2pt solid black; margin-bottom: 8pt } }
+body { margin: 0; font: 10pt/12pt "DejaVu Sans" }
+p { margin: 0 }
+.top { float: top; height: 40pt }
+</style></head><body><p>Regiontext first.</p><div class="top">Framedfloat</div></body></html>
+HTML
+timeout 60 "$VELLUM" region.html -o region.pdf 2>region.err
+expect_eq "region: status" "$?" 0
+read -r rx ry <<<"$(box_of region.pdf 1 Regiontext)"
+# The float takes 40pt from the body's top at 30, the border 2pt, the margin 8pt: text at 80.
+awk -v ry="$ry" 'BEGIN { exit !(ry >= 79.5 && ry < 83) }' || fail "region: text at $ry, not below the framed float"
+# A black rule across the body at y 70 to 72.
+pdftoppm -r 72 -gray -f 1 -l 1 -x 0 -y 71 -W 300 -H 1 region.pdf rule
+dark=$(python3 -c "
+d=open('rule-1.pgm','rb').read().split(b'\n',3)[3]
+print(sum(1 for v in d if v < 100))")
+awk -v n="$dark" 'BEGIN { exit !(n >= 235 && n <= 245) }' || fail "region: the border under the floats is $dark px wide"
+
+# A float too tall for what is left of the page waits for the next page's top; the text goes on
+# around it, and the float after it waits behind it, in order. A float with "next" never lands on
+# the page of its call.
+{
+    echo '<!DOCTYPE html><html><head><style>
+@page { size: 300pt 400pt; margin: 30pt }
+body { margin: 0; font: 10pt/12pt "DejaVu Sans" }
+p { margin: 0 }
+.big { float: top; height: 200pt }
+.small { float: top; height: 20pt }
+.next { float: bottom next; height: 20pt }
+</style></head><body>'
+    for i in $(seq 1 15); do echo "<p>Line $i.</p>"; done
+    echo '<p>Nextcall here.</p><div class="next">Nextfloat</div>'
+    echo '<div class="big">Bigfloat</div><div class="small">Smallfloat</div>'
+    for i in $(seq 16 30); do echo "<p>Line $i.</p>"; done
+    echo '</body></html>'
+} >defer.html
+timeout 60 "$VELLUM" defer.html -o defer.pdf 2>defer.err
+expect_eq "defer: status" "$?" 0
+qpdf_clean "defer" defer.pdf
+[ -n "$(box_of defer.pdf 1 Nextcall)" ] || fail "defer: the call of the next float is not on page 1"
+[ -z "$(box_of defer.pdf 1 Nextfloat)" ] || fail "defer: a next float on the page of its call"
+[ -n "$(box_of defer.pdf 2 Nextfloat)" ] || fail "defer: the next float is not on page 2"
+read -r gx gy <<<"$(box_of defer.pdf 2 Bigfloat)"
+read -r sx sy <<<"$(box_of defer.pdf 2 Smallfloat)"
+awk -v gy="$gy" -v sy="$sy" 'BEGIN { exit !(gy < 33 && sy > gy + 195) }' ||
+    fail "defer: big float at $gy and small float at $sy on page 2, not stacked in order at the top"
+# The text after the calls fills page 1 before going on below the floats of page 2.
+pdftotext -f 1 -l 1 defer.pdf - | grep -q "Line 20" || fail "defer: page 1 not filled with the text after the calls"
+expect_eq "defer: each float once" "$(pdftotext defer.pdf - | grep -c -e Bigfloat -e Smallfloat -e Nextfloat)" 3
+
+# A page float inside a paragraph leaves the line and goes to the top; "unless-fit" keeps a float
+# that fits where it stands in the flow.
+cat >inpara.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 300pt 400pt; margin: 30pt }
+body { margin: 0; font: 10pt/12pt "DejaVu Sans" }
+p { margin: 0 }
+</style></head><body><p>Firstline words <span style="float: top; display: block">Spanfloat</span> goes on.</p>
+<div style="float: bottom unless-fit">Staysput here</div><p>Lastline.</p></body></html>
+HTML
+timeout 60 "$VELLUM" inpara.html -o inpara.pdf 2>inpara.err
+expect_eq "in paragraph: status" "$?" 0
+read -r sx sy <<<"$(box_of inpara.pdf 1 Spanfloat)"
+read -r fx fy <<<"$(box_of inpara.pdf 1 Firstline)"
+read -r ux uy <<<"$(box_of inpara.pdf 1 Staysput)"
+read -r lx ly <<<"$(box_of inpara.pdf 1 Lastline.)"
+awk -v sy="$sy" -v fy="$fy" 'BEGIN { exit !(sy < 33 && fy > sy + 10) }' ||
+    fail "in paragraph: float at $sy, its paragraph at $fy"
+awk -v uy="$uy" -v ly="$ly" 'BEGIN { exit !(uy < ly && ly < uy + 15) }' ||
+    fail "unless-fit: the float ($uy) is not in the flow before the last line ($ly)"
 
 finish

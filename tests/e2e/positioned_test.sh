@@ -93,4 +93,58 @@ timeout 60 "$VELLUM" rev.html -o rev.pdf 2>rev.err
 qpdf_clean "reversed" rev.pdf
 pdftoppm -r 72 -png -f 1 -l 1 rev.pdf page
 expect_eq "overlap painted blue" "$(pixel 150 200)" "0 0 255"
+# A fixed box shows from the page its place in the text falls on: one met on page 2 is on pages 2
+# and 3, not on page 1; its id stands on page 2.
+cat >late.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 400pt 300pt; margin: 20pt }
+body { margin: 0; font: 10pt/12pt "DejaVu Sans" }
+.stamp { position: fixed; bottom: 0; right: 0 }
+a::after { content: target-counter(attr(href), page) }
+</style></head><body>
+<p>Stamp on page <a href="#late"></a>.</p>
+<p style="break-before: page">Second page.</p>
+<div class="stamp" id="late">LATESTAMP</div>
+<p style="break-before: page">Third page.</p>
+</body></html>
+HTML
+timeout 60 "$VELLUM" late.html -o late.pdf 2>late.err
+expect_eq "late fixed: status" "$?" 0
+qpdf_clean "late fixed" late.pdf
+for n in 1 2 3; do
+    count=$(pdftotext -f $n -l $n late.pdf - | grep -c LATESTAMP)
+    expect_eq "late fixed: on page $n" "$count" "$([ $n = 1 ] && echo 0 || echo 1)"
+done
+# A reference to it counts the page where it first stands.
+expect_contains "late fixed: its id's page" "$(pdftotext -f 1 -l 1 late.pdf - | tr -s ' \n' ' ')" "Stamp on page 2"
+
+# An absolute box inside a float that is not positioned belongs to the float's containing block (here
+# the page area, 20pt to 380pt across); right to left, a box with both offsets set keeps its right
+# offset, and one left at its static place ends at the flow's right edge.
+cat >inner.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 400pt 300pt; margin: 20pt }
+body { margin: 0; font: 10pt/12pt "DejaVu Sans" }
+.fl { float: left; width: 100pt; height: 50pt; margin-top: 100pt }
+.corner { position: absolute; top: 0; right: 0 }
+.rtl { direction: rtl }
+.both { position: absolute; top: 200pt; left: 10pt; right: 30pt; width: 50pt }
+.stat { position: absolute; width: 60pt }
+</style></head><body>
+<div class="fl">Floattext <span class="corner">CORNERMARK</span></div>
+<div class="rtl"><p>Line</p><div class="both">RTLBOTH</div><div class="stat">RTLSTATIC</div></div>
+</body></html>
+HTML
+timeout 60 "$VELLUM" inner.html -o inner.pdf 2>inner.err
+expect_eq "inner: status" "$?" 0
+qpdf_clean "inner" inner.pdf
+bbox=$(pdftotext -bbox inner.pdf -)
+set -- $(word_box CORNERMARK)
+expect_eq "absolute in float: against the page area's right" "$(( $3 >= 377 && $3 <= 381 ))" 1
+expect_eq "absolute in float: at the page area's top" "$(( $2 >= 20 && $2 <= 23 ))" 1
+set -- $(word_box RTLBOTH)
+# Right offset 30pt: the 50pt box spans 300 to 350; its text starts at its right edge.
+expect_eq "rtl absolute: right edge from the right offset" "$(( $3 >= 345 && $3 <= 351 ))" 1
+set -- $(word_box RTLSTATIC)
+expect_eq "rtl absolute: static place at the right" "$(( $3 >= 375 && $3 <= 381 ))" 1
 finish

@@ -74,6 +74,51 @@ expect_eq "long: caption once" "$(echo "$all" | grep -c 'Long caption')" 1
 last=$(pdftotext -f "$pages" -l "$pages" long.pdf -)
 expect_contains "long: forced break before the last row" "$last" "Forced"
 expect_not_contains "long: forced row alone" "$last" "Row120"
+# caption-page: a caption shown on every part of a split table, and one under the parts that follow
+# the first.
+{
+    echo '<!DOCTYPE html><html><head><style>'
+    echo '@page { size: 400pt 300pt; margin: 30pt } body { margin: 0; font: 10pt "DejaVu Sans" }'
+    echo 'table { width: 100% } .all { caption-page: all } .next { caption-side: bottom; caption-page: following }'
+    echo '</style></head><body><table><caption class="all">Everypage caption</caption>'
+    echo '<caption class="next">Continued caption</caption><tbody>'
+    for i in $(seq 1 60); do echo "<tr><td>Row$i</td></tr>"; done
+    echo '</tbody></table></body></html>'
+} >captions.html
+timeout 60 "$VELLUM" captions.html -o captions.pdf 2>captions.err
+expect_eq "captions: status" "$?" 0
+qpdf_clean "captions" captions.pdf
+cpages=$(pdfinfo captions.pdf | awk '/^Pages:/ {print $2}')
+expect_eq "captions: several pages" "$((cpages >= 3))" 1
+for p in $(seq 1 "$cpages"); do
+    t=$(pdftotext -f "$p" -l "$p" captions.pdf - | tr -d '\f')
+    expect_contains "captions: top caption on page $p" "$(echo "$t" | grep -v '^$' | head -1)" "Everypage caption"
+    if [ "$p" = 1 ]; then
+        expect_not_contains "captions: no continued caption on page 1" "$t" "Continued caption"
+    else
+        expect_contains "captions: continued caption last on page $p" "$(echo "$t" | grep -v '^$' | tail -1)" \
+            "Continued caption"
+    fi
+done
+expect_eq "captions: every row once" "$(pdftotext captions.pdf - | grep -o 'Row[0-9]*' | wc -l)" 60
+
+# An inline table stands on its first row's baseline; table-baseline: 2 on its second row's.
+# (XHTML, where a table may stand inside a paragraph.)
+cat >inline.xhtml <<'HTML'
+<html xmlns="http://www.w3.org/1999/xhtml"><head><style>
+@page { size: 400pt 300pt; margin: 30pt } body { margin: 0; font: 10pt/12pt "DejaVu Sans" }
+table { display: inline-table } td { padding: 2pt }
+</style></head><body>
+<p>Firstbase <table><tr><td>Rowone</td></tr><tr><td>Rowtwo</td></tr></table> text.</p>
+<p>Secondbase <table style="table-baseline: 2"><tr><td>Rowthree</td></tr><tr><td>Rowfour</td></tr></table> text.</p>
+</body></html>
+HTML
+timeout 60 "$VELLUM" inline.xhtml -o inline.pdf 2>inline.err
+expect_eq "inline table: status" "$?" 0
+pdftotext -bbox inline.pdf bbox.html
+expect_eq "inline table: first row on the baseline" "$(word_box 4 Rowone)" "$(word_box 4 Firstbase)"
+expect_eq "inline table: table-baseline 2" "$(word_box 4 Rowfour)" "$(word_box 4 Secondbase)"
+
 # The rows of a page follow each other: Row1 under the header, in order.
 first=$(pdftotext -f 1 -l 1 long.pdf - | grep -o '^Row[0-9]*$' | tr '\n' ' ')
 expect_contains "long: rows in order" "$first" "Row1 Row2 Row3 "

@@ -473,6 +473,13 @@ TEST(run_in, a_run_in_heading_starts_the_next_paragraph) {
     EXPECT_NE(dump(last).find("    h3 y=10 h=10 lines=1\n"), std::string::npos) << dump(last);
 }
 
+TEST(run_in, a_block_of_blocks_takes_the_run_in_into_its_first_paragraph) {
+    auto const pages = pack_html("h3 { display: run-in; font-size: 8pt; margin: 0 }",
+                                 "<h3>Head.</h3><div><p>text</p><p>more</p></div>");
+    auto const d = dump(pages);
+    EXPECT_EQ(d, "page 1\n  body y=0 h=20\n    div y=0 h=20\n      p y=0 h=10 lines=1\n      p y=10 h=10 lines=1\n");
+}
+
 TEST(run_in, the_heading_goes_on_with_its_paragraph) {
     // The merged paragraph doesn't fit: the run-in heading goes to the next page with it.
     auto const pages = pack_html("h3 { display: run-in; font-size: 8pt; margin: 0 } .big { page-break-inside: avoid }",

@@ -54,6 +54,20 @@ TEST(positioned, horizontal_equation) {
          {.axis_room = 300, .axis_start = 10, .axis_end = 10, .axis_size = 100, .axis_margin_end = 20,
           .axis_edges = 10},
          {.axis_offset = 10, .axis_margin_start = 150, .axis_margin_end = 20, .axis_size = 100}},
+        // Right to left the static place is where the box's right margin edge would stand.
+        {"rtl, all auto: right edge at the static place",
+         {.axis_room = 300, .axis_edges = 10, .axis_static = 260, .axis_rtl = true},
+         {.axis_offset = 200, .axis_size = 50}},
+        {"rtl, width only: right edge at the static place",
+         {.axis_room = 300, .axis_size = 100, .axis_edges = 10, .axis_static = 260, .axis_rtl = true},
+         {.axis_offset = 150, .axis_size = 100}},
+        {"rtl, over-constrained: the left offset is ignored",
+         {.axis_room = 300, .axis_start = 10, .axis_end = 10, .axis_size = 100, .axis_margin_start = 0,
+          .axis_margin_end = 0, .axis_edges = 10, .axis_rtl = true},
+         {.axis_offset = 180, .axis_margin_start = 0, .axis_margin_end = 0, .axis_size = 100}},
+        {"rtl, centring a box too wide keeps it at the end edge",
+         {.axis_room = 100, .axis_start = 10, .axis_end = 10, .axis_size = 100, .axis_edges = 10, .axis_rtl = true},
+         {.axis_offset = 10, .axis_margin_start = -30, .axis_margin_end = 0, .axis_size = 100}},
     };
     for (auto const& c : cases) {
         SCOPED_TRACE(c.name);
