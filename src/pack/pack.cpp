@@ -553,11 +553,11 @@ page_out pack_page(doc_state& st,
         for (auto const& f : float_set.bottoms) {
             reach_fixed(st, f.placed_packed.packed_fixed);
         }
+        // A fixed box is fixed to the page: it repeats on every page, the first ones included, wherever
+        // its element stands in the text.
         std::vector<prepack::block> shown;
-        for (std::size_t k = 0; k < st.fixed.size(); ++k) {
-            if (k < st.fixed_reached || st.fixed[k].fixed_from_start) {
-                shown.push_back(st.fixed[k].fixed_body);
-            }
+        for (auto const& f : st.fixed) {
+            shown.push_back(f.fixed_body);
         }
         positioned::place_on_page(info, pa.pa_body_area, shown, content);
         // Fixed blocks inside the boxes just placed show from the next page.
