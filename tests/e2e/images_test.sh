@@ -14,7 +14,7 @@ fi
 $PY "$DATA/../tools/gen_test_images.py" imgs || { echo "cannot make the test images" >&2; exit 77; }
 
 # One image a page, 80pt square at (10pt, 10pt) of a 100pt page: at 72 dpi a pixel is a point.
-kinds="rgb.png interlaced.png gray.png bw.png rgba.png palette.png rgb16.png rgba16.png rgb.jpg progressive.jpg gray.jpg cmyk.jpg grid.gif grid.tif jpeg-named.png"
+kinds="rgb.png interlaced.png gray.png bw.png rgba.png palette.png rgb16.png rgba16.png rgb.jpg progressive.jpg gray.jpg cmyk.jpg grid.gif grid.tif rgb16.tif jpeg-named.png"
 {
     echo '<!DOCTYPE html><html><head><style>@page { size: 100pt 100pt; margin: 10pt } body { margin: 0 }'
     echo 'img { display: block; width: 80pt; height: 80pt; page-break-after: always }</style></head><body>'
@@ -177,5 +177,88 @@ print("\n".join(bad) if bad else "ok")
 PY
 )
 expect_eq "backgrounds: pixels" "$result" "ok"
+
+# object-fit and object-position place the picture in its box; the HTML size attributes read "40px"
+# and "50%" as browsers do. Each image on a page of its own, its box at (10pt, 10pt).
+cat >fit.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 100pt 100pt; margin: 10pt } body { margin: 0 }
+img, div { display: block; page-break-after: always }
+.box { width: 80pt; height: 40pt }
+.contain { object-fit: contain } .cover { object-fit: cover }
+.none { object-fit: none; object-position: 0 0 }
+</style></head><body>
+<img class="box contain" src="imgs/rgb.png" alt="c"><img class="box cover" src="imgs/rgb.png" alt="v">
+<img class="box none" src="imgs/rgb.png" alt="n"><img src="imgs/rgb.png" width="40px" alt="w">
+<div style="width: 60pt"><img src="imgs/rgb.png" width="50%" alt="p"></div>
+</body></html>
+HTML
+timeout 60 "$VELLUM" fit.html -o fit.pdf 2>fit.err
+expect_eq "fit: status" "$?" 0
+expect_eq "fit: no warnings" "$(cat fit.err)" ""
+qpdf_clean "fit" fit.pdf
+pdftoppm -r 72 -png fit.pdf fit
+result=$($PY - <<'PY'
+from PIL import Image
+bad = []
+def px(page, x, y):
+    return Image.open(f"fit-{page}.png").convert("RGB").getpixel((x, y))
+def near(name, got, want, tol=40):
+    if max(abs(a - b) for a, b in zip(got, want)) > tol:
+        bad.append(f"{name}: want {want} got {got}")
+red, green, blue, white = (255, 0, 0), (0, 160, 0), (0, 0, 255), (255, 255, 255)
+# contain: a 40pt square in the middle of the 80pt by 40pt box, white bands beside it.
+near("contain band", px(1, 15, 30), white)
+near("contain red", px(1, 35, 15), red)
+near("contain green", px(1, 65, 15), green)
+near("contain right band", px(1, 85, 30), white)
+# cover: an 80pt square cut to the box's 40pt, its middle showing; nothing below the box.
+near("cover top", px(2, 15, 15), red)
+near("cover bottom", px(2, 15, 45), blue)
+near("cover right", px(2, 85, 45), white)
+near("cover clipped", px(2, 15, 56), white)
+near("cover clipped right", px(2, 60, 56), white)
+# none at 0 0: the natural 12pt square at the top left corner of the box.
+near("none picture", px(3, 13, 13), red)
+near("none beyond", px(3, 30, 15), white)
+# width="40px": 30pt wide, height by the ratio; width="50%" of a 60pt block: 30pt too.
+for page in (4, 5):
+    near(f"attribute size {page} inside", px(page, 37, 12), green)
+    near(f"attribute size {page} beyond", px(page, 43, 12), white)
+    near(f"attribute size {page} below", px(page, 12, 43), white)
+print("\n".join(bad) if bad else "ok")
+PY
+)
+expect_eq "fit: pixels" "$result" "ok"
+
+# A gradient to transparent shows what lies under it, through a soft mask made of the stops' opacities.
+cat >fade.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 200pt 100pt; margin: 0 } body { margin: 0 }
+div { width: 200pt; height: 100pt; background: linear-gradient(to right, red, transparent) blue }
+</style></head><body><div></div></body></html>
+HTML
+timeout 60 "$VELLUM" fade.html -o fade.pdf 2>fade.err
+expect_eq "fade: status" "$?" 0
+qpdf_clean "fade" fade.pdf
+fadeq=$(qpdf --qdf --object-streams=disable fade.pdf - | tr -d '\0' | tr -s ' \n' ' ')
+expect_contains "fade: luminosity mask" "$fadeq" "/S /Luminosity"
+pdftoppm -r 72 -png fade.pdf fade
+result=$($PY - <<'PY'
+from PIL import Image
+im = Image.open("fade-1.png").convert("RGB")
+left, mid, right = im.getpixel((2, 50)), im.getpixel((100, 50)), im.getpixel((197, 50))
+bad = []
+if not (left[0] > 220 and left[2] < 40):
+    bad.append(f"left {left}")
+if not (right[2] > 220 and right[0] < 40):
+    bad.append(f"right {right}")
+# Half way: red over blue at half strength, and no grey or white mixed in.
+if not (90 < mid[0] < 170 and 90 < mid[2] < 170 and mid[1] < 40):
+    bad.append(f"middle {mid}")
+print("\n".join(bad) if bad else "ok")
+PY
+)
+expect_eq "fade: pixels" "$result" "ok"
 
 finish
