@@ -535,6 +535,19 @@ std::optional<page_objects::shading> gradient_shading(css::value::function const
     return std::nullopt;
 }
 
+std::pair<double, double> image_size_at(image::image_info const& info, css::box::image_resolution const& resolution) {
+    double dpi_x = 96;
+    double dpi_y = 96;
+    if (auto const* d = std::get_if<css::box::resolution_dpi>(&resolution); d && d->dpi > 0) {
+        dpi_x = dpi_y = d->dpi;
+    } else if (std::holds_alternative<css::box::resolution_from_image>(resolution) && info.image_dpi &&
+               info.image_dpi->dpi_x > 0 && info.image_dpi->dpi_y > 0) {
+        dpi_x = info.image_dpi->dpi_x;
+        dpi_y = info.image_dpi->dpi_y;
+    }
+    return {info.image_width * 72.0 / dpi_x, info.image_height * 72.0 / dpi_y};
+}
+
 void paint_layers(log::log const& log,
                   content::out const& o,
                   content::gs& g,
@@ -543,6 +556,7 @@ void paint_layers(log::log const& log,
                   layer_boxes const& boxes,
                   float font_size,
                   css::color::color const& current_color,
+                  css::box::image_resolution const& image_resolution,
                   double alpha) {
     auto const box_of = [&](css::box::background_box b) -> borders::frame const& {
         switch (b) {
@@ -560,7 +574,8 @@ void paint_layers(log::log const& log,
         auto const pick = [&](auto const& list) {
             return list.empty() ? std::remove_cvref_t<decltype(list[0])>{} : list[std::min(n, list.size() - 1)];
         };
-        auto const& area = box_of(pick(background.background_origin));
+        bool const fixed = pick(background.background_attachment) == css::box::background_attachment::fixed;
+        auto const& area = fixed && boxes.page_area ? *boxes.page_area : box_of(pick(background.background_origin));
         auto const& clip = box_of(pick(background.background_clip));
         if (width(clip) <= 0 || height(clip) <= 0) {
             continue;
@@ -574,7 +589,7 @@ void paint_layers(log::log const& log,
                                return;
                            }
                            auto const& info = (*id)->image_info;
-                           auto const t = place_tile(area, std::pair{info.image_width * 0.75, info.image_height * 0.75},
+                           auto const t = place_tile(area, image_size_at(info, image_resolution),
                                                      pick(background.background_size),
                                                      pick(background.background_position),
                                                      pick(background.background_repeat));

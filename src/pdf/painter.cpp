@@ -197,6 +197,8 @@ struct painter {
     std::vector<std::pair<tagging::element_key, int>> tag_stack;
     /// Inside an artifact (decoration, page furniture) nothing is marked as content.
     int artifact_depth = 0;
+    /// The page box being painted, where fixed backgrounds are placed.
+    std::optional<borders::frame> page_area;
 
     // ---- Tagging --------------------------------------------------------------------------------------
 
@@ -333,8 +335,9 @@ struct painter {
         paint_background::paint_layers(log, o, g, *options.objects, *layers,
                                        {.border_box = border_box,
                                         .padding_box = padding_box,
-                                        .content_box = borders::inset(padding_box, padding_widths(used))},
-                                       style.font_size, style.color, alpha);
+                                        .content_box = borders::inset(padding_box, padding_widths(used)),
+                                        .page_area = page_area},
+                                       style.font_size, style.color, style.background_image_resolution, alpha);
     }
 
     void background_color(borders::frame const& border_box,
@@ -676,16 +679,9 @@ struct painter {
         if (style.object_fit == css::box::object_fit::fill || info.image_width <= 0 || info.image_height <= 0) {
             return {x, y, w, h};
         }
-        float dpi_x = 96;
-        float dpi_y = 96;
-        if (auto const* d = std::get_if<css::box::resolution_dpi>(&style.image_resolution); d && d->dpi > 0) {
-            dpi_x = dpi_y = d->dpi;
-        } else if (std::holds_alternative<css::box::resolution_from_image>(style.image_resolution) && info.image_dpi) {
-            dpi_x = info.image_dpi->dpi_x;
-            dpi_y = info.image_dpi->dpi_y;
-        }
-        float const nw = info.image_width * 72.0f / dpi_x;
-        float const nh = info.image_height * 72.0f / dpi_y;
+        auto const natural = paint_background::image_size_at(info, style.image_resolution);
+        float const nw = float(natural.first);
+        float const nh = float(natural.second);
         float const contain = std::min(w / nw, h / nh);
         float scale = 1;
         switch (style.object_fit) {
@@ -918,6 +914,7 @@ struct painter {
         auto const& body = p.body_box;
         borders::frame const page_box{body.body_pos.x, body.body_pos.y - body.body_size.h,
                                       body.body_pos.x + body.body_size.w, body.body_pos.y};
+        page_area = page_box;
         // The page's own backgrounds and borders are decoration, not content.
         ++artifact_depth;
         if (options.tags) {

@@ -253,6 +253,8 @@ std::vector<element_row> const& longhand_rows() {
         {"max-width", {L::max_width}, "none", "80%"},
         {"min-height", {L::min_height}, "0", "2em"},
         {"min-width", {L::min_width}, "0", "100pt"},
+        {"object-fit", {L::object_fit}, "fill", "scale-down"},
+        {"object-position", {L::object_position}, "50% 50%", "left 10px top 20%"},
         {"opacity", {L::opacity}, "1.0", "0.5"},
         {"orphans", {L::orphans}, "2", "3"},
         {"overflow", {L::overflow}, "visible", "hidden"},
@@ -268,7 +270,7 @@ std::vector<element_row> const& longhand_rows() {
         {"page-group", {L::page_group}, "auto", "start"},
         {"position", {L::position}, "static", "running(header)"},
         {"-vellum-footnote-policy", {L::vellum_footnote_policy}, "auto", "line"},
-        {"-vellum-image-magic", {L::vellum_image_magic}, "none", "convert-bitmaps"},
+        {"-vellum-image-magic", {L::vellum_image_magic}, "none", "ignore-icc-profile jpeg-quality 80"},
         {"-vellum-lang", {L::vellum_lang}, "none", "\"en-GB\""},
         {"-vellum-linebreak-magic", {L::vellum_linebreak_magic}, "auto", "none"},
         {"-vellum-pdf-destination", {L::vellum_pdf_destination}, "none", "attr(id)"},
@@ -484,7 +486,7 @@ TEST(property_table, every_name_has_a_row) {
         add(r.name);
     }
     EXPECT_EQ(longhand_rows().size(), longhand_count);
-    EXPECT_EQ(seen.size(), 204u);
+    EXPECT_EQ(seen.size(), 206u);
     EXPECT_EQ(seen.size(), static_cast<std::size_t>(propnames::prop_name_count));
 }
 

@@ -261,4 +261,34 @@ PY
 )
 expect_eq "fade: pixels" "$result" "ok"
 
+# background-attachment: fixed places the image against the page area, not the box; and
+# background-image-resolution sizes a background image (48 dpi: a 16-pixel image is 24pt wide).
+cat >fixed.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 100pt 200pt; margin: 10pt } body { margin: 0 }
+.res { height: 50pt; background: url(imgs/rgb.png) no-repeat; background-image-resolution: 48dpi }
+.fixed { margin-top: 50pt; height: 80pt; background: url(imgs/rgb.png) no-repeat fixed 0 60% }
+</style></head><body><div class="res"></div><div class="fixed"></div></body></html>
+HTML
+timeout 60 "$VELLUM" fixed.html -o fixed.pdf 2>fixed.err
+expect_eq "fixed: status" "$?" 0
+expect_eq "fixed: no warnings" "$(cat fixed.err)" ""
+pdftoppm -r 72 -png fixed.pdf fixedpx
+result=$($PY - <<'PY'
+from PIL import Image
+im = Image.open("fixedpx-1.png").convert("RGB")
+bad = []
+def near(name, got, want, tol=40):
+    if max(abs(a - b) for a, b in zip(got, want)) > tol:
+        bad.append(f"{name}: want {want} got {got}")
+near("resolution: green quadrant 24pt wide", im.getpixel((30, 13)), (0, 160, 0))
+near("resolution: beyond the image", im.getpixel((40, 13)), (255, 255, 255))
+# 60% of the page area's free height: the image's top at 10 + 0.6 * 168 = 110.8pt.
+near("fixed: at the page position", im.getpixel((13, 113)), (255, 0, 0))
+near("fixed: not at the box position", im.getpixel((13, 153)), (255, 255, 255))
+print("\n".join(bad) if bad else "ok")
+PY
+)
+expect_eq "fixed: pixels" "$result" "ok"
+
 finish
