@@ -8,7 +8,6 @@
 #include "util/bytes.hpp"
 #include "util/result.hpp"
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <variant>
@@ -80,9 +79,7 @@ struct image_data_normal {
 /// A palette of RGB triples, with the index that stands for transparency.
 struct image_indexed {
     int image_indexed_colors = 0;
-    /// Three bytes an entry, or four when the palette was turned to CMYK.
     bytes::bytes image_indexed_palette;
-    image_color_space image_indexed_space = image_color_space::image_color_rgb;
     std::optional<int> image_indexed_mask;
     bool operator==(image_indexed const&) const = default;
 };
@@ -130,14 +127,5 @@ read_any_header(bytes::bytes const& data, std::optional<resource::image_format> 
 /// Decodes an image for the PDF. JPEG stays as it is unless `reencode_quality` asks for a new encoding.
 [[nodiscard]] result<image>
 decode_image(bytes::bytes const& data, resource::image_format format, std::optional<int> reencode_quality);
-
-/// The CMYK values of an RGB colour by the plain device formula: black is what no channel lights, and
-/// each ink what its complementary channel lacks beyond that. Components from 0 to 1.
-std::array<float, 4> rgb_to_cmyk(float r, float g, float b);
-
-/// The image with RGB samples turned to CMYK of 8 bits (a JPEG decoded first, 16-bit samples cut to
-/// 8 bits, a palette converted entry by entry), for output that allows no device RGB; images in other
-/// spaces, or with an ICC profile that keeps their colours device-independent, come back unchanged.
-[[nodiscard]] result<image> device_cmyk(image const& img);
 
 } // namespace vellum::image

@@ -1,6 +1,6 @@
 #include "pdf/color.hpp"
 
-#include "image/image.hpp"
+#include "image/convert.hpp"
 
 namespace vellum::pdf::color {
 
@@ -9,7 +9,7 @@ color without_rgb(color const& c) {
     if (v == nullptr) {
         return c;
     }
-    auto const k = image::rgb_to_cmyk(float(v->r), float(v->g), float(v->b));
+    auto const k = image::convert::rgb_to_cmyk(float(v->r), float(v->g), float(v->b));
     return cmyk{k[0], k[1], k[2], k[3]};
 }
 

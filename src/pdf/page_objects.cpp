@@ -1,6 +1,7 @@
 #include "pdf/page_objects.hpp"
 
 #include "css/styledom/sheets.hpp"
+#include "image/convert.hpp"
 #include "image/icc.hpp"
 #include "pdf/content.hpp"
 #include "pdf/paint_svg.hpp"
@@ -448,7 +449,7 @@ void write_image(log::log const& log,
     // A press profile gets process colours: device RGB pixels are turned to CMYK first.
     std::optional<image::image> converted;
     if (forbids_device_rgb(w)) {
-        auto cmyk = image::device_cmyk(img);
+        auto cmyk = image::convert::device_cmyk(img);
         if (!cmyk) {
             log::log_warning(log, cmyk.error());
         } else {
@@ -538,8 +539,7 @@ void write_image_data(log::log const& log,
                 auto const& ix = x.indexed;
                 d.dict_entries.emplace_back("BitsPerComponent", std::int64_t{8});
                 d.dict_entries.emplace_back(
-                    "ColorSpace", array{{name{"Indexed"}, name{device_space(ix.image_indexed_space)},
-                                         std::int64_t{ix.image_indexed_colors - 1},
+                    "ColorSpace", array{{name{"Indexed"}, name{"DeviceRGB"}, std::int64_t{ix.image_indexed_colors - 1},
                                          hex{std::string(ix.image_indexed_palette.chars())}}});
                 if (ix.image_indexed_mask && !keep_alpha) {
                     alpha_dropped();

@@ -1,5 +1,6 @@
 // The header readers and decoders on the test image set (made by tests/tools/gen_test_images.py): a
 // 16x16 grid of red, green, blue and white quadrants in each format and pixel kind, and broken files.
+#include "image/convert.hpp"
 #include "image/icc.hpp"
 #include "image/image.hpp"
 
@@ -166,31 +167,25 @@ TEST(image, jpeg_passes_through) {
 }
 
 TEST(image, rgb_turned_to_cmyk_for_press_output) {
+    using convert::device_cmyk;
+    using convert::rgb_to_cmyk;
     EXPECT_EQ(rgb_to_cmyk(1, 0, 0), (std::array<float, 4>{0, 1, 1, 0}));
     EXPECT_EQ(rgb_to_cmyk(0, 0, 0), (std::array<float, 4>{0, 0, 0, 1}));
     EXPECT_EQ(rgb_to_cmyk(1, 1, 1), (std::array<float, 4>{0, 0, 0, 0}));
-    // Each kind of RGB source ends as 8-bit CMYK: red quadrant at the top left is no cyan, full
+    // Each kind of RGB source ends as 8-bit CMYK: the red quadrant at the top left is no cyan, full
     // magenta and yellow, no black.
-    for (auto const* name : {"rgb.png", "rgb16.png", "rgb.jpg", "grid.gif"}) {
+    for (auto const* name : {"rgb.png", "rgb16.png", "rgb.jpg", "grid.gif", "rgb16.tif"}) {
         SCOPED_TRACE(name);
         auto const im = decode_image(file(name), *format_of_extension(name), std::nullopt);
         ASSERT_TRUE(im) << im.error();
         auto const cmyk = device_cmyk(*im);
         ASSERT_TRUE(cmyk) << cmyk.error();
-        std::span<std::uint8_t const> px;
-        std::size_t at = (2 * 16 + 2) * 4;
-        if (auto const* n = std::get_if<image_data_normal>(&cmyk->image_data)) {
-            EXPECT_EQ(n->image_data_color_space, image_color_space::image_color_cmyk);
-            EXPECT_EQ(n->image_data_buffer.image_buffer_kind, buffer_kind::image_buffer_8_bit);
-            ASSERT_EQ(n->image_data_buffer.buffer_bytes.size(), 16u * 16 * 4);
-            px = n->image_data_buffer.buffer_bytes.view();
-        } else {
-            auto const& x = std::get<image_data_indexed>(cmyk->image_data);
-            EXPECT_EQ(x.indexed.image_indexed_space, image_color_space::image_color_cmyk);
-            EXPECT_EQ(x.indexed.image_indexed_palette.size(), std::size_t(x.indexed.image_indexed_colors) * 4);
-            px = x.indexed.image_indexed_palette.view();
-            at = std::size_t(x.buffer.buffer_bytes.view()[2 * 16 + 2]) * 4;
-        }
+        auto const& n = std::get<image_data_normal>(cmyk->image_data);
+        EXPECT_EQ(n.image_data_color_space, image_color_space::image_color_cmyk);
+        EXPECT_EQ(n.image_data_buffer.image_buffer_kind, buffer_kind::image_buffer_8_bit);
+        ASSERT_EQ(n.image_data_buffer.buffer_bytes.size(), 16u * 16 * 4);
+        auto const px = n.image_data_buffer.buffer_bytes.view();
+        std::size_t const at = (2 * 16 + 2) * 4;
         EXPECT_LT(px[at], 30);
         EXPECT_GT(px[at + 1], 225);
         EXPECT_GT(px[at + 2], 225);

@@ -1,6 +1,6 @@
 // Presentational hints: the few attributes that become declarations of their own, because no selector of
-// a default sheet can turn them into a value: SVG presentation attributes, the sizes of replaced elements,
-// a table's cellpadding on its cells, and the link colour of the body on links.
+// a default sheet can turn them into a value: SVG presentation attributes, a table's cellpadding on its
+// cells, and the link colour of the body on links.
 #pragma once
 
 #include "css/priority.hpp"
@@ -8,9 +8,7 @@
 #include "document/dom.hpp"
 #include "resource/locator.hpp"
 
-#include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace vellum::styledom::hints {
@@ -34,14 +32,6 @@ std::vector<css::pdecls::pdeclaration> cellpadding_hint(dom::dom_element const& 
 
 /// "color" for a link from the link attribute of its body, at program origin.
 std::vector<css::pdecls::pdeclaration> link_color_hint(dom::dom_element const& e);
-
-/// The value of an HTML dimension attribute ("20", "20px", "50%") as browsers read it: a number of CSS
-/// pixels or a percentage, whatever follows the number ignored; nothing without a leading number.
-[[nodiscard]] std::optional<css::value::value> dimension_value(std::string_view text);
-
-/// "width" and "height" of an img, object, embed, video or image input from its attributes, at author
-/// origin and numbered 0, so that every author rule overrides them.
-std::vector<css::pdecls::pdeclaration> replaced_size_hints(dom::dom_element const& e);
 
 /// All hints of an element, in that order.
 std::vector<css::pdecls::pdeclaration> presentational_hints(dom::dom_element const& e,
