@@ -430,36 +430,9 @@ bool page_objects::needs_pdf_1_5() const {
     return objects_images && objects_images->any_16bit_image();
 }
 
+namespace {
+
 // The image's XObject as its data stands, with its mask first.
-void write_image_data(log::log const& log,
-                      writer& w,
-                      ref r,
-                      image::image const& img,
-                      images::image_magic const& magic,
-                      bool compress,
-                      std::map<std::pair<int, std::string>, ref>& icc_streams);
-
-void write_image(log::log const& log,
-                 writer& w,
-                 ref r,
-                 image::image const& img,
-                 images::image_magic const& magic,
-                 bool compress,
-                 std::map<std::pair<int, std::string>, ref>& icc_streams) {
-    // A press profile gets process colours: device RGB pixels are turned to CMYK first.
-    std::optional<image::image> converted;
-    if (forbids_device_rgb(w)) {
-        auto cmyk = image::convert::device_cmyk(img);
-        if (!cmyk) {
-            log::log_warning(log, cmyk.error());
-        } else {
-            converted = std::move(*cmyk);
-        }
-    }
-    image::image const& shown = converted ? *converted : img;
-    write_image_data(log, w, r, shown, magic, compress, icc_streams);
-}
-
 void write_image_data(log::log const& log,
                       writer& w,
                       ref r,
@@ -552,6 +525,29 @@ void write_image_data(log::log const& log,
             },
         },
         img.image_data);
+}
+
+} // namespace
+
+void write_image(log::log const& log,
+                 writer& w,
+                 ref r,
+                 image::image const& img,
+                 images::image_magic const& magic,
+                 bool compress,
+                 std::map<std::pair<int, std::string>, ref>& icc_streams) {
+    // A press profile gets process colours: device RGB pixels are turned to CMYK first.
+    std::optional<image::image> converted;
+    if (forbids_device_rgb(w)) {
+        auto cmyk = image::convert::device_cmyk(img);
+        if (!cmyk) {
+            log::log_warning(log, cmyk.error());
+        } else {
+            converted = std::move(*cmyk);
+        }
+    }
+    image::image const& shown = converted ? *converted : img;
+    write_image_data(log, w, r, shown, magic, compress, icc_streams);
 }
 
 } // namespace vellum::pdf::page_objects
