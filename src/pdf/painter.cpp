@@ -69,6 +69,8 @@ participation participation_of(box const& b, bool in_float_list) {
 struct child {
     box const* child_box = nullptr;
     bool child_is_float = false;
+    /// A row of a table, which is a structure element of its own in a tagged file.
+    bool child_is_row = false;
 };
 
 void add_children(pack::box_content const& content, std::vector<child>& out) {
@@ -98,7 +100,9 @@ void add_children(pack::box_content const& content, std::vector<child>& out) {
                    },
                    [&](pack::table const& t) {
                        for (auto const& r : t.table_box.rows) {
-                           add(r.row_content);
+                           if (r.row_content) {
+                               out.push_back({r.row_content.get(), false, true});
+                           }
                        }
                    },
                    [&](pack::para const& p) {
@@ -239,11 +243,14 @@ struct painter {
     }
 
     // Enters a box: a structure element of its own is noted for the content inside it.
-    bool enter(box const& b) {
+    bool enter(box const& b, bool is_row = false) {
         if (!options.tags) {
             return false;
         }
         auto key = key_of(b);
+        if (!key && is_row) {
+            key = tagging::element_key{.key_identity = &b, .key_role = "TR"};
+        }
         if (!key) {
             return false;
         }
@@ -507,7 +514,7 @@ struct painter {
         for (auto const& c : children_of(b)) {
             std::visit(overloaded{
                            [&](in_flow const&) {
-                               bool const entered = enter(*c.child_box);
+                               bool const entered = enter(*c.child_box, c.child_is_row);
                                inside(*c.child_box, [&] { paint_z(*c.child_box, z); });
                                leave(entered);
                            },
@@ -535,7 +542,7 @@ struct painter {
                                if (l == layer::block_backgrounds) {
                                    own_background(*c.child_box);
                                }
-                               bool const entered = enter(*c.child_box);
+                               bool const entered = enter(*c.child_box, c.child_is_row);
                                inside(*c.child_box, [&] { walk(*c.child_box, l); });
                                leave(entered);
                            },
