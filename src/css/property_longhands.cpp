@@ -1920,8 +1920,50 @@ opt<keyword_list> keywords(value::value const& v) {
     return out;
 }
 
+// The image magic words; "jpeg-quality" takes the quality as a number after it or as its argument,
+// "jpeg-quality 80" or "jpeg-quality(80)", and is kept as the one word "jpeg-quality-80".
 opt<keyword_list> parse_image_magic(value::value const& v) {
-    return keywords(v);
+    if (is_keyword(v, "none")) {
+        return keyword_list{};
+    }
+    auto const quality = [](value::value const& t) -> std::optional<int> {
+        auto const* n = std::get_if<value::number>(&t);
+        if (n == nullptr) {
+            return std::nullopt;
+        }
+        double const q = std::visit([](auto x) { return double(x); }, n->number_value);
+        if (q != std::floor(q) || q < 0 || q > 100) {
+            return std::nullopt;
+        }
+        return int(q);
+    };
+    keyword_list out;
+    auto const terms = terms_of(v);
+    for (std::size_t i = 0; i < terms.size(); ++i) {
+        if (auto const* f = std::get_if<value::function>(&terms[i])) {
+            auto const q = f->function_args.size() == 1 ? quality(f->function_args[0]) : std::nullopt;
+            if (lexer::ascii_lower(f->function_name) != "jpeg-quality" || !q) {
+                return std::nullopt;
+            }
+            out.push_back("jpeg-quality-" + std::to_string(*q));
+            continue;
+        }
+        auto const k = keyword_of(terms[i]);
+        if (!k) {
+            return std::nullopt;
+        }
+        if (*k == "jpeg-quality") {
+            auto const q = i + 1 < terms.size() ? quality(terms[i + 1]) : std::nullopt;
+            if (!q) {
+                return std::nullopt;
+            }
+            out.push_back("jpeg-quality-" + std::to_string(*q));
+            ++i;
+            continue;
+        }
+        out.push_back(*k);
+    }
+    return out;
 }
 
 opt<keyword_list> parse_pdf_link_type(value::value const& v) {

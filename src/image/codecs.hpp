@@ -34,6 +34,8 @@ struct memory_source {
 
 [[nodiscard]] result<image_info> jpeg_header(bytes::bytes const& data, bool check_data);
 [[nodiscard]] result<image_jpeg_desc> jpeg_desc(bytes::bytes const& data);
+/// Decodes a JPEG into samples of 8 bits, row after row, and the number of components a pixel.
+[[nodiscard]] result<std::vector<std::uint8_t>> jpeg_pixels(bytes::bytes const& data, int& components);
 /// Decodes a JPEG and compresses it again at a quality from 0 to 100 (baseline).
 [[nodiscard]] result<bytes::bytes> jpeg_reencode(bytes::bytes const& data, int quality);
 

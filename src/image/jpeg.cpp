@@ -245,6 +245,17 @@ result<image_jpeg_desc> jpeg_desc(bytes::bytes const& data) {
     return desc;
 }
 
+result<std::vector<std::uint8_t>> jpeg_pixels(bytes::bytes const& data, int& components) {
+    header_fields h;
+    std::vector<std::uint8_t> pixels;
+    decompressor dc;
+    if (!is_jpeg(data) || !read_jpeg(&dc.d, &dc.err, &data, &h, nullptr, &pixels)) {
+        return fail("Could not load JPEG file");
+    }
+    components = dc.d.output_components;
+    return pixels;
+}
+
 result<bytes::bytes> jpeg_reencode(bytes::bytes const& data, int quality) {
     header_fields h;
     std::vector<std::uint8_t> pixels;

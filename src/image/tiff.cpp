@@ -130,6 +130,88 @@ result<image_info> tiff_header(bytes::bytes const& data) {
     return info;
 }
 
+namespace {
+
+// The ICC profile a TIFF file carries in its own field.
+std::optional<bytes::bytes> icc_of(TIFF* tif) {
+    std::uint32_t icc_length = 0;
+    void* icc = nullptr;
+    if (TIFFGetField(tif, TIFFTAG_ICCPROFILE, &icc_length, &icc) && icc && icc_length > 0) {
+        return bytes::from_span({static_cast<std::uint8_t const*>(icc), icc_length});
+    }
+    return std::nullopt;
+}
+
+// Grey and RGB of 8 or 16 bits, stored pixel by pixel, are read a scanline at a time and keep their
+// depth; 16-bit samples go big-endian, as PDF wants them. With alpha they are cut to 8 bits, as PNG
+// images with alpha are, so that only images without a mask ask for PDF 1.5.
+std::optional<result<image>> plain_samples(TIFF* tif, fields const& f) {
+    std::uint16_t planar = PLANARCONFIG_CONTIG;
+    TIFFGetFieldDefaulted(tif, TIFFTAG_PLANARCONFIG, &planar);
+    bool const gray = is_gray(f);
+    bool const rgb = f.photometric == PHOTOMETRIC_RGB && f.samples - f.extra_count == 3;
+    if ((!gray && !rgb) || (f.bits != 8 && f.bits != 16) || f.extra_count > 1 || planar != PLANARCONFIG_CONTIG) {
+        return std::nullopt;
+    }
+    int const channels = f.samples;
+    std::size_t const sample_bytes = f.bits / 8;
+    std::size_t const row_bytes = std::size_t(f.width) * std::size_t(channels) * sample_bytes;
+    if (std::size_t(TIFFScanlineSize(tif)) != row_bytes) {
+        return std::nullopt;
+    }
+    std::vector<std::uint8_t> samples(row_bytes * f.height);
+    for (std::uint32_t y = 0; y < f.height; ++y) {
+        if (TIFFReadScanline(tif, samples.data() + row_bytes * y, y, 0) < 0) {
+            return result<image>{fail("Could not load TIFF file")};
+        }
+    }
+    bool const alpha = f.extra_count == 1;
+    bool const keep_16 = f.bits == 16 && !alpha;
+    if (f.bits == 16) {
+        // libtiff hands samples over in the machine's order.
+        std::vector<std::uint8_t> out;
+        out.reserve(keep_16 ? samples.size() : samples.size() / 2);
+        for (std::size_t i = 0; i + 1 < samples.size(); i += 2) {
+            std::uint16_t v = 0;
+            std::memcpy(&v, samples.data() + i, 2);
+            if (keep_16) {
+                out.push_back(static_cast<std::uint8_t>(v >> 8));
+            }
+            out.push_back(static_cast<std::uint8_t>(keep_16 ? v & 0xFF : v >> 8));
+        }
+        samples = std::move(out);
+    }
+    std::size_t const depth_bytes = keep_16 ? 2 : 1;
+    std::vector<std::uint8_t> color;
+    std::vector<std::uint8_t> mask;
+    if (alpha) {
+        split_alpha(samples, channels, int(depth_bytes), color, mask);
+    } else {
+        color = std::move(samples);
+    }
+    if (f.photometric == PHOTOMETRIC_MINISWHITE) {
+        // Zero is white here: the samples are turned round to the usual sense.
+        for (auto& b : color) {
+            b = static_cast<std::uint8_t>(255 - b);
+        }
+    }
+    buffer_kind const kind = keep_16 ? buffer_kind::image_buffer_16_bit : buffer_kind::image_buffer_8_bit;
+    image_data_normal out{
+        .image_data_color_space = gray ? image_color_space::image_color_gray : image_color_space::image_color_rgb,
+        .image_data_buffer = {kind, bytes::from_vector(std::move(color))}};
+    if (alpha) {
+        out.image_data_alpha = image_buffer{buffer_kind::image_buffer_8_bit, bytes::from_vector(std::move(mask))};
+    }
+    out.image_data_icc_profile = icc_of(tif);
+    return result<image>{image{.image_info = {.image_width = static_cast<int>(f.width),
+                                              .image_height = static_cast<int>(f.height),
+                                              .image_has_alpha = alpha,
+                                              .image_depth = keep_16 ? image_depth::depth_16bit : image_depth::depth_8bit},
+                               .image_data = std::move(out)}};
+}
+
+} // namespace
+
 result<image> tiff_decode(bytes::bytes const& data) {
     tiff_reader r(data);
     if (!r.tif) {
@@ -138,6 +220,9 @@ result<image> tiff_decode(bytes::bytes const& data) {
     auto const f = read_fields(r.tif);
     if (f.width == 0 || f.height == 0 || static_cast<std::int64_t>(f.width) * f.height > max_image_pixels) {
         return fail("Could not load TIFF file");
+    }
+    if (auto plain = plain_samples(r.tif, f)) {
+        return std::move(*plain);
     }
     // Every photometric kind is decoded to 8-bit RGBA by libtiff, which knows palettes, YCbCr, CMYK
     // and the bit depths; grey images are then taken back to one channel.
@@ -169,11 +254,7 @@ result<image> tiff_decode(bytes::bytes const& data) {
     if (alpha) {
         out.image_data_alpha = image_buffer{buffer_kind::image_buffer_8_bit, bytes::from_vector(std::move(mask))};
     }
-    std::uint32_t icc_length = 0;
-    void* icc = nullptr;
-    if (TIFFGetField(r.tif, TIFFTAG_ICCPROFILE, &icc_length, &icc) && icc && icc_length > 0) {
-        out.image_data_icc_profile = bytes::from_span({static_cast<std::uint8_t const*>(icc), icc_length});
-    }
+    out.image_data_icc_profile = icc_of(r.tif);
     return image{.image_info = {.image_width = static_cast<int>(f.width),
                                 .image_height = static_cast<int>(f.height),
                                 .image_has_alpha = alpha},

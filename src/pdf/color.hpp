@@ -62,4 +62,8 @@ inline colorspace colorspace_of(color const& c) {
                       c);
 }
 
+/// The colour with device RGB turned to CMYK, for output that allows no device RGB; any other colour
+/// as it is.
+color without_rgb(color const& c);
+
 } // namespace vellum::pdf::color

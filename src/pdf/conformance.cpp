@@ -1,5 +1,7 @@
 #include "pdf/conformance.hpp"
 
+#include "image/icc.hpp"
+
 #include <cstdio>
 
 namespace vellum::pdf::conformance {
@@ -35,53 +37,35 @@ std::string identification(profile::pdf_profile p) {
     return "";
 }
 
-std::uint32_t be32(std::span<std::uint8_t const> d, std::size_t at) {
-    return std::uint32_t(d[at]) << 24 | std::uint32_t(d[at + 1]) << 16 | std::uint32_t(d[at + 2]) << 8 |
-           std::uint32_t(d[at + 3]);
-}
-
-std::string hex32(std::uint32_t v) {
-    char text[12];
-    std::snprintf(text, sizeof text, "%08X", v);
-    return text;
-}
-
-constexpr std::uint32_t signature(char const (&s)[5]) {
-    return std::uint32_t(std::uint8_t(s[0])) << 24 | std::uint32_t(std::uint8_t(s[1])) << 16 |
-           std::uint32_t(std::uint8_t(s[2])) << 8 | std::uint32_t(std::uint8_t(s[3]));
-}
-
-// The text of a description tag: an ASCII text in the textDescriptionType of version 2 profiles, or
-// the first record of the UTF-16 multi-localised text of version 4.
-std::optional<std::string> description_text(std::span<std::uint8_t const> tag) {
-    if (tag.size() < 12) {
-        return std::nullopt;
-    }
+// Character data for the packet: the markup characters as references, and the control characters that
+// XML 1.0 does not allow dropped (a tab, a line feed and a carriage return stay).
+std::string xml_text(std::string_view text) {
     std::string out;
-    if (be32(tag, 0) == signature("desc")) {
-        std::size_t const count = be32(tag, 8);
-        if (count > tag.size() - 12) {
-            return std::nullopt;
+    out.reserve(text.size());
+    for (char c : text) {
+        switch (c) {
+        case '&':
+            out += "&amp;";
+            break;
+        case '<':
+            out += "&lt;";
+            break;
+        case '>':
+            out += "&gt;";
+            break;
+        case '"':
+            out += "&quot;";
+            break;
+        case '\'':
+            out += "&apos;";
+            break;
+        default:
+            if (static_cast<unsigned char>(c) >= 0x20 || c == '\t' || c == '\n' || c == '\r') {
+                out.push_back(c);
+            }
         }
-        for (std::size_t i = 0; i < count && tag[12 + i] != 0; ++i) {
-            out.push_back(static_cast<char>(tag[12 + i]));
-        }
-        return out;
     }
-    if (be32(tag, 0) == signature("mluc") && tag.size() >= 28 && be32(tag, 8) > 0) {
-        std::size_t const length = be32(tag, 20);
-        std::size_t const offset = be32(tag, 24);
-        if (offset > tag.size() || length > tag.size() - offset) {
-            return std::nullopt;
-        }
-        for (std::size_t i = 0; i + 1 < length; i += 2) {
-            char32_t const unit = char32_t(tag[offset + i]) << 8 | tag[offset + i + 1];
-            // The description names a printing condition; anything beyond ASCII is kept as "?".
-            out.push_back(unit < 0x80 ? static_cast<char>(unit) : '?');
-        }
-        return out;
-    }
-    return std::nullopt;
+    return out;
 }
 
 } // namespace
@@ -132,37 +116,38 @@ std::string xmp_packet(metadata::metadata const& meta,
                        std::optional<std::string> const& producer,
                        document_dates const& dates,
                        profile::pdf_profile profile) {
-    // The packet is written as one line; the texts go in as they stand.
+    // The packet is written as one line; texts are escaped, so that a title with "&" or "<" keeps the
+    // packet well-formed XML.
     std::string x = "<?xpacket begin=\"\xEF\xBB\xBF\" id=\"W5M0MpCehiHzreSzNTczkc9d\"?>";
     x += "<x:xmpmeta xmlns:x='adobe:ns:meta/'>";
     x += "<rdf:RDF xmlns:rdf='http://www.w3.org/1999/02/22-rdf-syntax-ns#'>";
     x += description_start("dc", "http://purl.org/dc/elements/1.1/");
     x += "<dc:format>application/pdf</dc:format>";
     if (meta.title) {
-        x += "<dc:title><rdf:Alt><rdf:li xml:lang='x-default'>" + *meta.title + "</rdf:li></rdf:Alt></dc:title>";
+        x += "<dc:title><rdf:Alt><rdf:li xml:lang='x-default'>" + xml_text(*meta.title) + "</rdf:li></rdf:Alt></dc:title>";
     }
     if (meta.subject) {
-        x += "<dc:description><rdf:Alt><rdf:li xml:lang='x-default'>" + *meta.subject +
+        x += "<dc:description><rdf:Alt><rdf:li xml:lang='x-default'>" + xml_text(*meta.subject) +
              "</rdf:li></rdf:Alt></dc:description>";
     }
     if (meta.author) {
-        x += "<dc:creator><rdf:Seq><rdf:li>" + *meta.author + "</rdf:li></rdf:Seq></dc:creator>";
+        x += "<dc:creator><rdf:Seq><rdf:li>" + xml_text(*meta.author) + "</rdf:li></rdf:Seq></dc:creator>";
     }
     x += "</rdf:Description>";
     if (!meta.keywords.empty() || producer) {
         x += description_start("pdf", "http://ns.adobe.com/pdf/1.3/");
         if (!meta.keywords.empty()) {
-            x += "<pdf:Keywords>" + metadata::join_keywords(meta.keywords) + "</pdf:Keywords>";
+            x += "<pdf:Keywords>" + xml_text(metadata::join_keywords(meta.keywords)) + "</pdf:Keywords>";
         }
         if (producer) {
-            x += "<pdf:Producer>" + *producer + "</pdf:Producer>";
+            x += "<pdf:Producer>" + xml_text(*producer) + "</pdf:Producer>";
         }
         x += "</rdf:Description>";
     }
     // The information dictionary always states both dates, so the packet does too.
     x += description_start("xmp", "http://ns.adobe.com/xap/1.0/");
     if (meta.creator) {
-        x += "<xmp:CreatorTool>" + *meta.creator + "</xmp:CreatorTool>";
+        x += "<xmp:CreatorTool>" + xml_text(*meta.creator) + "</xmp:CreatorTool>";
     }
     x += "<xmp:CreateDate>" + iso_date(dates.creation) + "</xmp:CreateDate>";
     x += "<xmp:ModifyDate>" + iso_date(dates.modification) + "</xmp:ModifyDate>";
@@ -185,48 +170,21 @@ std::string_view default_output_intent(profile::pdf_profile profile) {
 }
 
 result<icc_summary> read_icc(std::span<std::uint8_t const> data) {
-    if (data.size() < 132) {
-        return fail("ICC profile is too short");
+    auto info = icc::read_icc(data);
+    if (!info) {
+        return fail(info.error());
     }
-    std::uint32_t const version = be32(data, 8);
-    if ((version >> 24) != 2 && (version >> 24) != 4) {
-        return fail("ICC profile unknown version: 0x" + hex32(version));
-    }
-    if (be32(data, 36) != signature("acsp")) {
-        return fail("ICC profile invalid signature field: 0x" + hex32(be32(data, 36)));
-    }
-    std::uint32_t const device_class = be32(data, 12);
-    if (device_class != signature("mntr") && device_class != signature("prtr")) {
-        return fail("ICC profile unknown device class: 0x" + hex32(device_class));
-    }
-    icc_summary out;
-    std::uint32_t const space = be32(data, 16);
-    if (space == signature("GRAY")) {
-        out.icc_components = 1;
-    } else if (space == signature("RGB ")) {
-        out.icc_components = 3;
-    } else if (space == signature("CMYK")) {
-        out.icc_components = 4;
-    } else {
-        return fail("ICC profile unknown color space: 0x" + hex32(space));
-    }
-    std::size_t const tags = be32(data, 128);
-    for (std::size_t i = 0; i < tags && 132 + 12 * (i + 1) <= data.size(); ++i) {
-        std::size_t const at = 132 + 12 * i;
-        if (be32(data, at) != signature("desc")) {
-            continue;
+    // An output intent describes a device of grey, RGB or CMYK.
+    auto const space = info->icc_color_space;
+    if (space != icc::color_space::color_space_gray && space != icc::color_space::color_space_rgb &&
+        space != icc::color_space::color_space_cmyk) {
+        std::uint32_t signature = 0;
+        for (std::size_t i = 16; i < 20; ++i) {
+            signature = signature << 8 | data[i];
         }
-        std::size_t const offset = be32(data, at + 4);
-        std::size_t const size = be32(data, at + 8);
-        if (offset > data.size() || size > data.size() - offset) {
-            return fail("ICC profile description lies outside the profile");
-        }
-        if (auto text = description_text(data.subspan(offset, size))) {
-            out.icc_description = std::move(*text);
-        }
-        break;
+        return fail("ICC profile unknown color space: " + icc::hex_field(signature));
     }
-    return out;
+    return icc_summary{.icc_components = info->icc_components, .icc_description = info->icc_desc};
 }
 
 dict output_intent_dict(profile::pdf_profile profile, std::string const& description, ref icc_stream) {

@@ -43,7 +43,8 @@ std::string name_token(std::string_view name) {
 
 // Writes a colour for stroking or filling. Device colours carry their space in the operator; a pattern or
 // separation selects its space by name first when the space in force is another.
-void set_color(out const& o, gs& g, color::color const& c, bool for_stroke) {
+void set_color(out const& o, gs& g, color::color const& given, bool for_stroke) {
+    color::color const c = g.rgb_as_cmyk ? color::without_rgb(given) : given;
     color::color& current = for_stroke ? g.current.color_stroke : g.current.color_fill;
     if (current == c) {
         return;

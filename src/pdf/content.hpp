@@ -89,6 +89,8 @@ struct gs {
     std::vector<gs0> saved{};
     used_resources used{};
     bool strip_transparency = false;
+    /// RGB colours are written as CMYK, for a profile that allows no device RGB.
+    bool rgb_as_cmyk = false;
     content::precision number_precision = precision::default_precision;
 };
 

@@ -1,6 +1,7 @@
 #include "pdf/page_objects.hpp"
 
 #include "css/styledom/sheets.hpp"
+#include "image/convert.hpp"
 #include "image/icc.hpp"
 #include "pdf/content.hpp"
 #include "pdf/paint_svg.hpp"
@@ -131,6 +132,19 @@ image::image blank_image() {
 }
 
 } // namespace
+
+bool translucent(std::vector<ramp_stop> const& stops) {
+    return std::any_of(stops.begin(), stops.end(), [](ramp_stop const& r) { return r.stop_alpha < 1; });
+}
+
+std::vector<ramp_stop> alpha_ramp(std::vector<ramp_stop> const& stops) {
+    std::vector<ramp_stop> out;
+    out.reserve(stops.size());
+    for (auto const& r : stops) {
+        out.push_back({r.stop_offset, color::gray{std::clamp(r.stop_alpha, 0.0, 1.0)}, 1});
+    }
+    return out;
+}
 
 dict ramp_function(std::vector<ramp_stop> const& stops) {
     auto const space = ramp_space(stops);
@@ -316,13 +330,20 @@ void page_objects::write_all(log::log const& log, writer& w, bool compress) {
             body = "/Pattern cs /P0 scn " + num(a.x0) + " " + num(a.y0) + " " + num(a.x1 - a.x0) + " " +
                    num(a.y1 - a.y0) + " re f\n";
         } else {
-            auto const& s = std::get<shading>(form.form_fill);
-            dict sh{{{"ShadingType", std::int64_t{s.radial ? 3 : 2}},
-                     {"ColorSpace", name{ramp_space(s.shading_stops)}},
-                     {"Coords", numbers(s.shading_coords)},
-                     {"Function", ramp_function(s.shading_stops)},
-                     {"Extend", array{{s.extend_start, s.extend_end}}}}};
-            resources.dict_entries.emplace_back("Shading", dict{{{"Sh0", std::move(sh)}}});
+            auto s = std::get<shading>(form.form_fill);
+            if (forbids_device_rgb(w)) {
+                for (auto& stop : s.shading_stops) {
+                    stop.stop_color = color::without_rgb(stop.stop_color);
+                }
+            }
+            auto const shading_of = [&](std::vector<ramp_stop> const& stops) {
+                return dict{{{"ShadingType", std::int64_t{s.radial ? 3 : 2}},
+                             {"ColorSpace", name{ramp_space(stops)}},
+                             {"Coords", numbers(s.shading_coords)},
+                             {"Function", ramp_function(stops)},
+                             {"Extend", array{{s.extend_start, s.extend_end}}}}};
+            };
+            resources.dict_entries.emplace_back("Shading", dict{{{"Sh0", shading_of(s.shading_stops)}}});
             body = num(a.x0) + " " + num(a.y0) + " " + num(a.x1 - a.x0) + " " + num(a.y1 - a.y0) + " re W n ";
             if (s.shading_matrix) {
                 auto const& m = *s.shading_matrix;
@@ -330,6 +351,26 @@ void page_objects::write_all(log::log const& log, writer& w, bool compress) {
                         num(m.ty) + " cm ";
             }
             body += "/Sh0 sh\n";
+            if (translucent(s.shading_stops)) {
+                // The opacities are the same shading in grey, painted in a group of its own whose
+                // luminosity is the soft mask of the colours: where a stop is transparent the mask is
+                // black and nothing of the colour shows.
+                ref const mask_group = new_ref(w);
+                write_stream_bytes(
+                    w, mask_group, filter,
+                    dict{{{"Type", name{"XObject"}},
+                          {"Subtype", name{"Form"}},
+                          {"BBox", numbers({a.x0, a.y0, a.x1, a.y1})},
+                          {"Group", dict{{{"Type", name{"Group"}},
+                                          {"S", name{"Transparency"}},
+                                          {"CS", name{"DeviceGray"}}}}},
+                          {"Resources", dict{{{"Shading", dict{{{"Sh0", shading_of(alpha_ramp(s.shading_stops))}}}}}}}}},
+                    {reinterpret_cast<std::uint8_t const*>(body.data()), body.size()});
+                dict const mask{{{"Type", name{"Mask"}}, {"S", name{"Luminosity"}}, {"G", mask_group}}};
+                resources.dict_entries.emplace_back(
+                    "ExtGState", dict{{{"GS0", dict{{{"Type", name{"ExtGState"}}, {"SMask", mask}}}}}});
+                body = "/GS0 gs " + body;
+            }
         }
         dict params{{{"Type", name{"XObject"}},
                      {"Subtype", name{"Form"}},
@@ -344,7 +385,8 @@ void page_objects::write_all(log::log const& log, writer& w, bool compress) {
             continue;
         }
         found->second.written = true;
-        auto [space, values] = components(s.separation_alternate);
+        auto [space, values] =
+            components(forbids_device_rgb(w) ? color::without_rgb(s.separation_alternate) : s.separation_alternate);
         if (space != "DeviceRGB" && space != "DeviceCMYK") {
             throw internal_error("unexpected alternate color space");
         }
@@ -388,13 +430,16 @@ bool page_objects::needs_pdf_1_5() const {
     return objects_images && objects_images->any_16bit_image();
 }
 
-void write_image(log::log const& log,
-                 writer& w,
-                 ref r,
-                 image::image const& img,
-                 images::image_magic const& magic,
-                 bool compress,
-                 std::map<std::pair<int, std::string>, ref>& icc_streams) {
+namespace {
+
+// The image's XObject as its data stands, with its mask first.
+void write_image_data(log::log const& log,
+                      writer& w,
+                      ref r,
+                      image::image const& img,
+                      images::image_magic const& magic,
+                      bool compress,
+                      std::map<std::pair<int, std::string>, ref>& icc_streams) {
     auto const& info = img.image_info;
     stream_filter const flate = compress ? stream_filter::deflate : stream_filter::ascii_hex;
     dict d{{{"Type", name{"XObject"}},
@@ -480,6 +525,29 @@ void write_image(log::log const& log,
             },
         },
         img.image_data);
+}
+
+} // namespace
+
+void write_image(log::log const& log,
+                 writer& w,
+                 ref r,
+                 image::image const& img,
+                 images::image_magic const& magic,
+                 bool compress,
+                 std::map<std::pair<int, std::string>, ref>& icc_streams) {
+    // A press profile gets process colours: device RGB pixels are turned to CMYK first.
+    std::optional<image::image> converted;
+    if (forbids_device_rgb(w)) {
+        auto cmyk = image::convert::device_cmyk(img);
+        if (!cmyk) {
+            log::log_warning(log, cmyk.error());
+        } else {
+            converted = std::move(*cmyk);
+        }
+    }
+    image::image const& shown = converted ? *converted : img;
+    write_image_data(log, w, r, shown, magic, compress, icc_streams);
 }
 
 } // namespace vellum::pdf::page_objects

@@ -34,10 +34,12 @@ struct tiling {
     bool operator==(tiling const&) const = default;
 };
 
-/// One stop of a colour ramp, its offset from 0 to 1.
+/// One stop of a colour ramp, its offset from 0 to 1, and its opacity.
 struct ramp_stop {
     double stop_offset = 0;
     color::color stop_color = color::gray{};
+    /// Below 1 somewhere on a ramp, the shading is painted through a soft mask made of the opacities.
+    double stop_alpha = 1;
     bool operator==(ramp_stop const&) const = default;
 };
 
@@ -138,6 +140,12 @@ void write_image(log::log const& log,
                  images::image_magic const& magic,
                  bool compress,
                  std::map<std::pair<int, std::string>, ref>& icc_streams);
+
+/// Whether a ramp has a stop that is not fully opaque.
+bool translucent(std::vector<ramp_stop> const& stops);
+
+/// The opacities of a ramp as a ramp of grey levels, for the soft mask of a translucent shading.
+std::vector<ramp_stop> alpha_ramp(std::vector<ramp_stop> const& stops);
 
 /// The colour ramp of a shading as a PDF function: one exponential interpolation for two stops, a
 /// stitching of them for more.

@@ -133,7 +133,11 @@ struct gradient_env {
 std::optional<std::vector<page_objects::ramp_stop>> stops_of(std::vector<std::vector<css::value::value>> const& runs,
                                                              double line_length, gradient_env const& env) {
     float const font_size = env.font_size;
-    std::vector<std::pair<std::optional<double>, color::color>> raw;
+    struct raw_stop {
+        std::optional<double> position;
+        std::optional<paint_color::paint> stop_paint;
+    };
+    std::vector<raw_stop> raw;
     for (auto const& run : runs) {
         if (run.empty()) {
             return std::nullopt;
@@ -144,9 +148,11 @@ std::optional<std::vector<page_objects::ramp_stop>> stops_of(std::vector<std::ve
         }
         auto const* given = std::get_if<css::color::color>(&*spec);
         std::optional<css::color::color> c = given ? *given : env.current_color;
+        // Nothing for "transparent", which has no colour of its own.
         auto p = paint_color::paint_of(*c);
-        // A transparent stop fades to white here: alpha ramps are not painted.
-        color::color const pc = p ? p->paint_color : color::color{color::rgb{1, 1, 1}};
+        if (p && p->paint_alpha <= 0) {
+            p.reset();
+        }
         std::vector<std::optional<double>> positions;
         for (std::size_t i = 1; i < run.size(); ++i) {
             auto const l = gradient_length(run[i], line_length, font_size);
@@ -156,40 +162,64 @@ std::optional<std::vector<page_objects::ramp_stop>> stops_of(std::vector<std::ve
             positions.push_back(line_length > 0 ? *l / line_length : 0.0);
         }
         if (positions.empty()) {
-            raw.emplace_back(std::nullopt, pc);
+            raw.push_back({std::nullopt, p});
         }
         for (auto const& pos : positions) {
-            raw.emplace_back(pos, pc);
+            raw.push_back({pos, p});
         }
     }
     if (raw.size() < 2) {
         return std::nullopt;
     }
-    if (!raw.front().first) {
-        raw.front().first = 0.0;
+    if (!raw.front().position) {
+        raw.front().position = 0.0;
     }
-    if (!raw.back().first) {
-        raw.back().first = 1.0;
+    if (!raw.back().position) {
+        raw.back().position = 1.0;
     }
-    double last = *raw.front().first;
+    double last = *raw.front().position;
     for (std::size_t i = 0; i < raw.size(); ++i) {
-        if (!raw[i].first) {
+        if (!raw[i].position) {
             std::size_t j = i;
-            while (!raw[j].first) {
+            while (!raw[j].position) {
                 ++j;
             }
             double const from = last;
-            double const to = std::max(from, *raw[j].first);
+            double const to = std::max(from, *raw[j].position);
             for (std::size_t k = i; k < j; ++k) {
-                raw[k].first = from + (to - from) * double(k - i + 1) / double(j - i + 1);
+                raw[k].position = from + (to - from) * double(k - i + 1) / double(j - i + 1);
             }
         }
-        raw[i].first = std::max(last, *raw[i].first);
-        last = *raw[i].first;
+        raw[i].position = std::max(last, *raw[i].position);
+        last = *raw[i].position;
     }
+    // CSS mixes stops with their opacity multiplied in, so a transparent stop takes on no colour: it
+    // fades out the colour before it and fades in the one after. It becomes two stops at one place,
+    // each with the colour of its visible neighbour and no opacity.
     std::vector<page_objects::ramp_stop> out;
-    for (auto const& [pos, c] : raw) {
-        out.push_back({*pos, c});
+    for (std::size_t i = 0; i < raw.size(); ++i) {
+        double const pos = *raw[i].position;
+        if (raw[i].stop_paint) {
+            auto const& p = *raw[i].stop_paint;
+            out.push_back({pos, p.paint_color, std::clamp(p.paint_alpha, 0.0, 1.0)});
+            continue;
+        }
+        auto const seen = [&](std::size_t k) -> std::optional<color::color> {
+            return raw[k].stop_paint ? std::optional(raw[k].stop_paint->paint_color) : std::nullopt;
+        };
+        std::optional<color::color> before;
+        for (std::size_t k = i; k-- > 0 && !before;) {
+            before = seen(k);
+        }
+        std::optional<color::color> after;
+        for (std::size_t k = i + 1; k < raw.size() && !after; ++k) {
+            after = seen(k);
+        }
+        color::color const none = color::rgb{1, 1, 1};
+        out.push_back({pos, before.value_or(after.value_or(none)), 0});
+        if (before && after && !(*before == *after)) {
+            out.push_back({pos, *after, 0});
+        }
     }
     return out;
 }
@@ -213,7 +243,7 @@ ramp normalised(std::vector<page_objects::ramp_stop> stops, bool repeating) {
         std::vector<page_objects::ramp_stop> all;
         for (double base = start; base < 1 + period; base += period) {
             for (auto const& s : stops) {
-                all.push_back({base + s.stop_offset - first, s.stop_color});
+                all.push_back({base + s.stop_offset - first, s.stop_color, s.stop_alpha});
             }
         }
         stops = std::move(all);
@@ -221,7 +251,9 @@ ramp normalised(std::vector<page_objects::ramp_stop> stops, bool repeating) {
     double const lo = stops.front().stop_offset;
     double const hi = stops.back().stop_offset;
     if (hi - lo < 1e-9) {
-        return {{{0, stops.front().stop_color}, {1, stops.back().stop_color}}, lo, lo + 1e-6};
+        return {{{0, stops.front().stop_color, stops.front().stop_alpha}, {1, stops.back().stop_color, stops.back().stop_alpha}},
+                lo,
+                lo + 1e-6};
     }
     for (auto& s : stops) {
         s.stop_offset = (s.stop_offset - lo) / (hi - lo);
@@ -503,6 +535,19 @@ std::optional<page_objects::shading> gradient_shading(css::value::function const
     return std::nullopt;
 }
 
+std::pair<double, double> image_size_at(image::image_info const& info, css::box::image_resolution const& resolution) {
+    double dpi_x = 96;
+    double dpi_y = 96;
+    if (auto const* d = std::get_if<css::box::resolution_dpi>(&resolution); d && d->dpi > 0) {
+        dpi_x = dpi_y = d->dpi;
+    } else if (std::holds_alternative<css::box::resolution_from_image>(resolution) && info.image_dpi &&
+               info.image_dpi->dpi_x > 0 && info.image_dpi->dpi_y > 0) {
+        dpi_x = info.image_dpi->dpi_x;
+        dpi_y = info.image_dpi->dpi_y;
+    }
+    return {info.image_width * 72.0 / dpi_x, info.image_height * 72.0 / dpi_y};
+}
+
 void paint_layers(log::log const& log,
                   content::out const& o,
                   content::gs& g,
@@ -511,6 +556,7 @@ void paint_layers(log::log const& log,
                   layer_boxes const& boxes,
                   float font_size,
                   css::color::color const& current_color,
+                  css::box::image_resolution const& image_resolution,
                   double alpha) {
     auto const box_of = [&](css::box::background_box b) -> borders::frame const& {
         switch (b) {
@@ -528,7 +574,8 @@ void paint_layers(log::log const& log,
         auto const pick = [&](auto const& list) {
             return list.empty() ? std::remove_cvref_t<decltype(list[0])>{} : list[std::min(n, list.size() - 1)];
         };
-        auto const& area = box_of(pick(background.background_origin));
+        bool const fixed = pick(background.background_attachment) == css::box::background_attachment::fixed;
+        auto const& area = fixed && boxes.page_area ? *boxes.page_area : box_of(pick(background.background_origin));
         auto const& clip = box_of(pick(background.background_clip));
         if (width(clip) <= 0 || height(clip) <= 0) {
             continue;
@@ -542,7 +589,7 @@ void paint_layers(log::log const& log,
                                return;
                            }
                            auto const& info = (*id)->image_info;
-                           auto const t = place_tile(area, std::pair{info.image_width * 0.75, info.image_height * 0.75},
+                           auto const t = place_tile(area, image_size_at(info, image_resolution),
                                                      pick(background.background_size),
                                                      pick(background.background_position),
                                                      pick(background.background_repeat));
@@ -596,6 +643,13 @@ void paint_layers(log::log const& log,
                            a.y1 = std::min(a.y1, t.tile.top);
                            if (a.x1 <= a.x0 || a.y1 <= a.y0) {
                                return;
+                           }
+                           if (g.strip_transparency && page_objects::translucent(s->shading_stops)) {
+                               // A profile without transparency gets the colours at full strength.
+                               for (auto& stop : s->shading_stops) {
+                                   stop.stop_alpha = 1;
+                               }
+                               g.used.stripped_transparency = true;
                            }
                            form = objects.use_shading(*s, a);
                        },

@@ -19,6 +19,9 @@ struct layer_boxes {
     borders::frame border_box;
     borders::frame padding_box;
     borders::frame content_box;
+    /// The page area, against which layers with `background-attachment: fixed` are placed; without
+    /// it they are placed like the others.
+    std::optional<borders::frame> page_area;
 };
 
 /// The rectangle of an image or gradient tile and how it repeats, for one layer.
@@ -52,6 +55,11 @@ void paint_layers(log::log const& log,
                   layer_boxes const& boxes,
                   float font_size,
                   css::color::color const& current_color,
+                  css::box::image_resolution const& image_resolution,
                   double alpha);
+
+/// The size in points of an image of the given pixels at a resolution: 96 dots per inch unless the
+/// resolution names one or takes the image's own.
+std::pair<double, double> image_size_at(image::image_info const& info, css::box::image_resolution const& resolution);
 
 } // namespace vellum::pdf::paint_background

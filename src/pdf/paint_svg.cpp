@@ -322,8 +322,14 @@ struct painter {
         for (double v : coords) {
             ca.array_items.emplace_back(v);
         }
+        bool const cmyk = forbids_device_rgb(w);
+        if (cmyk) {
+            for (auto& st : stops) {
+                st.stop_color = color::without_rgb(st.stop_color);
+            }
+        }
         dict shading{{{"ShadingType", std::int64_t{radial ? 3 : 2}},
-                      {"ColorSpace", name{"DeviceRGB"}},
+                      {"ColorSpace", name{cmyk ? "DeviceCMYK" : "DeviceRGB"}},
                       {"Coords", std::move(ca)},
                       {"Function", page_objects::ramp_function(stops)},
                       {"Extend", array{{true, true}}}}};
@@ -341,6 +347,7 @@ struct painter {
     std::string tiling_pattern(scope& s, svg::svg_tiling const& t, transform const& ctm) {
         scope tile;
         tile.g.strip_transparency = s.g.strip_transparency;
+        tile.g.rgb_as_cmyk = s.g.rgb_as_cmyk;
         if (t.tiling_content) {
             paint_nodes(tile, t.tiling_content->svg_content, transform{}, 1);
         }
@@ -561,6 +568,7 @@ struct painter {
         if (opacity < 1 && needs_group(n) && !s.g.strip_transparency) {
             // A transparency group: the content painted on its own, then laid down at the opacity.
             scope group;
+            group.g.rgb_as_cmyk = s.g.rgb_as_cmyk;
             paint_body(group, n, 1, transform{});
             ref const r = new_ref(w);
             dict params{{{"Type", name{"XObject"}},
@@ -597,6 +605,7 @@ void write_svg_form(log::log const& log,
     painter p{log, w, objects, compress};
     scope s;
     s.g.strip_transparency = strips_transparency(w);
+    s.g.rgb_as_cmyk = forbids_device_rgb(w);
     // The form's matrix puts the viewport, y down, onto the unit square with y up, as an image lies.
     double const vw = block.viewport_width > 0 ? block.viewport_width : 1;
     double const vh = block.viewport_height > 0 ? block.viewport_height : 1;

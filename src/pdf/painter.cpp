@@ -4,6 +4,7 @@
 #include "pdf/paint_background.hpp"
 #include "pdf/paint_color.hpp"
 #include "pdf/paint_text.hpp"
+#include "css/styledom/tree.hpp"
 #include "util/matrix.hpp"
 #include "util/ref.hpp"
 #include "util/result.hpp"
@@ -68,6 +69,8 @@ participation participation_of(box const& b, bool in_float_list) {
 struct child {
     box const* child_box = nullptr;
     bool child_is_float = false;
+    /// A row of a table, which is a structure element of its own in a tagged file.
+    bool child_is_row = false;
 };
 
 void add_children(pack::box_content const& content, std::vector<child>& out) {
@@ -97,7 +100,9 @@ void add_children(pack::box_content const& content, std::vector<child>& out) {
                    },
                    [&](pack::table const& t) {
                        for (auto const& r : t.table_box.rows) {
-                           add(r.row_content);
+                           if (r.row_content) {
+                               out.push_back({r.row_content.get(), false, true});
+                           }
                        }
                    },
                    [&](pack::para const& p) {
@@ -191,6 +196,117 @@ struct painter {
     /// The opacity of the stacking contexts around what is being painted.
     double alpha = 1;
     bool warned_images = false;
+    /// The boxes entered that are structure elements, innermost last, with their element once content
+    /// of theirs has been marked (-1 before).
+    std::vector<std::pair<tagging::element_key, int>> tag_stack;
+    /// Inside an artifact (decoration, page furniture) nothing is marked as content.
+    int artifact_depth = 0;
+    /// The page box being painted, where fixed backgrounds are placed.
+    std::optional<borders::frame> page_area;
+
+    // ---- Tagging --------------------------------------------------------------------------------------
+
+    // The structure element a box stands for: the HTML elements with a standard structure type.
+    static std::optional<tagging::element_key> key_of(box const& b) {
+        std::optional<prepack::element_info> info;
+        std::visit(overloaded{
+                       [&](prepack::type_original const& t) { info = t.stuff.element_info; },
+                       [&](prepack::type_remaining const& t) { info = t.info; },
+                       [&](prepack::type_overflowing const& t) { info = t.info; },
+                       [](prepack::type_anonymous const&) {},
+                   },
+                   b.box_type);
+        auto const* e = info ? std::get_if<prepack::info_element>(&*info) : nullptr;
+        if (e == nullptr || !e->element) {
+            return std::nullopt;
+        }
+        auto const& name = e->element->dom_element_name;
+        auto const local = styledom::tree::name_local_view(name);
+        if (!styledom::tree::is_html_name(name, local)) {
+            return std::nullopt;
+        }
+        auto role = tagging::role_of_html(local);
+        if (!role) {
+            return std::nullopt;
+        }
+        tagging::element_key key{.key_identity = e->element.get(), .key_role = std::move(*role)};
+        if (key.key_role == "Figure") {
+            key.key_alt = styledom::tree::plain_attribute(*e->element, "alt");
+            if (!key.key_alt) {
+                key.key_alt = styledom::tree::plain_attribute(*e->element, "title");
+            }
+        }
+        if (b.box_style) {
+            key.key_lang = b.box_style->vellum_lang_value;
+        }
+        return key;
+    }
+
+    // Enters a box: a structure element of its own is noted for the content inside it.
+    bool enter(box const& b, bool is_row = false) {
+        if (!options.tags) {
+            return false;
+        }
+        auto key = key_of(b);
+        if (!key && is_row) {
+            key = tagging::element_key{.key_identity = &b, .key_role = "TR"};
+        }
+        if (!key) {
+            return false;
+        }
+        tag_stack.emplace_back(std::move(*key), -1);
+        return true;
+    }
+
+    void leave(bool entered) {
+        if (entered) {
+            tag_stack.pop_back();
+        }
+    }
+
+    // The element that content painted now belongs to, made with its ancestors the first time.
+    int current_element() {
+        int parent = 0;
+        for (auto& [key, index] : tag_stack) {
+            if (index < 0) {
+                index = options.tags->element_of(key, parent);
+            }
+            parent = index;
+        }
+        return parent;
+    }
+
+    // Opens a marked-content sequence for the current element; false where nothing is marked.
+    bool begin_content() {
+        if (!options.tags || artifact_depth > 0) {
+            return false;
+        }
+        int const e = current_element();
+        int const mcid = options.tags->mark(options.tag_page, e);
+        content::begin_marked_properties(o, options.tags->elements()[std::size_t(e)].element_role,
+                                         "<</MCID " + std::to_string(mcid) + ">>");
+        return true;
+    }
+
+    void end_content(bool opened) {
+        if (opened) {
+            content::end_marked(o);
+        }
+    }
+
+    // Paints what is not content (backgrounds, borders, margin boxes, printer's marks) as an artifact.
+    void as_artifact(std::function<void()> const& paint) {
+        bool const opens = options.tags && artifact_depth == 0;
+        if (opens) {
+            content::begin_marked(o, "Artifact");
+        }
+        ++artifact_depth;
+        paint();
+        --artifact_depth;
+        if (opens) {
+            content::end_marked(o);
+        }
+    }
 
     void warn_once(bool& flag, std::string_view text) {
         if (!flag) {
@@ -226,8 +342,9 @@ struct painter {
         paint_background::paint_layers(log, o, g, *options.objects, *layers,
                                        {.border_box = border_box,
                                         .padding_box = padding_box,
-                                        .content_box = borders::inset(padding_box, padding_widths(used))},
-                                       style.font_size, style.color, alpha);
+                                        .content_box = borders::inset(padding_box, padding_widths(used)),
+                                        .page_area = page_area},
+                                       style.font_size, style.color, style.background_image_resolution, alpha);
     }
 
     void background_color(borders::frame const& border_box,
@@ -271,8 +388,10 @@ struct painter {
     }
 
     void own_background(box const& b) {
-        background(border_frame(b), *b.box_style, b.box_used_style);
-        border(border_frame(b), *b.box_style, b.box_used_style);
+        as_artifact([&] {
+            background(border_frame(b), *b.box_style, b.box_used_style);
+            border(border_frame(b), *b.box_style, b.box_used_style);
+        });
     }
 
     // Clips to the padding box with its rounded corners, for overflow: hidden and clip: rect().
@@ -332,6 +451,12 @@ struct painter {
     // A box that makes a stacking context (or is painted as if it did): its transform and opacity around
     // its own background and the layers of its descendants.
     void context(box const& b) {
+        bool const entered = enter(b);
+        context_inside(b);
+        leave(entered);
+    }
+
+    void context_inside(box const& b) {
         auto const& s = *b.box_style;
         bool const transformed = !s.transform.empty();
         bool const translucent = s.opacity < 1;
@@ -388,7 +513,11 @@ struct painter {
     void paint_z(box const& b, int z) {
         for (auto const& c : children_of(b)) {
             std::visit(overloaded{
-                           [&](in_flow const&) { inside(*c.child_box, [&] { paint_z(*c.child_box, z); }); },
+                           [&](in_flow const&) {
+                               bool const entered = enter(*c.child_box, c.child_is_row);
+                               inside(*c.child_box, [&] { paint_z(*c.child_box, z); });
+                               leave(entered);
+                           },
                            [](floating const&) {},
                            [](positioned_auto const&) {},
                            [&](stacking const& s) {
@@ -413,7 +542,9 @@ struct painter {
                                if (l == layer::block_backgrounds) {
                                    own_background(*c.child_box);
                                }
+                               bool const entered = enter(*c.child_box, c.child_is_row);
                                inside(*c.child_box, [&] { walk(*c.child_box, l); });
+                               leave(entered);
                            },
                            [&](floating const&) {
                                if (l == layer::floats) {
@@ -434,7 +565,7 @@ struct painter {
                        participation_of(*c.child_box, c.child_is_float));
         }
         if (l == layer::block_backgrounds) {
-            after_children_backgrounds(b);
+            as_artifact([&] { after_children_backgrounds(b); });
         }
     }
 
@@ -521,9 +652,12 @@ struct painter {
             content::opacity(o, g, alpha, alpha);
         }
         content::concat(o, g, matrix::matrix{w, 0, 0, h, x, y - h});
+        bool const marked = begin_content();
         content::xobject(o, g, name);
+        end_content(marked);
         content::restore(o, g);
     }
+
 
     // ---- Lines ----------------------------------------------------------------------------------------
 
@@ -557,16 +691,20 @@ struct painter {
     void paint_line(pack::linebox const& line, css::style::style const& para_style) {
         double const base = line.linebox_base;
         // Backgrounds and borders of inline elements, outer ones first.
-        each_span(line.linebox_content, para_style, line.linebox_font_metrics,
-                  [&](pack::spanbox const& s, css::style::style const&, font_metrics::font_metrics_scaled const&) {
-                      auto const* nested = std::get_if<vellum::ref<pack::nested_spanbox>>(&s);
-                      if (!nested || !*nested || !(*nested)->spanbox_style) {
-                          return;
-                      }
-                      auto const& n = **nested;
-                      background(span_frame(n, base), *n.spanbox_style, n.spanbox_used_style);
-                      border(span_frame(n, base), *n.spanbox_style, n.spanbox_used_style);
-                  });
+        as_artifact([&] {
+            each_span(line.linebox_content, para_style, line.linebox_font_metrics,
+                      [&](pack::spanbox const& s, css::style::style const&, font_metrics::font_metrics_scaled const&) {
+                          auto const* nested = std::get_if<vellum::ref<pack::nested_spanbox>>(&s);
+                          if (!nested || !*nested || !(*nested)->spanbox_style) {
+                              return;
+                          }
+                          auto const& n = **nested;
+                          background(span_frame(n, base), *n.spanbox_style, n.spanbox_used_style);
+                          border(span_frame(n, base), *n.spanbox_style, n.spanbox_used_style);
+                      });
+        });
+        // The line's text with its decorations is content of the paragraph (or other element) it is in.
+        bool const marked = begin_content();
         decorations(line, para_style, paint_text::decoration_layer::under_text);
 
         bool open = false;
@@ -608,6 +746,7 @@ struct painter {
             content::end_text(o);
         }
         decorations(line, para_style, paint_text::decoration_layer::over_text);
+        end_content(marked);
 
         // Inline blocks are painted whole, as stacking contexts, with their y on the baseline.
         each_span(line.linebox_content, para_style, line.linebox_font_metrics,
@@ -728,6 +867,12 @@ struct painter {
         auto const& body = p.body_box;
         borders::frame const page_box{body.body_pos.x, body.body_pos.y - body.body_size.h,
                                       body.body_pos.x + body.body_size.w, body.body_pos.y};
+        page_area = page_box;
+        // The page's own backgrounds and borders are decoration, not content.
+        ++artifact_depth;
+        if (options.tags) {
+            content::begin_marked(o, "Artifact");
+        }
         if (body.body_box_style) {
             background(page_box, *body.body_box_style, body.body_box_used_style);
         }
@@ -750,6 +895,10 @@ struct painter {
         if (body.body_box_style) {
             border(page_box, *body.body_box_style, body.body_box_used_style);
         }
+        if (options.tags) {
+            content::end_marked(o);
+        }
+        --artifact_depth;
         root_context(body.body_content);
         if (p.scaled) {
             content::restore(o, g);
@@ -763,21 +912,24 @@ struct painter {
             content::save(o, g);
             content::concat(o, g, matrix::scale(1 / *p.scaled, 1 / *p.scaled));
         }
-        for (auto const& m : p.margin_boxes) {
-            borders::frame const frame{m.margin_pos.x, m.margin_pos.y - m.margin_size.h,
-                                       m.margin_pos.x + m.margin_size.w, m.margin_pos.y};
-            if (m.margin_box_style) {
-                background(frame, *m.margin_box_style, m.margin_box_used_style);
-                border(frame, *m.margin_box_style, m.margin_box_used_style);
+        // Running heads, page numbers and printer's marks are page furniture: artifacts.
+        as_artifact([&] {
+            for (auto const& m : p.margin_boxes) {
+                borders::frame const frame{m.margin_pos.x, m.margin_pos.y - m.margin_size.h,
+                                           m.margin_pos.x + m.margin_size.w, m.margin_pos.y};
+                if (m.margin_box_style) {
+                    background(frame, *m.margin_box_style, m.margin_box_used_style);
+                    border(frame, *m.margin_box_style, m.margin_box_used_style);
+                }
+                if (m.margin_content) {
+                    root_context({*m.margin_content});
+                }
             }
-            if (m.margin_content) {
-                root_context({*m.margin_content});
-            }
-        }
+        });
         if (shrink) {
             content::restore(o, g);
         }
-        marks(p);
+        as_artifact([&] { marks(p); });
     }
 };
 
@@ -1041,7 +1193,30 @@ writepdf::document_page document_page_of(log::log const& log,
 void add_pages(log::log const& log,
                writepdf::pdf_document& doc,
                std::span<vellum::ref<pack::packed_page> const> pages,
-               paint_options const& options) {
+               paint_options const& given) {
+    // An accessible archive (PDF/A-1a) carries the document's logical structure.
+    paint_options options = given;
+    if (!options.tags && doc.doc_options.pdf_profile == profile::pdf_profile::pdfa_1a) {
+        if (!doc.structure) {
+            doc.structure = std::make_shared<tagging::structure>();
+        }
+        options.tags = doc.structure;
+        // The document's language is that of its first box that has one (the root element's).
+        for (auto const& page : pages) {
+            visit_page(*page,
+                       tree_visitor{.on_box =
+                                        [&](box const& b, double) {
+                                            if (!doc.doc_language && b.box_style && b.box_style->vellum_lang_value) {
+                                                doc.doc_language = b.box_style->vellum_lang_value;
+                                            }
+                                        }},
+                       [](bool) {});
+            if (doc.doc_language) {
+                break;
+            }
+        }
+        doc.structure->set_language(doc.doc_language);
+    }
     std::set<int> ids(doc.used_font_ids.begin(), doc.used_font_ids.end());
     std::set<std::string> names;
     for (auto const& [name, _] : doc.destinations) {
@@ -1051,6 +1226,7 @@ void add_pages(log::log const& log,
         for (int id : page_font_ids(*page)) {
             ids.insert(id);
         }
+        options.tag_page = int(doc.pages.size());
         doc.pages.push_back(document_page_of(log, page, options));
         int const number = int(doc.pages.size());
         for (auto const& [name, at] : page_destinations(*page)) {

@@ -8,6 +8,7 @@
 #include "driver/log.hpp"
 #include "pack/boxes.hpp"
 #include "pdf/content.hpp"
+#include "pdf/tagging.hpp"
 #include "pdf/writepdf.hpp"
 
 #include <functional>
@@ -34,6 +35,10 @@ struct paint_options {
     /// Where images, tiled backgrounds, gradients and spot colours are named; without it they are
     /// left out with a warning.
     std::shared_ptr<page_objects::page_objects> objects;
+    /// The logical structure of a tagged file, and the index of the page painted; without it the
+    /// content is not marked.
+    std::shared_ptr<tagging::structure> tags;
+    int tag_page = 0;
 };
 
 /// Paints a whole page into its content stream.

@@ -183,6 +183,10 @@ bool requires_dates(writer const& w) {
     return w.writer_profile && profile::rules_of(*w.writer_profile).dates_required;
 }
 
+bool forbids_device_rgb(writer const& w) {
+    return w.writer_profile && !profile::rules_of(*w.writer_profile).device_rgb_allowed;
+}
+
 bool requires_page_boxes(writer const& w) {
     return w.writer_profile && profile::rules_of(*w.writer_profile).page_boxes_required;
 }

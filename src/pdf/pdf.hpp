@@ -116,6 +116,9 @@ bool requires_dates(writer const& w);
 /// Whether the profile requires /BleedBox and /TrimBox on every page; false without a profile.
 bool requires_page_boxes(writer const& w);
 
+/// Whether the profile wants process colours instead of device RGB; false without a profile.
+bool forbids_device_rgb(writer const& w);
+
 /// Reserves the next object number.
 ref new_ref(writer& w);
 

@@ -53,6 +53,8 @@ struct profile_rules {
     bool link_annotations_allowed = false;
     bool dates_required = false;
     bool page_boxes_required = false;
+    /// Colours and images in device RGB; a printing profile wants them as the press's CMYK.
+    bool device_rgb_allowed = true;
     /// The value of /GTS_PDFXVersion, for the PDF/X profiles; these also write /Trapped /False.
     std::optional<std::string_view> pdfx_version;
     bool operator==(profile_rules const&) const = default;
@@ -65,11 +67,15 @@ constexpr profile_rules rules_of(pdf_profile p) {
     case pdf_profile::pdfa_1b:
         return {.link_annotations_allowed = true};
     case pdf_profile::pdfx_3_2003:
-        return {.dates_required = true, .page_boxes_required = true, .pdfx_version = "PDF/X-3:2003"};
+        return {.dates_required = true,
+                .page_boxes_required = true,
+                .device_rgb_allowed = false,
+                .pdfx_version = "PDF/X-3:2003"};
     case pdf_profile::pdfx_4:
         return {.transparency_allowed = true,
                 .dates_required = true,
                 .page_boxes_required = true,
+                .device_rgb_allowed = false,
                 .pdfx_version = "PDF/X-4"};
     }
     return {};

@@ -54,7 +54,11 @@ pdf_version choose_version(metadata::pdf_options const& options) {
         options.pdf_page_mode == metadata::pdf_page_mode::show_attachments) {
         return pdf_version::pdf_1_6;
     }
-    // FIXME: 16-bit images in the image table ask for PDF 1.5 once images exist.
+    // PDF/X-4 is defined on PDF 1.6: its checkers refuse an older header.
+    if (options.pdf_profile == profile::pdf_profile::pdfx_4) {
+        return pdf_version::pdf_1_6;
+    }
+    // 16-bit images in the image table raise this to PDF 1.5 where the file is written.
     return pdf_version::pdf_1_4;
 }
 
@@ -214,7 +218,9 @@ void write_page(log::log const& log,
                 stream_filter filter,
                 dest::page_refs const& pages,
                 bool links_allowed,
-                page_objects::page_objects* objects) {
+                page_objects::page_objects* objects,
+                tagging::structure const* structure,
+                int page_index) {
     ref const contents = new_ref(w);
     ref const resources = new_ref(w);
     content::new_page(state);
@@ -296,9 +302,16 @@ void write_page(log::log const& log,
     }
     d.dict_entries.emplace_back("Contents", contents);
     d.dict_entries.emplace_back("Resources", resources);
+    // A page with marked content finds the structure elements of its identifiers in the parent tree
+    // under its own index.
+    if (structure != nullptr && structure->page_marks().contains(page_index)) {
+        d.dict_entries.emplace_back("StructParents", std::int64_t{page_index});
+    }
     if (transparent && !forbids_page_group(w)) {
         d.dict_entries.emplace_back(
-            "Group", dict{{{"Type", name{"Group"}}, {"S", name{"Transparency"}}, {"CS", name{"DeviceRGB"}}}});
+            "Group", dict{{{"Type", name{"Group"}},
+                           {"S", name{"Transparency"}},
+                           {"CS", name{forbids_device_rgb(w) ? "DeviceCMYK" : "DeviceRGB"}}}});
     }
     if (links_allowed && !page.links.empty()) {
         array annots;
@@ -485,6 +498,15 @@ void write_pdf_document(log::log const& log, bulkio::output::output out, pdf_doc
         cat.dict_entries.emplace_back("Metadata", profile_refs->xmp);
         cat.dict_entries.emplace_back("OutputIntents", array{{profile_refs->intent}});
     }
+    // A tagged file says so, and its structure tree goes out after the pages that fill it.
+    std::optional<ref> const struct_root = doc.structure ? std::optional<ref>(new_ref(w)) : std::nullopt;
+    if (struct_root) {
+        cat.dict_entries.emplace_back("MarkInfo", dict{{{"Marked", true}}});
+        cat.dict_entries.emplace_back("StructTreeRoot", *struct_root);
+        if (doc.doc_language) {
+            cat.dict_entries.emplace_back("Lang", text_string(*doc.doc_language));
+        }
+    }
     write_root(w, catalog, cat);
     if (profile_refs) {
         write_profile_objects(log, w, *options.pdf_profile, doc.output_intent_icc, meta, options.producer, dates,
@@ -525,10 +547,14 @@ void write_pdf_document(log::log const& log, bulkio::output::output out, pdf_doc
         font_refs.emplace(id, new_ref(w));
     }
     stream_filter const filter = options.compress ? stream_filter::deflate : stream_filter::as_is;
-    content::gs state{.strip_transparency = strips_transparency(w)};
+    content::gs state{.strip_transparency = strips_transparency(w), .rgb_as_cmyk = forbids_device_rgb(w)};
     for (std::size_t i = 0; i < doc.pages.size(); ++i) {
         write_page(log, w, doc.pages[i], page_refs[i], page_tree, state, font_refs, filter, lookup,
-                   allowed(&profile::profile_rules::link_annotations_allowed), doc.page_objects.get());
+                   allowed(&profile::profile_rules::link_annotations_allowed), doc.page_objects.get(),
+                   doc.structure.get(), int(i));
+    }
+    if (struct_root) {
+        doc.structure->write(w, *struct_root, page_refs);
     }
     if (doc.page_objects) {
         doc.page_objects->font_refs = font_refs;

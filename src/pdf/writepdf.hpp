@@ -11,6 +11,7 @@
 #include "pdf/object.hpp"
 #include "pdf/page_objects.hpp"
 #include "pdf/pdf.hpp"
+#include "pdf/tagging.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -95,6 +96,10 @@ struct pdf_document {
     std::optional<std::vector<std::uint8_t>> output_intent_icc;
     /// Images, filled areas and spot colours that the pages name, written after the pages.
     std::shared_ptr<page_objects::page_objects> page_objects;
+    /// The logical structure the painters marked the content with, for a tagged file.
+    std::shared_ptr<tagging::structure> structure;
+    /// The natural language of the document's text ("en-GB"), for a tagged file.
+    std::optional<std::string> doc_language;
 };
 
 /// The name of the n-th embedded file in the name tree: "Attach" and the index in three digits.

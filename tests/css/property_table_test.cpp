@@ -274,7 +274,7 @@ std::vector<element_row> const& longhand_rows() {
         {"page-group", {L::page_group}, "auto", "start"},
         {"position", {L::position}, "static", "running(header)"},
         {"-vellum-footnote-policy", {L::vellum_footnote_policy}, "auto", "line"},
-        {"-vellum-image-magic", {L::vellum_image_magic}, "none", "convert-bitmaps"},
+        {"-vellum-image-magic", {L::vellum_image_magic}, "none", "ignore-icc-profile jpeg-quality 80"},
         {"-vellum-lang", {L::vellum_lang}, "none", "\"en-GB\""},
         {"-vellum-linebreak-magic", {L::vellum_linebreak_magic}, "auto", "none"},
         {"-vellum-pdf-destination", {L::vellum_pdf_destination}, "none", "attr(id)"},

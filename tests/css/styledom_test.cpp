@@ -224,6 +224,28 @@ TEST(cascade, cellpadding_is_a_hint_that_rules_override) {
     EXPECT_FALSE(f.of(find(doc, "th")).winner("padding"));
 }
 
+TEST(cascade, replaced_element_sizes_are_hints_read_as_browsers_do) {
+    fixture f("imgsize");
+    auto const doc = f.parse(R"(<style>img.wide { width: 300px }</style>
+        <img width="20px" height="50%"><img width=" 12.5em" height="x"><img class="wide" width="40">
+        <input type="IMAGE" width="7"><input type="text" width="9"><p width="5">p</p>)",
+                             doctype::doctype::html5);
+    f.style(doc);
+    auto const imgs = find_all(doc, "img");
+    ASSERT_EQ(imgs.size(), 3u);
+    EXPECT_EQ(f.of(imgs[0]).winner("width"), "20px");
+    EXPECT_EQ(f.of(imgs[0]).winner("height"), "50%");
+    EXPECT_EQ(f.of(imgs[1]).winner("width"), "12.5px");
+    // No leading number: no hint at all.
+    EXPECT_FALSE(f.of(imgs[1]).winner("height"));
+    // Any author rule beats the attribute.
+    EXPECT_EQ(f.of(imgs[2]).winner("width"), "300px");
+    auto const inputs = find_all(doc, "input");
+    EXPECT_EQ(f.of(inputs[0]).winner("width"), "7px");
+    EXPECT_FALSE(f.of(inputs[1]).winner("width"));
+    EXPECT_FALSE(f.of(find(doc, "p")).winner("width"));
+}
+
 TEST(cascade, body_link_colours_links_below_rules) {
     fixture f("link");
     auto const doc = f.parse(R"(<body link="#00ff00"><a href="x">a</a><a name="n">b</a>

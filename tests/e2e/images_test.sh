@@ -14,7 +14,7 @@ fi
 $PY "$DATA/../tools/gen_test_images.py" imgs || { echo "cannot make the test images" >&2; exit 77; }
 
 # One image a page, 80pt square at (10pt, 10pt) of a 100pt page: at 72 dpi a pixel is a point.
-kinds="rgb.png interlaced.png gray.png bw.png rgba.png palette.png rgb16.png rgba16.png rgb.jpg progressive.jpg gray.jpg cmyk.jpg grid.gif grid.tif jpeg-named.png"
+kinds="rgb.png interlaced.png gray.png bw.png rgba.png palette.png rgb16.png rgba16.png rgb.jpg progressive.jpg gray.jpg cmyk.jpg grid.gif grid.tif rgb16.tif jpeg-named.png"
 {
     echo '<!DOCTYPE html><html><head><style>@page { size: 100pt 100pt; margin: 10pt } body { margin: 0 }'
     echo 'img { display: block; width: 80pt; height: 80pt; page-break-after: always }</style></head><body>'
@@ -177,5 +177,101 @@ print("\n".join(bad) if bad else "ok")
 PY
 )
 expect_eq "backgrounds: pixels" "$result" "ok"
+
+# The HTML size attributes read "40px" and "50%" as browsers do. Each image on a page of its own, its
+# box at (10pt, 10pt).
+cat >sized.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 100pt 100pt; margin: 10pt } body { margin: 0 }
+img, div { display: block; page-break-after: always }
+</style></head><body>
+<img src="imgs/rgb.png" width="40px" alt="w">
+<div style="width: 60pt"><img src="imgs/rgb.png" width="50%" alt="p"></div>
+<img src="imgs/rgb.png" height=" 30.0pt" alt="h">
+</body></html>
+HTML
+timeout 60 "$VELLUM" sized.html -o sized.pdf 2>sized.err
+expect_eq "sized: status" "$?" 0
+expect_eq "sized: no warnings" "$(cat sized.err)" ""
+qpdf_clean "sized" sized.pdf
+pdftoppm -r 72 -png sized.pdf sized
+result=$($PY - <<'PY'
+from PIL import Image
+bad = []
+def near(name, got, want, tol=40):
+    if max(abs(a - b) for a, b in zip(got, want)) > tol:
+        bad.append(f"{name}: want {want} got {got}")
+# 40px, 50% of a 60pt block and a height of "30.0pt" (30 pixels) all make a picture 30 by 22.5 or 30 by
+# 30 points: green at the top right inside it, white just beyond.
+for page, size in ((1, 30), (2, 30), (3, 22.5)):
+    im = Image.open(f"sized-{page}.png").convert("RGB")
+    inside = int(10 + size - 3)
+    near(f"page {page} inside", im.getpixel((inside, 12)), (0, 160, 0))
+    near(f"page {page} beyond", im.getpixel((int(10 + size + 3), 12)), (255, 255, 255))
+    near(f"page {page} below", im.getpixel((12, int(10 + size + 3))), (255, 255, 255))
+print("\n".join(bad) if bad else "ok")
+PY
+)
+expect_eq "sized: pixels" "$result" "ok"
+
+# A gradient to transparent shows what lies under it, through a soft mask made of the stops' opacities.
+cat >fade.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 200pt 100pt; margin: 0 } body { margin: 0 }
+div { width: 200pt; height: 100pt; background: linear-gradient(to right, red, transparent) blue }
+</style></head><body><div></div></body></html>
+HTML
+timeout 60 "$VELLUM" fade.html -o fade.pdf 2>fade.err
+expect_eq "fade: status" "$?" 0
+qpdf_clean "fade" fade.pdf
+fadeq=$(qpdf --qdf --object-streams=disable fade.pdf - | tr -d '\0' | tr -s ' \n' ' ')
+expect_contains "fade: luminosity mask" "$fadeq" "/S /Luminosity"
+pdftoppm -r 72 -png fade.pdf fade
+result=$($PY - <<'PY'
+from PIL import Image
+im = Image.open("fade-1.png").convert("RGB")
+left, mid, right = im.getpixel((2, 50)), im.getpixel((100, 50)), im.getpixel((197, 50))
+bad = []
+if not (left[0] > 220 and left[2] < 40):
+    bad.append(f"left {left}")
+if not (right[2] > 220 and right[0] < 40):
+    bad.append(f"right {right}")
+# Half way: red over blue at half strength, and no grey or white mixed in.
+if not (90 < mid[0] < 170 and 90 < mid[2] < 170 and mid[1] < 40):
+    bad.append(f"middle {mid}")
+print("\n".join(bad) if bad else "ok")
+PY
+)
+expect_eq "fade: pixels" "$result" "ok"
+
+# background-attachment: fixed places the image against the page area, not the box; and
+# background-image-resolution sizes a background image (48 dpi: a 16-pixel image is 24pt wide).
+cat >fixed.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 100pt 200pt; margin: 10pt } body { margin: 0 }
+.res { height: 50pt; background: url(imgs/rgb.png) no-repeat; background-image-resolution: 48dpi }
+.fixed { margin-top: 50pt; height: 80pt; background: url(imgs/rgb.png) no-repeat fixed 0 60% }
+</style></head><body><div class="res"></div><div class="fixed"></div></body></html>
+HTML
+timeout 60 "$VELLUM" fixed.html -o fixed.pdf 2>fixed.err
+expect_eq "fixed: status" "$?" 0
+expect_eq "fixed: no warnings" "$(cat fixed.err)" ""
+pdftoppm -r 72 -png fixed.pdf fixedpx
+result=$($PY - <<'PY'
+from PIL import Image
+im = Image.open("fixedpx-1.png").convert("RGB")
+bad = []
+def near(name, got, want, tol=40):
+    if max(abs(a - b) for a, b in zip(got, want)) > tol:
+        bad.append(f"{name}: want {want} got {got}")
+near("resolution: green quadrant 24pt wide", im.getpixel((30, 13)), (0, 160, 0))
+near("resolution: beyond the image", im.getpixel((40, 13)), (255, 255, 255))
+# 60% of the page area's free height: the image's top at 10 + 0.6 * 168 = 110.8pt.
+near("fixed: at the page position", im.getpixel((13, 113)), (255, 0, 0))
+near("fixed: not at the box position", im.getpixel((13, 153)), (255, 255, 255))
+print("\n".join(bad) if bad else "ok")
+PY
+)
+expect_eq "fixed: pixels" "$result" "ok"
 
 finish

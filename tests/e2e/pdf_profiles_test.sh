@@ -143,6 +143,89 @@ timeout 60 "$VELLUM" alpha.html --pdf-profile=PDF/X-4 -o alpha-x.pdf 2>alpha-x.e
 expect_not_contains "alpha under PDF/X-4: no warning" "$(cat alpha-x.err)" "transparent images"
 expect_eq "alpha under PDF/X-4: one soft mask, shared" "$(qpdf --qdf --object-streams=disable alpha-x.pdf - | grep -ac /SMask)" 1
 
+# PDF/X-4 is a PDF 1.6 profile; the others keep the version the content asks for.
+expect_eq "PDF/X-4: version" "$(head -c 8 PDFX4.pdf)" "%PDF-1.6"
+expect_eq "PDF/A-1b: version" "$(head -c 8 PDFA1b.pdf)" "%PDF-1.4"
+
+# Markup characters in the metadata are escaped in the XMP packet, which stays well-formed.
+sed 's|<title>Annual report</title>|<title>R\&amp;D \&lt;2024\&gt; "draft"</title><meta name="author" content="O'"'"'Neil \&amp; Sons">|' \
+    doc.html >escaped.html
+timeout 60 "$VELLUM" escaped.html --pdf-profile=PDF/A-1b -o escaped.pdf 2>escaped.err
+expect_eq "escaped: status" "$?" 0
+expect_eq "escaped: title" "$(xmp_property escaped.pdf rdf:li | sed -n 1p)" 'R&D <2024> "draft"'
+expect_eq "escaped: author" "$(xmp_property escaped.pdf rdf:li | tail -1)" "O'Neil & Sons"
+
+# PDF/A-1a is tagged: headings, paragraphs, lists, tables and figures (with their alternate text) are
+# structure elements whose content is marked on the pages; running heads and backgrounds are artifacts.
+cp "$DATA/../image/data/rgb.png" logo.png
+cat >tagged.html <<'HTML'
+<!DOCTYPE html><html lang="en-GB"><head><title>Tagged</title><style>
+@page { size: 300pt 400pt; margin: 40pt; @top-center { content: "RUNNING HEAD" } }
+body { font: 10pt "DejaVu Sans" } .box { background: #eee; border: 1pt solid black }
+</style></head><body>
+<h1>Report title</h1>
+<p class="box">First paragraph with <em>emphasis</em>.</p>
+<ul><li>Item one</li><li>Item two</li></ul>
+<table><tr><th>Head</th><td>Cell</td></tr></table>
+<p><img src="logo.png" alt="Company logo"></p>
+<p lang="de">Deutscher Absatz.</p>
+</body></html>
+HTML
+timeout 60 "$VELLUM" tagged.html --pdf-profile=PDF/A-1a -o tagged.pdf 2>tagged.err
+expect_eq "tagged: status" "$?" 0
+expect_eq "tagged: no messages" "$(cat tagged.err)" ""
+qpdf_clean "tagged" tagged.pdf
+cat=$(object tagged.pdf 1)
+expect_contains "tagged: marked" "$cat" "/MarkInfo << /Marked true >>"
+expect_contains "tagged: structure root" "$cat" "/StructTreeRoot"
+# Language tags are kept in lower case; they are compared without regard to case.
+expect_contains "tagged: language" "$cat" "/Lang (en-gb)"
+tree=$(pdfinfo -struct-text tagged.pdf 2>&1)
+for element in "Document" "H1" "P" "L" "LI" "Table" "TR" "TH" "TD" "Figure"; do
+    expect_contains "tagged: $element element" "$tree" "$element"
+done
+expect_contains "tagged: heading text" "$(echo "$tree" | grep -A1 'H1')" "Report title"
+expect_contains "tagged: figure alt" "$(qpdf --qdf --object-streams=disable tagged.pdf - | tr -d '\0')" "/Alt (Company logo)"
+expect_contains "tagged: paragraph language" "$(qpdf --qdf --object-streams=disable tagged.pdf - | tr -d '\0')" "/Lang (de)"
+# The running head is an artifact, so it is not part of the structure's text.
+expect_not_contains "tagged: running head is an artifact" "$tree" "RUNNING HEAD"
+expect_contains "tagged: running head still shown" "$(pdftotext tagged.pdf -)" "RUNNING HEAD"
+page=$(qpdf --qdf --object-streams=disable tagged.pdf - | tr -d '\0')
+expect_contains "tagged: artifacts" "$page" "/Artifact BMC"
+expect_contains "tagged: struct parents" "$page" "/StructParents 0"
+# Without PDF/A-1a nothing is marked.
+expect_not_contains "untagged: no marks" "$(qpdf --qdf --object-streams=disable PDFA1b.pdf - | tr -d '\0')" "MCID"
+
+# PDF/X paints in process colours: no device RGB in the pages, the images or the shadings.
+cat >press.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 200pt 200pt; margin: 10pt }
+body { font: 10pt "DejaVu Sans"; color: #0000ff }
+div { height: 40pt; background: linear-gradient(to right, red, yellow) }
+</style></head><body><p style="background: red">Red box, blue text</p><div></div>
+<p><img src="logo.png" alt="logo" style="width: 40pt"></p></body></html>
+HTML
+for profile in PDF/X-3:2003 PDF/X-4; do
+    timeout 60 "$VELLUM" press.html --pdf-profile="$profile" -o press.pdf 2>press.err
+    expect_eq "$profile press: status" "$?" 0
+    qpdf_clean "$profile press" press.pdf
+    pressq=$(qpdf --qdf --object-streams=disable press.pdf - | tr -d '\0')
+    expect_not_contains "$profile press: no device RGB" "$pressq" "DeviceRGB"
+    expect_eq "$profile press: no rg operators" "$(echo "$pressq" | grep -ac ' rg$')" 0
+    expect_contains "$profile press: CMYK fills" "$pressq" " k"
+    expect_contains "$profile press: CMYK image" "$pressq" "/ColorSpace /DeviceCMYK"
+    pdftoppm -r 72 -png press.pdf press
+    result=$(/usr/bin/python3 - <<'PY'
+from PIL import Image
+im = Image.open("press-1.png").convert("RGB")
+# The red background still prints red: a band of red pixels across the page.
+reds = sum(1 for p in im.getdata() if p[0] > 200 and p[1] < 60 and p[2] < 60)
+print("ok" if reds > 1000 else f"red pixels: {reds}")
+PY
+)
+    expect_eq "$profile press: red stays red" "$result" "ok"
+done
+
 timeout 60 "$VELLUM" doc.html --pdf-profile=PDF/Z -o bad.pdf 2>bad.err
 expect_eq "unknown profile: status" "$?" 1
 expect_contains "unknown profile: message" "$(cat bad.err)" "invalid value for option \`--pdf-profile'"

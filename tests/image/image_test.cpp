@@ -1,9 +1,11 @@
 // The header readers and decoders on the test image set (made by tests/tools/gen_test_images.py): a
 // 16x16 grid of red, green, blue and white quadrants in each format and pixel kind, and broken files.
+#include "image/convert.hpp"
 #include "image/icc.hpp"
 #include "image/image.hpp"
 
 #include <fstream>
+#include <span>
 #include <iterator>
 #include <string>
 
@@ -97,7 +99,7 @@ std::array<int, 3> rgb_at(image const& im, int x, int y) {
 
 TEST(image, decoded_pixels_match_the_grid) {
     for (auto const* name : {"rgb.png", "interlaced.png", "rgba.png", "rgb16.png", "rgba16.png", "palette.png",
-                             "grid.gif", "grid.tif"}) {
+                             "grid.gif", "grid.tif", "rgb16.tif"}) {
         SCOPED_TRACE(name);
         auto const im = decode_image(file(name), *format_of_extension(name), std::nullopt);
         ASSERT_TRUE(im) << im.error();
@@ -124,6 +126,13 @@ TEST(image, alpha_depth_and_masks) {
     ASSERT_TRUE(deep_alpha);
     EXPECT_EQ(std::get<image_data_normal>(deep_alpha->image_data).image_data_buffer.image_buffer_kind,
               buffer_kind::image_buffer_8_bit);
+    // A TIFF of 16-bit RGB keeps its depth too, and says so in its header.
+    auto const tiff = decode_image(file("rgb16.tif"), image_format::tiff, std::nullopt);
+    ASSERT_TRUE(tiff) << tiff.error();
+    EXPECT_EQ(std::get<image_data_normal>(tiff->image_data).image_data_buffer.image_buffer_kind,
+              buffer_kind::image_buffer_16_bit);
+    EXPECT_EQ(std::get<image_data_normal>(tiff->image_data).image_data_buffer.buffer_bytes.size(), 16u * 16 * 6);
+    EXPECT_EQ(read_header(file("rgb16.tif"), image_format::tiff, false)->image_depth, image_depth::depth_16bit);
     // A 1-bit grey image stays 1 bit: two bytes a row of 16 pixels.
     auto const bw = decode_image(file("bw.png"), image_format::png, std::nullopt);
     ASSERT_TRUE(bw);
@@ -157,6 +166,37 @@ TEST(image, jpeg_passes_through) {
     EXPECT_LT(a.size(), data.size());
 }
 
+TEST(image, rgb_turned_to_cmyk_for_press_output) {
+    using convert::device_cmyk;
+    using convert::rgb_to_cmyk;
+    EXPECT_EQ(rgb_to_cmyk(1, 0, 0), (std::array<float, 4>{0, 1, 1, 0}));
+    EXPECT_EQ(rgb_to_cmyk(0, 0, 0), (std::array<float, 4>{0, 0, 0, 1}));
+    EXPECT_EQ(rgb_to_cmyk(1, 1, 1), (std::array<float, 4>{0, 0, 0, 0}));
+    // Each kind of RGB source ends as 8-bit CMYK: the red quadrant at the top left is no cyan, full
+    // magenta and yellow, no black.
+    for (auto const* name : {"rgb.png", "rgb16.png", "rgb.jpg", "grid.gif", "rgb16.tif"}) {
+        SCOPED_TRACE(name);
+        auto const im = decode_image(file(name), *format_of_extension(name), std::nullopt);
+        ASSERT_TRUE(im) << im.error();
+        auto const cmyk = device_cmyk(*im);
+        ASSERT_TRUE(cmyk) << cmyk.error();
+        auto const& n = std::get<image_data_normal>(cmyk->image_data);
+        EXPECT_EQ(n.image_data_color_space, image_color_space::image_color_cmyk);
+        EXPECT_EQ(n.image_data_buffer.image_buffer_kind, buffer_kind::image_buffer_8_bit);
+        ASSERT_EQ(n.image_data_buffer.buffer_bytes.size(), 16u * 16 * 4);
+        auto const px = n.image_data_buffer.buffer_bytes.view();
+        std::size_t const at = (2 * 16 + 2) * 4;
+        EXPECT_LT(px[at], 30);
+        EXPECT_GT(px[at + 1], 225);
+        EXPECT_GT(px[at + 2], 225);
+        EXPECT_LT(px[at + 3], 30);
+    }
+    // Grey stays grey.
+    auto const gray = decode_image(file("gray.png"), image_format::png, std::nullopt);
+    ASSERT_TRUE(gray);
+    EXPECT_EQ(*device_cmyk(*gray), *gray);
+}
+
 TEST(icc, header_checks) {
     std::vector<std::uint8_t> p(132, 0);
     auto put = [&](std::size_t at, char const* four) {
@@ -172,6 +212,17 @@ TEST(icc, header_checks) {
     auto const wrong = icc::parse_icc(bytes::from_vector(p), 4);
     ASSERT_FALSE(wrong);
     EXPECT_EQ(wrong.error(), "ICC profile has 3 components but expected 4");
+    // Spaces beyond the device ones have their component counts: six colourants.
+    put(16, "6CLR");
+    auto const six = icc::read_icc(p);
+    ASSERT_TRUE(six);
+    EXPECT_EQ(six->icc_components, 6);
+    EXPECT_EQ(six->icc_color_space, icc::color_space::color_space_ncolor);
+    put(16, "RGB ");
+    put(12, "scnr");
+    ASSERT_FALSE(icc::read_icc(p));
+    EXPECT_EQ(icc::read_icc(p).error(), "ICC profile unknown device class: 0x73636E72");
+    put(12, "mntr");
     put(36, "xxxx");
     EXPECT_FALSE(icc::parse_icc(bytes::from_vector(p), 3));
 }

@@ -89,6 +89,16 @@ TEST(conformance, xmp_packet_parts_in_order) {
               std::string::npos);
 }
 
+TEST(conformance, xmp_texts_are_escaped) {
+    metadata::metadata const meta{.title = "Tom & Jerry <live>", .author = "O'Neil \"Q\"\x01", .keywords = {"a<b"}};
+    auto const x = xmp_packet(meta, "P&Q", {}, profile::pdf_profile::pdfa_1b);
+    EXPECT_NE(x.find(">Tom &amp; Jerry &lt;live&gt;</rdf:li>"), std::string::npos);
+    // Quotes would end the attribute values around them in other XMP writers' forms; a control
+    // character is not allowed in XML at all.
+    EXPECT_NE(x.find("<rdf:li>O&apos;Neil &quot;Q&quot;</rdf:li>"), std::string::npos);
+    EXPECT_NE(x.find("<pdf:Keywords>a&lt;b</pdf:Keywords><pdf:Producer>P&amp;Q</pdf:Producer>"), std::string::npos);
+}
+
 TEST(conformance, profile_information_entries) {
     EXPECT_EQ(profile_info_entries(profile::pdf_profile::pdfa_1a), dict{});
     EXPECT_EQ(to_text(object{profile_info_entries(profile::pdf_profile::pdfx_3_2003)}),

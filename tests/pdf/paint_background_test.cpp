@@ -2,6 +2,8 @@
 // linear gradients, and the stitched colour ramp.
 #include "pdf/paint_background.hpp"
 
+#include "css/parser.hpp"
+
 #include <gtest/gtest.h>
 
 namespace vellum::pdf::paint_background {
@@ -100,6 +102,34 @@ TEST(paint_background, stops_fill_in_missing_positions_and_stitch) {
     // Two stops at the ends: one interpolation.
     auto const two = page_objects::ramp_function({{0, color::rgb{1, 0, 0}}, {1, color::rgb{0, 0, 1}}});
     EXPECT_EQ(two.dict_entries[0].second, (object{std::int64_t{2}}));
+}
+
+TEST(paint_background, transparent_stops_fade_the_neighbouring_colours) {
+    borders::frame const tile{0, 0, 100, 100};
+    // red, transparent, blue: the transparent stop becomes two at the middle, red fading out and blue
+    // fading in, so no grey or black is mixed in; the opacities form the soft mask's ramp.
+    auto s = gradient_shading(gradient("linear-gradient", {word("red"), word("transparent"), word("blue")}), tile, 12,
+                              css::color::black());
+    ASSERT_TRUE(s);
+    ASSERT_EQ(s->shading_stops.size(), 4u);
+    EXPECT_EQ(s->shading_stops[1], (page_objects::ramp_stop{0.5, color::rgb{1, 0, 0}, 0}));
+    EXPECT_EQ(s->shading_stops[2], (page_objects::ramp_stop{0.5, color::rgb{0, 0, 1}, 0}));
+    EXPECT_TRUE(page_objects::translucent(s->shading_stops));
+    auto const mask = page_objects::alpha_ramp(s->shading_stops);
+    ASSERT_EQ(mask.size(), 4u);
+    EXPECT_EQ(mask[0].stop_color, (color::color{color::gray{1.0}}));
+    EXPECT_EQ(mask[1].stop_color, (color::color{color::gray{0.0}}));
+    // A half-transparent colour keeps its colour and half its opacity; opaque ramps need no mask.
+    auto const half = css::parser::parse_value("", "rgba(0, 0, 255, 0.5)");
+    ASSERT_TRUE(half);
+    s = gradient_shading(gradient("linear-gradient", {word("transparent"), *half}), tile, 12, css::color::black());
+    ASSERT_TRUE(s);
+    ASSERT_EQ(s->shading_stops.size(), 2u);
+    EXPECT_EQ(s->shading_stops[0].stop_color, (color::color{color::rgb{0, 0, 1}}));
+    EXPECT_NEAR(s->shading_stops[1].stop_alpha, 0.5, 1e-6);
+    s = gradient_shading(gradient("linear-gradient", {word("red"), word("blue")}), tile, 12, css::color::black());
+    ASSERT_TRUE(s);
+    EXPECT_FALSE(page_objects::translucent(s->shading_stops));
 }
 
 } // namespace

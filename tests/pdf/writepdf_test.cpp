@@ -72,6 +72,17 @@ pdf_document sample() {
     return doc;
 }
 
+TEST(writepdf, version_follows_the_options_and_pdfx4) {
+    metadata::pdf_options o;
+    EXPECT_EQ(choose_version(o), pdf_version::pdf_1_4);
+    o.pdf_profile = profile::pdf_profile::pdfa_1b;
+    EXPECT_EQ(choose_version(o), pdf_version::pdf_1_4);
+    o.pdf_profile = profile::pdf_profile::pdfx_4;
+    EXPECT_EQ(choose_version(o), pdf_version::pdf_1_6);
+    o.pdf_paper_tray = metadata::pdf_paper_tray::pick_tray_by_pdf_size;
+    EXPECT_EQ(choose_version(o), pdf_version::pdf_1_7);
+}
+
 TEST(writepdf, a_document_with_pages_links_bookmarks_and_labels) {
     auto const path = write_to_file(sample(), "writepdf_sample.pdf");
     auto const [status, report] = run("qpdf --check " + path);

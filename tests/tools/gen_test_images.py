@@ -38,6 +38,32 @@ def png16(path, alpha):
     Path(path).write_bytes(b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", ihdr) + chunk(b"IDAT", zlib.compress(raw)) + chunk(b"IEND", b""))
 
 
+def tiff16(path):
+    # A baseline TIFF of 16-bit RGB samples, uncompressed and little-endian, written by hand.
+    im = grid()
+    pixels = b"".join(struct.pack("<HHH", *(v * 257 for v in im.getpixel((x, y)))) for y in range(16) for x in range(16))
+    entries = [
+        (256, 3, 1, 16), (257, 3, 1, 16), (258, 3, 3, None), (259, 3, 1, 1), (262, 3, 1, 2),
+        (273, 4, 1, None), (277, 3, 1, 3), (278, 3, 1, 16), (279, 4, 1, len(pixels)), (284, 3, 1, 1),
+    ]
+    ifd_at = 8
+    ifd_size = 2 + 12 * len(entries) + 4
+    bits_at = ifd_at + ifd_size
+    data_at = bits_at + 6
+    ifd = struct.pack("<H", len(entries))
+    for tag, kind, count, value in entries:
+        if tag == 258:
+            ifd += struct.pack("<HHII", tag, kind, count, bits_at)
+        elif tag == 273:
+            ifd += struct.pack("<HHII", tag, kind, count, data_at)
+        elif kind == 3:
+            ifd += struct.pack("<HHIHH", tag, kind, count, value, 0)
+        else:
+            ifd += struct.pack("<HHII", tag, kind, count, value)
+    ifd += struct.pack("<I", 0)
+    Path(path).write_bytes(b"II*\0" + struct.pack("<I", ifd_at) + ifd + struct.pack("<HHH", 16, 16, 16) + pixels)
+
+
 def huge_header(path):
     def chunk(kind, data):
         return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data) & 0xFFFFFFFF)
@@ -66,6 +92,7 @@ def main(out):
     g.convert("CMYK").save(out / "cmyk.jpg", quality=95, subsampling=0)
     g.save(out / "grid.gif")
     g.save(out / "grid.tif")
+    tiff16(out / "rgb16.tif")
     g.save(out / "jpeg-named.png", format="JPEG", quality=95, subsampling=0)
     # Broken files.
     data = (out / "rgb.png").read_bytes()

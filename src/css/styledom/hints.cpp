@@ -5,6 +5,7 @@
 #include "util/cell.hpp"
 #include "util/ref.hpp"
 
+#include <cmath>
 #include <mutex>
 
 namespace vellum::styledom::hints {
@@ -65,6 +66,59 @@ dom::element_ref html_ancestor(dom::dom_element const& e, std::string_view local
         }
         parent = a->dom_element_parent.get();
     }
+}
+
+// The value of an HTML dimension attribute ("20", "20px", "50%") as browsers read it: a number of CSS
+// pixels or a percentage; nothing without a leading number.
+std::optional<css::value::value> dimension_value(std::string_view text) {
+    // Leading white space is skipped; then digits, an optional fraction, and whatever follows the number
+    // is ignored unless it starts with "%". "20px", "20" and "20.5em" are all 20 or 20.5 pixels.
+    std::size_t at = text.find_first_not_of(" \t\n\f\r");
+    if (at == std::string_view::npos) {
+        return std::nullopt;
+    }
+    double value = 0;
+    std::size_t digits = 0;
+    for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at, ++digits) {
+        value = value * 10 + (text[at] - '0');
+    }
+    if (digits == 0) {
+        return std::nullopt;
+    }
+    if (at + 1 < text.size() && text[at] == '.' && text[at + 1] >= '0' && text[at + 1] <= '9') {
+        double scale = 0.1;
+        for (++at; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at, scale /= 10) {
+            value += (text[at] - '0') * scale;
+        }
+    }
+    // Whole numbers stay integers, as the CSS scanner keeps them.
+    css::number const v = value == std::floor(value) && value < 1e9 ? css::number{static_cast<int>(value)}
+                                                                      : css::number{value};
+    if (at < text.size() && text[at] == '%') {
+        return css::value::percent{v};
+    }
+    return css::value::dimension{v, "px"};
+}
+
+// "width" and "height" of an img, object, embed, video or image input from its attributes, at author
+// origin and numbered 0, so that every author rule overrides them.
+std::vector<pdeclaration> replaced_size_hints(dom::dom_element const& e) {
+    auto const& n = e.dom_element_name;
+    bool const image_input = tree::is_html_name(n, "input") &&
+                             css::lexer::ascii_lower(tree::plain_attribute(e, "type").value_or("")) == "image";
+    if (!tree::is_html_name(n, "img") && !tree::is_html_name(n, "object") && !tree::is_html_name(n, "embed") &&
+        !tree::is_html_name(n, "video") && !image_input) {
+        return {};
+    }
+    std::vector<pdeclaration> out;
+    for (std::string_view const attr : {"width", "height"}) {
+        if (auto const text = tree::plain_attribute(e, attr)) {
+            if (auto v = dimension_value(*text)) {
+                out.push_back(hint(std::string(attr), std::move(*v), css::origin::author));
+            }
+        }
+    }
+    return out;
 }
 
 } // namespace
@@ -136,6 +190,9 @@ std::vector<pdeclaration> link_color_hint(dom::dom_element const& e) {
 std::vector<pdeclaration> presentational_hints(dom::dom_element const& e, resource::locator::locator const& base,
                                                hint_filters const& filters) {
     auto out = svg_hints(e, base, filters);
+    for (auto& h : replaced_size_hints(e)) {
+        out.push_back(std::move(h));
+    }
     for (auto& h : cellpadding_hint(e)) {
         out.push_back(std::move(h));
     }
