@@ -253,6 +253,8 @@ std::vector<element_row> const& longhand_rows() {
         {"max-width", {L::max_width}, "none", "80%"},
         {"min-height", {L::min_height}, "0", "2em"},
         {"min-width", {L::min_width}, "0", "100pt"},
+        {"object-fit", {L::object_fit}, "fill", "scale-down"},
+        {"object-position", {L::object_position}, "50% 50%", "left 10px top 20%"},
         {"opacity", {L::opacity}, "1.0", "0.5"},
         {"orphans", {L::orphans}, "2", "3"},
         {"overflow", {L::overflow}, "visible", "hidden"},
@@ -484,7 +486,7 @@ TEST(property_table, every_name_has_a_row) {
         add(r.name);
     }
     EXPECT_EQ(longhand_rows().size(), longhand_count);
-    EXPECT_EQ(seen.size(), 204u);
+    EXPECT_EQ(seen.size(), 206u);
     EXPECT_EQ(seen.size(), static_cast<std::size_t>(propnames::prop_name_count));
 }
 
