@@ -333,6 +333,8 @@ enum class box_decoration_break { clone, slice };
 enum class caption_page { first, following, all_pages };
 enum class caption_side { top, bottom };
 enum class overflow { visible, hidden };
+/// How a replaced element's picture fills its content box.
+enum class object_fit { fill, contain, cover, none, scale_down };
 enum class table_layout { fixed, auto_ };
 enum class unicode_bidi { normal, embed, bidi_override };
 enum class writing_mode { horizontal, vertical };

@@ -783,6 +783,10 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
     s.max_width = c.get_attr<L::max_width>(parent.max_width, init.max_width, maxw);
     s.min_height = c.get_attr<L::min_height>(parent.min_height, init.min_height, pad);
     s.min_width = c.get_attr<L::min_width>(parent.min_width, init.min_width, pad);
+    s.object_fit = c.get<L::object_fit>(parent.object_fit, init.object_fit, identity);
+    s.object_position = c.get<L::object_position>(
+        parent.object_position, init.object_position,
+        [&](box::spec_bg_position const& p) { return box::bg_position{c.lp(p.bg_position_x), c.lp(p.bg_position_y)}; });
     s.opacity = c.get<L::opacity>(parent.opacity, init.opacity, identity);
     s.orphans = c.get<L::orphans>(parent.orphans, init.orphans, identity);
     s.widows = c.get<L::widows>(parent.widows, init.widows, identity);

@@ -31,7 +31,7 @@ enum class longhand : std::uint8_t {
 #include "css/longhand_enum.inc"
 };
 
-inline constexpr std::size_t longhand_count = 168;
+inline constexpr std::size_t longhand_count = 170;
 
 /// The value of the parent.
 struct inherit {

@@ -961,6 +961,19 @@ opt<box::box_sizing> parse_box_sizing(value::value const& v) {
     return keyword(v, words);
 }
 
+opt<box::object_fit> parse_object_fit(value::value const& v) {
+    using o = box::object_fit;
+    static constexpr auto words =
+        table<o>(std::pair{"fill", o::fill}, std::pair{"contain", o::contain}, std::pair{"cover", o::cover},
+                 std::pair{"none", o::none}, std::pair{"scale-down", o::scale_down});
+    return keyword(v, words);
+}
+
+// The position of a replaced element's picture in its box, written as a background position is.
+opt<box::spec_bg_position> parse_object_position(value::value const& v) {
+    return parse_position_terms(terms_of(v));
+}
+
 opt<box::caption_page> parse_caption_page(value::value const& v) {
     using c = box::caption_page;
     static constexpr auto words = table<c>(std::pair{"first", c::first}, std::pair{"following", c::following},

@@ -16,7 +16,7 @@ enum class prop_name : std::uint8_t {
 };
 
 /// The number of property names.
-inline constexpr int prop_name_count = 211;
+inline constexpr int prop_name_count = 213;
 
 /// Whether a name is a longhand of elements, a shorthand, or read only in page and font-face rules.
 enum class name_kind : std::uint8_t { longhand, shorthand, page_only };

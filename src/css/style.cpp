@@ -58,6 +58,7 @@ bool style::operator==(style const& other) const {
            a.margin_left == b.margin_left && a.margin_outside == b.margin_outside &&
            a.margin_right == b.margin_right && a.margin_top == b.margin_top && a.max_height == b.max_height &&
            a.max_width == b.max_width && a.min_height == b.min_height && a.min_width == b.min_width &&
+           a.object_fit == b.object_fit && a.object_position == b.object_position &&
            a.opacity == b.opacity && a.orphans == b.orphans && a.widows == b.widows &&
            a.overflow == b.overflow && a.padding_bottom == b.padding_bottom &&
            a.padding_left == b.padding_left && a.padding_right == b.padding_right &&

@@ -117,6 +117,8 @@ struct style {
     box::max_width max_width = box::none_value{};
     box::min_width min_height = 0.0f;
     box::min_width min_width = 0.0f;
+    box::object_fit object_fit = box::object_fit::fill;
+    box::bg_position object_position{units::percentage{50}, units::percentage{50}};
     float opacity = 1;
     int orphans = 2;
     int widows = 2;

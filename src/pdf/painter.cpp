@@ -651,11 +651,66 @@ struct painter {
         if (alpha < 1) {
             content::opacity(o, g, alpha, alpha);
         }
-        content::concat(o, g, matrix::matrix{w, 0, 0, h, x, y - h});
+        auto const picture = fitted_picture(style, im.imagebox_content->image_info, x, y, w, h);
+        // A picture that reaches beyond its box (cover, none, an offset position) is cut at the box.
+        bool const outside = picture.x < x - 0.01f || picture.y > y + 0.01f || picture.x + picture.w > x + w + 0.01f ||
+                             picture.y - picture.h < y - h - 0.01f;
+        if (outside) {
+            content::rect(o, g, x, y - h, w, h);
+            content::clip(o);
+            content::end_path(o);
+        }
+        content::concat(o, g, matrix::matrix{picture.w, 0, 0, picture.h, picture.x, picture.y - picture.h});
         bool const marked = begin_content();
         content::xobject(o, g, name);
         end_content(marked);
         content::restore(o, g);
+    }
+
+    // Where a replaced element's picture stands in its content box (left x, top y, width, height), by
+    // object-fit and object-position: stretched to the box, scaled whole into it or over it, or at its
+    // natural size at the image resolution, placed like a background image.
+    struct picture_rect {
+        float x = 0;
+        float y = 0;
+        float w = 0;
+        float h = 0;
+    };
+
+    static picture_rect fitted_picture(css::style::style const& style,
+                                       image::image_info const& info,
+                                       float x,
+                                       float y,
+                                       float w,
+                                       float h) {
+        if (style.object_fit == css::box::object_fit::fill || info.image_width <= 0 || info.image_height <= 0) {
+            return {x, y, w, h};
+        }
+        auto const natural = paint_background::image_size_at(info, style.image_resolution);
+        float const nw = float(natural.first);
+        float const nh = float(natural.second);
+        float const contain = std::min(w / nw, h / nh);
+        float scale = 1;
+        switch (style.object_fit) {
+        case css::box::object_fit::fill:
+        case css::box::object_fit::none:
+            break;
+        case css::box::object_fit::contain:
+            scale = contain;
+            break;
+        case css::box::object_fit::cover:
+            scale = std::max(w / nw, h / nh);
+            break;
+        case css::box::object_fit::scale_down:
+            scale = std::min(1.0f, contain);
+            break;
+        }
+        float const pw = nw * scale;
+        float const ph = nh * scale;
+        // Percentages of object-position are of the room left over, as for backgrounds: 50% centres.
+        float const px = x + float(borders::resolve(style.object_position.bg_position_x, w - pw));
+        float const py = y - float(borders::resolve(style.object_position.bg_position_y, h - ph));
+        return {px, py, pw, ph};
     }
 
 

@@ -259,6 +259,8 @@ std::vector<element_row> const& longhand_rows() {
         {"max-width", {L::max_width}, "none", "80%"},
         {"min-height", {L::min_height}, "0", "2em"},
         {"min-width", {L::min_width}, "0", "100pt"},
+        {"object-fit", {L::object_fit}, "fill", "scale-down"},
+        {"object-position", {L::object_position}, "50% 50%", "left 10px top 20%"},
         {"opacity", {L::opacity}, "1.0", "0.5"},
         {"orphans", {L::orphans}, "2", "3"},
         {"overflow", {L::overflow}, "visible", "hidden"},
@@ -280,6 +282,7 @@ std::vector<element_row> const& longhand_rows() {
         {"-vellum-pdf-destination", {L::vellum_pdf_destination}, "none", "attr(id)"},
         {"-vellum-pdf-link-type", {L::vellum_pdf_link_type}, "auto", "external"},
         {"-vellum-text-replace", {L::vellum_text_replace}, "none", "\"--\" \"\\2013\" \"'\" \"\\2019\""},
+        {"quotes", {L::quotes}, "auto", "\"<\" \">\" \"[\" \"]\""},
         {"right", {L::right}, "auto", "1em"},
         {"stop-color", {L::stop_color}, "black", "hotpink"},
         {"stop-opacity", {L::stop_opacity}, "1", "0"},
@@ -496,7 +499,7 @@ TEST(property_table, every_name_has_a_row) {
         add(r.name);
     }
     EXPECT_EQ(longhand_rows().size(), longhand_count);
-    EXPECT_EQ(seen.size(), 211u);
+    EXPECT_EQ(seen.size(), 213u);
     EXPECT_EQ(seen.size(), static_cast<std::size_t>(propnames::prop_name_count));
 }
 

@@ -59,7 +59,7 @@ TEST(propnames, kinds) {
     for (int i = 0; i < prop_name_count; ++i) {
         longhands += kind_of(static_cast<prop_name>(i)) == name_kind::longhand;
     }
-    EXPECT_EQ(longhands, 168);
+    EXPECT_EQ(longhands, 170);
 }
 
 TEST(propnames, script_names) {

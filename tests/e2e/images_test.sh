@@ -178,6 +178,59 @@ PY
 )
 expect_eq "backgrounds: pixels" "$result" "ok"
 
+# object-fit and object-position place the picture in its box; the HTML size attributes read "40px"
+# and "50%" as browsers do. Each image on a page of its own, its box at (10pt, 10pt).
+cat >fit.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 100pt 100pt; margin: 10pt } body { margin: 0 }
+img, div { display: block; page-break-after: always }
+.box { width: 80pt; height: 40pt }
+.contain { object-fit: contain } .cover { object-fit: cover }
+.none { object-fit: none; object-position: 0 0 }
+</style></head><body>
+<img class="box contain" src="imgs/rgb.png" alt="c"><img class="box cover" src="imgs/rgb.png" alt="v">
+<img class="box none" src="imgs/rgb.png" alt="n"><img src="imgs/rgb.png" width="40px" alt="w">
+<div style="width: 60pt"><img src="imgs/rgb.png" width="50%" alt="p"></div>
+</body></html>
+HTML
+timeout 60 "$VELLUM" fit.html -o fit.pdf 2>fit.err
+expect_eq "fit: status" "$?" 0
+expect_eq "fit: no warnings" "$(cat fit.err)" ""
+qpdf_clean "fit" fit.pdf
+pdftoppm -r 72 -png fit.pdf fit
+result=$($PY - <<'PY'
+from PIL import Image
+bad = []
+def px(page, x, y):
+    return Image.open(f"fit-{page}.png").convert("RGB").getpixel((x, y))
+def near(name, got, want, tol=40):
+    if max(abs(a - b) for a, b in zip(got, want)) > tol:
+        bad.append(f"{name}: want {want} got {got}")
+red, green, blue, white = (255, 0, 0), (0, 160, 0), (0, 0, 255), (255, 255, 255)
+# contain: a 40pt square in the middle of the 80pt by 40pt box, white bands beside it.
+near("contain band", px(1, 15, 30), white)
+near("contain red", px(1, 35, 15), red)
+near("contain green", px(1, 65, 15), green)
+near("contain right band", px(1, 85, 30), white)
+# cover: an 80pt square cut to the box's 40pt, its middle showing; nothing below the box.
+near("cover top", px(2, 15, 15), red)
+near("cover bottom", px(2, 15, 45), blue)
+near("cover right", px(2, 85, 45), white)
+near("cover clipped", px(2, 15, 56), white)
+near("cover clipped right", px(2, 60, 56), white)
+# none at 0 0: the natural 12pt square at the top left corner of the box.
+near("none picture", px(3, 13, 13), red)
+near("none beyond", px(3, 30, 15), white)
+# width="40px": 30pt wide, height by the ratio; width="50%" of a 60pt block: 30pt too.
+for page in (4, 5):
+    near(f"attribute size {page} inside", px(page, 37, 12), green)
+    near(f"attribute size {page} beyond", px(page, 43, 12), white)
+    near(f"attribute size {page} below", px(page, 12, 43), white)
+print("\n".join(bad) if bad else "ok")
+PY
+)
+expect_eq "fit: pixels" "$result" "ok"
+
 # The HTML size attributes read "40px" and "50%" as browsers do. Each image on a page of its own, its
 # box at (10pt, 10pt).
 cat >sized.html <<'HTML'
