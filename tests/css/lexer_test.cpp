@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
+
 namespace vellum::css::lexer {
 namespace {
 
@@ -11,10 +13,12 @@ std::string show(std::string_view text, comments mode = comments::drop) {
     std::string out;
     for (auto const& t : scan(text, mode)) {
         std::string kind;
+        // Identifiers show their name as read, escapes undone; to_text would escape it again.
+        std::optional<std::string> raw;
         std::visit(overloaded{
                        [&](symbol s) { kind = s == symbol::space ? "S" : s == symbol::comment ? "C" : ""; },
                        [&](string const&) { kind = "str:"; },
-                       [&](ident const&) { kind = "id:"; },
+                       [&](ident const& i) { kind = "id:"; raw = i.ident_name; },
                        [&](function const&) { kind = "fn:"; },
                        [&](number const& n) { kind = std::holds_alternative<int>(n.number_value) ? "int:" : "float:"; },
                        [&](signed_int const&) { kind = "sint:"; },
@@ -31,7 +35,7 @@ std::string show(std::string_view text, comments mode = comments::drop) {
         }
         bool const bare = std::holds_alternative<symbol>(t) &&
                           (is(t, symbol::space) || is(t, symbol::comment));
-        out += bare ? kind : kind + to_text(t);
+        out += bare ? kind : kind + raw.value_or(to_text(t));
     }
     return out;
 }
@@ -189,6 +193,19 @@ TEST(lexer, cuts_groups_nested_too_deeply) {
     EXPECT_EQ(opened, max_nesting - 1);
     EXPECT_EQ(to_text(tokens.back()), "}");
     EXPECT_FALSE(has_nesting_cut(scan("a{b:f(g(h(1)))}")));
+}
+
+TEST(lexer, names_written_back_read_as_the_same_names) {
+    for (std::string const name : {"1a", "-2b", "x&y", "a:b", "tab\tin", "plain-name"}) {
+        SCOPED_TRACE(name);
+        auto const text = css::lexer::to_text(css::lexer::token{css::lexer::ident{name}});
+        auto const again = css::lexer::scan(text, css::lexer::comments::drop);
+        ASSERT_EQ(again.size(), 1u) << text;
+        auto const* i = std::get_if<css::lexer::ident>(&again.front());
+        ASSERT_NE(i, nullptr) << text;
+        EXPECT_EQ(i->ident_name, name) << text;
+    }
+    EXPECT_EQ(css::lexer::to_text(css::lexer::token{css::lexer::ident{"plain-name"}}), "plain-name");
 }
 
 } // namespace

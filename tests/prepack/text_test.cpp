@@ -302,7 +302,7 @@ TEST(text, bidi_control_characters_open_and_close_embeddings) {
     deep += std::u32string(200, U'\u202C');
     deep += U" y";
     auto const deep_spans = bidi_of(deep, ltr);
-    EXPECT_LE(deepest_level(deep_spans), 125);
+    EXPECT_LE(deepest_level(deep_spans), 126); // 125 explicit, one more by the implicit rules
     EXPECT_GE(deepest_level(deep_spans), 124);
     auto const dumped = dump::dump_spans(deep_spans);
     EXPECT_EQ(dumped.rfind("text \"y\""), dumped.size() - 9) << dumped.substr(dumped.size() - 60);
