@@ -8,6 +8,7 @@
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
+#include <span>
 
 namespace vellum::js_scanner {
 
@@ -100,14 +101,19 @@ std::size_t ident_char(std::string_view s, std::size_t pos, bool first) {
     return (first ? is_ident_start_cp(cp) : is_ident_part_cp(cp)) ? n : 0;
 }
 
+// Both lists in byte order, for a binary search.
 constexpr std::array<std::string_view, 28> keywords = {
-    "null",   "true",     "false",  "break", "case",   "catch", "continue", "default", "delete", "do",
-    "else",   "finally",  "for",    "function", "if",  "in",    "instanceof", "new",   "return", "switch",
-    "this",   "throw",    "try",    "typeof", "var",   "void",  "while",    "with",
+    "break", "case", "catch", "continue", "default", "delete", "do",   "else",   "false", "finally",
+    "for",   "function", "if", "in",    "instanceof", "new",  "null", "return", "switch", "this",
+    "throw", "true", "try",  "typeof", "var", "void", "while", "with",
 };
 
 constexpr std::array<std::string_view, 7> reserved_words = {"class",  "const",   "debugger", "enum",
                                                             "export", "extends", "super"};
+
+bool listed(std::span<std::string_view const> words, std::string_view w) {
+    return std::binary_search(words.begin(), words.end(), w);
+}
 
 // Longest first, so the first that matches is the longest match.
 constexpr std::array<std::string_view, 48> punctuators = {
@@ -313,6 +319,10 @@ result<scanner> scanner::from_stream(std::FILE* stream) {
 }
 
 scanned scanner::scan_token(scan_mode mode) {
+    return scan_token([](void const* m) { return *static_cast<scan_mode const*>(m); }, &mode);
+}
+
+scanned scanner::scan_token(scan_mode (*decide)(void const* context), void const* context) {
     std::string_view s = scanner_text;
     for (;;) {
         std::size_t pos = scanner_pos;
@@ -371,14 +381,15 @@ scanned scanner::scan_token(scan_mode mode) {
             }
             std::string word(s.substr(pos, i - pos));
             scanner_pos = i;
-            if (std::find(keywords.begin(), keywords.end(), word) != keywords.end()) {
+            if (listed(keywords, word)) {
                 return {line, keyword{std::move(word)}};
             }
-            if (std::find(reserved_words.begin(), reserved_words.end(), word) != reserved_words.end()) {
+            if (listed(reserved_words, word)) {
                 return {line, reserved{std::move(word)}};
             }
             return {line, identifier{std::move(word)}};
         }
+        scan_mode mode = c == '/' ? decide(context) : scan_mode::scan_div;
         auto [num_len, is_float] = number_length(s, pos);
         std::size_t punct_len = 0;
         for (auto p : punctuators) {

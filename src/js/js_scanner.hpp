@@ -106,6 +106,10 @@ public:
     /// The next token, scanned in the given mode.
     scanned scan_token(scan_mode mode);
 
+    /// The next token, in the mode `decide(context)` gives; it is asked only when the token begins with
+    /// a `/` that does not open a comment, the one case where the modes differ.
+    scanned scan_token(scan_mode (*decide)(void const* context), void const* context);
+
     /// The line the scanner has reached.
     int line() const { return scanner_line; }
 

@@ -12,7 +12,14 @@ namespace {
 
 namespace sc = js_scanner;
 
-parser_token semicolon(int line) { return parser_token{line, sc::punctuator{";"}, ";", string_value{";"}}; }
+int terminal(std::string_view name) { return tables::terminal_of_name(name).value_or(-1); }
+
+int const slash_terminal = terminal("/");
+int const semicolon_terminal = terminal(";");
+
+parser_token semicolon(int line) {
+    return parser_token{line, sc::punctuator{";"}, ";", string_value{";"}, semicolon_terminal};
+}
 
 value expr_token(expr e) { return expr_value{share(std::move(e))}; }
 
@@ -52,14 +59,14 @@ private:
         std::vector<trial_item> trial_pushed;
     };
 
-    trial trial_parse(std::string_view name) const;
+    trial trial_parse(int terminal) const;
 
     /// The symbol `depth` items below the top of the stack a trial left (0 is the top).
     std::optional<symbol> trial_symbol_at(trial const& t, std::size_t depth) const;
 
     bool may_insert_semicolon() const;
 
-    std::optional<js_error> reduce_by(int production, int lookahead_line);
+    void reduce_by(int production, int lookahead_line);
 };
 
 parser_token parser::next_token() {
@@ -69,13 +76,17 @@ parser_token parser::next_token() {
         return t;
     }
     // A `/` here is division if the parser could take the operator, else it starts a regular expression.
-    auto mode = trial_parse("/").trial_result == trial_end::shifted ? sc::scan_mode::scan_div
-                                                                     : sc::scan_mode::scan_regexp;
-    auto [line, tok] = scanner.scan_token(mode);
+    // The scanner asks only when the token does begin with a `/`.
+    auto decide = [](void const* self) {
+        return static_cast<parser const*>(self)->trial_parse(slash_terminal).trial_result == trial_end::shifted
+                   ? sc::scan_mode::scan_div
+                   : sc::scan_mode::scan_regexp;
+    };
+    auto [line, tok] = scanner.scan_token(decide, this);
     return classify(line, std::move(tok));
 }
 
-parser::trial parser::trial_parse(std::string_view name) const {
+parser::trial parser::trial_parse(int terminal) const {
     trial t;
     auto state_of_top = [&] {
         if (!t.trial_pushed.empty()) {
@@ -87,7 +98,7 @@ parser::trial parser::trial_parse(std::string_view name) const {
         return tables::start_state();
     };
     for (;;) {
-        auto act = tables::get_token_action(state_of_top(), name);
+        auto act = tables::get_terminal_action(state_of_top(), terminal);
         if (!act) {
             t.trial_result = trial_end::failed;
             return t;
@@ -131,7 +142,7 @@ std::optional<symbol> parser::trial_symbol_at(trial const& t, std::size_t depth)
 }
 
 bool parser::may_insert_semicolon() const {
-    trial t = trial_parse(";");
+    trial t = trial_parse(semicolon_terminal);
     if (t.trial_result == trial_end::failed) {
         return false;
     }
@@ -164,7 +175,7 @@ bool parser::may_insert_semicolon() const {
            is_nt(4, nonterminal::stmt) && is_token(5, "do");
 }
 
-std::optional<js_error> parser::reduce_by(int production, int lookahead_line) {
+void parser::reduce_by(int production, int lookahead_line) {
     auto const& p = productions[static_cast<std::size_t>(production)];
     std::size_t n = p.production_rhs.size();
     if (n > stack.size()) {
@@ -180,13 +191,14 @@ std::optional<js_error> parser::reduce_by(int production, int lookahead_line) {
         throw internal_error("no goto action found for non-terminal:" + std::string(nonterminal_name(p.production_lhs)));
     }
     stack.push_back(stack_item{line, p.production_lhs, std::move(v), *next});
-    return std::nullopt;
 }
 
 js_res parser::run() {
+    std::optional<parser_token> held;
     for (;;) {
-        parser_token tok = next_token();
-        auto act = tables::get_token_action(top_state(), tok.token_name);
+        parser_token tok = held ? std::move(*held) : next_token();
+        held.reset();
+        auto act = tables::get_terminal_action(top_state(), tok.token_terminal);
         if (act) {
             if (auto const* s = std::get_if<shift>(&*act)) {
                 stack.push_back(stack_item{tok.line, tok.token_name, std::move(tok.token_value), s->shift_state});
@@ -194,9 +206,9 @@ js_res parser::run() {
                 continue;
             }
             if (auto const* r = std::get_if<reduce>(&*act)) {
-                (void)reduce_by(r->reduce_production, tok.line);
+                reduce_by(r->reduce_production, tok.line);
                 after_newline = false;
-                pending.push_front(std::move(tok));
+                held = std::move(tok);
                 continue;
             }
             // Accepted: the stack holds the program, its elements last first.
@@ -223,7 +235,7 @@ js_res parser::run() {
             pending.push_front(std::move(after));
             if (is_incdec) {
                 // `++` or `--` may not be a postfix operator across a line end.
-                trial t = trial_parse(pending.front().token_name);
+                trial t = trial_parse(pending.front().token_terminal);
                 bool under_is_expr = false;
                 if (!t.trial_pushed.empty()) {
                     under_is_expr = t.trial_pushed.back().trial_holds_expr;
@@ -258,6 +270,7 @@ js_res parser::run() {
 parser_token classify(int line, sc::token t) {
     parser_token out{.line = line, .scan_token = t, .token_name = {}, .token_value = string_value{}};
     auto named = [&](std::string name, value v) {
+        out.token_terminal = terminal(name);
         out.token_name = std::move(name);
         out.token_value = std::move(v);
     };

@@ -36,6 +36,8 @@ struct parser_token {
     js_scanner::token scan_token;
     std::string token_name;
     value token_value;
+    /// The terminal's number in the tables, or -1 if the grammar has no terminal of this name.
+    int token_terminal = -1;
 };
 
 /// The terminal name and semantic value of a scanned token.

@@ -42,6 +42,12 @@ int state_count();
 /// The action for a terminal, by its name, in a state; none if the terminal cannot come there.
 [[nodiscard]] std::optional<token_action> get_token_action(int state, std::string_view token);
 
+/// The number of a terminal of the grammar, by its name; none for a name the grammar does not use.
+[[nodiscard]] std::optional<int> terminal_of_name(std::string_view token);
+
+/// The action for a terminal by its number (as `terminal_of_name` gives it), in a state.
+[[nodiscard]] std::optional<token_action> get_terminal_action(int state, int terminal);
+
 /// The state reached from `state` once a `n` has been recognised; none if there is no such move.
 [[nodiscard]] std::optional<int> get_nonterminal_action(int state, nonterminal n);
 
