@@ -233,15 +233,15 @@ value new_with_args(items it, std::string_view label) {
 value new_without_args(items it, std::string_view label) { return ev(mk(new_expr{ex(it[1], label), {}})); }
 
 value call_rule(items it, std::string_view label) {
-    return ev(mk(call_expr{it[1].line_number, ex(it[0], label), args_of(it[1], label)}));
+    return ev(mk(expr_args{it[1].line_number, ex(it[0], label), args_of(it[1], label)}));
 }
 
 value index_rule(items it, std::string_view label) {
-    return ev(mk(index_expr{it[1].line_number, ex(it[0], label), ex(it[2], label)}));
+    return ev(mk(expr_expr{it[1].line_number, ex(it[0], label), ex(it[2], label)}));
 }
 
 value member_rule(items it, std::string_view label) {
-    return ev(mk(member_expr{it[1].line_number, ex(it[0], label), str(it[2], label)}));
+    return ev(mk(expr_id{it[1].line_number, ex(it[0], label), str(it[2], label)}));
 }
 
 template <class Op, int Tag, Op O>

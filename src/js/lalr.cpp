@@ -386,10 +386,11 @@ tables build_tables(grammar const& gr, statistics* stats) {
                 }
                 auto const* r0 = std::get_if<reduce>(&it->second);
                 auto const* r1 = std::get_if<reduce>(&candidate);
-                if (r0 && r1 && g.lhs[r0->reduce_production] == g.lhs[p]) {
-                    // `source_elements` derives one element two ways (the one-element production, and the
-                    // element followed by the empty list); both give the same list, so the earlier
-                    // production is taken.
+                if (r0 && r1 && g.lhs[r0->reduce_production] == g.lhs[p] &&
+                    (g.rhs[r0->reduce_production].empty() || g.rhs[p].empty())) {
+                    // `source_elements` derives one element two ways: by its one-element production, and
+                    // as the element followed by the empty list. Both build the same list; the earlier
+                    // production (the empty one) is taken.
                     ++st.ambiguous_reductions;
                     it->second = reduce{std::min(r0->reduce_production, p)};
                     continue;

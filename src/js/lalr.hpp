@@ -37,8 +37,9 @@ struct statistics {
     int ambiguous_reductions = 0;
 };
 
-/// Builds the tables. A conflict other than the `else` shift/reduce conflict (and the harmless choice
-/// between two reductions of the same nonterminal, see the definition) throws.
+/// Builds the tables. The `else` shift/reduce conflict is settled for the shift, and a choice between
+/// two reductions of one nonterminal of which one is empty (the one-element `source_elements`) for the
+/// earlier production; any other conflict throws.
 tables build_tables(grammar const& g, statistics* stats = nullptr);
 
 /// The table text, as `vellum --write-grammar` prints it.

@@ -296,8 +296,8 @@ parser_token classify(int line, sc::token t) {
                        named("number", expr_token(expr{number_expr{number{f.float_value}}}));
                    },
                    [&](sc::regexp const& r) {
-                       named("regexp", expr_token(expr{regexp_expr{
-                                           regexp_literal{jsstring::from_utf8(r.regexp_pattern), r.regexp_flags}}}));
+                       named("regexp", expr_token(expr{regexp_ob{share(
+                                           regexp_literal{jsstring::from_utf8(r.regexp_pattern), r.regexp_flags})}}));
                    },
                    [&](sc::unknown const& u) { named(u.unknown_text, string_value{u.unknown_text}); },
                    [&](sc::unknown_byte const&) { named("unknown_byte", string_value{}); },

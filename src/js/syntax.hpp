@@ -141,24 +141,24 @@ struct new_expr {
 };
 
 /// A call, `callee(args)`.
-struct call_expr {
-    int call_line = 0;
-    ref<expr> call_callee;
-    std::vector<ref<expr>> call_args;
+struct expr_args {
+    int expr_args_line = 0;
+    ref<expr> expr_args_callee;
+    std::vector<ref<expr>> expr_args_args;
 };
 
 /// `object[index]`.
-struct index_expr {
-    int index_line = 0;
-    ref<expr> index_object;
-    ref<expr> index_key;
+struct expr_expr {
+    int expr_expr_line = 0;
+    ref<expr> expr_expr_object;
+    ref<expr> expr_expr_index;
 };
 
 /// `object.name`.
-struct member_expr {
-    int member_line = 0;
-    ref<expr> member_object;
-    std::string member_name;
+struct expr_id {
+    int expr_id_line = 0;
+    ref<expr> expr_id_object;
+    std::string expr_id_name;
 };
 
 struct number_expr {
@@ -173,8 +173,9 @@ struct string_expr {
     jsstring::js_string string_value;
 };
 
-struct regexp_expr {
-    regexp_literal regexp_value;
+/// A regular expression literal (rare, so held behind a pointer to keep expression nodes small).
+struct regexp_ob {
+    ref<regexp_literal> regexp_ob_value;
 };
 
 struct bool_expr {
@@ -198,11 +199,11 @@ struct func_expr_expr {
 };
 
 /// An expression. The alternatives follow the order binary, logical, assign, prefix, postfix,
-/// conditional, new, call, index, member, number, id, string, regexp, bool, null, this, array, object,
-/// function.
+/// conditional, new, call (`expr_args`), index (`expr_expr`, `a[b]`), property (`expr_id`, `a.b`), number,
+/// id, string, regexp, bool, null, this, array, object, function.
 struct expr {
     std::variant<binary_expr, logical_expr, assign_expr, prefix_expr, postfix_expr, conditional_expr, new_expr,
-                 call_expr, index_expr, member_expr, number_expr, id_expr, string_expr, regexp_expr, bool_expr,
+                 expr_args, expr_expr, expr_id, number_expr, id_expr, string_expr, regexp_ob, bool_expr,
                  null_expr, this_expr, array_expr, object_expr, func_expr_expr>
         expr_node;
 };

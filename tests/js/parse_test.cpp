@@ -94,7 +94,7 @@ TEST(parse, divides_after_an_operand_on_the_next_line) {
 TEST(parse, regexp_literal_keeps_pattern_and_flags) {
     auto els = parsed("a = /[/]\\//gi");
     auto const& a = std::get<assign_expr>(expr_of_stmt(stmt_at(els, 0)).expr_node);
-    auto const& r = std::get<regexp_expr>(a.assign_value->expr_node).regexp_value;
+    auto const& r = *std::get<regexp_ob>(a.assign_value->expr_node).regexp_ob_value;
     EXPECT_EQ(jsstring::to_utf8(r.regexp_pattern), "[/]\\/");
     EXPECT_EQ(r.regexp_flags, "gi");
 }
@@ -222,9 +222,9 @@ TEST(parse, functions_and_statements_in_order) {
     auto const& v = std::get<variable_stmt>(stmt_at(els, 1).stmt_node);
     auto const& fe = std::get<func_expr_expr>((*v.variable_decls.at(0).var_init)->expr_node);
     EXPECT_EQ(fe.func_value->func_ident, "h");
-    auto const& call = std::get<call_expr>(expr_of_stmt(stmt_at(els, 2)).expr_node);
-    EXPECT_EQ(call.call_args.size(), 2u);
-    EXPECT_EQ(call.call_line, 3);
+    auto const& call = std::get<expr_args>(expr_of_stmt(stmt_at(els, 2)).expr_node);
+    EXPECT_EQ(call.expr_args_args.size(), 2u);
+    EXPECT_EQ(call.expr_args_line, 3);
 }
 
 TEST(parse, numbers_keep_their_representation) {
@@ -249,6 +249,11 @@ TEST(parse, deep_program_parses_in_order) {
     ASSERT_EQ(els.size(), 20000u);
     auto const& last = std::get<assign_expr>(expr_of_stmt(stmt_at(els, 19999)).expr_node);
     EXPECT_EQ(std::get<id_expr>(last.assign_target->expr_node).id_name, "x19999");
+}
+
+TEST(parse, syntax_nodes_stay_small) {
+    // One expression node is made per operator and operand of every script.
+    EXPECT_LE(sizeof(expr), 64u);
 }
 
 TEST(parse, reads_a_stream) {
