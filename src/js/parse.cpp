@@ -181,11 +181,11 @@ void parser::reduce_by(int production, int lookahead_line) {
     if (n > stack.size()) {
         throw internal_error("not enough items in the stack.");
     }
-    auto first = stack.end() - static_cast<std::ptrdiff_t>(n);
-    int line = n > 0 ? first->line_number : lookahead_line;
+    std::size_t first = stack.size() - n;
+    int line = n > 0 ? stack[first].line_number : lookahead_line;
     auto const& rule = rules[static_cast<std::size_t>(production)];
-    value v = rule.rule_fn(std::span<stack_item>(&*first, n), rule.rule_label);
-    stack.erase(first, stack.end());
+    value v = rule.rule_fn(std::span<stack_item>(stack.data() + first, n), rule.rule_label);
+    stack.resize(first);
     auto next = tables::get_nonterminal_action(top_state(), p.production_lhs);
     if (!next) {
         throw internal_error("no goto action found for non-terminal:" + std::string(nonterminal_name(p.production_lhs)));
