@@ -400,7 +400,8 @@ tables build_tables(grammar const& gr, statistics* stats) {
                                          describe(candidate));
             }
         }
-        for (auto const& [sym, a] : acts) {
+        for (auto const& entry : acts) {
+            int sym = entry.first;
             std::visit(overloaded{
                            [&](goto_state const& gs) {
                                t.tables_gotos[m].emplace_back(static_cast<nonterminal>(nt_index(g, sym)),
@@ -414,7 +415,7 @@ tables build_tables(grammar const& gr, statistics* stats) {
                                t.tables_token_actions[m].emplace_back(g.terminal_names[sym], a);
                            },
                        },
-                       a);
+                       entry.second);
         }
     }
 
