@@ -1,5 +1,6 @@
 #include "js/js_scanner.hpp"
 
+#include "util/quote.hpp"
 #include "util/ref.hpp"
 
 #include <algorithm>
@@ -501,16 +502,6 @@ jsstring::js_string decode_string(std::string_view body) {
 }
 
 std::string token_to_string(token const& t) {
-    auto quoted = [](std::string_view s) {
-        std::string out = "\"";
-        for (char c : s) {
-            if (c == '"' || c == '\\') {
-                out += '\\';
-            }
-            out += c;
-        }
-        return out + "\"";
-    };
     return std::visit(overloaded{
                           [&](keyword const& k) { return "keyword(" + quoted(k.keyword_text) + ")"; },
                           [&](reserved const& r) { return "reserved(" + quoted(r.reserved_text) + ")"; },
