@@ -146,12 +146,13 @@ source_elements in_order(stack_item& it, std::string_view label) {
 
 template <class T>
 ref<expr> mk(T node) {
-    return share(expr{.expr_node = std::move(node)});
+    // Built in place: nodes free their children through their destructor, so they are not moved.
+    return ref<expr>(new expr{.expr_node = std::move(node)});
 }
 
 template <class T>
 value st(T node) {
-    return stmt_value{share(statement{.stmt_node = std::move(node)})};
+    return stmt_value{ref<statement>(new statement{.stmt_node = std::move(node)})};
 }
 
 value ev(ref<expr> e) { return expr_value{std::move(e)}; }

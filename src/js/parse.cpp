@@ -21,7 +21,11 @@ parser_token semicolon(int line) {
     return parser_token{line, sc::punctuator{";"}, ";", string_value{";"}, semicolon_terminal};
 }
 
-value expr_token(expr e) { return expr_value{share(std::move(e))}; }
+template <class T>
+value expr_token(T node) {
+    // Built in place: nodes free their children through their destructor, so they are not moved.
+    return expr_value{ref<expr>(new expr{.expr_node = std::move(node)})};
+}
 
 /// How a trial parse ended.
 enum class trial_end { shifted, accepted, failed };
@@ -278,11 +282,11 @@ parser_token classify(int line, sc::token t) {
                    [&](sc::keyword const& k) {
                        std::string const& w = k.keyword_text;
                        if (w == "null") {
-                           named("null", expr_token(expr{null_expr{}}));
+                           named("null", expr_token(null_expr{}));
                        } else if (w == "this") {
-                           named("this", expr_token(expr{this_expr{}}));
+                           named("this", expr_token(this_expr{}));
                        } else if (w == "true" || w == "false") {
-                           named("bool", expr_token(expr{bool_expr{w == "true"}}));
+                           named("bool", expr_token(bool_expr{w == "true"}));
                        } else {
                            named(w, string_value{w});
                        }
@@ -290,14 +294,14 @@ parser_token classify(int line, sc::token t) {
                    [&](sc::reserved const& r) { named(r.reserved_text, string_value{r.reserved_text}); },
                    [&](sc::identifier const& i) { named("id", string_value{i.identifier_text}); },
                    [&](sc::punctuator const& p) { named(p.punctuator_text, string_value{p.punctuator_text}); },
-                   [&](sc::string_token const& s) { named("string", expr_token(expr{string_expr{s.string_value}})); },
-                   [&](sc::int_token const& i) { named("number", expr_token(expr{number_expr{number{i.int_value}}})); },
+                   [&](sc::string_token const& s) { named("string", expr_token(string_expr{s.string_value})); },
+                   [&](sc::int_token const& i) { named("number", expr_token(number_expr{number{i.int_value}})); },
                    [&](sc::float_token const& f) {
-                       named("number", expr_token(expr{number_expr{number{f.float_value}}}));
+                       named("number", expr_token(number_expr{number{f.float_value}}));
                    },
                    [&](sc::regexp const& r) {
-                       named("regexp", expr_token(expr{regexp_ob{share(
-                                           regexp_literal{jsstring::from_utf8(r.regexp_pattern), r.regexp_flags})}}));
+                       named("regexp", expr_token(regexp_ob{share(
+                                           regexp_literal{jsstring::from_utf8(r.regexp_pattern), r.regexp_flags})}));
                    },
                    [&](sc::unknown const& u) { named(u.unknown_text, string_value{u.unknown_text}); },
                    [&](sc::unknown_byte const&) { named("unknown_byte", string_value{}); },

@@ -206,6 +206,10 @@ struct expr {
                  expr_args, expr_expr, expr_id, number_expr, id_expr, string_expr, regexp_ob, bool_expr,
                  null_expr, this_expr, array_expr, object_expr, func_expr_expr>
         expr_node;
+
+    /// Frees the subtrees one by one rather than recursively, so that a very deep tree (a chain of
+    /// `a + a + ...` with hundreds of thousands of operands) cannot exhaust the stack.
+    ~expr();
 };
 
 // ---- Statements ----------------------------------------------------------------------------------------
@@ -342,6 +346,9 @@ struct statement {
                  return_stmt, with_stmt, switch_stmt, labelled_stmt, throw_stmt, try_catch_stmt,
                  try_finally_stmt, try_catch_finally_stmt>
         stmt_node;
+
+    /// Frees nested statements and expressions one by one, as `expr` does.
+    ~statement();
 };
 
 /// `case expr: body`.

@@ -256,6 +256,25 @@ TEST(parse, syntax_nodes_stay_small) {
     EXPECT_LE(sizeof(expr), 64u);
 }
 
+TEST(parse, frees_very_deep_trees) {
+    // A left-deep chain of 300000 additions and 100000 nested `if`s: freeing them must not recurse
+    // once per level.
+    std::string chain = "x = a";
+    for (int i = 0; i < 300000; ++i) {
+        chain += "+a";
+    }
+    std::string ifs;
+    for (int i = 0; i < 100000; ++i) {
+        ifs += "if (a) ";
+    }
+    ifs += "x;";
+    for (auto const* src : {&chain, &ifs}) {
+        auto r = parse_string(*src);
+        ASSERT_TRUE(std::get_if<source_elements>(&r));
+        EXPECT_EQ(std::get<source_elements>(r).size(), 1u);
+    }
+}
+
 TEST(parse, reads_a_stream) {
     std::FILE* f = std::tmpfile();
     ASSERT_NE(f, nullptr);
