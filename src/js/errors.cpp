@@ -187,6 +187,19 @@ exception throw_error(js& engine, js_error kind) {
     return throw_error(engine, js_error_res{.error_kind = kind});
 }
 
+void annotate_exception(js_value const& thrown, std::string_view file, std::optional<int> line) {
+    auto const* o = std::get_if<js_object>(&thrown);
+    if (o == nullptr || find_own_property(*o, key_of_utf8("fileName"))) {
+        return;
+    }
+    // Not enumerable, so that a for-in over a caught error shows what the script put there.
+    attrs const hidden = attrs{}.with(attr::no_enum);
+    define_value(*o, "fileName", jsstring::from_utf8(file), hidden);
+    if (line) {
+        define_value(*o, "lineNumber", number{std::int64_t{*line}}, hidden);
+    }
+}
+
 void report_exception(js& engine, js_value const& thrown) {
     std::string const text = report_text(engine, thrown);
     auto const* o = std::get_if<js_object>(&thrown);

@@ -4,7 +4,9 @@
 
 #include "js/value.hpp"
 
+#include <optional>
 #include <string>
+#include <string_view>
 
 namespace vellum::js::eval {
 
@@ -69,6 +71,11 @@ exception throw_error(js& engine, js_error_res const& e);
 
 /// Shorthand for an error without detail.
 exception throw_error(js& engine, js_error kind);
+
+/// What a script frame does to a thrown value that passes through it: an object without an own
+/// `fileName` gets the frame's source as `fileName` and, if known, the line as `lineNumber`, so that
+/// the innermost frame wins. Other values are left alone.
+void annotate_exception(js_value const& thrown, std::string_view file, std::optional<int> line);
 
 /// Logs an uncaught thrown value at error level: with the file of its `fileName` and the line of its
 /// `lineNumber` where the value is an object that has them, and its text as the message.
