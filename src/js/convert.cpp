@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <utility>
 
 namespace vellum::js::eval {
 
@@ -70,6 +71,19 @@ auto then(expr_res<T> r, F&& f) -> decltype(f(std::move(std::get<T>(r)))) {
         return *e;
     }
     return f(std::move(std::get<T>(r)));
+}
+
+// Both operands as numbers, the left converted first; a throw from either is passed on.
+expr_res<std::pair<number, number>> two_numbers(js& engine, js_value const& a, js_value const& b) {
+    auto na = to_number(engine, a);
+    if (auto const* e = std::get_if<exception>(&na)) {
+        return *e;
+    }
+    auto nb = to_number(engine, b);
+    if (auto const* e = std::get_if<exception>(&nb)) {
+        return *e;
+    }
+    return std::pair{std::get<number>(na), std::get<number>(nb)};
 }
 
 } // namespace
@@ -359,27 +373,15 @@ expr_res<js_value> add(js& engine, js_value const& a, js_value const& b) {
         }
         return jsstring::concat(sx, sy);
     }
-    auto nx = to_number(engine, x);
-    auto ny = to_number(engine, y);
-    if (auto const* e = std::get_if<exception>(&nx)) {
-        return *e;
-    }
-    if (auto const* e = std::get_if<exception>(&ny)) {
-        return *e;
-    }
-    return add_numbers(std::get<number>(nx), std::get<number>(ny));
+    return then(two_numbers(engine, x, y), [](std::pair<number, number> n) -> expr_res<js_value> {
+        return add_numbers(n.first, n.second);
+    });
 }
 
 expr_res<js_value> numeric_op(js& engine, arith_op op, js_value const& a, js_value const& b) {
-    auto na = to_number(engine, a);
-    if (auto const* e = std::get_if<exception>(&na)) {
-        return *e;
-    }
-    auto nb = to_number(engine, b);
-    if (auto const* e = std::get_if<exception>(&nb)) {
-        return *e;
-    }
-    return arithmetic(op, std::get<number>(na), std::get<number>(nb));
+    return then(two_numbers(engine, a, b), [op](std::pair<number, number> n) -> expr_res<js_value> {
+        return arithmetic(op, n.first, n.second);
+    });
 }
 
 number negate(number n) {
@@ -396,17 +398,14 @@ number negate(number n) {
 }
 
 expr_res<js_value> bitwise(js& engine, bitwise_op op, js_value const& a, js_value const& b) {
-    auto na = to_number(engine, a);
-    if (auto const* e = std::get_if<exception>(&na)) {
+    auto operands = two_numbers(engine, a, b);
+    if (auto const* e = std::get_if<exception>(&operands)) {
         return *e;
     }
-    auto nb = to_number(engine, b);
-    if (auto const* e = std::get_if<exception>(&nb)) {
-        return *e;
-    }
-    std::int32_t const l = number_to_int32(std::get<number>(na));
-    std::int32_t const r = number_to_int32(std::get<number>(nb));
-    unsigned const count = number_to_uint32(std::get<number>(nb)) & 31U;
+    auto const [na, nb] = std::get<std::pair<number, number>>(operands);
+    std::int32_t const l = number_to_int32(na);
+    std::int32_t const r = number_to_int32(nb);
+    unsigned const count = number_to_uint32(nb) & 31U;
     std::int64_t result = 0;
     switch (op) {
     case bitwise_op::bitwise_and:
@@ -425,7 +424,7 @@ expr_res<js_value> bitwise(js& engine, bitwise_op op, js_value const& a, js_valu
         result = l >> count;
         break;
     case bitwise_op::unsigned_right_shift:
-        result = number_to_uint32(std::get<number>(na)) >> count;
+        result = number_to_uint32(na) >> count;
         break;
     }
     return number{result};
@@ -465,15 +464,9 @@ expr_res<relational_comparison_res> relational_comparison(js& engine,
         // By code point, which for strings outside the Basic Multilingual Plane differs from UTF-16 order.
         return *sx < *sy ? relational_comparison_res::relational_true : relational_comparison_res::relational_false;
     }
-    auto nx = to_number(engine, vx);
-    auto ny = to_number(engine, vy);
-    if (auto const* e = std::get_if<exception>(&nx)) {
-        return *e;
-    }
-    if (auto const* e = std::get_if<exception>(&ny)) {
-        return *e;
-    }
-    return less_than_numbers(std::get<number>(nx), std::get<number>(ny));
+    return then(two_numbers(engine, vx, vy), [](std::pair<number, number> n) -> expr_res<relational_comparison_res> {
+        return less_than_numbers(n.first, n.second);
+    });
 }
 
 expr_res<bool> relational(js& engine, relational_op op, js_value const& a, js_value const& b) {
