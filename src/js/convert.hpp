@@ -18,7 +18,7 @@ enum class preferred_type { prefer_string, prefer_number };
 /// Turns an object into a primitive by `valueOf` and `toString` (in that order, or the reverse for
 /// `prefer_string`); without a hint a date prefers a string and any other object a number. Primitives
 /// come back unchanged. Both failing throws a `TypeError`.
-expr_res<js_value> to_primitive(js& engine, js_value const& v, std::optional<preferred_type> hint = {});
+[[nodiscard]] expr_res<js_value> to_primitive(js& engine, js_value const& v, std::optional<preferred_type> hint = {});
 
 bool to_boolean(js_value const& v);
 
@@ -27,7 +27,7 @@ bool to_boolean(js_value const& v);
 /// the whole text; anything else is NaN. Narrower than the standard's grammar: " 12" and "" are NaN.
 number string_to_number(js_string const& s);
 
-expr_res<number> to_number(js& engine, js_value const& v);
+[[nodiscard]] expr_res<number> to_number(js& engine, js_value const& v);
 
 /// The value of a number as a double.
 double to_double(number n);
@@ -39,8 +39,8 @@ bool is_nan(number n);
 std::int32_t number_to_int32(number n);
 std::uint32_t number_to_uint32(number n);
 
-expr_res<std::int32_t> to_int32(js& engine, js_value const& v);
-expr_res<std::uint32_t> to_uint32(js& engine, js_value const& v);
+[[nodiscard]] expr_res<std::int32_t> to_int32(js& engine, js_value const& v);
+[[nodiscard]] expr_res<std::uint32_t> to_uint32(js& engine, js_value const& v);
 
 /// The text of a number: integers in decimal; doubles by the shortest of "%.15g", "%.16g", "%.17g"
 /// that reads back equal, so exponents come in C's form ("1e+21").
@@ -48,13 +48,13 @@ std::string number_to_string(number n);
 
 js_string number_to_js_string(number n);
 
-expr_res<js_string> to_string(js& engine, js_value const& v);
+[[nodiscard]] expr_res<js_string> to_string(js& engine, js_value const& v);
 
 /// A wrapper for a primitive, the object itself for an object; `undefined` and `null` throw.
-expr_res<js_object> to_object(js& engine, js_value const& v);
+[[nodiscard]] expr_res<js_object> to_object(js& engine, js_value const& v);
 
 /// The property key of a value.
-expr_res<js_prop_string> to_prop_string(js& engine, js_value const& v);
+[[nodiscard]] expr_res<js_prop_string> to_prop_string(js& engine, js_value const& v);
 
 /// The number operators other than `+`.
 enum class arith_op { subtract, multiply, divide, remainder };
@@ -68,10 +68,10 @@ number arithmetic(arith_op op, number a, number b);
 number add_numbers(number a, number b);
 
 /// `a + b`: concatenation if either primitive is a string, else the sum.
-expr_res<js_value> add(js& engine, js_value const& a, js_value const& b);
+[[nodiscard]] expr_res<js_value> add(js& engine, js_value const& a, js_value const& b);
 
 /// `a - b`, `a * b`, `a / b`, `a % b` on any values.
-expr_res<js_value> numeric_op(js& engine, arith_op op, js_value const& a, js_value const& b);
+[[nodiscard]] expr_res<js_value> numeric_op(js& engine, arith_op op, js_value const& a, js_value const& b);
 
 /// Unary minus: an integer stays one (zero becomes the double -0, and the smallest integer a double);
 /// a double changes sign.
@@ -81,7 +81,7 @@ number negate(number n);
 enum class bitwise_op { bitwise_and, bitwise_or, bitwise_xor, left_shift, signed_right_shift, unsigned_right_shift };
 
 /// A bitwise or shift operator on any values; the result is an integer.
-expr_res<js_value> bitwise(js& engine, bitwise_op op, js_value const& a, js_value const& b);
+[[nodiscard]] expr_res<js_value> bitwise(js& engine, bitwise_op op, js_value const& a, js_value const& b);
 
 /// The outcome of comparing two values: undefined when NaN is involved.
 enum class relational_comparison_res { relational_undefined, relational_true, relational_false };
@@ -93,7 +93,7 @@ relational_comparison_res less_than_numbers(number a, number b);
 bool numbers_equal(number a, number b);
 
 /// The abstract relational comparison x < y; `left_first` says which operand converts first.
-expr_res<relational_comparison_res> relational_comparison(js& engine,
+[[nodiscard]] expr_res<relational_comparison_res> relational_comparison(js& engine,
                                                           js_value const& x,
                                                           js_value const& y,
                                                           bool left_first = true);
@@ -101,13 +101,13 @@ expr_res<relational_comparison_res> relational_comparison(js& engine,
 /// The relational operators.
 enum class relational_op { less_than, greater_than, less_than_or_equal, greater_than_or_equal };
 
-expr_res<bool> relational(js& engine, relational_op op, js_value const& a, js_value const& b);
+[[nodiscard]] expr_res<bool> relational(js& engine, relational_op op, js_value const& a, js_value const& b);
 
 /// `===`.
 bool strict_equality_comparison(js_value const& x, js_value const& y);
 
 /// `==`, converting objects to primitives where the standard says so.
-expr_res<bool> equality_comparison(js& engine, js_value const& x, js_value const& y);
+[[nodiscard]] expr_res<bool> equality_comparison(js& engine, js_value const& x, js_value const& y);
 
 /// `typeof` of a value.
 std::string type_of(js_value const& v);

@@ -99,9 +99,9 @@ function_info const* function_of(js_object f);
 std::string class_name(js const& engine, js_object o);
 
 /// Calls a function: `not_function` if `f` is none; missing arguments read as `undefined`.
-expr_res<js_value> call(js& engine, js_value const& this_value, js_value const& f, std::vector<js_value> const& args);
+[[nodiscard]] expr_res<js_value> call(js& engine, js_value const& this_value, js_value const& f, std::vector<js_value> const& args);
 
 /// `new f(...)`: `not_object` if `f` is no object, `not_constructor` if it cannot construct.
-expr_res<js_value> construct(js& engine, js_value const& f, std::vector<js_value> const& args);
+[[nodiscard]] expr_res<js_value> construct(js& engine, js_value const& f, std::vector<js_value> const& args);
 
 } // namespace vellum::js::eval

@@ -32,10 +32,10 @@ std::string key_to_utf8(js_prop_string const& key);
 
 /// The array index a key names: an integer from 0 to 2^32 - 2, as in the standard; larger integers are
 /// ordinary property names.
-std::optional<std::uint32_t> array_index(js_prop_string const& key);
+[[nodiscard]] std::optional<std::uint32_t> array_index(js_prop_string const& key);
 
 /// The position of an own property in the object's list, searched linearly in insertion order.
-std::optional<std::size_t> find_own_property(js_object o, js_prop_string const& key);
+[[nodiscard]] std::optional<std::size_t> find_own_property(js_object o, js_prop_string const& key);
 
 /// Adds or replaces an own property with the given content and attributes, whatever attributes it had.
 /// For the engine and the standard library; scripts go through `put`.
@@ -46,7 +46,7 @@ void define_value(js_object o, std::string_view name, js_value value, attrs a = 
 
 /// `[[Get]]`: the value of a property of an object or its prototypes, `undefined` if there is none.
 /// Accessors run with `o` as `this`.
-expr_res<js_value> get(js& engine, js_object o, js_prop_string const& key);
+[[nodiscard]] expr_res<js_value> get(js& engine, js_object o, js_prop_string const& key);
 
 /// What a write to a property would do, decided along the prototype chain.
 struct cannot_put {
@@ -78,7 +78,7 @@ using can_put_res = std::variant<cannot_put, can_put_value, can_put_ref, can_put
 can_put_res can_put(js_object o, js_prop_string const& key);
 
 /// `[[Put]]`: writes a property, silently doing nothing where it is read-only. Gives the value.
-expr_res<js_value> put(js& engine, js_object o, js_prop_string const& key, js_value const& value);
+[[nodiscard]] expr_res<js_value> put(js& engine, js_object o, js_prop_string const& key, js_value const& value);
 
 /// `[[Delete]]`: false for a property that may not be deleted, true otherwise (absent ones included).
 bool delete_property(js_object o, js_prop_string const& key);
@@ -104,6 +104,6 @@ std::uint32_t array_length(js_object o);
 
 /// Sets the length of an array: shorter cuts items off, longer adds holes. A value that is not a whole
 /// number from 0 to 2^32 - 1 throws `invalid_array_length`.
-expr_res<js_value> set_array_length(js& engine, js_object o, js_value const& length);
+[[nodiscard]] expr_res<js_value> set_array_length(js& engine, js_object o, js_value const& length);
 
 } // namespace vellum::js::eval

@@ -18,10 +18,10 @@ struct js;
 reference lookup(js& engine, std::vector<scope> const& scope_chain, std::string_view name);
 
 /// The value a reference names; a baseless reference throws "no such property: " and the name.
-expr_res<js_value> get_value(js& engine, reference const& r);
+[[nodiscard]] expr_res<js_value> get_value(js& engine, reference const& r);
 
 /// Stores through a reference; a baseless reference creates the property on the global object.
-expr_res<js_value> put_value(js& engine, reference const& r, js_value const& value);
+[[nodiscard]] expr_res<js_value> put_value(js& engine, reference const& r, js_value const& value);
 
 /// `delete` through a reference: true for a baseless one, false for a catch name, otherwise as the
 /// object or variable decides (a variable that may be deleted loses its name).
@@ -32,6 +32,6 @@ bool delete_reference(reference const& r);
 js_value this_of_reference(js const& engine, reference const& r);
 
 /// `typeof` through a reference: "undefined" for a baseless one rather than an error.
-expr_res<std::string> typeof_reference(js& engine, reference const& r);
+[[nodiscard]] expr_res<std::string> typeof_reference(js& engine, reference const& r);
 
 } // namespace vellum::js::eval
