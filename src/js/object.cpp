@@ -425,6 +425,58 @@ std::vector<js_prop_string> enumerate_own(js& engine, js_object o) {
     return names;
 }
 
+expr_res<std::vector<js_prop_string>> enum_prop_names(js& engine, js_value const& v) {
+    if (std::holds_alternative<js_undefined>(v) || std::holds_alternative<js_null>(v)) {
+        return std::vector<js_prop_string>{};
+    }
+    auto o = to_object(engine, v);
+    if (auto const* e = std::get_if<exception>(&o)) {
+        return *e;
+    }
+    return enumerate(engine, std::get<js_object>(o));
+}
+
+expr_res<bool> instance_of(js& engine, js_value const& v, js_value const& f) {
+    auto const* fo = std::get_if<js_object>(&f);
+    if (fo == nullptr) {
+        return throw_error(engine, js_error::not_object);
+    }
+    if (function_of(*fo) == nullptr) {
+        return throw_error(engine, js_error::not_function);
+    }
+    auto const* vo = std::get_if<js_object>(&v);
+    if (vo == nullptr) {
+        return false;
+    }
+    auto proto = get(engine, *fo, key_of_utf8("prototype"));
+    if (auto const* e = std::get_if<exception>(&proto)) {
+        return *e;
+    }
+    auto const* po = std::get_if<js_object>(&std::get<js_value>(proto));
+    if (po == nullptr) {
+        return exception{.exception_value = new_error(engine, native_error::type_error,
+                                                      jsstring::from_utf8("function has no prototype object"))};
+    }
+    for (std::optional<js_object> cur = prototype_of(*vo); cur; cur = prototype_of(*cur)) {
+        if (*cur == *po) {
+            return true;
+        }
+    }
+    return false;
+}
+
+expr_res<bool> in_operator(js& engine, js_value const& key, js_value const& o) {
+    auto const* obj = std::get_if<js_object>(&o);
+    if (obj == nullptr) {
+        return throw_error(engine, js_error::not_object);
+    }
+    auto k = to_prop_string(engine, key);
+    if (auto const* e = std::get_if<exception>(&k)) {
+        return *e;
+    }
+    return has_property(engine, *obj, std::get<js_prop_string>(k));
+}
+
 std::uint32_t array_length(js_object o) {
     if (auto const* a = std::get_if<class_array>(&o->obj_class)) {
         return static_cast<std::uint32_t>(a->array_items.length());

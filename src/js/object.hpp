@@ -99,6 +99,18 @@ std::vector<js_prop_string> enumerate(js& engine, js_object o);
 /// The same for the object's own enumerable names only (`Object.keys`).
 std::vector<js_prop_string> enumerate_own(js& engine, js_object o);
 
+/// The names a `for-in` loop visits for any value: none for `null` and `undefined`, otherwise those of
+/// `enumerate` on the value as an object.
+[[nodiscard]] expr_res<std::vector<js_prop_string>> enum_prop_names(js& engine, js_value const& v);
+
+/// `v instanceof f`: whether `f.prototype` is on the prototype chain of `v`. A right side that is no
+/// object throws `not_object`, one that is no function `not_function`, and a `prototype` that is no
+/// object a `TypeError`.
+[[nodiscard]] expr_res<bool> instance_of(js& engine, js_value const& v, js_value const& f);
+
+/// `key in o`: a right side that is no object throws `not_object`.
+[[nodiscard]] expr_res<bool> in_operator(js& engine, js_value const& key, js_value const& o);
+
 /// The length of an array object (0 for any other object).
 std::uint32_t array_length(js_object o);
 

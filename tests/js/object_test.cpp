@@ -485,3 +485,28 @@ TEST_F(engine_test, the_innermost_frame_annotates_a_thrown_object) {
     annotate_exception(s, "f.js", 1);
     EXPECT_EQ(s, str("x"));
 }
+
+TEST_F(engine_test, for_in_instanceof_and_in_on_any_value) {
+    EXPECT_TRUE(ok(enum_prop_names(engine, js_null{})).empty());
+    EXPECT_TRUE(ok(enum_prop_names(engine, undefined())).empty());
+    EXPECT_EQ(names_of(ok(enum_prop_names(engine, str("ab")))), (strings{"0", "1"}));
+    js_object f = returning(undefined());
+    js_object proto = new_object(engine);
+    define_value(f, "prototype", proto);
+    js_object child = new_object_of(engine, class_object{}, yes_proto{.proto = proto});
+    js_object grandchild = new_object_of(engine, class_object{}, yes_proto{.proto = child});
+    EXPECT_TRUE(ok(instance_of(engine, grandchild, f)));
+    EXPECT_FALSE(ok(instance_of(engine, proto, f)));
+    EXPECT_FALSE(ok(instance_of(engine, num(1), f)));
+    EXPECT_EQ(thrown(instance_of(engine, child, num(1))), "TypeError: value is not an object");
+    EXPECT_EQ(thrown(instance_of(engine, child, proto)), "TypeError: object is not a function");
+    define_value(f, "prototype", num(1));
+    EXPECT_EQ(thrown(instance_of(engine, child, f)), "TypeError: function has no prototype object");
+    define_value(proto, "x", num(1));
+    EXPECT_TRUE(ok(in_operator(engine, str("x"), grandchild)));
+    EXPECT_FALSE(ok(in_operator(engine, str("y"), grandchild)));
+    js_object arr = new_array(engine, {num(1)});
+    EXPECT_TRUE(ok(in_operator(engine, num(0), arr)));
+    EXPECT_TRUE(ok(in_operator(engine, str("0"), arr)));
+    EXPECT_EQ(thrown(in_operator(engine, str("x"), str("abc"))), "TypeError: value is not an object");
+}
