@@ -397,6 +397,25 @@ number negate(number n) {
     return -std::get<double>(n);
 }
 
+expr_res<js_value> unary(js& engine, unary_op op, js_value const& v) {
+    if (op == unary_op::logical_not) {
+        return js_value{!to_boolean(v)};
+    }
+    return then(to_number(engine, v), [op](number n) -> expr_res<js_value> {
+        switch (op) {
+        case unary_op::prefix_plus:
+            return n;
+        case unary_op::prefix_minus:
+            return negate(n);
+        case unary_op::bitwise_not:
+            return number{std::int64_t{~number_to_int32(n)}};
+        case unary_op::logical_not:
+            break;
+        }
+        throw internal_error("unary: unexpected operator.");
+    });
+}
+
 expr_res<js_value> bitwise(js& engine, bitwise_op op, js_value const& a, js_value const& b) {
     auto operands = two_numbers(engine, a, b);
     if (auto const* e = std::get_if<exception>(&operands)) {

@@ -77,6 +77,12 @@ number add_numbers(number a, number b);
 /// a double changes sign.
 number negate(number n);
 
+/// The unary operators on values.
+enum class unary_op { prefix_plus, prefix_minus, bitwise_not, logical_not };
+
+/// `+v`, `-v`, `~v`, `!v`.
+[[nodiscard]] expr_res<js_value> unary(js& engine, unary_op op, js_value const& v);
+
 /// The bitwise and shift operators.
 enum class bitwise_op { bitwise_and, bitwise_or, bitwise_xor, left_shift, signed_right_shift, unsigned_right_shift };
 

@@ -150,6 +150,12 @@ TEST_F(engine_test, division_and_remainder_rules) {
     EXPECT_EQ(to_double(arithmetic(arith_op::divide, std::int64_t{1}, negate(std::int64_t{0}))),
               -std::numeric_limits<double>::infinity());
     EXPECT_EQ(negate(std::int64_t{5}), number{std::int64_t{-5}});
+    EXPECT_EQ(ok(unary(engine, unary_op::prefix_minus, str("5"))), num(-5));
+    EXPECT_EQ(ok(unary(engine, unary_op::prefix_plus, str("1.5"))), dbl(1.5));
+    EXPECT_EQ(ok(unary(engine, unary_op::bitwise_not, num(0))), num(-1));
+    EXPECT_EQ(ok(unary(engine, unary_op::bitwise_not, dbl(4294967295.0))), num(0));
+    EXPECT_EQ(ok(unary(engine, unary_op::logical_not, str(""))), js_value{true});
+    EXPECT_TRUE(std::isnan(as_double(ok(unary(engine, unary_op::prefix_plus, str(" 1"))))));
 }
 
 TEST_F(engine_test, plus_concatenates_after_primitives) {
