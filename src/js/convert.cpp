@@ -416,7 +416,7 @@ expr_res<js_value> unary(js& engine, unary_op op, js_value const& v) {
     });
 }
 
-expr_res<js_value> bitwise(js& engine, bitwise_op op, js_value const& a, js_value const& b) {
+expr_res<js_value> bitwise(js& engine, int32_op op, js_value const& a, js_value const& b) {
     auto operands = two_numbers(engine, a, b);
     if (auto const* e = std::get_if<exception>(&operands)) {
         return *e;
@@ -427,22 +427,22 @@ expr_res<js_value> bitwise(js& engine, bitwise_op op, js_value const& a, js_valu
     unsigned const count = number_to_uint32(nb) & 31U;
     std::int64_t result = 0;
     switch (op) {
-    case bitwise_op::bitwise_and:
+    case int32_op::bitwise_and:
         result = l & r;
         break;
-    case bitwise_op::bitwise_or:
+    case int32_op::bitwise_or:
         result = l | r;
         break;
-    case bitwise_op::bitwise_xor:
+    case int32_op::bitwise_xor:
         result = l ^ r;
         break;
-    case bitwise_op::left_shift:
+    case int32_op::left_shift:
         result = static_cast<std::int32_t>(static_cast<std::uint32_t>(l) << count);
         break;
-    case bitwise_op::signed_right_shift:
+    case int32_op::signed_right_shift:
         result = l >> count;
         break;
-    case bitwise_op::unsigned_right_shift:
+    case int32_op::unsigned_right_shift:
         result = number_to_uint32(na) >> count;
         break;
     }
@@ -488,20 +488,20 @@ expr_res<relational_comparison_res> relational_comparison(js& engine,
     });
 }
 
-expr_res<bool> relational(js& engine, relational_op op, js_value const& a, js_value const& b) {
+expr_res<bool> relational(js& engine, relational_kind op, js_value const& a, js_value const& b) {
     using enum relational_comparison_res;
-    bool const swap = op == relational_op::greater_than || op == relational_op::less_than_or_equal;
+    bool const swap = op == relational_kind::greater_than || op == relational_kind::less_than_or_equal;
     auto r = swap ? relational_comparison(engine, b, a, false) : relational_comparison(engine, a, b, true);
     if (auto const* e = std::get_if<exception>(&r)) {
         return *e;
     }
     relational_comparison_res const c = std::get<relational_comparison_res>(r);
     switch (op) {
-    case relational_op::less_than:
-    case relational_op::greater_than:
+    case relational_kind::less_than:
+    case relational_kind::greater_than:
         return c == relational_true;
-    case relational_op::less_than_or_equal:
-    case relational_op::greater_than_or_equal:
+    case relational_kind::less_than_or_equal:
+    case relational_kind::greater_than_or_equal:
         // a <= b is "not b < a", except that NaN makes every comparison false.
         return c == relational_false;
     }

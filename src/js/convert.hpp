@@ -84,10 +84,10 @@ enum class unary_op { prefix_plus, prefix_minus, bitwise_not, logical_not };
 [[nodiscard]] expr_res<js_value> unary(js& engine, unary_op op, js_value const& v);
 
 /// The bitwise and shift operators.
-enum class bitwise_op { bitwise_and, bitwise_or, bitwise_xor, left_shift, signed_right_shift, unsigned_right_shift };
+enum class int32_op { bitwise_and, bitwise_or, bitwise_xor, left_shift, signed_right_shift, unsigned_right_shift };
 
 /// A bitwise or shift operator on any values; the result is an integer.
-[[nodiscard]] expr_res<js_value> bitwise(js& engine, bitwise_op op, js_value const& a, js_value const& b);
+[[nodiscard]] expr_res<js_value> bitwise(js& engine, int32_op op, js_value const& a, js_value const& b);
 
 /// The outcome of comparing two values: undefined when NaN is involved.
 enum class relational_comparison_res { relational_undefined, relational_true, relational_false };
@@ -105,9 +105,9 @@ bool numbers_equal(number a, number b);
                                                           bool left_first = true);
 
 /// The relational operators.
-enum class relational_op { less_than, greater_than, less_than_or_equal, greater_than_or_equal };
+enum class relational_kind { less_than, greater_than, less_than_or_equal, greater_than_or_equal };
 
-[[nodiscard]] expr_res<bool> relational(js& engine, relational_op op, js_value const& a, js_value const& b);
+[[nodiscard]] expr_res<bool> relational(js& engine, relational_kind op, js_value const& a, js_value const& b);
 
 /// `===`.
 bool strict_equality_comparison(js_value const& x, js_value const& y);

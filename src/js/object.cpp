@@ -140,8 +140,9 @@ void enumerate_object(js& engine,
             consider(name, true);
         }
     }
-    // Copy the list first: the host calls above cannot change it, but the snapshot must not alias it.
-    auto const props = o->obj_properties;
+    // Names are collected into a list of their own, so the loop that takes them sees later changes to
+    // the object neither way.
+    auto const& props = o->obj_properties;
     for (std::size_t i = 0; i < props.length(); ++i) {
         consider(props[i].property_name, !props[i].property_attrs.has(attr::no_enum));
     }

@@ -210,19 +210,19 @@ TEST_F(engine_test, int32_conversions) {
     EXPECT_EQ(number_to_int32(std::numeric_limits<double>::quiet_NaN()), 0);
     EXPECT_EQ(number_to_int32(std::numeric_limits<double>::infinity()), 0);
     EXPECT_EQ(number_to_int32(1e20), 1661992960);
-    EXPECT_EQ(ok(bitwise(engine, bitwise_op::left_shift, num(1), num(31))), num(-2147483648));
-    EXPECT_EQ(ok(bitwise(engine, bitwise_op::unsigned_right_shift, num(-1), num(0))), num(4294967295));
-    EXPECT_EQ(ok(bitwise(engine, bitwise_op::signed_right_shift, num(-8), num(33))), num(-4));
-    EXPECT_EQ(ok(bitwise(engine, bitwise_op::bitwise_and, str("5"), num(3))), num(1));
-    EXPECT_EQ(ok(bitwise(engine, bitwise_op::bitwise_xor, dbl(1.9), num(3))), num(2));
+    EXPECT_EQ(ok(bitwise(engine, int32_op::left_shift, num(1), num(31))), num(-2147483648));
+    EXPECT_EQ(ok(bitwise(engine, int32_op::unsigned_right_shift, num(-1), num(0))), num(4294967295));
+    EXPECT_EQ(ok(bitwise(engine, int32_op::signed_right_shift, num(-8), num(33))), num(-4));
+    EXPECT_EQ(ok(bitwise(engine, int32_op::bitwise_and, str("5"), num(3))), num(1));
+    EXPECT_EQ(ok(bitwise(engine, int32_op::bitwise_xor, dbl(1.9), num(3))), num(2));
 }
 
 TEST_F(engine_test, relational_comparison_table) {
-    using enum relational_op;
+    using enum relational_kind;
     double const nan = std::numeric_limits<double>::quiet_NaN();
     struct row {
         char const* name;
-        relational_op op;
+        relational_kind op;
         js_value a;
         js_value b;
         bool expected;
