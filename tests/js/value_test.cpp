@@ -2,6 +2,7 @@
 #include "js/jsarray.hpp"
 #include "test_host.hpp"
 
+#include <bit>
 #include <cmath>
 #include <limits>
 
@@ -76,6 +77,23 @@ TEST_F(engine_test, number_text_reads_back_with_fewest_digits) {
     }
     // One third needs more than 15 digits to read back.
     EXPECT_NE(number_to_string(1.0 / 3.0), "0.333333333333333");
+}
+
+TEST(number_text, every_double_reads_back_through_string_to_number) {
+    // Bit patterns spread over the whole range of doubles, from subnormals to the largest.
+    std::uint64_t bits = 0x9E3779B97F4A7C15u;
+    for (int i = 0; i < 20000; ++i) {
+        bits = bits * 6364136223846793005u + 1442695040888963407u;
+        double d = std::bit_cast<double>(bits);
+        if (!std::isfinite(d)) {
+            continue;
+        }
+        std::string text = number_to_string(d);
+        number back = string_to_number(from_utf8(text));
+        SCOPED_TRACE(text);
+        ASSERT_EQ(to_double(back), d == 0 ? 0.0 : d);
+        ASSERT_LE(text.size(), 24u);
+    }
 }
 
 TEST_F(engine_test, strings_become_numbers_by_the_narrow_rule) {
