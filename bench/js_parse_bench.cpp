@@ -1,6 +1,7 @@
 // Times the script parser on a generated script of a given size (1 MB by default): scanning, the
 // division/regexp trials, semicolon insertion and tree building, best of several runs.
 // Usage: js_parse_bench [MEGABYTES] [RUNS]
+#include "js/engine.hpp"
 #include "js/parse.hpp"
 
 #include <algorithm>
@@ -47,9 +48,10 @@ int main(int argc, char** argv) {
     double best_cpu = 1e30;
     std::size_t elements = 0;
     for (int i = 0; i < runs; ++i) {
+        auto engine = vellum::js::eval::new_engine(vellum::log::console("js_parse_bench"), nullptr, nullptr);
         auto start = clock_type::now();
         std::clock_t cpu_start = std::clock();
-        auto r = vellum::js::parse::parse_string(script);
+        auto r = vellum::js::parse::parse_string(*engine, script);
         best = std::min(best, std::chrono::duration<double>(clock_type::now() - start).count());
         best_cpu = std::min(best_cpu, static_cast<double>(std::clock() - cpu_start) / CLOCKS_PER_SEC);
         if (auto const* e = std::get_if<vellum::js::js_error>(&r)) {

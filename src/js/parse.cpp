@@ -1,6 +1,8 @@
 #include "js/parse.hpp"
 
+#include "js/engine.hpp"
 #include "js/parse_tables.hpp"
+#include "js/regexp.hpp"
 #include "util/result.hpp"
 
 #include <algorithm>
@@ -39,11 +41,12 @@ struct trial_item {
 
 class parser {
 public:
-    explicit parser(sc::scanner s) : scanner(std::move(s)) {}
+    parser(eval::js& e, sc::scanner s) : engine(e), scanner(std::move(s)) {}
 
     js_res run();
 
 private:
+    eval::js& engine;
     sc::scanner scanner;
     std::vector<stack_item> stack; // oldest first
     std::deque<parser_token> pending;
@@ -53,7 +56,7 @@ private:
 
     int top_state() const { return stack.empty() ? tables::start_state() : stack.back().state; }
 
-    parser_token next_token();
+    expected<parser_token, js_error> next_token();
 
     /// The reductions the tables make for `name` on (a view of) the stack, without changing it. The
     /// items the trial pushed, and how many real items it popped, are kept for a look at the result.
@@ -73,7 +76,7 @@ private:
     void reduce_by(int production, int lookahead_line);
 };
 
-parser_token parser::next_token() {
+expected<parser_token, js_error> parser::next_token() {
     if (!pending.empty()) {
         parser_token t = std::move(pending.front());
         pending.pop_front();
@@ -87,7 +90,7 @@ parser_token parser::next_token() {
                    : sc::scan_mode::scan_regexp;
     };
     auto [line, tok] = scanner.scan_token(decide, this);
-    return classify(line, std::move(tok));
+    return classify(engine, line, std::move(tok));
 }
 
 parser::trial parser::trial_parse(int terminal) const {
@@ -200,7 +203,14 @@ void parser::reduce_by(int production, int lookahead_line) {
 js_res parser::run() {
     std::optional<parser_token> held;
     for (;;) {
-        parser_token tok = held ? std::move(*held) : next_token();
+        if (!held) {
+            auto next = next_token();
+            if (!next) {
+                return next.error();
+            }
+            held = std::move(*next);
+        }
+        parser_token tok = std::move(*held);
         held.reset();
         auto act = tables::get_terminal_action(top_state(), tok.token_terminal);
         if (act) {
@@ -234,7 +244,11 @@ js_res parser::run() {
                 }
             }
             after_newline = true;
-            parser_token after = next_token();
+            auto next = next_token();
+            if (!next) {
+                return next.error();
+            }
+            parser_token after = std::move(*next);
             bool is_incdec = after.token_name == "++" || after.token_name == "--";
             pending.push_front(std::move(after));
             if (is_incdec) {
@@ -271,7 +285,21 @@ js_res parser::run() {
 
 } // namespace
 
-parser_token classify(int line, sc::token t) {
+expected<parser_token, js_error> classify(eval::js& engine, int line, sc::token t) {
+    if (auto const* r = std::get_if<sc::regexp>(&t)) {
+        // The literal's object is made now, once for the literal however often the code runs.
+        jsstring::js_string source = jsstring::from_utf8(r->regexp_pattern);
+        auto pattern = regexp::parse_pattern(source);
+        if (!pattern) {
+            return unexpected(js_error{line, "regexp syntax error: " + r->regexp_pattern});
+        }
+        auto has_flag = [&](char f) { return r->regexp_flags.find(f) != std::string::npos; };
+        eval::js_object object = eval::make_regexp(engine, source, pattern->parsed, pattern->total_parens,
+                                                   has_flag('g'), has_flag('i'), has_flag('m'));
+        parser_token out{.line = line, .scan_token = std::move(t), .token_name = "regexp",
+                         .token_value = expr_token(regexp_ob{object}), .token_terminal = terminal("regexp")};
+        return out;
+    }
     parser_token out{.line = line, .scan_token = t, .token_name = {}, .token_value = string_value{}};
     auto named = [&](std::string name, value v) {
         out.token_terminal = terminal(name);
@@ -299,10 +327,7 @@ parser_token classify(int line, sc::token t) {
                    [&](sc::float_token const& f) {
                        named("number", expr_token(number_expr{number{f.float_value}}));
                    },
-                   [&](sc::regexp const& r) {
-                       named("regexp", expr_token(regexp_ob{share(
-                                           regexp_literal{jsstring::from_utf8(r.regexp_pattern), r.regexp_flags})}));
-                   },
+                   [&](sc::regexp const&) { throw internal_error("classify: regexp token"); },
                    [&](sc::unknown const& u) { named(u.unknown_text, string_value{u.unknown_text}); },
                    [&](sc::unknown_byte const&) { named("unknown_byte", string_value{}); },
                    [&](sc::line_terminator const&) { named("line_terminator", string_value{}); },
@@ -312,18 +337,20 @@ parser_token classify(int line, sc::token t) {
     return out;
 }
 
-js_res parse_string(std::string_view source) { return parser(sc::scanner::from_string(source)).run(); }
+js_res parse_string(eval::js& engine, std::string_view source) {
+    return parser(engine, sc::scanner::from_string(source)).run();
+}
 
-js_res parse_bytes(bytes::bytes const& source) { return parse_string(source.chars()); }
+js_res parse_bytes(eval::js& engine, bytes::bytes const& source) { return parse_string(engine, source.chars()); }
 
-js_res parse_stream(std::FILE* stream) {
+js_res parse_stream(eval::js& engine, std::FILE* stream) {
     auto s = sc::scanner::from_stream(stream);
     if (!s) {
         return js_error{std::nullopt, s.error()};
     }
-    return parser(std::move(*s)).run();
+    return parser(engine, std::move(*s)).run();
 }
 
-js_res parse_stdin() { return parse_stream(stdin); }
+js_res parse_stdin(eval::js& engine) { return parse_stream(engine, stdin); }
 
 } // namespace vellum::js::parse

@@ -6,6 +6,7 @@
 #include "js/js_scanner.hpp"
 #include "js/syntax.hpp"
 #include "util/bytes.hpp"
+#include "util/result.hpp"
 
 #include <cstdio>
 #include <optional>
@@ -25,6 +26,10 @@ struct js_error {
 /// The parse of a script: its source elements, or the syntax error.
 using js_res = std::variant<source_elements, js_error>;
 
+namespace eval {
+struct js;
+} // namespace eval
+
 } // namespace vellum::js
 
 namespace vellum::js::parse {
@@ -40,20 +45,21 @@ struct parser_token {
     int token_terminal = -1;
 };
 
-/// The terminal name and semantic value of a scanned token.
-parser_token classify(int line, js_scanner::token t);
+/// The terminal name and semantic value of a scanned token. A regular expression literal is compiled
+/// here and becomes its object in the engine; a pattern that does not parse is a syntax error.
+[[nodiscard]] expected<parser_token, js_error> classify(eval::js& engine, int line, js_scanner::token t);
 
 /// Parses script text (a string for `eval`, the `Function` constructor or an event attribute); as a C
-/// string, it ends at the first NUL byte.
-[[nodiscard]] js_res parse_string(std::string_view source);
+/// string, it ends at the first NUL byte. The engine receives the objects of regular expression literals.
+[[nodiscard]] js_res parse_string(eval::js& engine, std::string_view source);
 
 /// Parses the bytes of a loaded resource.
-[[nodiscard]] js_res parse_bytes(bytes::bytes const& source);
+[[nodiscard]] js_res parse_bytes(eval::js& engine, bytes::bytes const& source);
 
 /// Parses a script read from an open stream, such as standard input.
-[[nodiscard]] js_res parse_stream(std::FILE* stream);
+[[nodiscard]] js_res parse_stream(eval::js& engine, std::FILE* stream);
 
 /// Parses a script read from standard input.
-[[nodiscard]] js_res parse_stdin();
+[[nodiscard]] js_res parse_stdin(eval::js& engine);
 
 } // namespace vellum::js::parse

@@ -1,5 +1,7 @@
 #include "js/syntax.hpp"
 
+#include "js/convert.hpp"
+
 #include <memory>
 
 namespace vellum::js {
@@ -196,6 +198,72 @@ statement::~statement() {
                },
                stmt_node);
     drain();
+}
+
+} // namespace vellum::js
+
+namespace vellum::js {
+
+namespace {
+
+std::string quoted(jsstring::js_string const& s) {
+    std::string out = "\"";
+    for (char c : jsstring::to_utf8(s)) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+        }
+        out += c;
+    }
+    return out + "\"";
+}
+
+} // namespace
+
+std::optional<std::string> expr_to_source(expr const& e) {
+    using text = std::optional<std::string>;
+    auto of = [](ref<expr> const& sub) { return expr_to_source(*sub); };
+    return std::visit(overloaded{
+                          [](binary_expr const&) -> text { return std::nullopt; },
+                          [](logical_expr const&) -> text { return std::nullopt; },
+                          [](assign_expr const&) -> text { return std::nullopt; },
+                          [](prefix_expr const&) -> text { return std::nullopt; },
+                          [](postfix_expr const&) -> text { return std::nullopt; },
+                          [](conditional_expr const&) -> text { return std::nullopt; },
+                          [&](new_expr const& n) -> text {
+                              auto callee = of(n.new_callee);
+                              if (!callee) {
+                                  return std::nullopt;
+                              }
+                              return "new " + *callee + (n.new_args.empty() ? "" : "(...)");
+                          },
+                          [](expr_args const&) -> text { return std::nullopt; },
+                          [&](expr_expr const& x) -> text {
+                              auto object = of(x.expr_expr_object);
+                              auto index = of(x.expr_expr_index);
+                              if (!object || !index) {
+                                  return std::nullopt;
+                              }
+                              return *object + "[" + *index + "]";
+                          },
+                          [&](expr_id const& x) -> text {
+                              auto object = of(x.expr_id_object);
+                              if (!object) {
+                                  return std::nullopt;
+                              }
+                              return *object + "." + x.expr_id_name;
+                          },
+                          [](number_expr const& n) -> text { return eval::number_to_string(n.number_value); },
+                          [](id_expr const& i) -> text { return i.id_name; },
+                          [](string_expr const& s) -> text { return quoted(s.string_value); },
+                          [](regexp_ob const&) -> text { return std::nullopt; },
+                          [](bool_expr const& b) -> text { return b.bool_value ? "true" : "false"; },
+                          [](null_expr const&) -> text { return "null"; },
+                          [](this_expr const&) -> text { return "this"; },
+                          [](array_expr const&) -> text { return "[...]"; },
+                          [](object_expr const&) -> text { return "{...}"; },
+                          [](func_expr_expr const&) -> text { return std::nullopt; },
+                      },
+                      e.expr_node);
 }
 
 } // namespace vellum::js

@@ -4,6 +4,7 @@
 
 #include "js/jsstring.hpp"
 #include "js/number.hpp"
+#include "js/value.hpp"
 #include "util/ref.hpp"
 
 #include <optional>
@@ -53,14 +54,6 @@ using assign_op = std::variant<plain_assign, multiplicative_op, additive_op, shi
 
 /// A property name in an object literal: identifier (or any word), number or string.
 using prop_name = std::variant<std::string, number, jsstring::js_string>;
-
-/// A regular-expression literal as written. The compiler makes the object from it; the pattern is checked
-/// when the regular-expression engine parses it.
-struct regexp_literal {
-    jsstring::js_string regexp_pattern;
-    std::string regexp_flags;
-    bool operator==(regexp_literal const&) const = default;
-};
 
 /// A source element: a statement or a function declaration.
 using source_element = std::variant<ref<statement>, ref<func_decl>>;
@@ -173,9 +166,10 @@ struct string_expr {
     jsstring::js_string string_value;
 };
 
-/// A regular expression literal (rare, so held behind a pointer to keep expression nodes small).
+/// A regular expression literal: the one object that stands for it, made when the literal was parsed
+/// and owned by the engine's heap.
 struct regexp_ob {
-    ref<regexp_literal> regexp_ob_value;
+    eval::js_object regexp_ob_object;
 };
 
 struct bool_expr {
@@ -368,5 +362,10 @@ struct case_block {
     std::vector<case_clause> first_clauses;
     std::optional<default_and_second> default_and_second_clauses;
 };
+
+/// A short text of an expression for messages ("x is not a function"): `this`, `null`, `true`, `false`,
+/// identifiers, numbers, quoted strings, "[...]" and "{...}" for literals, `a.b`, `a[b]` and `new` forms.
+/// Other expressions have none, and the message goes without.
+[[nodiscard]] std::optional<std::string> expr_to_source(expr const& e);
 
 } // namespace vellum::js

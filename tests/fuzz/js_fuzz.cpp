@@ -1,5 +1,6 @@
 // Fuzz target for the script scanner and parser: any bytes must give a syntax tree or a syntax error,
 // never a crash or an internal error; and the scanner must reach the end in either mode.
+#include "js/engine.hpp"
 #include "js/js_scanner.hpp"
 #include "js/parse.hpp"
 
@@ -9,7 +10,11 @@
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
     std::string_view const text(reinterpret_cast<char const*>(data), size);
-    (void)vellum::js::parse::parse_string(text);
+    {
+        // A fresh engine for each input, so the regular expression objects of literals do not pile up.
+        auto engine = vellum::js::eval::new_engine(vellum::log::console("js_fuzz"), nullptr, nullptr);
+        (void)vellum::js::parse::parse_string(*engine, text);
+    }
     for (auto mode : {vellum::js_scanner::scan_mode::scan_div, vellum::js_scanner::scan_mode::scan_regexp}) {
         auto s = vellum::js_scanner::scanner::from_string(text);
         // Every token but the end consumes at least one byte.

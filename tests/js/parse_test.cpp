@@ -1,5 +1,8 @@
 #include "js/parse.hpp"
 
+#include "js/engine.hpp"
+#include "js/object.hpp"
+
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -9,7 +12,13 @@
 namespace vellum::js {
 namespace {
 
-using parse::parse_string;
+// The engine that receives the objects of regular expression literals.
+eval::js& test_engine() {
+    static auto engine = eval::new_engine(log::console("vellum"), nullptr, nullptr);
+    return *engine;
+}
+
+js_res parse_string(std::string_view src) { return parse::parse_string(test_engine(), src); }
 
 source_elements parsed(std::string const& src) {
     auto r = parse_string(src);
@@ -91,12 +100,74 @@ TEST(parse, divides_after_an_operand_on_the_next_line) {
     EXPECT_TRUE(std::get_if<id_expr>(&outer.binary_right->expr_node));
 }
 
-TEST(parse, regexp_literal_keeps_pattern_and_flags) {
-    auto els = parsed("a = /[/]\\//gi");
+eval::class_regexp const& regexp_in(std::string const& src) {
+    auto els = parsed(src);
     auto const& a = std::get<assign_expr>(expr_of_stmt(stmt_at(els, 0)).expr_node);
-    auto const& r = *std::get<regexp_ob>(a.assign_value->expr_node).regexp_ob_value;
-    EXPECT_EQ(jsstring::to_utf8(r.regexp_pattern), "[/]\\/");
-    EXPECT_EQ(r.regexp_flags, "gi");
+    eval::js_object o = std::get<regexp_ob>(a.assign_value->expr_node).regexp_ob_object;
+    return std::get<eval::class_regexp>(o->obj_class);
+}
+
+TEST(parse, regexp_literal_becomes_a_regexp_object) {
+    auto const& r = regexp_in("a = /[/]\\/(x)/gim");
+    EXPECT_EQ(jsstring::to_utf8(r.regexp_source), "[/]\\/(x)");
+    EXPECT_TRUE(r.regexp_global);
+    EXPECT_TRUE(r.regexp_ignore_case);
+    EXPECT_TRUE(r.regexp_multiline);
+    EXPECT_EQ(r.regexp_captures, 1);
+    ASSERT_TRUE(r.regexp_disjunction);
+
+    // Unknown flag letters are ignored; absent ones stay off.
+    auto const& plain = regexp_in("a = /b/xyi");
+    EXPECT_FALSE(plain.regexp_global);
+    EXPECT_TRUE(plain.regexp_ignore_case);
+    EXPECT_FALSE(plain.regexp_multiline);
+}
+
+TEST(parse, bad_regexp_literal_is_a_syntax_error_with_its_line) {
+    auto e = error_of("x = 1;\ny = /(/;");
+    EXPECT_EQ(e.error_message, "regexp syntax error: (");
+    EXPECT_EQ(e.error_line, std::optional<int>(2));
+    EXPECT_EQ(error_of("z = /a**/g").error_message, "regexp syntax error: a**");
+}
+
+TEST(parse, each_literal_is_one_object) {
+    auto els = parsed("a = /x/; b = /x/");
+    auto object_of = [&](std::size_t i) {
+        auto const& a = std::get<assign_expr>(expr_of_stmt(stmt_at(els, i)).expr_node);
+        return std::get<regexp_ob>(a.assign_value->expr_node).regexp_ob_object;
+    };
+    EXPECT_NE(object_of(0), object_of(1));
+    EXPECT_EQ(eval::class_name(test_engine(), object_of(0)), "RegExp");
+}
+
+TEST(parse, expr_to_source_names_simple_expressions) {
+    struct row {
+        char const* src;
+        std::optional<std::string> text;
+    };
+    row const rows[] = {
+        {"this", "this"},
+        {"null", "null"},
+        {"true", "true"},
+        {"foo", "foo"},
+        {"1.5", "1.5"},
+        {"'a\"b'", "\"a\\\"b\""},
+        {"[1, 2]", "[...]"},
+        {"({a: 1})", "{...}"},
+        {"a.b.c", "a.b.c"},
+        {"a[b][0]", "a[b][0]"},
+        {"new A", "new A"},
+        {"new A.b(1)", "new A.b(...)"},
+        {"a.b()", std::nullopt},
+        {"a[b + 1]", std::nullopt},
+        {"/x/", std::nullopt},
+    };
+    for (auto const& r : rows) {
+        SCOPED_TRACE(r.src);
+        auto els = parsed(r.src);
+        ASSERT_EQ(els.size(), 1u);
+        EXPECT_EQ(expr_to_source(expr_of_stmt(stmt_at(els, 0))), r.text);
+    }
 }
 
 TEST(parse, return_before_a_line_end_returns_nothing) {
@@ -281,7 +352,7 @@ TEST(parse, reads_a_stream) {
     std::string src = "var a = 1;\nb = a +\n 2\n";
     std::fwrite(src.data(), 1, src.size(), f);
     std::rewind(f);
-    auto r = parse::parse_stream(f);
+    auto r = parse::parse_stream(test_engine(), f);
     std::fclose(f);
     ASSERT_TRUE(std::get_if<source_elements>(&r));
     EXPECT_EQ(std::get<source_elements>(r).size(), 2u);
