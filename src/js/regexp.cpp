@@ -537,7 +537,11 @@ struct choice_point {
 class matcher {
 public:
     matcher(int total, flags f, js_string const& subject)
-        : captures(static_cast<std::size_t>(total) + 1), fl(f), s(subject.code_points) {}
+        : captures(static_cast<std::size_t>(total) + 1), fl(f), s(subject.code_points),
+          steps_left(base_budget + per_character_budget * subject.length()) {}
+
+    /// Whether a run stopped because the step budget ran out.
+    bool exhausted() const { return steps_left == 0; }
 
     /// Matches the pattern at `start`; gives the end of the match.
     std::optional<std::size_t> run(disjunction const& d, std::size_t start) {
@@ -550,6 +554,9 @@ public:
             if (!k) {
                 return pos;
             }
+            if (steps_left == 0 || --steps_left == 0) {
+                return std::nullopt;
+            }
             continuation current = k;
             if (!step(current->frame_node, current->frame_next) && !backtrack()) {
                 return std::nullopt;
@@ -560,8 +567,15 @@ public:
     std::vector<capture0> captures;
 
 private:
+    // Backtracking can take exponential time. A fixed amount of work plus a little per character of the
+    // subject is far beyond what sensible patterns need (a match over a million characters takes a few
+    // million steps) and still ends a pathological search within seconds.
+    static constexpr std::uint64_t base_budget = 20'000'000;
+    static constexpr std::uint64_t per_character_budget = 20;
+
     flags fl;
     std::u32string const& s;
+    std::uint64_t steps_left = 0;
     std::size_t pos = 0;
     continuation k;
     std::vector<choice_point> choices;
@@ -863,33 +877,39 @@ result<parsed_pattern> parse_pattern(jsstring::js_string const& source) {
     return pattern_parser(source.code_points, count_capturing_parens(source.code_points)).run();
 }
 
-std::optional<match_info> match_at(pattern const& p,
-                                   int total_parens,
-                                   flags f,
-                                   jsstring::js_string const& subject,
-                                   std::size_t start) {
+result<std::optional<match_info>> match_at(pattern const& p,
+                                           int total_parens,
+                                           flags f,
+                                           jsstring::js_string const& subject,
+                                           std::size_t start) {
     if (start > subject.length()) {
-        return std::nullopt;
+        return std::optional<match_info>();
     }
     matcher m(total_parens, f, subject);
-    if (auto end = m.run(*p, start)) {
-        return make_info(m, subject, start, *end);
+    auto end = m.run(*p, start);
+    if (m.exhausted()) {
+        return unexpected(std::string(too_complex_message));
     }
-    return std::nullopt;
+    return end ? std::optional(make_info(m, subject, start, *end)) : std::nullopt;
 }
 
-std::optional<match_info> match(pattern const& p,
-                                int total_parens,
-                                flags f,
-                                jsstring::js_string const& subject,
-                                std::size_t start) {
+result<std::optional<match_info>> match(pattern const& p,
+                                        int total_parens,
+                                        flags f,
+                                        jsstring::js_string const& subject,
+                                        std::size_t start) {
+    // One budget for the whole search, so that trying every start position stays bounded too.
     matcher m(total_parens, f, subject);
     for (std::size_t i = start; i <= subject.length(); ++i) {
-        if (auto end = m.run(*p, i)) {
-            return make_info(m, subject, i, *end);
+        auto end = m.run(*p, i);
+        if (m.exhausted()) {
+            return unexpected(std::string(too_complex_message));
+        }
+        if (end) {
+            return std::optional(make_info(m, subject, i, *end));
         }
     }
-    return std::nullopt;
+    return std::optional<match_info>();
 }
 
 } // namespace vellum::regexp

@@ -152,18 +152,23 @@ struct match_info {
 /// Parses a pattern (the text between the slashes of a literal, or the argument of `RegExp`).
 [[nodiscard]] result<parsed_pattern> parse_pattern(jsstring::js_string const& source);
 
-/// Matches at `start`, and failing that at each later position up to the end of the string.
-[[nodiscard]] std::optional<match_info> match(pattern const& p,
-                                              int total_parens,
-                                              flags f,
-                                              jsstring::js_string const& subject,
-                                              std::size_t start);
+/// The message of a match that gave up: the pattern backtracked beyond the step budget (as nested
+/// quantifiers such as `(a+)+b` do on a long run of `a`s).
+inline constexpr char const* too_complex_message = "regular expression too complex";
+
+/// Matches at `start`, and failing that at each later position up to the end of the string. No match is
+/// an empty optional; a search that exceeds the step budget fails with `too_complex_message`.
+[[nodiscard]] result<std::optional<match_info>> match(pattern const& p,
+                                                      int total_parens,
+                                                      flags f,
+                                                      jsstring::js_string const& subject,
+                                                      std::size_t start);
 
 /// Matches at exactly `start`, without searching onwards (a sticky match).
-[[nodiscard]] std::optional<match_info> match_at(pattern const& p,
-                                                 int total_parens,
-                                                 flags f,
-                                                 jsstring::js_string const& subject,
-                                                 std::size_t start);
+[[nodiscard]] result<std::optional<match_info>> match_at(pattern const& p,
+                                                         int total_parens,
+                                                         flags f,
+                                                         jsstring::js_string const& subject,
+                                                         std::size_t start);
 
 } // namespace vellum::regexp

@@ -24,10 +24,12 @@ outcome run(std::string const& pattern_text, std::string const& subject, flags f
     if (!p) {
         return {};
     }
-    auto m = match(p->parsed, p->total_parens, f, from_utf8(subject), start);
-    if (!m) {
+    auto r = match(p->parsed, p->total_parens, f, from_utf8(subject), start);
+    EXPECT_TRUE(r.has_value()) << pattern_text << ": " << (r ? "" : r.error());
+    if (!r || !*r) {
         return {};
     }
+    auto const& m = *r;
     outcome o{.matched = true, .whole = to_utf8(m->match_substring), .index = m->start_index, .groups = {}};
     for (auto const& c : m->captures) {
         o.groups.push_back(c ? to_utf8(*c) : "<undefined>");
@@ -138,8 +140,8 @@ TEST(regexp, search_starts_where_asked) {
     EXPECT_TRUE(run("", "ab", {}, 2).matched);
     auto p = parse_pattern(from_utf8("b"));
     ASSERT_TRUE(p);
-    EXPECT_FALSE(match_at(p->parsed, p->total_parens, {}, from_utf8("ab"), 0));
-    EXPECT_TRUE(match_at(p->parsed, p->total_parens, {}, from_utf8("ab"), 1));
+    EXPECT_FALSE(match_at(p->parsed, p->total_parens, {}, from_utf8("ab"), 0).value());
+    EXPECT_TRUE(match_at(p->parsed, p->total_parens, {}, from_utf8("ab"), 1).value());
 }
 
 TEST(regexp, parses_counts_and_groups) {
@@ -195,8 +197,20 @@ TEST(regexp, long_subjects_do_not_exhaust_the_stack) {
     // Backtracking through all of it: the greedy loop gives back every character before failing.
     auto p = parse_pattern(from_utf8("(a)*b"));
     ASSERT_TRUE(p);
-    EXPECT_FALSE(match_at(p->parsed, p->total_parens, {}, from_utf8(long_a), 0));
+    EXPECT_FALSE(match_at(p->parsed, p->total_parens, {}, from_utf8(long_a), 0).value());
     EXPECT_EQ(run("(a|b)*?c", ab + "c").whole.size(), ab.size() + 1);
+}
+
+TEST(regexp, catastrophic_backtracking_gives_up_with_a_message) {
+    auto p = parse_pattern(from_utf8("(a+)+b"));
+    ASSERT_TRUE(p);
+    auto r = match(p->parsed, p->total_parens, {}, from_utf8(std::string(30, 'a')), 0);
+    ASSERT_FALSE(r);
+    EXPECT_EQ(r.error(), too_complex_message);
+    // The same pattern on a short subject still answers.
+    auto small = match(p->parsed, p->total_parens, {}, from_utf8("aaaab"), 0);
+    ASSERT_TRUE(small && *small);
+    EXPECT_EQ(to_utf8((*small)->match_substring), "aaaab");
 }
 
 } // namespace
