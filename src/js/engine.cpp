@@ -1,8 +1,10 @@
 #include "js/engine.hpp"
 
+#include "js/convert.hpp"
 #include "js/errors.hpp"
 #include "js/host.hpp"
 #include "js/object.hpp"
+#include "js/regexp.hpp"
 #include "util/ref.hpp"
 #include "util/result.hpp"
 
@@ -96,6 +98,89 @@ js_object make_regexp(js& engine,
     define_value(r, "multiline", multiline, all_attrs);
     define_value(r, "lastIndex", number{std::int64_t{0}}, attrs{}.with(attr::no_enum).with(attr::no_delete));
     return r;
+}
+
+expr_res<js_object> new_regexp(js& engine, js_string const& pattern, js_string const& flags) {
+    bool global = false;
+    bool ignore_case = false;
+    bool multiline = false;
+    for (char32_t c : flags.code_points) {
+        bool* flag = c == 'g' ? &global : c == 'i' ? &ignore_case : c == 'm' ? &multiline : nullptr;
+        if (!flag || *flag) {
+            return throw_error(engine, js_error::invalid_regexp);
+        }
+        *flag = true;
+    }
+    auto parsed = regexp::parse_pattern(pattern);
+    if (!parsed) {
+        return throw_error(engine, js_error::invalid_regexp);
+    }
+    return make_regexp(engine, pattern, parsed->parsed, parsed->total_parens, global, ignore_case, multiline);
+}
+
+expr_res<js_value> regexp_exec(js& engine, js_value const& regexp, js_string const& subject) {
+    auto const* object = std::get_if<js_object>(&regexp);
+    auto const* r = object ? std::get_if<class_regexp>(&(*object)->obj_class) : nullptr;
+    if (!r) {
+        return throw_error(engine, js_error::not_regexp);
+    }
+    js_object re = *object;
+    js_prop_string const last_index = key_of_utf8("lastIndex");
+    auto set_last_index = [&](std::size_t n) {
+        return put(engine, re, last_index, number{static_cast<std::int64_t>(n)});
+    };
+    // Only a global regexp starts where the last match ended; the index is read as an integer.
+    double start = 0;
+    if (r->regexp_global) {
+        auto read = get(engine, re, last_index);
+        if (auto const* e = std::get_if<exception>(&read)) {
+            return *e;
+        }
+        auto n = to_number(engine, std::get<js_value>(read));
+        if (auto const* e = std::get_if<exception>(&n)) {
+            return *e;
+        }
+        double d = to_double(std::get<number>(n));
+        start = std::isnan(d) ? 0 : std::trunc(d);
+    }
+    if (start < 0 || start > static_cast<double>(subject.length())) {
+        if (auto put_res = set_last_index(0); is_exception(put_res)) {
+            return std::get<exception>(put_res);
+        }
+        return js_null{};
+    }
+    if (!r->regexp_disjunction) {
+        throw internal_error("regexp_exec: regexp object without a pattern");
+    }
+    auto found = regexp::match(r->regexp_disjunction,
+                               r->regexp_captures,
+                               regexp::flags{.ignore_case = r->regexp_ignore_case, .multiline = r->regexp_multiline},
+                               subject,
+                               static_cast<std::size_t>(start));
+    if (!found) {
+        return throw_error(engine, js_error_res{.error_kind = js_error::range_error,
+                                                .error_detail = jsstring::from_utf8(found.error())});
+    }
+    if (!*found) {
+        if (auto put_res = set_last_index(0); is_exception(put_res)) {
+            return std::get<exception>(put_res);
+        }
+        return js_null{};
+    }
+    regexp::match_info const& m = **found;
+    if (r->regexp_global) {
+        if (auto put_res = set_last_index(m.end_index); is_exception(put_res)) {
+            return std::get<exception>(put_res);
+        }
+    }
+    std::vector<js_value> items{m.match_substring};
+    for (auto const& c : m.captures) {
+        items.push_back(c ? js_value{*c} : js_value{js_undefined{}});
+    }
+    js_object result = new_array(engine, items);
+    define_value(result, "index", number{static_cast<std::int64_t>(m.start_index)});
+    define_value(result, "input", subject);
+    return js_value{result};
 }
 
 function_info const* function_of(js_object f) {

@@ -91,6 +91,16 @@ js_object make_regexp(js& engine,
                       bool ignore_case,
                       bool multiline);
 
+/// What `new RegExp(pattern, flags)` makes once its arguments are strings: the flags are `g`, `i` and `m`,
+/// each at most once. A pattern that does not parse, or any other flag, throws `invalid_regexp`.
+[[nodiscard]] expr_res<js_object> new_regexp(js& engine, js_string const& pattern, js_string const& flags);
+
+/// `RegExp.prototype.exec` on a string: `null`, or an array of the match and its captures (`undefined`
+/// for a group that took no part) with `index` and `input`. A global regexp searches from its
+/// `lastIndex` and leaves it at the end of the match; a failed search resets it to 0. `not_regexp` if
+/// `regexp` is no regexp object; a search that backtracks beyond its budget throws a `RangeError`.
+[[nodiscard]] expr_res<js_value> regexp_exec(js& engine, js_value const& regexp, js_string const& subject);
+
 /// The function record of an object of class `function`, or null for any other object.
 function_info const* function_of(js_object f);
 

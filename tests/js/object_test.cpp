@@ -423,6 +423,60 @@ TEST_F(engine_test, make_regexp_sets_its_properties) {
     EXPECT_TRUE(enumerate_own(engine, r).empty());
 }
 
+TEST_F(engine_test, new_regexp_checks_pattern_and_flags) {
+    auto s = [](char const* text) { return vellum::jsstring::from_utf8(text); };
+    js_object r = ok(new_regexp(engine, s("(a)|b"), s("mi")));
+    auto const& c = std::get<class_regexp>(r->obj_class);
+    EXPECT_EQ(c.regexp_captures, 1);
+    EXPECT_FALSE(c.regexp_global);
+    EXPECT_TRUE(c.regexp_ignore_case);
+    EXPECT_TRUE(c.regexp_multiline);
+    for (auto [pattern, flags] : {std::pair{"(", ""}, {"a{2,1}", ""}, {"a", "gg"}, {"a", "x"}}) {
+        SCOPED_TRACE(std::string(pattern) + "/" + flags);
+        EXPECT_EQ(thrown(new_regexp(engine, s(pattern), s(flags))), "SyntaxError: invalid regular expression");
+    }
+}
+
+TEST_F(engine_test, regexp_exec_builds_the_match_array) {
+    auto s = [](char const* text) { return vellum::jsstring::from_utf8(text); };
+    js_object r = ok(new_regexp(engine, s("(\\d+)(x)?"), s("")));
+    // Not global: lastIndex is neither read nor written.
+    ok(put(engine, r, k("lastIndex"), num(5)));
+    js_value m = ok(regexp_exec(engine, r, s("ab 42 7")));
+    js_object a = std::get<js_object>(m);
+    EXPECT_EQ(array_length(a), 3u);
+    EXPECT_EQ(ok(get(engine, a, k("0"))), str("42"));
+    EXPECT_EQ(ok(get(engine, a, k("1"))), str("42"));
+    EXPECT_EQ(ok(get(engine, a, k("2"))), undefined());
+    EXPECT_EQ(ok(get(engine, a, k("index"))), num(3));
+    EXPECT_EQ(ok(get(engine, a, k("input"))), str("ab 42 7"));
+    EXPECT_EQ(ok(get(engine, r, k("lastIndex"))), num(5));
+    EXPECT_EQ(thrown(regexp_exec(engine, num(1), s("a"))), "TypeError: object is not a regexp");
+}
+
+TEST_F(engine_test, global_regexp_exec_walks_through_lastIndex) {
+    auto s = [](char const* text) { return vellum::jsstring::from_utf8(text); };
+    js_object r = ok(new_regexp(engine, s("a."), s("g")));
+    std::vector<std::int64_t> indices;
+    for (int i = 0; i < 5; ++i) {
+        js_value m = ok(regexp_exec(engine, r, s("a1 a2 a3")));
+        if (std::holds_alternative<js_null>(m)) {
+            break;
+        }
+        indices.push_back(std::get<std::int64_t>(std::get<number>(ok(get(engine, std::get<js_object>(m), k("index"))))));
+    }
+    EXPECT_EQ(indices, (std::vector<std::int64_t>{0, 3, 6}));
+    // The failed search reset lastIndex, so the next one starts over.
+    EXPECT_EQ(ok(get(engine, r, k("lastIndex"))), num(0));
+    ok(put(engine, r, k("lastIndex"), num(99)));
+    EXPECT_EQ(ok(regexp_exec(engine, r, s("a1"))), js_value{js_null{}});
+    EXPECT_EQ(ok(get(engine, r, k("lastIndex"))), num(0));
+
+    js_object slow = ok(new_regexp(engine, s("(a+)+b"), s("")));
+    EXPECT_EQ(thrown(regexp_exec(engine, slow, s(std::string(30, 'a').c_str()))),
+              "RangeError: range_error: regular expression too complex");
+}
+
 namespace {
 
 // Runs f with an engine whose log goes to a temporary file, and gives what was written.

@@ -14,7 +14,7 @@ namespace {
 
 // The engine that receives the objects of regular expression literals.
 eval::js& test_engine() {
-    static auto engine = eval::new_engine(log::console("vellum"), nullptr, nullptr);
+    static auto engine = eval::new_engine(log::log{.log_stderr = log::no_stderr_log{}}, nullptr, nullptr);
     return *engine;
 }
 
