@@ -585,7 +585,10 @@ private:
 
     void set_capture(paren_index i, capture0 c) {
         auto& slot = captures[static_cast<std::size_t>(i)];
-        trail.emplace_back(i, slot);
+        // With no choice point left nothing can go back to the old value, and the trail need not grow.
+        if (!choices.empty()) {
+            trail.emplace_back(i, slot);
+        }
         slot = c;
     }
 
