@@ -606,7 +606,11 @@ page_out pack_page(doc_state& st,
         .margin_boxes = std::move(margins.res_margin_boxes),
         .page_label = page_label_of(info, ps.page_label),
     };
-    st.pages.push_back(share(std::move(page)));
+    if (st.in.pass_take_page) {
+        st.in.pass_take_page(share(std::move(page)));
+    } else {
+        st.pages.push_back(share(std::move(page)));
+    }
     if (st.in.pass_on_page) {
         st.in.pass_on_page(info.general.pdf_page_num);
     }
