@@ -154,19 +154,24 @@ private:
 // is painted as soon as it is packed and let go; the painted pages are all that the pass keeps of its
 // pages.
 struct pass_outcome {
+    /// Nothing when the pass stopped painting, sure that another pass would follow.
     std::shared_ptr<pdf::painter::page_stream> pass_painted;
     std::vector<pack::packed_bookmark> pass_bookmarks;
     pack_loop::pass_report pass_report_of;
 };
+
+enum class pass_painting { paint_while_it_may_last, paint_all };
 
 pass_outcome pack_pass(log::log const& log,
                        engine const& engine,
                        std::vector<ref<prepack::pack_document const>> const& documents,
                        pack_loop::pack_state const& state,
                        bool first_pass,
+                       pass_painting painting,
                        std::function<std::shared_ptr<pdf::painter::page_stream>()> const& new_stream,
                        glyph_tally& tally) {
     auto painted = new_stream();
+    auto const looked_up = std::make_shared<prepack::targets::looked_up>();
     pack::pass_input in{
         .pass_log = log,
         .pass_fonts = engine.engine_fonts,
@@ -174,10 +179,20 @@ pass_outcome pack_pass(log::log const& log,
         .pass_on_page = [&](int page) { log::log_debug(log, "packed page " + std::to_string(page)); },
         .pass_take_page =
             [&](ref<pack::packed_page> const& page) {
+                // The first pass knows no page of any target: once it has looked one up (or a page
+                // total), another pass will almost surely follow, and painting the rest is wasted.
+                if (first_pass && painting == pass_painting::paint_while_it_may_last && painted &&
+                    (!looked_up->pages.empty() || looked_up->pages_total)) {
+                    painted.reset();
+                }
+                if (!painted) {
+                    return;
+                }
                 tally.mark();
                 painted->add(log, *page);
                 tally.keep_added();
             },
+        .pass_looked_up = looked_up,
         .pass_targets = state.pack_found,
         .pass_loader = engine.engine_loader,
         .pass_hyph = engine.engine_hyph,
@@ -686,7 +701,14 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
     auto const new_stream = [&] { return new_page_stream(first, image_table); };
     auto const outcome =
         pack_loop::run(log, pack_loop::initial_targets(registry), [&](pack_loop::pack_state const& state) {
-            auto r = pack_pass(log, engine, documents, state, first_pass, new_stream, tally);
+            auto r = pack_pass(log, engine, documents, state, first_pass, pass_painting::paint_while_it_may_last,
+                               new_stream, tally);
+            // A pass that stopped painting and turns out to be the last is packed again, to be painted:
+            // the same input gives the same pages.
+            if (!r.pass_painted && !pack_loop::needs_another_pass(state, r.pass_report_of)) {
+                log::log_debug(log, "pack again to paint");
+                r = pack_pass(log, engine, documents, state, first_pass, pass_painting::paint_all, new_stream, tally);
+            }
             first_pass = false;
             return r;
         });

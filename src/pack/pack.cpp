@@ -752,7 +752,7 @@ page_break section_break(page_break prev_after, page_break before) {
 pass_result pack_documents(pass_input const& in,
                            std::vector<ref<prepack::pack_document const>> const& documents) {
     pass_result out;
-    auto const looked_up = std::make_shared<prepack::targets::looked_up>();
+    auto const looked_up = in.pass_looked_up ? in.pass_looked_up : std::make_shared<prepack::targets::looked_up>();
     int pdf_page = 1;
     std::vector<int> totals{0};
     std::size_t group = 0;

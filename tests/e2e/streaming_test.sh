@@ -83,6 +83,28 @@ print(" ".join(out))
 ')
 expect_eq "links to the chapters" "$links" "11 12 13 14 15 16 17 18"
 
+# A first pass that looks up a page number stops painting, expecting another pass; when none follows
+# (the only target looked up does not exist) the pass is packed again and painted whole.
+cat >missing.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: A7; margin: 1cm }
+body { font: 10pt Sans }
+a::after { content: " page " target-counter(attr(href), page) }
+p { break-after: page }
+</style><style>@font-face { font-family: Sans; src: url(FONTS/DejaVuSans.ttf) }</style></head>
+<body><p>Before.</p><p><a href="#nowhere">Missing</a></p><p>After.</p></body></html>
+HTML
+sed -i "s|FONTS|$fonts|" missing.html
+timeout 60 "$VELLUM" missing.html -o missing.pdf 2>err.txt
+expect_eq "missing: status" "$?" 0
+qpdf_clean "missing" missing.pdf
+expect_eq "missing: pages" "$(pdfinfo missing.pdf | sed -n 's/^Pages: *//p')" 3
+expect_eq "missing: passes" "$(grep -c 'Resolving cross-references...' err.txt)" 0
+for page in 1 2 3; do
+    expect_contains "missing: page $page painted" "$(pdftotext -f $page -l $page missing.pdf - | tr -s ' \n' ' ')" \
+        "$(echo 'Before.|Missing page 0|After.' | cut -d'|' -f$page)"
+done
+
 # The pages look like what they say: the first contents page has ink, a preface page has ink at
 # its top only.
 if command -v pdftoppm >/dev/null; then
