@@ -14,6 +14,7 @@
 
 #include "memory_sink.hpp"
 #include "run_command.hpp"
+#include "test_fonts.hpp"
 
 #include <gtest/gtest.h>
 
@@ -22,34 +23,7 @@ namespace {
 
 using pdf::testing::run;
 
-struct font_fixture {
-    fonts::fonts db;
-
-    font_fixture() {
-        resource::loader::loader_options opts;
-        opts.network = false;
-        auto loader = resource::loader::new_loader(log::log{}, {"/nonexistent-prefix"}, {"/tmp"}, opts);
-        EXPECT_TRUE(loader);
-        auto d = fonts::new_fonts(*loader, log::log{}, false);
-        EXPECT_TRUE(d);
-        db = *d;
-        std::string const dir = "/usr/share/fonts/truetype/dejavu/";
-        fonts::add_font_face_sheet(db,
-                                   "@font-face { font-family: Sans; src: url(\"" + dir + "DejaVuSans.ttf\") }\n"
-                                   "@font-face { font-family: Serif; src: url(\"" + dir + "DejaVuSerif.ttf\") }\n"
-                                   "@font-face { font-family: Mono; src: url(\"" + dir + "DejaVuSansMono.ttf\") }\n",
-                                   "test.css", [](std::string const& text, std::string const&) {
-                                       return resource::locator::parse_locator(
-                                           resource::locator::path_or_url::path_or_url,
-                                           resource::locator::locator_origin::command_line_origin, std::nullopt, text);
-                                   });
-    }
-
-    std::vector<fonts::grapheme> text(std::string const& family, std::u32string const& s) {
-        auto const req = fonts::get_font_req(db, {.query_families = {family, "vellum-no-fallback"}});
-        return fonts::text_to_graphemes(db, *req, fonts::direction::ltr, s);
-    }
-};
+using pdf::testing::font_fixture;
 
 vellum::ref<css::style::style> plain_style() {
     auto s = *css::style::initial_style();
