@@ -362,9 +362,13 @@ void paint_chars(content::out const& o,
     if (!shows(run) || run.charsbox_content.empty()) {
         return;
     }
-    std::vector<fonts::grapheme> visual = run.charsbox_content.to_vector();
+    // Right-to-left text is painted in visual order, from a reversed copy; other text from the shared
+    // graphemes themselves.
+    std::vector<fonts::grapheme> reversed;
+    std::span<fonts::grapheme const> visual = run.charsbox_content.view();
     if (run.charsbox_direction == fonts::direction::rtl) {
-        std::reverse(visual.begin(), visual.end());
+        reversed.assign(visual.rbegin(), visual.rend());
+        visual = reversed;
     }
     double const y = baseline + run.charsbox_y;
     if (auto const* l = std::get_if<pack::leader>(&run.charsbox_type)) {
