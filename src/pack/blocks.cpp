@@ -120,8 +120,6 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
     // The absolutely positioned blocks met, with their place in the list and their static position;
     // those in front of the break are this page's.
     std::vector<std::pair<std::size_t, std::pair<prepack::block, util::pos::pos>>> absolutes;
-    // The fixed blocks met, with their place in the list.
-    std::vector<std::pair<std::size_t, prepack::block>> fixed;
     std::size_t cut = blocks.size();
 
     auto restore = [&](std::size_t keep) {
@@ -162,8 +160,6 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
                 util::pos::pos const at{rtl ? cur_areas.container.right : cur_areas.container.left,
                                         flow_top(cur_areas, cur_gap)};
                 absolutes.push_back({i, {b, at}});
-            } else {
-                fixed.push_back({i, b});
             }
             continue;
         }
@@ -354,11 +350,6 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
     for (auto& [index, entry] : absolutes) {
         if (index < cut) {
             cur_info.accum.abs_blocks.push_back(std::move(entry));
-        }
-    }
-    for (auto& [index, b] : fixed) {
-        if (index < cut) {
-            cur_info.accum.fixed_met.push_back(std::move(b));
         }
     }
     return blocks_out{.res = std::move(out),

@@ -383,21 +383,9 @@ struct doc_state {
     std::vector<page_footnote> footnotes_carried;
     /// The page floats that wait for the next page.
     std::vector<page_float> floats_carried;
-    /// The document's fixed boxes, in document order; each shows from the page where the flow meets it.
-    std::vector<positioned::fixed_block> fixed;
-    /// How many of them, from the first, the flow has reached.
-    std::size_t fixed_reached = 0;
+    /// The document's fixed boxes, in document order: each repeats on every page.
+    std::vector<prepack::block> fixed;
 };
-
-// The flow has met these fixed blocks: they, and those before them in the document, show from now on.
-void reach_fixed(doc_state& st, std::vector<prepack::block> const& met) {
-    for (auto const& b : met) {
-        auto const it = std::ranges::find_if(st.fixed, [&](positioned::fixed_block const& f) { return f.fixed_body == b; });
-        if (it != st.fixed.end()) {
-            st.fixed_reached = std::max(st.fixed_reached, static_cast<std::size_t>(it - st.fixed.begin()) + 1);
-        }
-    }
-}
 
 struct page_out {
     prepack::block_list remaining;
@@ -545,24 +533,9 @@ page_out pack_page(doc_state& st,
     }
     info.accum.page_footnotes = nullptr;
     if (!blank) {
-        reach_fixed(st, info.accum.fixed_met);
-        info.accum.fixed_met.clear();
-        for (auto const& f : float_set.tops) {
-            reach_fixed(st, f.placed_packed.packed_fixed);
-        }
-        for (auto const& f : float_set.bottoms) {
-            reach_fixed(st, f.placed_packed.packed_fixed);
-        }
         // A fixed box is fixed to the page: it repeats on every page, the first ones included, wherever
         // its element stands in the text.
-        std::vector<prepack::block> shown;
-        for (auto const& f : st.fixed) {
-            shown.push_back(f.fixed_body);
-        }
-        positioned::place_on_page(info, pa.pa_body_area, shown, content);
-        // Fixed blocks inside the boxes just placed show from the next page.
-        reach_fixed(st, info.accum.fixed_met);
-        info.accum.fixed_met.clear();
+        positioned::place_on_page(info, pa.pa_body_area, st.fixed, content);
     }
 
     // The page's counters and strings, then the margin boxes that show them.

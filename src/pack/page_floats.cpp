@@ -144,9 +144,7 @@ std::optional<packed> pack_float(page_info info, prepack::block const& b, areas:
                                            "bodies are left out");
     }
     float const bottom = r.out_areas.container.top - std::max(0.0f, mc::value_of(r.out_gap));
-    return packed{.packed_box = p->b_packed_box,
-                  .packed_height = -bottom,
-                  .packed_fixed = std::move(r.out_info.accum.fixed_met)};
+    return packed{.packed_box = p->b_packed_box, .packed_height = -bottom};
 }
 
 areas::area flow_area(page_set const& set, areas::area const& body) {

@@ -33,8 +33,6 @@ std::optional<css::box::page_column_float> page_float_of(css::style::style const
 struct packed {
     ref<box> packed_box;
     float packed_height = 0;
-    /// The fixed blocks met inside it.
-    std::vector<prepack::block> packed_fixed;
 };
 
 /// Packs a page float for a body area; it is never split. None when it gives no box.

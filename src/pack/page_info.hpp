@@ -123,8 +123,6 @@ struct accum {
     std::vector<std::pair<prepack::block, util::pos::pos>> abs_blocks;
     /// Floats to the top or bottom of a column met in the current multi-column container, in order.
     std::vector<prepack::block> column_floats;
-    /// Fixed blocks met in the flow: they show from this page on.
-    std::vector<prepack::block> fixed_met;
     /// Floats to the top or bottom of the page met in the flow, in order.
     std::vector<page_float> page_floats;
     // static_flows, prev_page_inline_footnote, the column footnotes and the regions join with

@@ -300,8 +300,6 @@ bool pack_outflow(run_state& s, linebreak::outflow const& out, bool max_area) {
         if (!positioned::is_fixed(*b.block_style)) {
             auto const band = band_of(s.areas);
             s.info.accum.abs_blocks.push_back({b, util::pos::pos{band.left + out.outflow_xpos, band.top}});
-        } else {
-            s.info.accum.fixed_met.push_back(b);
         }
         return true;
     }

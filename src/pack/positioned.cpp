@@ -362,71 +362,68 @@ void hang_inner(page_info& info, std::size_t from, box& b) {
 
 namespace {
 
-// Gathers the fixed blocks under a block in document order; `early` for those the flow never
-// hands back to the page (inside inline blocks and footnotes, which are packed apart).
-void gather_fixed(prepack::block const& b, bool early, std::vector<fixed_block>& out);
+// Gathers the fixed blocks under a block in document order, those inside inline blocks, footnotes
+// and tables included.
+void gather_fixed(prepack::block const& b, std::vector<prepack::block>& out);
 
-void gather_fixed_spans(std::vector<prepack::span> const& spans, bool early, std::vector<fixed_block>& out) {
+void gather_fixed_spans(std::vector<prepack::span> const& spans, std::vector<prepack::block>& out) {
     for (auto const& sp : spans) {
         if (auto const* n = std::get_if<prepack::span_nested>(&sp)) {
-            gather_fixed_spans(n->nested.span_content, early, out);
+            gather_fixed_spans(n->nested.span_content, out);
         } else if (auto const* ib = std::get_if<prepack::span_inline_block>(&sp); ib && ib->inline_block) {
-            // A fixed block among the text leaves the line as the flow meets it; one inside an
-            // inline block is packed with it, apart.
-            bool const own = ib->inline_block->block_style && is_fixed(*ib->inline_block->block_style);
-            gather_fixed(*ib->inline_block, early || !own, out);
+            gather_fixed(*ib->inline_block, out);
         } else if (auto const* f = std::get_if<prepack::span_footnote>(&sp)) {
             if (auto const* bf = std::get_if<prepack::block_footnote>(&f->footnote_body); bf && bf->footnote_block) {
-                gather_fixed(*bf->footnote_block, true, out);
+                gather_fixed(*bf->footnote_block, out);
             }
         }
     }
 }
 
-void gather_fixed_list(prepack::block_list const& list, bool early, std::vector<fixed_block>& out) {
+void gather_fixed_list(prepack::block_list const& list, std::vector<prepack::block>& out) {
     for (auto const& c : list) {
-        gather_fixed(c, early, out);
+        gather_fixed(c, out);
     }
 }
 
-void gather_fixed_rows(std::vector<prepack::row> const& rows, bool early, std::vector<fixed_block>& out) {
+void gather_fixed_rows(std::vector<prepack::row> const& rows, std::vector<prepack::block>& out) {
     for (auto const& r : rows) {
         for (auto const& c : r.row_content) {
             if (auto const* cc = std::get_if<prepack::cell_cell>(&c)) {
-                gather_fixed_list(cc->cell.cell_content.blocks, early, out);
+                gather_fixed_list(cc->cell.cell_content.blocks, out);
             }
         }
     }
 }
 
-void gather_fixed(prepack::block const& b, bool early, std::vector<fixed_block>& out) {
+void gather_fixed(prepack::block const& b, std::vector<prepack::block>& out) {
     if (b.block_style && is_fixed(*b.block_style) && std::holds_alternative<prepack::type_original>(b.block_type)) {
-        out.push_back({.fixed_body = b, .fixed_from_start = early});
+        out.push_back(b);
     }
     std::visit(overloaded{
-                   [&](prepack::bcontent_blocks const& c) { gather_fixed_list(c.blocks, early, out); },
-                   [&](prepack::bcontent_para const& p) { gather_fixed_spans(p.para.para_spans, early, out); },
+                   [&](prepack::bcontent_blocks const& c) { gather_fixed_list(c.blocks, out); },
+                   [&](prepack::bcontent_para const& p) { gather_fixed_spans(p.para.para_spans, out); },
                    [&](prepack::bcontent_table const& t) {
                        for (auto const& c : t.table.caption_tops) {
-                           gather_fixed(c, early, out);
+                           gather_fixed(c, out);
                        }
                        if (t.table.table.header) {
-                           gather_fixed_rows(t.table.table.header->rowgroup_content, early, out);
+                           gather_fixed_rows(t.table.table.header->rowgroup_content, out);
                        }
                        for (auto const& g : t.table.table.body) {
-                           gather_fixed_rows(g.rowgroup_content, early, out);
+                           gather_fixed_rows(g.rowgroup_content, out);
                        }
                        if (t.table.table.footer) {
-                           gather_fixed_rows(t.table.table.footer->rowgroup_content, early, out);
+                           gather_fixed_rows(t.table.table.footer->rowgroup_content, out);
                        }
                        for (auto const& c : t.table.caption_bottoms) {
-                           gather_fixed(c, early, out);
+                           gather_fixed(c, out);
                        }
                    },
                    // Tables are computed by layout, after this walk.
                    [](prepack::bcontent_computed_table_box const&) {},
                    [](prepack::bcontent_computed_table const&) {},
-                   [&](prepack::bcontent_list_item const& li) { gather_fixed_list(li.item.content, early, out); },
+                   [&](prepack::bcontent_list_item const& li) { gather_fixed_list(li.item.content, out); },
                    [](prepack::bcontent_svg const&) {},
                    [](prepack::bcontent_image const&) {},
                },
@@ -435,14 +432,14 @@ void gather_fixed(prepack::block const& b, bool early, std::vector<fixed_block>&
 
 } // namespace
 
-std::vector<fixed_block> fixed_blocks(prepack::pack_document const& doc) {
-    std::vector<fixed_block> out;
+std::vector<prepack::block> fixed_blocks(prepack::pack_document const& doc) {
+    std::vector<prepack::block> out;
     for (auto const& sec : doc.pack_doc_content) {
-        gather_fixed_list(sec.sec_blocks, false, out);
+        gather_fixed_list(sec.sec_blocks, out);
     }
     // The margin boxes show their flows from the first page on.
     for (auto const& f : doc.static_flows) {
-        gather_fixed(f.flow_block, true, out);
+        gather_fixed(f.flow_block, out);
     }
     return out;
 }

@@ -94,16 +94,9 @@ containing_block padding_box_of(box const& b);
 /// box of `b`, and hangs them on it.
 void hang_inner(page_info& info, std::size_t from, box& b);
 
-/// A block of the document with `position: fixed`, and whether it shows from the first page on: one
-/// the flow never hands back (in a running element, an inline block, a footnote) does; the others show
-/// from the page where the flow meets them.
-struct fixed_block {
-    prepack::block fixed_body;
-    bool fixed_from_start = false;
-};
-
-/// The blocks of the document with `position: fixed`, in document order, inner ones too.
-std::vector<fixed_block> fixed_blocks(prepack::pack_document const& doc);
+/// The blocks of the document with `position: fixed`, in document order, inner ones and those of the
+/// margin boxes' flows too.
+std::vector<prepack::block> fixed_blocks(prepack::pack_document const& doc);
 
 /// Packs what is left in `info` of the absolute blocks of the page, against the page area, and the
 /// document's fixed blocks, and adds their boxes to the page's content.

@@ -179,4 +179,15 @@ XML
 expect_eq "billion laughs: status" "$(cat laughs.rc)" 1
 expect_contains "billion laughs: message" "$(cat laughs.err)" "could not load input file"
 
+# An entity that refers to itself is reported once, where it is used, however deep libxml2 went.
+cat > loop.xhtml <<'XML'
+<?xml version="1.0"?>
+<!DOCTYPE html [<!ENTITY a "&b;"> <!ENTITY b "&a;">]>
+<html xmlns="http://www.w3.org/1999/xhtml"><body><p>&a;</p></body></html>
+XML
+convert loop loop.xhtml
+expect_eq "entity loop: status" "$(cat loop.rc)" 1
+expect_eq "entity loop: said once" "$(grep -c 'entity reference loop' loop.err)" 1
+expect_contains "entity loop: with its line" "$(cat loop.err)" "loop.xhtml:3: error: Detected an entity reference loop"
+
 finish

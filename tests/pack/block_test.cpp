@@ -12,6 +12,7 @@
 #include <functional>
 #include <sstream>
 
+#include "pack/pack_html.hpp"
 #include "pack/test_fonts.hpp"
 
 #include <unistd.h>
@@ -28,20 +29,7 @@ std::string const page_css = "@page { size: 120pt 120pt; margin: 10pt } "
                              "body { margin: 0; font: 8pt/10pt Sans } p { margin: 0 }";
 
 std::vector<ref<packed_page>> pack_html(std::string const& css, std::string const& body) {
-    // ctest runs the tests of this program as parallel processes: each writes a file of its own.
-    auto const dir = std::filesystem::temp_directory_path() / ("vellum-block-test-" + std::to_string(::getpid()));
-    std::filesystem::create_directories(dir);
-    auto const file = dir / "doc.html";
-    std::ofstream(file) << "<!DOCTYPE html><html><head><style>" << page_css << css << "</style></head><body>" << body
-                        << "</body></html>";
-    auto doc = box_support::boxes_of_file(log::log{}, VELLUM_BINARY_DIR, file);
-    EXPECT_TRUE(doc) << (doc ? "" : doc.error());
-    if (!doc) {
-        return {};
-    }
-    auto r = pack_documents(pass_input{.pass_log = log::log{}, .pass_fonts = db()},
-                            {std::make_shared<prepack::pack_document const>(std::move(*doc))});
-    return r.result_pages;
+    return test_pack::pack_html("block", page_css + css, body);
 }
 
 std::string element_name(prepack::element_type const& t) {

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "pack/pack_html.hpp"
 #include "pack/test_fonts.hpp"
 
 #include <unistd.h>
@@ -59,19 +60,7 @@ std::string const page_css = "@page { size: 220pt 120pt; margin: 10pt } "
                              "body { margin: 0; font: 8pt/10pt Sans } p { margin: 0 }";
 
 std::vector<ref<packed_page>> pack_html(std::string const& css, std::string const& body) {
-    auto const dir = std::filesystem::temp_directory_path() / ("vellum-columns-test-" + std::to_string(::getpid()));
-    std::filesystem::create_directories(dir);
-    auto const file = dir / "doc.html";
-    std::ofstream(file) << "<!DOCTYPE html><html><head><style>" << page_css << css << "</style></head><body>" << body
-                        << "</body></html>";
-    auto doc = box_support::boxes_of_file(log::log{}, VELLUM_BINARY_DIR, file);
-    EXPECT_TRUE(doc) << (doc ? "" : doc.error());
-    if (!doc) {
-        return {};
-    }
-    auto r = pack_documents(pass_input{.pass_log = log::log{}, .pass_fonts = test_fonts::db()},
-                            {std::make_shared<prepack::pack_document const>(std::move(*doc))});
-    return r.result_pages;
+    return test_pack::pack_html("columns", page_css + css, body);
 }
 
 int rounded(float x) {

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <memory>
 #include <mutex>
+#include <set>
+#include <tuple>
 
 #include <libxml/HTMLparser.h>
 #include <libxml/parser.h>
@@ -142,13 +144,27 @@ void log_errors(log::log const& log, std::vector<libxml_error> const& errors) {
         }
         return log::level::error;
     };
+    // libxml2 reports some faults once for every level of the expansion that meets them (an entity
+    // loop, say, twenty times without a position and once with one): each text is said once, with its
+    // position when any report of it has one.
+    std::set<std::string> positioned;
+    for (auto const& e : errors) {
+        if (auto const* p = std::get_if<parse_error>(&e)) {
+            positioned.insert(p->message);
+        }
+    }
+    std::set<std::tuple<std::string, int, std::string>> said;
     for (auto const& e : errors) {
         std::visit(overloaded{
                        [&](parse_error const& p) {
-                           log::log_file_message(log, level_of(p.level), p.filename, p.message, p.line_no);
+                           if (said.insert({p.filename, p.line_no, p.message}).second) {
+                               log::log_file_message(log, level_of(p.level), p.filename, p.message, p.line_no);
+                           }
                        },
                        [&](other_error const& o) {
-                           log::log_message(log, level_of(o.level), log::source_internal{}, o.message);
+                           if (!positioned.contains(o.message) && said.insert({"", 0, o.message}).second) {
+                               log::log_message(log, level_of(o.level), log::source_internal{}, o.message);
+                           }
                        },
                    },
                    e);
