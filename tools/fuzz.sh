@@ -12,6 +12,7 @@ case "$name" in
 url) dirs="src/resource" ;;
 css) dirs="src/css src/resource" ;;
 html5) dirs="src/document/html5" ;;
+js) dirs="src/js" ;;
 opentype) dirs="src/text src/resource src/text/fonts/freetype.cpp"; skip="*/text/fonts/*" ;;
 # The whole program but its entry, built by CMake with clang into build-fuzz/pipeline/cmake, whose
 # build tree is also the prefix the target reads the program's own files from.

@@ -1,5 +1,6 @@
 #include "css/lexer.hpp"
 
+#include "util/quote.hpp"
 #include "util/ref.hpp"
 #include "util/textbuf.hpp"
 
@@ -456,16 +457,7 @@ std::string number_text(css::number const& n) {
                       n);
 }
 
-std::string quoted(std::string_view s) {
-    std::string out = "\"";
-    for (char c : s) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-        }
-        out += c;
-    }
-    return out + "\"";
-}
+std::string quoted(std::string_view s) { return vellum::quoted(s); }
 
 // A name as CSS text that reads back as the same name: characters that cannot stand in a name, and a digit
 // where the name (after one hyphen) would start, are escaped.

@@ -847,6 +847,10 @@ options parse_options(log::log const& log, std::vector<std::string> const& args,
     if (flag(v, option::shell)) {
         return command_of(shell{p.files});
     }
+    // Alone, --write-grammar prints the script parser's tables; with documents to convert it changes nothing.
+    if (flag(v, option::write_grammar) && p.files.empty() && list(v, option::input_list).empty()) {
+        return command_of(write_grammar{});
+    }
     auto const output = text(v, option::output);
     auto const lists = list(v, option::input_list);
     auto job_of = [&](std::vector<std::string> const& names, job::output_dest dest) {

@@ -5,6 +5,7 @@
 #include "driver/help.hpp"
 #include "driver/log.hpp"
 #include "driver/options.hpp"
+#include "js/lalr.hpp"
 #include "text/fonts/fonts.hpp"
 #include "text/fonts/scan.hpp"
 #include "util/cell.hpp"
@@ -158,7 +159,10 @@ int run_command(log::log const& console, options::run_command const& rc) {
                     log::log_error(log, "--shell is not supported yet: the script engine is not built");
                     return 1;
                 },
-                [&](options::write_grammar const&) { return 0; },
+                [&](options::write_grammar const&) {
+                    js::lalr::write_grammar();
+                    return 0;
+                },
                 [&](options::job_command const& j) { return run_job(log, *loader, eopts, j.command_job); },
             },
             rc.command);

@@ -186,7 +186,21 @@ struct measure_memo {
 
 thread_local measure_memo memo;
 
+// While a cell is packed only to learn its widths, the tables inside it need no rows: a table's box is
+// as wide as its columns, which come from its own cells' measured widths. Leaving the rows out keeps
+// the measuring of nested tables linear in their depth, where packing every row of every inner table
+// again for each outer trial width made it cubic.
+thread_local int widths_only = 0;
+
+struct widths_only_scope {
+    widths_only_scope() { ++widths_only; }
+    ~widths_only_scope() { --widths_only; }
+    widths_only_scope(widths_only_scope const&) = delete;
+    widths_only_scope& operator=(widths_only_scope const&) = delete;
+};
+
 std::pair<float, float> measure_uncached(page_info& scratch, prepack::cell0 const& c) {
+    widths_only_scope const only_widths;
     float const narrow = block::natural_width(pack_cell_box(scratch, c, 0, 0));
     float const wide = block::natural_width(pack_cell_box(scratch, c, 0, far));
     return {narrow, std::max(narrow, wide)};
@@ -911,6 +925,10 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
         }
         return run;
     };
+    if (widths_only > 0) {
+        header_rows.clear();
+        footer_rows.clear();
+    }
     row_run header = measure_all(header_rows);
     row_run footer = measure_all(footer_rows);
     float const top_edge = collapse ? 0 : vs;
@@ -947,6 +965,9 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
     std::size_t stop_g = g;
     std::size_t stop_r = r;
     bool more = false;
+    if (widths_only > 0) {
+        g = body.size();
+    }
     while (g < body.size()) {
         auto const& group = body[g];
         if (r >= group.rowgroup_content.size()) {

@@ -95,7 +95,7 @@ std::vector<font_objects::glyph_width> glyph_widths(fonts::font_ref const& font,
 
 // PDF's MacRomanEncoding is the Mac OS Roman of before 1998: code 219 is the currency sign, not the euro,
 // and the mathematical signs of the Mac character set have no names in it. The differences name them, so
-// that viewers pick the right glyphs by name and text extraction gives the right characters.
+// that a viewer drawing with a font of its own picks the right glyphs by name.
 dict macroman_encoding() {
     array differences;
     for (auto const& [code, glyph_name] : std::initializer_list<std::pair<std::int64_t, char const*>>{
@@ -113,34 +113,51 @@ dict macroman_encoding() {
     }};
 }
 
-// A simple font of MacRoman codes: the codes mean their MacRoman characters, so no ToUnicode map is
-// needed, and the font is embedded only if the options ask for it.
+// A simple font of MacRoman codes. An embedded font program maps the codes to its glyphs through its
+// own Macintosh "cmap", which viewers consult with each code's name in PDF's MacRomanEncoding; that
+// encoding predates the euro (its code 219 is the currency sign) and leaves the Mac's mathematical signs
+// unnamed, so the characters come back from a ToUnicode map. Naming them with /Differences instead would
+// send viewers to look the names up in the subset, which keeps no glyph names, and they would draw
+// .notdef. A font that is not embedded is drawn by a font of the viewer's, found by glyph name: there the
+// differences name what the codes hold.
 void write_macroman(writer& w, ref font_dict, fonts::font_ref const& font, font_options const& options) {
     auto const& data = *font->used_font_data;
     ref const desc = new_ref(w);
     std::optional<ref> const file = options.font_embed ? std::optional<ref>(new_ref(w)) : std::nullopt;
+    std::optional<ref> const tounicode = file ? std::optional<ref>(new_ref(w)) : std::nullopt;
     std::string const base = base_font_name(font);
     array widths;
     widths.array_items.reserve(224);
+    std::vector<font_objects::glyph_unicodes> codes;
     for (int code = 32; code <= 255; ++code) {
-        auto const glyph = font_data::char_to_glyph(data, macroman::to_unicode(std::uint8_t(code)));
+        char32_t const c = macroman::to_unicode(std::uint8_t(code));
+        auto const glyph = font_data::char_to_glyph(data, c);
         widths.array_items.emplace_back(glyph == 0 ? std::int64_t{0}
                                                    : scaled(font, font_data::glyph_advance(data, glyph)));
+        codes.push_back({.glyph_number = static_cast<std::uint32_t>(code), .glyph_chars = {c}});
     }
-    write_object(w, font_dict,
-                 dict{{
-                     {"Type", name{"Font"}},
-                     {"Subtype", name{is_cff(font) ? "Type1" : "TrueType"}},
-                     {"BaseFont", name{base}},
-                     {"FirstChar", std::int64_t{32}},
-                     {"LastChar", std::int64_t{255}},
-                     {"Encoding", macroman_encoding()},
-                     {"Widths", std::move(widths)},
-                     {"FontDescriptor", desc},
-                 }});
+    dict font_object{{
+        {"Type", name{"Font"}},
+        {"Subtype", name{is_cff(font) ? "Type1" : "TrueType"}},
+        {"BaseFont", name{base}},
+        {"FirstChar", std::int64_t{32}},
+        {"LastChar", std::int64_t{255}},
+        {"Widths", std::move(widths)},
+        {"FontDescriptor", desc},
+    }};
+    if (tounicode) {
+        font_object.dict_entries.emplace_back("Encoding", name{"MacRomanEncoding"});
+        font_object.dict_entries.emplace_back("ToUnicode", *tounicode);
+    } else {
+        font_object.dict_entries.emplace_back("Encoding", macroman_encoding());
+    }
+    write_object(w, font_dict, std::move(font_object));
     write_object(w, desc, descriptor(font, base, file));
     if (file) {
         write_font_file(w, *file, font, false);
+        auto const text = font_objects::tounicode_cmap(font_objects::tounicode_type::tounicode_byte, codes);
+        write_stream_bytes(w, *tounicode, options.font_compress ? stream_filter::deflate : stream_filter::as_is, {},
+                           std::span(reinterpret_cast<std::uint8_t const*>(text.data()), text.size()));
     }
 }
 

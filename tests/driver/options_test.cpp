@@ -135,7 +135,9 @@ TEST(options, picks_the_first_matching_result) {
     EXPECT_EQ(command_of({"--scanfonts", "--version"}).command, command(version{}));
     EXPECT_EQ(command_of({"--scanfonts", "a.ttf", "b.otf"}).command, command(scanfonts{{"a.ttf", "b.otf"}}));
     EXPECT_EQ(command_of({"--shell", "x.js"}).command, command(shell{{"x.js"}}));
-    // --write-grammar is accepted and changes nothing.
+    // Alone, --write-grammar prints the script parser's tables; beside documents it changes nothing.
+    EXPECT_EQ(command_of({"--write-grammar"}).command, command(options::write_grammar{}));
+    EXPECT_EQ(command_of({"--version", "--write-grammar"}).command, command(version{}));
     EXPECT_EQ(job_of({"--write-grammar", "a.html"}).output_dest, file_dest("a.pdf"));
 }
 

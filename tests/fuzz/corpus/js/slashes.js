@@ -1,0 +1,3 @@
+a = b / c / d; x = /[/]\//g.test(y)
+return
+z
