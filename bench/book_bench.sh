@@ -11,14 +11,14 @@ for pages in "${sizes[@]}"; do
     input=$work/book-$pages.html
     output=$work/book-$pages.pdf
     /usr/bin/python3 "$here/gen_book.py" "$input" "$pages"
-    /usr/bin/time -f "%e %M" -o "$work/time" "$bin" "$input" -o "$output" 2>"$work/log" || {
+    /usr/bin/time -f "%e %U %M" -o "$work/time" "$bin" "$input" -o "$output" 2>"$work/log" || {
         echo "vellum failed on the $pages-page book:" >&2
         cat "$work/log" >&2
         exit 1
     }
-    read -r secs kb <"$work/time"
+    read -r secs user kb <"$work/time"
     made=$(pdfinfo "$output" | awk '/^Pages:/ {print $2}')
     rate=$(awk -v p="$made" -v s="$secs" 'BEGIN { if (s > 0) printf "%.1f", p / s; else print "inf" }')
-    printf '%s-page book: %s bytes of HTML, %s pages in %s s (%s pages/s), peak memory %s MB\n' \
-        "$pages" "$(stat -c %s "$input")" "$made" "$secs" "$rate" "$((kb / 1024))"
+    printf '%s-page book: %s bytes of HTML, %s pages in %s s (%s s user, %s pages/s), peak memory %s MB\n' \
+        "$pages" "$(stat -c %s "$input")" "$made" "$secs" "$user" "$rate" "$((kb / 1024))"
 done

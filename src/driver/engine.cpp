@@ -23,6 +23,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <functional>
+#include <map>
 #include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -104,23 +106,93 @@ struct prefetch_guard {
     ~prefetch_guard() { stop(); }
 };
 
-// One packing pass over all documents, with the page totals and targets of the previous pass.
+// The glyphs of the used fonts that the file needs besides those the last pass shows: what the font
+// tables held before layout began, and what painting added (the text of drawings it loaded).
+class glyph_tally {
+public:
+    explicit glyph_tally(fonts::fonts const& db) : tally_db(db) {}
+
+    /// Notes how far each font's table goes now.
+    void mark() {
+        tally_heads.clear();
+        for (auto const& font : fonts::used_fonts(tally_db)) {
+            tally_heads.emplace(font->used_font_id, font->used_font_glyph_cache->update(
+                                                        [](fonts::glyph_cache const& c) { return c.glyph_cache_entries.size(); }));
+        }
+    }
+
+    /// What the tables held at the first mark.
+    void keep_heads() { tally_needs.needs_kept_heads = tally_heads; }
+
+    /// Keeps the glyphs added since the last mark.
+    void keep_added() {
+        for (auto const& font : fonts::used_fonts(tally_db)) {
+            auto const head = tally_heads.find(font->used_font_id);
+            std::size_t const from = head == tally_heads.end() ? 0 : head->second;
+            font->used_font_glyph_cache->update([&](fonts::glyph_cache const& c) {
+                for (std::size_t i = from; i < c.glyph_cache_entries.size(); ++i) {
+                    tally_needs.needs_kept.insert(c.glyph_cache_entries[i].entry_index.get());
+                }
+            });
+        }
+    }
+
+    /// What the file needs, with the glyphs that the written pages show.
+    pdf::pdf_fonts::glyph_needs needs(std::vector<cell<int> const*> const& shown) const {
+        auto out = tally_needs;
+        out.needs_shown.insert(shown.begin(), shown.end());
+        return out;
+    }
+
+private:
+    fonts::fonts tally_db;
+    std::map<int, std::size_t> tally_heads;
+    pdf::pdf_fonts::glyph_needs tally_needs;
+};
+
+// One packing pass over all documents, with the page totals and targets of the previous pass. Each page
+// is painted as soon as it is packed and let go; the painted pages are all that the pass keeps of its
+// pages.
 struct pass_outcome {
-    std::vector<ref<pack::packed_page>> pass_pages;
+    /// Nothing when the pass stopped painting, sure that another pass would follow.
+    std::shared_ptr<pdf::painter::page_stream> pass_painted;
     std::vector<pack::packed_bookmark> pass_bookmarks;
     pack_loop::pass_report pass_report_of;
 };
+
+enum class pass_painting { paint_while_it_may_last, paint_all };
 
 pass_outcome pack_pass(log::log const& log,
                        engine const& engine,
                        std::vector<ref<prepack::pack_document const>> const& documents,
                        pack_loop::pack_state const& state,
-                       bool first_pass) {
+                       bool first_pass,
+                       pass_painting painting,
+                       std::function<std::shared_ptr<pdf::painter::page_stream>()> const& new_stream,
+                       glyph_tally& tally) {
+    auto painted = new_stream();
+    auto const looked_up = std::make_shared<prepack::targets::looked_up>();
     pack::pass_input in{
         .pass_log = log,
         .pass_fonts = engine.engine_fonts,
         .pass_user_pages_totals = first_pass ? std::vector<int>{} : state.pack_first_pages,
         .pass_on_page = [&](int page) { log::log_debug(log, "packed page " + std::to_string(page)); },
+        .pass_take_page =
+            [&](ref<pack::packed_page> const& page) {
+                // The first pass knows no page of any target: once it has looked one up (or a page
+                // total), another pass will almost surely follow, and painting the rest is wasted.
+                if (first_pass && painting == pass_painting::paint_while_it_may_last && painted &&
+                    (!looked_up->pages.empty() || looked_up->pages_total)) {
+                    painted.reset();
+                }
+                if (!painted) {
+                    return;
+                }
+                tally.mark();
+                painted->add(log, *page);
+                tally.keep_added();
+            },
+        .pass_looked_up = looked_up,
         .pass_targets = state.pack_found,
         .pass_loader = engine.engine_loader,
         .pass_hyph = engine.engine_hyph,
@@ -128,7 +200,7 @@ pass_outcome pack_pass(log::log const& log,
     };
     auto result = pack::pack_documents(in, documents);
     auto found = std::make_shared<prepack::targets::pass_targets const>(std::move(result.result_targets));
-    return {.pass_pages = std::move(result.result_pages),
+    return {.pass_painted = std::move(painted),
             .pass_bookmarks = std::move(result.result_bookmarks),
             .pass_report_of = {.report_targets = pack_loop::targets_of(*found),
                                .report_found = found,
@@ -391,10 +463,10 @@ pdf::writepdf::page_label_counter_style pdf_label_style(pack::page_label_counter
 
 // The labels layout gave the pages, for the viewer.
 std::vector<std::pair<std::size_t, std::optional<pdf::writepdf::page_label>>> page_labels_of(
-    std::vector<ref<pack::packed_page>> const& pages) {
+    std::vector<pdf::painter::painted_page> const& pages) {
     std::vector<std::pair<std::size_t, std::optional<pdf::writepdf::page_label>>> out;
     for (std::size_t i = 0; i < pages.size(); ++i) {
-        auto const& label = pages[i]->page_label;
+        auto const& label = pages[i].painted_label;
         if (!label) {
             out.emplace_back(i, std::nullopt);
             continue;
@@ -409,14 +481,35 @@ std::vector<std::pair<std::size_t, std::optional<pdf::writepdf::page_label>>> pa
     return out;
 }
 
-// Paints the pages into a document with its fonts and writes it.
+// A painter for the pages of one pass, with objects of its own: what a discarded pass named is dropped
+// with it.
+std::shared_ptr<pdf::painter::page_stream> new_page_stream(loaded_document const& first,
+                                                           images::images& image_table) {
+    auto objects = std::make_shared<pdf::page_objects::page_objects>(&image_table);
+    // Spot colours: each @vellum-color rule's alternate colour stands for its ink on screen.
+    for (auto const& [name, rule] : css::color::color_rules_of(first.doc_styled->styled_rules.rules_env.colors)) {
+        if (rule.alternate_color) {
+            auto const p = pdf::paint_color::paint_of(*rule.alternate_color);
+            if (p && (std::holds_alternative<pdf::color::rgb>(p->paint_color) ||
+                      std::holds_alternative<pdf::color::cmyk>(p->paint_color))) {
+                objects->spot_alternates.emplace(name, p->paint_color);
+            }
+        }
+    }
+    // Links are resolved when the file is written, once the last pass has placed every target.
+    return std::make_shared<pdf::painter::page_stream>(
+        first.doc_pdf_options,
+        pdf::painter::paint_options{.artificial_fonts = first.doc_pdf_options.artificial_fonts, .objects = objects});
+}
+
+// Writes the painted pages with their fonts.
 void write_output(log::log const& log,
                   engine const& engine,
                   loaded_document const& first,
-                  std::vector<ref<pack::packed_page>> const& pages,
+                  pdf::painter::page_stream& painted,
                   std::vector<pack::packed_bookmark> const& bookmarks,
                   link_targets const& links,
-                  images::images& image_table,
+                  glyph_tally const& tally,
                   pdf::bulkio::output::output out) {
     // The profile settles the options first: fonts are embedded and attachments dropped as it says
     // before anything is loaded or written.
@@ -428,26 +521,10 @@ void write_output(log::log const& log,
     if (options.pdf_profile) {
         doc.output_intent_icc = load_output_intent(log, engine.engine_loader, options);
     }
-    doc.page_objects = std::make_shared<pdf::page_objects::page_objects>(&image_table);
-    // Spot colours: each @vellum-color rule's alternate colour stands for its ink on screen.
-    for (auto const& [name, rule] : css::color::color_rules_of(first.doc_styled->styled_rules.rules_env.colors)) {
-        if (rule.alternate_color) {
-            auto const p = pdf::paint_color::paint_of(*rule.alternate_color);
-            if (p && (std::holds_alternative<pdf::color::rgb>(p->paint_color) ||
-                      std::holds_alternative<pdf::color::cmyk>(p->paint_color))) {
-                doc.page_objects->spot_alternates.emplace(name, p->paint_color);
-            }
-        }
-    }
-    pdf::painter::add_pages(log, doc, pages,
-                            pdf::painter::paint_options{.artificial_fonts = options.artificial_fonts,
-                                                        .resolve_link = [&](std::string const& url,
-                                                                            std::string const& base) {
-                                                            return resolve_link(links, url, base);
-                                                        },
-                                                        .objects = doc.page_objects});
-    doc.page_labels = page_labels_of(pages);
-    pdf::pdf_fonts::attach_fonts(log, doc, engine.engine_fonts);
+    doc.page_labels = page_labels_of(painted.pages());
+    auto const needs = tally.needs(painted.shown_glyphs());
+    painted.finish(doc, [&](std::string const& url, std::string const& base) { return resolve_link(links, url, base); });
+    pdf::pdf_fonts::attach_fonts(log, doc, engine.engine_fonts, &needs);
     pdf::writepdf::write_pdf_document(log, std::move(out), doc);
 }
 
@@ -618,9 +695,20 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
         registry.insert(registry.end(), doc->pack_doc_target_keys.begin(), doc->pack_doc_target_keys.end());
     }
     bool first_pass = true;
+    glyph_tally tally(engine.engine_fonts);
+    tally.mark();
+    tally.keep_heads();
+    auto const new_stream = [&] { return new_page_stream(first, image_table); };
     auto const outcome =
         pack_loop::run(log, pack_loop::initial_targets(registry), [&](pack_loop::pack_state const& state) {
-            auto r = pack_pass(log, engine, documents, state, first_pass);
+            auto r = pack_pass(log, engine, documents, state, first_pass, pass_painting::paint_while_it_may_last,
+                               new_stream, tally);
+            // A pass that stopped painting and turns out to be the last is packed again, to be painted:
+            // the same input gives the same pages.
+            if (!r.pass_painted && !pack_loop::needs_another_pass(state, r.pass_report_of)) {
+                log::log_debug(log, "pack again to paint");
+                r = pack_pass(log, engine, documents, state, first_pass, pass_painting::paint_all, new_stream, tally);
+            }
             first_pass = false;
             return r;
         });
@@ -633,7 +721,7 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
         links.link_doc_bases.push_back(doc.doc_base);
     }
     if (stream) {
-        write_output(log, engine, first, outcome.pass_pages, outcome.pass_bookmarks, links, image_table,
+        write_output(log, engine, first, *outcome.pass_painted, outcome.pass_bookmarks, links, tally,
                      pdf::bulkio::file::file_output(stream));
         return true;
     }
@@ -646,7 +734,7 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
                     log::log_file_message(log, log::level::error, f.file_path.path, out.error());
                     return false;
                 }
-                write_output(log, engine, first, outcome.pass_pages, outcome.pass_bookmarks, links, image_table,
+                write_output(log, engine, first, *outcome.pass_painted, outcome.pass_bookmarks, links, tally,
                              pdf::bulkio::file::file_output(out->file()));
                 if (auto done = out->commit(); !done) {
                     log::log_file_message(log, log::level::error, f.file_path.path, done.error());
@@ -656,7 +744,7 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
             },
             [&](job::standard_output const&) {
                 log::log_debug(log, "writing to standard output");
-                write_output(log, engine, first, outcome.pass_pages, outcome.pass_bookmarks, links, image_table,
+                write_output(log, engine, first, *outcome.pass_painted, outcome.pass_bookmarks, links, tally,
                              pdf::bulkio::file::file_output(stdout));
                 return true;
             },

@@ -579,7 +579,11 @@ page_out pack_page(doc_state& st,
         .margin_boxes = std::move(margins.res_margin_boxes),
         .page_label = page_label_of(info, ps.page_label),
     };
-    st.pages.push_back(share(std::move(page)));
+    if (st.in.pass_take_page) {
+        st.in.pass_take_page(share(std::move(page)));
+    } else {
+        st.pages.push_back(share(std::move(page)));
+    }
     if (st.in.pass_on_page) {
         st.in.pass_on_page(info.general.pdf_page_num);
     }
@@ -721,7 +725,7 @@ page_break section_break(page_break prev_after, page_break before) {
 pass_result pack_documents(pass_input const& in,
                            std::vector<ref<prepack::pack_document const>> const& documents) {
     pass_result out;
-    auto const looked_up = std::make_shared<prepack::targets::looked_up>();
+    auto const looked_up = in.pass_looked_up ? in.pass_looked_up : std::make_shared<prepack::targets::looked_up>();
     int pdf_page = 1;
     std::vector<int> totals{0};
     std::size_t group = 0;

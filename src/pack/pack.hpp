@@ -35,6 +35,11 @@ struct pass_input {
     std::vector<int> pass_user_pages_totals;
     /// Called with each finished page's number, for progress reports.
     std::function<void(int)> pass_on_page;
+    /// Given each finished page in order, instead of keeping it for the result, so that the caller can
+    /// turn it into output and let it go.
+    std::function<void(ref<packed_page> const&)> pass_take_page;
+    /// Where the pass notes the page numbers it looks up, as it goes; a record of its own if not given.
+    std::shared_ptr<prepack::targets::looked_up> pass_looked_up;
     /// Where the previous pass put each target, and the counters there; empty on the first pass.
     std::shared_ptr<prepack::targets::pass_targets const> pass_targets =
         std::make_shared<prepack::targets::pass_targets const>();

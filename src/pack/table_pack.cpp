@@ -142,12 +142,12 @@ prepack::block cell_block(prepack::cell0 const& c) {
                           .block_bg = c.cell_bg};
 }
 
-// Packs a cell's content whole in a column of the given width at y = 0. What the content gathers
-// (footnotes, targets) goes into `info`.
-box pack_cell_box(page_info& info, prepack::cell0 const& c, float x, float w) {
+// Packs a cell's content whole in a column of the given width with its top at `y`. What the content
+// gathers (footnotes, targets) goes into `info`.
+box pack_cell_box(page_info& info, prepack::cell0 const& c, float x, float w, float y = 0) {
     auto const flags = info.flags;
     info.flags.max_page_area = true;
-    areas::area const trial{.top = 0, .bottom = -far, .left = x, .right = x + std::max(0.0f, w)};
+    areas::area const trial{.top = y, .bottom = y - far, .left = x, .right = x + std::max(0.0f, w)};
     auto r = block::pack_block(std::move(info), block::inline_block{}, cell_block(c), mc::fresh(),
                                areas::areas{.container = trial, .available = {trial}});
     info = std::move(r.out_info);
@@ -244,6 +244,8 @@ struct measured_cell {
     /// The distance from the top of the cell to its first baseline (or its content's bottom).
     float base = 0;
     css::box::vertical_align_kind valign = css::box::vertical_align_kind::baseline;
+    /// The y at which the cell's content was packed: placing the cell moves it by the difference.
+    float packed_at = 0;
 };
 
 struct measured_row {
@@ -280,10 +282,16 @@ struct columns {
 struct row_run {
     std::vector<measured_row> rows;
     float spacing = 0;
+    /// Where the run's first row will stand, when that is known as its rows are measured: cells are
+    /// packed in place then, and a table nested in a cell is not moved (and copied) again by every
+    /// table around it.
+    float top_hint = 0;
 
     // The height the next row needs, and the row itself.
     measured_row measure(page_info& info, row_ref const& rr, columns const& cols, float grid_left) const {
         measured_row m{.ref = rr};
+        float const offset = rows.empty() ? 0 : rows.back().offset + rows.back().height + spacing;
+        float const packed_at = top_hint - offset;
         auto const& content = rr.row->row_content;
         for (int c = 0; c < static_cast<int>(content.size()) && c < static_cast<int>(cols.w.size()); ++c) {
             auto const* cc = std::get_if<prepack::cell_cell>(&content[c]);
@@ -291,12 +299,13 @@ struct row_run {
                 continue;
             }
             int const span = std::clamp(cc->cell.cell_colspan, 1, static_cast<int>(cols.w.size()) - c);
-            auto b = pack_cell_box(info, cc->cell, grid_left + cols.x[c], cols.span_width(c, span));
+            auto b = pack_cell_box(info, cc->cell, grid_left + cols.x[c], cols.span_width(c, span), packed_at);
             float const h = b.box_h;
             auto const baseline = block::first_baseline(b);
             float const base = baseline ? b.box_y - *baseline : h;
             m.cells.push_back(measured_cell{.cell_box = std::move(b), .col = c, .rowspan = std::max(1, cc->cell.cell_rowspan),
-                                            .height = h, .base = base, .valign = valign_of(*cc->cell.cell_style)});
+                                            .height = h, .base = base, .valign = valign_of(*cc->cell.cell_style),
+                                            .packed_at = packed_at});
         }
         float height = 0;
         if (auto const* h = std::get_if<float>(&rr.row->row_style->height)) {
@@ -315,7 +324,7 @@ struct row_run {
             }
         }
         m.base = base;
-        m.offset = rows.empty() ? 0 : rows.back().offset + rows.back().height + spacing;
+        m.offset = offset;
         // Cells spanning rows that end here: the row is as high as what is left of them.
         for (auto const& r : rows) {
             for (auto const& c : r.cells) {
@@ -391,6 +400,7 @@ bool cut_into(page_info& info,
     mc.height = mc.cell_box.box_h;
     mc.base = 0;
     mc.valign = css::box::vertical_align_kind::top;
+    mc.packed_at = 0;
     auto next = cut.cut_rest ? *cut.cut_rest : emptied(cell);
     next.cell_rowspan = rest_rowspan;
     rest.row_content[static_cast<std::size_t>(mc.col)] = prepack::cell_cell{std::move(next)};
@@ -544,7 +554,9 @@ void place_run(row_run const& run,
                 break;
             }
             auto b = c.cell_box;
-            block::shift_box(b, 0, y - shift);
+            if (float const dy = y - shift - c.packed_at; dy != 0) {
+                block::shift_box(b, 0, dy);
+            }
             b.box_y = y;
             b.box_h = h;
             if (hide_empty && c.cell_box.box_h >= 0 && std::holds_alternative<pack::boxes>(b.box_content) &&
@@ -917,8 +929,8 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
             y -= half;
         }
     }
-    auto measure_all = [&](std::vector<row_ref> const& rows) {
-        row_run run{.spacing = vs};
+    auto measure_all = [&](std::vector<row_ref> const& rows, float top) {
+        row_run run{.spacing = vs, .top_hint = top};
         for (auto const& r : rows) {
             auto m = run.measure(info, r, cols, grid_left);
             run.rows.push_back(std::move(m));
@@ -929,9 +941,10 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
         header_rows.clear();
         footer_rows.clear();
     }
-    row_run header = measure_all(header_rows);
-    row_run footer = measure_all(footer_rows);
     float const top_edge = collapse ? 0 : vs;
+    row_run header = measure_all(header_rows, y - top_edge);
+    // The footer's place is known only once the body rows are in.
+    row_run footer = measure_all(footer_rows, 0);
     float const bottom_edge = collapse ? 0 : vs;
 
     // The body rows, one after the other while they fit.
@@ -958,6 +971,7 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
     float const header_h = header.rows.empty() ? 0 : header.total() + vs;
     float const footer_h = footer.rows.empty() ? 0 : footer.total() + vs;
     float const body_top = y - top_edge - header_h;
+    run.top_hint = body_top;
     float const limit = inner.container.bottom + footer_h + bottom_edge + bottom_captions_h;
     bool const must_place = info.flags.max_page_area;
     // The most a row can have on any page: the body of a page less the header and footer.

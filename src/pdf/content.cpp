@@ -2,6 +2,7 @@
 
 #include "util/ref.hpp"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -14,15 +15,57 @@ void put(out const& o, std::string_view text) {
     bulkio::output::write_all(o, bulkio::output::as_bytes(text));
 }
 
-// Appends numbers separated by blanks, then the operator.
-void put_op(out const& o, gs const& g, std::initializer_list<double> numbers, std::string_view op) {
-    std::string line;
-    for (double n : numbers) {
-        line += format_number(n, g.number_precision);
-        line += ' ';
+// The longest number text: "%.4f" of the largest double has 309 digits before the point.
+constexpr std::size_t number_room = 400;
+
+// Writes the text of a number at `at`, which has room for `number_room` characters, and gives the end.
+char* number_chars(char* at, double value, precision p) {
+    static constexpr std::string_view zero = "0.0000";
+    if (!std::isfinite(value) || value == 0) {
+        return std::copy(zero.begin(), zero.end(), at);
     }
-    line += op;
-    put(o, line);
+    // to_chars gives the correctly rounded digits that "%.4f" gives, without the locale and format
+    // parsing of printf, and without a string on the heap: the painter writes several numbers for every
+    // word.
+    if (p == precision::higher_precision && std::fabs(value) < 0.01) {
+        auto const r = std::to_chars(at, at + number_room, value, std::chars_format::fixed, 15);
+        // Trailing zeros go, but one decimal always stays.
+        char* end = r.ptr;
+        for (int removed = 0; removed < 14 && end[-1] == '0'; ++removed) {
+            --end;
+        }
+        return end;
+    }
+    auto const r = std::to_chars(at, at + number_room, value, std::chars_format::fixed, 4);
+    if (r.ec != std::errc{}) {
+        return at;
+    }
+    // A value that rounds to zero loses its sign.
+    if (std::string_view(at, r.ptr) == "-0.0000") {
+        return std::copy(zero.begin(), zero.end(), at);
+    }
+    return r.ptr;
+}
+
+// Appends numbers separated by blanks, then the operator, formatted on the stack. A line goes out in one
+// write, unless numbers of hundreds of digits fill the buffer first.
+void put_op(out const& o, gs const& g, std::initializer_list<double> numbers, std::string_view op) {
+    char line[2 * number_room];
+    char* at = line;
+    for (double n : numbers) {
+        if (std::size_t(line + sizeof line - at) < number_room + 1) {
+            put(o, std::string_view(line, std::size_t(at - line)));
+            at = line;
+        }
+        at = number_chars(at, n, g.number_precision);
+        *at++ = ' ';
+    }
+    if (std::size_t(line + sizeof line - at) < op.size()) {
+        put(o, std::string_view(line, std::size_t(at - line)));
+        at = line;
+    }
+    at = std::copy(op.begin(), op.end(), at);
+    put(o, std::string_view(line, std::size_t(at - line)));
 }
 
 std::string name_token(std::string_view name) {
@@ -88,27 +131,8 @@ void set_ext_gs(out const& o, gs& g, std::vector<ext_gs_param> const& params) {
 } // namespace
 
 std::string format_number(double value, precision p) {
-    if (!std::isfinite(value) || value == 0) {
-        return "0.0000";
-    }
-    // to_chars gives the correctly rounded digits that "%.4f" gives, without the locale and format
-    // parsing of printf: the painter writes several numbers for every word.
-    char buf[400];
-    if (p == precision::higher_precision && std::fabs(value) < 0.01) {
-        auto const r = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::fixed, 15);
-        std::string text(buf, r.ptr);
-        // Trailing zeros go, but one decimal always stays.
-        int removed = 0;
-        while (removed < 14 && text.back() == '0') {
-            text.pop_back();
-            ++removed;
-        }
-        return text;
-    }
-    auto const r = std::to_chars(buf, buf + sizeof buf, value, std::chars_format::fixed, 4);
-    std::string text(buf, r.ec == std::errc{} ? r.ptr : buf);
-    // A value that rounds to zero loses its sign.
-    return text == "-0.0000" ? "0.0000" : text;
+    char buf[number_room];
+    return std::string(buf, number_chars(buf, value, p));
 }
 
 std::string format_number(number const& value, precision p) {

@@ -3,6 +3,7 @@
 #include "pdf/borders.hpp"
 #include "pdf/font_objects.hpp"
 #include "pdf/paint_color.hpp"
+#include "pdf/painted.hpp"
 #include "pdf/pdf_fonts.hpp"
 #include "text/fonts/query.hpp"
 #include "util/ref.hpp"
@@ -160,11 +161,13 @@ void show_run(content::out const& o,
               std::vector<fonts::glyph const*> const& glyphs,
               placed_glyph const& first,
               fonts::synthesis const& imitate) {
-    int const id = first.placed->glyph_font_ref->used_font_id;
-    content::font(o, g, id, first.placed_size);
-    std::string const bytes = glyph_bytes(glyphs);
-    bool const hex = first.placed->glyph_font_ref->used_font_encoding->get() ==
-                     fonts::font_pdf_encoding::identity_encoding;
+    auto const& font = first.placed->glyph_font_ref;
+    content::font(o, g, font->used_font_id, first.placed_size);
+    // A page painted ahead of writing keeps the glyphs, not their codes: the font's encoding and
+    // numbers are settled once every page is known.
+    auto* const record = painted::recorder_of(o);
+    std::string const bytes = record ? std::string() : glyph_bytes(glyphs);
+    bool const hex = !record && font->used_font_encoding->get() == fonts::font_pdf_encoding::identity_encoding;
     auto show = [&](double x, double y) {
         if (imitate.synthesis_italic) {
             content::text_matrix(o, g, {.c = 0.2, .e = x, .f = y});
@@ -177,7 +180,9 @@ void show_run(content::out const& o,
             cursor.cursor_x = x;
             cursor.cursor_y = y;
         }
-        if (hex) {
+        if (record) {
+            record->show(font, glyphs);
+        } else if (hex) {
             content::show_hex(o, bytes);
         } else {
             content::show_literal(o, bytes);
@@ -357,9 +362,13 @@ void paint_chars(content::out const& o,
     if (!shows(run) || run.charsbox_content.empty()) {
         return;
     }
-    std::vector<fonts::grapheme> visual = run.charsbox_content.to_vector();
+    // Right-to-left text is painted in visual order, from a reversed copy; other text from the shared
+    // graphemes themselves.
+    std::vector<fonts::grapheme> reversed;
+    std::span<fonts::grapheme const> visual = run.charsbox_content.view();
     if (run.charsbox_direction == fonts::direction::rtl) {
-        std::reverse(visual.begin(), visual.end());
+        reversed.assign(visual.rbegin(), visual.rend());
+        visual = reversed;
     }
     double const y = baseline + run.charsbox_y;
     if (auto const* l = std::get_if<pack::leader>(&run.charsbox_type)) {

@@ -1213,24 +1213,24 @@ std::vector<int> page_font_ids(pack::packed_page const& page) {
     return {ids.begin(), ids.end()};
 }
 
-writepdf::document_page document_page_of(log::log const& log,
-                                         vellum::ref<pack::packed_page> const& page,
-                                         paint_options const& options) {
-    auto rect_of = [](pack::areas::area const& a) {
-        return common::rect{real(a.left), real(a.bottom), real(a.right), real(a.top)};
-    };
-    writepdf::document_page out{
-        .boxes = {.media_box = rect_of(page->mediabox),
-                  .bleed_box = rect_of(page->bleedbox),
-                  .trim_box = rect_of(page->trimbox)},
-        .paint = [log, page, options](content::out const& o, content::gs& g) {
-            paint_page(log, o, g, *page, options);
-        },
-    };
-    for (auto const& l : page_links(*page)) {
+namespace {
+
+common::rect rect_of(pack::areas::area const& a) {
+    return common::rect{real(a.left), real(a.bottom), real(a.right), real(a.top)};
+}
+
+writepdf::page_boxes boxes_of(pack::packed_page const& page) {
+    return {.media_box = rect_of(page.mediabox), .bleed_box = rect_of(page.bleedbox), .trim_box = rect_of(page.trimbox)};
+}
+
+// The links of a page for the file: through the resolver if there is one ("#name" as a named
+// destination and any other text as a web address if not); a link the resolver drops is left out.
+std::vector<writepdf::page_link> file_links(std::vector<found_link> const& found, link_resolver const& resolve) {
+    std::vector<writepdf::page_link> out;
+    for (auto const& l : found) {
         writepdf::page_link link{.link_rect = rect_of(l.link_area)};
-        if (options.resolve_link) {
-            auto target = options.resolve_link(l.link_url, l.link_base);
+        if (resolve) {
+            auto target = resolve(l.link_url, l.link_base);
             if (!target) {
                 continue;
             }
@@ -1240,7 +1240,117 @@ writepdf::document_page document_page_of(log::log const& log,
         } else {
             link.link_target = action::action{action::uri{l.link_url}};
         }
-        out.links.push_back(std::move(link));
+        out.push_back(std::move(link));
+    }
+    return out;
+}
+
+// The natural language of a document: that of its first box that states one (the root element's).
+std::optional<std::string> language_of(pack::packed_page const& page) {
+    std::optional<std::string> found;
+    visit_page(page,
+               tree_visitor{.on_box =
+                                [&](box const& b, double) {
+                                    if (!found && b.box_style && b.box_style->vellum_lang_value) {
+                                        found = b.box_style->vellum_lang_value;
+                                    }
+                                }},
+               [](bool) {});
+    return found;
+}
+
+} // namespace
+
+writepdf::document_page document_page_of(log::log const& log,
+                                         vellum::ref<pack::packed_page> const& page,
+                                         paint_options const& options) {
+    return writepdf::document_page{
+        .boxes = boxes_of(*page),
+        .paint = [log, page, options](content::out const& o, content::gs& g) {
+            paint_page(log, o, g, *page, options);
+        },
+        .links = file_links(page_links(*page), options.resolve_link),
+    };
+}
+
+page_stream::page_stream(metadata::pdf_options const& options, paint_options given)
+    : stream_options(std::move(given)) {
+    if (options.pdf_profile) {
+        auto const rules = profile::rules_of(*options.pdf_profile);
+        stream_state.strip_transparency = !rules.transparency_allowed;
+        stream_state.rgb_as_cmyk = !rules.device_rgb_allowed;
+    }
+    // An accessible archive (PDF/A-1a) carries the document's logical structure.
+    if (!stream_options.tags && options.pdf_profile == profile::pdf_profile::pdfa_1a) {
+        stream_options.tags = std::make_shared<tagging::structure>();
+    }
+}
+
+void page_stream::add(log::log const& log, pack::packed_page const& page) {
+    // The structure states the document's language once; elements in it state only another one. It is
+    // that of the first page that has one, which is the first page but for a document that starts with
+    // pages of its own (blank pages, or margin boxes only).
+    if (stream_options.tags && !stream_language) {
+        stream_language = language_of(page);
+        if (stream_language) {
+            stream_options.tags->set_language(stream_language);
+        }
+    }
+    int const number = int(stream_pages.size()) + 1;
+    stream_options.tag_page = number - 1;
+    content::new_page(stream_state);
+    paint_page(log, stream_recorder.output(), stream_state, page, stream_options);
+    // The page keeps the names it used; the document's table of graphics-state names stays here.
+    auto used = stream_state.used;
+    used.ext_gs_list.resources_map.clear();
+    stream_font_ids.insert(used.font_resources.begin(), used.font_resources.end());
+    stream_pages.push_back(painted_page{
+        .painted_boxes = boxes_of(page),
+        .painted_content = std::make_shared<painted::recorded_content const>(stream_recorder.take()),
+        .painted_used = std::make_shared<content::used_resources const>(std::move(used)),
+        .painted_links = page_links(page),
+        .painted_label = page.page_label,
+    });
+    for (auto const& [name, at] : page_destinations(page)) {
+        if (stream_destination_names.insert(name).second) {
+            stream_destinations.emplace_back(name, dest::dest{dest::target_position(number, at.x, at.y)});
+        }
+    }
+}
+
+void page_stream::finish(writepdf::pdf_document& doc, link_resolver const& resolve) {
+    for (auto& p : stream_pages) {
+        doc.pages.push_back(writepdf::document_page{
+            .boxes = p.painted_boxes,
+            .paint = [content = p.painted_content](content::out const& o, content::gs&) {
+                painted::replay(*content, o);
+            },
+            .links = file_links(p.painted_links, resolve),
+            .painted_used = std::move(p.painted_used),
+        });
+    }
+    stream_pages.clear();
+    for (auto& d : stream_destinations) {
+        if (std::none_of(doc.destinations.begin(), doc.destinations.end(),
+                         [&](auto const& known) { return known.first == d.first; })) {
+            doc.destinations.push_back(std::move(d));
+        }
+    }
+    stream_destinations.clear();
+    doc.used_font_ids.insert(doc.used_font_ids.end(), stream_font_ids.begin(), stream_font_ids.end());
+    if (stream_options.objects) {
+        doc.page_objects = stream_options.objects;
+    }
+    if (stream_options.tags) {
+        doc.structure = stream_options.tags;
+        doc.doc_language = stream_language;
+    }
+}
+
+std::vector<cell<int> const*> page_stream::shown_glyphs() const {
+    std::vector<cell<int> const*> out;
+    for (auto const& p : stream_pages) {
+        painted::add_glyph_cells(*p.painted_content, out);
     }
     return out;
 }
@@ -1258,15 +1368,7 @@ void add_pages(log::log const& log,
         options.tags = doc.structure;
         // The document's language is that of its first box that has one (the root element's).
         for (auto const& page : pages) {
-            visit_page(*page,
-                       tree_visitor{.on_box =
-                                        [&](box const& b, double) {
-                                            if (!doc.doc_language && b.box_style && b.box_style->vellum_lang_value) {
-                                                doc.doc_language = b.box_style->vellum_lang_value;
-                                            }
-                                        }},
-                       [](bool) {});
-            if (doc.doc_language) {
+            if ((doc.doc_language = language_of(*page))) {
                 break;
             }
         }

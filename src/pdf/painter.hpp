@@ -8,12 +8,15 @@
 #include "driver/log.hpp"
 #include "pack/boxes.hpp"
 #include "pdf/content.hpp"
+#include "pdf/metadata.hpp"
+#include "pdf/painted.hpp"
 #include "pdf/tagging.hpp"
 #include "pdf/writepdf.hpp"
 
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <span>
 #include <variant>
 #include <string>
@@ -82,6 +85,49 @@ std::vector<int> page_font_ids(pack::packed_page const& page);
 writepdf::document_page document_page_of(log::log const& log,
                                          vellum::ref<pack::packed_page> const& page,
                                          paint_options const& options);
+
+/// A page painted as soon as it was packed, kept until the file is written: its content with the glyph
+/// codes still open, what the content uses, its links as written (resolved once every target is
+/// placed) and its label.
+struct painted_page {
+    writepdf::page_boxes painted_boxes;
+    std::shared_ptr<painted::recorded_content const> painted_content;
+    std::shared_ptr<content::used_resources const> painted_used;
+    std::vector<found_link> painted_links;
+    std::optional<pack::page_label> painted_label;
+};
+
+/// The pages of one packing pass, painted one at a time so that a packed page need not outlive its
+/// packing. The images, forms, graphics-state names and logical structure that the pages name belong
+/// to the pass: when another pass is needed the whole value is dropped and nothing of it reaches the
+/// file.
+class page_stream {
+public:
+    /// `options` as the profile left them; `given` as for add_pages.
+    page_stream(metadata::pdf_options const& options, paint_options given);
+
+    /// Paints a page as the next one.
+    void add(log::log const& log, pack::packed_page const& page);
+
+    std::vector<painted_page> const& pages() const { return stream_pages; }
+
+    /// Moves the painted pages into a document with their links resolved, the named destinations they
+    /// hold, the objects and structure they name, and the fonts they use; the stream is left empty.
+    void finish(writepdf::pdf_document& doc, link_resolver const& resolve);
+
+    /// The cells of the glyph numbers that the pages show, each once per page.
+    std::vector<cell<int> const*> shown_glyphs() const;
+
+private:
+    paint_options stream_options;
+    content::gs stream_state;
+    painted::recorder stream_recorder;
+    std::vector<painted_page> stream_pages;
+    std::vector<std::pair<std::string, dest::dest>> stream_destinations;
+    std::set<std::string> stream_destination_names;
+    std::set<int> stream_font_ids;
+    std::optional<std::string> stream_language;
+};
 
 /// Adds pages to a document, the fonts they use to its used fonts, and the places their ids name to its
 /// named destinations (the first place of a name wins).

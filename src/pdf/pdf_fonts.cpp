@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <map>
 #include <memory>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -320,9 +321,40 @@ void write_font(log::log const& log,
     }
 }
 
-void attach_fonts(log::log const& log, writepdf::pdf_document& doc, fonts::fonts const& db) {
+namespace {
+
+// Cuts a font's glyph table down to the glyphs needed, in their order; false when none is left.
+bool keep_needed(fonts::font_ref const& font, glyph_needs const& needs) {
+    auto const head = needs.needs_kept_heads.find(font->used_font_id);
+    std::size_t const kept_head = head == needs.needs_kept_heads.end() ? 0 : head->second;
+    return font->used_font_glyph_cache->update([&](fonts::glyph_cache& cache) {
+        fonts::glyph_cache out;
+        for (std::size_t i = 0; i < cache.glyph_cache_entries.size(); ++i) {
+            auto& entry = cache.glyph_cache_entries[i];
+            auto const* cell = entry.entry_index.get();
+            if (i < kept_head || needs.needs_kept.contains(cell) || needs.needs_shown.contains(cell)) {
+                out.glyph_cache_positions.emplace(entry.entry_source, out.glyph_cache_entries.size());
+                out.glyph_cache_entries.push_back(std::move(entry));
+            }
+        }
+        bool const any = !out.glyph_cache_entries.empty();
+        cache = std::move(out);
+        return any;
+    });
+}
+
+} // namespace
+
+void attach_fonts(log::log const& log, writepdf::pdf_document& doc, fonts::fonts const& db, glyph_needs const* needs) {
     auto const& options = doc.doc_options;
     auto used = fonts::used_fonts(db);
+    if (needs) {
+        // A font the pages name stays, even with no glyph left to show.
+        std::set<int> const named(doc.used_font_ids.begin(), doc.used_font_ids.end());
+        std::erase_if(used, [&](fonts::font_ref const& font) {
+            return !keep_needed(font, *needs) && !named.contains(font->used_font_id);
+        });
+    }
     // The list holds the newest font first; the file gets them in the order they came into use.
     std::reverse(used.begin(), used.end());
     for (auto const& font : used) {

@@ -10,7 +10,9 @@
 #include "text/fonts/fonts.hpp"
 
 #include <cstdint>
+#include <map>
 #include <string>
+#include <unordered_set>
 
 namespace vellum::pdf::pdf_fonts {
 
@@ -40,9 +42,26 @@ void write_font(log::log const& log,
                 ref font_dict,
                 font_options const& options);
 
+/// The glyphs of the used fonts that a file needs, when its pages were painted ahead of writing: a font's
+/// glyph table also holds what layout measured and did not keep (words of a pass laid out again,
+/// trials of breaks), and that has no place in the file.
+struct glyph_needs {
+    /// The glyphs a font (by id) had before layout began or that painting added (the text of drawings):
+    /// that many at the head of its table, and the cells of others.
+    std::map<int, std::size_t> needs_kept_heads;
+    std::unordered_set<cell<int> const*> needs_kept;
+    /// The glyphs the pages show.
+    std::unordered_set<cell<int> const*> needs_shown;
+};
+
 /// Readies a document's fonts before its pages are written: with subsetting on, each used font is cut
 /// down and its glyphs renumbered (so that painting, which reads the numbers, must come after); then the
 /// used fonts' ids go into the document and its font hook writes them with the document's options.
-void attach_fonts(log::log const& log, writepdf::pdf_document& doc, fonts::fonts const& db);
+/// With `needs`, a font's glyph table is first cut down to the glyphs needed, and a font with none
+/// left is not written at all.
+void attach_fonts(log::log const& log,
+                  writepdf::pdf_document& doc,
+                  fonts::fonts const& db,
+                  glyph_needs const* needs = nullptr);
 
 } // namespace vellum::pdf::pdf_fonts

@@ -229,7 +229,7 @@ void write_page(log::log const& log,
             page.paint(bulkio::buffer::as_output(body), state);
         }
     });
-    auto const& used = state.used;
+    auto const& used = page.painted_used ? *page.painted_used : state.used;
     if (used.stripped_transparency) {
         log::log_error(log, "stripped transparency from page to comply with " +
                                 (w.writer_profile ? std::string(profile::profile_name(*w.writer_profile))

@@ -54,6 +54,9 @@ struct document_page {
     /// Nothing paints an empty page.
     page_painter paint;
     std::vector<page_link> links;
+    /// For a page painted before the file is written: what its content uses. Without it, what the
+    /// painter used while writing the stream.
+    std::shared_ptr<content::used_resources const> painted_used;
 };
 
 enum class page_label_counter_style { lower_roman, upper_roman, lower_alpha, upper_alpha, decimal };

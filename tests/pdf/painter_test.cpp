@@ -16,6 +16,7 @@
 
 #include "memory_sink.hpp"
 #include "run_command.hpp"
+#include "test_fonts.hpp"
 
 #include <gtest/gtest.h>
 
@@ -316,33 +317,7 @@ TEST(painter, stacking_order_of_z_index_floats_and_flow) {
 
 // ---- Text ------------------------------------------------------------------------------------------------
 
-struct font_fixture {
-    fonts::fonts db;
-
-    font_fixture() {
-        resource::loader::loader_options opts;
-        opts.network = false;
-        auto loader = resource::loader::new_loader(log::log{}, {"/nonexistent-prefix"}, {"/tmp"}, opts);
-        EXPECT_TRUE(loader);
-        auto d = fonts::new_fonts(*loader, log::log{}, false);
-        EXPECT_TRUE(d);
-        db = *d;
-        std::string const dir = "/usr/share/fonts/truetype/dejavu/";
-        fonts::add_font_face_sheet(db,
-                                   "@font-face { font-family: Sans; src: url(\"" + dir + "DejaVuSans.ttf\") }\n"
-                                   "@font-face { font-family: Serif; src: url(\"" + dir + "DejaVuSerif.ttf\") }\n",
-                                   "test.css", [](std::string const& text, std::string const&) {
-                                       return resource::locator::parse_locator(
-                                           resource::locator::path_or_url::path_or_url,
-                                           resource::locator::locator_origin::command_line_origin, std::nullopt, text);
-                                   });
-    }
-
-    std::vector<fonts::grapheme> text(std::string const& family, std::u32string const& s) {
-        auto const req = fonts::get_font_req(db, {.query_families = {family, "vellum-no-fallback"}});
-        return fonts::text_to_graphemes(db, *req, fonts::direction::ltr, s);
-    }
-};
+using pdf::testing::font_fixture;
 
 float width_of(std::vector<fonts::grapheme> const& g, float size) {
     return fonts::graphemes_width(false, false, g, 0, size);

@@ -1,0 +1,96 @@
+// A content stream painted ahead of writing. The operators are kept as bytes, but the strings that show
+// glyphs are kept as glyphs: a font's encoding (MacRoman, one byte, two bytes) and its glyph numbers are
+// settled only when subsetting has seen every page, so the codes are written when the stream is.
+#pragma once
+
+#include "pdf/bulkio/output.hpp"
+#include "text/fonts/fonts.hpp"
+#include "text/fonts/graphemes.hpp"
+#include "util/cell.hpp"
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace vellum::pdf::painted {
+
+/// A distinct glyph of a page: the cell of its number in the PDF font, and the MacRoman code of the
+/// characters it was painted for ('?' when they have none), in case the font stays MacRoman.
+struct page_glyph {
+    std::shared_ptr<cell<int>> page_glyph_index;
+    std::uint8_t page_glyph_macroman = '?';
+};
+
+/// A string shown with one font: where it goes in the operator bytes, and its glyphs.
+struct glyph_show {
+    std::uint32_t show_at = 0;
+    /// Owned by the font table, which lives for the run.
+    fonts::used_font const* show_font = nullptr;
+    std::uint32_t show_first = 0;
+    std::uint32_t show_count = 0;
+};
+
+/// A painted content stream.
+struct recorded_content {
+    /// Every operator but the shown strings.
+    std::string content_bytes;
+    /// In the order of their places in the bytes.
+    std::vector<glyph_show> content_shows;
+    /// The glyphs of the shows, as places in `content_glyph_table`.
+    std::vector<std::uint32_t> content_glyphs;
+    std::vector<page_glyph> content_glyph_table;
+};
+
+/// Collects a content stream: operators through `output()`, shown glyphs through `show`.
+class recorder {
+public:
+    /// The sink that painting writes its operators to.
+    bulkio::output::output output();
+
+    /// Records a string of glyphs of one font (all of `glyphs` are of `font`), and records each
+    /// glyph with its characters in the font's glyph table, for the ToUnicode map.
+    void show(fonts::font_ref const& font, std::span<fonts::glyph const* const> glyphs);
+
+    /// The content, leaving the recorder empty.
+    recorded_content take();
+
+    /// The write function of the recorder's sink.
+    static bool sink_write(void* target, std::uint8_t const* data, std::size_t size);
+
+private:
+    struct glyph_key {
+        fonts::used_font const* key_font = nullptr;
+        std::uint32_t key_source = 0;
+        std::uint8_t key_macroman = 0;
+        bool operator==(glyph_key const&) const = default;
+    };
+    struct key_hash {
+        std::size_t operator()(glyph_key const& k) const noexcept {
+            return std::hash<void const*>{}(k.key_font) ^ (std::size_t(k.key_source) << 8 | k.key_macroman);
+        }
+    };
+    /// A glyph painted before with no characters gets them from the first occurrence that has some.
+    struct known_glyph {
+        std::uint32_t known_place = 0;
+        bool known_chars = false;
+    };
+    recorded_content recorder_content;
+    std::unordered_map<glyph_key, known_glyph, key_hash> recorder_known;
+};
+
+/// The recorder a sink writes into, if it is one.
+recorder* recorder_of(bulkio::output::output const& o);
+
+/// The bytes of a shown string in the font's encoding as it now stands.
+std::string show_bytes(recorded_content const& content, glyph_show const& show);
+
+/// Writes the content stream, the shown strings in their fonts' final encodings.
+void replay(recorded_content const& content, bulkio::output::output const& o);
+
+/// The cells of the glyph numbers that the content shows.
+void add_glyph_cells(recorded_content const& content, std::vector<cell<int> const*>& cells);
+
+} // namespace vellum::pdf::painted
