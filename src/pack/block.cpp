@@ -109,25 +109,34 @@ void shift_refs(std::vector<ref<box>>& boxes, float dx, float dy) {
     }
 }
 
+// The left and right ends of what a line shows.
+std::pair<float, float> line_content_extent(linebox const& l) {
+    float left = l.linebox_x;
+    float right = l.linebox_x;
+    bool any = false;
+    auto const take = [&](float x, float w) {
+        left = any ? std::min(left, x) : x;
+        right = std::max(right, x + w);
+        any = true;
+    };
+    for (auto const& s : l.linebox_content) {
+        std::visit(overloaded{
+                       [&](ref<nested_spanbox> const& n) { take(n->spanbox_x, n->spanbox_w); },
+                       [&](inline_box const& ib) { take(ib.inline_box_box->box_x, ib.inline_box_box->box_w); },
+                       [&](charsbox const& c) {
+                           if (!std::holds_alternative<newline>(c.charsbox_type)) {
+                               take(c.charsbox_x, c.charsbox_w);
+                           }
+                       },
+                   },
+                   s);
+    }
+    return {left, right};
+}
+
 // The right end of what a line shows.
 float line_content_right(linebox const& l) {
-    float right = l.linebox_x;
-    for (auto const& s : l.linebox_content) {
-        std::visit(
-            overloaded{
-                [&](ref<nested_spanbox> const& n) { right = std::max(right, n->spanbox_x + n->spanbox_w); },
-                [&](inline_box const& ib) {
-                    right = std::max(right, ib.inline_box_box->box_x + ib.inline_box_box->box_w);
-                },
-                [&](charsbox const& c) {
-                    if (!std::holds_alternative<newline>(c.charsbox_type)) {
-                        right = std::max(right, c.charsbox_x + c.charsbox_w);
-                    }
-                },
-            },
-            s);
-    }
-    return right;
+    return line_content_extent(l).second;
 }
 
 // What a block's content left after packing.
@@ -572,25 +581,35 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
                                         .box_content = para{std::move(r.res_boxes)},
                                         .box_style = mb.block_style,
                                         .box_used_style = mused};
+                            std::optional<float> left;
                             float right = content_left - far;
                             float marker_base = 0;
                             for (auto const& item : std::get<para>(m.box_content).para_lines) {
                                 if (auto const* l = std::get_if<linebox>(&item)) {
-                                    right = std::max(right, line_content_right(*l));
+                                    auto const [l_left, l_right] = line_content_extent(*l);
+                                    left = left ? std::min(*left, l_left) : l_left;
+                                    right = std::max(right, l_right);
                                 }
                             }
                             if (auto mbase = first_baseline(m)) {
                                 marker_base = *mbase;
                             }
                             // Half an em of the marker's font stands between it and the text, the
-                            // room a marker's trailing space would take.
+                            // room a marker's trailing space would take. The marker hangs on the side
+                            // where the item's lines start: left of the content, or right of it in a
+                            // right-to-left list.
                             float const gap = 0.5f * mb.block_style->font_size;
-                            shift_box(m, content_left - gap - right, *base - marker_base);
+                            bool const rtl = b.block_style && b.block_style->rare_props &&
+                                             b.block_style->rare_props->rare_props_direction ==
+                                                 css::box::direction::rtl;
+                            float const dx = rtl ? content_right + gap - left.value_or(right)
+                                                 : content_left - gap - right;
+                            shift_box(m, dx, *base - marker_base);
                             // The box is drawn at the marker's own extent.
                             m.box_w = 0;
                             m.box_h = 0;
                             m.box_y = *base;
-                            m.box_x = content_left;
+                            m.box_x = rtl ? content_right : content_left;
                             marker = share(std::move(m));
                         }
                     }

@@ -580,7 +580,7 @@ void paint_layers(log::log const& log,
         if (width(clip) <= 0 || height(clip) <= 0) {
             continue;
         }
-        std::optional<std::string> form;
+        std::vector<std::string> forms;
         std::visit(overloaded{
                        [](css::box::none_value const&) {},
                        [&](css::value::url const& url) {
@@ -613,14 +613,14 @@ void paint_layers(log::log const& log,
                                return;
                            }
                            auto const image_name = objects.use_image(*id);
-                           form = objects.use_tiling(
+                           forms.push_back(objects.use_tiling(
                                {.tiling_image = image_name,
                                 .tile_w = tw,
                                 .tile_h = th,
                                 .xstep = t.repeat_x ? t.step_x : std::max(t.step_x, a.x1 - a.x0 + tw),
                                 .ystep = t.repeat_y ? t.step_y : std::max(t.step_y, a.y1 - a.y0 + th),
                                 .tiling_matrix = matrix::translate(float(t.tile.left), float(t.tile.bottom))},
-                               a);
+                               a));
                        },
                        [&](css::value::function const& f) {
                            auto const t = place_tile(area, std::nullopt, pick(background.background_size),
@@ -631,38 +631,97 @@ void paint_layers(log::log const& log,
                                log::log_warning_once(log, "background-image: unsupported gradient " + f.function_name);
                                return;
                            }
-                           page_objects::rect_area a{std::max(clip.left, t.repeat_x ? clip.left : t.tile.left),
-                                                     std::max(clip.bottom, t.repeat_y ? clip.bottom : t.tile.bottom),
-                                                     std::min(clip.right, t.repeat_x ? clip.right : t.tile.right),
-                                                     std::min(clip.top, t.repeat_y ? clip.top : t.tile.top)};
-                           // A gradient tile is as large as its area unless sized; a smaller one that
-                           // repeats shows the one tile only.
-                           a.x0 = std::max(a.x0, t.tile.left);
-                           a.x1 = std::min(a.x1, t.tile.right);
-                           a.y0 = std::max(a.y0, t.tile.bottom);
-                           a.y1 = std::min(a.y1, t.tile.top);
+                           page_objects::rect_area const a{
+                               std::max(clip.left, t.repeat_x ? clip.left : t.tile.left),
+                               std::max(clip.bottom, t.repeat_y ? clip.bottom : t.tile.bottom),
+                               std::min(clip.right, t.repeat_x ? clip.right : t.tile.right),
+                               std::min(clip.top, t.repeat_y ? clip.top : t.tile.top)};
                            if (a.x1 <= a.x0 || a.y1 <= a.y0) {
                                return;
                            }
-                           if (g.strip_transparency && page_objects::translucent(s->shading_stops)) {
-                               // A profile without transparency gets the colours at full strength.
-                               for (auto& stop : s->shading_stops) {
-                                   stop.stop_alpha = 1;
+                           auto const strip = [&](page_objects::shading& sh) {
+                               if (g.strip_transparency && page_objects::translucent(sh.shading_stops)) {
+                                   // A profile without transparency gets the colours at full strength.
+                                   for (auto& stop : sh.shading_stops) {
+                                       stop.stop_alpha = 1;
+                                   }
+                                   g.used.stripped_transparency = true;
                                }
-                               g.used.stripped_transparency = true;
+                           };
+                           double const tw = width(t.tile);
+                           double const th = height(t.tile);
+                           bool const single = (!t.repeat_x || (a.x0 >= t.tile.left && a.x1 <= t.tile.right)) &&
+                                               (!t.repeat_y || (a.y0 >= t.tile.bottom && a.y1 <= t.tile.top));
+                           // Tiles that repeat edge to edge with one colour throughout (an underline
+                           // drawn as a 1px gradient repeated along a link, say) cover their area as one.
+                           bool const seamless = (!t.repeat_x || t.step_x <= tw + 1e-6) &&
+                                                 (!t.repeat_y || t.step_y <= th + 1e-6);
+                           bool const uniform = std::ranges::all_of(s->shading_stops, [&](auto const& stop) {
+                               return stop.stop_color == s->shading_stops.front().stop_color &&
+                                      stop.stop_alpha == s->shading_stops.front().stop_alpha;
+                           });
+                           if (single || (seamless && uniform)) {
+                               page_objects::rect_area c = a;
+                               if (single) {
+                                   c = {std::max(a.x0, t.tile.left), std::max(a.y0, t.tile.bottom),
+                                        std::min(a.x1, t.tile.right), std::min(a.y1, t.tile.top)};
+                               } else {
+                                   s = gradient_shading(f, {c.x0, c.y0, c.x1, c.y1}, font_size, current_color);
+                               }
+                               if (!s || c.x1 <= c.x0 || c.y1 <= c.y0) {
+                                   return;
+                               }
+                               strip(*s);
+                               forms.push_back(objects.use_shading(*s, c));
+                               return;
                            }
-                           form = objects.use_shading(*s, a);
+                           // Otherwise each tile is a shading of its own, as many as cover the area, up to
+                           // a bound that keeps a tiny tile over a large box from filling the file.
+                           if (tw <= 0.01 || th <= 0.01) {
+                               return;
+                           }
+                           auto const first = [](double start, double step, double from) {
+                               return step > 0 ? start - std::ceil((start - from) / step) * step : start;
+                           };
+                           double const x_from = t.repeat_x ? first(t.tile.left, t.step_x, a.x0) : t.tile.left;
+                           double const y_from = t.repeat_y ? first(t.tile.top, t.step_y, a.y1) : t.tile.top;
+                           constexpr int max_tiles = 400;
+                           int count = 0;
+                           for (double y = y_from; y - th < a.y1 && y > a.y0; y -= t.repeat_y ? t.step_y : 2 * (a.y1 - a.y0 + th)) {
+                               for (double x = x_from; x < a.x1 && x + tw > a.x0;
+                                    x += t.repeat_x ? t.step_x : 2 * (a.x1 - a.x0 + tw)) {
+                                   if (++count > max_tiles) {
+                                       log::log_warning_once(log, "background-image: a gradient repeated more than " +
+                                                                      std::to_string(max_tiles) +
+                                                                      " times in one box is drawn in part");
+                                       return;
+                                   }
+                                   page_objects::rect_area const c{std::max(a.x0, x), std::max(a.y0, y - th),
+                                                                   std::min(a.x1, x + tw), std::min(a.y1, y)};
+                                   if (c.x1 <= c.x0 || c.y1 <= c.y0) {
+                                       continue;
+                                   }
+                                   auto sh = gradient_shading(f, {x, y - th, x + tw, y}, font_size, current_color);
+                                   if (!sh) {
+                                       return;
+                                   }
+                                   strip(*sh);
+                                   forms.push_back(objects.use_shading(*sh, c));
+                               }
+                           }
                        },
                    },
                    images[n]);
-        if (!form) {
+        if (forms.empty()) {
             continue;
         }
         content::save(o, g);
         if (alpha < 1) {
             content::opacity(o, g, alpha, alpha);
         }
-        content::xobject(o, g, *form);
+        for (auto const& form : forms) {
+            content::xobject(o, g, form);
+        }
         content::restore(o, g);
     }
 }

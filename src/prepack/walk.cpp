@@ -794,11 +794,19 @@ struct walker {
         return false;
     }
 
-    // An absolutely positioned or fixed box met among inline content stays in its paragraph as an
-    // atomic item, so that the text around it isn't cut in two: layout takes it out of the line with
-    // its static position.
+    // An absolutely positioned, fixed or floating box met among inline content stays in its paragraph
+    // as an atomic item, so that the text around it isn't cut in two: layout takes it out of the line,
+    // a positioned box with its static position, a float at the top of the line it stands in (a side
+    // note beside the line of its call, a page number floated to the end of a contents line).
     static bool out_of_flow(block const& b) {
-        auto const* k = std::get_if<css::box::position_kind>(&b.block_style->bit_props.bit_props_position);
+        auto const& s = *b.block_style;
+        if (std::holds_alternative<css::box::float_page>(s.float_)) {
+            return true;
+        }
+        if (auto const* f = std::get_if<css::box::float_kind>(&s.float_); f && *f != css::box::float_kind::none) {
+            return true;
+        }
+        auto const* k = std::get_if<css::box::position_kind>(&s.bit_props.bit_props_position);
         return k && (*k == css::box::position_kind::absolute || *k == css::box::position_kind::fixed);
     }
 

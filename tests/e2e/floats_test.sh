@@ -95,6 +95,37 @@ widest=$(pdftotext -f 1 -l 1 -bbox note.pdf - | sed -n 's/.*xMax="\([0-9.]*\)".*
     awk '$2 != "Marginnote" && $1 > m { m = $1 } END { print m }')
 awk -v w="$widest" 'BEGIN { exit !(w > 200) }' || fail "note: the text lost width to the note (right edge $widest)"
 
+# A float called in the middle of a line stands beside that line, and the paragraph goes on around
+# it: a side note level with the line of its call, with the words after the call on the same line,
+# and a page number floated right at the end of a contents entry, level with the entry.
+cat >midline.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 400pt 300pt; margin: 30pt 150pt 30pt 30pt }
+body { margin: 0; font: 10pt/14pt "DejaVu Sans" }
+p { margin: 0 0 10pt }
+.note { float: right; clear: right; width: 50%; margin-right: -60%; font-size: 8pt; line-height: 1.3 }
+li { list-style: none; border-top: 0.5pt solid #999 }
+.num { float: right }
+</style></head><body>
+<p>Firstword<span class="note">Sidenote text</span> Aftercall and then a long run of words to fill lines.</p>
+<ul><li><a href="#t">Entryone<span class="num">42</span></a></li><li id="t">Entrytwo</li></ul>
+</body></html>
+HTML
+timeout 60 "$VELLUM" midline.html -o midline.pdf 2>midline.err
+expect_eq "mid-line float: status" "$?" 0
+qpdf_clean "mid-line float" midline.pdf
+read -r fx fy <<<"$(box_of midline.pdf 1 Firstword)"
+read -r ax ay <<<"$(box_of midline.pdf 1 Aftercall)"
+read -r sx sy <<<"$(box_of midline.pdf 1 Sidenote)"
+awk -v fy="$fy" -v ay="$ay" 'BEGIN { d = fy - ay; exit !(d < 1 && d > -1) }' ||
+    fail "mid-line float: the words after the call ($ay) left the line of the call ($fy)"
+awk -v fy="$fy" -v sy="$sy" -v sx="$sx" 'BEGIN { exit !(sy < fy + 3 && sy > fy - 3 && sx >= 250) }' ||
+    fail "mid-line float: side note at $sx,$sy, not in the margin beside the line at $fy"
+read -r ex ey <<<"$(box_of midline.pdf 1 Entryone)"
+read -r nx ny <<<"$(box_of midline.pdf 1 42)"
+awk -v ey="$ey" -v ny="$ny" -v nx="$nx" 'BEGIN { exit !(ny < ey + 1 && ny > ey - 1 && nx > 200) }' ||
+    fail "mid-line float: page number at $nx,$ny, not at the right end of its entry's line ($ey)"
+
 # Page floats: a float to the top goes above the text before its call, one to the bottom under the
 # text after it; both keep the body's width, and no warning is given.
 cat >pagefloat.html <<'HTML'

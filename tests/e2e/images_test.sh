@@ -327,4 +327,39 @@ PY
 )
 expect_eq "fixed: pixels" "$result" "ok"
 
+
+# A gradient smaller than its box repeats like an image: a 1pt-wide single-colour tile repeated along
+# a line is an underline across the whole box, and a 20pt ramp repeated across a box shows every tile.
+cat >tiles.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 200pt 100pt; margin: 0 } body { margin: 0 }
+.line { height: 20pt; background: linear-gradient(blue, blue) 0 100% / 1pt 2pt repeat-x }
+.ramps { height: 40pt; background: linear-gradient(to right, red, yellow) 0 0 / 20pt 100% repeat-x }
+</style></head><body><div class="line"></div><div class="ramps"></div></body></html>
+HTML
+timeout 60 "$VELLUM" tiles.html -o tiles.pdf 2>tiles.err
+expect_eq "gradient tiles: status" "$?" 0
+qpdf_clean "gradient tiles" tiles.pdf
+pdftoppm -r 72 -png tiles.pdf tiles
+result=$($PY - <<'PY'
+from PIL import Image
+im = Image.open("tiles-1.png").convert("RGB")
+bad = []
+# The underline runs from edge to edge along the foot of the first box.
+for x in (1, 100, 198):
+    p = im.getpixel((x, 19))
+    if not (p[2] > 200 and p[0] < 60):
+        bad.append(f"underline at {x}: {p}")
+# Every 20pt the ramp starts red again, and ends yellow just before.
+for k in range(10):
+    start, end = im.getpixel((20 * k + 1, 40)), im.getpixel((20 * k + 18, 40))
+    if not (start[0] > 200 and start[1] < 90):
+        bad.append(f"tile {k} start {start}")
+    if not (end[0] > 200 and end[1] > 170):
+        bad.append(f"tile {k} end {end}")
+print("\n".join(bad) if bad else "ok")
+PY
+)
+expect_eq "gradient tiles: pixels" "$result" "ok"
+
 finish

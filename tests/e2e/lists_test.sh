@@ -64,4 +64,34 @@ PY
 )
 expect_eq "::marker colour on the marker only" "$red" "True True"
 expect_contains "marker bold" "$(pdffonts lists.pdf)" "Bold"
+
+# A right-to-left list: the marker hangs right of the item's text, the text ends at the content's
+# right edge; a left-to-right list in the same document keeps its marker on the left.
+cat >rtl.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 300pt 200pt; margin: 30pt }
+body { margin: 0; font: 12pt/16pt "DejaVu Sans" }
+ul { margin: 0; padding: 0 40pt }
+.r { direction: rtl }
+</style></head><body>
+<ul class="r"><li>&#x5D0;&#x5DC;&#x5E3; &#x5D1;&#x5D9;&#x5EA;</li></ul>
+<ul><li>Lefttoright</li></ul>
+</body></html>
+HTML
+timeout 60 "$VELLUM" rtl.html -o rtl.pdf 2>rtl.err
+expect_eq "rtl: status" "$?" 0
+qpdf_clean "rtl" rtl.pdf
+# "word xmin xmax ymin" for each word.
+words=$(pdftotext -bbox rtl.pdf - |
+    sed -n 's/.*xMin="\([0-9.]*\)" yMin="\([0-9.]*\)" xMax="\([0-9.]*\)".*>\([^<]*\)<\/word>/\4 \1 \3 \2/p')
+read -r _ bx0 bx1 by <<<"$(awk '$4 < 40' <<<"$words" | grep '^•' | head -1)"
+text_right=$(awk '$4 < 40 && $1 != "•" { if ($3 > m) m = $3 } END { print m }' <<<"$words")
+# The content box is 30 + 40 = 70pt to 270 - 40 = 230pt: the text ends at 230, the marker starts
+# half an em (6pt) to its right.
+awk -v r="$text_right" -v b="$bx0" 'BEGIN { exit !(r > 228 && r < 230.5 && b > 235 && b < 237) }' ||
+    fail "rtl: text ends at $text_right and the marker starts at $bx0 (want about 230 and 236)"
+read -r _ lx0 lx1 ly <<<"$(awk '$4 > 40' <<<"$words" | grep '^•' | head -1)"
+read -r _ tx0 tx1 ty <<<"$(grep '^Lefttoright' <<<"$words")"
+awk -v m="$lx1" -v t="$tx0" 'BEGIN { exit !(m < t && m > t - 8) }' ||
+    fail "ltr: marker ends at $lx1, the text starts at $tx0"
 finish

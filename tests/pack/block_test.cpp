@@ -304,6 +304,47 @@ TEST(block_flow, list_items_carry_their_outside_marker_on_the_first_line) {
     }
 }
 
+TEST(block_flow, right_to_left_list_items_hang_their_marker_on_the_right) {
+    // In a right-to-left list the lines start at the right: the marker stands right of the item's
+    // content edge, half an em away, on the first line's baseline; a left-to-right list beside it
+    // keeps its marker on the left.
+    auto const pages = pack_html("ul { margin: 0; padding: 0 20pt } .r { direction: rtl }",
+                                 "<ul class='r'><li>one</li><li>two</li></ul><ul><li>three</li></ul>");
+    ASSERT_EQ(pages.size(), 1u);
+    auto const& html = *pages[0]->body_box.body_content.front();
+    auto const& body = *std::get<boxes>(html.box_content).boxes_list.front();
+    auto const& lists = std::get<boxes>(body.box_content).boxes_list;
+    ASSERT_EQ(lists.size(), 2u);
+    for (std::size_t k = 0; k < lists.size(); ++k) {
+        bool const rtl = k == 0;
+        SCOPED_TRACE(rtl ? "rtl" : "ltr");
+        for (auto const& li : std::get<boxes>(lists[k]->box_content).boxes_list) {
+            auto const& l = std::get<list>(li->box_content).list_box;
+            ASSERT_TRUE(l.markerbox);
+            EXPECT_FLOAT_EQ(*block::first_baseline(*l.list_content), *block::first_baseline(**l.markerbox));
+            auto const& line =
+                std::get<linebox>(std::get<para>((*l.markerbox)->box_content).para_lines.front());
+            int glyph_runs = 0;
+            for (auto const& s : line.linebox_content) {
+                auto const* c = std::get_if<charsbox>(&s);
+                if (!c) {
+                    continue;
+                }
+                ++glyph_runs;
+                float const content_left = li->box_x;
+                float const content_right = li->box_x + li->box_w;
+                if (rtl) {
+                    // Half of the 8pt font between the content's right edge and the marker.
+                    EXPECT_NEAR(c->charsbox_x, content_right + 4, 0.01f);
+                } else {
+                    EXPECT_NEAR(c->charsbox_x + c->charsbox_w, content_left - 4, 0.01f);
+                }
+            }
+            EXPECT_GT(glyph_runs, 0);
+        }
+    }
+}
+
 // ---- Floats, clearance, run-in and inline blocks ----------------------------------------------------------
 
 // Like `dump`, with each box's left edge and width measured from the body's left, and a paragraph's

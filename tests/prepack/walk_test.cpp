@@ -134,6 +134,37 @@ css::color::color background_of(pack_document const& d) {
                                                              : css::color::color{css::color::transparent{}};
 }
 
+TEST(walk, floats_among_text_stay_in_their_paragraph) {
+    // A float met among inline content, directly in the paragraph or inside an inline element, is an
+    // atomic item of the paragraph: the text before and after it stays one paragraph, so that layout
+    // can place the float beside the line of its call.
+    struct example {
+        char const* name;
+        char const* html;
+    } const examples[] = {
+        {"side note in a paragraph", "<p>Before<span style='float: right; width: 50%'>Note</span> after</p>"},
+        {"page number in a link", "<p><a href='#x'>Before<span style='float: right'>7</span> after</a></p>"},
+        {"left float", "<p>Before<b style='float: left'>Note</b> after</p>"},
+        {"page float", "<p>Before<span style='float: top'>Note</span> after</p>"},
+    };
+    for (auto const& e : examples) {
+        SCOPED_TRACE(e.name);
+        auto const w = walk_html(e.html);
+        // One paragraph holds both words and the float between them; no anonymous block cuts it.
+        EXPECT_EQ(count_of(w.dump, "para"), 2u) << w.dump;
+        EXPECT_EQ(count_of(w.dump, "anonymous"), 0u) << w.dump;
+        auto const before = w.dump.find("\"Before\"");
+        auto const item = w.dump.find("inline_block");
+        auto const after = w.dump.find("\"after\"");
+        ASSERT_NE(item, std::string::npos) << w.dump;
+        EXPECT_LT(before, item) << w.dump;
+        EXPECT_LT(item, after) << w.dump;
+    }
+    // A float before any text of its paragraph still goes before the paragraph, as a block.
+    auto const lead = walk_html("<div><span style='float: left'>Note</span>Text after</div>");
+    EXPECT_EQ(count_of(lead.dump, "inline_block"), 0u) << lead.dump;
+}
+
 TEST(walk, the_canvas_takes_the_root_or_body_background) {
     css::color::color const blue = css::color::rgb{0, 0, 1};
     css::color::color const red = css::color::rgb{1, 0, 0};
