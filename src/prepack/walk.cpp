@@ -662,6 +662,8 @@ struct walker {
         std::optional<block> loaded;
         /// What shows instead: the alt text; nothing for object, whose content is its fallback.
         std::optional<std::string> alt;
+        /// A drawing with a viewBox and no width or height: proportions but no size of its own.
+        bool ratio_only = false;
     };
 
     // The replaced elements that show an image: img, input type=image, embed, and object with image
@@ -712,6 +714,7 @@ struct walker {
             svg::build::build_env{.env_source = resource::locator::locator_to_string(doc_url),
                                   .env_images = image_table,
                                   .env_fonts = image_table->svg_fonts});
+        out.ratio_only = drawing.viewport_ratio_only;
         images::svg_loaded loaded{.loaded_width = drawing.viewport_width, .loaded_height = drawing.viewport_height};
         loaded.loaded_block = share(std::move(drawing));
         out.loaded = block{.block_content = bcontent_image{image_table->add_svg(loaded)},
@@ -872,6 +875,14 @@ struct walker {
             auto b = std::move(*replaced->loaded);
             if (!is_math_element(e)) {
                 b.block_style = style;
+            }
+            // A drawing with proportions only is as wide as its container (its width defaults to
+            // 100%), the height following, unless the style sizes it.
+            if (replaced->ratio_only && std::holds_alternative<css::box::auto_value>(style->width) &&
+                std::holds_alternative<css::box::auto_value>(style->height)) {
+                auto sized = *style;
+                sized.width = css::units::percentage{.percentage_value = 100};
+                b.block_style = share(std::move(sized));
             }
             b.block_type = type_original{std::move(stuff)};
             b.block_bg = backgrounds(s);

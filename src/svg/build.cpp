@@ -1455,6 +1455,7 @@ svg_block make_svg_block(log::log const& log, dom::element_ref const& root, buil
         } else if (!w && !h) {
             w = vb->viewboxw;
             h = vb->viewboxh;
+            out.viewport_ratio_only = true;
         }
     }
     out.viewport_width = w.value_or(env.env_default_width);

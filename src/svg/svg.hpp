@@ -305,6 +305,9 @@ struct svg_block {
     double viewport_height = 150;
     /// Whether width and height came from the drawing itself (attributes or viewBox) rather than defaults.
     bool viewport_sized = false;
+    /// Neither width nor height was given, only a viewBox: the drawing has proportions but no size of its
+    /// own, and as a box it is as wide as its container (the root's width defaults to 100%).
+    bool viewport_ratio_only = false;
     transform root_transform;
 };
 

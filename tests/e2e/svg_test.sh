@@ -108,4 +108,27 @@ expect_eq "background not repeated" "$(is_color "$(pixel files-1.png 45 15)" 255
 bboxes=$(qpdf --qdf --object-streams=disable files.pdf - | tr -s ' \n' ' ' | grep -a -o '/BBox \[ 0[.0]* 0[.0]* 40[.0]* 40[.0]* \]' | wc -l)
 expect_eq "one form for the file" "$bboxes" 1
 
+
+# An svg element with a viewBox and no width or height is as wide as its container, its height
+# following the viewBox's proportions; width and height attributes, or CSS, still size it.
+cat >ratio.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 200pt 300pt; margin: 0 } body { margin: 0 } div { line-height: 0 }
+</style></head><body>
+<div><svg viewBox="0 0 100 50"><rect width="100" height="50" fill="red"/></svg></div>
+<div><svg viewBox="0 0 100 50" width="40"><rect width="100" height="50" fill="blue"/></svg></div>
+<div><svg viewBox="0 0 100 50" style="width: 60pt"><rect width="100" height="50" fill="lime"/></svg></div>
+</body></html>
+HTML
+timeout 60 "$VELLUM" ratio.html -o ratio.pdf 2>ratio.err
+expect_eq "ratio: status" "$?" 0
+qpdf_clean "ratio" ratio.pdf
+pdftoppm -r 72 -png ratio.pdf ratio
+# 200pt wide, so 100pt high: red from the left edge to the right one, down to 100pt.
+expect_eq "ratio: full width" "$(is_color "$(pixel ratio-1.png 195 5)" 255 0 0)" yes
+expect_eq "ratio: height by the viewBox" "$(is_color "$(pixel ratio-1.png 100 95)" 255 0 0)" yes
+# The 40px (30pt) drawing below it keeps its own size.
+expect_eq "ratio: sized by width attribute" "$(is_color "$(pixel ratio-1.png 25 105)" 0 0 255)" yes
+expect_eq "ratio: not stretched" "$(is_color "$(pixel ratio-1.png 60 105)" 255 255 255)" yes
+
 finish
