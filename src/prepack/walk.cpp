@@ -694,6 +694,13 @@ struct walker {
         if (src && !src->empty()) {
             auto const url = resource::locator::resolve_locator(info.style_info_base, *src);
             out.loaded = image_block(url, info.style_info_style, type_anonymous{});
+            if (auto const* bi = out.loaded ? std::get_if<bcontent_image>(&out.loaded->block_content) : nullptr;
+                bi && bi->image) {
+                if (auto const* drawing = std::get_if<images::svg_image>(&bi->image->image_source);
+                    drawing && drawing->svg_image_block) {
+                    out.ratio_only = drawing->svg_image_block->viewport_ratio_only;
+                }
+            }
         }
         if (!out.loaded && !out.alt) {
             // object: its content is the fallback, walked as usual.

@@ -130,5 +130,18 @@ expect_eq "ratio: height by the viewBox" "$(is_color "$(pixel ratio-1.png 100 95
 # The 40px (30pt) drawing below it keeps its own size.
 expect_eq "ratio: sized by width attribute" "$(is_color "$(pixel ratio-1.png 25 105)" 0 0 255)" yes
 expect_eq "ratio: not stretched" "$(is_color "$(pixel ratio-1.png 60 105)" 255 255 255)" yes
+# The same drawing as a file shown by img.
+printf '<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 100 50"><rect width="100" height="50" fill="red"/></svg>' >ratio.svg
+cat >ratio-img.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 200pt 300pt; margin: 0 } body { margin: 0 } div { line-height: 0 }
+</style></head><body><div><img src="ratio.svg"></div><div><img src="ratio.svg" width="40"></div></body></html>
+HTML
+timeout 60 "$VELLUM" ratio-img.html -o ratio-img.pdf 2>ratio-img.err
+expect_eq "ratio img: status" "$?" 0
+pdftoppm -r 72 -png ratio-img.pdf ratio-img
+expect_eq "ratio img: full width" "$(is_color "$(pixel ratio-img-1.png 195 5)" 255 0 0)" yes
+expect_eq "ratio img: height by the viewBox" "$(is_color "$(pixel ratio-img-1.png 100 95)" 255 0 0)" yes
+expect_eq "ratio img: width attribute kept" "$(is_color "$(pixel ratio-img-1.png 60 105)" 255 255 255)" yes
 
 finish
