@@ -118,6 +118,8 @@ math layout_mtable(context const& ctx, mathstyle const& st0, dom::element_ref co
         return m ? units::resolve(*m, em, ex, em) : 0.0;
     };
     std::vector<std::vector<cell>> rows;
+    // The equation labels of mlabeledtr rows, by row, set in a column of their own beside the table.
+    std::vector<std::optional<math>> labels;
     for (auto const& r : element_children(el)) {
         auto const rn = local_name(r);
         std::vector<dom::element_ref> cells;
@@ -125,7 +127,11 @@ math layout_mtable(context const& ctx, mathstyle const& st0, dom::element_ref co
         if (rn == "mtr" || rn == "mlabeledtr") {
             cells = element_children(r);
             if (rn == "mlabeledtr" && !cells.empty()) {
-                warn_once(ctx, "equation labels of mlabeledtr are not shown");
+                auto const& label = cells.front();
+                labels.resize(rows.size() + 1);
+                labels[rows.size()] = local_name(label) == "mtd"
+                                          ? math_of_row(ctx, st, std::nullopt, element_children(label))
+                                          : math_of_element(ctx, st, std::nullopt, label);
                 cells.erase(cells.begin());
             }
         } else {
@@ -170,6 +176,15 @@ math layout_mtable(context const& ctx, mathstyle const& st0, dom::element_ref co
     // Rows keep at least the height of a strut, so that rows of small entries still line up evenly.
     double const strut_up = 0.8 * em * 0.9;
     double const strut_down = 0.2 * em * 1.2;
+    labels.resize(rows.size());
+    double label_w = 0;
+    for (std::size_t r = 0; r < rows.size(); ++r) {
+        if (labels[r]) {
+            label_w = std::max(label_w, labels[r]->mwidth);
+            row_up[r] = std::max(row_up[r], labels[r]->mup);
+            row_down[r] = std::max(row_down[r], labels[r]->mdown);
+        }
+    }
     for (std::size_t r = 0; r < rows.size(); ++r) {
         row_up[r] = std::max(row_up[r], strut_up);
         row_down[r] = std::max(row_down[r], strut_down);
@@ -228,7 +243,27 @@ math layout_mtable(context const& ctx, mathstyle const& st0, dom::element_ref co
     if (!lines.empty()) {
         members.push_back(at(0, 0, simple_math(std::move(lines), 0, 0, 0)));
     }
-    return math{.mcontent = groups{std::move(members)}, .mwidth = width, .mup = -top, .mdown = height + top};
+    double total = width;
+    if (label_w > 0) {
+        // The labels stand on their rows' baselines, at the side that "side" names, "minlabelspacing"
+        // away from the table; on the left the table moves over to make room.
+        auto const side = attr(el, "side").value_or("right");
+        double const gap = space(attr(el, "minlabelspacing").value_or("0.8em"));
+        bool const left = side == "left" || side == "leftoverlap";
+        if (left) {
+            for (auto& m : members) {
+                m.placed_x += label_w + gap;
+            }
+        }
+        for (std::size_t r = 0; r < rows.size(); ++r) {
+            if (labels[r]) {
+                double const lx = left ? label_w - labels[r]->mwidth : width + gap;
+                members.push_back(at(lx, top + row_y[r], std::move(*labels[r])));
+            }
+        }
+        total = width + gap + label_w;
+    }
+    return math{.mcontent = groups{std::move(members)}, .mwidth = total, .mup = -top, .mdown = height + top};
 }
 
 math layout_menclose(context const& ctx, mathstyle const& st, env const& e, dom::element_ref const& el) {

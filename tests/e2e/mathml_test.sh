@@ -103,4 +103,24 @@ expect_contains "wrong child count" "$(cat xmath.err)" "1 children in mfrac"
 # The formula after the error still shows.
 expect_contains "after the error" "$xtext" "q"
 
+
+# Equation labels of mlabeledtr stand beside their rows: on the right by default, on the left with
+# side="left", the equation moving over to make room.
+cat >labels.html <<'HTML'
+<!DOCTYPE html><html><body>
+<math display="block"><mtable><mlabeledtr><mtd><mtext>(7)</mtext></mtd><mtd><mi>E</mi><mo>=</mo><mi>m</mi></mtd></mlabeledtr></mtable></math>
+<math display="block"><mtable side="left"><mlabeledtr><mtd><mtext>(8)</mtext></mtd><mtd><mi>F</mi><mo>=</mo><mi>a</mi></mtd></mlabeledtr></mtable></math>
+</body></html>
+HTML
+timeout 60 "$VELLUM" labels.html -o labels.pdf 2>labels.err
+expect_eq "labels status" "$?" 0
+qpdf_clean "labels" labels.pdf
+expect_not_contains "labels: no warning" "$(cat labels.err)" "mlabeledtr"
+lbox=$(pdftotext -bbox labels.pdf -)
+x_of() { echo "$lbox" | grep ">$1<" | head -1 | sed 's/.*xMin="\([0-9.]*\)".*/\1/'; }
+right=$(awk -v l="$(x_of '(7)')" -v e="$(x_of E)" 'BEGIN { print (l != "" && e != "" && l > e) ? "yes" : "no: " l " " e }')
+expect_eq "label on the right" "$right" yes
+left=$(awk -v l="$(x_of '(8)')" -v e="$(x_of F)" 'BEGIN { print (l != "" && e != "" && l < e) ? "yes" : "no: " l " " e }')
+expect_eq "label on the left" "$left" yes
+
 [ "$failures" -eq 0 ]
