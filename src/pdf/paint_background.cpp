@@ -680,22 +680,28 @@ void paint_layers(log::log const& log,
                            if (tw <= 0.01 || th <= 0.01) {
                                return;
                            }
-                           auto const first = [](double start, double step, double from) {
-                               return step > 0 ? start - std::ceil((start - from) / step) * step : start;
+                           // The first tile at or before the area's start, and how many tiles cover it.
+                           auto const span = [](bool repeat, double start, double step, double size, double from,
+                                                double to) -> std::pair<double, long> {
+                               if (!repeat || step <= 0) {
+                                   return {start, 1};
+                               }
+                               double const first = start - std::ceil((start - from) / step) * step;
+                               return {first, std::max(1L, long(std::ceil((to - first - size) / step)) + 1)};
                            };
-                           double const x_from = t.repeat_x ? first(t.tile.left, t.step_x, a.x0) : t.tile.left;
-                           double const y_from = t.repeat_y ? first(t.tile.top, t.step_y, a.y1) : t.tile.top;
-                           constexpr int max_tiles = 400;
-                           int count = 0;
-                           for (double y = y_from; y - th < a.y1 && y > a.y0; y -= t.repeat_y ? t.step_y : 2 * (a.y1 - a.y0 + th)) {
-                               for (double x = x_from; x < a.x1 && x + tw > a.x0;
-                                    x += t.repeat_x ? t.step_x : 2 * (a.x1 - a.x0 + tw)) {
-                                   if (++count > max_tiles) {
-                                       log::log_warning_once(log, "background-image: a gradient repeated more than " +
-                                                                      std::to_string(max_tiles) +
-                                                                      " times in one box is drawn in part");
-                                       return;
-                                   }
+                           auto const [x_from, nx] = span(t.repeat_x, t.tile.left, t.step_x, tw, a.x0, a.x1);
+                           // Rows go down from the area's top: the same walk on negated coordinates.
+                           auto const [neg_top, ny] = span(t.repeat_y, -t.tile.top, t.step_y, th, -a.y1, -a.y0);
+                           constexpr long max_tiles = 400;
+                           if (nx * ny > max_tiles) {
+                               log::log_warning_once(log, "background-image: a gradient repeated more than " +
+                                                              std::to_string(max_tiles) + " times in one box is drawn in part");
+                           }
+                           long count = 0;
+                           for (long j = 0; j < ny && count < max_tiles; ++j) {
+                               double const y = -neg_top - double(j) * t.step_y;
+                               for (long i = 0; i < nx && count < max_tiles; ++i, ++count) {
+                                   double const x = x_from + double(i) * t.step_x;
                                    page_objects::rect_area const c{std::max(a.x0, x), std::max(a.y0, y - th),
                                                                    std::min(a.x1, x + tw), std::min(a.y1, y)};
                                    if (c.x1 <= c.x0 || c.y1 <= c.y0) {

@@ -64,6 +64,17 @@ void write_font_file(writer& w, ref r, fonts::font_ref const& font, bool cid_fon
     write_stream_bytes(w, r, stream_filter::deflate, std::move(params), bytes->view());
 }
 
+// A ToUnicode CMap from codes to the characters they stand for.
+void write_cmap(writer& w,
+                ref r,
+                font_objects::tounicode_type type,
+                std::vector<font_objects::glyph_unicodes> const& codes,
+                font_options const& options) {
+    auto const text = font_objects::tounicode_cmap(type, codes);
+    write_stream_bytes(w, r, options.font_compress ? stream_filter::deflate : stream_filter::as_is, {},
+                       std::span(reinterpret_cast<std::uint8_t const*>(text.data()), text.size()));
+}
+
 void write_tounicode(writer& w,
                      ref r,
                      fonts::glyph_cache const& cache,
@@ -76,9 +87,7 @@ void write_tounicode(writer& w,
                           .glyph_chars = std::vector<char32_t>(entry.entry_unicodes.begin(),
                                                                entry.entry_unicodes.end())});
     }
-    auto const text = font_objects::tounicode_cmap(type, glyphs);
-    write_stream_bytes(w, r, options.font_compress ? stream_filter::deflate : stream_filter::as_is, {},
-                       std::span(reinterpret_cast<std::uint8_t const*>(text.data()), text.size()));
+    write_cmap(w, r, type, glyphs, options);
 }
 
 // The glyphs' numbers in the PDF font with their advances, in 1000ths of an em.
@@ -155,9 +164,7 @@ void write_macroman(writer& w, ref font_dict, fonts::font_ref const& font, font_
     write_object(w, desc, descriptor(font, base, file));
     if (file) {
         write_font_file(w, *file, font, false);
-        auto const text = font_objects::tounicode_cmap(font_objects::tounicode_type::tounicode_byte, codes);
-        write_stream_bytes(w, *tounicode, options.font_compress ? stream_filter::deflate : stream_filter::as_is, {},
-                           std::span(reinterpret_cast<std::uint8_t const*>(text.data()), text.size()));
+        write_cmap(w, *tounicode, font_objects::tounicode_type::tounicode_byte, codes, options);
     }
 }
 
