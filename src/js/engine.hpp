@@ -33,6 +33,11 @@ struct call_hooks {
     /// Runs a function of the standard library as a constructor (`new`).
     std::function<expr_res<js_value>(js&, js_object, standard_func const&, std::vector<js_value> const&)>
         construct_standard;
+    /// Compiles `new Function(p1, ..., pn, body)`: the parameter texts joined with commas, and the body,
+    /// into a function object whose scope is the global object.
+    std::function<expr_res<js_value>(js&, js_string const& params, js_string const& body)> make_function;
+    /// `eval` reached other than by a direct call: the code runs at global scope.
+    std::function<expr_res<js_value>(js&, js_value const& code)> indirect_eval;
 };
 
 /// One engine, made once for a script-using job and kept to its end.
@@ -47,6 +52,9 @@ struct js {
     std::vector<std::unique_ptr<object_data>> js_heap;
 
     js_object global_object;
+    /// The standard `eval` function, once the standard library has made it; a call whose callee is this
+    /// object, compiled as an eval candidate, is a direct eval.
+    js_object eval_function;
     js_object object_prototype;
     js_object function_prototype;
     js_object array_prototype;
