@@ -310,6 +310,16 @@ js_value global_this(js const& engine, js_value const& this_value) {
     return this_value;
 }
 
+/// A property store: the `length` of an array cuts or extends its elements; anything else is `put`.
+expr_res<js_value> put_property(js& engine, js_object o, js_prop_string const& key, js_value const& value) {
+    if (std::holds_alternative<class_array>(o->obj_class)) {
+        if (auto const* k = std::get_if<js_prop_utf8>(&key); k != nullptr && k->prop_text == "length") {
+            return set_array_length(engine, o, value);
+        }
+    }
+    return put(engine, o, key, value);
+}
+
 bool is_direct_eval(js const& engine, bool candidate, js_value const& fn) {
     if (!candidate || engine.eval_function.object_rec == nullptr) {
         return false;
@@ -577,7 +587,7 @@ stmt_res run(js& engine, frame& fr) {
                 if (failed(k, thrown)) {
                     break;
                 }
-                auto r = put(engine, o, std::get<js_prop_string>(k), val(op.op_c));
+                auto r = put_property(engine, o, std::get<js_prop_string>(k), val(op.op_c));
                 if (failed(r, thrown)) {
                     break;
                 }
@@ -586,7 +596,7 @@ stmt_res run(js& engine, frame& fr) {
             }
             case op_code::js_op_put_id: {
                 js_object o = object_in(op.op_a, "js_op_put_id: not an object");
-                auto r = put(engine, o, key(op.op_b), val(op.op_c));
+                auto r = put_property(engine, o, key(op.op_b), val(op.op_c));
                 if (failed(r, thrown)) {
                     break;
                 }
