@@ -87,7 +87,7 @@ relational_kind relational_of(binary_kind k) {
 }
 
 /// Stores a value; a number over a number is copied without going through the variant's assignment.
-inline void set_value(js_value& to, js_value const& from) {
+[[gnu::always_inline]] inline void set_value(js_value& to, js_value const& from) {
     auto const* n = std::get_if<number>(&from);
     if (auto* m = std::get_if<number>(&to); n != nullptr && m != nullptr) {
         *m = *n;
@@ -97,11 +97,22 @@ inline void set_value(js_value& to, js_value const& from) {
 }
 
 /// Whether two property keys are equal, with the common case (plain text keys) first.
-inline bool same_key(js_prop_string const& a, js_prop_string const& b) {
+[[gnu::always_inline]] inline bool same_key(js_prop_string const& a, js_prop_string const& b) {
     auto const* x = std::get_if<js_prop_utf8>(&a);
     auto const* y = std::get_if<js_prop_utf8>(&b);
     if (x != nullptr && y != nullptr) {
-        return x->prop_text == y->prop_text;
+        // Variable names are short: compare in place rather than through the library's memcmp.
+        std::string const& p = x->prop_text;
+        std::string const& q = y->prop_text;
+        if (p.size() != q.size()) {
+            return false;
+        }
+        for (std::size_t i = 0; i < p.size(); ++i) {
+            if (p[i] != q[i]) {
+                return false;
+            }
+        }
+        return true;
     }
     return a == b;
 }
