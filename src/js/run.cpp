@@ -607,6 +607,12 @@ stmt_res run(js& engine, frame& fr) {
             }
             case op_code::js_op_put_id: {
                 js_object o = object_in(op.op_a, "js_op_put_id: not an object");
+                if (op.op_flag != 0) {
+                    // A property of an object literal.
+                    define_own_property(o, key(op.op_b), prop_value{.value = val(op.op_c)}, attrs{});
+                    ++pc;
+                    continue;
+                }
                 auto r = put_property(engine, o, key(op.op_b), val(op.op_c));
                 if (failed(r, thrown)) {
                     break;

@@ -777,7 +777,8 @@ struct compiler {
         emit(op_code::js_op_new_object, t);
         for (auto const& [name, value] : o.object_props) {
             js_operand v = expr_(*value, any_var());
-            emit(op_code::js_op_put_id, t, key_index(key_of_name(name)), v.operand);
+            // Flag 1: the literal defines its own property, whatever a prototype holds under that name.
+            emit(op_code::js_op_put_id, t, key_index(key_of_name(name)), v.operand, 0, 1);
         }
         return reg(t);
     }

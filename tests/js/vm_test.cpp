@@ -197,6 +197,13 @@ TEST_F(vm_test, expressions_and_statements) {
     }
 }
 
+TEST_F(vm_test, object_literals_define_their_own_properties) {
+    // A read-only property further up would make an assignment do nothing; a literal defines anyway.
+    define_value(engine.object_prototype, "fixed", num(1), attrs{}.with(attr::read_only));
+    EXPECT_EQ(value("var o = {fixed: 2}; o.fixed"), "2");
+    EXPECT_EQ(value("var p = {}; p.fixed = 3; p.fixed"), "1");
+}
+
 TEST_F(vm_test, undeclared_names_read_as_undefined_only_in_plain_code) {
     EXPECT_EQ(value("var x = undeclared; typeof x"), "undefined");
     EXPECT_EQ(value("var o = {}; var y; with (o) { y = undeclared; }"),

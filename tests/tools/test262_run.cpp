@@ -281,6 +281,8 @@ int main(int argc, char** argv) {
     };
     int runs = 0, passed = 0;
     int sloppy_runs = 0, sloppy_passed = 0, strict_runs = 0, strict_passed = 0;
+    // The language leaves strict mode out: runs of tests that only make sense in it are counted apart.
+    int covered_runs = 0, covered_passed = 0;
     std::map<std::string, std::vector<std::string>> failures;
     for (auto const& f : files) {
         std::string const src = read_file(f);
@@ -301,8 +303,11 @@ int main(int argc, char** argv) {
             std::string const reason = run_isolated(src, m, strict, harness);
             ++runs;
             (strict ? strict_runs : sloppy_runs)++;
+            bool const covered = !strict && !m.only_strict && src.find("use strict") == std::string::npos;
+            covered_runs += covered ? 1 : 0;
             if (reason.empty()) {
                 ++passed;
+                covered_passed += covered ? 1 : 0;
                 (strict ? strict_passed : sloppy_passed)++;
             } else {
                 failures[reason].push_back(name + (strict ? " (strict)" : ""));
@@ -314,6 +319,8 @@ int main(int argc, char** argv) {
     std::printf("passed: %d of %d runs (%.2f%%)\n", passed, runs, rate(passed, runs));
     std::printf("  sloppy mode: %d of %d (%.2f%%)\n", sloppy_passed, sloppy_runs, rate(sloppy_passed, sloppy_runs));
     std::printf("  strict mode: %d of %d (%.2f%%)\n", strict_passed, strict_runs, rate(strict_passed, strict_runs));
+    std::printf("  sloppy runs of tests that ask nothing of strict mode: %d of %d (%.2f%%)\n", covered_passed,
+                covered_runs, rate(covered_passed, covered_runs));
     std::vector<std::pair<std::string, std::vector<std::string>>> sorted(failures.begin(), failures.end());
     std::stable_sort(sorted.begin(), sorted.end(), [](auto const& a, auto const& b) { return a.second.size() > b.second.size(); });
     std::printf("\nfailures, by reason:\n");
