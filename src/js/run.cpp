@@ -8,6 +8,8 @@
 #include "js/scope.hpp"
 #include "util/result.hpp"
 
+#include <pthread.h>
+
 #include <string>
 #include <utility>
 
@@ -61,6 +63,32 @@ frame new_frame(vm::func_ops const& code, context ctx) {
                  .activation = std::nullopt,
                  .global_hints = std::vector<std::uint32_t>(static_cast<std::size_t>(code.num_global_sites)),
                  .completion = undefined()};
+}
+
+/// The lowest address of the current thread's stack, or null if the system does not tell.
+char const* stack_low_end() {
+    thread_local char const* const low = [] {
+        pthread_attr_t attr;
+        if (pthread_getattr_np(pthread_self(), &attr) != 0) {
+            return static_cast<char const*>(nullptr);
+        }
+        void* addr = nullptr;
+        std::size_t size = 0;
+        int const rc = pthread_attr_getstack(&attr, &addr, &size);
+        pthread_attr_destroy(&attr);
+        return rc == 0 ? static_cast<char const*>(addr) : nullptr;
+    }();
+    return low;
+}
+
+/// Whether a script call may go one level deeper. Calls recurse the run loop, so the depth of script
+/// recursion is bounded only by the thread's stack; a runaway recursion becomes a `RangeError` while
+/// some stack is left, rather than a crash of the whole program.
+bool stack_left() {
+    constexpr std::ptrdiff_t reserve = 256 * 1024;
+    char const* low = stack_low_end();
+    char const* here = static_cast<char const*>(__builtin_frame_address(0));
+    return low == nullptr || here - low > reserve;
 }
 
 /// Takes the value of a result, or keeps what was thrown and says so.
@@ -1045,6 +1073,10 @@ js_object make_script_function(js& engine,
 
 expr_res<js_value> do_call(js& engine, js_object func, javascript_func const& f, js_value const& this_value,
                            std::vector<js_value> const& args) {
+    if (!stack_left()) {
+        return throw_error(engine, js_error_res{.error_kind = js_error::range_error,
+                                                .error_detail = jsstring::from_utf8("too much recursion")});
+    }
     vm::func_ops const& code = *f.func_ops;
     context ctx{.source_locator = f.func_filename,
                 .type_of_code = type_of_code::function_code,

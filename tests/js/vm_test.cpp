@@ -311,6 +311,12 @@ TEST_F(vm_test, functions_closures_and_recursion) {
     EXPECT_EQ(value("function deep(n) { return n == 0 ? 0 : 1 + deep(n - 1); } deep(2000)"), "2000");
 }
 
+TEST_F(vm_test, runaway_recursion_throws_rather_than_crashes) {
+    EXPECT_EQ(value("function r() { return r(); } try { r(); } catch (e) { e.name + ': ' + e.message }"),
+              "RangeError: range_error: too much recursion");
+    EXPECT_EQ(value("function c(n) { return n == 0 ? 0 : 1 + c(n - 1); } c(1000)"), "1000");
+}
+
 TEST_F(vm_test, thrown_values_carry_file_and_line) {
     auto r = run("var a = 1;\nvar b = 2;\nnull.x;\n");
     auto o = std::get<js_object>(std::get<exception>(r).exception_value);
