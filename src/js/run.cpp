@@ -898,7 +898,11 @@ stmt_res run(js& engine, frame& fr) {
         return normal_res{.res_value = fr.completion};
 
     unwind:
-        annotate_exception(thrown, resource::locator::locator_to_string(fr.ctx.source_locator), vm::line_of(code, pc));
+        // A frame that knows the line marks the thrown value; one that does not (a `throw` statement has
+        // no line of its own) leaves it to the frame that called it, or to the end of the program.
+        if (auto line = vm::line_of(code, pc)) {
+            annotate_exception(thrown, resource::locator::locator_to_string(fr.ctx.source_locator), line);
+        }
         while (true) {
             if (fr.scopes.empty()) {
                 return throw_res{.res_value = std::move(thrown)};
@@ -1148,6 +1152,9 @@ expr_res<js_value> run_code(js& engine, context const& ctx, source_elements cons
         fr.activation = *ctx.variable_object;
     }
     stmt_res r = run(engine, fr);
+    if (auto const* t = std::get_if<throw_res>(&r); t != nullptr && !eval_code) {
+        annotate_exception(t->res_value, resource::locator::locator_to_string(ctx.source_locator), std::nullopt);
+    }
     if (std::holds_alternative<normal_res>(r) || std::holds_alternative<throw_res>(r)) {
         return result_of(r, eval_code ? "call_eval" : "eval_program");
     }
