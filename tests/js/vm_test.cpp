@@ -204,6 +204,23 @@ TEST_F(vm_test, object_literals_define_their_own_properties) {
     EXPECT_EQ(value("var p = {}; p.fixed = 3; p.fixed"), "1");
 }
 
+TEST_F(vm_test, long_operator_chains_compile_without_deep_recursion) {
+    // Each chain nests to the left as deep as it is long.
+    auto chain = [](std::string const& term, std::string const& op, int n) {
+        std::string s = term;
+        for (int i = 1; i < n; ++i) {
+            s += op + term;
+        }
+        return s;
+    };
+    EXPECT_EQ(value("var a = 1; " + chain("a", " + ", 50000)), "50000");
+    EXPECT_EQ(value("var z = 0; " + chain("z", " || ", 50000) + " || 'end'"), "end");
+    EXPECT_EQ(value("var c = 0; " + chain("c++", ", ", 50000) + "; c"), "50000");
+    EXPECT_EQ(early_error("x = " + chain("(y = 1)", " - ", 50000) + "; ++1;"), "left_hand_side_error");
+    // Mixed operators keep their order of evaluation and precedence.
+    EXPECT_EQ(value("var s = ''; function t(x) { s += x; return x; } t(1) - t(2) * t(3) + t(4) / t(2) + ':' + s"), "-3:12342");
+}
+
 TEST_F(vm_test, undeclared_names_read_as_undefined_only_in_plain_code) {
     EXPECT_EQ(value("var x = undeclared; typeof x"), "undefined");
     EXPECT_EQ(value("var o = {}; var y; with (o) { y = undeclared; }"),
