@@ -385,9 +385,12 @@ stmt_res run(js& engine, frame& fr) {
     int const end = static_cast<int>(ops.size());
     js_value* const regs = fr.vars.data();
     js_value const* const consts = code.op_consts.data();
-    auto val = [&](std::int32_t o) -> js_value const& { return o < 0 ? consts[-o - 1] : regs[o]; };
+    auto val = [&](std::int32_t o) __attribute__((always_inline)) -> js_value const& {
+        return o < 0 ? consts[-o - 1] : regs[o];
+    };
     auto name = [&](std::int32_t i) -> std::string const& { return code.op_names[static_cast<std::size_t>(i)]; };
-    auto key = [&](std::int32_t i) -> js_prop_string const& { return code.op_keys[static_cast<std::size_t>(i)]; };
+    js_prop_string const* const keys = code.op_keys.data();
+    auto key = [&](std::int32_t i) __attribute__((always_inline)) -> js_prop_string const& { return keys[i]; };
     auto object_in = [&](std::int32_t r, char const* what) -> js_object {
         auto const* o = std::get_if<js_object>(&regs[r]);
         if (o == nullptr) {
