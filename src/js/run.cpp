@@ -1080,6 +1080,9 @@ js_object make_script_function(js& engine,
 
 expr_res<js_value> do_call(js& engine, js_object func, javascript_func const& f, js_value const& this_value,
                            std::vector<js_value> const& args) {
+    if (!f.func_ops) {
+        throw internal_error("do_call: script function without compiled instructions");
+    }
     if (!stack_left()) {
         return throw_error(engine, js_error_res{.error_kind = js_error::range_error,
                                                 .error_detail = jsstring::from_utf8("too much recursion")});
