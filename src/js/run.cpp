@@ -109,9 +109,26 @@ relational_kind relational_of(binary_kind k) {
         return relational_kind::greater_than;
     case binary_kind::less_than_or_equal:
         return relational_kind::less_than_or_equal;
-    default:
+    case binary_kind::greater_than_or_equal:
         return relational_kind::greater_than_or_equal;
+    case binary_kind::bitwise_and:
+    case binary_kind::bitwise_or:
+    case binary_kind::bitwise_xor:
+    case binary_kind::plus:
+    case binary_kind::minus:
+    case binary_kind::multiply:
+    case binary_kind::divide:
+    case binary_kind::remainder:
+    case binary_kind::equal:
+    case binary_kind::not_equal:
+    case binary_kind::strict_equal:
+    case binary_kind::strict_not_equal:
+    case binary_kind::left_shift:
+    case binary_kind::signed_right_shift:
+    case binary_kind::unsigned_right_shift:
+        break;
     }
+    throw internal_error("relational_of: not a comparison");
 }
 
 /// Stores a value; a number over a number is copied without going through the variant's assignment.
@@ -193,9 +210,18 @@ inline bool fast_number_binary(binary_kind k, number const& a, number const& b, 
         case binary_kind::strict_not_equal:
             out = *x != *y;
             return true;
-        default:
+        case binary_kind::bitwise_and:
+        case binary_kind::bitwise_or:
+        case binary_kind::bitwise_xor:
+        case binary_kind::multiply:
+        case binary_kind::divide:
+        case binary_kind::remainder:
+        case binary_kind::left_shift:
+        case binary_kind::signed_right_shift:
+        case binary_kind::unsigned_right_shift:
             return false;
         }
+        return false;
     }
     double p = 0;
     double q = 0;
@@ -216,9 +242,24 @@ inline bool fast_number_binary(binary_kind k, number const& a, number const& b, 
     case binary_kind::greater_than_or_equal:
         out = p >= q;
         return true;
-    default:
+    case binary_kind::bitwise_and:
+    case binary_kind::bitwise_or:
+    case binary_kind::bitwise_xor:
+    case binary_kind::plus:
+    case binary_kind::minus:
+    case binary_kind::multiply:
+    case binary_kind::divide:
+    case binary_kind::remainder:
+    case binary_kind::equal:
+    case binary_kind::not_equal:
+    case binary_kind::strict_equal:
+    case binary_kind::strict_not_equal:
+    case binary_kind::left_shift:
+    case binary_kind::signed_right_shift:
+    case binary_kind::unsigned_right_shift:
         return false;
     }
+    return false;
 }
 
 /// A binary operator on two numbers, the common case of loops and arithmetic.
@@ -376,6 +417,15 @@ std::vector<js_value> arguments_from(frame const& fr, int list) {
                                     : fr.vars[static_cast<std::size_t>(o.operand)]);
     }
     return args;
+}
+
+/// Marks a thrown value with the source of the code it passes through. Code without a source (text
+/// given to `eval` or `new Function` by the embedding) leaves it to a frame that has one.
+void mark_thrown(js_value const& thrown, context const& ctx, std::optional<int> line) {
+    std::string const file = resource::locator::locator_to_string(ctx.source_locator);
+    if (!file.empty()) {
+        annotate_exception(thrown, file, line);
+    }
 }
 
 /// Runs a frame from offset 0: the completion value at the end, a return value, or a thrown value.
@@ -904,7 +954,7 @@ stmt_res run(js& engine, frame& fr) {
         // A frame that knows the line marks the thrown value; one that does not (a `throw` statement has
         // no line of its own) leaves it to the frame that called it, or to the end of the program.
         if (auto line = vm::line_of(code, pc)) {
-            annotate_exception(thrown, resource::locator::locator_to_string(fr.ctx.source_locator), line);
+            mark_thrown(thrown, fr.ctx, line);
         }
         while (true) {
             if (fr.scopes.empty()) {
@@ -1146,7 +1196,7 @@ expr_res<js_value> run_code(js& engine, context const& ctx, source_elements cons
             return throw_error(engine, js_error_res{.error_kind = js_error::eval_syntax_error, .error_detail = message});
         }
         js_object e = new_error(engine, native_error::syntax_error, message);
-        annotate_exception(e, resource::locator::locator_to_string(ctx.source_locator), failure->failure_line);
+        mark_thrown(e, ctx, failure->failure_line);
         return exception{.exception_value = e};
     }
     auto code = vm::compile_program(statements, chain_is_global(engine, ctx.scope_chain)
@@ -1159,7 +1209,7 @@ expr_res<js_value> run_code(js& engine, context const& ctx, source_elements cons
     }
     stmt_res r = run(engine, fr);
     if (auto const* t = std::get_if<throw_res>(&r); t != nullptr && !eval_code) {
-        annotate_exception(t->res_value, resource::locator::locator_to_string(ctx.source_locator), std::nullopt);
+        mark_thrown(t->res_value, ctx, std::nullopt);
     }
     if (std::holds_alternative<normal_res>(r) || std::holds_alternative<throw_res>(r)) {
         return result_of(r, eval_code ? "call_eval" : "eval_program");

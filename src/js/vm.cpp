@@ -94,19 +94,14 @@ struct jump_target {
     std::size_t cleanup_depth = 0;
 };
 
+/// Whether evaluating an expression can change no register: literals, names, `this` and function
+/// expressions. A value read before such an expression needs no copy.
 bool is_pure(expr const& e) {
-    return std::visit(overloaded{
-                          [](number_expr const&) { return true; },
-                          [](string_expr const&) { return true; },
-                          [](bool_expr const&) { return true; },
-                          [](null_expr const&) { return true; },
-                          [](this_expr const&) { return true; },
-                          [](id_expr const&) { return true; },
-                          [](regexp_ob const&) { return true; },
-                          [](func_expr_expr const&) { return true; },
-                          [](auto const&) { return false; },
-                      },
-                      e.expr_node);
+    auto const& n = e.expr_node;
+    return std::holds_alternative<number_expr>(n) || std::holds_alternative<string_expr>(n) ||
+           std::holds_alternative<bool_expr>(n) || std::holds_alternative<null_expr>(n) ||
+           std::holds_alternative<this_expr>(n) || std::holds_alternative<id_expr>(n) ||
+           std::holds_alternative<regexp_ob>(n) || std::holds_alternative<func_expr_expr>(n);
 }
 
 js_prop_string key_of_name(prop_name const& n) {
