@@ -176,6 +176,23 @@ inline bool exact_double(number n, double& d) {
     return true;
 }
 
+/// Stores a number or a boolean, in place when the register already holds one of that type.
+[[gnu::always_inline]] inline void store_number(js_value& to, number n) {
+    if (auto* m = std::get_if<number>(&to)) {
+        *m = n;
+        return;
+    }
+    to = n;
+}
+
+[[gnu::always_inline]] inline void store_bool(js_value& to, bool b) {
+    if (auto* m = std::get_if<bool>(&to)) {
+        *m = b;
+        return;
+    }
+    to = b;
+}
+
 /// The operators of loop counters on two integers, or on an integer and a double (a literal such as
 /// `1e7`), done in place; false for everything else.
 inline bool fast_number_binary(binary_kind k, number const& a, number const& b, js_value& out) {
@@ -185,30 +202,30 @@ inline bool fast_number_binary(binary_kind k, number const& a, number const& b, 
         switch (k) {
         case binary_kind::plus:
             // Integers wrap at 64 bits, as everywhere in the engine.
-            out = number{static_cast<std::int64_t>(static_cast<std::uint64_t>(*x) + static_cast<std::uint64_t>(*y))};
+            store_number(out, number{static_cast<std::int64_t>(static_cast<std::uint64_t>(*x) + static_cast<std::uint64_t>(*y))});
             return true;
         case binary_kind::minus:
-            out = number{static_cast<std::int64_t>(static_cast<std::uint64_t>(*x) - static_cast<std::uint64_t>(*y))};
+            store_number(out, number{static_cast<std::int64_t>(static_cast<std::uint64_t>(*x) - static_cast<std::uint64_t>(*y))});
             return true;
         case binary_kind::less_than:
-            out = *x < *y;
+            store_bool(out, *x < *y);
             return true;
         case binary_kind::greater_than:
-            out = *x > *y;
+            store_bool(out, *x > *y);
             return true;
         case binary_kind::less_than_or_equal:
-            out = *x <= *y;
+            store_bool(out, *x <= *y);
             return true;
         case binary_kind::greater_than_or_equal:
-            out = *x >= *y;
+            store_bool(out, *x >= *y);
             return true;
         case binary_kind::equal:
         case binary_kind::strict_equal:
-            out = *x == *y;
+            store_bool(out, *x == *y);
             return true;
         case binary_kind::not_equal:
         case binary_kind::strict_not_equal:
-            out = *x != *y;
+            store_bool(out, *x != *y);
             return true;
         case binary_kind::bitwise_and:
         case binary_kind::bitwise_or:
@@ -231,16 +248,16 @@ inline bool fast_number_binary(binary_kind k, number const& a, number const& b, 
     // Comparisons of doubles are false with NaN, as the language wants.
     switch (k) {
     case binary_kind::less_than:
-        out = p < q;
+        store_bool(out, p < q);
         return true;
     case binary_kind::greater_than:
-        out = p > q;
+        store_bool(out, p > q);
         return true;
     case binary_kind::less_than_or_equal:
-        out = p <= q;
+        store_bool(out, p <= q);
         return true;
     case binary_kind::greater_than_or_equal:
-        out = p >= q;
+        store_bool(out, p >= q);
         return true;
     case binary_kind::bitwise_and:
     case binary_kind::bitwise_or:

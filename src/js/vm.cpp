@@ -735,14 +735,9 @@ struct compiler {
                 continue;
             }
             if (outermost) {
-                int const keep = next_reg;
-                js_operand left = acc;
-                int t = d.dest == dest_kind::specific_var ? d.dest_reg : -1;
-                if (t < 0) {
-                    // The result takes a new register unless the running value already has one.
-                    t = is_temp(acc) && acc.operand == keep - 1 ? acc.operand : alloc();
-                }
-                acc = binary_step(node, left, t);
+                // A register of its own: a comparison's boolean does not overwrite the number it came
+                // from, which the loop would then have to change back.
+                acc = binary_step(node, acc, target(d));
                 continue;
             }
             int t = is_temp(acc) && acc.operand == next_reg - 1 ? acc.operand : alloc();
@@ -995,6 +990,10 @@ struct compiler {
             patch_jump(to_test, here());
             if (test) {
                 int saved = next_reg;
+                // The test's temporaries lie above every register used so far, so that no register of
+                // the loop holds a number on one pass and a boolean on the next: a store of the same
+                // type is done in place, a change of type is not.
+                next_reg = std::max(next_reg, out.num_vars);
                 int j = jump_if(**test, true);
                 out.ops[j].op_b = start;
                 next_reg = saved;
