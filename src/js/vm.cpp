@@ -1021,6 +1021,7 @@ struct compiler {
             stmt(body);
             int cont = here();
             patch_jump(to_test, cont);
+            next_reg = std::max(next_reg, out.num_vars);
             int has = alloc();
             emit(op_code::js_op_iter_has_next, has, it);
             emit(op_code::js_op_jump_if, has, start, 0, 0, 1);
@@ -1195,6 +1196,8 @@ struct compiler {
                         stmt(*x.do_while_body);
                         int cont = here();
                         int saved = next_reg;
+                        // As in `for` loops: the test's temporaries apart from the body's.
+                        next_reg = std::max(next_reg, out.num_vars);
                         int j = jump_if(*x.do_while_test, true);
                         out.ops[j].op_b = start;
                         next_reg = saved;
