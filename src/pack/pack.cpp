@@ -742,8 +742,10 @@ pass_result pack_documents(pass_input const& in,
         doc_state st{
             .in = in, .doc = *doc, .prog = prog, .rules = css::page::make_pages(doc->pack_doc_pages)};
         st.info.general.log = in.pass_log;
-        st.info.general.fonts = in.pass_fonts;
-        st.info.general.loader = in.pass_loader;
+        st.info.general.fonts = std::make_shared<fonts::fonts const>(in.pass_fonts);
+        if (in.pass_loader) {
+            st.info.general.loader = std::make_shared<resource::loader::loader const>(*in.pass_loader);
+        }
         st.info.general.hyph = in.pass_hyph;
         st.info.general.shapes = in.pass_shapes;
         st.info.general.targets = in.pass_targets;

@@ -28,7 +28,9 @@ namespace vellum::pack {
 /// The read-mostly context of a page.
 struct general {
     log::log log;
-    std::optional<resource::loader::loader> loader;
+    /// The run's loader and fonts, shared by every copy: page state is copied at every trial, and these
+    /// never change during layout.
+    std::shared_ptr<resource::loader::loader const> loader;
     /// The base of the current document.
     std::optional<resource::locator::locator> base;
     // The script host (hostjs.opt_host_js) joins with the script host.
@@ -57,7 +59,7 @@ struct general {
     /// Page totals being built in this pass.
     std::vector<int> new_user_pages_totals;
     std::optional<css::page::page_style> page_style;
-    fonts::fonts fonts;
+    std::shared_ptr<fonts::fonts const> fonts = std::make_shared<fonts::fonts const>();
     /// The current multi-column container.
     std::optional<int> column_id;
     /// The source of new column ids; shared by every copy, so that ids stay unique over trials.

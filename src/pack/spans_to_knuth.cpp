@@ -131,7 +131,7 @@ struct builder {
             return std::nullopt;
         }
         auto s = share(css::compute_style::compute_style(parent->first_line_style, n.span_context, n.span_decls));
-        return first_line_form{.first_line_font_req = font_req_of(info.general.fonts, *s), .first_line_style = s};
+        return first_line_form{.first_line_font_req = font_req_of(*info.general.fonts, *s), .first_line_style = s};
     }
 
     knuth::open open_of(style_ref const& parent,
@@ -145,7 +145,7 @@ struct builder {
                            used.used_padding_left;
         return knuth::open{
             .box_left_edge = left,
-            .box_font_req = font_req_of(info.general.fonts, *style),
+            .box_font_req = font_req_of(*info.general.fonts, *style),
             .box_style = style,
             .box_used_style = share(std::move(used)),
             .box_first_line_style = fl ? std::optional<style_ref>(fl->first_line_style) : std::nullopt,
@@ -402,11 +402,11 @@ struct builder {
                         ls = share(css::compute_style::compute_style(ls, ctx.context, ctx.decls));
                         if (lfl) {
                             auto s2 = share(css::compute_style::compute_style(lfl->first_line_style, ctx.context, ctx.decls));
-                            lfl = first_line_form{.first_line_font_req = font_req_of(info.general.fonts, *s2),
+                            lfl = first_line_form{.first_line_font_req = font_req_of(*info.general.fonts, *s2),
                                                   .first_line_style = s2};
                         }
                     }
-                    auto const lreq = font_req_of(info.general.fonts, *ls);
+                    auto const lreq = font_req_of(*info.general.fonts, *ls);
                     auto const* fk = std::get_if<css::box::float_kind>(&ls->float_);
                     if (fk != nullptr && *fk != css::box::float_kind::none) {
                         // A floated first letter leaves the line as a float of its own.
@@ -464,10 +464,10 @@ void spans_to_knuths(page_info const& info,
 }
 
 items_res para_to_knuths(page_info const& info, style_ref const& style, prepack::para const& para, float width) {
-    auto const req = font_req_of(info.general.fonts, *style);
+    auto const req = font_req_of(*info.general.fonts, *style);
     std::optional<first_line_form> fl;
     if (para.first_line_style) {
-        fl = first_line_form_of(info.general.fonts, style, *para.first_line_style);
+        fl = first_line_form_of(*info.general.fonts, style, *para.first_line_style);
     }
     auto const dir = style->rare_props->rare_props_direction == css::box::direction::rtl ? fonts::direction::rtl
                                                                                         : fonts::direction::ltr;
