@@ -227,7 +227,13 @@ std::optional<std::string> format(date_func kind, double t) {
                       static_cast<int>(u.seconds), static_cast<int>(u.milliseconds));
         return std::string(buf);
     }
-    default:
+    case date_func::date_constructor:
+    case date_func::date_parse:
+    case date_func::date_utc:
+    case date_func::date_now:
+    case date_func::date_value_of:
+    case date_func::date_get_time:
+    case date_func::date_set_time:
         break;
     }
     throw internal_error("date format: unexpected form.");
@@ -557,6 +563,11 @@ js_value time_value(double t) {
     return number_value(t);
 }
 
+class_date* date_of(js_value const& v) {
+    auto const* o = std::get_if<js_object>(&v);
+    return o ? std::get_if<class_date>(&(*o)->obj_class) : nullptr;
+}
+
 expr_res<js_value> date_constructor(call_info const& c) {
     if (!c.constructing) {
         return text(*format(date_func::date_to_string, time_clip(now())));
@@ -564,6 +575,9 @@ expr_res<js_value> date_constructor(call_info const& c) {
     double t = 0;
     if (c.args.empty()) {
         t = time_clip(now());
+    } else if (class_date const* other = date_of(c.arg(0)); other != nullptr && c.args.size() == 1) {
+        // A copy keeps the milliseconds, which the text form would lose.
+        t = other->time_value;
     } else if (c.args.size() == 1) {
         js_value v;
         if (auto e = take(to_primitive(c.engine, c.arg(0)), v)) {
@@ -586,11 +600,6 @@ expr_res<js_value> date_constructor(call_info const& c) {
         t = time_clip(utc_of_local(local));
     }
     return new_object_of(c.engine, class_date{.time_value = t}, yes_proto{.proto = c.engine.date_prototype});
-}
-
-class_date* date_of(js_value const& v) {
-    auto const* o = std::get_if<js_object>(&v);
-    return o ? std::get_if<class_date>(&(*o)->obj_class) : nullptr;
 }
 
 double field_value(fields const& f, date_field field) {
@@ -618,6 +627,19 @@ double field_value(fields const& f, date_field field) {
 } // namespace
 
 expr_res<js_value> call_date(call_info const& c, date_func f) {
+    class_date* const d = date_of(c.this_value);
+    auto text_form = [&]() -> expr_res<js_value> {
+        if (d == nullptr) {
+            return throw_error(c.engine, js_error::not_date);
+        }
+        if (auto form = format(f, d->time_value)) {
+            return text(*form);
+        }
+        if (f == date_func::date_to_iso_string) {
+            return throw_error(c.engine, js_error_res{.error_kind = js_error::range_error, .error_detail = text("invalid date")});
+        }
+        return text("Invalid Date");
+    };
     switch (f) {
     case date_func::date_constructor:
         return date_constructor(c);
@@ -637,38 +659,34 @@ expr_res<js_value> call_date(call_info const& c, date_func f) {
     }
     case date_func::date_now:
         return time_value(now());
-    default:
-        break;
-    }
-    class_date* d = date_of(c.this_value);
-    if (d == nullptr) {
-        return throw_error(c.engine, js_error::not_date);
-    }
-    switch (f) {
     case date_func::date_value_of:
     case date_func::date_get_time:
+        if (d == nullptr) {
+            return throw_error(c.engine, js_error::not_date);
+        }
         return time_value(d->time_value);
     case date_func::date_set_time: {
+        if (d == nullptr) {
+            return throw_error(c.engine, js_error::not_date);
+        }
         double t = 0;
         if (auto e = take(to_double_value(c.engine, c.arg(0)), t)) {
             return *e;
         }
-        // The conversion may have run script code; the date is looked up again.
-        class_date* again = date_of(c.this_value);
-        again->time_value = time_clip(t);
-        return time_value(again->time_value);
+        d->time_value = time_clip(t);
+        return time_value(d->time_value);
     }
-    default:
-        break;
+    case date_func::date_to_string:
+    case date_func::date_to_date_string:
+    case date_func::date_to_time_string:
+    case date_func::date_to_locale_string:
+    case date_func::date_to_locale_date_string:
+    case date_func::date_to_locale_time_string:
+    case date_func::date_to_utc_string:
+    case date_func::date_to_iso_string:
+        return text_form();
     }
-    auto text_form = format(f, d->time_value);
-    if (!text_form) {
-        if (f == date_func::date_to_iso_string) {
-            return throw_error(c.engine, js_error_res{.error_kind = js_error::range_error, .error_detail = text("invalid date")});
-        }
-        return text("Invalid Date");
-    }
-    return text(*text_form);
+    throw internal_error("call_date: unexpected function.");
 }
 
 expr_res<js_value> call_date_field(call_info const& c, date_field_func f) {

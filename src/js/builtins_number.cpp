@@ -184,69 +184,44 @@ double power(double x, double y) {
     return std::pow(x, y);
 }
 
-expr_res<js_value> math(call_info const& c, number_func f) {
-    if (f == number_func::math_max || f == number_func::math_min) {
-        return min_max(c, f == number_func::math_max);
-    }
-    if (f == number_func::math_random) {
-        return number{static_cast<double>(std::rand()) / 2147483649.0};
-    }
-    number n0;
-    if (auto e = take(to_number(c.engine, c.arg(0)), n0)) {
+// A function of Math of one argument. Whole numbers stay integers under abs, floor, ceil and round.
+expr_res<js_value> math_unary(call_info const& c, number_func f, double (*op)(double)) {
+    number n;
+    if (auto e = take(to_number(c.engine, c.arg(0)), n)) {
         return *e;
     }
-    if (f == number_func::math_seed_random) {
-        std::srand(number_to_uint32(n0));
-        return undefined();
-    }
-    // Whole numbers stay as they are under abs, floor, ceil and round.
-    if (auto const* i = std::get_if<std::int64_t>(&n0)) {
+    if (auto const* i = std::get_if<std::int64_t>(&n)) {
         if (f == number_func::math_floor || f == number_func::math_ceil || f == number_func::math_round) {
-            return n0;
+            return n;
         }
         if (f == number_func::math_abs && *i != std::numeric_limits<std::int64_t>::min()) {
             return int_value(*i < 0 ? -*i : *i);
         }
     }
-    double const x = to_double(n0);
-    if (f == number_func::math_atan2 || f == number_func::math_pow) {
-        double y = 0;
-        if (auto e = take(to_double_value(c.engine, c.arg(1)), y)) {
-            return *e;
-        }
-        return number{f == number_func::math_pow ? power(x, y) : std::atan2(x, y)};
+    return number{op(to_double(n))};
+}
+
+expr_res<js_value> math_binary(call_info const& c, double (*op)(double, double)) {
+    double x = 0;
+    double y = 0;
+    if (auto e = take(to_double_value(c.engine, c.arg(0)), x)) {
+        return *e;
     }
-    switch (f) {
-    case number_func::math_abs:
-        return number{std::abs(x)};
-    case number_func::math_acos:
-        return number{std::acos(x)};
-    case number_func::math_asin:
-        return number{std::asin(x)};
-    case number_func::math_atan:
-        return number{std::atan(x)};
-    case number_func::math_ceil:
-        return number{std::ceil(x)};
-    case number_func::math_cos:
-        return number{std::cos(x)};
-    case number_func::math_exp:
-        return number{std::exp(x)};
-    case number_func::math_floor:
-        return number{std::floor(x)};
-    case number_func::math_log:
-        return number{std::log(x)};
-    case number_func::math_round:
-        return number{round_half_up(x)};
-    case number_func::math_sin:
-        return number{std::sin(x)};
-    case number_func::math_sqrt:
-        return number{std::sqrt(x)};
-    case number_func::math_tan:
-        return number{std::tan(x)};
-    default:
-        break;
+    if (auto e = take(to_double_value(c.engine, c.arg(1)), y)) {
+        return *e;
     }
-    throw internal_error("call_number: unexpected function.");
+    return number{op(x, y)};
+}
+
+expr_res<js_value> number_member(call_info const& c, number_func f) {
+    number n;
+    if (auto e = take(this_number(c), n)) {
+        return *e;
+    }
+    if (f == number_func::number_value_of) {
+        return n;
+    }
+    return f == number_func::number_to_fixed ? to_fixed(c, n) : number_to_radix_string(c, n);
 }
 
 } // namespace
@@ -267,19 +242,53 @@ expr_res<js_value> call_number(call_info const& c, number_func f) {
     }
     case number_func::number_to_string:
     case number_func::number_value_of:
-    case number_func::number_to_fixed: {
-        number n;
-        if (auto e = take(this_number(c), n)) {
+    case number_func::number_to_fixed:
+        return number_member(c, f);
+    case number_func::math_max:
+    case number_func::math_min:
+        return min_max(c, f == number_func::math_max);
+    case number_func::math_random:
+        return number{static_cast<double>(std::rand()) / 2147483649.0};
+    case number_func::math_seed_random: {
+        number seed;
+        if (auto e = take(to_number(c.engine, c.arg(0)), seed)) {
             return *e;
         }
-        if (f == number_func::number_value_of) {
-            return n;
-        }
-        return f == number_func::number_to_fixed ? to_fixed(c, n) : number_to_radix_string(c, n);
+        std::srand(number_to_uint32(seed));
+        return undefined();
     }
-    default:
-        return math(c, f);
+    case number_func::math_abs:
+        return math_unary(c, f, [](double x) { return std::abs(x); });
+    case number_func::math_acos:
+        return math_unary(c, f, [](double x) { return std::acos(x); });
+    case number_func::math_asin:
+        return math_unary(c, f, [](double x) { return std::asin(x); });
+    case number_func::math_atan:
+        return math_unary(c, f, [](double x) { return std::atan(x); });
+    case number_func::math_ceil:
+        return math_unary(c, f, [](double x) { return std::ceil(x); });
+    case number_func::math_cos:
+        return math_unary(c, f, [](double x) { return std::cos(x); });
+    case number_func::math_exp:
+        return math_unary(c, f, [](double x) { return std::exp(x); });
+    case number_func::math_floor:
+        return math_unary(c, f, [](double x) { return std::floor(x); });
+    case number_func::math_log:
+        return math_unary(c, f, [](double x) { return std::log(x); });
+    case number_func::math_round:
+        return math_unary(c, f, round_half_up);
+    case number_func::math_sin:
+        return math_unary(c, f, [](double x) { return std::sin(x); });
+    case number_func::math_sqrt:
+        return math_unary(c, f, [](double x) { return std::sqrt(x); });
+    case number_func::math_tan:
+        return math_unary(c, f, [](double x) { return std::tan(x); });
+    case number_func::math_atan2:
+        return math_binary(c, [](double y, double x) { return std::atan2(y, x); });
+    case number_func::math_pow:
+        return math_binary(c, power);
     }
+    throw internal_error("call_number: unexpected function.");
 }
 
 void install_number(js& engine) {

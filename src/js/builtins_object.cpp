@@ -234,19 +234,20 @@ expr_res<js_value> object_prototype_member(call_info const& c, object_func f) {
     if (auto e = take(to_object(engine, c.this_value), self)) {
         return *e;
     }
-    switch (f) {
-    case object_func::object_to_string:
+    if (f == object_func::object_to_string) {
         return text("[object " + class_name(engine, self) + "]");
-    case object_func::object_to_locale_string: {
+    }
+    if (f == object_func::object_to_locale_string) {
         js_value to_string_func;
         if (auto e = take(get_named(engine, self, "toString"), to_string_func)) {
             return *e;
         }
         return call(engine, c.this_value, to_string_func, {});
     }
-    case object_func::object_value_of:
+    if (f == object_func::object_value_of) {
         return self;
-    case object_func::object_is_prototype_of: {
+    }
+    if (f == object_func::object_is_prototype_of) {
         js_value const candidate = c.arg(0);
         auto const* v = std::get_if<js_object>(&candidate);
         if (v == nullptr) {
@@ -258,9 +259,6 @@ expr_res<js_value> object_prototype_member(call_info const& c, object_func f) {
             }
         }
         return false;
-    }
-    default:
-        break;
     }
     js_prop_string key;
     if (auto e = take(to_prop_string(engine, c.arg(0)), key)) {

@@ -388,7 +388,7 @@ expr_res<js_value> string_char(call_info const& c, js_string const& s, bool code
     return js_string{.code_points = std::u32string(1, ch)};
 }
 
-expr_res<js_value> string_value(call_info const& c, string_func f) {
+expr_res<js_value> string_value(call_info const& c) {
     if (auto const* s = std::get_if<js_string>(&c.this_value)) {
         return *s;
     }
@@ -397,7 +397,6 @@ expr_res<js_value> string_value(call_info const& c, string_func f) {
             return w->string_value;
         }
     }
-    (void)f;
     return throw_error(c.engine, js_error::not_string);
 }
 
@@ -490,6 +489,14 @@ expr_res<js_value> regexp_member(call_info const& c, string_func f) {
 } // namespace
 
 expr_res<js_value> call_string(call_info const& c, string_func f) {
+    // The methods of String.prototype work on `this` as a string.
+    auto on_this = [&](auto method) -> expr_res<js_value> {
+        js_string s;
+        if (auto e = take(this_string(c), s)) {
+            return *e;
+        }
+        return method(s);
+    };
     switch (f) {
     case string_func::string_constructor:
         return string_constructor(c);
@@ -497,71 +504,65 @@ expr_res<js_value> call_string(call_info const& c, string_func f) {
         return from_char_code(c);
     case string_func::string_to_string:
     case string_func::string_value_of:
-        return string_value(c, f);
+        return string_value(c);
     case string_func::regexp_constructor:
         return regexp_constructor(c);
     case string_func::regexp_exec:
     case string_func::regexp_test:
     case string_func::regexp_to_string:
         return regexp_member(c, f);
-    default:
-        break;
-    }
-    js_string s;
-    if (auto e = take(this_string(c), s)) {
-        return *e;
-    }
-    switch (f) {
     case string_func::string_char_at:
-        return string_char(c, s, false);
     case string_func::string_char_code_at:
-        return string_char(c, s, true);
-    case string_func::string_concat: {
-        std::u32string out = s.code_points;
-        for (auto const& v : c.args) {
-            js_string more;
-            if (auto e = take(to_string(c.engine, v), more)) {
-                return *e;
+        return on_this([&](js_string const& s) { return string_char(c, s, f == string_func::string_char_code_at); });
+    case string_func::string_concat:
+        return on_this([&](js_string const& s) -> expr_res<js_value> {
+            std::u32string out = s.code_points;
+            for (auto const& v : c.args) {
+                js_string more;
+                if (auto e = take(to_string(c.engine, v), more)) {
+                    return *e;
+                }
+                out += more.code_points;
             }
-            out += more.code_points;
-        }
-        return js_string{.code_points = std::move(out)};
-    }
+            return js_string{.code_points = std::move(out)};
+        });
     case string_func::string_index_of:
-        return string_index_of(c, s, false);
     case string_func::string_last_index_of:
-        return string_index_of(c, s, true);
+        return on_this([&](js_string const& s) { return string_index_of(c, s, f == string_func::string_last_index_of); });
     case string_func::string_split:
-        return string_split(c, s);
+        return on_this([&](js_string const& s) { return string_split(c, s); });
     case string_func::string_to_lower_case:
     case string_func::string_to_locale_lower_case:
-        return js_string{.code_points = unicode::to_lower(s.code_points)};
+        return on_this([](js_string const& s) -> expr_res<js_value> {
+            return js_string{.code_points = unicode::to_lower(s.code_points)};
+        });
     case string_func::string_to_upper_case:
     case string_func::string_to_locale_upper_case:
-        return js_string{.code_points = unicode::to_upper(s.code_points)};
+        return on_this([](js_string const& s) -> expr_res<js_value> {
+            return js_string{.code_points = unicode::to_upper(s.code_points)};
+        });
     case string_func::string_match:
-        return string_match(c, s);
+        return on_this([&](js_string const& s) { return string_match(c, s); });
     case string_func::string_replace:
-        return string_replace(c, s);
+        return on_this([&](js_string const& s) { return string_replace(c, s); });
     case string_func::string_search:
-        return string_search(c, s);
+        return on_this([&](js_string const& s) { return string_search(c, s); });
     case string_func::string_slice:
     case string_func::string_substring:
     case string_func::string_substr:
-        return string_slice(c, s, f);
-    case string_func::string_trim: {
-        size_t from = 0;
-        size_t to = s.length();
-        while (from < to && is_js_space(s[from])) {
-            ++from;
-        }
-        while (to > from && is_js_space(s[to - 1])) {
-            --to;
-        }
-        return substring(s, from, to);
-    }
-    default:
-        break;
+        return on_this([&](js_string const& s) { return string_slice(c, s, f); });
+    case string_func::string_trim:
+        return on_this([](js_string const& s) -> expr_res<js_value> {
+            size_t from = 0;
+            size_t to = s.length();
+            while (from < to && is_js_space(s[from])) {
+                ++from;
+            }
+            while (to > from && is_js_space(s[to - 1])) {
+                --to;
+            }
+            return substring(s, from, to);
+        });
     }
     throw internal_error("call_string: unexpected function.");
 }
