@@ -5,6 +5,7 @@
 #include "js/host.hpp"
 #include "js/object.hpp"
 #include "js/regexp.hpp"
+#include "js/run.hpp"
 #include "js/standard.hpp"
 #include "util/ref.hpp"
 #include "util/result.hpp"
@@ -54,6 +55,7 @@ std::unique_ptr<js> new_engine(log::log const& log,
     e.uri_error_prototype = error_prototype_of(e, native_error::uri_error, e.error_prototype);
     e.global_object = derived(class_object{});
     install_standard_library(e);
+    install_vm(e);
     return engine;
 }
 
