@@ -151,7 +151,12 @@ expr_res<js_value> define_property(js& engine, js_object o, js_prop_string const
     } else if (d.desc_value) {
         content = prop_value{.value = *d.desc_value};
     }
-    define_own_property(o, key, std::move(content), attrs_of(d, current));
+    attrs a = attrs_of(d, current);
+    if (std::holds_alternative<prop_accessor>(content)) {
+        // Writing goes through the setter; an accessor is never read-only as a value is.
+        a.attr_bits = static_cast<std::uint8_t>(a.attr_bits & ~static_cast<std::uint8_t>(attr::read_only));
+    }
+    define_own_property(o, key, std::move(content), a);
     return o;
 }
 
