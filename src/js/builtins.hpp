@@ -10,6 +10,7 @@
 #include "js/value.hpp"
 
 #include <cstdint>
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -63,7 +64,8 @@ js_value int_value(std::int64_t n);
 
 /// A relative position argument (as of `slice`) clamped to 0..length: negative counts from the end,
 /// `undefined` gives `fallback`.
-[[nodiscard]] expr_res<std::int64_t> relative_index(js& engine, js_value const& v, std::int64_t length, std::int64_t fallback);
+[[nodiscard]] expr_res<std::int64_t>
+relative_index(js& engine, js_value const& v, std::int64_t length, std::int64_t fallback);
 
 /// White space and line terminators of the standard, as `trim` and `parseInt` skip them.
 bool is_js_space(char32_t c);
@@ -89,11 +91,8 @@ class_regexp const* regexp_of(js_value const& v);
 
 /// Runs a regexp's pattern on a string from `start`: searching onwards, or only there when `sticky`.
 /// A match that exceeds the matcher's step budget throws a `RangeError`.
-[[nodiscard]] expr_res<std::optional<regexp::match_info>> match_regexp(js& engine,
-                                                                       class_regexp const& r,
-                                                                       js_string const& subject,
-                                                                       std::size_t start,
-                                                                       bool sticky);
+[[nodiscard]] expr_res<std::optional<regexp::match_info>>
+match_regexp(js& engine, class_regexp const& r, js_string const& subject, std::size_t start, bool sticky);
 
 /// A built-in function object with its `length`.
 js_object builtin_function(js& engine, standard_func f, int length);
@@ -101,8 +100,19 @@ js_object builtin_function(js& engine, standard_func f, int length);
 /// Defines a built-in method on an object, hidden from enumeration as the standard's are.
 js_object define_method(js& engine, js_object target, std::string_view name, standard_func f, int length);
 
+/// One built-in method of a table: its name, which function it is, and its `length`.
+struct method_entry {
+    std::string_view method_name;
+    standard_func method_func;
+    int method_length = 0;
+};
+
+/// Defines the methods of a table on an object.
+void define_methods(js& engine, js_object target, std::initializer_list<method_entry> methods);
+
 /// Defines a constructor as a global: its `prototype`, and the prototype's `constructor`.
-js_object define_constructor(js& engine, std::string_view name, standard_func f, int length, js_object prototype);
+js_object
+define_constructor(js& engine, std::string_view name, standard_func f, int length, js_object prototype);
 
 /// Attributes of the standard's members: hidden from enumeration.
 inline constexpr attrs hidden = attrs{.attr_bits = static_cast<std::uint8_t>(attr::no_enum)};

@@ -82,7 +82,8 @@ expr_res<js_value> join(js& engine, js_object o, js_value const& separator, bool
         if (locale) {
             js_object element;
             js_value f;
-            if ((failed = take(to_object(engine, v), element)) || (failed = take(get_named(engine, element, "toLocaleString"), f)) ||
+            if ((failed = take(to_object(engine, v), element)) ||
+                (failed = take(get_named(engine, element, "toLocaleString"), f)) ||
                 (failed = take(call(engine, element, f, {}), v))) {
                 break;
             }
@@ -281,7 +282,8 @@ expr_res<js_value> splice(call_info const& c, js_object o, std::int64_t len) {
         }
     }
     for (std::int64_t k = 0; k < insert; ++k) {
-        if (auto r = put_index(engine, o, start + k, c.args[static_cast<std::size_t>(k) + 2]); is_exception(r)) {
+        if (auto r = put_index(engine, o, start + k, c.args[static_cast<std::size_t>(k) + 2]);
+            is_exception(r)) {
             return r;
         }
     }
@@ -452,7 +454,8 @@ expr_res<js_value> generic_member(call_info const& c, array_func f) {
                     return *e;
                 }
             }
-            for (auto [at, present, v] : {std::tuple{lower, has_upper, uv}, std::tuple{upper, has_lower, lv}}) {
+            for (auto [at, present, v] :
+                 {std::tuple{lower, has_upper, uv}, std::tuple{upper, has_lower, lv}}) {
                 if (!present) {
                     delete_property(o, index_key(at));
                 } else if (auto r = put_index(engine, o, at, v); is_exception(r)) {
@@ -587,42 +590,37 @@ expr_res<js_value> call_array_host(call_info const& c, array_host_func f) {
 
 void install_array(js& engine) {
     js_object const proto = engine.array_prototype;
-    js_object const ctor =
-        define_constructor(engine, "Array", standard_func{.standard_kind = array_func::array_constructor}, 1, proto);
+    js_object const ctor = define_constructor(
+        engine, "Array", standard_func{.standard_kind = array_func::array_constructor}, 1, proto);
     define_method(engine, ctor, "isArray", standard_func{.standard_kind = array_func::array_is_array}, 1);
-    js_object const getter = builtin_function(engine, standard_func{.standard_kind = array_host_func::array_get_length}, 0);
-    js_object const setter = builtin_function(engine, standard_func{.standard_kind = array_host_func::array_set_length}, 1);
+    js_object const getter =
+        builtin_function(engine, standard_func{.standard_kind = array_host_func::array_get_length}, 0);
+    js_object const setter =
+        builtin_function(engine, standard_func{.standard_kind = array_host_func::array_set_length}, 1);
     define_own_property(proto, key_of_utf8("length"),
                         prop_host{.host_getter = js_accessor{.accessor_func = getter},
                                   .host_setter = accessor{js_accessor{.accessor_func = setter}}},
                         attrs{}.with(attr::no_enum).with(attr::no_delete));
-    struct entry {
-        char const* name;
-        array_func func;
-        int length;
-    };
-    static constexpr entry members[] = {
-        {"toString", array_func::array_to_string, 0},
-        {"toLocaleString", array_func::array_to_locale_string, 0},
-        {"join", array_func::array_join, 1},
-        {"concat", array_func::array_concat, 1},
-        {"pop", array_func::array_pop, 0},
-        {"push", array_func::array_push, 1},
-        {"reverse", array_func::array_reverse, 0},
-        {"shift", array_func::array_shift, 0},
-        {"unshift", array_func::array_unshift, 1},
-        {"sort", array_func::array_sort, 1},
-        {"slice", array_func::array_slice, 2},
-        {"splice", array_func::array_splice, 2},
-        {"indexOf", array_func::array_index_of, 1},
-        {"lastIndexOf", array_func::array_last_index_of, 1},
-        {"forEach", array_func::array_for_each, 1},
-        {"map", array_func::array_map, 1},
-        {"filter", array_func::array_filter, 1},
-    };
-    for (auto const& m : members) {
-        define_method(engine, proto, m.name, standard_func{.standard_kind = m.func}, m.length);
-    }
+    define_methods(engine, proto,
+                   {
+                       {"toString", {array_func::array_to_string}, 0},
+                       {"toLocaleString", {array_func::array_to_locale_string}, 0},
+                       {"join", {array_func::array_join}, 1},
+                       {"concat", {array_func::array_concat}, 1},
+                       {"pop", {array_func::array_pop}, 0},
+                       {"push", {array_func::array_push}, 1},
+                       {"reverse", {array_func::array_reverse}, 0},
+                       {"shift", {array_func::array_shift}, 0},
+                       {"unshift", {array_func::array_unshift}, 1},
+                       {"sort", {array_func::array_sort}, 1},
+                       {"slice", {array_func::array_slice}, 2},
+                       {"splice", {array_func::array_splice}, 2},
+                       {"indexOf", {array_func::array_index_of}, 1},
+                       {"lastIndexOf", {array_func::array_last_index_of}, 1},
+                       {"forEach", {array_func::array_for_each}, 1},
+                       {"map", {array_func::array_map}, 1},
+                       {"filter", {array_func::array_filter}, 1},
+                   });
 }
 
 } // namespace vellum::js::eval::builtins

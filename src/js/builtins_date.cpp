@@ -31,7 +31,8 @@ double day_of(double t) {
 }
 
 double day_from_year(double y) {
-    return 365 * (y - 1970) + std::floor((y - 1969) / 4) - std::floor((y - 1901) / 100) + std::floor((y - 1601) / 400);
+    return 365 * (y - 1970) + std::floor((y - 1969) / 4) - std::floor((y - 1901) / 100) +
+           std::floor((y - 1601) / 400);
 }
 
 double time_from_year(double y) {
@@ -173,8 +174,8 @@ std::string two(double v) {
 }
 
 std::string date_text(fields const& f) {
-    return std::string(day_names[f.weekday]) + " " + month_names[f.fields_day.month] + " " + two(f.fields_day.date) + " " +
-           year_text(f.fields_day.year);
+    return std::string(day_names[f.weekday]) + " " + month_names[f.fields_day.month] + " " +
+           two(f.fields_day.date) + " " + year_text(f.fields_day.year);
 }
 
 std::string clock_text(fields const& f) {
@@ -209,8 +210,9 @@ std::optional<std::string> format(date_func kind, double t) {
         return clock_text(local);
     case date_func::date_to_utc_string: {
         fields const u = fields_of(t);
-        return std::string(day_names[u.weekday]) + ", " + two(u.fields_day.date) + " " + month_names[u.fields_day.month] +
-               " " + year_text(u.fields_day.year) + " " + clock_text(u) + " GMT";
+        return std::string(day_names[u.weekday]) + ", " + two(u.fields_day.date) + " " +
+               month_names[u.fields_day.month] + " " + year_text(u.fields_day.year) + " " + clock_text(u) +
+               " GMT";
     }
     case date_func::date_to_iso_string: {
         fields const u = fields_of(t);
@@ -223,8 +225,9 @@ std::optional<std::string> format(date_func kind, double t) {
         }
         char buf[64];
         std::snprintf(buf, sizeof buf, "%s-%02d-%02dT%02d:%02d:%02d.%03dZ", year, u.fields_day.month + 1,
-                      static_cast<int>(u.fields_day.date), static_cast<int>(u.hours), static_cast<int>(u.minutes),
-                      static_cast<int>(u.seconds), static_cast<int>(u.milliseconds));
+                      static_cast<int>(u.fields_day.date), static_cast<int>(u.hours),
+                      static_cast<int>(u.minutes), static_cast<int>(u.seconds),
+                      static_cast<int>(u.milliseconds));
         return std::string(buf);
     }
     case date_func::date_constructor:
@@ -247,7 +250,9 @@ struct cursor {
     std::size_t at = 0;
 
     bool done() const { return at >= text.size(); }
+
     char32_t peek() const { return done() ? 0 : text[at]; }
+
     bool eat(char32_t c) {
         if (peek() == c) {
             ++at;
@@ -255,6 +260,7 @@ struct cursor {
         }
         return false;
     }
+
     // Exactly n digits.
     std::optional<int> digits(int n) {
         int v = 0;
@@ -348,8 +354,8 @@ double parse_iso(std::u32string_view s) {
             offset = sign * (*oh * 60 + *om) * 60000.0;
         }
     }
-    if (!c.done() || month < 1 || month > 12 || day < 1 || day > 31 || hour > 24 || minute > 59 || second > 59 ||
-        (hour == 24 && (minute != 0 || second != 0 || ms != 0))) {
+    if (!c.done() || month < 1 || month > 12 || day < 1 || day > 31 || hour > 24 || minute > 59 ||
+        second > 59 || (hour == 24 && (minute != 0 || second != 0 || ms != 0))) {
         return nan_value;
     }
     if (day > month_start(month, leap_year(year)) - month_start(month - 1, leap_year(year))) {
@@ -636,7 +642,8 @@ expr_res<js_value> call_date(call_info const& c, date_func f) {
             return text(*form);
         }
         if (f == date_func::date_to_iso_string) {
-            return throw_error(c.engine, js_error_res{.error_kind = js_error::range_error, .error_detail = text("invalid date")});
+            return throw_error(c.engine, js_error_res{.error_kind = js_error::range_error,
+                                                      .error_detail = text("invalid date")});
         }
         return text("Invalid Date");
     };
@@ -727,48 +734,47 @@ expr_res<js_value> call_date_field(call_info const& c, date_field_func f) {
         t = local_time(t);
     }
     fields const now_fields = fields_of(t);
-    double parts[7] = {now_fields.fields_day.year, static_cast<double>(now_fields.fields_day.month), now_fields.fields_day.date,
-                       now_fields.hours, now_fields.minutes, now_fields.seconds, now_fields.milliseconds};
+    double parts[7] = {now_fields.fields_day.year, static_cast<double>(now_fields.fields_day.month),
+                       now_fields.fields_day.date, now_fields.hours,
+                       now_fields.minutes,         now_fields.seconds,
+                       now_fields.milliseconds};
     for (std::size_t k = 0; k < given.size(); ++k) {
         parts[first + k] = given[k];
     }
-    double const changed = make_date(make_day(parts[0], parts[1], parts[2]), make_time(parts[3], parts[4], parts[5], parts[6]));
+    double const changed =
+        make_date(make_day(parts[0], parts[1], parts[2]), make_time(parts[3], parts[4], parts[5], parts[6]));
     d->time_value = time_clip(f.field_utc ? changed : utc_of_local(changed));
     return time_value(d->time_value);
 }
 
 void install_date(js& engine) {
     js_object const proto = engine.date_prototype;
-    js_object const ctor =
-        define_constructor(engine, "Date", standard_func{.standard_kind = date_func::date_constructor}, 7, proto);
+    js_object const ctor = define_constructor(
+        engine, "Date", standard_func{.standard_kind = date_func::date_constructor}, 7, proto);
     define_method(engine, ctor, "parse", standard_func{.standard_kind = date_func::date_parse}, 1);
     define_method(engine, ctor, "UTC", standard_func{.standard_kind = date_func::date_utc}, 7);
     define_method(engine, ctor, "now", standard_func{.standard_kind = date_func::date_now}, 0);
-    struct entry {
-        char const* name;
-        date_func func;
-    };
-    static constexpr entry members[] = {
-        {"toString", date_func::date_to_string},
-        {"toDateString", date_func::date_to_date_string},
-        {"toTimeString", date_func::date_to_time_string},
-        {"toLocaleString", date_func::date_to_locale_string},
-        {"toLocaleDateString", date_func::date_to_locale_date_string},
-        {"toLocaleTimeString", date_func::date_to_locale_time_string},
-        {"toUTCString", date_func::date_to_utc_string},
-        {"toISOString", date_func::date_to_iso_string},
-        {"valueOf", date_func::date_value_of},
-        {"getTime", date_func::date_get_time},
-    };
-    for (auto const& m : members) {
-        define_method(engine, proto, m.name, standard_func{.standard_kind = m.func}, 0);
-    }
-    define_method(engine, proto, "setTime", standard_func{.standard_kind = date_func::date_set_time}, 1);
+    define_methods(engine, proto,
+                   {
+                       {"toString", {date_func::date_to_string}, 0},
+                       {"toDateString", {date_func::date_to_date_string}, 0},
+                       {"toTimeString", {date_func::date_to_time_string}, 0},
+                       {"toLocaleString", {date_func::date_to_locale_string}, 0},
+                       {"toLocaleDateString", {date_func::date_to_locale_date_string}, 0},
+                       {"toLocaleTimeString", {date_func::date_to_locale_time_string}, 0},
+                       {"toUTCString", {date_func::date_to_utc_string}, 0},
+                       {"toISOString", {date_func::date_to_iso_string}, 0},
+                       {"valueOf", {date_func::date_value_of}, 0},
+                       {"getTime", {date_func::date_get_time}, 0},
+                       {"setTime", {date_func::date_set_time}, 1},
+                   });
+
     struct field_entry {
         char const* name;
         date_field field;
         int setter_length;
     };
+
     static constexpr field_entry field_entries[] = {
         {"FullYear", date_field::full_year, 3}, {"Month", date_field::month, 2},
         {"Date", date_field::date, 1},          {"Day", date_field::day, 0},
@@ -778,11 +784,14 @@ void install_date(js& engine) {
     for (auto const& fe : field_entries) {
         for (bool utc : {false, true}) {
             std::string const zone = utc ? "UTC" : "";
-            define_method(engine, proto, "get" + zone + fe.name,
-                          standard_func{.standard_kind = date_field_func{.field = fe.field, .field_utc = utc}}, 0);
+            define_method(
+                engine, proto, "get" + zone + fe.name,
+                standard_func{.standard_kind = date_field_func{.field = fe.field, .field_utc = utc}}, 0);
             if (fe.field != date_field::day) {
                 define_method(engine, proto, "set" + zone + fe.name,
-                              standard_func{.standard_kind = date_field_func{.field = fe.field, .field_utc = utc, .field_set = true}},
+                              standard_func{.standard_kind = date_field_func{.field = fe.field,
+                                                                             .field_utc = utc,
+                                                                             .field_set = true}},
                               fe.setter_length);
             }
         }

@@ -233,7 +233,8 @@ expr_res<js_value> encode_uri(call_info const& c, bool component) {
     }
     std::u32string out;
     for (char32_t ch : s.code_points) {
-        if (is_ascii_alnum(ch) || in_set(ch, uri_mark) || (!component && (in_set(ch, uri_reserved) || ch == '#'))) {
+        if (is_ascii_alnum(ch) || in_set(ch, uri_mark) ||
+            (!component && (in_set(ch, uri_reserved) || ch == '#'))) {
             out.push_back(ch);
             continue;
         }
@@ -277,7 +278,10 @@ expr_res<js_value> decode_uri(call_info const& c, bool component) {
             }
             continue;
         }
-        int const count = (*first & 0xE0) == 0xC0 ? 2 : (*first & 0xF0) == 0xE0 ? 3 : (*first & 0xF8) == 0xF0 ? 4 : 0;
+        int const count = (*first & 0xE0) == 0xC0   ? 2
+                          : (*first & 0xF0) == 0xE0 ? 3
+                          : (*first & 0xF8) == 0xF0 ? 4
+                                                    : 0;
         if (count == 0) {
             return invalid();
         }
@@ -392,32 +396,24 @@ void install_global(js& engine) {
     define_value(g, "Infinity", number{std::numeric_limits<double>::infinity()}, constant);
     define_value(g, "NaN", number{nan_value}, constant);
     define_value(g, "undefined", undefined(), constant);
-    struct entry {
-        char const* name;
-        global_func func;
-        int length;
-    };
-    static constexpr entry functions[] = {
-        {"eval", global_func::eval, 1},
-        {"parseInt", global_func::parse_int, 2},
-        {"parseFloat", global_func::parse_float, 1},
-        {"isNaN", global_func::is_nan, 1},
-        {"isFinite", global_func::is_finite, 1},
-        {"escape", global_func::escape, 1},
-        {"unescape", global_func::unescape, 1},
-        {"decodeURI", global_func::decode_uri, 1},
-        {"decodeURIComponent", global_func::decode_uri_component, 1},
-        {"encodeURI", global_func::encode_uri, 1},
-        {"encodeURIComponent", global_func::encode_uri_component, 1},
-    };
-    for (auto const& f : functions) {
-        js_object fn = define_method(engine, g, f.name, standard_func{.standard_kind = f.func}, f.length);
-        if (f.func == global_func::eval) {
-            engine.eval_function = fn;
-        }
-    }
+    // The compiler recognises a direct eval by this object.
+    engine.eval_function = define_method(engine, g, "eval", {global_func::eval}, 1);
+    define_methods(engine, g,
+                   {
+                       {"parseInt", {global_func::parse_int}, 2},
+                       {"parseFloat", {global_func::parse_float}, 1},
+                       {"isNaN", {global_func::is_nan}, 1},
+                       {"isFinite", {global_func::is_finite}, 1},
+                       {"escape", {global_func::escape}, 1},
+                       {"unescape", {global_func::unescape}, 1},
+                       {"decodeURI", {global_func::decode_uri}, 1},
+                       {"decodeURIComponent", {global_func::decode_uri_component}, 1},
+                       {"encodeURI", {global_func::encode_uri}, 1},
+                       {"encodeURIComponent", {global_func::encode_uri_component}, 1},
+                   });
     // Scripts find a JSON object, but it has no members.
-    js_object json = new_object_of(engine, class_special{.special_name = "JSON"}, yes_proto{.proto = engine.object_prototype});
+    js_object json = new_object_of(engine, class_special{.special_name = "JSON"},
+                                   yes_proto{.proto = engine.object_prototype});
     define_value(g, "JSON", json, hidden);
 }
 

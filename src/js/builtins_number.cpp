@@ -143,7 +143,8 @@ expr_res<js_value> min_max(call_info const& c, bool is_max) {
         values.push_back(n);
     }
     if (values.empty()) {
-        return number{is_max ? -std::numeric_limits<double>::infinity() : std::numeric_limits<double>::infinity()};
+        return number{is_max ? -std::numeric_limits<double>::infinity()
+                             : std::numeric_limits<double>::infinity()};
     }
     number best = values[0];
     for (number const& n : values) {
@@ -154,8 +155,9 @@ expr_res<js_value> min_max(call_info const& c, bool is_max) {
         // Zeros compare equal, but +0 is the larger.
         double const b = to_double(best);
         double const d = to_double(n);
-        bool const zero_sign = b == 0 && d == 0 && (is_max ? std::signbit(b) && !std::signbit(d)
-                                                           : !std::signbit(b) && std::signbit(d));
+        bool const zero_sign =
+            b == 0 && d == 0 &&
+            (is_max ? std::signbit(b) && !std::signbit(d) : !std::signbit(b) && std::signbit(d));
         if (beyond == relational_comparison_res::relational_true || zero_sign) {
             best = n;
         }
@@ -238,7 +240,8 @@ expr_res<js_value> call_number(call_info const& c, number_func f) {
         if (!c.constructing) {
             return n;
         }
-        return new_object_of(c.engine, class_number{.number_value = n}, yes_proto{.proto = c.engine.number_prototype});
+        return new_object_of(c.engine, class_number{.number_value = n},
+                             yes_proto{.proto = c.engine.number_prototype});
     }
     case number_func::number_to_string:
     case number_func::number_value_of:
@@ -292,50 +295,63 @@ expr_res<js_value> call_number(call_info const& c, number_func f) {
 }
 
 void install_number(js& engine) {
-    js_object const ctor = define_constructor(
-        engine, "Number", standard_func{.standard_kind = number_func::number_constructor}, 1, engine.number_prototype);
+    js_object const ctor =
+        define_constructor(engine, "Number", standard_func{.standard_kind = number_func::number_constructor},
+                           1, engine.number_prototype);
     double const inf = std::numeric_limits<double>::infinity();
     define_value(ctor, "POSITIVE_INFINITY", number{inf}, constant);
     define_value(ctor, "NEGATIVE_INFINITY", number{-inf}, constant);
-    define_method(engine, engine.number_prototype, "toString", standard_func{.standard_kind = number_func::number_to_string}, 1);
-    define_method(engine, engine.number_prototype, "valueOf", standard_func{.standard_kind = number_func::number_value_of}, 0);
-    define_method(engine, engine.number_prototype, "toFixed", standard_func{.standard_kind = number_func::number_to_fixed}, 1);
+    define_method(engine, engine.number_prototype, "toString",
+                  standard_func{.standard_kind = number_func::number_to_string}, 1);
+    define_method(engine, engine.number_prototype, "valueOf",
+                  standard_func{.standard_kind = number_func::number_value_of}, 0);
+    define_method(engine, engine.number_prototype, "toFixed",
+                  standard_func{.standard_kind = number_func::number_to_fixed}, 1);
 
-    js_object const math_object =
-        new_object_of(engine, class_special{.special_name = "Math"}, yes_proto{.proto = engine.object_prototype});
+    js_object const math_object = new_object_of(engine, class_special{.special_name = "Math"},
+                                                yes_proto{.proto = engine.object_prototype});
     define_value(engine.global_object, "Math", math_object, hidden);
+
     struct constant_entry {
         char const* name;
         double value;
     };
+
     static constexpr constant_entry constants[] = {
-        {"E", std::numbers::e},           {"LN10", std::numbers::ln10},         {"LN2", std::numbers::ln2},
-        {"LOG2E", std::numbers::log2e},   {"LOG10E", std::numbers::log10e},     {"PI", std::numbers::pi},
-        {"SQRT1_2", 0.70710678118654752440}, {"SQRT2", std::numbers::sqrt2},
+        {"E", std::numbers::e},
+        {"LN10", std::numbers::ln10},
+        {"LN2", std::numbers::ln2},
+        {"LOG2E", std::numbers::log2e},
+        {"LOG10E", std::numbers::log10e},
+        {"PI", std::numbers::pi},
+        {"SQRT1_2", 0.70710678118654752440},
+        {"SQRT2", std::numbers::sqrt2},
     };
     for (auto const& k : constants) {
         define_value(math_object, k.name, number{k.value}, constant);
     }
-    struct entry {
-        char const* name;
-        number_func func;
-        int length;
-    };
-    static constexpr entry functions[] = {
-        {"abs", number_func::math_abs, 1},       {"acos", number_func::math_acos, 1},
-        {"asin", number_func::math_asin, 1},     {"atan", number_func::math_atan, 1},
-        {"atan2", number_func::math_atan2, 2},   {"ceil", number_func::math_ceil, 1},
-        {"cos", number_func::math_cos, 1},       {"exp", number_func::math_exp, 1},
-        {"floor", number_func::math_floor, 1},   {"log", number_func::math_log, 1},
-        {"max", number_func::math_max, 2},       {"min", number_func::math_min, 2},
-        {"pow", number_func::math_pow, 2},       {"random", number_func::math_random, 0},
-        {"seedRandom", number_func::math_seed_random, 1}, {"round", number_func::math_round, 1},
-        {"sin", number_func::math_sin, 1},       {"sqrt", number_func::math_sqrt, 1},
-        {"tan", number_func::math_tan, 1},
-    };
-    for (auto const& m : functions) {
-        define_method(engine, math_object, m.name, standard_func{.standard_kind = m.func}, m.length);
-    }
+    define_methods(engine, math_object,
+                   {
+                       {"abs", {number_func::math_abs}, 1},
+                       {"acos", {number_func::math_acos}, 1},
+                       {"asin", {number_func::math_asin}, 1},
+                       {"atan", {number_func::math_atan}, 1},
+                       {"atan2", {number_func::math_atan2}, 2},
+                       {"ceil", {number_func::math_ceil}, 1},
+                       {"cos", {number_func::math_cos}, 1},
+                       {"exp", {number_func::math_exp}, 1},
+                       {"floor", {number_func::math_floor}, 1},
+                       {"log", {number_func::math_log}, 1},
+                       {"max", {number_func::math_max}, 2},
+                       {"min", {number_func::math_min}, 2},
+                       {"pow", {number_func::math_pow}, 2},
+                       {"random", {number_func::math_random}, 0},
+                       {"seedRandom", {number_func::math_seed_random}, 1},
+                       {"round", {number_func::math_round}, 1},
+                       {"sin", {number_func::math_sin}, 1},
+                       {"sqrt", {number_func::math_sqrt}, 1},
+                       {"tan", {number_func::math_tan}, 1},
+                   });
 }
 
 } // namespace vellum::js::eval::builtins

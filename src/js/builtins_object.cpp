@@ -3,6 +3,7 @@
 #include "js/builtins.hpp"
 #include "util/result.hpp"
 
+#include <cmath>
 #include <string>
 
 namespace vellum::js::eval::builtins {
@@ -48,7 +49,8 @@ expr_res<descriptor> to_descriptor(js& engine, js_value const& v) {
         return *failed;
     }
     for (auto const* accessor_func : {&d.desc_get, &d.desc_set}) {
-        if (*accessor_func && !std::holds_alternative<js_undefined>(**accessor_func) && !is_callable(**accessor_func)) {
+        if (*accessor_func && !std::holds_alternative<js_undefined>(**accessor_func) &&
+            !is_callable(**accessor_func)) {
             return type_error(engine, "property getter or setter is not a function");
         }
     }
@@ -61,8 +63,9 @@ expr_res<descriptor> to_descriptor(js& engine, js_value const& v) {
 attrs attrs_of(descriptor const& d, attrs current) {
     auto apply = [&](std::optional<bool> const& allowed, attr a) {
         if (allowed) {
-            current.attr_bits = static_cast<std::uint8_t>(*allowed ? current.attr_bits & ~static_cast<std::uint8_t>(a)
-                                                                   : current.attr_bits | static_cast<std::uint8_t>(a));
+            current.attr_bits =
+                static_cast<std::uint8_t>(*allowed ? current.attr_bits & ~static_cast<std::uint8_t>(a)
+                                                   : current.attr_bits | static_cast<std::uint8_t>(a));
         }
     };
     apply(d.desc_writable, attr::read_only);
@@ -107,14 +110,40 @@ expr_res<js_value> define_property(js& engine, js_object o, js_prop_string const
                 // Writing the element first grows the array, within its bounds.
                 return r;
             }
-            items[*index] = item{.item_value = d.desc_value.value_or(value), .item_attrs = attrs_of(d, current)};
+            items[*index] =
+                item{.item_value = d.desc_value.value_or(value), .item_attrs = attrs_of(d, current)};
             return o;
         }
         if (auto const* u = std::get_if<js_prop_utf8>(&key); u && u->prop_text == "length") {
-            if (d.desc_value) {
-                if (auto r = set_array_length(engine, o, *d.desc_value); is_exception(r)) {
-                    return r;
+            // An array's length is permanent and hidden; only its value may change.
+            if (d.desc_get || d.desc_set || d.desc_configurable.value_or(false) ||
+                d.desc_enumerable.value_or(false)) {
+                return cannot_modify();
+            }
+            if (!d.desc_value) {
+                return o;
+            }
+            double length = 0;
+            if (auto e = take(to_double_value(engine, *d.desc_value), length)) {
+                return *e;
+            }
+            if (!(length >= 0 && length <= 4294967295.0 && length == std::trunc(length))) {
+                return throw_error(engine, js_error::invalid_array_length);
+            }
+            // Shortening stops above the last element that may not be deleted, and then fails.
+            auto const wanted = static_cast<std::uint32_t>(length);
+            for (std::size_t i = a->array_items.length(); i > wanted; --i) {
+                if (auto const* it = std::get_if<item>(&a->array_items[i - 1]);
+                    it && it->item_attrs.has(attr::no_delete)) {
+                    if (auto r = set_array_length(engine, o, int_value(static_cast<std::int64_t>(i)));
+                        is_exception(r)) {
+                        return r;
+                    }
+                    return cannot_modify();
                 }
+            }
+            if (auto r = set_array_length(engine, o, number_value(length)); is_exception(r)) {
+                return r;
             }
             return o;
         }
@@ -258,7 +287,8 @@ expr_res<js_value> object_prototype_member(call_info const& c, object_func f) {
         if (v == nullptr) {
             return false;
         }
-        for (js_prototype p = (*v)->obj_prototype; auto const* y = std::get_if<yes_proto>(&p); p = y->proto->obj_prototype) {
+        for (js_prototype p = (*v)->obj_prototype; auto const* y = std::get_if<yes_proto>(&p);
+             p = y->proto->obj_prototype) {
             if (y->proto == self) {
                 return true;
             }
@@ -429,7 +459,8 @@ expr_res<js_value> call_object(call_info const& c, object_func f) {
         if (!c.constructing) {
             return b;
         }
-        return new_object_of(c.engine, class_boolean{.boolean_value = b}, yes_proto{.proto = c.engine.boolean_prototype});
+        return new_object_of(c.engine, class_boolean{.boolean_value = b},
+                             yes_proto{.proto = c.engine.boolean_prototype});
     }
     case object_func::boolean_to_string:
     case object_func::boolean_value_of:
@@ -441,7 +472,8 @@ expr_res<js_value> call_object(call_info const& c, object_func f) {
 }
 
 expr_res<js_value> call_error(call_info const& c, error_func f) {
-    js_object e = new_object_of(c.engine, class_error{}, yes_proto{.proto = native_error_prototype(c.engine, f.error_kind)});
+    js_object e = new_object_of(c.engine, class_error{},
+                                yes_proto{.proto = native_error_prototype(c.engine, f.error_kind)});
     if (!std::holds_alternative<js_undefined>(c.arg(0))) {
         js_string message;
         if (auto thrown = take(to_string(c.engine, c.arg(0)), message)) {
@@ -453,47 +485,51 @@ expr_res<js_value> call_error(call_info const& c, error_func f) {
 }
 
 void install_object(js& engine) {
-    struct entry {
-        js_object target;
-        char const* name;
-        object_func func;
-        int length;
-    };
     js_object const object_ctor =
-        define_constructor(engine, "Object", standard_func{.standard_kind = object_func::object_constructor}, 1,
-                           engine.object_prototype);
-    js_object const function_ctor =
-        define_constructor(engine, "Function", standard_func{.standard_kind = object_func::function_constructor}, 1,
-                           engine.function_prototype);
+        define_constructor(engine, "Object", standard_func{.standard_kind = object_func::object_constructor},
+                           1, engine.object_prototype);
+    define_constructor(engine, "Function", standard_func{.standard_kind = object_func::function_constructor},
+                       1, engine.function_prototype);
     define_value(engine.function_prototype, "length", int_value(0), constant);
     define_constructor(engine, "Boolean", standard_func{.standard_kind = object_func::boolean_constructor}, 1,
                        engine.boolean_prototype);
-    (void)function_ctor;
-    entry const members[] = {
-        {object_ctor, "create", object_func::object_create, 2},
-        {object_ctor, "defineProperty", object_func::object_define_property, 3},
-        {object_ctor, "defineProperties", object_func::object_define_properties, 2},
-        {object_ctor, "keys", object_func::object_keys, 1},
-        {engine.object_prototype, "toString", object_func::object_to_string, 0},
-        {engine.object_prototype, "toLocaleString", object_func::object_to_locale_string, 0},
-        {engine.object_prototype, "valueOf", object_func::object_value_of, 0},
-        {engine.object_prototype, "hasOwnProperty", object_func::object_has_own_property, 1},
-        {engine.object_prototype, "isPrototypeOf", object_func::object_is_prototype_of, 1},
-        {engine.object_prototype, "propertyIsEnumerable", object_func::object_property_is_enumerable, 1},
-        {engine.function_prototype, "toString", object_func::function_to_string, 0},
-        {engine.function_prototype, "apply", object_func::function_apply, 2},
-        {engine.function_prototype, "call", object_func::function_call, 1},
-        {engine.boolean_prototype, "toString", object_func::boolean_to_string, 0},
-        {engine.boolean_prototype, "valueOf", object_func::boolean_value_of, 0},
-        {engine.error_prototype, "toString", object_func::error_to_string, 0},
-    };
-    for (auto const& m : members) {
-        define_method(engine, m.target, m.name, standard_func{.standard_kind = m.func}, m.length);
-    }
-    for (native_error kind : {native_error::error, native_error::range_error, native_error::reference_error,
-                              native_error::syntax_error, native_error::type_error, native_error::uri_error}) {
-        define_constructor(engine, native_error_name(kind), standard_func{.standard_kind = error_func{.error_kind = kind}},
-                           1, native_error_prototype(engine, kind));
+    define_methods(engine, object_ctor,
+                   {
+                       {"create", {object_func::object_create}, 2},
+                       {"defineProperty", {object_func::object_define_property}, 3},
+                       {"defineProperties", {object_func::object_define_properties}, 2},
+                       {"keys", {object_func::object_keys}, 1},
+                   });
+    define_methods(engine, engine.object_prototype,
+                   {
+                       {"toString", {object_func::object_to_string}, 0},
+                       {"toLocaleString", {object_func::object_to_locale_string}, 0},
+                       {"valueOf", {object_func::object_value_of}, 0},
+                       {"hasOwnProperty", {object_func::object_has_own_property}, 1},
+                       {"isPrototypeOf", {object_func::object_is_prototype_of}, 1},
+                       {"propertyIsEnumerable", {object_func::object_property_is_enumerable}, 1},
+                   });
+    define_methods(engine, engine.function_prototype,
+                   {
+                       {"toString", {object_func::function_to_string}, 0},
+                       {"apply", {object_func::function_apply}, 2},
+                       {"call", {object_func::function_call}, 1},
+                   });
+    define_methods(engine, engine.boolean_prototype,
+                   {
+                       {"toString", {object_func::boolean_to_string}, 0},
+                       {"valueOf", {object_func::boolean_value_of}, 0},
+                   });
+    define_methods(engine, engine.error_prototype,
+                   {
+                       {"toString", {object_func::error_to_string}, 0},
+                   });
+    for (native_error kind :
+         {native_error::error, native_error::range_error, native_error::reference_error,
+          native_error::syntax_error, native_error::type_error, native_error::uri_error}) {
+        define_constructor(engine, native_error_name(kind),
+                           standard_func{.standard_kind = error_func{.error_kind = kind}}, 1,
+                           native_error_prototype(engine, kind));
     }
 }
 

@@ -178,7 +178,8 @@ expr_res<js_value> string_replace(call_info const& c, js_string const& s) {
         }
         size_t const at = s.code_points.find(search.code_points);
         if (at != std::u32string::npos) {
-            found.push_back(regexp::match_info{.match_substring = search, .start_index = at, .end_index = at + search.length()});
+            found.push_back(regexp::match_info{
+                .match_substring = search, .start_index = at, .end_index = at + search.length()});
         }
     }
     js_value const replacement = c.arg(1);
@@ -268,9 +269,11 @@ expr_res<js_value> string_split(call_info const& c, js_string const& s) {
             if (!m) {
                 return std::optional<split_match>{};
             }
-            return std::optional(split_match{.split_end = m->end_index, .split_captures = std::move(m->captures)});
+            return std::optional(
+                split_match{.split_end = m->end_index, .split_captures = std::move(m->captures)});
         }
-        if (s.code_points.compare(q, separator.length(), separator.code_points) == 0 && q + separator.length() <= s.length()) {
+        if (s.code_points.compare(q, separator.length(), separator.code_points) == 0 &&
+            q + separator.length() <= s.length()) {
             return std::optional(split_match{.split_end = q + separator.length()});
         }
         return std::optional<split_match>{};
@@ -366,7 +369,8 @@ expr_res<js_value> string_index_of(call_info const& c, js_string const& s, bool 
         }
     }
     auto const start = static_cast<size_t>(std::min(std::max(pos, 0.0), n));
-    size_t const at = last ? s.code_points.rfind(search.code_points, start) : s.code_points.find(search.code_points, start);
+    size_t const at =
+        last ? s.code_points.rfind(search.code_points, start) : s.code_points.find(search.code_points, start);
     return int_value(at == std::u32string::npos ? -1 : static_cast<std::int64_t>(at));
 }
 
@@ -410,7 +414,8 @@ expr_res<js_value> string_constructor(call_info const& c) {
     if (!c.constructing) {
         return s;
     }
-    return new_object_of(c.engine, class_string{.string_value = s}, yes_proto{.proto = c.engine.string_prototype});
+    return new_object_of(c.engine, class_string{.string_value = s},
+                         yes_proto{.proto = c.engine.string_prototype});
 }
 
 expr_res<js_value> from_char_code(call_info const& c) {
@@ -513,7 +518,8 @@ expr_res<js_value> call_string(call_info const& c, string_func f) {
         return regexp_member(c, f);
     case string_func::string_char_at:
     case string_func::string_char_code_at:
-        return on_this([&](js_string const& s) { return string_char(c, s, f == string_func::string_char_code_at); });
+        return on_this(
+            [&](js_string const& s) { return string_char(c, s, f == string_func::string_char_code_at); });
     case string_func::string_concat:
         return on_this([&](js_string const& s) -> expr_res<js_value> {
             std::u32string out = s.code_points;
@@ -528,7 +534,9 @@ expr_res<js_value> call_string(call_info const& c, string_func f) {
         });
     case string_func::string_index_of:
     case string_func::string_last_index_of:
-        return on_this([&](js_string const& s) { return string_index_of(c, s, f == string_func::string_last_index_of); });
+        return on_this([&](js_string const& s) {
+            return string_index_of(c, s, f == string_func::string_last_index_of);
+        });
     case string_func::string_split:
         return on_this([&](js_string const& s) { return string_split(c, s); });
     case string_func::string_to_lower_case:
@@ -568,47 +576,45 @@ expr_res<js_value> call_string(call_info const& c, string_func f) {
 }
 
 void install_string(js& engine) {
-    js_object const ctor = define_constructor(
-        engine, "String", standard_func{.standard_kind = string_func::string_constructor}, 1, engine.string_prototype);
-    define_method(engine, ctor, "fromCharCode", standard_func{.standard_kind = string_func::string_from_char_code}, 1);
-    struct entry {
-        char const* name;
-        string_func func;
-        int length;
-    };
-    static constexpr entry members[] = {
-        {"toString", string_func::string_to_string, 0},
-        {"valueOf", string_func::string_value_of, 0},
-        {"charAt", string_func::string_char_at, 1},
-        {"charCodeAt", string_func::string_char_code_at, 1},
-        {"concat", string_func::string_concat, 1},
-        {"indexOf", string_func::string_index_of, 1},
-        {"lastIndexOf", string_func::string_last_index_of, 1},
-        {"split", string_func::string_split, 2},
-        {"toLowerCase", string_func::string_to_lower_case, 0},
-        {"toLocaleLowerCase", string_func::string_to_locale_lower_case, 0},
-        {"toUpperCase", string_func::string_to_upper_case, 0},
-        {"toLocaleUpperCase", string_func::string_to_locale_upper_case, 0},
-        {"match", string_func::string_match, 1},
-        {"replace", string_func::string_replace, 2},
-        {"search", string_func::string_search, 1},
-        {"slice", string_func::string_slice, 2},
-        {"substring", string_func::string_substring, 2},
-        {"substr", string_func::string_substr, 2},
-        {"trim", string_func::string_trim, 0},
-    };
-    for (auto const& m : members) {
-        define_method(engine, engine.string_prototype, m.name, standard_func{.standard_kind = m.func}, m.length);
-    }
+    js_object const ctor =
+        define_constructor(engine, "String", standard_func{.standard_kind = string_func::string_constructor},
+                           1, engine.string_prototype);
+    define_method(engine, ctor, "fromCharCode",
+                  standard_func{.standard_kind = string_func::string_from_char_code}, 1);
+    define_methods(engine, engine.string_prototype,
+                   {
+                       {"toString", {string_func::string_to_string}, 0},
+                       {"valueOf", {string_func::string_value_of}, 0},
+                       {"charAt", {string_func::string_char_at}, 1},
+                       {"charCodeAt", {string_func::string_char_code_at}, 1},
+                       {"concat", {string_func::string_concat}, 1},
+                       {"indexOf", {string_func::string_index_of}, 1},
+                       {"lastIndexOf", {string_func::string_last_index_of}, 1},
+                       {"split", {string_func::string_split}, 2},
+                       {"toLowerCase", {string_func::string_to_lower_case}, 0},
+                       {"toLocaleLowerCase", {string_func::string_to_locale_lower_case}, 0},
+                       {"toUpperCase", {string_func::string_to_upper_case}, 0},
+                       {"toLocaleUpperCase", {string_func::string_to_locale_upper_case}, 0},
+                       {"match", {string_func::string_match}, 1},
+                       {"replace", {string_func::string_replace}, 2},
+                       {"search", {string_func::string_search}, 1},
+                       {"slice", {string_func::string_slice}, 2},
+                       {"substring", {string_func::string_substring}, 2},
+                       {"substr", {string_func::string_substr}, 2},
+                       {"trim", {string_func::string_trim}, 0},
+                   });
     // The regexp prototype is itself a regexp, of the empty pattern.
     js_object const proto = engine.regexp_prototype;
     if (auto empty = regexp::parse_pattern(js_string{})) {
-        proto->obj_class = class_regexp{.regexp_disjunction = empty->parsed, .regexp_captures = empty->total_parens};
+        proto->obj_class =
+            class_regexp{.regexp_disjunction = empty->parsed, .regexp_captures = empty->total_parens};
     }
-    define_constructor(engine, "RegExp", standard_func{.standard_kind = string_func::regexp_constructor}, 2, proto);
+    define_constructor(engine, "RegExp", standard_func{.standard_kind = string_func::regexp_constructor}, 2,
+                       proto);
     define_method(engine, proto, "exec", standard_func{.standard_kind = string_func::regexp_exec}, 1);
     define_method(engine, proto, "test", standard_func{.standard_kind = string_func::regexp_test}, 1);
-    define_method(engine, proto, "toString", standard_func{.standard_kind = string_func::regexp_to_string}, 0);
+    define_method(engine, proto, "toString", standard_func{.standard_kind = string_func::regexp_to_string},
+                  0);
 }
 
 } // namespace vellum::js::eval::builtins

@@ -33,7 +33,8 @@ struct depth_guard {
             outermost_frame = address;
         }
         ++builtin_depth;
-        std::uintptr_t const used = outermost_frame > address ? outermost_frame - address : address - outermost_frame;
+        std::uintptr_t const used =
+            outermost_frame > address ? outermost_frame - address : address - outermost_frame;
         too_deep = builtin_depth > max_builtin_depth || used > max_stack_bytes;
     }
 
@@ -68,13 +69,15 @@ bool is_constructor(standard_func const& f) {
     return std::visit(overloaded{
                           [](global_func) { return false; },
                           [](object_func o) {
-                              return o == object_func::object_constructor || o == object_func::function_constructor ||
+                              return o == object_func::object_constructor ||
+                                     o == object_func::function_constructor ||
                                      o == object_func::boolean_constructor;
                           },
                           [](array_func a) { return a == array_func::array_constructor; },
                           [](array_host_func) { return false; },
                           [](string_func s) {
-                              return s == string_func::string_constructor || s == string_func::regexp_constructor;
+                              return s == string_func::string_constructor ||
+                                     s == string_func::regexp_constructor;
                           },
                           [](number_func n) { return n == number_func::number_constructor; },
                           [](date_func d) { return d == date_func::date_constructor; },
@@ -91,8 +94,8 @@ expr_res<js_value> eval_standard_func(js& engine,
                                       standard_func const& f,
                                       js_value const& this_value,
                                       std::vector<js_value> const& args) {
-    return dispatch(builtins::call_info{.engine = engine, .callee = callee, .this_value = this_value, .args = args},
-                    f);
+    return dispatch(
+        builtins::call_info{.engine = engine, .callee = callee, .this_value = this_value, .args = args}, f);
 }
 
 expr_res<js_value> construct_standard_func(js& engine,
@@ -104,7 +107,8 @@ expr_res<js_value> construct_standard_func(js& engine,
     }
     js_value const no_this = undefined();
     return dispatch(
-        builtins::call_info{.engine = engine, .callee = callee, .this_value = no_this, .args = args, .constructing = true},
+        builtins::call_info{
+            .engine = engine, .callee = callee, .this_value = no_this, .args = args, .constructing = true},
         f);
 }
 
@@ -112,8 +116,9 @@ void install_standard_library(js& engine) {
     engine.js_hooks.call_standard = eval_standard_func;
     engine.js_hooks.construct_standard = construct_standard_func;
     // The function prototype is itself a function (one that does nothing), as the standard has it.
-    engine.function_prototype->obj_class =
-        class_function{.function = standard_function{.standard = share(standard_func{.standard_kind = object_func::function_prototype})}};
+    engine.function_prototype->obj_class = class_function{
+        .function = standard_function{
+            .standard = share(standard_func{.standard_kind = object_func::function_prototype})}};
     builtins::install_global(engine);
     builtins::install_object(engine);
     builtins::install_array(engine);
@@ -161,7 +166,8 @@ expr_res<double> to_integer(js& engine, js_value const& v) {
     return std::isinf(d) ? d : std::trunc(d);
 }
 
-expr_res<std::int64_t> relative_index(js& engine, js_value const& v, std::int64_t length, std::int64_t fallback) {
+expr_res<std::int64_t>
+relative_index(js& engine, js_value const& v, std::int64_t length, std::int64_t fallback) {
     if (std::holds_alternative<js_undefined>(v)) {
         return fallback;
     }
@@ -203,17 +209,15 @@ class_regexp const* regexp_of(js_value const& v) {
     return o ? std::get_if<class_regexp>(&(*o)->obj_class) : nullptr;
 }
 
-expr_res<std::optional<regexp::match_info>> match_regexp(js& engine,
-                                                         class_regexp const& r,
-                                                         js_string const& subject,
-                                                         std::size_t start,
-                                                         bool sticky) {
+expr_res<std::optional<regexp::match_info>>
+match_regexp(js& engine, class_regexp const& r, js_string const& subject, std::size_t start, bool sticky) {
     check(r.regexp_disjunction != nullptr, "match_regexp: regexp object without a pattern");
     regexp::flags const f{.ignore_case = r.regexp_ignore_case, .multiline = r.regexp_multiline};
     auto found = sticky ? regexp::match_at(r.regexp_disjunction, r.regexp_captures, f, subject, start)
                         : regexp::match(r.regexp_disjunction, r.regexp_captures, f, subject, start);
     if (!found) {
-        return throw_error(engine, js_error_res{.error_kind = js_error::range_error, .error_detail = text(found.error())});
+        return throw_error(
+            engine, js_error_res{.error_kind = js_error::range_error, .error_detail = text(found.error())});
     }
     return std::move(*found);
 }
@@ -230,7 +234,14 @@ js_object define_method(js& engine, js_object target, std::string_view name, sta
     return fn;
 }
 
-js_object define_constructor(js& engine, std::string_view name, standard_func f, int length, js_object prototype) {
+void define_methods(js& engine, js_object target, std::initializer_list<method_entry> methods) {
+    for (auto const& m : methods) {
+        define_method(engine, target, m.method_name, m.method_func, m.method_length);
+    }
+}
+
+js_object
+define_constructor(js& engine, std::string_view name, standard_func f, int length, js_object prototype) {
     js_object fn = define_method(engine, engine.global_object, name, std::move(f), length);
     define_value(fn, "prototype", prototype, constant);
     define_value(prototype, "constructor", fn, hidden);

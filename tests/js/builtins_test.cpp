@@ -23,7 +23,8 @@ struct builtins : engine_test {
         std::size_t start = 0;
         while (start <= path.size()) {
             std::size_t const dot = path.find('.', start);
-            std::string const name = path.substr(start, dot == std::string::npos ? std::string::npos : dot - start);
+            std::string const name =
+                path.substr(start, dot == std::string::npos ? std::string::npos : dot - start);
             v = ok(get(engine, ok(to_object(engine, v)), key_of_utf8(name)));
             if (dot == std::string::npos) {
                 break;
@@ -70,8 +71,9 @@ TEST_F(builtins, only_the_listed_members_exist) {
     EXPECT_EQ(type_of(global("JSON.stringify")), "undefined");
     EXPECT_EQ(type_of(global("JSON.parse")), "undefined");
     EXPECT_EQ(s(method(global("JSON"), "toString")), "[object JSON]");
-    for (char const* absent : {"Array.prototype.reduce", "Function.prototype.bind", "Object.freeze",
-                               "Object.getPrototypeOf", "Number.prototype.toPrecision", "String.prototype.localeCompare"}) {
+    for (char const* absent :
+         {"Array.prototype.reduce", "Function.prototype.bind", "Object.freeze", "Object.getPrototypeOf",
+          "Number.prototype.toPrecision", "String.prototype.localeCompare"}) {
         SCOPED_TRACE(absent);
         EXPECT_EQ(type_of(global(absent)), "undefined");
     }
@@ -94,7 +96,8 @@ TEST_F(builtins, function_text_and_calls) {
     EXPECT_EQ(args_of(method(who, "apply", {str("me"), array({num(3), num(4)})})), "me|3|4");
     EXPECT_EQ(args_of(method(who, "apply", {str("me"), js_null{}})), "me||");
     EXPECT_EQ(thrown(method(who, "apply", {str("me"), num(5)})), "TypeError: invalid arguments");
-    EXPECT_EQ(thrown(call(engine, str("x"), global("Function.prototype.call"), {})), "TypeError: object is not a function");
+    EXPECT_EQ(thrown(call(engine, str("x"), global("Function.prototype.call"), {})),
+              "TypeError: object is not a function");
     EXPECT_EQ(thrown(make("parseInt")), "TypeError: object is not a constructor");
     EXPECT_EQ(ok(fn("Function.prototype")), undefined());
 }
@@ -105,19 +108,33 @@ TEST_F(builtins, parse_int_and_float) {
         js_value radix;
         char const* expected;
     };
+
     row const rows[] = {
-        {"0x1f", undefined(), "31"}, {"08", undefined(), "8"},      {"  -12px", undefined(), "-12"},
-        {"z", num(36), "35"},        {"10", num(2), "2"},           {"10", num(37), "NaN"},
-        {"", undefined(), "NaN"},    {"0x", undefined(), "NaN"},    {"ff", num(16), "255"},
-        {"1e3", undefined(), "1"},   {"123456789012345678901", undefined(), "1.2345678901234568e+20"},
+        {"0x1f", undefined(), "31"},
+        {"08", undefined(), "8"},
+        {"  -12px", undefined(), "-12"},
+        {"z", num(36), "35"},
+        {"10", num(2), "2"},
+        {"10", num(37), "NaN"},
+        {"", undefined(), "NaN"},
+        {"0x", undefined(), "NaN"},
+        {"ff", num(16), "255"},
+        {"1e3", undefined(), "1"},
+        {"123456789012345678901", undefined(), "1.2345678901234568e+20"},
     };
     for (auto const& r : rows) {
         SCOPED_TRACE(r.text);
         EXPECT_EQ(s(fn("parseInt", {str(r.text), r.radix})), r.expected);
     }
     EXPECT_TRUE(std::signbit(d(fn("parseInt", {str("-0")}))));
-    for (auto [in, out] : {std::pair{"3.25e2xyz", "325"}, {"  .5", "0.5"}, {"-Infinityx", "-Infinity"},
-                           {"1e", "1"}, {"e1", "NaN"}, {"0x10", "0"}, {"+.e1", "NaN"}, {"\u00a0 7.", "7"}}) {
+    for (auto [in, out] : {std::pair{"3.25e2xyz", "325"},
+                           {"  .5", "0.5"},
+                           {"-Infinityx", "-Infinity"},
+                           {"1e", "1"},
+                           {"e1", "NaN"},
+                           {"0x10", "0"},
+                           {"+.e1", "NaN"},
+                           {"\u00a0 7.", "7"}}) {
         SCOPED_TRACE(in);
         EXPECT_EQ(s(fn("parseFloat", {str(in)})), out);
     }
@@ -154,7 +171,8 @@ TEST_F(builtins, object_functions) {
     EXPECT_EQ(ok(get(engine, o, key_of_utf8("fixed"))), num(1));
     EXPECT_FALSE(delete_property(o, key_of_utf8("fixed")));
     EXPECT_EQ(s(fn("Object.keys", {o})), "");
-    EXPECT_EQ(thrown(fn("Object.defineProperty", {o, str("fixed"), desc})), "TypeError: cannot modify property");
+    EXPECT_EQ(thrown(fn("Object.defineProperty", {o, str("fixed"), desc})),
+              "TypeError: cannot modify property");
     // Attributes given are kept, and an accessor runs with the object as this.
     js_object open = new_object(engine);
     define_value(open, "value", num(3));
@@ -164,10 +182,12 @@ TEST_F(builtins, object_functions) {
     ok(put(engine, o, key_of_utf8("open"), num(4)));
     EXPECT_EQ(s(fn("Object.keys", {o})), "open");
     js_object acc = new_object(engine);
-    define_value(acc, "get", func([](js&, js_value const& self, values const&) -> expr_res<js_value> { return self; }));
+    define_value(acc, "get",
+                 func([](js&, js_value const& self, values const&) -> expr_res<js_value> { return self; }));
     ok(fn("Object.defineProperty", {o, str("self"), acc}));
     EXPECT_EQ(ok(get(engine, o, key_of_utf8("self"))), js_value{o});
-    EXPECT_EQ(thrown(fn("Object.defineProperty", {num(1), str("x"), acc})), "TypeError: value is not an object");
+    EXPECT_EQ(thrown(fn("Object.defineProperty", {num(1), str("x"), acc})),
+              "TypeError: value is not an object");
     js_object bad = new_object(engine);
     define_value(bad, "get", num(1));
     EXPECT_EQ(thrown(fn("Object.defineProperty", {o, str("y"), bad})),
@@ -195,7 +215,8 @@ TEST_F(builtins, errors) {
     js_value plain = ok(make("TypeError"));
     EXPECT_EQ(s(method(plain, "toString")), "TypeError");
     EXPECT_FALSE(has_own_property(engine, std::get<js_object>(plain), key_of_utf8("message")));
-    EXPECT_EQ(s(call(engine, std::get<js_object>(global("Error")), global("Error.prototype.toString"), {})), "Error");
+    EXPECT_EQ(s(call(engine, std::get<js_object>(global("Error")), global("Error.prototype.toString"), {})),
+              "Error");
 }
 
 TEST_F(builtins, arrays) {
@@ -232,7 +253,8 @@ TEST_F(builtins, arrays) {
     EXPECT_EQ(thrown(put(engine, std::get<js_object>(a), key_of_utf8("length"), dbl(1.5))),
               "RangeError: invalid array length");
     EXPECT_EQ(ok(fn("Array.isArray", {a})), js_value{true});
-    EXPECT_EQ(ok(get(engine, std::get<js_object>(ok(make("Array", {num(3)}))), key_of_utf8("length"))), num(3));
+    EXPECT_EQ(ok(get(engine, std::get<js_object>(ok(make("Array", {num(3)}))), key_of_utf8("length"))),
+              num(3));
     EXPECT_EQ(thrown(make("Array", {num(-1)})), "RangeError: invalid array length");
     // An array that holds itself joins without recursing.
     js_value self = array({num(1)});
@@ -254,7 +276,8 @@ TEST_F(callbacks, sort_and_iteration_call_back) {
     });
     EXPECT_EQ(std::get<exception>(method(a, "sort", {thrower})).exception_value, str("stop"));
     int flips = 0;
-    js_object liar = func([&](js&, js_value const&, values const&) -> expr_res<js_value> { return num(++flips % 2 ? 1 : -1); });
+    js_object liar = func(
+        [&](js&, js_value const&, values const&) -> expr_res<js_value> { return num(++flips % 2 ? 1 : -1); });
     values many;
     for (int i = 0; i < 100; ++i) {
         many.push_back(num(i));
@@ -283,7 +306,9 @@ TEST_F(builtins, strings) {
     EXPECT_EQ(joined(ok(method(str("abc"), "split", {str("")}))), "a|b|c");
     EXPECT_EQ(joined(ok(method(str("a,b,c"), "split", {str(","), num(2)}))), "a|b");
     EXPECT_EQ(s(method(ok(method(str(""), "split", {str(",")})), "join", {str("|")})), "");
-    EXPECT_EQ(ok(get(engine, std::get<js_object>(ok(method(str(""), "split", {str("")}))), key_of_utf8("length"))), num(0));
+    EXPECT_EQ(
+        ok(get(engine, std::get<js_object>(ok(method(str(""), "split", {str("")}))), key_of_utf8("length"))),
+        num(0));
     js_value re = ok(make("RegExp", {str("x"), str("i")}));
     EXPECT_EQ(joined(ok(method(str("aXbXc"), "split", {re}))), "a|b|c");
     EXPECT_EQ(joined(ok(method(str("a1b2c"), "split", {ok(make("RegExp", {str("(\\d)")}))}))), "a|1|b|2|c");
@@ -303,7 +328,8 @@ TEST_F(builtins, strings) {
     EXPECT_EQ(s(method(str("a"), "concat", {num(1), js_null{}})), "a1null");
     EXPECT_EQ(thrown(call(engine, undefined(), global("String.prototype.trim"), {})),
               "TypeError: undefined value is not an object");
-    EXPECT_EQ(thrown(call(engine, num(1), global("String.prototype.toString"), {})), "TypeError: object is not a string");
+    EXPECT_EQ(thrown(call(engine, num(1), global("String.prototype.toString"), {})),
+              "TypeError: object is not a string");
     js_value wrapper = ok(make("String", {str("ab")}));
     EXPECT_EQ(type_of(wrapper), "object");
     EXPECT_EQ(s(method(wrapper, "valueOf")), "ab");
@@ -319,7 +345,9 @@ TEST_F(builtins, regexps_in_strings) {
     EXPECT_EQ(s(method(str("ab"), "replace", {rx("(a)|(z)"), str("[$2|$3|$10]")})), "[|$3|a0]b");
     js_object upper = func([](js& e, js_value const&, values const& args) -> expr_res<js_value> {
         // match, capture, offset, whole string
-        return str((text_of(e, arg(args, 1)) + "@" + text_of(e, arg(args, 2)) + "/" + text_of(e, arg(args, 3))).c_str());
+        return str(
+            (text_of(e, arg(args, 1)) + "@" + text_of(e, arg(args, 2)) + "/" + text_of(e, arg(args, 3)))
+                .c_str());
     });
     EXPECT_EQ(s(method(str("xaya"), "replace", {rx("(a)", "g"), upper})), "xa@1/xayaya@3/xaya");
 
@@ -370,7 +398,8 @@ TEST_F(builtins, numbers) {
     EXPECT_EQ(s(method(dbl(0.5), "toString", {num(2)})), "0.1");
     EXPECT_EQ(s(method(dbl(1e21), "toString", {num(10)})), "1e+21");
     EXPECT_EQ(thrown(method(num(1), "toString", {num(1)})).rfind("RangeError", 0), 0u);
-    EXPECT_EQ(thrown(call(engine, str("1"), global("Number.prototype.valueOf"), {})), "TypeError: object is not a number");
+    EXPECT_EQ(thrown(call(engine, str("1"), global("Number.prototype.valueOf"), {})),
+              "TypeError: object is not a number");
     EXPECT_EQ(ok(fn("Number", {str("12")})), num(12));
     EXPECT_EQ(ok(fn("Number")), num(0));
     EXPECT_EQ(text_of(engine, global("Number.NEGATIVE_INFINITY")), "-Infinity");
@@ -431,7 +460,8 @@ TEST_F(builtins, dates_in_utc) {
     EXPECT_EQ(ok(method(date, "getUTCMonth")), num(1));
     EXPECT_EQ(ok(method(date, "getUTCFullYear")), num(2023));
     EXPECT_EQ(ok(fn("Date.UTC", {num(99), num(11)})), num(944006400000));
-    EXPECT_EQ(s(method(ok(make("Date", {dbl(-62198755200000.0)})), "toISOString")), "-000001-01-01T00:00:00.000Z");
+    EXPECT_EQ(s(method(ok(make("Date", {dbl(-62198755200000.0)})), "toISOString")),
+              "-000001-01-01T00:00:00.000Z");
 
     for (auto [text, expected] : {std::pair{"2024-01-31", 1706659200000.0},
                                   {"2024-01-31T12:30:15.5Z", 1706704215500.0},
