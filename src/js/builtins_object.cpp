@@ -74,8 +74,10 @@ attrs attrs_of(descriptor const& d, attrs current) {
     return current;
 }
 
-bool is_frozen(attrs a) {
-    return a.has(attr::read_only) && a.has(attr::no_delete);
+// A permanent property that cannot be written: a read-only value, or an accessor (which is never
+// read-only itself), may not be redefined.
+bool is_frozen(attrs a, bool accessor = false) {
+    return (a.has(attr::read_only) || accessor) && a.has(attr::no_delete);
 }
 
 std::optional<js_object> function_or_none(std::optional<js_value> const& v) {
@@ -158,7 +160,7 @@ expr_res<js_value> define_property(js& engine, js_object o, js_prop_string const
     property_value content = prop_value{.value = undefined()};
     if (auto pos = find_own_property(o, key)) {
         js_property const& p = o->obj_properties[*pos];
-        if (is_frozen(p.property_attrs)) {
+        if (is_frozen(p.property_attrs, std::holds_alternative<prop_accessor>(p.property_value))) {
             return cannot_modify();
         }
         current = p.property_attrs;

@@ -433,20 +433,21 @@ expr_res<js_value> from_char_code(call_info const& c) {
 expr_res<js_value> regexp_constructor(call_info const& c) {
     js_value const pattern = c.arg(0);
     js_value const flags = c.arg(1);
-    if (class_regexp const* r = regexp_of(pattern)) {
-        if (!std::holds_alternative<js_undefined>(flags)) {
-            return type_error(c.engine, "cannot give flags when constructing a regexp from another");
-        }
-        if (!c.constructing) {
-            return pattern;
-        }
-        class_regexp const copy = *r;
-        return make_regexp(c.engine, copy.regexp_source, copy.regexp_disjunction, copy.regexp_captures,
-                           copy.regexp_global, copy.regexp_ignore_case, copy.regexp_multiline);
-    }
     js_string p;
+    if (class_regexp const* r = regexp_of(pattern)) {
+        if (std::holds_alternative<js_undefined>(flags)) {
+            if (!c.constructing) {
+                return pattern;
+            }
+            class_regexp const copy = *r;
+            return make_regexp(c.engine, copy.regexp_source, copy.regexp_disjunction, copy.regexp_captures,
+                               copy.regexp_global, copy.regexp_ignore_case, copy.regexp_multiline);
+        }
+        // The pattern of another regexp with flags of its own.
+        p = r->regexp_source;
+    }
     js_string f;
-    if (!std::holds_alternative<js_undefined>(pattern)) {
+    if (!std::holds_alternative<js_undefined>(pattern) && !regexp_of(pattern)) {
         if (auto e = take(to_string(c.engine, pattern), p)) {
             return *e;
         }

@@ -145,7 +145,8 @@ expr_res<js_value> regexp_exec(js& engine, js_value const& regexp, js_string con
             return *e;
         }
         double d = to_double(std::get<number>(n));
-        start = std::isnan(d) ? 0 : std::trunc(d);
+        // A negative index starts at the beginning, as engines of today do.
+        start = std::isnan(d) || d < 0 ? 0 : std::trunc(d);
     }
     if (start < 0 || start > static_cast<double>(subject.length())) {
         if (auto put_res = set_last_index(0); is_exception(put_res)) {

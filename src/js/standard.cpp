@@ -224,7 +224,8 @@ match_regexp(js& engine, class_regexp const& r, js_string const& subject, std::s
 
 js_object builtin_function(js& engine, standard_func f, int length) {
     js_object fn = new_function(engine, standard_function{.standard = share(std::move(f))});
-    define_value(fn, "length", int_value(length), constant);
+    // Read-only and hidden; scripts may delete it, as engines of today let them.
+    define_value(fn, "length", int_value(length), attrs{}.with(attr::read_only).with(attr::no_enum));
     return fn;
 }
 

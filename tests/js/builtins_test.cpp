@@ -373,6 +373,9 @@ TEST_F(builtins, regexps_in_strings) {
     EXPECT_EQ(thrown(make("RegExp", {str("a"), str("gg")})), "SyntaxError: invalid regular expression");
     EXPECT_EQ(ok(fn("RegExp", {g})), g);
     EXPECT_NE(ok(make("RegExp", {g})), g);
+    // Another regexp's pattern with flags of its own.
+    EXPECT_EQ(s(method(ok(make("RegExp", {g, str("im")})), "toString")), "/o/im");
+    EXPECT_EQ(thrown(fn("RegExp", {g, str("x")})), "SyntaxError: invalid regular expression");
     // A pattern that backtracks without end gives up with an error instead of hanging.
     std::string as(30, 'a');
     auto r = method(str(as.c_str()), "replace", {rx("(a+)+b"), str("")});
