@@ -8,6 +8,8 @@
 #include "js/scope.hpp"
 #include "util/result.hpp"
 
+#include <pthread.h>
+
 #include <string>
 #include <utility>
 
@@ -63,6 +65,32 @@ frame new_frame(vm::func_ops const& code, context ctx) {
                  .completion = undefined()};
 }
 
+/// The lowest address of the current thread's stack, or null if the system does not tell.
+char const* stack_low_end() {
+    thread_local char const* const low = [] {
+        pthread_attr_t attr;
+        if (pthread_getattr_np(pthread_self(), &attr) != 0) {
+            return static_cast<char const*>(nullptr);
+        }
+        void* addr = nullptr;
+        std::size_t size = 0;
+        int const rc = pthread_attr_getstack(&attr, &addr, &size);
+        pthread_attr_destroy(&attr);
+        return rc == 0 ? static_cast<char const*>(addr) : nullptr;
+    }();
+    return low;
+}
+
+/// Whether a script call may go one level deeper. Calls recurse the run loop, so the depth of script
+/// recursion is bounded only by the thread's stack; a runaway recursion becomes a `RangeError` while
+/// some stack is left, rather than a crash of the whole program.
+bool stack_left() {
+    constexpr std::ptrdiff_t reserve = 256 * 1024;
+    char const* low = stack_low_end();
+    char const* here = static_cast<char const*>(__builtin_frame_address(0));
+    return low == nullptr || here - low > reserve;
+}
+
 /// Takes the value of a result, or keeps what was thrown and says so.
 template <class T>
 bool failed(expr_res<T>& r, js_value& thrown) {
@@ -87,7 +115,7 @@ relational_kind relational_of(binary_kind k) {
 }
 
 /// Stores a value; a number over a number is copied without going through the variant's assignment.
-inline void set_value(js_value& to, js_value const& from) {
+[[gnu::always_inline]] inline void set_value(js_value& to, js_value const& from) {
     auto const* n = std::get_if<number>(&from);
     if (auto* m = std::get_if<number>(&to); n != nullptr && m != nullptr) {
         *m = *n;
@@ -97,11 +125,22 @@ inline void set_value(js_value& to, js_value const& from) {
 }
 
 /// Whether two property keys are equal, with the common case (plain text keys) first.
-inline bool same_key(js_prop_string const& a, js_prop_string const& b) {
+[[gnu::always_inline]] inline bool same_key(js_prop_string const& a, js_prop_string const& b) {
     auto const* x = std::get_if<js_prop_utf8>(&a);
     auto const* y = std::get_if<js_prop_utf8>(&b);
     if (x != nullptr && y != nullptr) {
-        return x->prop_text == y->prop_text;
+        // Variable names are short: compare in place rather than through the library's memcmp.
+        std::string const& p = x->prop_text;
+        std::string const& q = y->prop_text;
+        if (p.size() != q.size()) {
+            return false;
+        }
+        for (std::size_t i = 0; i < p.size(); ++i) {
+            if (p[i] != q[i]) {
+                return false;
+            }
+        }
+        return true;
     }
     return a == b;
 }
@@ -308,6 +347,16 @@ js_value global_this(js const& engine, js_value const& this_value) {
         return engine.global_object;
     }
     return this_value;
+}
+
+/// A property store: the `length` of an array cuts or extends its elements; anything else is `put`.
+expr_res<js_value> put_property(js& engine, js_object o, js_prop_string const& key, js_value const& value) {
+    if (std::holds_alternative<class_array>(o->obj_class)) {
+        if (auto const* k = std::get_if<js_prop_utf8>(&key); k != nullptr && k->prop_text == "length") {
+            return set_array_length(engine, o, value);
+        }
+    }
+    return put(engine, o, key, value);
 }
 
 bool is_direct_eval(js const& engine, bool candidate, js_value const& fn) {
@@ -577,7 +626,7 @@ stmt_res run(js& engine, frame& fr) {
                 if (failed(k, thrown)) {
                     break;
                 }
-                auto r = put(engine, o, std::get<js_prop_string>(k), val(op.op_c));
+                auto r = put_property(engine, o, std::get<js_prop_string>(k), val(op.op_c));
                 if (failed(r, thrown)) {
                     break;
                 }
@@ -586,7 +635,13 @@ stmt_res run(js& engine, frame& fr) {
             }
             case op_code::js_op_put_id: {
                 js_object o = object_in(op.op_a, "js_op_put_id: not an object");
-                auto r = put(engine, o, key(op.op_b), val(op.op_c));
+                if (op.op_flag != 0) {
+                    // A property of an object literal.
+                    define_own_property(o, key(op.op_b), prop_value{.value = val(op.op_c)}, attrs{});
+                    ++pc;
+                    continue;
+                }
+                auto r = put_property(engine, o, key(op.op_b), val(op.op_c));
                 if (failed(r, thrown)) {
                     break;
                 }
@@ -843,7 +898,11 @@ stmt_res run(js& engine, frame& fr) {
         return normal_res{.res_value = fr.completion};
 
     unwind:
-        annotate_exception(thrown, resource::locator::locator_to_string(fr.ctx.source_locator), vm::line_of(code, pc));
+        // A frame that knows the line marks the thrown value; one that does not (a `throw` statement has
+        // no line of its own) leaves it to the frame that called it, or to the end of the program.
+        if (auto line = vm::line_of(code, pc)) {
+            annotate_exception(thrown, resource::locator::locator_to_string(fr.ctx.source_locator), line);
+        }
         while (true) {
             if (fr.scopes.empty()) {
                 return throw_res{.res_value = std::move(thrown)};
@@ -1018,6 +1077,10 @@ js_object make_script_function(js& engine,
 
 expr_res<js_value> do_call(js& engine, js_object func, javascript_func const& f, js_value const& this_value,
                            std::vector<js_value> const& args) {
+    if (!stack_left()) {
+        return throw_error(engine, js_error_res{.error_kind = js_error::range_error,
+                                                .error_detail = jsstring::from_utf8("too much recursion")});
+    }
     vm::func_ops const& code = *f.func_ops;
     context ctx{.source_locator = f.func_filename,
                 .type_of_code = type_of_code::function_code,
@@ -1089,6 +1152,9 @@ expr_res<js_value> run_code(js& engine, context const& ctx, source_elements cons
         fr.activation = *ctx.variable_object;
     }
     stmt_res r = run(engine, fr);
+    if (auto const* t = std::get_if<throw_res>(&r); t != nullptr && !eval_code) {
+        annotate_exception(t->res_value, resource::locator::locator_to_string(ctx.source_locator), std::nullopt);
+    }
     if (std::holds_alternative<normal_res>(r) || std::holds_alternative<throw_res>(r)) {
         return result_of(r, eval_code ? "call_eval" : "eval_program");
     }

@@ -698,14 +698,9 @@ struct compiler {
         return place(reg(t), d);
     }
 
-    js_operand binary(binary_expr const& b, expr_dest d) {
-        if (std::holds_alternative<comma_op>(b.binary_operator)) {
-            expr_(*b.binary_left, any_var());
-            return expr_(*b.binary_right, d);
-        }
-        js_operand left = expr_(*b.binary_left, is_pure(*b.binary_right) ? any_var() : fresh_var());
+    /// One operator of a chain: `left op right` where the left value is already in `left`.
+    js_operand binary_step(binary_expr const& b, js_operand left, int t) {
         js_operand right = expr_(*b.binary_right, any_var());
-        int t = target(d);
         if (auto const* r = std::get_if<relational_op>(&b.binary_operator)) {
             if (*r == relational_op::instance_of) {
                 emit(op_code::js_op_instance_of, t, left.operand, right.operand);
@@ -721,15 +716,66 @@ struct compiler {
         return reg(t);
     }
 
+    /// A binary expression. Chains such as `a + b + c + ...` nest to the left as deep as they are long
+    /// (generated scripts have thousands of terms), so the left spine is walked in a loop, and the
+    /// running value stays in one register.
+    js_operand binary(binary_expr const& b, expr_dest d) {
+        std::vector<binary_expr const*> spine{&b};
+        while (auto const* l = std::get_if<binary_expr>(&spine.back()->binary_left->expr_node)) {
+            spine.push_back(l);
+        }
+        js_operand acc;
+        for (std::size_t k = spine.size(); k-- > 0;) {
+            binary_expr const& node = *spine[k];
+            bool const outermost = k == 0;
+            bool const right_pure = is_pure(*node.binary_right);
+            if (k + 1 == spine.size()) {
+                acc = expr_(*node.binary_left, right_pure ? any_var() : fresh_var());
+            } else if (!right_pure && !is_temp(acc)) {
+                // The right side could assign to the variable the running value was read from.
+                acc = place(acc, fresh_var());
+            }
+            if (std::holds_alternative<comma_op>(node.binary_operator)) {
+                acc = expr_(*node.binary_right, outermost ? d : any_var());
+                continue;
+            }
+            if (outermost) {
+                int const keep = next_reg;
+                js_operand left = acc;
+                int t = d.dest == dest_kind::specific_var ? d.dest_reg : -1;
+                if (t < 0) {
+                    // The result takes a new register unless the running value already has one.
+                    t = is_temp(acc) && acc.operand == keep - 1 ? acc.operand : alloc();
+                }
+                acc = binary_step(node, left, t);
+                continue;
+            }
+            int t = is_temp(acc) && acc.operand == next_reg - 1 ? acc.operand : alloc();
+            acc = binary_step(node, acc, t);
+            // The right side's temporaries are free again; the running value stays in `t`.
+            next_reg = t + 1;
+        }
+        return acc;
+    }
+
     /// A register that several branches write into.
     int branch_reg(expr_dest d) { return d.dest == dest_kind::specific_var ? d.dest_reg : alloc(); }
 
+    /// `a && b`, `a || b`: the value goes into one register, and a test of it skips the right side.
+    /// Long chains nest to the left, so they are walked in a loop.
     js_operand logical(logical_expr const& l, expr_dest d) {
+        std::vector<logical_expr const*> spine{&l};
+        while (auto const* x = std::get_if<logical_expr>(&spine.back()->logical_left->expr_node)) {
+            spine.push_back(x);
+        }
         int t = branch_reg(d);
-        expr_(*l.logical_left, specific_var(t));
-        int jump = emit(op_code::js_op_jump_if, t, 0, 0, 0, l.logical_operator == logical_op::logical_or ? 1 : 0);
-        expr_(*l.logical_right, specific_var(t));
-        out.ops[jump].op_b = here();
+        expr_(*spine.back()->logical_left, specific_var(t));
+        for (std::size_t k = spine.size(); k-- > 0;) {
+            logical_expr const& node = *spine[k];
+            int jump = emit(op_code::js_op_jump_if, t, 0, 0, 0, node.logical_operator == logical_op::logical_or ? 1 : 0);
+            expr_(*node.logical_right, specific_var(t));
+            out.ops[jump].op_b = here();
+        }
         return reg(t);
     }
 
@@ -777,7 +823,8 @@ struct compiler {
         emit(op_code::js_op_new_object, t);
         for (auto const& [name, value] : o.object_props) {
             js_operand v = expr_(*value, any_var());
-            emit(op_code::js_op_put_id, t, key_index(key_of_name(name)), v.operand);
+            // Flag 1: the literal defines its own property, whatever a prototype holds under that name.
+            emit(op_code::js_op_put_id, t, key_index(key_of_name(name)), v.operand, 0, 1);
         }
         return reg(t);
     }

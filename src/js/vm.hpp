@@ -145,7 +145,7 @@ struct js_operand {
 ///   js_op_get_value        a=d b=r               js_op_put_value             a=r b=o
 ///   js_op_to_number        a=d b=source reg      js_op_to_object             a=d b=o
 ///   js_op_get_property     a=d b=object c=key o  js_op_get_property_id       a=d b=object c=key
-///   js_op_put              a=object b=key o c=o  js_op_put_id                a=object b=key c=o
+///   js_op_put              a=object b=key o c=o  js_op_put_id                a=object b=key c=o flag=define
 ///   js_op_call_ref         a=d b=r c=function d=arguments flag=eval candidate
 ///   js_op_call_value       a=d b=function d=arguments flag=eval candidate
 ///   js_op_call_method      a=d b=this c=function d=arguments flag=eval candidate

@@ -113,21 +113,28 @@ struct checker {
         }
     }
 
-    void check_expr(expr const& e) {
-        if (failure) {
-            return;
-        }
-        if (auto const* a = std::get_if<assign_expr>(&e.expr_node)) {
-            check_lhs(*a->assign_target, a->assign_line);
-        } else if (auto const* p = std::get_if<prefix_expr>(&e.expr_node)) {
-            if (p->prefix_operator == prefix_op::increment || p->prefix_operator == prefix_op::decrement) {
-                check_lhs(*p->prefix_operand, p->prefix_line);
+    /// Expressions are walked with a list of their own rather than by recursion: a chain of thousands
+    /// of operators is as deep as it is long.
+    void check_expr(expr const& root) {
+        std::vector<expr const*> todo{&root};
+        while (!todo.empty() && !failure) {
+            expr const& e = *todo.back();
+            todo.pop_back();
+            if (auto const* a = std::get_if<assign_expr>(&e.expr_node)) {
+                check_lhs(*a->assign_target, a->assign_line);
+            } else if (auto const* p = std::get_if<prefix_expr>(&e.expr_node)) {
+                if (p->prefix_operator == prefix_op::increment || p->prefix_operator == prefix_op::decrement) {
+                    check_lhs(*p->prefix_operand, p->prefix_line);
+                }
+            } else if (auto const* p = std::get_if<postfix_expr>(&e.expr_node)) {
+                check_lhs(*p->postfix_operand, p->postfix_line);
             }
-        } else if (auto const* p = std::get_if<postfix_expr>(&e.expr_node)) {
-            check_lhs(*p->postfix_operand, p->postfix_line);
+            std::size_t const mark = todo.size();
+            each_child(e, [&](expr const& sub) { todo.push_back(&sub); },
+                       [&](vellum::js::func_expr const& f) { check_function(f.func_body); });
+            // Source order: the first error met is the one reported.
+            std::reverse(todo.begin() + static_cast<std::ptrdiff_t>(mark), todo.end());
         }
-        each_child(e, [&](expr const& sub) { check_expr(sub); },
-                   [&](vellum::js::func_expr const& f) { check_function(f.func_body); });
     }
 
     void check_opt(std::optional<ref<expr>> const& e) {
@@ -339,18 +346,23 @@ namespace {
 struct analyser {
     analysis result;
 
-    void on_expr(expr const& e) {
-        if (auto const* call = std::get_if<expr_args>(&e.expr_node)) {
-            if (auto const* id = std::get_if<id_expr>(&call->expr_args_callee->expr_node); id && id->id_name == "eval") {
-                result.analysis_flags.has_eval = true;
+    void on_expr(expr const& root) {
+        std::vector<expr const*> todo{&root};
+        while (!todo.empty()) {
+            expr const& e = *todo.back();
+            todo.pop_back();
+            if (auto const* call = std::get_if<expr_args>(&e.expr_node)) {
+                if (auto const* id = std::get_if<id_expr>(&call->expr_args_callee->expr_node); id && id->id_name == "eval") {
+                    result.analysis_flags.has_eval = true;
+                }
+            } else if (auto const* id = std::get_if<id_expr>(&e.expr_node)) {
+                if (id->id_name == "arguments") {
+                    result.analysis_flags.has_arguments = true;
+                }
             }
-        } else if (auto const* id = std::get_if<id_expr>(&e.expr_node)) {
-            if (id->id_name == "arguments") {
-                result.analysis_flags.has_arguments = true;
-            }
+            each_child(e, [&](expr const& sub) { todo.push_back(&sub); },
+                       [&](vellum::js::func_expr const&) { result.analysis_flags.has_func_expr = true; });
         }
-        each_child(e, [&](expr const& sub) { on_expr(sub); },
-                   [&](vellum::js::func_expr const&) { result.analysis_flags.has_func_expr = true; });
     }
 
     void on_opt(std::optional<ref<expr>> const& e) {
