@@ -483,19 +483,23 @@ double parse_loose(std::u32string_view s) {
                     second = *sec;
                 }
                 have_time = true;
-            } else if (c.eat('/')) {
-                // Month/day/year.
-                auto d = number_here();
-                if (!d || !c.eat('/')) {
+            } else if (c.peek() == '/' || (c.peek() == '-' && c.at - start >= 3)) {
+                // Month/day/year, or year/month/day and year-month-day when the first number is a year
+                // (as in "2024-01-31 10:00", the interchange form with a space for the "T").
+                char32_t const separator = c.peek();
+                ++c.at;
+                auto second_number = number_here();
+                if (!second_number || !c.eat(separator)) {
                     return nan_value;
                 }
-                auto y = number_here();
-                if (!y) {
+                auto third_number = number_here();
+                if (!third_number) {
                     return nan_value;
                 }
-                month = static_cast<int>(n) - 1;
-                day = *d;
-                year = *y;
+                bool const year_first = separator == '-' || n >= 100;
+                month = static_cast<int>(year_first ? *second_number : n) - 1;
+                day = year_first ? *third_number : *second_number;
+                year = year_first ? n : *third_number;
             } else if (c.at - start >= 3 || day) {
                 year = n;
             } else {
@@ -510,6 +514,9 @@ double parse_loose(std::u32string_view s) {
     }
     if (*year >= 0 && *year < 100) {
         *year += 1900;
+    }
+    if (*day > month_start(*month + 1, leap_year(*year)) - month_start(*month, leap_year(*year))) {
+        return nan_value;
     }
     if (pm) {
         if (hour > 12) {

@@ -47,8 +47,9 @@ struct depth_guard {
 expr_res<js_value> dispatch(builtins::call_info const& c, standard_func const& f) {
     depth_guard guard;
     if (guard.too_deep) {
-        return exception{.exception_value = new_error(c.engine, native_error::range_error,
-                                                      jsstring::from_utf8("too much recursion"))};
+        // The same error as for runaway recursion of script functions.
+        return throw_error(c.engine, js_error_res{.error_kind = js_error::range_error,
+                                                  .error_detail = jsstring::from_utf8("too much recursion")});
     }
     return std::visit(overloaded{
                           [&](global_func g) { return builtins::call_global(c, g); },
