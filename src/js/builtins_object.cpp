@@ -74,10 +74,20 @@ attrs attrs_of(descriptor const& d, attrs current) {
     return current;
 }
 
-// A permanent property that cannot be written: a read-only value, or an accessor (which is never
-// read-only itself), may not be redefined.
-bool is_frozen(attrs a, bool accessor = false) {
-    return (a.has(attr::read_only) || accessor) && a.has(attr::no_delete);
+// Whether a descriptor may change a property that has these attributes. A permanent property that
+// cannot be written (a read-only value, or an accessor, which is never read-only itself) may not be
+// redefined at all; any other permanent property may not become deletable, change its visibility, or
+// turn into an accessor.
+bool may_redefine(attrs a, bool accessor, descriptor const& d) {
+    if (!a.has(attr::no_delete)) {
+        return true;
+    }
+    if (a.has(attr::read_only) || accessor) {
+        return false;
+    }
+    bool const enumerable = !a.has(attr::no_enum);
+    return !d.desc_configurable.value_or(false) && d.desc_enumerable.value_or(enumerable) == enumerable &&
+           !d.desc_get && !d.desc_set;
 }
 
 std::optional<js_object> function_or_none(std::optional<js_value> const& v) {
@@ -102,7 +112,7 @@ expr_res<js_value> define_property(js& engine, js_object o, js_prop_string const
             js_value value = undefined();
             if (*index < items.length()) {
                 if (auto const* it = std::get_if<item>(&items[*index])) {
-                    if (is_frozen(it->item_attrs)) {
+                    if (!may_redefine(it->item_attrs, false, d)) {
                         return cannot_modify();
                     }
                     current = it->item_attrs;
@@ -160,7 +170,7 @@ expr_res<js_value> define_property(js& engine, js_object o, js_prop_string const
     property_value content = prop_value{.value = undefined()};
     if (auto pos = find_own_property(o, key)) {
         js_property const& p = o->obj_properties[*pos];
-        if (is_frozen(p.property_attrs, std::holds_alternative<prop_accessor>(p.property_value))) {
+        if (!may_redefine(p.property_attrs, std::holds_alternative<prop_accessor>(p.property_value), d)) {
             return cannot_modify();
         }
         current = p.property_attrs;

@@ -75,6 +75,20 @@ TEST_F(scripts, library_calls_back_into_scripts) {
          " o.s = 5; seen + ':' + o.s",
          "5:undefined"},
         {"read-only stays", "var o = {}; Object.defineProperty(o, 'r', {value: 1}); o.r = 2; o.r", "1"},
+        {"permanent stays permanent",
+         "var o = {}; Object.defineProperty(o, 'p', {value: 1, writable: true});"
+         "Object.defineProperty(o, 'p', {value: 2});"
+         "try { Object.defineProperty(o, 'p', {configurable: true}); } catch (e) { o.p + ' ' + e.message }",
+         "2 cannot modify property"},
+        {"permanent element",
+         "var a = [1]; Object.defineProperty(a, '0', {configurable: false});"
+         "var r = delete a[0]; try { Object.defineProperty(a, 0, {enumerable: false}); } catch (e) { r + ' ' "
+         "+ e.name }",
+         "false TypeError"},
+        {"length keeps permanent elements",
+         "var a = [1, 2, 3]; Object.defineProperty(a, 1, {value: 'x', configurable: false});"
+         "try { Object.defineProperty(a, 'length', {value: 0}); } catch (e) { a.length + ' ' + e.name }",
+         "2 TypeError"},
         {"keys in order of insertion", "var o = {b: 1, a: 2}; o[0] = 3; Object.keys(o).join()", "b,a,0"},
         {"array keys", "var a = ['x', 'y']; a.k = 1; Object.keys(a).join()", "0,1,k"},
         {"instanceof of errors",
