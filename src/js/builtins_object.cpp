@@ -382,15 +382,8 @@ expr_res<js_value> function_member(call_info const& c, object_func f) {
 }
 
 expr_res<js_value> boolean_member(call_info const& c, object_func f) {
-    std::optional<bool> b;
-    if (auto const* v = std::get_if<bool>(&c.this_value)) {
-        b = *v;
-    } else if (auto const* o = std::get_if<js_object>(&c.this_value)) {
-        if (auto const* w = std::get_if<class_boolean>(&(*o)->obj_class)) {
-            b = w->boolean_value;
-        }
-    }
-    if (!b) {
+    bool const* b = this_primitive(c.this_value, &class_boolean::boolean_value);
+    if (b == nullptr) {
         return throw_error(c.engine, js_error::not_boolean);
     }
     if (f == object_func::boolean_to_string) {
