@@ -312,6 +312,10 @@ expr_res<js_value> object_prototype_member(call_info const& c, object_func f) {
         return *e;
     }
     if (f == object_func::object_has_own_property) {
+        // An array's length lives as an accessor on Array.prototype, but to scripts it is the array's own.
+        if (std::holds_alternative<class_array>(self->obj_class) && key == key_of_utf8("length")) {
+            return true;
+        }
         return has_own_property(engine, self, key);
     }
     for (auto const& name : enumerate_own(engine, self)) {

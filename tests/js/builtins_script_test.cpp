@@ -170,8 +170,7 @@ TEST_F(scripts, arrays_are_generic_and_keep_holes) {
         {"toString without join", "var o = {join: 5}; Array.prototype.toString.call(o)", "[object Object]"},
         {"toLocaleString calls each",
          "[{toLocaleString: function () { return 'L'; }}, null, 2].toLocaleString()", "L,,2"},
-        {"sort of mixed values", "[true, 'b', 10, null, undefined, 'a', 2].sort().join()",
-         "10,2,a,b,,true,"},
+        {"sort of mixed values", "[true, 'b', 10, null, undefined, 'a', 2].sort().join()", "10,2,a,b,,true,"},
         {"sort of array-like",
          "var o = {length: 3, 0: 'c', 2: 'a'}; Array.prototype.sort.call(o); o[0] + o[1] + (2 in o)",
          "acfalse"},
@@ -194,6 +193,10 @@ TEST_F(scripts, arrays_are_generic_and_keep_holes) {
         {"length set larger makes holes",
          "var a = [1]; a.length = 3; a.length + ' ' + (1 in a) + ' ' + a.join()", "3 false 1,,"},
         {"pop of empty", "var a = []; String(a.pop()) + a.length", "undefined0"},
+        {"length is an array's own",
+         "var a = [1]; a.hasOwnProperty('length') + ' ' + ({}).hasOwnProperty.call({}, 'length') + ' ' +"
+         "a.propertyIsEnumerable('length') + ' ' + Object.keys(a).join()",
+         "true false false 0"},
     };
     for (auto const& c : cases) {
         SCOPED_TRACE(c.name);
@@ -350,7 +353,8 @@ TEST_F(scripts, objects_functions_errors_and_dates) {
         {"date ISO forms",
          "[new Date(Date.UTC(10000, 0)).toISOString(), new Date(Date.UTC(-1, 0)).toISOString()].join(' ')",
          "+010000-01-01T00:00:00.000Z -000001-01-01T00:00:00.000Z"},
-        {"date valueOf and arithmetic", "var d = new Date(5); (d - 2) + ' ' + ((d + '').length > 10)", "3 true"},
+        {"date valueOf and arithmetic", "var d = new Date(5); (d - 2) + ' ' + ((d + '').length > 10)",
+         "3 true"},
         {"Date.now is a number", "typeof Date.now() + ' ' + (Date.now() > 1.6e12)", "number true"},
         {"date UTC string of a weekday", "new Date(Date.UTC(2024, 1, 29)).toUTCString()",
          "Thu, 29 Feb 2024 00:00:00 GMT"},
