@@ -301,7 +301,7 @@ struct builder {
         std::visit(
             overloaded{
                 [&](prepack::span_nested const& n) {
-                    auto const& ns = n.nested;
+                    auto const& ns = *n.nested;
                     auto nfl = nested_first_line(fl, ns);
                     fonts::direction ndir = dir;
                     if (ns.span_direction) {
@@ -334,7 +334,7 @@ struct builder {
                                                                   .page_display = footnote_display::inline_footnote}});
                                    },
                                },
-                               f.footnote_body);
+                               *f.footnote_body);
                     one(req, style, fl, dir, width, *f.call, out);
                 },
                 [&](prepack::span_inline_block const& b) {
@@ -389,7 +389,7 @@ struct builder {
                                                                        .counter_content = c.counter}});
                                    },
                                },
-                               g.gen);
+                               *g.gen);
                 },
                 [&](prepack::span_script_func const&) {
                     // Script functions in CSS need the script host, which is not built yet.
@@ -398,7 +398,7 @@ struct builder {
                 [&](prepack::span_first_letter const& f) {
                     auto ls = style;
                     auto lfl = fl;
-                    for (auto const& ctx : f.first_letter_styles) {
+                    for (auto const& ctx : *f.first_letter_styles) {
                         ls = share(css::compute_style::compute_style(ls, ctx.context, ctx.decls));
                         if (lfl) {
                             auto s2 = share(css::compute_style::compute_style(lfl->first_line_style, ctx.context, ctx.decls));
