@@ -94,19 +94,14 @@ struct jump_target {
     std::size_t cleanup_depth = 0;
 };
 
+/// Whether evaluating an expression can change no register: literals, names, `this` and function
+/// expressions. A value read before such an expression needs no copy.
 bool is_pure(expr const& e) {
-    return std::visit(overloaded{
-                          [](number_expr const&) { return true; },
-                          [](string_expr const&) { return true; },
-                          [](bool_expr const&) { return true; },
-                          [](null_expr const&) { return true; },
-                          [](this_expr const&) { return true; },
-                          [](id_expr const&) { return true; },
-                          [](regexp_ob const&) { return true; },
-                          [](func_expr_expr const&) { return true; },
-                          [](auto const&) { return false; },
-                      },
-                      e.expr_node);
+    auto const& n = e.expr_node;
+    return std::holds_alternative<number_expr>(n) || std::holds_alternative<string_expr>(n) ||
+           std::holds_alternative<bool_expr>(n) || std::holds_alternative<null_expr>(n) ||
+           std::holds_alternative<this_expr>(n) || std::holds_alternative<id_expr>(n) ||
+           std::holds_alternative<regexp_ob>(n) || std::holds_alternative<func_expr_expr>(n);
 }
 
 js_prop_string key_of_name(prop_name const& n) {
@@ -740,14 +735,9 @@ struct compiler {
                 continue;
             }
             if (outermost) {
-                int const keep = next_reg;
-                js_operand left = acc;
-                int t = d.dest == dest_kind::specific_var ? d.dest_reg : -1;
-                if (t < 0) {
-                    // The result takes a new register unless the running value already has one.
-                    t = is_temp(acc) && acc.operand == keep - 1 ? acc.operand : alloc();
-                }
-                acc = binary_step(node, left, t);
+                // A register of its own: a comparison's boolean does not overwrite the number it came
+                // from, which the loop would then have to change back.
+                acc = binary_step(node, acc, target(d));
                 continue;
             }
             int t = is_temp(acc) && acc.operand == next_reg - 1 ? acc.operand : alloc();
@@ -1000,6 +990,10 @@ struct compiler {
             patch_jump(to_test, here());
             if (test) {
                 int saved = next_reg;
+                // The test's temporaries lie above every register used so far, so that no register of
+                // the loop holds a number on one pass and a boolean on the next: a store of the same
+                // type is done in place, a change of type is not.
+                next_reg = std::max(next_reg, out.num_vars);
                 int j = jump_if(**test, true);
                 out.ops[j].op_b = start;
                 next_reg = saved;
@@ -1027,6 +1021,7 @@ struct compiler {
             stmt(body);
             int cont = here();
             patch_jump(to_test, cont);
+            next_reg = std::max(next_reg, out.num_vars);
             int has = alloc();
             emit(op_code::js_op_iter_has_next, has, it);
             emit(op_code::js_op_jump_if, has, start, 0, 0, 1);
@@ -1201,6 +1196,8 @@ struct compiler {
                         stmt(*x.do_while_body);
                         int cont = here();
                         int saved = next_reg;
+                        // As in `for` loops: the test's temporaries apart from the body's.
+                        next_reg = std::max(next_reg, out.num_vars);
                         int j = jump_if(*x.do_while_test, true);
                         out.ops[j].op_b = start;
                         next_reg = saved;
