@@ -86,7 +86,7 @@ enum class target_kind { loop, switch_statement, labelled };
 
 /// A statement that `break` (and for loops `continue`) may leave or repeat: its labels, the jumps to
 /// patch once its ends are known, and how many cleanups were open outside it.
-struct jump_target {
+struct target_info {
     target_kind kind = target_kind::labelled;
     label_set labels;
     std::vector<int> break_jumps;
@@ -209,7 +209,7 @@ struct compiler {
     int finally_depth = 0;
     /// A register a `return` keeps its value in while finally blocks run; -1 if the body has none.
     int return_reg = -1;
-    std::vector<jump_target> targets;
+    std::vector<target_info> label_targets;
     std::vector<cleanup> cleanups;
     std::vector<std::vector<int>> finally_calls;
     std::vector<std::pair<int, int>> lines_stack;
@@ -920,17 +920,17 @@ struct compiler {
     /// Runs `body` as a statement that `break` (and, for loops, `continue`) may target; gives the jump
     /// target so that its jumps can be patched.
     template <class F>
-    jump_target targeted(target_kind kind, label_set labels, F&& body) {
-        targets.push_back(jump_target{.kind = kind, .labels = std::move(labels), .cleanup_depth = cleanups.size()});
+    target_info targeted(target_kind kind, label_set labels, F&& body) {
+        label_targets.push_back(target_info{.kind = kind, .labels = std::move(labels), .cleanup_depth = cleanups.size()});
         body();
-        jump_target t = std::move(targets.back());
-        targets.pop_back();
+        target_info t = std::move(label_targets.back());
+        label_targets.pop_back();
         return t;
     }
 
     void jump_out(bool is_break, std::optional<std::string> const& label) {
-        for (std::size_t k = targets.size(); k-- > 0;) {
-            jump_target& t = targets[k];
+        for (std::size_t k = label_targets.size(); k-- > 0;) {
+            target_info& t = label_targets[k];
             bool matches = label ? std::find(t.labels.begin(), t.labels.end(), *label) != t.labels.end()
                                  : (t.kind == target_kind::loop || (is_break && t.kind == target_kind::switch_statement));
             if (!matches) {
@@ -951,7 +951,7 @@ struct compiler {
     template <class F>
     void loop(label_set labels, F&& body) {
         int cont = 0;
-        jump_target t = targeted(target_kind::loop, std::move(labels), [&] { cont = body(); });
+        target_info t = targeted(target_kind::loop, std::move(labels), [&] { cont = body(); });
         patch_jumps(t.continue_jumps, cont);
         patch_jumps(t.break_jumps, here());
     }
@@ -1055,7 +1055,7 @@ struct compiler {
         int to_default = reserve();
         // Bodies in source order: the clauses before the default, the default, the clauses after it.
         std::vector<int> body_starts;
-        jump_target t = targeted(target_kind::switch_statement, std::move(labels), [&] {
+        target_info t = targeted(target_kind::switch_statement, std::move(labels), [&] {
             for (auto const& c : cb.first_clauses) {
                 body_starts.push_back(here());
                 elements(c.case_body);
@@ -1156,7 +1156,7 @@ struct compiler {
                             std::holds_alternative<switch_stmt>(s.stmt_node) ||
                             std::holds_alternative<labelled_stmt>(s.stmt_node);
         if (!labels.empty() && !takes_labels) {
-            jump_target t = targeted(target_kind::labelled, labels, [&] { stmt_body(s, {}); });
+            target_info t = targeted(target_kind::labelled, labels, [&] { stmt_body(s, {}); });
             patch_jumps(t.break_jumps, here());
         } else {
             stmt_body(s, std::move(labels));
