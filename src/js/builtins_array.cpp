@@ -314,7 +314,7 @@ expr_res<js_value> index_of(call_info const& c, js_object o, std::int64_t len, b
         }
         double const n = static_cast<double>(len);
         if (last) {
-            from = static_cast<std::int64_t>(d >= 0 ? std::min(d, n - 1) : n + d);
+            from = static_cast<std::int64_t>(d >= 0 ? std::min(d, n - 1) : std::max(n + d, -1.0));
         } else {
             from = static_cast<std::int64_t>(d >= 0 ? std::min(d, n) : std::max(n + d, 0.0));
         }
