@@ -11,6 +11,12 @@ using namespace vellum::js::eval::testing;
 
 namespace {
 
+struct script_case {
+    char const* name;
+    char const* source;
+    char const* expected;
+};
+
 struct scripts : engine_test {
     /// The completion value of a script as text, or "throws " and the error's text.
     std::string run(std::string const& source) {
@@ -27,12 +33,15 @@ struct scripts : engine_test {
         }
         return text_of(engine, std::get<js_value>(r));
     }
-};
 
-struct script_case {
-    char const* name;
-    char const* source;
-    char const* expected;
+    /// Runs each case and compares its completion value.
+    template <std::size_t N>
+    void check(script_case const (&cases)[N]) {
+        for (auto const& c : cases) {
+            SCOPED_TRACE(c.name);
+            EXPECT_EQ(run(c.source), c.expected);
+        }
+    }
 };
 
 } // namespace
@@ -116,10 +125,7 @@ TEST_F(scripts, library_calls_back_into_scripts) {
         {"parseInt", "[parseInt('0x1f'), parseInt('08'), parseInt('12px', 10), parseInt('z', 37)].join()",
          "31,8,12,NaN"},
     };
-    for (auto const& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(run(c.source), c.expected);
-    }
+    check(cases);
 }
 
 TEST_F(scripts, runaway_recursion_ends_in_an_error) {
@@ -200,10 +206,7 @@ TEST_F(scripts, arrays_are_generic_and_keep_holes) {
          "a.propertyIsEnumerable('length') + ' ' + Object.keys(a).join()",
          "true false false 0"},
     };
-    for (auto const& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(run(c.source), c.expected);
-    }
+    check(cases);
 }
 
 TEST_F(scripts, strings_numbers_and_uris) {
@@ -275,10 +278,7 @@ TEST_F(scripts, strings_numbers_and_uris) {
         {"Number wrappers", "var n = new Number(5); (n + 1) + ' ' + typeof n + ' ' + n.toFixed(1)",
          "6 object 5.0"},
     };
-    for (auto const& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(run(c.source), c.expected);
-    }
+    check(cases);
 }
 
 TEST_F(scripts, objects_functions_errors_and_dates) {
@@ -366,8 +366,5 @@ TEST_F(scripts, objects_functions_errors_and_dates) {
         {"date getters of invalid",
          "var d = new Date(NaN); [d.getDay(), d.getUTCMilliseconds(), d.valueOf()].join()", "NaN,NaN,NaN"},
     };
-    for (auto const& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(run(c.source), c.expected);
-    }
+    check(cases);
 }
