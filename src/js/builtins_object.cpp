@@ -99,71 +99,86 @@ std::optional<js_object> function_or_none(std::optional<js_value> const& v) {
     return std::nullopt;
 }
 
-expr_res<js_value> define_property(js& engine, js_object o, js_prop_string const& key, descriptor const& d) {
-    auto cannot_modify = [&] { return type_error(engine, "cannot modify property"); };
-    auto const index = array_index(key);
-    if (auto const* a = std::get_if<class_array>(&o->obj_class)) {
-        if (index) {
-            if (d.desc_get || d.desc_set) {
-                return type_error(engine, "cannot define an accessor on an array element");
+exception cannot_modify(js& engine) {
+    return type_error(engine, "cannot modify property");
+}
+
+// An element of an array: a value with attributes (an element cannot hold an accessor).
+expr_res<js_value> define_element(js& engine, js_object o, std::uint32_t index, descriptor const& d) {
+    if (d.desc_get || d.desc_set) {
+        return type_error(engine, "cannot define an accessor on an array element");
+    }
+    auto const& items = std::get<class_array>(o->obj_class).array_items;
+    attrs current = all_attrs;
+    js_value value = undefined();
+    if (index < items.length()) {
+        if (auto const* it = std::get_if<item>(&items[index])) {
+            if (!may_redefine(it->item_attrs, false, d)) {
+                return cannot_modify(engine);
             }
-            auto const& items = a->array_items;
-            attrs current = all_attrs;
-            js_value value = undefined();
-            if (*index < items.length()) {
-                if (auto const* it = std::get_if<item>(&items[*index])) {
-                    if (!may_redefine(it->item_attrs, false, d)) {
-                        return cannot_modify();
-                    }
-                    current = it->item_attrs;
-                    value = it->item_value;
-                }
-            } else if (auto r = put(engine, o, key, undefined()); is_exception(r)) {
-                // Writing the element first grows the array, within its bounds.
+            current = it->item_attrs;
+            value = it->item_value;
+        }
+    } else if (auto r = put(engine, o, key_of_int(index), undefined()); is_exception(r)) {
+        // Writing the element first grows the array, within its bounds.
+        return r;
+    }
+    items[index] = item{.item_value = d.desc_value.value_or(value), .item_attrs = attrs_of(d, current)};
+    return o;
+}
+
+// The length of an array: permanent and hidden, so only its value may change. Shortening stops above
+// the last element that may not be deleted, and then fails.
+expr_res<js_value> define_array_length(js& engine, js_object o, descriptor const& d) {
+    if (d.desc_get || d.desc_set || d.desc_configurable.value_or(false) ||
+        d.desc_enumerable.value_or(false)) {
+        return cannot_modify(engine);
+    }
+    if (!d.desc_value) {
+        return o;
+    }
+    double length = 0;
+    if (auto e = take(to_double_value(engine, *d.desc_value), length)) {
+        return *e;
+    }
+    if (!(length >= 0 && length <= 4294967295.0 && length == std::trunc(length))) {
+        return throw_error(engine, js_error::invalid_array_length);
+    }
+    auto const wanted = static_cast<std::uint32_t>(length);
+    auto const& items = std::get<class_array>(o->obj_class).array_items;
+    for (std::size_t i = items.length(); i > wanted; --i) {
+        if (auto const* it = std::get_if<item>(&items[i - 1]); it && it->item_attrs.has(attr::no_delete)) {
+            if (auto r = set_array_length(engine, o, int_value(static_cast<std::int64_t>(i)));
+                is_exception(r)) {
                 return r;
             }
-            items[*index] =
-                item{.item_value = d.desc_value.value_or(value), .item_attrs = attrs_of(d, current)};
-            return o;
+            return cannot_modify(engine);
         }
-        if (auto const* u = std::get_if<js_prop_utf8>(&key); u && u->prop_text == "length") {
-            // An array's length is permanent and hidden; only its value may change.
-            if (d.desc_get || d.desc_set || d.desc_configurable.value_or(false) ||
-                d.desc_enumerable.value_or(false)) {
-                return cannot_modify();
-            }
-            if (!d.desc_value) {
-                return o;
-            }
-            double length = 0;
-            if (auto e = take(to_double_value(engine, *d.desc_value), length)) {
-                return *e;
-            }
-            if (!(length >= 0 && length <= 4294967295.0 && length == std::trunc(length))) {
-                return throw_error(engine, js_error::invalid_array_length);
-            }
-            // Shortening stops above the last element that may not be deleted, and then fails.
-            auto const wanted = static_cast<std::uint32_t>(length);
-            for (std::size_t i = a->array_items.length(); i > wanted; --i) {
-                if (auto const* it = std::get_if<item>(&a->array_items[i - 1]);
-                    it && it->item_attrs.has(attr::no_delete)) {
-                    if (auto r = set_array_length(engine, o, int_value(static_cast<std::int64_t>(i)));
-                        is_exception(r)) {
-                        return r;
-                    }
-                    return cannot_modify();
-                }
-            }
-            if (auto r = set_array_length(engine, o, number_value(length)); is_exception(r)) {
+    }
+    return set_array_length(engine, o, number_value(length));
+}
+
+bool is_length(js_prop_string const& key) {
+    auto const* u = std::get_if<js_prop_utf8>(&key);
+    return u != nullptr && u->prop_text == "length";
+}
+
+expr_res<js_value> define_property(js& engine, js_object o, js_prop_string const& key, descriptor const& d) {
+    auto const index = array_index(key);
+    if (std::holds_alternative<class_array>(o->obj_class)) {
+        if (index) {
+            return define_element(engine, o, *index, d);
+        }
+        if (is_length(key)) {
+            if (auto r = define_array_length(engine, o, d); is_exception(r)) {
                 return r;
             }
             return o;
         }
     }
     if (auto const* s = std::get_if<class_string>(&o->obj_class)) {
-        auto const* u = std::get_if<js_prop_utf8>(&key);
-        if ((index && *index < s->string_value.length()) || (u && u->prop_text == "length")) {
-            return cannot_modify();
+        if ((index && *index < s->string_value.length()) || is_length(key)) {
+            return cannot_modify(engine);
         }
     }
     attrs current = all_attrs;
@@ -171,7 +186,7 @@ expr_res<js_value> define_property(js& engine, js_object o, js_prop_string const
     if (auto pos = find_own_property(o, key)) {
         js_property const& p = o->obj_properties[*pos];
         if (!may_redefine(p.property_attrs, std::holds_alternative<prop_accessor>(p.property_value), d)) {
-            return cannot_modify();
+            return cannot_modify(engine);
         }
         current = p.property_attrs;
         content = p.property_value;
