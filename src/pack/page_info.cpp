@@ -104,7 +104,7 @@ eval_knuth::eval_env env_of(page_info const& info) {
                                   return target_counter_text(*targets, *looked_up, pages, t);
                               },
                           },
-                          c.counter_content);
+                          *c.counter_content);
     };
     return env;
 }
