@@ -326,11 +326,13 @@ number arithmetic(arith_op op, number a, number b) {
             if (*ib == 0) {
                 return nan_value;
             }
-            // The one quotient that overflows; its remainder is 0.
-            if (*ib == -1) {
-                return std::int64_t{0};
+            // The remainder takes the dividend's sign, and a zero remainder of a negative dividend is
+            // -0, which only a double holds. (Division by -1 is also the one quotient that overflows.)
+            std::int64_t const r = *ib == -1 ? 0 : *ia % *ib;
+            if (r == 0 && *ia < 0) {
+                return -0.0;
             }
-            return *ia % *ib;
+            return r;
         }
         return std::fmod(da, db);
     }

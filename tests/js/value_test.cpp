@@ -160,7 +160,12 @@ TEST_F(engine_test, division_and_remainder_rules) {
     EXPECT_EQ(ok(numeric_op(engine, arith_op::remainder, num(-7), num(3))), num(-1));
     EXPECT_EQ(ok(numeric_op(engine, arith_op::remainder, num(7), num(-3))), num(1));
     EXPECT_TRUE(std::isnan(as_double(ok(numeric_op(engine, arith_op::remainder, num(7), num(0))))));
-    EXPECT_EQ(ok(numeric_op(engine, arith_op::remainder, num(std::numeric_limits<std::int64_t>::min()), num(-1))), num(0));
+    // A zero remainder of a negative dividend is -0, also for the quotient that overflows.
+    for (auto const dividend : {std::int64_t{-1}, std::int64_t{-6}, std::numeric_limits<std::int64_t>::min()}) {
+        auto const r = as_double(ok(numeric_op(engine, arith_op::remainder, num(dividend), num(-1))));
+        EXPECT_TRUE(r == 0 && std::signbit(r)) << dividend;
+    }
+    EXPECT_EQ(ok(numeric_op(engine, arith_op::remainder, num(6), num(-3))), num(0));
     EXPECT_EQ(ok(numeric_op(engine, arith_op::remainder, dbl(5.5), num(2))), dbl(1.5));
     // Strings are converted: "6" * "7".
     EXPECT_EQ(ok(numeric_op(engine, arith_op::multiply, str("6"), str("7"))), num(42));
