@@ -437,7 +437,7 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
         measuring.emplace();
     }
     if (auto const* t = std::get_if<prepack::bcontent_table>(&b.block_content)) {
-        computed_table = table_pack::compute_table(info, t->table, b.block_style, used.used_width);
+        computed_table = table_pack::compute_table(info, *t->table, b.block_style, used.used_width);
     } else if (auto const* t = std::get_if<prepack::bcontent_computed_table_box>(&b.block_content)) {
         computed_table = t->box;
     }

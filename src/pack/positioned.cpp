@@ -404,19 +404,19 @@ void gather_fixed(prepack::block const& b, std::vector<prepack::block>& out) {
                    [&](prepack::bcontent_blocks const& c) { gather_fixed_list(c.blocks, out); },
                    [&](prepack::bcontent_para const& p) { gather_fixed_spans(p.para.para_spans, out); },
                    [&](prepack::bcontent_table const& t) {
-                       for (auto const& c : t.table.caption_tops) {
+                       for (auto const& c : t.table->caption_tops) {
                            gather_fixed(c, out);
                        }
-                       if (t.table.table.header) {
-                           gather_fixed_rows(t.table.table.header->rowgroup_content, out);
+                       if (t.table->table.header) {
+                           gather_fixed_rows(t.table->table.header->rowgroup_content, out);
                        }
-                       for (auto const& g : t.table.table.body) {
+                       for (auto const& g : t.table->table.body) {
                            gather_fixed_rows(g.rowgroup_content, out);
                        }
-                       if (t.table.table.footer) {
-                           gather_fixed_rows(t.table.table.footer->rowgroup_content, out);
+                       if (t.table->table.footer) {
+                           gather_fixed_rows(t.table->table.footer->rowgroup_content, out);
                        }
-                       for (auto const& c : t.table.caption_bottoms) {
+                       for (auto const& c : t.table->caption_bottoms) {
                            gather_fixed(c, out);
                        }
                    },

@@ -863,7 +863,7 @@ void use_table_width(prepack::computed_table_anony_box const& t, css::used_style
 }
 
 packed_table pack_table(page_info info, prepack::computed_table_anony_box const& t, areas::areas const& inner) {
-    auto const& ct = std::get<prepack::bcontent_computed_table>(t.table_blocks.at(0).block_content).table;
+    auto const& ct = *std::get<prepack::bcontent_computed_table>(t.table_blocks.at(0).block_content).table;
     auto const& ts = *ct.table_used_style;
     bool const collapse = collapsing(ts);
     float const hs = ct.table_used_cellspacing.cellspacing_h;

@@ -220,23 +220,23 @@ void content(std::string& out, bcontent const& c, int depth) {
                    },
                    [&](bcontent_table const& t) {
                        out += indent(depth) + "table\n";
-                       for (auto const& c : t.table.caption_tops) {
+                       for (auto const& c : t.table->caption_tops) {
                            out += indent(depth + 1) + "caption top\n";
                            one_block(out, c, depth + 2);
                        }
-                       for (auto const& g : t.table.table.colgroups) {
+                       for (auto const& g : t.table->table.colgroups) {
                            out += indent(depth + 1) + "colgroup " + std::to_string(g.colgroup_cols.size()) + "\n";
                        }
-                       if (t.table.table.header) {
-                           rowgroup_text(out, "header", *t.table.table.header, depth + 1);
+                       if (t.table->table.header) {
+                           rowgroup_text(out, "header", *t.table->table.header, depth + 1);
                        }
-                       for (auto const& g : t.table.table.body) {
+                       for (auto const& g : t.table->table.body) {
                            rowgroup_text(out, "rowgroup", g, depth + 1);
                        }
-                       if (t.table.table.footer) {
-                           rowgroup_text(out, "footer", *t.table.table.footer, depth + 1);
+                       if (t.table->table.footer) {
+                           rowgroup_text(out, "footer", *t.table->table.footer, depth + 1);
                        }
-                       for (auto const& c : t.table.caption_bottoms) {
+                       for (auto const& c : t.table->caption_bottoms) {
                            out += indent(depth + 1) + "caption bottom\n";
                            one_block(out, c, depth + 2);
                        }

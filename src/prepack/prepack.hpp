@@ -759,8 +759,9 @@ struct bcontent_para {
     bool operator==(bcontent_para const&) const = default;
 };
 
+// Tables are rare among blocks and their records are large: boxed, so that every block stays small.
 struct bcontent_table {
-    prepack::table_anony_box table;
+    boxed<prepack::table_anony_box> table;
     bool operator==(bcontent_table const&) const = default;
 };
 
@@ -770,7 +771,7 @@ struct bcontent_computed_table_box {
 };
 
 struct bcontent_computed_table {
-    prepack::computed_table table;
+    boxed<prepack::computed_table> table;
     bool operator==(bcontent_computed_table const&) const = default;
 };
 

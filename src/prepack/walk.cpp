@@ -1049,7 +1049,7 @@ struct walker {
                     .block_style = style,
                     .block_type = type_original{std::move(stuff)},
                     .block_bg = bgs};
-            std::get<bcontent_table>(b.block_content).table.table_bg = bgs;
+            std::get<bcontent_table>(b.block_content).table->table_bg = bgs;
             if (*kind_of(s) == display_kind::inline_table) {
                 return {th_inline_block{std::move(b)}};
             }
