@@ -3,7 +3,9 @@
 #include "css/compute_style.hpp"
 #include "css/styledom/computed.hpp"
 #include "css/styledom/sheets.hpp"
+#include "driver/help.hpp"
 #include "driver/pack_loop.hpp"
+#include "host/script_phase.hpp"
 #include "driver/pdf_rules.hpp"
 #include "image/images.hpp"
 #include "svg/file.hpp"
@@ -566,6 +568,22 @@ result<engine> new_engine(log::log const& log,
     return engine{.engine_loader = loader, .engine_options = options, .engine_fonts = *fonts};
 }
 
+hostjs::host_settings script_settings(resource::loader::loader const& loader) {
+    hostjs::host_settings settings{.app_name = "Vellum", .app_version = help::version_number()};
+    std::visit(overloaded{
+                   [&](resource::loader::no_network const& n) {
+                       settings.user_agent = n.no_network_options.user_agent;
+                       settings.online = false;
+                   },
+                   [&](resource::loader::yes_network const& y) {
+                       settings.user_agent = y.network.loader_http_options.user_agent;
+                       settings.online = true;
+                   },
+               },
+               loader.loader_network);
+    return settings;
+}
+
 std::optional<loaded_document> load_input_document(log::log const& log,
                                                    resource::loader::loader const& loader,
                                                    job::job const& job,
@@ -591,7 +609,13 @@ std::optional<loaded_document> load_input_document(log::log const& log,
     log::log_debug(log, "loaded document: " + resource::locator::locator_to_string(xdoc->doc_url));
     auto const base = doc.input_base ? *doc.input_base : xdoc->doc_url;
     auto prepared = document::input::prepare_document(log, type, *xdoc, doc.style_info, base, job.metadata);
-    // FIXME: "Running scripts..." comes here with the script host, before the cascade.
+    // Scripts run before the cascade, which sees the tree as they left it. A run that asks for no script
+    // builds no engine at all.
+    if (doc.style_info.use_author_scripts) {
+        hostjs::prefetch_document_scripts(log, loader, prepared.prepared_dom);
+    }
+    auto host = hostjs::run_script_phase(log, std::shared_ptr<resource::loader::loader const>(std::shared_ptr<void>(), &loader),
+                                         script_settings(loader), doc.style_info, prepared.prepared_dom);
     log::log_progress_stage(log, "Applying style sheets...");
     auto styled = std::make_shared<styledom::styled_document>(
         styledom::style_document(log, loader, prepared.prepared_dom, styledom::computed::typed_hooks()));
@@ -604,7 +628,8 @@ std::optional<loaded_document> load_input_document(log::log const& log,
                            .doc_metadata = prepared.prepared_metadata,
                            .doc_pdf_options = std::move(options),
                            .doc_dom = prepared.prepared_dom,
-                           .doc_styled = std::move(styled)};
+                           .doc_styled = std::move(styled),
+                           .doc_host_js = std::move(host)};
 }
 
 namespace {
@@ -626,6 +651,14 @@ void register_document_fonts(engine const& engine, loaded_document const& doc) {
                                });
 }
 
+bool write_to_destination(log::log const& log,
+                          engine const& engine,
+                          job::job const& job,
+                          loaded_document const& first,
+                          pass_outcome const& outcome,
+                          link_targets const& links,
+                          glyph_tally const& tally);
+
 // The whole conversion; the PDF goes to `stream` when one is given, else where the job says.
 bool convert_with(log::log const& log, engine const& engine, job::job const& job, std::FILE* stream) {
     // Pixel lengths in every style sheet count against the resolution the command line gives.
@@ -634,14 +667,6 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
     if (auto started = resource::loader::start_prefetch_threads(log, engine.engine_loader); !started) {
         log::log_error(log, started.error());
         return false;
-    }
-    // The script engine is not built yet: scripts asked for are not run, and the user hears it once.
-    bool const scripts_asked = std::ranges::any_of(job.input_documents, [](job::input_document const& d) {
-        return d.style_info.use_author_scripts || !d.style_info.user_scripts.empty();
-    });
-    if (scripts_asked) {
-        log::log_warning_once(log, "JavaScript is not supported yet: --javascript and --script are ignored and no "
-                              "script is run");
     }
     std::vector<loaded_document> docs;
     // Each image is read once for the whole run, however many documents and pages show it.
@@ -720,11 +745,27 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
     for (auto const& doc : docs) {
         links.link_doc_bases.push_back(doc.doc_base);
     }
+    bool written = true;
     if (stream) {
         write_output(log, engine, first, *outcome.pass_painted, outcome.pass_bookmarks, links, tally,
                      pdf::bulkio::file::file_output(stream));
-        return true;
+    } else {
+        written = write_to_destination(log, engine, job, first, outcome, links, tally);
     }
+    // Once the PDF is written the run has succeeded, whatever the scripts do now.
+    if (auto const* used = std::get_if<hostjs::host_js_used>(&first.doc_host_js); written && used) {
+        hostjs::fire_complete(*used->host, static_cast<int>(outcome.pass_painted->pages().size()));
+    }
+    return written;
+}
+
+bool write_to_destination(log::log const& log,
+                          engine const& engine,
+                          job::job const& job,
+                          loaded_document const& first,
+                          pass_outcome const& outcome,
+                          link_targets const& links,
+                          glyph_tally const& tally) {
     return std::visit(
         overloaded{
             [&](job::file const& f) {
