@@ -171,7 +171,8 @@ pass_outcome pack_pass(log::log const& log,
                        bool first_pass,
                        pass_painting painting,
                        std::function<std::shared_ptr<pdf::painter::page_stream>()> const& new_stream,
-                       glyph_tally& tally) {
+                       glyph_tally& tally,
+                       std::shared_ptr<prepack::script_calls const> const& scripts) {
     auto painted = new_stream();
     auto const looked_up = std::make_shared<prepack::targets::looked_up>();
     pack::pass_input in{
@@ -199,6 +200,7 @@ pass_outcome pack_pass(log::log const& log,
         .pass_loader = engine.engine_loader,
         .pass_hyph = engine.engine_hyph,
         .pass_shapes = engine.engine_shapes,
+        .pass_scripts = scripts,
     };
     auto result = pack::pack_documents(in, documents);
     auto found = std::make_shared<prepack::targets::pass_targets const>(std::move(result.result_targets));
@@ -659,6 +661,32 @@ bool write_to_destination(log::log const& log,
                           link_targets const& links,
                           glyph_tally const& tally);
 
+// What box generation and layout reach of a document's scripts: the functions registered for generated
+// content; nothing when scripts are off.
+std::shared_ptr<prepack::script_calls const> script_calls_of(hostjs::opt_host_js const& host) {
+    if (std::holds_alternative<hostjs::host_js_unused>(host)) {
+        // Scripts ran and registered nothing: every name is unknown.
+        return std::make_shared<prepack::script_calls const>(prepack::script_calls{
+            .script_has = [](std::string const&) { return false; },
+            .script_call = [](std::string const&, std::vector<std::string> const&) { return std::optional<std::string>(); },
+        });
+    }
+    auto const* used = std::get_if<hostjs::host_js_used>(&host);
+    if (used == nullptr) {
+        return nullptr;
+    }
+    auto const h = used->host;
+    return std::make_shared<prepack::script_calls const>(prepack::script_calls{
+        .script_has =
+            [h](std::string const& name) {
+                auto const funcs = hostjs::get_script_funcs(*h);
+                return std::ranges::any_of(funcs, [&](auto const& f) { return f.first == name; });
+            },
+        .script_call = [h](std::string const& name,
+                           std::vector<std::string> const& args) { return hostjs::call_script_func(*h, name, args); },
+    });
+}
+
 // The whole conversion; the PDF goes to `stream` when one is given, else where the job says.
 bool convert_with(log::log const& log, engine const& engine, job::job const& job, std::FILE* stream) {
     // Pixel lengths in every style sheet count against the resolution the command line gives.
@@ -689,8 +717,9 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
         }
         log::log_progress_stage(log, "Preparing document...");
         for (auto& doc : docs) {
+            auto const calls = script_calls_of(doc.doc_host_js);
             doc.doc_boxes = std::make_shared<prepack::pack_document const>(
-                prepack::walk::prepack_document(log, *doc.doc_styled, &image_table));
+                prepack::walk::prepack_document(log, *doc.doc_styled, &image_table, calls.get()));
         }
     }
     // The first document that loaded governs the metadata and PDF options of the whole output.
@@ -711,6 +740,8 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
     };
 
     log::log_progress_stage(log, "Converting document...");
+    // The scripts of the first document are the script context of the whole output.
+    auto const scripts = script_calls_of(first.doc_host_js);
     std::vector<ref<prepack::pack_document const>> documents;
     for (auto const& doc : docs) {
         documents.push_back(doc.doc_boxes);
@@ -727,12 +758,12 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
     auto const outcome =
         pack_loop::run(log, pack_loop::initial_targets(registry), [&](pack_loop::pack_state const& state) {
             auto r = pack_pass(log, engine, documents, state, first_pass, pass_painting::paint_while_it_may_last,
-                               new_stream, tally);
+                               new_stream, tally, scripts);
             // A pass that stopped painting and turns out to be the last is packed again, to be painted:
             // the same input gives the same pages.
             if (!r.pass_painted && !pack_loop::needs_another_pass(state, r.pass_report_of)) {
                 log::log_debug(log, "pack again to paint");
-                r = pack_pass(log, engine, documents, state, first_pass, pass_painting::paint_all, new_stream, tally);
+                r = pack_pass(log, engine, documents, state, first_pass, pass_painting::paint_all, new_stream, tally, scripts);
             }
             first_pass = false;
             return r;

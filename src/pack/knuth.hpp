@@ -254,6 +254,8 @@ struct knuth_script_func {
     fonts::direction script_direction = fonts::direction::ltr;
     /// The function's name as registered by the document's scripts.
     std::string script_func_name;
+    /// Its arguments, each generated text that may wait for the page.
+    std::vector<std::vector<prepack::text_thing>> script_func_args;
     textbuf::textbuf script_result;
     bool operator==(knuth_script_func const&) const = default;
 };

@@ -151,6 +151,8 @@ struct walker {
     dom::dom_element const* canvas_body = nullptr;
     /// The image table of the run; without one, images show their alternative content.
     images::images* image_table = nullptr;
+    /// The script host's functions for generated content; null without a script engine.
+    script_calls const* scripts = nullptr;
     // Names a kind of content that is not laid out as it asks, once per run however many elements
     // have it.
     void warn_once(std::string const& message) { log::log_warning_once(log, message); }
@@ -339,6 +341,7 @@ struct walker {
             .quotes = s.rare_props ? &s.rare_props->rare_props_quotes : nullptr,
             .lang = s.vellum_lang_value,
             .font_size = s.font_size,
+            .scripts = scripts,
             .image = [this, &s](css::value::url const& u) -> std::optional<span_inline_block> {
                 auto const url = styledom::sheets::resolve_url(*doc.styled_rules.rules_bases, u);
                 auto b = image_block(url, anonymous_style(share(s)), type_anonymous{});
@@ -1886,9 +1889,12 @@ std::optional<dom::element_ref> html_body(dom::dom_element const& root) {
 
 } // namespace
 
-pack_document prepack_document(log::log const& log, styledom::styled_document const& doc, images::images* image_table) {
+pack_document prepack_document(log::log const& log,
+                               styledom::styled_document const& doc,
+                               images::images* image_table,
+                               script_calls const* scripts) {
     auto const& dom_doc = *doc.styled_dom;
-    walker w{.log = log, .doc = doc, .doc_url = dom_doc.dom_document_url, .image_table = image_table};
+    walker w{.log = log, .doc = doc, .doc_url = dom_doc.dom_document_url, .image_table = image_table, .scripts = scripts};
     auto const root = dom::document_element(dom_doc);
     check(root.has_value(), "prepack_document");
     auto root_style = styledom::computed::style_of(**root);
