@@ -5,6 +5,8 @@
 #include "js/host.hpp"
 #include "js/object.hpp"
 #include "js/regexp.hpp"
+#include "js/run.hpp"
+#include "js/standard.hpp"
 #include "util/ref.hpp"
 #include "util/result.hpp"
 
@@ -52,6 +54,8 @@ std::unique_ptr<js> new_engine(log::log const& log,
     e.type_error_prototype = error_prototype_of(e, native_error::type_error, e.error_prototype);
     e.uri_error_prototype = error_prototype_of(e, native_error::uri_error, e.error_prototype);
     e.global_object = derived(class_object{});
+    install_standard_library(e);
+    install_vm(e);
     return engine;
 }
 
@@ -141,7 +145,8 @@ expr_res<js_value> regexp_exec(js& engine, js_value const& regexp, js_string con
             return *e;
         }
         double d = to_double(std::get<number>(n));
-        start = std::isnan(d) ? 0 : std::trunc(d);
+        // A negative index starts at the beginning, as engines of today do.
+        start = std::isnan(d) || d < 0 ? 0 : std::trunc(d);
     }
     if (start < 0 || start > static_cast<double>(subject.length())) {
         if (auto put_res = set_last_index(0); is_exception(put_res)) {

@@ -193,8 +193,8 @@ TEST_F(engine_test, plus_concatenates_after_primitives) {
     define_value(p, "toString", returning(str("x")));
     EXPECT_EQ(ok(add(engine, p, str("y"))), str("xy"));
     EXPECT_EQ(ok(add(engine, num(1), p)), str("1x"));
-    // Neither gives a primitive: TypeError.
-    js_object q = new_object(engine);
+    // Neither gives a primitive (an object without prototype has neither method): TypeError.
+    js_object q = new_object_of(engine, class_object{}, no_proto{});
     EXPECT_EQ(thrown(add(engine, q, num(1))), "TypeError: cannot convert object to primitive value");
     // A throwing valueOf passes its value on.
     js_object r = new_object(engine);

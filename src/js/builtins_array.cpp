@@ -1,0 +1,626 @@
+// `Array` and the members of `Array.prototype`. The methods are generic, as the standard makes them: they
+// work on any object through `length` and its indexed properties, holes included.
+#include "js/builtins.hpp"
+#include "util/result.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+
+namespace vellum::js::eval::builtins {
+
+namespace {
+
+js_prop_string index_key(std::int64_t i) {
+    return key_of_int(i);
+}
+
+expr_res<js_value> get_index(js& engine, js_object o, std::int64_t i) {
+    return get(engine, o, index_key(i));
+}
+
+expr_res<js_value> put_index(js& engine, js_object o, std::int64_t i, js_value const& v) {
+    return put(engine, o, index_key(i), v);
+}
+
+// Sets `length`: directly for an array, by assignment for any other object.
+expr_res<js_value> put_length(js& engine, js_object o, std::int64_t n) {
+    if (std::holds_alternative<class_array>(o->obj_class)) {
+        return set_array_length(engine, o, int_value(n));
+    }
+    return put(engine, o, key_of_utf8("length"), int_value(n));
+}
+
+// Moves the element at `from` to `to`, or makes `to` a hole if `from` is one.
+std::optional<exception> move_index(js& engine, js_object o, std::int64_t from, std::int64_t to) {
+    if (has_property(engine, o, index_key(from))) {
+        js_value v;
+        if (auto e = take(get_index(engine, o, from), v)) {
+            return e;
+        }
+        if (auto r = put_index(engine, o, to, v); is_exception(r)) {
+            return std::get<exception>(r);
+        }
+    } else {
+        delete_property(o, index_key(to));
+    }
+    return std::nullopt;
+}
+
+// The arrays whose `join` is running: an array that contains itself joins as the empty string inside,
+// where it would otherwise recurse without end.
+thread_local std::vector<object_data*> joining;
+
+expr_res<js_value> join(js& engine, js_object o, js_value const& separator, bool locale) {
+    std::uint32_t len = 0;
+    if (auto e = take(length_of(engine, o), len)) {
+        return *e;
+    }
+    js_string sep = text(",");
+    if (!std::holds_alternative<js_undefined>(separator)) {
+        if (auto e = take(to_string(engine, separator), sep)) {
+            return *e;
+        }
+    }
+    if (std::find(joining.begin(), joining.end(), o.object_rec) != joining.end()) {
+        return js_string{};
+    }
+    joining.push_back(o.object_rec);
+    std::u32string out;
+    std::optional<exception> failed;
+    for (std::uint32_t i = 0; i < len && !failed; ++i) {
+        if (i > 0) {
+            out += sep.code_points;
+        }
+        js_value v;
+        if ((failed = take(get_index(engine, o, i), v))) {
+            break;
+        }
+        if (std::holds_alternative<js_undefined>(v) || std::holds_alternative<js_null>(v)) {
+            continue;
+        }
+        if (locale) {
+            js_object element;
+            js_value f;
+            if ((failed = take(to_object(engine, v), element)) ||
+                (failed = take(get_named(engine, element, "toLocaleString"), f)) ||
+                (failed = take(call(engine, element, f, {}), v))) {
+                break;
+            }
+        }
+        js_string s;
+        if ((failed = take(to_string(engine, v), s))) {
+            break;
+        }
+        out += s.code_points;
+    }
+    joining.pop_back();
+    if (failed) {
+        return *failed;
+    }
+    return js_string{.code_points = std::move(out)};
+}
+
+expr_res<js_value> concat(js& engine, js_object self, std::vector<js_value> const& args) {
+    js_array<js_array_item> out;
+    auto append = [&](js_value const& v) {
+        auto const* o = std::get_if<js_object>(&v);
+        auto const* a = o ? std::get_if<class_array>(&(*o)->obj_class) : nullptr;
+        if (a == nullptr) {
+            out.push_back(item{.item_value = v});
+            return;
+        }
+        for (std::size_t i = 0; i < a->array_items.length(); ++i) {
+            js_array_item element = a->array_items[i];
+            if (auto* it = std::get_if<item>(&element)) {
+                it->item_attrs = {};
+            }
+            out.push_back(std::move(element));
+        }
+    };
+    append(self);
+    for (auto const& v : args) {
+        append(v);
+    }
+    return new_object_of(engine, class_array{.array_items = out}, yes_proto{.proto = engine.array_prototype});
+}
+
+// Stable merge sort, bottom-up so that its depth does not grow with the array. `compare(a, b)` gives a
+// negative number when a goes before b; a comparator that contradicts itself cannot break it, and what
+// it throws ends the sort.
+template <class Compare>
+std::optional<exception> merge_sort(std::vector<std::size_t>& order, Compare compare) {
+    std::size_t const n = order.size();
+    std::vector<std::size_t> merged(n);
+    for (std::size_t width = 1; width < n; width *= 2) {
+        for (std::size_t lo = 0; lo < n; lo += 2 * width) {
+            std::size_t const mid = std::min(lo + width, n);
+            std::size_t const hi = std::min(lo + 2 * width, n);
+            std::size_t i = lo;
+            std::size_t j = mid;
+            std::size_t k = lo;
+            while (i < mid && j < hi) {
+                double r = 0;
+                if (auto e = take(compare(order[j], order[i]), r)) {
+                    return e;
+                }
+                merged[k++] = r < 0 ? order[j++] : order[i++];
+            }
+            while (i < mid) {
+                merged[k++] = order[i++];
+            }
+            while (j < hi) {
+                merged[k++] = order[j++];
+            }
+        }
+        order.swap(merged);
+    }
+    return std::nullopt;
+}
+
+expr_res<js_value> sort(js& engine, js_object o, js_value const& comparator) {
+    if (!std::holds_alternative<js_undefined>(comparator) && !is_callable(comparator)) {
+        return throw_error(engine, js_error::not_function);
+    }
+    std::uint32_t len = 0;
+    if (auto e = take(length_of(engine, o), len)) {
+        return *e;
+    }
+    // Values are sorted; undefined values follow them, and holes come last.
+    std::vector<js_value> values;
+    std::uint32_t undefineds = 0;
+    for (std::uint32_t i = 0; i < len; ++i) {
+        if (!has_property(engine, o, index_key(i))) {
+            continue;
+        }
+        js_value v;
+        if (auto e = take(get_index(engine, o, i), v)) {
+            return *e;
+        }
+        if (std::holds_alternative<js_undefined>(v)) {
+            ++undefineds;
+        } else {
+            values.push_back(std::move(v));
+        }
+    }
+    std::vector<std::size_t> order(values.size());
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        order[i] = i;
+    }
+    std::optional<exception> failed;
+    if (std::holds_alternative<js_undefined>(comparator)) {
+        std::vector<js_string> texts(values.size());
+        for (std::size_t i = 0; i < values.size() && !failed; ++i) {
+            failed = take(to_string(engine, values[i]), texts[i]);
+        }
+        if (!failed) {
+            failed = merge_sort(order, [&](std::size_t a, std::size_t b) -> expr_res<double> {
+                auto const c = texts[a] <=> texts[b];
+                return c < 0 ? -1.0 : (c > 0 ? 1.0 : 0.0);
+            });
+        }
+    } else {
+        failed = merge_sort(order, [&](std::size_t a, std::size_t b) -> expr_res<double> {
+            js_value r;
+            if (auto e = take(call(engine, undefined(), comparator, {values[a], values[b]}), r)) {
+                return *e;
+            }
+            double d = 0;
+            if (auto e = take(to_double_value(engine, r), d)) {
+                return *e;
+            }
+            return std::isnan(d) ? 0.0 : d;
+        });
+    }
+    if (failed) {
+        return *failed;
+    }
+    std::uint32_t at = 0;
+    for (std::size_t i : order) {
+        if (auto r = put_index(engine, o, at++, values[i]); is_exception(r)) {
+            return r;
+        }
+    }
+    for (std::uint32_t k = 0; k < undefineds; ++k) {
+        if (auto r = put_index(engine, o, at++, undefined()); is_exception(r)) {
+            return r;
+        }
+    }
+    for (; at < len; ++at) {
+        delete_property(o, index_key(at));
+    }
+    return o;
+}
+
+expr_res<js_value> splice(call_info const& c, js_object o, std::int64_t len) {
+    js& engine = c.engine;
+    std::int64_t start = 0;
+    if (auto e = take(relative_index(engine, c.arg(0), len, 0), start)) {
+        return *e;
+    }
+    std::int64_t remove = 0;
+    if (c.args.size() >= 2) {
+        double d = 0;
+        if (auto e = take(to_integer(engine, c.arg(1)), d)) {
+            return *e;
+        }
+        remove = static_cast<std::int64_t>(std::min(std::max(d, 0.0), static_cast<double>(len - start)));
+    } else if (!c.args.empty()) {
+        remove = len - start;
+    }
+    std::vector<js_value> removed;
+    js_object out = new_array(engine, {});
+    for (std::int64_t k = 0; k < remove; ++k) {
+        if (has_property(engine, o, index_key(start + k))) {
+            js_value v;
+            if (auto e = take(get_index(engine, o, start + k), v)) {
+                return *e;
+            }
+            if (auto r = put_index(engine, out, k, v); is_exception(r)) {
+                return r;
+            }
+        }
+    }
+    if (auto r = put_length(engine, out, remove); is_exception(r)) {
+        return r;
+    }
+    std::int64_t const insert = c.args.size() > 2 ? static_cast<std::int64_t>(c.args.size()) - 2 : 0;
+    if (insert < remove) {
+        for (std::int64_t k = start; k < len - remove; ++k) {
+            if (auto e = move_index(engine, o, k + remove, k + insert)) {
+                return *e;
+            }
+        }
+        for (std::int64_t k = len; k > len - remove + insert; --k) {
+            delete_property(o, index_key(k - 1));
+        }
+    } else if (insert > remove) {
+        for (std::int64_t k = len - remove; k > start; --k) {
+            if (auto e = move_index(engine, o, k + remove - 1, k + insert - 1)) {
+                return *e;
+            }
+        }
+    }
+    for (std::int64_t k = 0; k < insert; ++k) {
+        if (auto r = put_index(engine, o, start + k, c.args[static_cast<std::size_t>(k) + 2]);
+            is_exception(r)) {
+            return r;
+        }
+    }
+    if (auto r = put_length(engine, o, len - remove + insert); is_exception(r)) {
+        return r;
+    }
+    return out;
+}
+
+expr_res<js_value> index_of(call_info const& c, js_object o, std::int64_t len, bool last) {
+    if (len == 0) {
+        return int_value(-1);
+    }
+    std::int64_t from = last ? len - 1 : 0;
+    if (c.args.size() >= 2) {
+        double d = 0;
+        if (auto e = take(to_integer(c.engine, c.arg(1)), d)) {
+            return *e;
+        }
+        double const n = static_cast<double>(len);
+        if (last) {
+            from = static_cast<std::int64_t>(d >= 0 ? std::min(d, n - 1) : n + d);
+        } else {
+            from = static_cast<std::int64_t>(d >= 0 ? std::min(d, n) : std::max(n + d, 0.0));
+        }
+    }
+    js_value const wanted = c.arg(0);
+    for (std::int64_t k = from; last ? k >= 0 : k < len; k += last ? -1 : 1) {
+        if (!has_property(c.engine, o, index_key(k))) {
+            continue;
+        }
+        js_value v;
+        if (auto e = take(get_index(c.engine, o, k), v)) {
+            return *e;
+        }
+        if (strict_equality_comparison(v, wanted)) {
+            return int_value(k);
+        }
+    }
+    return int_value(-1);
+}
+
+// forEach, map and filter: the callback sees each present element, its index and the object.
+expr_res<js_value> iterate(call_info const& c, js_object o, std::int64_t len, array_func f) {
+    js_value const callback = c.arg(0);
+    if (!is_callable(callback)) {
+        return throw_error(c.engine, js_error::not_function);
+    }
+    js_object const out = new_array(c.engine, {});
+    if (f == array_func::array_map) {
+        if (auto r = put_length(c.engine, out, len); is_exception(r)) {
+            return r;
+        }
+    }
+    std::int64_t kept = 0;
+    for (std::int64_t k = 0; k < len; ++k) {
+        if (!has_property(c.engine, o, index_key(k))) {
+            continue;
+        }
+        js_value v;
+        if (auto e = take(get_index(c.engine, o, k), v)) {
+            return *e;
+        }
+        js_value r;
+        if (auto e = take(call(c.engine, c.arg(1), callback, {v, int_value(k), o}), r)) {
+            return *e;
+        }
+        if (f == array_func::array_map) {
+            if (auto p = put_index(c.engine, out, k, r); is_exception(p)) {
+                return p;
+            }
+        } else if (f == array_func::array_filter && to_boolean(r)) {
+            if (auto p = put_index(c.engine, out, kept++, v); is_exception(p)) {
+                return p;
+            }
+        }
+    }
+    if (f == array_func::array_for_each) {
+        return undefined();
+    }
+    return out;
+}
+
+expr_res<js_value> array_constructor(call_info const& c) {
+    if (c.args.size() == 1 && std::holds_alternative<number>(c.args[0])) {
+        double const d = to_double(std::get<number>(c.args[0]));
+        js_object a = new_array(c.engine, {});
+        if (auto r = set_array_length(c.engine, a, number_value(d)); is_exception(r)) {
+            return r;
+        }
+        return a;
+    }
+    return new_array(c.engine, c.args);
+}
+
+// The members that work on `this` as an object with a length.
+expr_res<js_value> generic_member(call_info const& c, array_func f) {
+    js& engine = c.engine;
+    js_object o;
+    if (auto e = take(to_object(engine, c.this_value), o)) {
+        return *e;
+    }
+    if (f == array_func::array_to_string) {
+        js_value join_func;
+        if (auto e = take(get_named(engine, o, "join"), join_func)) {
+            return *e;
+        }
+        if (is_callable(join_func)) {
+            return call(engine, o, join_func, {});
+        }
+        return text("[object " + class_name(engine, o) + "]");
+    }
+    if (f == array_func::array_concat) {
+        return concat(engine, o, c.args);
+    }
+    std::uint32_t len32 = 0;
+    if (auto e = take(length_of(engine, o), len32)) {
+        return *e;
+    }
+    std::int64_t const len = len32;
+    switch (f) {
+    case array_func::array_to_locale_string:
+        return join(engine, o, undefined(), true);
+    case array_func::array_join:
+        return join(engine, o, c.arg(0), false);
+    case array_func::array_pop: {
+        if (len == 0) {
+            if (auto r = put_length(engine, o, 0); is_exception(r)) {
+                return r;
+            }
+            return undefined();
+        }
+        js_value v;
+        if (auto e = take(get_index(engine, o, len - 1), v)) {
+            return *e;
+        }
+        delete_property(o, index_key(len - 1));
+        if (auto r = put_length(engine, o, len - 1); is_exception(r)) {
+            return r;
+        }
+        return v;
+    }
+    case array_func::array_push: {
+        std::int64_t n = len;
+        for (auto const& v : c.args) {
+            if (auto r = put_index(engine, o, n++, v); is_exception(r)) {
+                return r;
+            }
+        }
+        if (auto r = put_length(engine, o, n); is_exception(r)) {
+            return r;
+        }
+        return int_value(n);
+    }
+    case array_func::array_reverse:
+        for (std::int64_t lower = 0, upper = len - 1; lower < upper; ++lower, --upper) {
+            bool const has_lower = has_property(engine, o, index_key(lower));
+            bool const has_upper = has_property(engine, o, index_key(upper));
+            js_value lv;
+            js_value uv;
+            if (has_lower) {
+                if (auto e = take(get_index(engine, o, lower), lv)) {
+                    return *e;
+                }
+            }
+            if (has_upper) {
+                if (auto e = take(get_index(engine, o, upper), uv)) {
+                    return *e;
+                }
+            }
+            for (auto [at, present, v] :
+                 {std::tuple{lower, has_upper, uv}, std::tuple{upper, has_lower, lv}}) {
+                if (!present) {
+                    delete_property(o, index_key(at));
+                } else if (auto r = put_index(engine, o, at, v); is_exception(r)) {
+                    return r;
+                }
+            }
+        }
+        return o;
+    case array_func::array_shift: {
+        if (len == 0) {
+            if (auto r = put_length(engine, o, 0); is_exception(r)) {
+                return r;
+            }
+            return undefined();
+        }
+        js_value first;
+        if (auto e = take(get_index(engine, o, 0), first)) {
+            return *e;
+        }
+        for (std::int64_t k = 1; k < len; ++k) {
+            if (auto e = move_index(engine, o, k, k - 1)) {
+                return *e;
+            }
+        }
+        delete_property(o, index_key(len - 1));
+        if (auto r = put_length(engine, o, len - 1); is_exception(r)) {
+            return r;
+        }
+        return first;
+    }
+    case array_func::array_unshift: {
+        auto const count = static_cast<std::int64_t>(c.args.size());
+        for (std::int64_t k = len; k > 0; --k) {
+            if (auto e = move_index(engine, o, k - 1, k + count - 1)) {
+                return *e;
+            }
+        }
+        for (std::int64_t k = 0; k < count; ++k) {
+            if (auto r = put_index(engine, o, k, c.args[static_cast<std::size_t>(k)]); is_exception(r)) {
+                return r;
+            }
+        }
+        if (auto r = put_length(engine, o, len + count); is_exception(r)) {
+            return r;
+        }
+        return int_value(len + count);
+    }
+    case array_func::array_sort:
+        return sort(engine, o, c.arg(0));
+    case array_func::array_slice: {
+        std::int64_t start = 0;
+        std::int64_t end = 0;
+        if (auto e = take(relative_index(engine, c.arg(0), len, 0), start)) {
+            return *e;
+        }
+        if (auto e = take(relative_index(engine, c.arg(1), len, len), end)) {
+            return *e;
+        }
+        js_object out = new_array(engine, {});
+        std::int64_t n = 0;
+        for (std::int64_t k = start; k < end; ++k, ++n) {
+            if (!has_property(engine, o, index_key(k))) {
+                continue;
+            }
+            js_value v;
+            if (auto e = take(get_index(engine, o, k), v)) {
+                return *e;
+            }
+            if (auto r = put_index(engine, out, n, v); is_exception(r)) {
+                return r;
+            }
+        }
+        if (auto r = put_length(engine, out, std::max<std::int64_t>(n, 0)); is_exception(r)) {
+            return r;
+        }
+        return out;
+    }
+    case array_func::array_splice:
+        return splice(c, o, len);
+    case array_func::array_index_of:
+        return index_of(c, o, len, false);
+    case array_func::array_last_index_of:
+        return index_of(c, o, len, true);
+    case array_func::array_for_each:
+    case array_func::array_map:
+    case array_func::array_filter:
+        return iterate(c, o, len, f);
+    case array_func::array_constructor:
+    case array_func::array_is_array:
+    case array_func::array_to_string:
+    case array_func::array_concat:
+        break;
+    }
+    throw internal_error("call_array: unexpected function.");
+}
+
+} // namespace
+
+expr_res<js_value> call_array(call_info const& c, array_func f) {
+    if (f == array_func::array_constructor) {
+        return array_constructor(c);
+    }
+    if (f == array_func::array_is_array) {
+        js_value const v = c.arg(0);
+        auto const* o = std::get_if<js_object>(&v);
+        return o != nullptr && std::holds_alternative<class_array>((*o)->obj_class);
+    }
+    return generic_member(c, f);
+}
+
+expr_res<js_value> call_array_host(call_info const& c, array_host_func f) {
+    auto const* o = std::get_if<js_object>(&c.this_value);
+    bool const is_array = o != nullptr && std::holds_alternative<class_array>((*o)->obj_class);
+    switch (f) {
+    case array_host_func::array_get_length:
+        if (!is_array) {
+            return undefined();
+        }
+        return int_value(array_length(*o));
+    case array_host_func::array_set_length:
+        if (is_array) {
+            return set_array_length(c.engine, *o, c.arg(0));
+        }
+        // An object that only inherits from Array.prototype keeps its own plain `length`.
+        if (o != nullptr) {
+            define_own_property(*o, key_of_utf8("length"), prop_value{.value = c.arg(0)}, {});
+        }
+        return c.arg(0);
+    }
+    throw internal_error("call_array_host: unexpected function.");
+}
+
+void install_array(js& engine) {
+    js_object const proto = engine.array_prototype;
+    js_object const ctor = define_constructor(
+        engine, "Array", standard_func{.standard_kind = array_func::array_constructor}, 1, proto);
+    define_method(engine, ctor, "isArray", standard_func{.standard_kind = array_func::array_is_array}, 1);
+    js_object const getter =
+        builtin_function(engine, standard_func{.standard_kind = array_host_func::array_get_length}, 0);
+    js_object const setter =
+        builtin_function(engine, standard_func{.standard_kind = array_host_func::array_set_length}, 1);
+    define_own_property(proto, key_of_utf8("length"),
+                        prop_host{.host_getter = js_accessor{.accessor_func = getter},
+                                  .host_setter = accessor{js_accessor{.accessor_func = setter}}},
+                        attrs{}.with(attr::no_enum).with(attr::no_delete));
+    define_methods(engine, proto,
+                   {
+                       {"toString", {array_func::array_to_string}, 0},
+                       {"toLocaleString", {array_func::array_to_locale_string}, 0},
+                       {"join", {array_func::array_join}, 1},
+                       {"concat", {array_func::array_concat}, 1},
+                       {"pop", {array_func::array_pop}, 0},
+                       {"push", {array_func::array_push}, 1},
+                       {"reverse", {array_func::array_reverse}, 0},
+                       {"shift", {array_func::array_shift}, 0},
+                       {"unshift", {array_func::array_unshift}, 1},
+                       {"sort", {array_func::array_sort}, 1},
+                       {"slice", {array_func::array_slice}, 2},
+                       {"splice", {array_func::array_splice}, 2},
+                       {"indexOf", {array_func::array_index_of}, 1},
+                       {"lastIndexOf", {array_func::array_last_index_of}, 1},
+                       {"forEach", {array_func::array_for_each}, 1},
+                       {"map", {array_func::array_map}, 1},
+                       {"filter", {array_func::array_filter}, 1},
+                   });
+}
+
+} // namespace vellum::js::eval::builtins

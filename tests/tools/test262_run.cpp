@@ -1,0 +1,338 @@
+// test262-run: runs every .js test of a test262 folder through the script engine, with the harness files
+// a test names (assert.js and sta.js unless the test is raw, and its `includes:`), in sloppy mode and, with
+// "use strict" put first, in strict mode, as its flags allow (`onlyStrict`, `noStrict`, `raw`). A
+// negative test must fail in its phase (parse, early, runtime) with its error type. Prints the pass rate
+// over all runs and the failures grouped by reason.
+//
+//   test262-run DIR [--harness DIR] [--min-pass PERCENT] [--list N] [--filter TEXT]
+//
+// Each run happens in a child process with a time limit, so that a hang or a crash counts as a failure
+// of that test only. With a floor given, the exit status is 1 below it; 77 if the folder is missing.
+
+#include "js/convert.hpp"
+#include "js/engine.hpp"
+#include "js/errors.hpp"
+#include "js/object.hpp"
+#include "js/parse.hpp"
+#include "js/run.hpp"
+#include "js/vm.hpp"
+#include "util/result.hpp"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace vellum::js::eval;
+
+std::string read_file(fs::path const& p) {
+    std::ifstream in(p, std::ios::binary);
+    std::ostringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+/// What the front matter between `/*---` and `---*/` says.
+struct metadata {
+    bool only_strict = false;
+    bool no_strict = false;
+    bool raw = false;
+    std::vector<std::string> includes;
+    /// "parse", "early", "resolution" or "runtime" for a negative test.
+    std::string negative_phase;
+    std::string negative_type;
+};
+
+metadata read_metadata(std::string const& src) {
+    metadata m;
+    auto a = src.find("/*---");
+    auto b = src.find("---*/");
+    if (a == std::string::npos || b == std::string::npos || b < a) {
+        return m;
+    }
+    std::string const meta = src.substr(a, b - a);
+    static std::regex const flags(R"(flags:\s*\[([^\]]*)\])");
+    std::smatch match;
+    if (std::regex_search(meta, match, flags)) {
+        std::string const f = match[1];
+        m.only_strict = f.find("onlyStrict") != std::string::npos;
+        m.no_strict = f.find("noStrict") != std::string::npos;
+        m.raw = f.find("raw") != std::string::npos;
+    }
+    static std::regex const includes_inline(R"(includes:\s*\[([^\]]*)\])");
+    static std::regex const includes_list(R"(includes:\s*\n((\s*-\s*\S+\s*\n)+))");
+    static std::regex const item(R"([\w.\-]+\.js)");
+    std::string list;
+    if (std::regex_search(meta, match, includes_inline) || std::regex_search(meta, match, includes_list)) {
+        list = match[1];
+    }
+    for (std::sregex_iterator it(list.begin(), list.end(), item), end; it != end; ++it) {
+        m.includes.push_back(it->str());
+    }
+    static std::regex const negative(R"(negative:\s*\n\s*phase:\s*(\w+)\s*\n\s*type:\s*(\w+))");
+    if (std::regex_search(meta, match, negative)) {
+        m.negative_phase = match[1];
+        m.negative_type = match[2];
+    }
+    return m;
+}
+
+/// The name of a thrown value's error type: its `name`, or that of its constructor.
+std::string error_name(js& engine, js_value const& v) {
+    auto const* o = std::get_if<js_object>(&v);
+    if (o == nullptr) {
+        return "a " + type_of(v) + " value";
+    }
+    auto text_of = [&](js_value const& x) -> std::string {
+        if (auto const* s = std::get_if<js_string>(&x)) {
+            return vellum::jsstring::to_utf8(*s);
+        }
+        return {};
+    };
+    auto name = get(engine, *o, key_of_utf8("name"));
+    if (!is_exception(name)) {
+        if (std::string n = text_of(std::get<js_value>(name)); !n.empty()) {
+            return n;
+        }
+    }
+    auto ctor = get(engine, *o, key_of_utf8("constructor"));
+    if (!is_exception(ctor)) {
+        if (auto const* c = std::get_if<js_object>(&std::get<js_value>(ctor))) {
+            auto n = get(engine, *c, key_of_utf8("name"));
+            if (!is_exception(n)) {
+                if (std::string t = text_of(std::get<js_value>(n)); !t.empty()) {
+                    return t;
+                }
+            }
+        }
+    }
+    return "an object";
+}
+
+std::string error_message_of(js& engine, js_value const& v) {
+    if (auto const* o = std::get_if<js_object>(&v)) {
+        auto m = get(engine, *o, key_of_utf8("message"));
+        if (!is_exception(m)) {
+            if (auto const* s = std::get_if<js_string>(&std::get<js_value>(m))) {
+                return vellum::jsstring::to_utf8(*s);
+            }
+        }
+        return {};
+    }
+    auto s = to_string(engine, v);
+    return is_exception(s) ? std::string() : vellum::jsstring::to_utf8(std::get<js_string>(s));
+}
+
+/// Shortens a message for grouping: digits and quoted names vary from test to test.
+std::string reason_text(std::string m) {
+    static std::regex const quoted(R"('[^']*'|"[^"]*")");
+    m = std::regex_replace(m, quoted, "'...'");
+    if (m.size() > 70) {
+        m = m.substr(0, 70) + "...";
+    }
+    return m;
+}
+
+/// Runs one test in this process: "" for a pass, otherwise the reason of the failure.
+std::string run_one(std::string const& source, metadata const& m, bool strict, std::vector<std::string> const& harness) {
+    auto engine = new_engine(vellum::log::log{.log_stderr = vellum::log::no_stderr_log{}}, nullptr, nullptr);
+    context const ctx{.source_locator = {},
+                      .type_of_code = type_of_code::global_code,
+                      .scope_chain = {normal_scope{.scope_object = engine->global_object}},
+                      .variable_object = std::nullopt,
+                      .this_value = engine->global_object};
+    for (auto const& h : harness) {
+        auto parsed = vellum::js::parse::parse_string(*engine, h);
+        if (auto const* e = std::get_if<vellum::js::js_error>(&parsed)) {
+            return "harness does not parse: " + reason_text(e->error_message);
+        }
+        auto r = run_code(*engine, ctx, std::get<vellum::js::source_elements>(parsed));
+        if (auto const* e = std::get_if<exception>(&r)) {
+            return "harness throws " + error_name(*engine, e->exception_value) + ": " +
+                   reason_text(error_message_of(*engine, e->exception_value));
+        }
+    }
+    std::string const text = strict ? "\"use strict\";\n" + source : source;
+    auto parsed = vellum::js::parse::parse_string(*engine, text);
+    bool const negative = !m.negative_phase.empty();
+    if (auto const* e = std::get_if<vellum::js::js_error>(&parsed)) {
+        if (negative && (m.negative_phase == "parse" || m.negative_phase == "early")) {
+            return "";
+        }
+        return "parse error: " + reason_text(e->error_message);
+    }
+    auto const& statements = std::get<vellum::js::source_elements>(parsed);
+    if (auto f = check_syntax(false, {}, statements)) {
+        if (negative && (m.negative_phase == "parse" || m.negative_phase == "early")) {
+            return "";
+        }
+        return "early error: " + syntax_error_name(f->failure_error);
+    }
+    if (negative && m.negative_phase != "runtime") {
+        return "negative " + m.negative_phase + " test accepted";
+    }
+    auto r = run_code(*engine, ctx, statements);
+    if (auto const* e = std::get_if<exception>(&r)) {
+        std::string const name = error_name(*engine, e->exception_value);
+        if (negative) {
+            return name == m.negative_type ? "" : "threw " + name + " instead of " + m.negative_type;
+        }
+        return "uncaught " + name + ": " + reason_text(error_message_of(*engine, e->exception_value));
+    }
+    return negative ? "negative runtime test ran to its end" : "";
+}
+
+/// Runs one test in a child process with a time limit.
+std::string run_isolated(std::string const& source, metadata const& m, bool strict, std::vector<std::string> const& harness) {
+    int fds[2];
+    if (pipe(fds) != 0) {
+        return "cannot make a pipe";
+    }
+    pid_t const child = fork();
+    if (child == 0) {
+        close(fds[0]);
+        alarm(10);
+        std::string reason;
+        try {
+            reason = run_one(source, m, strict, harness);
+        } catch (vellum::internal_error const& e) {
+            reason = std::string("internal error: ") + e.what();
+        } catch (std::exception const& e) {
+            reason = std::string("C++ exception: ") + e.what();
+        }
+        (void)!write(fds[1], reason.data(), reason.size());
+        close(fds[1]);
+        _exit(0);
+    }
+    close(fds[1]);
+    std::string reason;
+    char buf[512];
+    for (ssize_t n; (n = read(fds[0], buf, sizeof buf)) > 0;) {
+        reason.append(buf, static_cast<std::size_t>(n));
+    }
+    close(fds[0]);
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (WIFSIGNALED(status)) {
+        return WTERMSIG(status) == SIGALRM ? "time limit (10 s) exceeded" : "crash (signal " + std::to_string(WTERMSIG(status)) + ")";
+    }
+    return reason;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: test262-run DIR [--harness DIR] [--min-pass PERCENT] [--list N] [--filter TEXT]\n");
+        return 2;
+    }
+    fs::path root = argv[1];
+    fs::path harness_dir = root.parent_path().parent_path() / "harness";
+    double min_pass = 0;
+    std::size_t list = 3;
+    std::string filter;
+    for (int i = 2; i + 1 < argc; i += 2) {
+        std::string opt = argv[i];
+        if (opt == "--harness") {
+            harness_dir = argv[i + 1];
+        } else if (opt == "--min-pass") {
+            min_pass = std::atof(argv[i + 1]);
+        } else if (opt == "--list") {
+            list = static_cast<std::size_t>(std::atoi(argv[i + 1]));
+        } else if (opt == "--filter") {
+            filter = argv[i + 1];
+        } else {
+            std::fprintf(stderr, "test262-run: unknown option %s\n", opt.c_str());
+            return 2;
+        }
+    }
+    if (!fs::is_directory(root)) {
+        // The suite lives outside the repository; without it there is nothing to measure.
+        std::fprintf(stderr, "test262-run: not a directory: %s\n", argv[1]);
+        return 77;
+    }
+    std::vector<fs::path> files;
+    for (auto const& e : fs::recursive_directory_iterator(root)) {
+        if (e.is_regular_file() && e.path().extension() == ".js" && !e.path().filename().string().ends_with("_FIXTURE.js") &&
+            (filter.empty() || e.path().string().find(filter) != std::string::npos)) {
+            files.push_back(e.path());
+        }
+    }
+    std::sort(files.begin(), files.end());
+    std::map<std::string, std::string> harness_cache;
+    auto harness_file = [&](std::string const& name) -> std::string const& {
+        auto it = harness_cache.find(name);
+        if (it == harness_cache.end()) {
+            it = harness_cache.emplace(name, read_file(harness_dir / name)).first;
+        }
+        return it->second;
+    };
+    int runs = 0, passed = 0;
+    int sloppy_runs = 0, sloppy_passed = 0, strict_runs = 0, strict_passed = 0;
+    // The language leaves strict mode out: runs of tests that only make sense in it are counted apart.
+    int covered_runs = 0, covered_passed = 0;
+    std::map<std::string, std::vector<std::string>> failures;
+    for (auto const& f : files) {
+        std::string const src = read_file(f);
+        metadata const m = read_metadata(src);
+        std::vector<std::string> harness;
+        if (!m.raw) {
+            harness.push_back(harness_file("assert.js"));
+            harness.push_back(harness_file("sta.js"));
+        }
+        for (auto const& inc : m.includes) {
+            harness.push_back(harness_file(inc));
+        }
+        std::string const name = fs::relative(f, root).string();
+        for (bool strict : {false, true}) {
+            if ((strict && (m.no_strict || m.raw)) || (!strict && m.only_strict)) {
+                continue;
+            }
+            std::string const reason = run_isolated(src, m, strict, harness);
+            ++runs;
+            (strict ? strict_runs : sloppy_runs)++;
+            bool const covered = !strict && !m.only_strict && src.find("use strict") == std::string::npos;
+            covered_runs += covered ? 1 : 0;
+            if (reason.empty()) {
+                ++passed;
+                covered_passed += covered ? 1 : 0;
+                (strict ? strict_passed : sloppy_passed)++;
+            } else {
+                failures[reason].push_back(name + (strict ? " (strict)" : ""));
+            }
+        }
+    }
+    auto rate = [](int p, int n) { return n ? 100.0 * p / n : 100.0; };
+    std::printf("files: %zu, runs: %d\n", files.size(), runs);
+    std::printf("passed: %d of %d runs (%.2f%%)\n", passed, runs, rate(passed, runs));
+    std::printf("  sloppy mode: %d of %d (%.2f%%)\n", sloppy_passed, sloppy_runs, rate(sloppy_passed, sloppy_runs));
+    std::printf("  strict mode: %d of %d (%.2f%%)\n", strict_passed, strict_runs, rate(strict_passed, strict_runs));
+    std::printf("  sloppy runs of tests that ask nothing of strict mode: %d of %d (%.2f%%)\n", covered_passed,
+                covered_runs, rate(covered_passed, covered_runs));
+    std::vector<std::pair<std::string, std::vector<std::string>>> sorted(failures.begin(), failures.end());
+    std::stable_sort(sorted.begin(), sorted.end(), [](auto const& a, auto const& b) { return a.second.size() > b.second.size(); });
+    std::printf("\nfailures, by reason:\n");
+    for (auto const& [reason, names] : sorted) {
+        std::printf("  %4zu  %s\n", names.size(), reason.c_str());
+        for (std::size_t i = 0; i < names.size() && i < list; ++i) {
+            std::printf("          %s\n", names[i].c_str());
+        }
+    }
+    bool const ok = rate(passed, runs) + 1e-9 >= min_pass;
+    if (!ok) {
+        std::printf("\nbelow the floor: %.2f%% (floor %.2f%%)\n", rate(passed, runs), min_pass);
+    }
+    return ok ? 0 : 1;
+}
