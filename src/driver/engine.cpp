@@ -776,6 +776,8 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
     for (auto const& doc : docs) {
         links.link_doc_bases.push_back(doc.doc_base);
     }
+    // Counted before writing, which hands the pages over to the PDF.
+    auto const page_count = static_cast<int>(outcome.pass_painted->pages().size());
     bool written = true;
     if (stream) {
         write_output(log, engine, first, *outcome.pass_painted, outcome.pass_bookmarks, links, tally,
@@ -785,7 +787,7 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
     }
     // Once the PDF is written the run has succeeded, whatever the scripts do now.
     if (auto const* used = std::get_if<hostjs::host_js_used>(&first.doc_host_js); written && used) {
-        hostjs::fire_complete(*used->host, static_cast<int>(outcome.pass_painted->pages().size()));
+        hostjs::fire_complete(*used->host, page_count);
     }
     return written;
 }

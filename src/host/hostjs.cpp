@@ -1,6 +1,5 @@
 #include "host/hostjs.hpp"
 
-#include "host/run.hpp"
 #include "host/webidl.hpp"
 #include "js/convert.hpp"
 #include "js/errors.hpp"
@@ -358,8 +357,6 @@ std::shared_ptr<host_js> make_host(log::log const& log,
     auto host = std::make_shared<host_js>();
     host->js = e::new_engine(log, std::move(loader), std::make_shared<host_impl>());
     e::js& engine = *host->js;
-    // The standard objects come first, so that the host's names win where they meet.
-    install_engine_hooks(engine);
 
     // The global object is a Window: global, Window.prototype, EventTarget.prototype.
     auto const event_target = webidl::make_interface(engine, "EventTarget", std::nullopt);

@@ -97,8 +97,8 @@ struct host_js_used {
 /// The state of scripting for a document.
 using opt_host_js = std::variant<host_js_disabled, host_js_unused, host_js_used>;
 
-/// Builds an engine with the global object and the host objects. The engine's call hooks (compiler,
-/// standard library) are installed by `install_engine_hooks` if they exist in this build.
+/// Builds an engine, with the standard library and the compiler, and the host objects on its global
+/// object.
 std::shared_ptr<host_js> make_host(log::log const& log,
                                    std::shared_ptr<resource::loader::loader const> loader,
                                    host_settings const& settings);

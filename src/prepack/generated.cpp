@@ -269,13 +269,15 @@ struct evaluator {
     // Vellum.addScriptFunc. The arguments are content of their own (strings, counters, attributes),
     // evaluated now or on the page; the call itself is made when layout reaches it.
     void script(css::value::function const& f) {
-        std::vector<std::vector<css::value::value>> groups(1);
+        // One value per argument; an argument of several terms is a value list.
+        std::vector<std::vector<css::value::value>> groups;
         for (auto const& a : f.function_args) {
-            if (std::holds_alternative<css::value::comma>(a)) {
-                groups.emplace_back();
-            } else {
-                groups.back().push_back(a);
-            }
+            auto const* vs = std::get_if<css::value::values>(&a);
+            groups.push_back(vs != nullptr ? vs->value_list : std::vector<css::value::value>{a});
+        }
+        if (groups.empty()) {
+            skip(f.function_name + "() without a function name");
+            return;
         }
         // The name as written, in either case: script names are case-sensitive.
         std::optional<std::string> func;
