@@ -123,12 +123,17 @@ opt_host_js run_script_phase(log::log const& log,
         return host_js_disabled{};
     }
     log::log_progress_stage(log, "Running scripts...");
+    auto const scripts = style_info.use_author_scripts ? document_scripts(doc) : std::vector<document_script>{};
+    if (style_info.user_scripts.empty() && scripts.empty()) {
+        // No code could listen to an event or set a timer: the engine need not be built at all.
+        return host_js_unused{};
+    }
     auto host = make_host(log, loader, settings);
     for (auto const& s : style_info.user_scripts) {
         run_located(*host, log, *loader, s);
     }
     if (style_info.use_author_scripts) {
-        for (auto const& s : document_scripts(doc)) {
+        for (auto const& s : scripts) {
             if (s.script_src) {
                 run_located(*host, log, *loader, *s.script_src);
             } else {
