@@ -495,13 +495,8 @@ eval_knuth::script_caller script_caller_of(page_info const& info,
         if (result == f.script_result) {
             return std::nullopt;
         }
-        auto const& style = *f.script_style;
-        prepack::text::text_settings const settings{
-            .white_space = style.rare_props ? style.rare_props->rare_props_white_space : css::text::white_space::normal,
-            .transform = style.text ? style.text->text_props_text_transform : css::text::text_transform::none,
-            .word_break = style.text ? style.text->text_props_word_break : css::text::word_break::normal};
         bool at_word_start = true;
-        auto const spans = prepack::text::prepare_text(result, settings, at_word_start);
+        auto const spans = prepack::text::prepare_text(result, prepack::text::settings_of(*f.script_style), at_word_start);
         eval_knuth::script_result out{.result_text = result};
         spans_to_knuths(*page, f.script_font_req, f.script_style, f.script_first_line, f.script_direction, 0.0f, spans,
                         out.result_items);

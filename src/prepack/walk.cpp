@@ -109,12 +109,6 @@ std::optional<display_kind> kind_of(css::style::style const& s) {
     return std::nullopt;
 }
 
-text::text_settings settings_of(css::style::style const& s) {
-    return {.white_space = s.rare_props ? s.rare_props->rare_props_white_space : css::text::white_space::normal,
-            .transform = s.text ? s.text->text_props_text_transform : css::text::text_transform::none,
-            .word_break = s.text ? s.text->text_props_word_break : css::text::word_break::normal};
-}
-
 float padding_points(css::box::padding const& p) {
     auto const* f = std::get_if<float>(&p);
     return f ? *f : 0.0f;
@@ -367,7 +361,7 @@ struct walker {
                            [&](text_thing& t) {
                                std::visit(overloaded{
                                               [&](text_thing_text& x) {
-                                                  auto more = text::prepare_text(x.text, settings_of(s), text_at);
+                                                  auto more = text::prepare_text(x.text, text::settings_of(s), text_at);
                                                   std::move(more.begin(), more.end(), std::back_inserter(out));
                                               },
                                               [&](text_thing_gen& g) {
@@ -549,7 +543,7 @@ struct walker {
             for (auto& p : content_pieces(*list, *e, *ms, "::marker")) {
                 if (auto* t = std::get_if<text_thing>(&p)) {
                     if (auto* tt = std::get_if<text_thing_text>(t)) {
-                        auto more = text::prepare_text(tt->text, settings_of(*ms), start);
+                        auto more = text::prepare_text(tt->text, text::settings_of(*ms), start);
                         std::move(more.begin(), more.end(), std::back_inserter(out));
                     } else if (auto* g = std::get_if<text_thing_gen>(t)) {
                         out.push_back(span_gen_content{std::move(g->gen)});
@@ -599,7 +593,7 @@ struct walker {
         std::vector<thing> out;
         auto const* replace = s.text ? &s.text->text_props_vellum_text_replace : nullptr;
         auto const text = replace && !replace->empty() ? replaced(value, *replace) : value;
-        out.push_back(th_span{text::prepare_text(textbuf::from_utf8(text), settings_of(s), text_at)});
+        out.push_back(th_span{text::prepare_text(textbuf::from_utf8(text), text::settings_of(s), text_at)});
         return out;
     }
 
