@@ -83,6 +83,21 @@ exception type_error(js& engine, std::string_view message);
 /// ToUint32 of an object's `length`.
 [[nodiscard]] expr_res<std::uint32_t> length_of(js& engine, js_object o);
 
+/// The primitive `this` stands for in the methods of a wrapper class: the value itself, or the state of
+/// a wrapper object of that class; null for anything else.
+template <class Primitive, class Wrapper>
+Primitive const* this_primitive(js_value const& v, Primitive Wrapper::*state) {
+    if (auto const* p = std::get_if<Primitive>(&v)) {
+        return p;
+    }
+    if (auto const* o = std::get_if<js_object>(&v)) {
+        if (auto const* w = std::get_if<Wrapper>(&(*o)->obj_class)) {
+            return &(w->*state);
+        }
+    }
+    return nullptr;
+}
+
 /// Whether a value is a function object.
 bool is_callable(js_value const& v);
 

@@ -47,6 +47,15 @@ std::optional<exception> move_index(js& engine, js_object o, std::int64_t from, 
     return std::nullopt;
 }
 
+// Removes the last of `len` elements (pop and shift), giving `result`.
+expr_res<js_value> drop_last(js& engine, js_object o, std::int64_t len, js_value const& result) {
+    delete_property(o, index_key(len - 1));
+    if (auto r = put_length(engine, o, len - 1); is_exception(r)) {
+        return r;
+    }
+    return result;
+}
+
 // The arrays whose `join` is running: an array that contains itself joins as the empty string inside,
 // where it would otherwise recurse without end.
 thread_local std::vector<object_data*> joining;
@@ -305,7 +314,7 @@ expr_res<js_value> index_of(call_info const& c, js_object o, std::int64_t len, b
         }
         double const n = static_cast<double>(len);
         if (last) {
-            from = static_cast<std::int64_t>(d >= 0 ? std::min(d, n - 1) : n + d);
+            from = static_cast<std::int64_t>(d >= 0 ? std::min(d, n - 1) : std::max(n + d, -1.0));
         } else {
             from = static_cast<std::int64_t>(d >= 0 ? std::min(d, n) : std::max(n + d, 0.0));
         }
@@ -420,11 +429,7 @@ expr_res<js_value> generic_member(call_info const& c, array_func f) {
         if (auto e = take(get_index(engine, o, len - 1), v)) {
             return *e;
         }
-        delete_property(o, index_key(len - 1));
-        if (auto r = put_length(engine, o, len - 1); is_exception(r)) {
-            return r;
-        }
-        return v;
+        return drop_last(engine, o, len, v);
     }
     case array_func::array_push: {
         std::int64_t n = len;
@@ -480,11 +485,7 @@ expr_res<js_value> generic_member(call_info const& c, array_func f) {
                 return *e;
             }
         }
-        delete_property(o, index_key(len - 1));
-        if (auto r = put_length(engine, o, len - 1); is_exception(r)) {
-            return r;
-        }
-        return first;
+        return drop_last(engine, o, len, first);
     }
     case array_func::array_unshift: {
         auto const count = static_cast<std::int64_t>(c.args.size());

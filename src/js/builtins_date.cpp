@@ -497,7 +497,11 @@ double parse_loose(std::u32string_view s) {
                     return nan_value;
                 }
                 bool const year_first = separator == '-' || n >= 100;
-                month = static_cast<int>(year_first ? *second_number : n) - 1;
+                double const month_number = year_first ? *second_number : n;
+                if (month_number < 1 || month_number > 12) {
+                    return nan_value;
+                }
+                month = static_cast<int>(month_number) - 1;
                 day = year_first ? *third_number : *second_number;
                 year = year_first ? n : *third_number;
             } else if (c.at - start >= 3 || day) {

@@ -20,13 +20,8 @@ exception range_error(js& engine, char const* what) {
 }
 
 expr_res<number> this_number(call_info const& c) {
-    if (auto const* n = std::get_if<number>(&c.this_value)) {
+    if (auto const* n = this_primitive(c.this_value, &class_number::number_value)) {
         return *n;
-    }
-    if (auto const* o = std::get_if<js_object>(&c.this_value)) {
-        if (auto const* w = std::get_if<class_number>(&(*o)->obj_class)) {
-            return w->number_value;
-        }
     }
     return throw_error(c.engine, js_error::not_number);
 }

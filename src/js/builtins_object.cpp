@@ -74,10 +74,20 @@ attrs attrs_of(descriptor const& d, attrs current) {
     return current;
 }
 
-// A permanent property that cannot be written: a read-only value, or an accessor (which is never
-// read-only itself), may not be redefined.
-bool is_frozen(attrs a, bool accessor = false) {
-    return (a.has(attr::read_only) || accessor) && a.has(attr::no_delete);
+// Whether a descriptor may change a property that has these attributes. A permanent property that
+// cannot be written (a read-only value, or an accessor, which is never read-only itself) may not be
+// redefined at all; any other permanent property may not become deletable, change its visibility, or
+// turn into an accessor.
+bool may_redefine(attrs a, bool accessor, descriptor const& d) {
+    if (!a.has(attr::no_delete)) {
+        return true;
+    }
+    if (a.has(attr::read_only) || accessor) {
+        return false;
+    }
+    bool const enumerable = !a.has(attr::no_enum);
+    return !d.desc_configurable.value_or(false) && d.desc_enumerable.value_or(enumerable) == enumerable &&
+           !d.desc_get && !d.desc_set;
 }
 
 std::optional<js_object> function_or_none(std::optional<js_value> const& v) {
@@ -89,79 +99,94 @@ std::optional<js_object> function_or_none(std::optional<js_value> const& v) {
     return std::nullopt;
 }
 
-expr_res<js_value> define_property(js& engine, js_object o, js_prop_string const& key, descriptor const& d) {
-    auto cannot_modify = [&] { return type_error(engine, "cannot modify property"); };
-    auto const index = array_index(key);
-    if (auto const* a = std::get_if<class_array>(&o->obj_class)) {
-        if (index) {
-            if (d.desc_get || d.desc_set) {
-                return type_error(engine, "cannot define an accessor on an array element");
+exception cannot_modify(js& engine) {
+    return type_error(engine, "cannot modify property");
+}
+
+// An element of an array: a value with attributes (an element cannot hold an accessor).
+expr_res<js_value> define_element(js& engine, js_object o, std::uint32_t index, descriptor const& d) {
+    if (d.desc_get || d.desc_set) {
+        return type_error(engine, "cannot define an accessor on an array element");
+    }
+    auto const& items = std::get<class_array>(o->obj_class).array_items;
+    attrs current = all_attrs;
+    js_value value = undefined();
+    if (index < items.length()) {
+        if (auto const* it = std::get_if<item>(&items[index])) {
+            if (!may_redefine(it->item_attrs, false, d)) {
+                return cannot_modify(engine);
             }
-            auto const& items = a->array_items;
-            attrs current = all_attrs;
-            js_value value = undefined();
-            if (*index < items.length()) {
-                if (auto const* it = std::get_if<item>(&items[*index])) {
-                    if (is_frozen(it->item_attrs)) {
-                        return cannot_modify();
-                    }
-                    current = it->item_attrs;
-                    value = it->item_value;
-                }
-            } else if (auto r = put(engine, o, key, undefined()); is_exception(r)) {
-                // Writing the element first grows the array, within its bounds.
+            current = it->item_attrs;
+            value = it->item_value;
+        }
+    } else if (auto r = put(engine, o, key_of_int(index), undefined()); is_exception(r)) {
+        // Writing the element first grows the array, within its bounds.
+        return r;
+    }
+    items[index] = item{.item_value = d.desc_value.value_or(value), .item_attrs = attrs_of(d, current)};
+    return o;
+}
+
+// The length of an array: permanent and hidden, so only its value may change. Shortening stops above
+// the last element that may not be deleted, and then fails.
+expr_res<js_value> define_array_length(js& engine, js_object o, descriptor const& d) {
+    if (d.desc_get || d.desc_set || d.desc_configurable.value_or(false) ||
+        d.desc_enumerable.value_or(false)) {
+        return cannot_modify(engine);
+    }
+    if (!d.desc_value) {
+        return o;
+    }
+    double length = 0;
+    if (auto e = take(to_double_value(engine, *d.desc_value), length)) {
+        return *e;
+    }
+    if (!(length >= 0 && length <= 4294967295.0 && length == std::trunc(length))) {
+        return throw_error(engine, js_error::invalid_array_length);
+    }
+    auto const wanted = static_cast<std::uint32_t>(length);
+    auto const& items = std::get<class_array>(o->obj_class).array_items;
+    for (std::size_t i = items.length(); i > wanted; --i) {
+        if (auto const* it = std::get_if<item>(&items[i - 1]); it && it->item_attrs.has(attr::no_delete)) {
+            if (auto r = set_array_length(engine, o, int_value(static_cast<std::int64_t>(i)));
+                is_exception(r)) {
                 return r;
             }
-            items[*index] =
-                item{.item_value = d.desc_value.value_or(value), .item_attrs = attrs_of(d, current)};
-            return o;
+            return cannot_modify(engine);
         }
-        if (auto const* u = std::get_if<js_prop_utf8>(&key); u && u->prop_text == "length") {
-            // An array's length is permanent and hidden; only its value may change.
-            if (d.desc_get || d.desc_set || d.desc_configurable.value_or(false) ||
-                d.desc_enumerable.value_or(false)) {
-                return cannot_modify();
-            }
-            if (!d.desc_value) {
-                return o;
-            }
-            double length = 0;
-            if (auto e = take(to_double_value(engine, *d.desc_value), length)) {
-                return *e;
-            }
-            if (!(length >= 0 && length <= 4294967295.0 && length == std::trunc(length))) {
-                return throw_error(engine, js_error::invalid_array_length);
-            }
-            // Shortening stops above the last element that may not be deleted, and then fails.
-            auto const wanted = static_cast<std::uint32_t>(length);
-            for (std::size_t i = a->array_items.length(); i > wanted; --i) {
-                if (auto const* it = std::get_if<item>(&a->array_items[i - 1]);
-                    it && it->item_attrs.has(attr::no_delete)) {
-                    if (auto r = set_array_length(engine, o, int_value(static_cast<std::int64_t>(i)));
-                        is_exception(r)) {
-                        return r;
-                    }
-                    return cannot_modify();
-                }
-            }
-            if (auto r = set_array_length(engine, o, number_value(length)); is_exception(r)) {
+    }
+    return set_array_length(engine, o, number_value(length));
+}
+
+bool is_length(js_prop_string const& key) {
+    auto const* u = std::get_if<js_prop_utf8>(&key);
+    return u != nullptr && u->prop_text == "length";
+}
+
+expr_res<js_value> define_property(js& engine, js_object o, js_prop_string const& key, descriptor const& d) {
+    auto const index = array_index(key);
+    if (std::holds_alternative<class_array>(o->obj_class)) {
+        if (index) {
+            return define_element(engine, o, *index, d);
+        }
+        if (is_length(key)) {
+            if (auto r = define_array_length(engine, o, d); is_exception(r)) {
                 return r;
             }
             return o;
         }
     }
     if (auto const* s = std::get_if<class_string>(&o->obj_class)) {
-        auto const* u = std::get_if<js_prop_utf8>(&key);
-        if ((index && *index < s->string_value.length()) || (u && u->prop_text == "length")) {
-            return cannot_modify();
+        if ((index && *index < s->string_value.length()) || is_length(key)) {
+            return cannot_modify(engine);
         }
     }
     attrs current = all_attrs;
     property_value content = prop_value{.value = undefined()};
     if (auto pos = find_own_property(o, key)) {
         js_property const& p = o->obj_properties[*pos];
-        if (is_frozen(p.property_attrs, std::holds_alternative<prop_accessor>(p.property_value))) {
-            return cannot_modify();
+        if (!may_redefine(p.property_attrs, std::holds_alternative<prop_accessor>(p.property_value), d)) {
+            return cannot_modify(engine);
         }
         current = p.property_attrs;
         content = p.property_value;
@@ -302,6 +327,10 @@ expr_res<js_value> object_prototype_member(call_info const& c, object_func f) {
         return *e;
     }
     if (f == object_func::object_has_own_property) {
+        // An array's length lives as an accessor on Array.prototype, but to scripts it is the array's own.
+        if (std::holds_alternative<class_array>(self->obj_class) && key == key_of_utf8("length")) {
+            return true;
+        }
         return has_own_property(engine, self, key);
     }
     for (auto const& name : enumerate_own(engine, self)) {
@@ -372,15 +401,8 @@ expr_res<js_value> function_member(call_info const& c, object_func f) {
 }
 
 expr_res<js_value> boolean_member(call_info const& c, object_func f) {
-    std::optional<bool> b;
-    if (auto const* v = std::get_if<bool>(&c.this_value)) {
-        b = *v;
-    } else if (auto const* o = std::get_if<js_object>(&c.this_value)) {
-        if (auto const* w = std::get_if<class_boolean>(&(*o)->obj_class)) {
-            b = w->boolean_value;
-        }
-    }
-    if (!b) {
+    bool const* b = this_primitive(c.this_value, &class_boolean::boolean_value);
+    if (b == nullptr) {
         return throw_error(c.engine, js_error::not_boolean);
     }
     if (f == object_func::boolean_to_string) {

@@ -393,13 +393,8 @@ expr_res<js_value> string_char(call_info const& c, js_string const& s, bool code
 }
 
 expr_res<js_value> string_value(call_info const& c) {
-    if (auto const* s = std::get_if<js_string>(&c.this_value)) {
+    if (auto const* s = this_primitive(c.this_value, &class_string::string_value)) {
         return *s;
-    }
-    if (auto const* o = std::get_if<js_object>(&c.this_value)) {
-        if (auto const* w = std::get_if<class_string>(&(*o)->obj_class)) {
-            return w->string_value;
-        }
     }
     return throw_error(c.engine, js_error::not_string);
 }

@@ -109,9 +109,26 @@ relational_kind relational_of(binary_kind k) {
         return relational_kind::greater_than;
     case binary_kind::less_than_or_equal:
         return relational_kind::less_than_or_equal;
-    default:
+    case binary_kind::greater_than_or_equal:
         return relational_kind::greater_than_or_equal;
+    case binary_kind::bitwise_and:
+    case binary_kind::bitwise_or:
+    case binary_kind::bitwise_xor:
+    case binary_kind::plus:
+    case binary_kind::minus:
+    case binary_kind::multiply:
+    case binary_kind::divide:
+    case binary_kind::remainder:
+    case binary_kind::equal:
+    case binary_kind::not_equal:
+    case binary_kind::strict_equal:
+    case binary_kind::strict_not_equal:
+    case binary_kind::left_shift:
+    case binary_kind::signed_right_shift:
+    case binary_kind::unsigned_right_shift:
+        break;
     }
+    throw internal_error("relational_of: not a comparison");
 }
 
 /// Stores a value; a number over a number is copied without going through the variant's assignment.
@@ -159,6 +176,23 @@ inline bool exact_double(number n, double& d) {
     return true;
 }
 
+/// Stores a number or a boolean, in place when the register already holds one of that type.
+[[gnu::always_inline]] inline void store_number(js_value& to, number n) {
+    if (auto* m = std::get_if<number>(&to)) {
+        *m = n;
+        return;
+    }
+    to = n;
+}
+
+[[gnu::always_inline]] inline void store_bool(js_value& to, bool b) {
+    if (auto* m = std::get_if<bool>(&to)) {
+        *m = b;
+        return;
+    }
+    to = b;
+}
+
 /// The operators of loop counters on two integers, or on an integer and a double (a literal such as
 /// `1e7`), done in place; false for everything else.
 inline bool fast_number_binary(binary_kind k, number const& a, number const& b, js_value& out) {
@@ -168,34 +202,43 @@ inline bool fast_number_binary(binary_kind k, number const& a, number const& b, 
         switch (k) {
         case binary_kind::plus:
             // Integers wrap at 64 bits, as everywhere in the engine.
-            out = number{static_cast<std::int64_t>(static_cast<std::uint64_t>(*x) + static_cast<std::uint64_t>(*y))};
+            store_number(out, number{static_cast<std::int64_t>(static_cast<std::uint64_t>(*x) + static_cast<std::uint64_t>(*y))});
             return true;
         case binary_kind::minus:
-            out = number{static_cast<std::int64_t>(static_cast<std::uint64_t>(*x) - static_cast<std::uint64_t>(*y))};
+            store_number(out, number{static_cast<std::int64_t>(static_cast<std::uint64_t>(*x) - static_cast<std::uint64_t>(*y))});
             return true;
         case binary_kind::less_than:
-            out = *x < *y;
+            store_bool(out, *x < *y);
             return true;
         case binary_kind::greater_than:
-            out = *x > *y;
+            store_bool(out, *x > *y);
             return true;
         case binary_kind::less_than_or_equal:
-            out = *x <= *y;
+            store_bool(out, *x <= *y);
             return true;
         case binary_kind::greater_than_or_equal:
-            out = *x >= *y;
+            store_bool(out, *x >= *y);
             return true;
         case binary_kind::equal:
         case binary_kind::strict_equal:
-            out = *x == *y;
+            store_bool(out, *x == *y);
             return true;
         case binary_kind::not_equal:
         case binary_kind::strict_not_equal:
-            out = *x != *y;
+            store_bool(out, *x != *y);
             return true;
-        default:
+        case binary_kind::bitwise_and:
+        case binary_kind::bitwise_or:
+        case binary_kind::bitwise_xor:
+        case binary_kind::multiply:
+        case binary_kind::divide:
+        case binary_kind::remainder:
+        case binary_kind::left_shift:
+        case binary_kind::signed_right_shift:
+        case binary_kind::unsigned_right_shift:
             return false;
         }
+        return false;
     }
     double p = 0;
     double q = 0;
@@ -205,20 +248,35 @@ inline bool fast_number_binary(binary_kind k, number const& a, number const& b, 
     // Comparisons of doubles are false with NaN, as the language wants.
     switch (k) {
     case binary_kind::less_than:
-        out = p < q;
+        store_bool(out, p < q);
         return true;
     case binary_kind::greater_than:
-        out = p > q;
+        store_bool(out, p > q);
         return true;
     case binary_kind::less_than_or_equal:
-        out = p <= q;
+        store_bool(out, p <= q);
         return true;
     case binary_kind::greater_than_or_equal:
-        out = p >= q;
+        store_bool(out, p >= q);
         return true;
-    default:
+    case binary_kind::bitwise_and:
+    case binary_kind::bitwise_or:
+    case binary_kind::bitwise_xor:
+    case binary_kind::plus:
+    case binary_kind::minus:
+    case binary_kind::multiply:
+    case binary_kind::divide:
+    case binary_kind::remainder:
+    case binary_kind::equal:
+    case binary_kind::not_equal:
+    case binary_kind::strict_equal:
+    case binary_kind::strict_not_equal:
+    case binary_kind::left_shift:
+    case binary_kind::signed_right_shift:
+    case binary_kind::unsigned_right_shift:
         return false;
     }
+    return false;
 }
 
 /// A binary operator on two numbers, the common case of loops and arithmetic.
@@ -378,6 +436,15 @@ std::vector<js_value> arguments_from(frame const& fr, int list) {
     return args;
 }
 
+/// Marks a thrown value with the source of the code it passes through. Code without a source (text
+/// given to `eval` or `new Function` by the embedding) leaves it to a frame that has one.
+void mark_thrown(js_value const& thrown, context const& ctx, std::optional<int> line) {
+    std::string const file = resource::locator::locator_to_string(ctx.source_locator);
+    if (!file.empty()) {
+        annotate_exception(thrown, file, line);
+    }
+}
+
 /// Runs a frame from offset 0: the completion value at the end, a return value, or a thrown value.
 stmt_res run(js& engine, frame& fr) {
     vm::func_ops const& code = fr.code;
@@ -385,9 +452,12 @@ stmt_res run(js& engine, frame& fr) {
     int const end = static_cast<int>(ops.size());
     js_value* const regs = fr.vars.data();
     js_value const* const consts = code.op_consts.data();
-    auto val = [&](std::int32_t o) -> js_value const& { return o < 0 ? consts[-o - 1] : regs[o]; };
+    auto val = [&](std::int32_t o) __attribute__((always_inline)) -> js_value const& {
+        return o < 0 ? consts[-o - 1] : regs[o];
+    };
     auto name = [&](std::int32_t i) -> std::string const& { return code.op_names[static_cast<std::size_t>(i)]; };
-    auto key = [&](std::int32_t i) -> js_prop_string const& { return code.op_keys[static_cast<std::size_t>(i)]; };
+    js_prop_string const* const keys = code.op_keys.data();
+    auto key = [&](std::int32_t i) __attribute__((always_inline)) -> js_prop_string const& { return keys[i]; };
     auto object_in = [&](std::int32_t r, char const* what) -> js_object {
         auto const* o = std::get_if<js_object>(&regs[r]);
         if (o == nullptr) {
@@ -901,7 +971,7 @@ stmt_res run(js& engine, frame& fr) {
         // A frame that knows the line marks the thrown value; one that does not (a `throw` statement has
         // no line of its own) leaves it to the frame that called it, or to the end of the program.
         if (auto line = vm::line_of(code, pc)) {
-            annotate_exception(thrown, resource::locator::locator_to_string(fr.ctx.source_locator), line);
+            mark_thrown(thrown, fr.ctx, line);
         }
         while (true) {
             if (fr.scopes.empty()) {
@@ -1077,6 +1147,9 @@ js_object make_script_function(js& engine,
 
 expr_res<js_value> do_call(js& engine, js_object func, javascript_func const& f, js_value const& this_value,
                            std::vector<js_value> const& args) {
+    if (!f.func_ops) {
+        throw internal_error("do_call: script function without compiled instructions");
+    }
     if (!stack_left()) {
         return throw_error(engine, js_error_res{.error_kind = js_error::range_error,
                                                 .error_detail = jsstring::from_utf8("too much recursion")});
@@ -1140,7 +1213,7 @@ expr_res<js_value> run_code(js& engine, context const& ctx, source_elements cons
             return throw_error(engine, js_error_res{.error_kind = js_error::eval_syntax_error, .error_detail = message});
         }
         js_object e = new_error(engine, native_error::syntax_error, message);
-        annotate_exception(e, resource::locator::locator_to_string(ctx.source_locator), failure->failure_line);
+        mark_thrown(e, ctx, failure->failure_line);
         return exception{.exception_value = e};
     }
     auto code = vm::compile_program(statements, chain_is_global(engine, ctx.scope_chain)
@@ -1153,7 +1226,7 @@ expr_res<js_value> run_code(js& engine, context const& ctx, source_elements cons
     }
     stmt_res r = run(engine, fr);
     if (auto const* t = std::get_if<throw_res>(&r); t != nullptr && !eval_code) {
-        annotate_exception(t->res_value, resource::locator::locator_to_string(ctx.source_locator), std::nullopt);
+        mark_thrown(t->res_value, ctx, std::nullopt);
     }
     if (std::holds_alternative<normal_res>(r) || std::holds_alternative<throw_res>(r)) {
         return result_of(r, eval_code ? "call_eval" : "eval_program");

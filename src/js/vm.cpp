@@ -86,7 +86,7 @@ enum class target_kind { loop, switch_statement, labelled };
 
 /// A statement that `break` (and for loops `continue`) may leave or repeat: its labels, the jumps to
 /// patch once its ends are known, and how many cleanups were open outside it.
-struct jump_target {
+struct target_info {
     target_kind kind = target_kind::labelled;
     label_set labels;
     std::vector<int> break_jumps;
@@ -94,19 +94,14 @@ struct jump_target {
     std::size_t cleanup_depth = 0;
 };
 
+/// Whether evaluating an expression can change no register: literals, names, `this` and function
+/// expressions. A value read before such an expression needs no copy.
 bool is_pure(expr const& e) {
-    return std::visit(overloaded{
-                          [](number_expr const&) { return true; },
-                          [](string_expr const&) { return true; },
-                          [](bool_expr const&) { return true; },
-                          [](null_expr const&) { return true; },
-                          [](this_expr const&) { return true; },
-                          [](id_expr const&) { return true; },
-                          [](regexp_ob const&) { return true; },
-                          [](func_expr_expr const&) { return true; },
-                          [](auto const&) { return false; },
-                      },
-                      e.expr_node);
+    auto const& n = e.expr_node;
+    return std::holds_alternative<number_expr>(n) || std::holds_alternative<string_expr>(n) ||
+           std::holds_alternative<bool_expr>(n) || std::holds_alternative<null_expr>(n) ||
+           std::holds_alternative<this_expr>(n) || std::holds_alternative<id_expr>(n) ||
+           std::holds_alternative<regexp_ob>(n) || std::holds_alternative<func_expr_expr>(n);
 }
 
 js_prop_string key_of_name(prop_name const& n) {
@@ -214,7 +209,7 @@ struct compiler {
     int finally_depth = 0;
     /// A register a `return` keeps its value in while finally blocks run; -1 if the body has none.
     int return_reg = -1;
-    std::vector<jump_target> targets;
+    std::vector<target_info> label_targets;
     std::vector<cleanup> cleanups;
     std::vector<std::vector<int>> finally_calls;
     std::vector<std::pair<int, int>> lines_stack;
@@ -740,14 +735,9 @@ struct compiler {
                 continue;
             }
             if (outermost) {
-                int const keep = next_reg;
-                js_operand left = acc;
-                int t = d.dest == dest_kind::specific_var ? d.dest_reg : -1;
-                if (t < 0) {
-                    // The result takes a new register unless the running value already has one.
-                    t = is_temp(acc) && acc.operand == keep - 1 ? acc.operand : alloc();
-                }
-                acc = binary_step(node, left, t);
+                // A register of its own: a comparison's boolean does not overwrite the number it came
+                // from, which the loop would then have to change back.
+                acc = binary_step(node, acc, target(d));
                 continue;
             }
             int t = is_temp(acc) && acc.operand == next_reg - 1 ? acc.operand : alloc();
@@ -930,17 +920,17 @@ struct compiler {
     /// Runs `body` as a statement that `break` (and, for loops, `continue`) may target; gives the jump
     /// target so that its jumps can be patched.
     template <class F>
-    jump_target targeted(target_kind kind, label_set labels, F&& body) {
-        targets.push_back(jump_target{.kind = kind, .labels = std::move(labels), .cleanup_depth = cleanups.size()});
+    target_info targeted(target_kind kind, label_set labels, F&& body) {
+        label_targets.push_back(target_info{.kind = kind, .labels = std::move(labels), .cleanup_depth = cleanups.size()});
         body();
-        jump_target t = std::move(targets.back());
-        targets.pop_back();
+        target_info t = std::move(label_targets.back());
+        label_targets.pop_back();
         return t;
     }
 
     void jump_out(bool is_break, std::optional<std::string> const& label) {
-        for (std::size_t k = targets.size(); k-- > 0;) {
-            jump_target& t = targets[k];
+        for (std::size_t k = label_targets.size(); k-- > 0;) {
+            target_info& t = label_targets[k];
             bool matches = label ? std::find(t.labels.begin(), t.labels.end(), *label) != t.labels.end()
                                  : (t.kind == target_kind::loop || (is_break && t.kind == target_kind::switch_statement));
             if (!matches) {
@@ -961,7 +951,7 @@ struct compiler {
     template <class F>
     void loop(label_set labels, F&& body) {
         int cont = 0;
-        jump_target t = targeted(target_kind::loop, std::move(labels), [&] { cont = body(); });
+        target_info t = targeted(target_kind::loop, std::move(labels), [&] { cont = body(); });
         patch_jumps(t.continue_jumps, cont);
         patch_jumps(t.break_jumps, here());
     }
@@ -1000,6 +990,10 @@ struct compiler {
             patch_jump(to_test, here());
             if (test) {
                 int saved = next_reg;
+                // The test's temporaries lie above every register used so far, so that no register of
+                // the loop holds a number on one pass and a boolean on the next: a store of the same
+                // type is done in place, a change of type is not.
+                next_reg = std::max(next_reg, out.num_vars);
                 int j = jump_if(**test, true);
                 out.ops[j].op_b = start;
                 next_reg = saved;
@@ -1027,6 +1021,7 @@ struct compiler {
             stmt(body);
             int cont = here();
             patch_jump(to_test, cont);
+            next_reg = std::max(next_reg, out.num_vars);
             int has = alloc();
             emit(op_code::js_op_iter_has_next, has, it);
             emit(op_code::js_op_jump_if, has, start, 0, 0, 1);
@@ -1060,7 +1055,7 @@ struct compiler {
         int to_default = reserve();
         // Bodies in source order: the clauses before the default, the default, the clauses after it.
         std::vector<int> body_starts;
-        jump_target t = targeted(target_kind::switch_statement, std::move(labels), [&] {
+        target_info t = targeted(target_kind::switch_statement, std::move(labels), [&] {
             for (auto const& c : cb.first_clauses) {
                 body_starts.push_back(here());
                 elements(c.case_body);
@@ -1161,7 +1156,7 @@ struct compiler {
                             std::holds_alternative<switch_stmt>(s.stmt_node) ||
                             std::holds_alternative<labelled_stmt>(s.stmt_node);
         if (!labels.empty() && !takes_labels) {
-            jump_target t = targeted(target_kind::labelled, labels, [&] { stmt_body(s, {}); });
+            target_info t = targeted(target_kind::labelled, labels, [&] { stmt_body(s, {}); });
             patch_jumps(t.break_jumps, here());
         } else {
             stmt_body(s, std::move(labels));
@@ -1201,6 +1196,8 @@ struct compiler {
                         stmt(*x.do_while_body);
                         int cont = here();
                         int saved = next_reg;
+                        // As in `for` loops: the test's temporaries apart from the body's.
+                        next_reg = std::max(next_reg, out.num_vars);
                         int j = jump_if(*x.do_while_test, true);
                         out.ops[j].op_b = start;
                         next_reg = saved;

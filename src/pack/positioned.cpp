@@ -369,11 +369,11 @@ void gather_fixed(prepack::block const& b, std::vector<prepack::block>& out);
 void gather_fixed_spans(std::vector<prepack::span> const& spans, std::vector<prepack::block>& out) {
     for (auto const& sp : spans) {
         if (auto const* n = std::get_if<prepack::span_nested>(&sp)) {
-            gather_fixed_spans(n->nested.span_content, out);
+            gather_fixed_spans(n->nested->span_content, out);
         } else if (auto const* ib = std::get_if<prepack::span_inline_block>(&sp); ib && ib->inline_block) {
             gather_fixed(*ib->inline_block, out);
         } else if (auto const* f = std::get_if<prepack::span_footnote>(&sp)) {
-            if (auto const* bf = std::get_if<prepack::block_footnote>(&f->footnote_body); bf && bf->footnote_block) {
+            if (auto const* bf = std::get_if<prepack::block_footnote>(&*f->footnote_body); bf && bf->footnote_block) {
                 gather_fixed(*bf->footnote_block, out);
             }
         }

@@ -302,7 +302,7 @@ struct builder {
         std::visit(
             overloaded{
                 [&](prepack::span_nested const& n) {
-                    auto const& ns = n.nested;
+                    auto const& ns = *n.nested;
                     auto nfl = nested_first_line(fl, ns);
                     fonts::direction ndir = dir;
                     if (ns.span_direction) {
@@ -335,7 +335,7 @@ struct builder {
                                                                   .page_display = footnote_display::inline_footnote}});
                                    },
                                },
-                               f.footnote_body);
+                               *f.footnote_body);
                     one(req, style, fl, dir, width, *f.call, out);
                 },
                 [&](prepack::span_inline_block const& b) {
@@ -390,7 +390,7 @@ struct builder {
                                                                        .counter_content = c.counter}});
                                    },
                                },
-                               g.gen);
+                               *g.gen);
                 },
                 [&](prepack::span_script_func const& f) {
                     // The call is made when the item is measured on its page; until then its result is
@@ -406,7 +406,7 @@ struct builder {
                 [&](prepack::span_first_letter const& f) {
                     auto ls = style;
                     auto lfl = fl;
-                    for (auto const& ctx : f.first_letter_styles) {
+                    for (auto const& ctx : *f.first_letter_styles) {
                         ls = share(css::compute_style::compute_style(ls, ctx.context, ctx.decls));
                         if (lfl) {
                             auto s2 = share(css::compute_style::compute_style(lfl->first_line_style, ctx.context, ctx.decls));

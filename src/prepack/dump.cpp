@@ -139,12 +139,12 @@ void spans(std::string& out, std::vector<span> const& list, int depth) {
     for (auto const& s : list) {
         std::visit(overloaded{
                        [&](span_nested const& n) {
-                           out += indent(depth) + "span " + type_text(n.nested.span_type);
-                           if (n.nested.span_direction) {
-                               out += " level=" + std::to_string(*n.nested.span_direction);
+                           out += indent(depth) + "span " + type_text(n.nested->span_type);
+                           if (n.nested->span_direction) {
+                               out += " level=" + std::to_string(*n.nested->span_direction);
                            }
                            out += "\n";
-                           spans(out, n.nested.span_content, depth + 1);
+                           spans(out, n.nested->span_content, depth + 1);
                        },
                        [&](span_footnote const& f) {
                            out += indent(depth) + "footnote\n";
@@ -152,7 +152,7 @@ void spans(std::string& out, std::vector<span> const& list, int depth) {
                                           [&](block_footnote const& b) { one_block(out, *b.footnote_block, depth + 1); },
                                           [&](inline_footnote const& i) { spans(out, i.footnote_spans, depth + 1); },
                                       },
-                                      f.footnote_body);
+                                      *f.footnote_body);
                        },
                        [&](span_inline_block const& b) {
                            out += indent(depth) + "inline_block\n";

@@ -12,6 +12,7 @@
 #include "css/style.hpp"
 #include "document/dom.hpp"
 #include "resource/locator.hpp"
+#include "util/boxed.hpp"
 #include "util/ref.hpp"
 #include "util/textbuf.hpp"
 
@@ -415,14 +416,14 @@ struct inline_footnote {
 using footnote_body = std::variant<block_footnote, inline_footnote>;
 
 struct span_nested {
-    prepack::nested_span nested;
+    boxed<prepack::nested_span> nested;
     bool operator==(span_nested const&) const = default;
 };
 
 /// A footnote: the call left in the text and the body moved to the foot of the page.
 struct span_footnote {
     ref<span> call;
-    prepack::footnote_body footnote_body;
+    boxed<prepack::footnote_body> footnote_body;
     ref<css::style::style> footnote_style;
     bool operator==(span_footnote const&) const = default;
 };
@@ -465,7 +466,7 @@ struct span_leader {
 };
 
 struct span_gen_content {
-    prepack::gen_content gen;
+    boxed<prepack::gen_content> gen;
     bool operator==(span_gen_content const&) const = default;
 };
 
@@ -476,7 +477,7 @@ struct span_script_func {
 
 /// The first letter of a paragraph with the ::first-letter styles that apply to it, outermost first.
 struct span_first_letter {
-    std::vector<styled_context> first_letter_styles;
+    boxed<std::vector<styled_context>> first_letter_styles;
     textbuf::textbuf first_letter_text;
     bool operator==(span_first_letter const&) const = default;
 };
@@ -493,10 +494,12 @@ using span_alternative = std::variant<span_nested,
                                       span_script_func,
                                       span_first_letter>;
 
-/// One piece of a paragraph.
+/// One piece of a paragraph. Paragraphs hold many of them (one per word and per space), so each
+/// alternative stays small and the large, rare ones are boxed.
 struct span : span_alternative {
     using span_alternative::span_alternative;
 };
+static_assert(sizeof(span) <= 48, "a span is one word of a paragraph: keep it small");
 
 /// Spans compare alternative by alternative.
 bool operator==(span const& a, span const& b);

@@ -131,7 +131,7 @@ struct leaf {
 void leaves_of(std::vector<span>& spans, std::vector<leaf>& out) {
     for (std::size_t i = 0; i < spans.size(); ++i) {
         if (auto* n = std::get_if<span_nested>(&spans[i])) {
-            leaves_of(n->nested.span_content, out);
+            leaves_of(n->nested->span_content, out);
         } else if (!out_of_flow(spans[i])) {
             out.push_back({&spans, i});
         }
@@ -145,7 +145,7 @@ using removals = std::set<std::pair<std::vector<span> const*, std::size_t>>;
 void prune(std::vector<span>& spans, removals const& gone) {
     for (auto& s : spans) {
         if (auto* n = std::get_if<span_nested>(&s)) {
-            prune(n->nested.span_content, gone);
+            prune(n->nested->span_content, gone);
         }
     }
     std::vector<span> kept;
@@ -376,7 +376,7 @@ void collapse_spaces(std::vector<span>& spans) {
 bool has_content(std::vector<span> const& spans) {
     for (auto const& s : spans) {
         if (auto const* n = std::get_if<span_nested>(&s)) {
-            if (has_content(n->nested.span_content)) {
+            if (has_content(n->nested->span_content)) {
                 return true;
             }
         } else if (!is_collapsible(s)) {
@@ -524,14 +524,14 @@ void flatten(std::vector<span> const& spans, int level, std::optional<bidi_class
                            int inner = current();
                            contexts.push_back(inner);
                            auto inner_forced = current_forced();
-                           if (auto const e = embedding_of(n.nested, inner)) {
+                           if (auto const e = embedding_of(*n.nested, inner)) {
                                needed = true;
                                inner = *e;
-                               if (n.nested.span_style->unicode_bidi == css::box::unicode_bidi::bidi_override) {
-                                   inner_forced = is_rtl(*n.nested.span_style) ? bidi_class::r : bidi_class::l;
+                               if (n.nested->span_style->unicode_bidi == css::box::unicode_bidi::bidi_override) {
+                                   inner_forced = is_rtl(*n.nested->span_style) ? bidi_class::r : bidi_class::l;
                                }
                            }
-                           flatten(n.nested.span_content, inner, inner_forced, things, contexts, needed);
+                           flatten(n.nested->span_content, inner, inner_forced, things, contexts, needed);
                        },
                        [&](span_text const& t) { add_text(t.text, level, forced, stack, things, needed); },
                        [&](span_text_with_hyphen const& t) { add_text(t.text, level, forced, stack, things, needed); },
@@ -752,7 +752,7 @@ std::vector<span> wrap_runs(std::vector<unit>& units, std::size_t from, std::siz
             ++j;
         }
         auto* lone = j == i + 1 ? std::get_if<span_nested>(&units[i].unit_span) : nullptr;
-        if (lone && lone->nested.span_direction == low) {
+        if (lone && lone->nested->span_direction == low) {
             // An embedding that is its own run needs no second span around it.
             out.push_back(std::move(units[i].unit_span));
         } else {
@@ -812,7 +812,7 @@ std::vector<unit> units_of(std::vector<span>& spans, int context, css::style::st
     units.reserve(spans.size());
     for (auto& s : spans) {
         if (auto* n = std::get_if<span_nested>(&s)) {
-            auto& nested = n->nested;
+            auto& nested = *n->nested;
             auto const& style = nested.span_style ? *nested.span_style : around;
             int const around_level = contexts.at(next_context++);
             auto const embedding = embedding_of(nested, around_level);

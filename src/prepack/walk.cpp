@@ -1156,13 +1156,13 @@ struct walker {
             if (!n) {
                 continue;
             }
-            if (auto const* o = std::get_if<type_original>(&n->nested.span_type);
+            if (auto const* o = std::get_if<type_original>(&n->nested->span_type);
                 o && carries_values(o->stuff)) {
                 out.push_back(block{.block_content = bcontent_blocks{},
                                     .block_style = anonymous_style(style),
                                     .block_type = *o});
             }
-            values_blocks(n->nested.span_content, style, out);
+            values_blocks(n->nested->span_content, style, out);
         }
     }
 
@@ -1361,11 +1361,11 @@ struct walker {
     static bool split_first_letter(std::vector<span>& spans, styled_context const& ctx) {
         for (std::size_t i = 0; i < spans.size(); ++i) {
             if (auto* fl = std::get_if<span_first_letter>(&spans[i])) {
-                fl->first_letter_styles.insert(fl->first_letter_styles.begin(), ctx);
+                fl->first_letter_styles->insert(fl->first_letter_styles->begin(), ctx);
                 return true;
             }
             if (auto* n = std::get_if<span_nested>(&spans[i])) {
-                if (split_first_letter(n->nested.span_content, ctx)) {
+                if (split_first_letter(n->nested->span_content, ctx)) {
                     return true;
                 }
                 continue;
@@ -1387,7 +1387,7 @@ struct walker {
             while (n < t->text.size() && unicode::is_punctuation(t->text[n])) {
                 ++n;
             }
-            span first = span_first_letter{{ctx}, t->text.substr(0, n)};
+            span first = span_first_letter{std::vector<styled_context>{ctx}, t->text.substr(0, n)};
             auto rest = t->text.substr(n);
             if (rest.empty()) {
                 spans[i] = std::move(first);

@@ -384,7 +384,7 @@ TEST_F(engine_test, call_and_construct_dispatch) {
 
 TEST_F(engine_test, script_functions_run_through_the_installed_hook) {
     js_object f = new_function(engine, javascript_func{});
-    // Nothing runs script functions yet: a clear internal error, not a made-up result.
+    // A function record without compiled instructions: a clear internal error, not a made-up result.
     EXPECT_THROW(call(engine, undefined(), f, {}), vellum::internal_error);
     // With a runner installed, `new` makes an object from f.prototype, and a returned object wins.
     js_value returned = undefined();

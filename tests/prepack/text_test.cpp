@@ -213,12 +213,12 @@ int check_made_spans(std::vector<span> const& spans) {
     int made = 0;
     for (auto const& s : spans) {
         if (auto const* n = std::get_if<span_nested>(&s)) {
-            EXPECT_TRUE(n->nested.span_style != nullptr);
-            if (std::holds_alternative<type_anonymous>(n->nested.span_type)) {
-                EXPECT_TRUE(n->nested.span_direction.has_value());
+            EXPECT_TRUE(n->nested->span_style != nullptr);
+            if (std::holds_alternative<type_anonymous>(n->nested->span_type)) {
+                EXPECT_TRUE(n->nested->span_direction.has_value());
                 ++made;
             }
-            made += check_made_spans(n->nested.span_content);
+            made += check_made_spans(n->nested->span_content);
         }
     }
     return made;
@@ -271,7 +271,7 @@ int deepest_level(std::vector<span> const& spans) {
     int deepest = 0;
     for (auto const& s : spans) {
         if (auto const* n = std::get_if<span_nested>(&s)) {
-            deepest = std::max({deepest, n->nested.span_direction.value_or(0), deepest_level(n->nested.span_content)});
+            deepest = std::max({deepest, n->nested->span_direction.value_or(0), deepest_level(n->nested->span_content)});
         }
     }
     return deepest;
@@ -332,10 +332,10 @@ TEST(text, bidi_spans_inherit_without_box_properties) {
     auto const spans = bidi_of(U"a \u05D0", para);
     ASSERT_EQ(spans.size(), 3u);
     auto const* n = std::get_if<span_nested>(&spans[2]);
-    ASSERT_TRUE(n && n->nested.span_style);
-    EXPECT_EQ(n->nested.span_style->font_size, 20);
-    EXPECT_EQ(n->nested.span_style->padding_left, css::box::padding{0.0f});
-    EXPECT_EQ(n->nested.span_style->unicode_bidi, css::box::unicode_bidi::normal);
+    ASSERT_TRUE(n && n->nested->span_style);
+    EXPECT_EQ(n->nested->span_style->font_size, 20);
+    EXPECT_EQ(n->nested->span_style->padding_left, css::box::padding{0.0f});
+    EXPECT_EQ(n->nested->span_style->unicode_bidi, css::box::unicode_bidi::normal);
 }
 
 TEST(text, bidi_embeddings_and_overrides) {
@@ -363,7 +363,7 @@ TEST(text, bidi_embeddings_and_overrides) {
     EXPECT_EQ(check_made_spans(inside), 1);
 
     // Inline boxes and generated content stand in as neutrals; none is lost or doubled.
-    std::vector<span> objects{span_text{U"\u05D0"}, span_gen_content{gen_string{"x"}}, span_text{U"\u05D1"},
+    std::vector<span> objects{span_text{U"\u05D0"}, span_gen_content{gen_content{gen_string{"x"}}}, span_text{U"\u05D1"},
                               span_leader{U".", 0}, span_text{U"c"}};
     apply_bidi(objects, ltr);
     EXPECT_EQ(dump::dump_spans(objects).find("span anonymous level=1\n"), 0u);

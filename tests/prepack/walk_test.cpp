@@ -287,7 +287,7 @@ std::pair<int, std::string> span_depth(std::vector<span> const* spans) {
             return {depth, t ? textbuf::to_utf8(t->text) : ""};
         }
         ++depth;
-        spans = &n->nested.span_content;
+        spans = &n->nested->span_content;
     }
     return {depth, ""};
 }
