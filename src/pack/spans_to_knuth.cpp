@@ -399,8 +399,8 @@ struct builder {
                                                                      .script_style = style,
                                                                      .script_first_line = fl,
                                                                      .script_direction = dir,
-                                                                     .script_func_name = f.func.script_func_name,
-                                                                     .script_func_args = f.func.script_func_args}});
+                                                                     .script_func_name = f.func->script_func_name,
+                                                                     .script_func_args = f.func->script_func_args}});
                     out.push_back(script_func_tail{});
                 },
                 [&](prepack::span_first_letter const& f) {

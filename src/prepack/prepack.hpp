@@ -470,9 +470,10 @@ struct span_gen_content {
     bool operator==(span_gen_content const&) const = default;
 };
 
+/// A call of a script function; boxed, as it is rare and larger than a word.
 struct span_script_func {
-    prepack::script_func func;
-    bool operator==(span_script_func const&) const = default;
+    ref<prepack::script_func> func;
+    bool operator==(span_script_func const& other) const { return *func == *other.func; }
 };
 
 /// The first letter of a paragraph with the ::first-letter styles that apply to it, outermost first.

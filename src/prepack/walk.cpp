@@ -369,7 +369,7 @@ struct walker {
                                                   text_at.at_word_start = false;
                                               },
                                               [&](text_thing_script& f) {
-                                                  out.push_back(span_script_func{std::move(f.func)});
+                                                  out.push_back(span_script_func{share(std::move(f.func))});
                                               },
                                           },
                                           t);
