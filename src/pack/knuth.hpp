@@ -8,6 +8,7 @@
 #include "css/used_style.hpp"
 #include "prepack/prepack.hpp"
 #include "text/fonts/graphemes.hpp"
+#include "util/boxed.hpp"
 #include "util/ref.hpp"
 #include "util/textbuf.hpp"
 
@@ -93,7 +94,7 @@ struct counter {
     text_head counter_head;
     fonts::direction counter_direction = fonts::direction::ltr;
     css::box::writing_mode counter_writing_mode = css::box::writing_mode::horizontal;
-    prepack::counter_content counter_content;
+    boxed<prepack::counter_content> counter_content;
     textbuf::textbuf counter_text;
     bool operator==(counter const&) const = default;
 };
@@ -127,8 +128,8 @@ struct open {
     style_ref box_parent_style;
     /// The bidi embedding level the box opens, if it opens one.
     std::optional<int> box_dir;
-    /// The element the box stands for.
-    prepack::element_type box_element_type = prepack::type_anonymous{};
+    /// The element the box stands for (large and rare: boxed, so that every item stays small).
+    boxed<prepack::element_type> box_element_type = prepack::element_type{prepack::type_anonymous{}};
     bool operator==(open const&) const = default;
 };
 

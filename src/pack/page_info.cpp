@@ -105,7 +105,7 @@ eval_knuth::eval_env env_of(page_info const& info) {
                                   return target_counter_text(*targets, *looked_up, pages, t);
                               },
                           },
-                          c.counter_content);
+                          *c.counter_content);
     };
     if (g.scripts) {
         env.env_call_script = spans_to_knuth::script_caller_of(info, g.scripts, *env.env_render_counter);

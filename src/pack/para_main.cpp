@@ -593,7 +593,7 @@ spanboxes_res to_spanboxes(fonts::fonts const& db, line_kind kind, std::span<pla
             .spanbox_style = s,
             .spanbox_used_style = *o.box_used_style,
             .spanbox_font_metrics = fonts::primary_font_metrics(db, *req, s->font_size),
-            .spanbox_type = o.box_element_type,
+            .spanbox_type = *o.box_element_type,
             .spanbox_level = o.box_dir,
         }));
     };
