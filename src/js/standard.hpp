@@ -28,7 +28,7 @@ enum class global_func : std::uint8_t {
     encode_uri_component,
 };
 
-/// `Object`, `Function`, `Boolean` and the members of `Object.prototype` and `Function.prototype`.
+/// `Object`, `Function` and `Boolean` with the members of their prototypes, and `Error.prototype.toString`.
 enum class object_func : std::uint8_t {
     object_constructor,
     object_create,
