@@ -261,9 +261,10 @@ struct knuth_script_func {
     bool operator==(knuth_script_func const&) const = default;
 };
 
+/// Boxed: a paragraph holds many items and script calls are rare.
 struct script_func_head {
-    knuth_script_func head_func;
-    bool operator==(script_func_head const&) const = default;
+    ref<knuth_script_func> head_func;
+    bool operator==(script_func_head const& other) const { return *head_func == *other.head_func; }
 };
 
 struct script_func_tail {

@@ -395,12 +395,12 @@ struct builder {
                 [&](prepack::span_script_func const& f) {
                     // The call is made when the item is measured on its page; until then its result is
                     // empty, which any text it gives differs from.
-                    out.push_back(script_func_head{knuth_script_func{.script_font_req = req,
+                    out.push_back(script_func_head{share(knuth_script_func{.script_font_req = req,
                                                                      .script_style = style,
                                                                      .script_first_line = fl,
                                                                      .script_direction = dir,
                                                                      .script_func_name = f.func->script_func_name,
-                                                                     .script_func_args = f.func->script_func_args}});
+                                                                     .script_func_args = f.func->script_func_args})});
                     out.push_back(script_func_tail{});
                 },
                 [&](prepack::span_first_letter const& f) {
