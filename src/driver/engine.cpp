@@ -3,7 +3,9 @@
 #include "css/compute_style.hpp"
 #include "css/styledom/computed.hpp"
 #include "css/styledom/sheets.hpp"
+#include "driver/help.hpp"
 #include "driver/pack_loop.hpp"
+#include "host/script_phase.hpp"
 #include "driver/pdf_rules.hpp"
 #include "image/images.hpp"
 #include "svg/file.hpp"
@@ -169,7 +171,8 @@ pass_outcome pack_pass(log::log const& log,
                        bool first_pass,
                        pass_painting painting,
                        std::function<std::shared_ptr<pdf::painter::page_stream>()> const& new_stream,
-                       glyph_tally& tally) {
+                       glyph_tally& tally,
+                       std::shared_ptr<prepack::script_calls const> const& scripts) {
     auto painted = new_stream();
     auto const looked_up = std::make_shared<prepack::targets::looked_up>();
     pack::pass_input in{
@@ -197,6 +200,7 @@ pass_outcome pack_pass(log::log const& log,
         .pass_loader = engine.engine_loader,
         .pass_hyph = engine.engine_hyph,
         .pass_shapes = engine.engine_shapes,
+        .pass_scripts = scripts,
     };
     auto result = pack::pack_documents(in, documents);
     auto found = std::make_shared<prepack::targets::pass_targets const>(std::move(result.result_targets));
@@ -566,6 +570,22 @@ result<engine> new_engine(log::log const& log,
     return engine{.engine_loader = loader, .engine_options = options, .engine_fonts = *fonts};
 }
 
+hostjs::host_settings script_settings(resource::loader::loader const& loader) {
+    hostjs::host_settings settings{.app_name = "Vellum", .app_version = help::version_number()};
+    std::visit(overloaded{
+                   [&](resource::loader::no_network const& n) {
+                       settings.user_agent = n.no_network_options.user_agent;
+                       settings.online = false;
+                   },
+                   [&](resource::loader::yes_network const& y) {
+                       settings.user_agent = y.network.loader_http_options.user_agent;
+                       settings.online = true;
+                   },
+               },
+               loader.loader_network);
+    return settings;
+}
+
 std::optional<loaded_document> load_input_document(log::log const& log,
                                                    resource::loader::loader const& loader,
                                                    job::job const& job,
@@ -591,7 +611,13 @@ std::optional<loaded_document> load_input_document(log::log const& log,
     log::log_debug(log, "loaded document: " + resource::locator::locator_to_string(xdoc->doc_url));
     auto const base = doc.input_base ? *doc.input_base : xdoc->doc_url;
     auto prepared = document::input::prepare_document(log, type, *xdoc, doc.style_info, base, job.metadata);
-    // FIXME: "Running scripts..." comes here with the script host, before the cascade.
+    // Scripts run before the cascade, which sees the tree as they left it. A run that asks for no script
+    // builds no engine at all.
+    if (doc.style_info.use_author_scripts) {
+        hostjs::prefetch_document_scripts(log, loader, prepared.prepared_dom);
+    }
+    auto host = hostjs::run_script_phase(log, std::shared_ptr<resource::loader::loader const>(std::shared_ptr<void>(), &loader),
+                                         script_settings(loader), doc.style_info, prepared.prepared_dom);
     log::log_progress_stage(log, "Applying style sheets...");
     auto styled = std::make_shared<styledom::styled_document>(
         styledom::style_document(log, loader, prepared.prepared_dom, styledom::computed::typed_hooks()));
@@ -604,7 +630,8 @@ std::optional<loaded_document> load_input_document(log::log const& log,
                            .doc_metadata = prepared.prepared_metadata,
                            .doc_pdf_options = std::move(options),
                            .doc_dom = prepared.prepared_dom,
-                           .doc_styled = std::move(styled)};
+                           .doc_styled = std::move(styled),
+                           .doc_host_js = std::move(host)};
 }
 
 namespace {
@@ -626,6 +653,40 @@ void register_document_fonts(engine const& engine, loaded_document const& doc) {
                                });
 }
 
+bool write_to_destination(log::log const& log,
+                          engine const& engine,
+                          job::job const& job,
+                          loaded_document const& first,
+                          pass_outcome const& outcome,
+                          link_targets const& links,
+                          glyph_tally const& tally);
+
+// What box generation and layout reach of a document's scripts: the functions registered for generated
+// content; nothing when scripts are off.
+std::shared_ptr<prepack::script_calls const> script_calls_of(hostjs::opt_host_js const& host) {
+    if (std::holds_alternative<hostjs::host_js_unused>(host)) {
+        // Scripts ran and registered nothing: every name is unknown.
+        return std::make_shared<prepack::script_calls const>(prepack::script_calls{
+            .script_has = [](std::string const&) { return false; },
+            .script_call = [](std::string const&, std::vector<std::string> const&) { return std::optional<std::string>(); },
+        });
+    }
+    auto const* used = std::get_if<hostjs::host_js_used>(&host);
+    if (used == nullptr) {
+        return nullptr;
+    }
+    auto const h = used->host;
+    return std::make_shared<prepack::script_calls const>(prepack::script_calls{
+        .script_has =
+            [h](std::string const& name) {
+                auto const funcs = hostjs::get_script_funcs(*h);
+                return std::ranges::any_of(funcs, [&](auto const& f) { return f.first == name; });
+            },
+        .script_call = [h](std::string const& name,
+                           std::vector<std::string> const& args) { return hostjs::call_script_func(*h, name, args); },
+    });
+}
+
 // The whole conversion; the PDF goes to `stream` when one is given, else where the job says.
 bool convert_with(log::log const& log, engine const& engine, job::job const& job, std::FILE* stream) {
     // Pixel lengths in every style sheet count against the resolution the command line gives.
@@ -634,14 +695,6 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
     if (auto started = resource::loader::start_prefetch_threads(log, engine.engine_loader); !started) {
         log::log_error(log, started.error());
         return false;
-    }
-    // The script engine is not built yet: scripts asked for are not run, and the user hears it once.
-    bool const scripts_asked = std::ranges::any_of(job.input_documents, [](job::input_document const& d) {
-        return d.style_info.use_author_scripts || !d.style_info.user_scripts.empty();
-    });
-    if (scripts_asked) {
-        log::log_warning_once(log, "JavaScript is not supported yet: --javascript and --script are ignored and no "
-                              "script is run");
     }
     std::vector<loaded_document> docs;
     // Each image is read once for the whole run, however many documents and pages show it.
@@ -664,8 +717,9 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
         }
         log::log_progress_stage(log, "Preparing document...");
         for (auto& doc : docs) {
+            auto const calls = script_calls_of(doc.doc_host_js);
             doc.doc_boxes = std::make_shared<prepack::pack_document const>(
-                prepack::walk::prepack_document(log, *doc.doc_styled, &image_table));
+                prepack::walk::prepack_document(log, *doc.doc_styled, &image_table, calls.get()));
         }
     }
     // The first document that loaded governs the metadata and PDF options of the whole output.
@@ -686,6 +740,8 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
     };
 
     log::log_progress_stage(log, "Converting document...");
+    // The scripts of the first document are the script context of the whole output.
+    auto const scripts = script_calls_of(first.doc_host_js);
     std::vector<ref<prepack::pack_document const>> documents;
     for (auto const& doc : docs) {
         documents.push_back(doc.doc_boxes);
@@ -702,12 +758,12 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
     auto const outcome =
         pack_loop::run(log, pack_loop::initial_targets(registry), [&](pack_loop::pack_state const& state) {
             auto r = pack_pass(log, engine, documents, state, first_pass, pass_painting::paint_while_it_may_last,
-                               new_stream, tally);
+                               new_stream, tally, scripts);
             // A pass that stopped painting and turns out to be the last is packed again, to be painted:
             // the same input gives the same pages.
             if (!r.pass_painted && !pack_loop::needs_another_pass(state, r.pass_report_of)) {
                 log::log_debug(log, "pack again to paint");
-                r = pack_pass(log, engine, documents, state, first_pass, pass_painting::paint_all, new_stream, tally);
+                r = pack_pass(log, engine, documents, state, first_pass, pass_painting::paint_all, new_stream, tally, scripts);
             }
             first_pass = false;
             return r;
@@ -720,11 +776,29 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
     for (auto const& doc : docs) {
         links.link_doc_bases.push_back(doc.doc_base);
     }
+    // Counted before writing, which hands the pages over to the PDF.
+    auto const page_count = static_cast<int>(outcome.pass_painted->pages().size());
+    bool written = true;
     if (stream) {
         write_output(log, engine, first, *outcome.pass_painted, outcome.pass_bookmarks, links, tally,
                      pdf::bulkio::file::file_output(stream));
-        return true;
+    } else {
+        written = write_to_destination(log, engine, job, first, outcome, links, tally);
     }
+    // Once the PDF is written the run has succeeded, whatever the scripts do now.
+    if (auto const* used = std::get_if<hostjs::host_js_used>(&first.doc_host_js); written && used) {
+        hostjs::fire_complete(*used->host, page_count);
+    }
+    return written;
+}
+
+bool write_to_destination(log::log const& log,
+                          engine const& engine,
+                          job::job const& job,
+                          loaded_document const& first,
+                          pass_outcome const& outcome,
+                          link_targets const& links,
+                          glyph_tally const& tally) {
     return std::visit(
         overloaded{
             [&](job::file const& f) {

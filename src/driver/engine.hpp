@@ -8,6 +8,7 @@
 #include "driver/engine_options.hpp"
 #include "driver/job.hpp"
 #include "driver/log.hpp"
+#include "host/hostjs.hpp"
 #include "resource/loader.hpp"
 #include "text/hyph/hyph.hpp"
 #include "text/fonts/fonts.hpp"
@@ -43,6 +44,8 @@ struct loaded_document {
     dom::document_ref doc_dom;
     /// The document after the cascade, with the rules and page rules of its sheets.
     std::shared_ptr<styledom::styled_document const> doc_styled;
+    /// The scripts' engine, if they left anything that layout or the end of the run needs.
+    hostjs::opt_host_js doc_host_js = hostjs::host_js_disabled{};
     /// The box tree, once "Preparing document..." has made it.
     std::shared_ptr<prepack::pack_document const> doc_boxes;
 };
@@ -54,6 +57,9 @@ void load_dtd_catalog(log::log const& log, std::string const& prefix);
 [[nodiscard]] result<engine> new_engine(log::log const& log,
                                        resource::loader::loader const& loader,
                                        engine_options const& options);
+
+/// What `navigator` tells scripts: the program, and the loader's user agent and network setting.
+hostjs::host_settings script_settings(resource::loader::loader const& loader);
 
 /// Loads and prepares one input document; nothing if it could not be loaded (the reason is logged).
 [[nodiscard]] std::optional<loaded_document> load_input_document(log::log const& log,

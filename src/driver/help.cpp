@@ -213,6 +213,10 @@ std::string credits_text() {
     return out;
 }
 
+std::string version_number() {
+    return VELLUM_VERSION;
+}
+
 std::string version_text(bool debug) {
     std::string out = std::string("Vellum ") + VELLUM_VERSION;
 #ifdef VELLUM_EDITION

@@ -18,6 +18,9 @@ std::string try_help_text();
 /// The library acknowledgements, with the version of each library as it reports itself.
 std::string credits_text();
 
+/// The program's version number, as scripts see it in `navigator.appVersion`.
+std::string version_number();
+
 /// The name, the version and a notice line; with `debug` also the build properties.
 std::string version_text(bool debug);
 

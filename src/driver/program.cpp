@@ -5,6 +5,7 @@
 #include "driver/help.hpp"
 #include "driver/log.hpp"
 #include "driver/options.hpp"
+#include "host/script_phase.hpp"
 #include "js/lalr.hpp"
 #include "text/fonts/fonts.hpp"
 #include "text/fonts/scan.hpp"
@@ -155,9 +156,17 @@ int run_command(log::log const& console, options::run_command const& rc) {
                     return scan_fonts(log, *loader, s.scanfonts_files,
                                       rc.log_options.log_verbosity != log::verbosity::normal);
                 },
-                [&](options::shell const&) {
-                    log::log_error(log, "--shell is not supported yet: the script engine is not built");
-                    return 1;
+                [&](options::shell const& s) {
+                    std::vector<resource::locator::locator> files;
+                    for (auto const& f : s.shell_files) {
+                        files.push_back(resource::locator::parse_locator(resource::locator::path_or_url::path_or_url,
+                                                                         resource::locator::locator_origin::command_line_origin,
+                                                                         std::nullopt, f));
+                    }
+                    // The prompt is for a person at a terminal; piped input gets the values alone.
+                    hostjs::run_shell(log, std::shared_ptr<resource::loader::loader const>(std::shared_ptr<void>(), &*loader),
+                                      engine::script_settings(*loader), files, stdin, stdout, isatty(0) != 0);
+                    return 0;
                 },
                 [&](options::write_grammar const&) {
                     js::lalr::write_grammar();

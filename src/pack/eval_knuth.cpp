@@ -275,11 +275,15 @@ eval_res eval_knuth(eval_env const& env,
                        if (!env.env_call_script) {
                            return;
                        }
-                       auto items = (*env.env_call_script)(h.head_func, res.res_state);
-                       if (!items) {
+                       auto result = (*env.env_call_script)(*h.head_func, res.res_state);
+                       if (!result) {
                            return;
                        }
-                       res.res_splice = splice{.splice_count = items_to_tail(rest), .splice_items = std::move(*items)};
+                       res.res_splice = splice{.splice_count = items_to_tail(rest),
+                                               .splice_items = std::move(result->result_items)};
+                       auto func = *h.head_func;
+                       func.script_result = std::move(result->result_text);
+                       res.res_item = script_func_head{share(std::move(func))};
                        res.res_changed = true;
                    },
                    [](script_func_tail const&) {},

@@ -51,10 +51,16 @@ struct packed_inline_block {
 using inline_block_packer =
     std::function<packed_inline_block(knuth::inline_block const& b, std::optional<float> containing_height)>;
 
-/// The items of a script function's result when the call now gives another text; none when it is
-/// unchanged.
-using script_caller = std::function<std::optional<std::vector<knuth::knuth>>(knuth::knuth_script_func const& f,
-                                                                               page_state const& state)>;
+/// What a script function gives when the call now yields another text than before: the text and its
+/// items.
+struct script_result {
+    textbuf::textbuf result_text;
+    std::vector<knuth::knuth> result_items;
+};
+
+/// Calls a script function for the page; nothing when its text is unchanged.
+using script_caller =
+    std::function<std::optional<script_result>(knuth::knuth_script_func const& f, page_state const& state)>;
 
 /// What measuring needs from the run and the page.
 struct eval_env {

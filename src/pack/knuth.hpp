@@ -255,13 +255,16 @@ struct knuth_script_func {
     fonts::direction script_direction = fonts::direction::ltr;
     /// The function's name as registered by the document's scripts.
     std::string script_func_name;
+    /// Its arguments, each generated text that may wait for the page.
+    std::vector<std::vector<prepack::text_thing>> script_func_args;
     textbuf::textbuf script_result;
     bool operator==(knuth_script_func const&) const = default;
 };
 
+/// Boxed: a paragraph holds many items and script calls are rare.
 struct script_func_head {
-    knuth_script_func head_func;
-    bool operator==(script_func_head const&) const = default;
+    ref<knuth_script_func> head_func;
+    bool operator==(script_func_head const& other) const { return *head_func == *other.head_func; }
 };
 
 struct script_func_tail {

@@ -748,6 +748,7 @@ pass_result pack_documents(pass_input const& in,
         }
         st.info.general.hyph = in.pass_hyph;
         st.info.general.shapes = in.pass_shapes;
+        st.info.general.scripts = in.pass_scripts;
         st.info.general.targets = in.pass_targets;
         st.info.general.document = doc;
         st.info.general.looked_up = looked_up;

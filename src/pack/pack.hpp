@@ -49,6 +49,8 @@ struct pass_input {
     std::shared_ptr<hyph::hyph> pass_hyph = std::make_shared<hyph::hyph>();
     /// The words shaped so far, kept from pass to pass.
     std::shared_ptr<fonts::shape_cache::shape_cache> pass_shapes = fonts::shape_cache::make_shape_cache();
+    /// The functions scripts registered for generated content; null without a script engine.
+    std::shared_ptr<prepack::script_calls const> pass_scripts;
 };
 
 /// A bookmark as a pass placed it: the element's place in document order, its level, state and

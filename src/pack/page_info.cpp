@@ -1,5 +1,6 @@
 #include "pack/page_info.hpp"
 
+#include "pack/spans_to_knuth.hpp"
 #include "prepack/counter_style.hpp"
 
 #include <algorithm>
@@ -106,6 +107,9 @@ eval_knuth::eval_env env_of(page_info const& info) {
                           },
                           *c.counter_content);
     };
+    if (g.scripts) {
+        env.env_call_script = spans_to_knuth::script_caller_of(info, g.scripts, *env.env_render_counter);
+    }
     return env;
 }
 

@@ -33,7 +33,8 @@ struct general {
     std::shared_ptr<resource::loader::loader const> loader;
     /// The base of the current document.
     std::optional<resource::locator::locator> base;
-    // The script host (hostjs.opt_host_js) joins with the script host.
+    /// The functions scripts registered for generated content; null without a script engine.
+    std::shared_ptr<prepack::script_calls const> scripts;
     /// The page's body area.
     areas::area body_area;
     /// Counters and strings visible on this page.

@@ -2,6 +2,7 @@
 
 #include "css/compute_style.hpp"
 #include "pack/multicol.hpp"
+#include "prepack/text.hpp"
 #include "text/fonts/query.hpp"
 #include "text/hyph/hyphenation.hpp"
 
@@ -391,9 +392,16 @@ struct builder {
                                },
                                *g.gen);
                 },
-                [&](prepack::span_script_func const&) {
-                    // Script functions in CSS need the script host, which is not built yet.
-                    log::log_warning(info.general.log, "script functions in generated content are not supported yet");
+                [&](prepack::span_script_func const& f) {
+                    // The call is made when the item is measured on its page; until then its result is
+                    // empty, which any text it gives differs from.
+                    out.push_back(script_func_head{share(knuth_script_func{.script_font_req = req,
+                                                                     .script_style = style,
+                                                                     .script_first_line = fl,
+                                                                     .script_direction = dir,
+                                                                     .script_func_name = f.func->script_func_name,
+                                                                     .script_func_args = f.func->script_func_args})});
+                    out.push_back(script_func_tail{});
                 },
                 [&](prepack::span_first_letter const& f) {
                     auto ls = style;
@@ -448,6 +456,52 @@ std::optional<first_line_form> first_line_form_of(fonts::fonts const& db,
         s = share(css::compute_style::compute_style(s, ctx.context, ctx.decls));
     }
     return first_line_form{.first_line_font_req = font_req_of(db, *s), .first_line_style = s};
+}
+
+eval_knuth::script_caller script_caller_of(page_info const& info,
+                                           std::shared_ptr<prepack::script_calls const> scripts,
+                                           eval_knuth::counter_renderer render_counter) {
+    // The page's state is kept with the caller: the result's items are built for it.
+    auto const page = std::make_shared<page_info const>(info);
+    return [page, scripts = std::move(scripts), render_counter = std::move(render_counter)](
+               knuth_script_func const& f, eval_knuth::page_state const& state) -> std::optional<eval_knuth::script_result> {
+        std::vector<std::string> args;
+        for (auto const& arg : f.script_func_args) {
+            textbuf::textbuf text;
+            for (auto const& t : arg) {
+                std::visit(overloaded{
+                               [&](prepack::text_thing_text const& x) { text += x.text; },
+                               [&](prepack::text_thing_gen const& g) {
+                                   std::visit(overloaded{
+                                                  [&](prepack::gen_string const& s) {
+                                                      text += string_value(page->general.page_values, s);
+                                                  },
+                                                  [&](prepack::gen_counter const& c) {
+                                                      text += render_counter(knuth::counter{.counter_content = c.counter}, state);
+                                                  },
+                                              },
+                                              g.gen);
+                               },
+                               [&](prepack::text_thing_script const&) {
+                                   log::log_warning_once(page->general.log,
+                                                         "a script function call as an argument of another is not supported");
+                               },
+                           },
+                           t);
+            }
+            args.push_back(textbuf::to_utf8(text));
+        }
+        auto const result = textbuf::from_utf8(scripts->script_call(f.script_func_name, args).value_or(""));
+        if (result == f.script_result) {
+            return std::nullopt;
+        }
+        bool at_word_start = true;
+        auto const spans = prepack::text::prepare_text(result, prepack::text::settings_of(*f.script_style), at_word_start);
+        eval_knuth::script_result out{.result_text = result};
+        spans_to_knuths(*page, f.script_font_req, f.script_style, f.script_first_line, f.script_direction, 0.0f, spans,
+                        out.result_items);
+        return out;
+    };
 }
 
 void spans_to_knuths(page_info const& info,

@@ -42,4 +42,10 @@ void spans_to_knuths(page_info const& info,
                      std::span<prepack::span const> spans,
                      std::vector<knuth::knuth>& out);
 
+/// Calls of script functions on the page of `info`: the arguments rendered for the page (counters
+/// through `render_counter`), the function called, and its text made into items of the call's style.
+eval_knuth::script_caller script_caller_of(page_info const& info,
+                                           std::shared_ptr<prepack::script_calls const> scripts,
+                                           eval_knuth::counter_renderer render_counter);
+
 } // namespace vellum::pack::spans_to_knuth

@@ -201,8 +201,49 @@ struct evaluator {
             // A margin box has no element whose text it could show.
         } else if (name == "element" || name == "flow") {
             add_running(f);
+        } else if (name == "-vellum-script" || name == "vellum-script") {
+            add_script(f);
         } else {
             skip(name + "()");
+        }
+    }
+
+    // -vellum-script(name, arguments...): the page's text of each argument, given to the function a
+    // script registered under that name; what it returns is shown. It is called for every page.
+    void add_script(css::value::function const& f) {
+        auto const& args = f.function_args;
+        // The name as written: script names are case-sensitive.
+        std::optional<std::string> written;
+        if (!args.empty()) {
+            if (auto const* i = std::get_if<css::value::ident>(&args.front())) {
+                written = i->ident_name;
+            } else if (auto const* str = std::get_if<css::value::string>(&args.front())) {
+                written = str->string_text;
+            }
+        }
+        if (!written) {
+            skip(f.function_name + "() without a function name");
+            return;
+        }
+        auto const& scripts = info.general.scripts;
+        if (!scripts) {
+            log::log_warning_once(info.general.log, "JavaScript is disabled");
+            return;
+        }
+        if (!scripts->script_has(*written)) {
+            log::log_warning_once(info.general.log,
+                                  "unknown script function " + *written + ", register with Vellum.addScriptFunc");
+            return;
+        }
+        std::vector<std::string> texts;
+        for (std::size_t i = 1; i < args.size(); ++i) {
+            evaluator inner{.info = info};
+            inner.add_item(args[i]);
+            out.text_uses_pages = out.text_uses_pages || inner.out.text_uses_pages;
+            texts.push_back(textbuf::to_utf8(inner.out.text_value));
+        }
+        if (auto const result = scripts->script_call(*written, texts)) {
+            add(textbuf::from_utf8(*result));
         }
     }
 

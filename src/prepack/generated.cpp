@@ -254,6 +254,8 @@ struct evaluator {
             text(which == "first-letter" ? first_letter(t) : t);
         } else if (name == "leader") {
             leader(f);
+        } else if (name == "-vellum-script" || name == "vellum-script") {
+            script(f);
         } else if (name == "attr") {
             if (auto const local = f.function_args.empty() ? std::nullopt : ident_of(f.function_args.front())) {
                 text(textbuf::from_utf8(env.attribute(*local).value_or("")));
@@ -261,6 +263,49 @@ struct evaluator {
         } else {
             skip(name + "()");
         }
+    }
+
+    // -vellum-script(name, arguments...): a call of a function that a script registered with
+    // Vellum.addScriptFunc. The arguments are content of their own (strings, counters, attributes),
+    // evaluated now or on the page; the call itself is made when layout reaches it.
+    void script(css::value::function const& f) {
+        // One value per argument; an argument of several terms is a value list.
+        std::vector<std::vector<css::value::value>> groups;
+        for (auto const& a : f.function_args) {
+            auto const* vs = std::get_if<css::value::values>(&a);
+            groups.push_back(vs != nullptr ? vs->value_list : std::vector<css::value::value>{a});
+        }
+        if (groups.empty()) {
+            skip(f.function_name + "() without a function name");
+            return;
+        }
+        // The name as written, in either case: script names are case-sensitive.
+        std::optional<std::string> func;
+        if (auto const& first = groups.front(); first.size() == 1) {
+            auto const* i = std::get_if<css::value::ident>(&first.front());
+            func = i != nullptr ? std::optional<std::string>(i->ident_name) : string_of(first.front());
+        }
+        if (!func) {
+            skip(f.function_name + "() without a function name");
+            return;
+        }
+        if (env.scripts == nullptr) {
+            log::log_warning_once(env.env_log, "JavaScript is disabled");
+            return;
+        }
+        if (!env.scripts->script_has(*func)) {
+            log::log_warning_once(env.env_log, "unknown script function " + *func + ", register with Vellum.addScriptFunc");
+            return;
+        }
+        script_func call{.script_func_name = *func};
+        for (std::size_t i = 1; i < groups.size(); ++i) {
+            evaluator inner{.env = env, .what = what};
+            for (auto const& v : groups[i]) {
+                inner.item(v);
+            }
+            call.script_func_args.push_back(text_things(std::move(inner.out)));
+        }
+        out.emplace_back(text_thing{text_thing_script{std::move(call)}});
     }
 
     std::u32string mark(int depth, bool open) const {

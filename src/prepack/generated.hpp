@@ -41,6 +41,8 @@ struct gen_env {
     std::optional<std::string> lang;
     /// The font size of the style, for lengths in ems.
     float font_size = 12;
+    /// The script host's functions for `-vellum-script()`; null when the document has no script engine.
+    script_calls const* scripts = nullptr;
     /// The box of an image that url() names, or nothing when it cannot be shown.
     std::function<std::optional<span_inline_block>(css::value::url const&)> image;
 };

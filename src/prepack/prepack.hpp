@@ -16,6 +16,7 @@
 #include "util/ref.hpp"
 #include "util/textbuf.hpp"
 
+#include <functional>
 #include <iterator>
 #include <map>
 #include <memory>
@@ -180,12 +181,21 @@ using gen_content = std::variant<gen_string, gen_counter>;
 
 struct text_thing;
 
-/// A function a script registered for CSS, with its arguments (filled by the script host).
+/// A call of a function that a script registered for CSS, with its arguments, each a piece of generated
+/// text. The function is found by its name when the call is reached in layout, since scripts may register
+/// another one under the same name meanwhile.
 struct script_func {
-    /// The script's function object; only the script host knows its type.
-    std::shared_ptr<void> script_func_object;
+    std::string script_func_name;
     std::vector<std::vector<text_thing>> script_func_args;
-    bool operator==(script_func const&) const = default;
+    bool operator==(script_func const&) const;
+};
+
+/// What box generation and layout need of the script host: whether a function is registered under a
+/// name, and calling it with string arguments (its result as a string; nothing if it failed, the reason
+/// logged).
+struct script_calls {
+    std::function<bool(std::string const& name)> script_has;
+    std::function<std::optional<std::string>(std::string const& name, std::vector<std::string> const& args)> script_call;
 };
 
 struct text_thing_text {
@@ -207,6 +217,8 @@ struct text_thing_script {
 struct text_thing : std::variant<text_thing_text, text_thing_gen, text_thing_script> {
     using variant::variant;
 };
+
+inline bool script_func::operator==(script_func const&) const = default;
 
 // ---- Element identity, counters and strings --------------------------------------------------------------
 
@@ -458,9 +470,10 @@ struct span_gen_content {
     bool operator==(span_gen_content const&) const = default;
 };
 
+/// A call of a script function; boxed, as it is rare and larger than a word.
 struct span_script_func {
-    prepack::script_func func;
-    bool operator==(span_script_func const&) const = default;
+    ref<prepack::script_func> func;
+    bool operator==(span_script_func const& other) const { return *func == *other.func; }
 };
 
 /// The first letter of a paragraph with the ::first-letter styles that apply to it, outermost first.

@@ -1,6 +1,7 @@
 #include "prepack/text.hpp"
 
 #include "text/grapheme_boundary.hpp"
+#include "css/style.hpp"
 #include "text/unicode.hpp"
 #include "text/unicode/bidi.hpp"
 #include "text/unicode/category.hpp"
@@ -13,6 +14,12 @@
 #include <type_traits>
 
 namespace vellum::prepack::text {
+
+text_settings settings_of(css::style::style const& s) {
+    return {.white_space = s.rare_props ? s.rare_props->rare_props_white_space : css::text::white_space::normal,
+            .transform = s.text ? s.text->text_props_text_transform : css::text::text_transform::none,
+            .word_break = s.text ? s.text->text_props_word_break : css::text::word_break::normal};
+}
 
 namespace {
 

@@ -28,6 +28,9 @@ struct text_settings {
     css::text::word_break word_break = css::text::word_break::normal;
 };
 
+/// The text settings of a style.
+text_settings settings_of(css::style::style const& s);
+
 /// The case transformation; `at_word_start` says whether the text begins a word (for capitalize) and is
 /// updated to say whether the next text would.
 textbuf::textbuf transform_case(std::u32string_view text, css::text::text_transform t, bool& at_word_start);

@@ -109,12 +109,6 @@ std::optional<display_kind> kind_of(css::style::style const& s) {
     return std::nullopt;
 }
 
-text::text_settings settings_of(css::style::style const& s) {
-    return {.white_space = s.rare_props ? s.rare_props->rare_props_white_space : css::text::white_space::normal,
-            .transform = s.text ? s.text->text_props_text_transform : css::text::text_transform::none,
-            .word_break = s.text ? s.text->text_props_word_break : css::text::word_break::normal};
-}
-
 float padding_points(css::box::padding const& p) {
     auto const* f = std::get_if<float>(&p);
     return f ? *f : 0.0f;
@@ -151,6 +145,8 @@ struct walker {
     dom::dom_element const* canvas_body = nullptr;
     /// The image table of the run; without one, images show their alternative content.
     images::images* image_table = nullptr;
+    /// The script host's functions for generated content; null without a script engine.
+    script_calls const* scripts = nullptr;
     // Names a kind of content that is not laid out as it asks, once per run however many elements
     // have it.
     void warn_once(std::string const& message) { log::log_warning_once(log, message); }
@@ -339,6 +335,7 @@ struct walker {
             .quotes = s.rare_props ? &s.rare_props->rare_props_quotes : nullptr,
             .lang = s.vellum_lang_value,
             .font_size = s.font_size,
+            .scripts = scripts,
             .image = [this, &s](css::value::url const& u) -> std::optional<span_inline_block> {
                 auto const url = styledom::sheets::resolve_url(*doc.styled_rules.rules_bases, u);
                 auto b = image_block(url, anonymous_style(share(s)), type_anonymous{});
@@ -364,7 +361,7 @@ struct walker {
                            [&](text_thing& t) {
                                std::visit(overloaded{
                                               [&](text_thing_text& x) {
-                                                  auto more = text::prepare_text(x.text, settings_of(s), text_at);
+                                                  auto more = text::prepare_text(x.text, text::settings_of(s), text_at);
                                                   std::move(more.begin(), more.end(), std::back_inserter(out));
                                               },
                                               [&](text_thing_gen& g) {
@@ -372,7 +369,7 @@ struct walker {
                                                   text_at.at_word_start = false;
                                               },
                                               [&](text_thing_script& f) {
-                                                  out.push_back(span_script_func{std::move(f.func)});
+                                                  out.push_back(span_script_func{share(std::move(f.func))});
                                               },
                                           },
                                           t);
@@ -546,7 +543,7 @@ struct walker {
             for (auto& p : content_pieces(*list, *e, *ms, "::marker")) {
                 if (auto* t = std::get_if<text_thing>(&p)) {
                     if (auto* tt = std::get_if<text_thing_text>(t)) {
-                        auto more = text::prepare_text(tt->text, settings_of(*ms), start);
+                        auto more = text::prepare_text(tt->text, text::settings_of(*ms), start);
                         std::move(more.begin(), more.end(), std::back_inserter(out));
                     } else if (auto* g = std::get_if<text_thing_gen>(t)) {
                         out.push_back(span_gen_content{std::move(g->gen)});
@@ -596,7 +593,7 @@ struct walker {
         std::vector<thing> out;
         auto const* replace = s.text ? &s.text->text_props_vellum_text_replace : nullptr;
         auto const text = replace && !replace->empty() ? replaced(value, *replace) : value;
-        out.push_back(th_span{text::prepare_text(textbuf::from_utf8(text), settings_of(s), text_at)});
+        out.push_back(th_span{text::prepare_text(textbuf::from_utf8(text), text::settings_of(s), text_at)});
         return out;
     }
 
@@ -1886,9 +1883,12 @@ std::optional<dom::element_ref> html_body(dom::dom_element const& root) {
 
 } // namespace
 
-pack_document prepack_document(log::log const& log, styledom::styled_document const& doc, images::images* image_table) {
+pack_document prepack_document(log::log const& log,
+                               styledom::styled_document const& doc,
+                               images::images* image_table,
+                               script_calls const* scripts) {
     auto const& dom_doc = *doc.styled_dom;
-    walker w{.log = log, .doc = doc, .doc_url = dom_doc.dom_document_url, .image_table = image_table};
+    walker w{.log = log, .doc = doc, .doc_url = dom_doc.dom_document_url, .image_table = image_table, .scripts = scripts};
     auto const root = dom::document_element(dom_doc);
     check(root.has_value(), "prepack_document");
     auto root_style = styledom::computed::style_of(**root);

@@ -15,8 +15,9 @@ namespace vellum::prepack::walk {
 
 /// The box tree of a styled document. Images are looked up in the image table (without one they show
 /// their alternative content); content that later stages build (SVG, MathML, canvas) is reported as
-/// not supported yet and makes no box.
+/// not supported yet and makes no box. `scripts` answers `-vellum-script()` in generated content; without
+/// it such calls warn that JavaScript is disabled.
 pack_document prepack_document(log::log const& log, styledom::styled_document const& doc,
-                               images::images* image_table = nullptr);
+                               images::images* image_table = nullptr, script_calls const* scripts = nullptr);
 
 } // namespace vellum::prepack::walk

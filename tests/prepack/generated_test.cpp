@@ -172,5 +172,45 @@ TEST(generated, attributes_text_leaders_and_targets) {
     EXPECT_EQ(generated::text_things(f.eval({str("a"), fn("leader", {id("solid")}), str("b")})).size(), 2u);
 }
 
+TEST(generated, script_function_calls_wait_for_layout) {
+    fixture f;
+    std::FILE* log_file = std::tmpfile();
+    f.l.log_stderr = log::console_log::console_log{.console_out = log_file};
+    f.attributes["data-word"] = "hi";
+    auto const call = fn("-vellum-script", {id("Shout"), v::values{{str("<"), v::attr{.attr_name = {.attr_local = "data-word"}}}},
+                                             fn("counter", {id("page")})});
+    // Without a script engine the call gives nothing, with one warning for the run.
+    EXPECT_EQ(f.text({str("a"), call, str("b")}), "ab");
+    EXPECT_EQ(f.text({call}), "");
+    script_calls scripts{.script_has = [](std::string const& name) { return name == "Shout"; }};
+    auto env = f.env();
+    env.scripts = &scripts;
+    auto const pieces = generated::evaluate(css::property::content_list{{str("a"), call}}, env, "content");
+    ASSERT_EQ(pieces.size(), 2u);
+    auto const* t = std::get_if<text_thing>(&pieces[1]);
+    ASSERT_NE(t, nullptr);
+    auto const* s = std::get_if<text_thing_script>(t);
+    ASSERT_NE(s, nullptr);
+    EXPECT_EQ(s->func.script_func_name, "Shout");
+    ASSERT_EQ(s->func.script_func_args.size(), 2u);
+    // The first argument is settled now; the page counter waits for the page.
+    EXPECT_EQ(s->func.script_func_args[0], (std::vector<text_thing>{text_thing_text{U"<hi"}}));
+    ASSERT_EQ(s->func.script_func_args[1].size(), 1u);
+    EXPECT_TRUE(std::holds_alternative<text_thing_gen>(s->func.script_func_args[1][0]));
+    // A name the scripts did not register is named in a warning; script names keep their case.
+    EXPECT_EQ(generated::text_things(generated::evaluate(css::property::content_list{{fn("-vellum-script", {id("shout")})}},
+                                                         env, "content")),
+              std::vector<text_thing>{});
+    std::fflush(log_file);
+    std::rewind(log_file);
+    std::string logged;
+    for (int c = 0; (c = std::fgetc(log_file)) != EOF;) {
+        logged += char(c);
+    }
+    std::fclose(log_file);
+    EXPECT_EQ(logged, "vellum: warning: JavaScript is disabled\n"
+                      "vellum: warning: unknown script function shout, register with Vellum.addScriptFunc\n");
+}
+
 } // namespace
 } // namespace vellum::prepack
