@@ -464,7 +464,7 @@ std::vector<production_text> const production_texts = {
          return st(labelled_stmt{it[0].line_number, str(it[0], l), stmt_of(it[2], l)});
      },
      s_el},
-    {nt::stmt, "throw expr ;", [](items it, std::string_view l) { return st(throw_stmt{ex(it[1], l)}); }, s_el},
+    {nt::stmt, "throw expr ;", [](items it, std::string_view l) { return st(throw_stmt{it[0].line_number, ex(it[1], l)}); }, s_el},
     {nt::stmt, "try block ccatch",
      [](items it, std::string_view l) { return st(try_catch_stmt{body_of_block(it[1], l), catch_of(it[2], l)}); },
      s_el},

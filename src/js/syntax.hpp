@@ -308,6 +308,7 @@ struct labelled_stmt {
 };
 
 struct throw_stmt {
+    int throw_line = 0;
     ref<expr> throw_value;
 };
 

@@ -1281,8 +1281,13 @@ struct compiler {
                     });
                 },
                 [&](throw_stmt const& x) {
-                    js_operand v = expr_(*x.throw_value, any_var());
-                    emit(op_code::js_op_throw, v.operand);
+                    // The line of the `throw` itself, so that a thrown value that is no error object
+                    // is still reported where it was thrown.
+                    with_line(x.throw_line, [&] {
+                        js_operand v = expr_(*x.throw_value, any_var());
+                        emit(op_code::js_op_throw, v.operand);
+                        return 0;
+                    });
                 },
                 [&](try_catch_stmt const& x) { try_catch(x.try_catch_body, x.try_catch_catch); },
                 [&](try_finally_stmt const& x) {
