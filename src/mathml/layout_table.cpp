@@ -279,6 +279,11 @@ math layout_mtable(context const& ctx, mathstyle const& st0, dom::element_ref co
             row_down[r] = std::max(row_down[r], m.mdown);
         }
     }
+    for (std::size_t c = 0; c < columns; ++c) {
+        if (col_w[c] <= 0) {
+            warn(ctx, "column has no width!");
+        }
+    }
     // Rows keep at least the height of a strut, so that rows of small entries still line up evenly.
     double const strut_up = 0.8 * em * 0.9;
     double const strut_down = 0.2 * em * 1.2;

@@ -368,6 +368,13 @@ TEST(layout, alignment_groups_line_up_across_rows) {
     EXPECT_EQ(marks.log.count("First aligngroup appears after other elements!"), 1);
 }
 
+TEST(layout, empty_table_rows_and_columns_are_reported) {
+    formula const f("<mtable><mtr/><mtr><mtd/><mtd><mn>1</mn></mtd></mtr></mtable>");
+    EXPECT_EQ(f.log.count("row has no height!"), 1);
+    EXPECT_EQ(f.log.count("column has no width!"), 1);
+    EXPECT_TRUE(f.run_of(U"1"));
+}
+
 TEST(layout, make_math_gives_a_drawing_with_its_baseline) {
     testing::capture_log log;
     auto const db = *fonts::new_fonts(formula::loader(log.log), log.log, true);
