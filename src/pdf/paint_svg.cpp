@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 #include <map>
 
 namespace vellum::pdf::paint_svg {
@@ -482,7 +483,7 @@ struct painter {
         content::restore(o, s.g);
     }
 
-    // Text: each run in its span's font and fill, drawn upright in the y-down user space. A gradient fill
+    // Text: each run in its span's font and fill, in the y-down user space, turned by its rotation. A gradient fill
     // shows as its first colour, a pattern not at all.
     void paint_text(scope& s, svg::used_svgstyle const& st, svg::text const& t, double alpha) {
         auto const o = s.out();
@@ -510,7 +511,12 @@ struct painter {
             style.font_size = static_cast<float>(run.run_font_size);
             style.letter_spacing = static_cast<float>(run.run_letter_spacing);
             content::save(o, s.g);
-            content::concat(o, s.g, matrix::matrix{1, 0, 0, -1, static_cast<float>(run.run_pos.x),
+            // Text space has y up: flipped into the y-down user space, then turned clockwise by the
+            // run's rotation about its start.
+            double const turn = run.run_rotate * std::numbers::pi / 180;
+            float const ca = static_cast<float>(std::cos(turn));
+            float const sa = static_cast<float>(std::sin(turn));
+            content::concat(o, s.g, matrix::matrix{ca, sa, sa, -ca, static_cast<float>(run.run_pos.x),
                                                    static_cast<float>(run.run_pos.y)});
             content::begin_text(o);
             paint_text::text_cursor cursor;

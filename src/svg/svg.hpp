@@ -258,6 +258,8 @@ struct text_run {
     double run_dy = 0;
     /// The anchor of a chunk that begins with this run: 0 start, 0.5 middle, 1 end.
     double run_anchor = 0;
+    /// The run's turn about its start, in degrees clockwise (rotate lists, text on a path).
+    double run_rotate = 0;
 };
 
 struct text {
