@@ -491,23 +491,29 @@ struct painter {
             if (!run.run_style || run.run_glyphs.view().empty()) {
                 continue;
             }
-            std::optional<css::color::color> fill;
-            std::visit(overloaded{
-                           [](svg::paint_none const&) {},
-                           [&](svg::paint_color const& c) { fill = c.color; },
-                           [&](svg::paint_gradient const& g) {
-                               if (g.gradient && !g.gradient->gradient_stops.empty()) {
-                                   fill = g.gradient->gradient_stops.front().stop_color;
-                               }
+            // A gradient shows as its first colour, a pattern not at all.
+            auto const colour_of = [](svg::used_paint const& p) -> std::optional<css::color::color> {
+                std::optional<css::color::color> c;
+                std::visit(overloaded{
+                               [](svg::paint_none const&) {},
+                               [&](svg::paint_color const& pc) { c = pc.color; },
+                               [&](svg::paint_gradient const& g) {
+                                   if (g.gradient && !g.gradient->gradient_stops.empty()) {
+                                       c = g.gradient->gradient_stops.front().stop_color;
+                                   }
+                               },
+                               [](svg::paint_tiling const&) {},
                            },
-                           [&](svg::paint_tiling const&) {},
-                       },
-                       run.run_fill);
-            if (!fill) {
+                           p);
+                return c;
+            };
+            auto const fill = colour_of(run.run_fill);
+            auto const stroke = run.run_stroke_width > 0 ? colour_of(run.run_stroke) : std::nullopt;
+            if (!fill && !stroke) {
                 continue;
             }
             auto style = *run.run_style;
-            style.color = *fill;
+            style.color = fill.value_or(*stroke);
             style.font_size = static_cast<float>(run.run_font_size);
             style.letter_spacing = static_cast<float>(run.run_letter_spacing);
             content::save(o, s.g);
@@ -518,9 +524,22 @@ struct painter {
             float const sa = static_cast<float>(std::sin(turn));
             content::concat(o, s.g, matrix::matrix{ca, sa, sa, -ca, static_cast<float>(run.run_pos.x),
                                                    static_cast<float>(run.run_pos.y)});
+            if (stroke) {
+                // Outlines are stroked in user space units, whatever the font size.
+                if (auto const d = device(*stroke)) {
+                    content::stroke_color(o, s.g, d->paint_color);
+                    content::opacity(o, s.g, s.g.current.alpha_fill, run.run_stroke_opacity * alpha * d->paint_alpha);
+                }
+                content::line_width(o, s.g, run.run_stroke_width);
+            }
             content::begin_text(o);
+            if (stroke) {
+                content::render_mode(o, fill ? content::text_render_mode::fill_and_stroke
+                                             : content::text_render_mode::stroke);
+            }
             paint_text::text_cursor cursor;
-            paint_text::paint_graphemes(o, s.g, cursor, run.run_glyphs.view(), 0, 0, style, alpha * st.fill_opacity, {});
+            paint_text::paint_graphemes(o, s.g, cursor, run.run_glyphs.view(), 0, 0, style,
+                                        alpha * (fill ? st.fill_opacity : 1), {});
             content::end_text(o);
             content::restore(o, s.g);
         }

@@ -1492,10 +1492,9 @@ struct builder {
             auto const dir = ps.rare_props && ps.rare_props->rare_props_direction == css::box::direction::rtl
                                  ? fonts::direction::rtl
                                  : fonts::direction::ltr;
-            if (!std::holds_alternative<css::box::none_value>(g.svgstyle_stroke)) {
-                log::log_warning_once(log, "svg: text: strokes of text are not painted yet; the fill is");
-            }
             auto const fill = paint_of(g.svgstyle_fill, std::nullopt, "fill", piece.piece_style);
+            auto const stroke = paint_of(g.svgstyle_stroke, std::nullopt, "stroke", piece.piece_style);
+            auto const used = used_of(ps);
             auto const& chars = piece.piece_chars;
             std::size_t from = 0;
             while (from < chars.size()) {
@@ -1515,6 +1514,9 @@ struct builder {
                 auto const at = index + from;
                 t.text_runs.push_back(text_run{.run_glyphs = std::move(glyphs),
                                                .run_fill = fill,
+                                               .run_stroke = stroke,
+                                               .run_stroke_width = used.stroke_width,
+                                               .run_stroke_opacity = used.stroke_opacity,
                                                .run_style = piece.piece_style,
                                                .run_font_size = size,
                                                .run_letter_spacing = spacing,

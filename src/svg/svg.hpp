@@ -244,8 +244,11 @@ struct text_run {
     /// Where the run starts on its baseline, after positions, shifts and anchoring.
     point run_pos;
     fonts::shared_graphemes run_glyphs;
-    /// The span's own fill: a tspan may paint differently from its text.
+    /// The span's own fill and stroke: a tspan may paint differently from its text.
     used_paint run_fill;
+    used_paint run_stroke;
+    double run_stroke_width = 0;
+    double run_stroke_opacity = 1;
     /// The style of the span: its font, and letter spacing; sizes in user units.
     ref<css::style::style> run_style;
     double run_font_size = 16;

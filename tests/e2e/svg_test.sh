@@ -153,6 +153,7 @@ cat >textpos.html <<'HTML'
 <text x="20 120 220" y="40" font-family="DejaVu Sans" font-size="20">ABC</text>
 <text x="20" y="100" font-family="DejaVu Sans" font-size="20"><tspan dy="0 20 20">DEF</tspan></text>
 <text x="300" y="60" font-family="DejaVu Sans" font-size="30" fill="#00f" rotate="90">I</text>
+<text x="200" y="170" font-family="DejaVu Sans" font-size="60" font-weight="bold" fill="none" stroke="#0a0" stroke-width="3">O</text>
 <text font-family="DejaVu Sans" font-size="20"><textPath href="#diag" startOffset="50%" text-anchor="middle">MNOPQR</textPath></text>
 </svg>
 </body></html>
@@ -195,5 +196,20 @@ print("yes" if xs and (max(xs) - min(xs)) > 2 * (max(ys) - min(ys)) else "no: %s
 PY
 )
 expect_eq "rotate turns the character" "$iw" yes
+# The stroked, unfilled O: green on its outline, white inside.
+ring=$($PY - <<'PY'
+from PIL import Image
+im = Image.open("textpos-1.png").convert("RGB")
+pts = [(x, y) for y in range(im.size[1]) for x in range(im.size[0])
+       if (lambda p: p[1] > 120 and p[0] < 80 and p[2] < 80)(im.getpixel((x, y)))]
+if not pts:
+    print("none")
+else:
+    xs = [p[0] for p in pts]; ys = [p[1] for p in pts]
+    cx, cy = (min(xs) + max(xs)) // 2, (min(ys) + max(ys)) // 2
+    print("yes" if im.getpixel((cx, cy)) == (255, 255, 255) and max(xs) - min(xs) > 25 else "no")
+PY
+)
+expect_eq "stroked text draws its outline only" "$ring" yes
 
 finish
