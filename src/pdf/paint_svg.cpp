@@ -45,6 +45,8 @@ struct scope {
     content::gs g;
     std::map<std::string, ref> own_xobjects;
     std::map<std::string, ref> own_patterns;
+    /// Graphics states with soft masks, written as objects of their own.
+    std::map<std::string, ref> own_ext_gs;
 
     content::out out() { return content::out{append_to_string, &body}; }
 };
@@ -123,8 +125,11 @@ struct painter {
             }
             res.dict_entries.emplace_back("Pattern", std::move(pats));
         }
-        if (!used.ext_gs_list.resources_on_this_page.empty()) {
+        if (!used.ext_gs_list.resources_on_this_page.empty() || !s.own_ext_gs.empty()) {
             dict gs;
+            for (auto const& [gs_name, r] : s.own_ext_gs) {
+                gs.dict_entries.emplace_back(gs_name, r);
+            }
             for (auto const& [gs_name, params] : used.ext_gs_list.resources_on_this_page) {
                 dict d{{{"Type", name{"ExtGState"}}}};
                 for (auto const& p : params) {
@@ -565,6 +570,41 @@ struct painter {
         return std::holds_alternative<svg::compound>(n.svgbody);
     }
 
+    // A mask as a luminosity soft mask: its drawing, within its region, becomes a transparency group
+    // whose brightness is the opacity of what is painted after it. Where the group paints nothing the
+    // backdrop is black, so nothing shows outside the mask's drawing. A page that may not use
+    // transparency draws the element unmasked.
+    void apply_mask(scope& s, svg::mask const& m) {
+        if (s.g.strip_transparency) {
+            s.g.used.stripped_transparency = true;
+            return;
+        }
+        scope group;
+        group.g.rgb_as_cmyk = s.g.rgb_as_cmyk;
+        auto const go = group.out();
+        auto const& r = m.mask_region;
+        content::rect(go, group.g, r.x0, r.y0, r.x1 - r.x0, r.y1 - r.y0);
+        content::clip(go);
+        content::end_path(go);
+        paint_nodes(group, m.mask_content, transform{}, 1);
+        ref const form = new_ref(w);
+        dict params{{{"Type", name{"XObject"}},
+                     {"Subtype", name{"Form"}},
+                     {"BBox", numbers({-1e5, -1e5, 1e5, 1e5})},
+                     {"Group", dict{{{"Type", name{"Group"}},
+                                     {"S", name{"Transparency"}},
+                                     {"CS", name{s.g.rgb_as_cmyk ? "DeviceCMYK" : "DeviceRGB"}}}}},
+                     {"Resources", resources_of(group)}}};
+        write_stream(form, std::move(params), group.body);
+        ref const gs = new_ref(w);
+        write_object(w, gs,
+                     dict{{{"Type", name{"ExtGState"}},
+                           {"SMask", dict{{{"Type", name{"Mask"}}, {"S", name{"Luminosity"}}, {"G", form}}}}}});
+        auto const gname = fresh_name("Sm");
+        s.own_ext_gs.emplace(gname, gs);
+        s.body += "/" + gname + " gs\n";
+    }
+
     void paint_node(scope& s, svg::svg const& n, transform ctm, double alpha) {
         bool const is_compound = std::holds_alternative<svg::compound>(n.svgbody);
         if ((!n.svgstyle.svg_visible && !is_compound) || n.svgstyle.opacity <= 0) {
@@ -584,6 +624,9 @@ struct painter {
             content::rect(o, s.g, c.x0, c.y0, c.x1 - c.x0, c.y1 - c.y0);
             content::clip(o);
             content::end_path(o);
+        }
+        if (n.mask) {
+            apply_mask(s, *n.mask);
         }
         if (n.viewbox_transform) {
             content::concat(o, s.g, to_matrix(*n.viewbox_transform));

@@ -993,6 +993,92 @@ struct builder {
         return share(std::move(cp));
     }
 
+    // The mask an element names with its mask attribute or the mask declaration of its style
+    // attribute: the mask element's children drawn in the element's user space (or in its bounding box,
+    // with maskContentUnits="objectBoundingBox"), within the mask's region.
+    ref<mask> mask_of(dom::dom_element const& e, std::function<std::optional<bbox>()> const& box) {
+        auto reference = attr(e, "mask");
+        if (!reference) {
+            auto const style_text = attr(e, "style").value_or("");
+            auto const at = style_text.find("mask");
+            if (at == std::string::npos) {
+                return nullptr;
+            }
+            auto const colon = style_text.find(':', at);
+            if (colon == std::string::npos) {
+                return nullptr;
+            }
+            auto const end = style_text.find(';', colon);
+            reference = style_text.substr(colon + 1, end == std::string::npos ? std::string::npos : end - colon - 1);
+        }
+        auto const trimmed = [](std::string v) {
+            auto const a = v.find_first_not_of(" \t\r\n");
+            auto const b = v.find_last_not_of(" \t\r\n");
+            return a == std::string::npos ? std::string{} : v.substr(a, b - a + 1);
+        }(*reference);
+        if (trimmed.empty() || trimmed == "none") {
+            return nullptr;
+        }
+        // url(#id), with or without quotes.
+        std::string inner = trimmed;
+        if (inner.starts_with("url(") && inner.ends_with(")")) {
+            inner = inner.substr(4, inner.size() - 5);
+            std::erase_if(inner, [](char c) { return c == '"' || c == '\'' || c == ' '; });
+        }
+        auto const id = local_id(inner);
+        auto const target = id ? find_id(*id) : nullptr;
+        if (!target || !is_svg_name(target->dom_element_name, "mask")) {
+            warn("svg: mask: referenced id " + id.value_or(trimmed) + " is not a mask; the element is drawn "
+                 "without it");
+            return nullptr;
+        }
+        if (std::ranges::find(refs, *id) != refs.end()) {
+            warn("svg: self reference to ID " + *id);
+            return nullptr;
+        }
+        refs.push_back(*id);
+        auto const ms = style_of(target, nullptr, false);
+        auto const b = box();
+        mask m;
+        auto const fraction = [&](std::string_view name, double fallback) {
+            auto const v = attr(*target, name);
+            if (!v) {
+                return fallback;
+            }
+            std::string t = *v;
+            bool const pct = !t.empty() && t.back() == '%';
+            double x = fallback;
+            if (std::from_chars(t.data(), t.data() + t.size() - (pct ? 1 : 0), x).ec != std::errc{}) {
+                return fallback;
+            }
+            return pct ? x / 100 : x;
+        };
+        if (attr(*target, "maskUnits").value_or("objectBoundingBox") == "userSpaceOnUse") {
+            m.mask_region = {len(*target, *ms, "x", axis::x, percent_of(-10, axis::x)),
+                             len(*target, *ms, "y", axis::y, percent_of(-10, axis::y)), 0, 0};
+            m.mask_region.x1 = m.mask_region.x0 + len(*target, *ms, "width", axis::x, percent_of(120, axis::x));
+            m.mask_region.y1 = m.mask_region.y0 + len(*target, *ms, "height", axis::y, percent_of(120, axis::y));
+        } else if (b) {
+            double const bw = b->x1 - b->x0;
+            double const bh = b->y1 - b->y0;
+            m.mask_region.x0 = b->x0 + fraction("x", -0.1) * bw;
+            m.mask_region.y0 = b->y0 + fraction("y", -0.1) * bh;
+            m.mask_region.x1 = m.mask_region.x0 + fraction("width", 1.2) * bw;
+            m.mask_region.y1 = m.mask_region.y0 + fraction("height", 1.2) * bh;
+        } else {
+            // An element without extent shows nothing through a mask sized by it.
+            m.mask_region = {0, 0, 0, 0};
+        }
+        svg content{.svgbody = compound{}};
+        if (attr(*target, "maskContentUnits").value_or("userSpaceOnUse") == "objectBoundingBox") {
+            content.svg_transform = b ? box_map(*b) : transform{0, 0, 0, 0, 0, 0};
+        }
+        children_into(target, ms, false, std::get<compound>(content.svgbody).compound_children);
+        m.mask_content.push_back(std::move(content));
+        refs.pop_back();
+        return share(std::move(m));
+    }
+
     // ---- elements ----
 
     svg node_of(css::style::style const& s, dom::dom_element const& e, svgbody body) {
@@ -1623,9 +1709,8 @@ struct builder {
             return std::nullopt;
         }
         auto const style_text = attr(*e, "style").value_or("");
-        if (attr(*e, "mask") || attr(*e, "filter") || style_text.find("mask") != std::string::npos ||
-            style_text.find("filter") != std::string::npos) {
-            log::log_warning_once(log, "svg: masks and filters are not rendered; elements are drawn without them");
+        if (attr(*e, "filter") || style_text.find("filter") != std::string::npos) {
+            log::log_warning_once(log, "svg: filters are not rendered; elements are drawn without them");
         }
         std::optional<svg> out;
         if (name == "g" || name == "a") {
@@ -1682,6 +1767,7 @@ struct builder {
         if (out) {
             auto* node = &*out;
             node->clippath = clip_of(*s, [&]() { return node_bbox(*node); });
+            node->mask = mask_of(*e, [&]() { return node_bbox(*node); });
         }
         return out;
     }

@@ -225,6 +225,13 @@ struct compound {
     std::vector<svg> compound_children;
 };
 
+/// A luminance mask: drawings whose brightness gives the opacity of what they mask, in the masked
+/// element's user space, outside the region nothing shows.
+struct mask {
+    std::vector<svg> mask_content;
+    bbox mask_region;
+};
+
 struct shape {
     used_paint shape_fill;
     used_paint shape_stroke;
@@ -280,6 +287,7 @@ struct svg {
     /// A viewport's clip rectangle, in the space after `svg_transform` and before `viewbox_transform`.
     std::optional<bbox> viewport_clip;
     ref<vellum::svg::clippath> clippath;
+    ref<vellum::svg::mask> mask;
     vellum::svg::svgbody svgbody;
 };
 

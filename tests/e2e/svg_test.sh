@@ -212,4 +212,27 @@ PY
 )
 expect_eq "stroked text draws its outline only" "$ring" yes
 
+# Masks: the brightness of the mask's drawing is the opacity of the masked element. A red square under
+# a mask that is white on its left half and 50% grey on its right half shows red, then pink; outside
+# the mask's drawing nothing shows.
+cat >mask.html <<'HTML'
+<!DOCTYPE html><html><head><style>@page { size: 200pt 200pt; margin: 0 } body { margin: 0 }</style></head><body>
+<svg xmlns="http://www.w3.org/2000/svg" width="200pt" height="200pt" viewBox="0 0 200 200" style="display: block">
+<defs><mask id="m" maskUnits="userSpaceOnUse" x="0" y="0" width="200" height="200">
+<rect x="0" y="0" width="100" height="150" fill="white"/>
+<rect x="100" y="0" width="100" height="150" fill="rgb(128,128,128)"/>
+</mask></defs>
+<rect x="0" y="0" width="200" height="200" fill="red" mask="url(#m)"/>
+</svg>
+</body></html>
+HTML
+"$VELLUM" mask.html -o mask.pdf 2>mask.err
+expect_eq "mask: status" "$?" 0
+qpdf_clean "mask" mask.pdf
+expect_not_contains "mask: no warning" "$(cat mask.err)" "mask"
+pdftoppm -r 72 -png mask.pdf mask
+expect_eq "mask: white shows the element" "$(is_color "$(pixel mask-1.png 50 50)" 255 0 0)" yes
+expect_eq "mask: grey shows it half" "$(is_color "$(pixel mask-1.png 150 50)" 255 127 127)" yes
+expect_eq "mask: outside the drawing nothing shows" "$(is_color "$(pixel mask-1.png 50 180)" 255 255 255)" yes
+
 finish
