@@ -375,6 +375,36 @@ struct painter {
         return n;
     }
 
+    static bool varying_opacity(svg::gradient const& g) {
+        return std::ranges::any_of(g.gradient_stops, [&](svg::stop const& st) {
+            return st.stop_opacity != g.gradient_stops.front().stop_opacity;
+        });
+    }
+
+    static bool varying_opacity(svg::used_paint const& p) {
+        auto const* g = std::get_if<svg::paint_gradient>(&p);
+        return g && g->gradient && varying_opacity(*g->gradient);
+    }
+
+    // The opacities of a gradient's stops as a luminosity soft mask: the same ramp in greys, over the
+    // painted box (the group's space is the user space in force).
+    void apply_gradient_mask(scope& s, svg::gradient const& g, std::optional<svg::bbox> const& box) {
+        auto grey = g;
+        for (auto& st : grey.gradient_stops) {
+            auto const v = static_cast<float>(std::clamp(st.stop_opacity, 0.0, 1.0));
+            st.stop_color = css::color::rgb{v, v, v};
+            st.stop_opacity = 1;
+        }
+        svg::mask m;
+        m.mask_region = box.value_or(svg::bbox{-1e5, -1e5, 1e5, 1e5});
+        auto const& r = m.mask_region;
+        m.mask_content.push_back(svg::svg{
+            .svgbody = svg::shape{.shape_fill = svg::paint_gradient{share(std::move(grey))},
+                                  .shape_stroke = svg::paint_none{},
+                                  .shape_commands = {svg::rect{.corner = {r.x0, r.y0}, .size = {r.x1 - r.x0, r.y1 - r.y0}}}}});
+        apply_mask(s, m);
+    }
+
     // Sets a paint for filling or stroking; false when it paints nothing.
     bool set_paint(scope& s, svg::used_paint const& p, bool for_stroke, double alpha, transform const& ctm,
                    std::optional<svg::bbox> const& box) {
@@ -400,13 +430,15 @@ struct painter {
                                   if (!g.gradient) {
                                       return false;
                                   }
-                                  // Stop opacity: the ramp is opaque, with the stops' mean opacity over it.
-                                  double sum = 0;
-                                  for (auto const& st : g.gradient->gradient_stops) {
-                                      sum += st.stop_opacity;
+                                  // Stops of one opacity make a plain alpha; varying ones a soft mask of the
+                                  // same ramp in grey (the caller keeps it to this one painting).
+                                  auto const& stops = g.gradient->gradient_stops;
+                                  if (varying_opacity(*g.gradient) && !s.g.strip_transparency) {
+                                      apply_gradient_mask(s, *g.gradient, box);
+                                      set_alpha(alpha);
+                                  } else {
+                                      set_alpha(alpha * (stops.empty() ? 1 : stops.front().stop_opacity));
                                   }
-                                  double const mean = g.gradient->gradient_stops.empty() ? 1 : sum / g.gradient->gradient_stops.size();
-                                  set_alpha(alpha * mean);
                                   set_color(color::pattern{gradient_pattern(s, *g.gradient, ctm, box)});
                                   return true;
                               },
@@ -450,6 +482,11 @@ struct painter {
             double const h = st.stroke_width / 2;
             *stroke_box = {stroke_box->x0 - h, stroke_box->y0 - h, stroke_box->x1 + h, stroke_box->y1 + h};
         }
+        // A gradient whose stops vary in opacity sets a soft mask, kept to its own painting.
+        bool const fill_masked = varying_opacity(sh.shape_fill);
+        if (fill_masked) {
+            content::save(o, s.g);
+        }
         bool const fill = set_paint(s, sh.shape_fill, false, alpha * st.fill_opacity, ctm, box);
         bool const both_solid = fill && stroking && std::holds_alternative<svg::paint_color>(sh.shape_fill) &&
                                 std::holds_alternative<svg::paint_color>(sh.shape_stroke);
@@ -468,10 +505,20 @@ struct painter {
             emit_path(s, sh.shape_commands, {});
             even_odd ? content::fill_even_odd(o) : content::fill(o);
         }
+        if (fill_masked) {
+            content::restore(o, s.g);
+        }
+        bool const stroke_masked = stroking && varying_opacity(sh.shape_stroke);
+        if (stroke_masked) {
+            content::save(o, s.g);
+        }
         if (stroking && set_paint(s, sh.shape_stroke, true, alpha * st.stroke_opacity, ctm, stroke_box)) {
             set_stroke_style(s, st);
             emit_path(s, sh.shape_commands, {});
             content::stroke(o);
+        }
+        if (stroke_masked) {
+            content::restore(o, s.g);
         }
     }
 

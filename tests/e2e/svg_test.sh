@@ -235,4 +235,21 @@ expect_eq "mask: white shows the element" "$(is_color "$(pixel mask-1.png 50 50)
 expect_eq "mask: grey shows it half" "$(is_color "$(pixel mask-1.png 150 50)" 255 127 127)" yes
 expect_eq "mask: outside the drawing nothing shows" "$(is_color "$(pixel mask-1.png 50 180)" 255 255 255)" yes
 
+# Stop opacity fades a gradient: opaque red on the left, clear on the right.
+cat >fade.html <<'HTML'
+<!DOCTYPE html><html><head><style>@page { size: 200pt 100pt; margin: 0 } body { margin: 0 }</style></head><body>
+<svg xmlns="http://www.w3.org/2000/svg" width="200pt" height="100pt" viewBox="0 0 200 100" style="display: block">
+<defs><linearGradient id="f"><stop offset="0" stop-color="red"/><stop offset="1" stop-color="red" stop-opacity="0"/></linearGradient></defs>
+<rect x="0" y="0" width="200" height="100" fill="url(#f)"/>
+</svg>
+</body></html>
+HTML
+"$VELLUM" fade.html -o fade.pdf 2>fade.err
+expect_eq "fade: status" "$?" 0
+qpdf_clean "fade" fade.pdf
+pdftoppm -r 72 -png fade.pdf fade
+expect_eq "fade: opaque end" "$(is_color "$(pixel fade-1.png 3 50)" 255 0 0)" yes
+expect_eq "fade: middle half way" "$(is_color "$(pixel fade-1.png 100 50)" 255 127 127)" yes
+expect_eq "fade: clear end" "$(is_color "$(pixel fade-1.png 196 50)" 255 255 255)" yes
+
 finish
