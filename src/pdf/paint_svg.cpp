@@ -535,47 +535,54 @@ struct painter {
         content::restore(o, s.g);
     }
 
-    // Text: each run in its span's font and fill, in the y-down user space, turned by its rotation. A gradient fill
-    // shows as its first colour, a pattern not at all.
-    void paint_text(scope& s, svg::used_svgstyle const& st, svg::text const& t, double alpha) {
+    // Text: each run in its span's font, fill and stroke, in the y-down user space, turned by its
+    // rotation. A gradient or pattern fill is painted through the glyphs as a clip, over the box of the
+    // whole text, so that one gradient runs across all its spans.
+    void paint_text(scope& s, svg::used_svgstyle const& st, svg::text const& t, double alpha, transform const& ctm) {
         auto const o = s.out();
+        auto const text_box = svg::text_bbox(t);
+        auto const colour_of = [](svg::used_paint const& p) -> std::optional<css::color::color> {
+            auto const* c = std::get_if<svg::paint_color>(&p);
+            return c ? std::optional(c->color) : std::nullopt;
+        };
+        auto const is_server = [](svg::used_paint const& p) {
+            return std::holds_alternative<svg::paint_gradient>(p) || std::holds_alternative<svg::paint_tiling>(p);
+        };
         for (auto const& run : t.text_runs) {
             if (!run.run_style || run.run_glyphs.view().empty()) {
                 continue;
             }
-            // A gradient shows as its first colour, a pattern not at all.
-            auto const colour_of = [](svg::used_paint const& p) -> std::optional<css::color::color> {
-                std::optional<css::color::color> c;
-                std::visit(overloaded{
-                               [](svg::paint_none const&) {},
-                               [&](svg::paint_color const& pc) { c = pc.color; },
-                               [&](svg::paint_gradient const& g) {
-                                   if (g.gradient && !g.gradient->gradient_stops.empty()) {
-                                       c = g.gradient->gradient_stops.front().stop_color;
-                                   }
-                               },
-                               [](svg::paint_tiling const&) {},
-                           },
-                           p);
-                return c;
-            };
+            auto const m = svg::run_placement(run);
+            auto style = *run.run_style;
+            style.font_size = static_cast<float>(run.run_font_size);
+            style.letter_spacing = static_cast<float>(run.run_letter_spacing);
+            if (is_server(run.run_fill) && text_box) {
+                // The glyphs as a clip (render mode 7), then the paint over the text's box.
+                content::save(o, s.g);
+                content::concat(o, s.g, to_matrix(m));
+                content::begin_text(o);
+                content::render_mode(o, content::text_render_mode::clip);
+                paint_text::text_cursor cursor;
+                paint_text::paint_graphemes(o, s.g, cursor, run.run_glyphs.view(), 0, 0, style, 1, {});
+                content::end_text(o);
+                if (auto const back = svg::invert(m)) {
+                    content::concat(o, s.g, to_matrix(*back));
+                    if (set_paint(s, run.run_fill, false, alpha * st.fill_opacity, ctm, text_box)) {
+                        auto const& b = *text_box;
+                        content::rect(o, s.g, b.x0, b.y0, b.x1 - b.x0, b.y1 - b.y0);
+                        content::fill(o);
+                    }
+                }
+                content::restore(o, s.g);
+            }
             auto const fill = colour_of(run.run_fill);
             auto const stroke = run.run_stroke_width > 0 ? colour_of(run.run_stroke) : std::nullopt;
             if (!fill && !stroke) {
                 continue;
             }
-            auto style = *run.run_style;
             style.color = fill.value_or(*stroke);
-            style.font_size = static_cast<float>(run.run_font_size);
-            style.letter_spacing = static_cast<float>(run.run_letter_spacing);
             content::save(o, s.g);
-            // Text space has y up: flipped into the y-down user space, then turned clockwise by the
-            // run's rotation about its start.
-            double const turn = run.run_rotate * std::numbers::pi / 180;
-            float const ca = static_cast<float>(std::cos(turn));
-            float const sa = static_cast<float>(std::sin(turn));
-            content::concat(o, s.g, matrix::matrix{ca, sa, sa, -ca, static_cast<float>(run.run_pos.x),
-                                                   static_cast<float>(run.run_pos.y)});
+            content::concat(o, s.g, to_matrix(m));
             if (stroke) {
                 // Outlines are stroked in user space units, whatever the font size.
                 if (auto const d = device(*stroke)) {
@@ -602,7 +609,7 @@ struct painter {
                        [&](svg::compound const& c) { paint_nodes(s, c.compound_children, ctm, alpha); },
                        [&](svg::shape const& sh) { paint_shape(s, n.svgstyle, sh, alpha, ctm); },
                        [&](svg::image const& im) { paint_image(s, im, alpha); },
-                       [&](svg::text const& t) { paint_text(s, n.svgstyle, t, alpha); },
+                       [&](svg::text const& t) { paint_text(s, n.svgstyle, t, alpha, ctm); },
                    },
                    n.svgbody);
     }

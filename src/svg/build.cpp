@@ -1578,8 +1578,6 @@ struct builder {
             auto const dir = ps.rare_props && ps.rare_props->rare_props_direction == css::box::direction::rtl
                                  ? fonts::direction::rtl
                                  : fonts::direction::ltr;
-            auto const fill = paint_of(g.svgstyle_fill, std::nullopt, "fill", piece.piece_style);
-            auto const stroke = paint_of(g.svgstyle_stroke, std::nullopt, "stroke", piece.piece_style);
             auto const used = used_of(ps);
             auto const& chars = piece.piece_chars;
             std::size_t from = 0;
@@ -1599,8 +1597,6 @@ struct builder {
                 }
                 auto const at = index + from;
                 t.text_runs.push_back(text_run{.run_glyphs = std::move(glyphs),
-                                               .run_fill = fill,
-                                               .run_stroke = stroke,
                                                .run_stroke_width = used.stroke_width,
                                                .run_stroke_opacity = used.stroke_opacity,
                                                .run_style = piece.piece_style,
@@ -1690,6 +1686,12 @@ struct builder {
             }
         }
         t.text_runs = std::move(placed);
+        // Paints last: a gradient or pattern in bounding-box units needs the box of the whole text.
+        auto const box = text_bbox(t);
+        for (auto& r : t.text_runs) {
+            r.run_fill = paint_of(r.run_style->svgstyle->svgstyle_fill, box, "fill", r.run_style);
+            r.run_stroke = paint_of(r.run_style->svgstyle->svgstyle_stroke, box, "stroke", r.run_style);
+        }
         return node_of(*s, *e, std::move(t));
     }
 

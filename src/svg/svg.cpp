@@ -185,4 +185,25 @@ transform view_transform(viewbox const& vb, par const& p, double x, double y, do
     return {sx, 0, 0, sy, tx, ty};
 }
 
+transform run_placement(text_run const& run) {
+    double const turn = run.run_rotate * std::numbers::pi / 180;
+    return transform{std::cos(turn), std::sin(turn), std::sin(turn), -std::cos(turn), run.run_pos.x, run.run_pos.y};
+}
+
+std::optional<bbox> text_bbox(text const& t) {
+    std::optional<bbox> box;
+    for (auto const& run : t.text_runs) {
+        auto const m = run_placement(run);
+        double const up = run.run_font_size;
+        double const down = -run.run_font_size / 3;
+        for (auto const corner : {point{0, down}, point{run.run_width, down}, point{0, up}, point{run.run_width, up}}) {
+            auto const p = apply(m, corner);
+            box = box ? bbox{std::min(box->x0, p.x), std::min(box->y0, p.y), std::max(box->x1, p.x),
+                             std::max(box->y1, p.y)}
+                      : bbox{p.x, p.y, p.x, p.y};
+        }
+    }
+    return box;
+}
+
 } // namespace vellum::svg

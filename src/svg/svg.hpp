@@ -276,6 +276,14 @@ struct text {
     std::vector<text_run> text_runs;
 };
 
+/// Where a run's text space (y up, origin at the run's start) lies in user space: flipped and turned by
+/// the run's rotation.
+transform run_placement(text_run const& run);
+
+/// The box of a text in user space: each run's advance, with an ascent of its size and a descent of a
+/// third of it; nothing for a text without runs.
+[[nodiscard]] std::optional<bbox> text_bbox(text const& t);
+
 using svgbody = std::variant<compound, shape, image, text>;
 
 /// One element of the display list.

@@ -252,4 +252,33 @@ expect_eq "fade: opaque end" "$(is_color "$(pixel fade-1.png 3 50)" 255 0 0)" ye
 expect_eq "fade: middle half way" "$(is_color "$(pixel fade-1.png 100 50)" 255 127 127)" yes
 expect_eq "fade: clear end" "$(is_color "$(pixel fade-1.png 196 50)" 255 255 255)" yes
 
+# Text filled with a gradient: the ramp runs across the whole text, red at its start, blue at its end,
+# and shows only inside the glyphs.
+cat >gradtext.html <<'HTML'
+<!DOCTYPE html><html><head><style>@page { size: 300pt 100pt; margin: 0 } body { margin: 0 }</style></head><body>
+<svg xmlns="http://www.w3.org/2000/svg" width="300pt" height="100pt" viewBox="0 0 300 100" style="display: block">
+<defs><linearGradient id="rb"><stop offset="0" stop-color="#f00"/><stop offset="1" stop-color="#00f"/></linearGradient></defs>
+<text x="10" y="80" font-family="DejaVu Sans" font-weight="bold" font-size="80" fill="url(#rb)">IIII<tspan>IIII</tspan></text>
+</svg>
+</body></html>
+HTML
+"$VELLUM" gradtext.html -o gradtext.pdf 2>gradtext.err
+expect_eq "gradient text: status" "$?" 0
+qpdf_clean "gradient text" gradtext.pdf
+expect_contains "gradient text: extractable" "$(pdftotext gradtext.pdf - | tr -d ' \n')" "IIIIIIII"
+pdftoppm -r 72 -png gradtext.pdf gradtext
+read first last between <<<"$($PY - <<'PY'
+from PIL import Image
+im = Image.open("gradtext-1.png").convert("RGB")
+y = 50
+inked = [x for x in range(im.size[0]) if im.getpixel((x, y)) != (255, 255, 255)]
+r0, g0, b0 = im.getpixel((inked[2], y))
+r1, g1, b1 = im.getpixel((inked[-3], y))
+gap = next(x for x in range(inked[0], inked[-1]) if im.getpixel((x, y)) == (255, 255, 255))
+print("red" if r0 > 180 and b0 < 80 else "no", "blue" if b1 > 180 and r1 < 80 else "no", "white" if gap else "no")
+PY
+)"
+expect_eq "gradient text: red start, blue end, white between glyphs" "$first $last $between" "red blue white"
+expect_eq "gradient text: no image" "$(pdfimages -list gradtext.pdf | tail -n +3 | wc -l)" 0
+
 finish
