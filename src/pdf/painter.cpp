@@ -1,5 +1,8 @@
 #include "pdf/painter.hpp"
 
+#include "image/images.hpp"
+#include "svg/svg.hpp"
+
 #include "pdf/borders.hpp"
 #include "pdf/paint_background.hpp"
 #include "pdf/paint_color.hpp"
@@ -1132,6 +1135,26 @@ std::vector<found_link> page_links(pack::packed_page const& page) {
         }
         for (auto const& c : children_of(b)) {
             walk_box(*c.child_box, base, mine);
+        }
+        if (auto const* img = std::get_if<pack::image>(&flow_content(b)); img && img->image_box.imagebox_content) {
+            // The links of a drawing, mapped from its viewport onto the picture's rectangle.
+            auto const& im = img->image_box;
+            auto const* drawing = std::get_if<images::svg_image>(&im.imagebox_content->image_source);
+            if (drawing && drawing->svg_image_block && !drawing->svg_image_block->svg_links.empty()) {
+                auto const& block = *drawing->svg_image_block;
+                auto const picture = painter::fitted_picture(*b.box_style, im.imagebox_content->image_info,
+                                                             im.imagebox_pos.x, im.imagebox_pos.y,
+                                                             im.imagebox_size.w, im.imagebox_size.h);
+                double const kx = picture.w / std::max(block.viewport_width, 1e-9);
+                double const ky = picture.h / std::max(block.viewport_height, 1e-9);
+                for (auto const& l : block.svg_links) {
+                    add(l.link_href, l.link_base,
+                        {.top = float(base + picture.y - l.link_area.y0 * ky),
+                         .bottom = float(base + picture.y - l.link_area.y1 * ky),
+                         .left = float(picture.x + l.link_area.x0 * kx),
+                         .right = float(picture.x + l.link_area.x1 * kx)});
+                }
+            }
         }
         if (auto const* p = std::get_if<pack::para>(&flow_content(b))) {
             for (auto const& item : p->para_lines) {

@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <numbers>
@@ -82,6 +83,8 @@ struct builder {
     build_env const& env;
     std::map<std::string, dom::element_ref, std::less<>> ids;
     std::vector<std::string> refs;
+    /// The base URL of each link target, by the target's address.
+    std::map<std::string const*, std::string> link_bases;
     struct viewport_size {
         double w = 0;
         double h = 0;
@@ -910,7 +913,11 @@ struct builder {
                            }
                        },
                        [&](image const& i) { add_box(i.image_viewport, transform{}); },
-                       [&](text const&) {},
+                       [&](text const& t) {
+                           if (auto b = text_bbox(t)) {
+                               add_box(*b, transform{});
+                           }
+                       },
                    },
                    n.svgbody);
         return box;
@@ -1718,6 +1725,12 @@ struct builder {
         if (name == "g" || name == "a") {
             svg n = node_of(*s, *e, compound{});
             children_into(e, s, restyle, std::get<compound>(n.svgbody).compound_children);
+            if (name == "a") {
+                if (auto const h = href_of(*e); h && !h->empty()) {
+                    n.svg_link = share(std::string(*h));
+                    link_bases.emplace(n.svg_link.get(), resource::locator::locator_to_string(dom::element_base(*e)));
+                }
+            }
             out = std::move(n);
         } else if (name == "switch") {
             svg n = node_of(*s, *e, compound{});
@@ -1838,6 +1851,32 @@ svg_block make_svg_block(log::log const& log, dom::element_ref const& root, buil
     b.viewports.push_back(vb ? builder::viewport_size{vb->viewboxw, vb->viewboxh}
                              : builder::viewport_size{out.viewport_width, out.viewport_height});
     b.children_into(root, s, false, out.svg_content);
+    // The links: each `a` with a target, over the box of what it draws, in viewport units.
+    std::function<void(std::vector<svg> const&, transform const&)> links = [&](std::vector<svg> const& nodes,
+                                                                            transform const& ctm) {
+        for (auto const& n : nodes) {
+            auto const here = then(n.viewbox_transform.value_or(transform{}), then(n.svg_transform, ctm));
+            if (n.svg_link) {
+                if (auto const box = b.node_bbox(n)) {
+                    std::optional<bbox> area;
+                    for (auto p : {point{box->x0, box->y0}, point{box->x1, box->y0}, point{box->x0, box->y1},
+                                   point{box->x1, box->y1}}) {
+                        auto const q = apply(here, p);
+                        area = area ? bbox{std::min(area->x0, q.x), std::min(area->y0, q.y), std::max(area->x1, q.x),
+                                           std::max(area->y1, q.y)}
+                                    : bbox{q.x, q.y, q.x, q.y};
+                    }
+                    auto const base = b.link_bases.find(n.svg_link.get());
+                    out.svg_links.push_back({*n.svg_link, base == b.link_bases.end() ? std::string{} : base->second,
+                                             *area});
+                }
+            }
+            if (auto const* c = std::get_if<compound>(&n.svgbody)) {
+                links(c->compound_children, here);
+            }
+        }
+    };
+    links(out.svg_content, out.root_transform);
     return out;
 }
 

@@ -296,6 +296,8 @@ struct svg {
     std::optional<bbox> viewport_clip;
     ref<vellum::svg::clippath> clippath;
     ref<vellum::svg::mask> mask;
+    /// The target of an `a` element, for a link over what it draws.
+    ref<std::string> svg_link;
     vellum::svg::svgbody svgbody;
 };
 
@@ -320,8 +322,19 @@ struct par {
 
 /// A whole drawing: its content in user units, and the size of its viewport in CSS pixels with the
 /// transform from user space into it.
+/// A link of a drawing: its target and the base it resolves against, over a box in the drawing's
+/// viewport (y down, in the units of its width and height).
+struct svg_link_area {
+    std::string link_href;
+    std::string link_base;
+    bbox link_area;
+    bool operator==(svg_link_area const&) const = default;
+};
+
 struct svg_block {
     std::vector<svg> svg_content;
+    /// The links of `a` elements, in drawing order.
+    std::vector<svg_link_area> svg_links;
     double viewport_width = 300;
     double viewport_height = 150;
     /// Whether width and height came from the drawing itself (attributes or viewBox) rather than defaults.

@@ -281,4 +281,27 @@ PY
 expect_eq "gradient text: red start, blue end, white between glyphs" "$first $last $between" "red blue white"
 expect_eq "gradient text: no image" "$(pdfimages -list gradtext.pdf | tail -n +3 | wc -l)" 0
 
+# Links in a drawing: an `a` around a shape makes a link annotation over the shape's place on the page.
+cat >links.html <<'HTML'
+<!DOCTYPE html><html><head><style>@page { size: 200pt 200pt; margin: 0 } body { margin: 0 }</style></head><body>
+<svg xmlns="http://www.w3.org/2000/svg" xmlns:xlink="http://www.w3.org/1999/xlink" width="200pt" height="100pt" viewBox="0 0 200 100" style="display: block">
+<a xlink:href="https://example.com/chart"><rect x="20" y="10" width="60" height="30" fill="#00f"/></a>
+<a href="#below"><g transform="translate(100 50)"><circle cx="20" cy="20" r="10" fill="red"/></g></a>
+</svg>
+<p id="below">Below.</p>
+</body></html>
+HTML
+"$VELLUM" links.html -o links.pdf 2>links.err
+expect_eq "svg links: status" "$?" 0
+qpdf_clean "svg links" links.pdf
+qpdf --qdf --object-streams=disable links.pdf links-qdf.pdf
+flat=$(tr '\r\n' '  ' <links-qdf.pdf | tr -s ' ')
+expect_contains "svg links: web address" "$flat" "/URI (https://example.com/chart)"
+# The rectangle lies 10 to 40 units below the top of a page 200pt tall: y from 160 to 190, x 20 to 80.
+rects=$(echo "$flat" | grep -a -o '/Rect \[ [0-9. ]* \]' | tr -d '/Rect[]')
+first=$(echo "$rects" | head -1)
+inside=$(echo "$first" | awk '{ print ($1 > 19 && $1 < 21 && $2 > 159 && $2 < 161 && $3 > 79 && $3 < 81 && $4 > 189 && $4 < 191) ? "yes" : "no: " $0 }')
+expect_eq "svg links: rectangle over the shape" "$inside" yes
+expect_eq "svg links: two links, one to the paragraph" "$(echo "$rects" | wc -l) $(echo "$flat" | grep -a -c '/Dest \[')" "2 1"
+
 finish
