@@ -110,11 +110,20 @@ void write_style_attribute(dom::element_ref const& el, std::vector<style_entry> 
     }
 }
 
-// Whether a shorthand's members are the four sides of a box, set by the one-to-four-value rule.
-bool is_box_shorthand(std::vector<std::string> const& members) {
-    return members.size() == 4 && members[0].find("top") != std::string::npos &&
-           members[1].find("right") != std::string::npos && members[2].find("bottom") != std::string::npos &&
-           members[3].find("left") != std::string::npos;
+// The members of a shorthand for the four sides of a box, in the order top, right, bottom, left, as the
+// one-to-four-value rule assigns them; nothing for other shorthands. (Members beyond the four sides,
+// such as the inside and outside margins of facing pages, are left alone.)
+std::optional<std::vector<std::string>> box_sides(std::vector<std::string> const& members) {
+    std::vector<std::string> out;
+    for (auto const* side : {"top", "right", "bottom", "left"}) {
+        auto const on_side = [&](std::string const& m) { return m.find(std::string("-") + side) != std::string::npos; };
+        // Exactly one member per side: "border" has three on each, and is no box shorthand.
+        if (std::ranges::count_if(members, on_side) != 1) {
+            return std::nullopt;
+        }
+        out.push_back(*std::ranges::find_if(members, on_side));
+    }
+    return out;
 }
 
 std::vector<std::string> member_names(prop_name p) {
@@ -145,14 +154,14 @@ std::optional<std::vector<std::pair<std::string, std::string>>> expand_shorthand
         }
         return out;
     }
-    if (is_box_shorthand(members)) {
+    if (auto const sides = box_sides(members)) {
         if (terms.empty() || terms.size() > 4) {
             return std::nullopt;
         }
         static constexpr std::size_t pick[4][4] = {{0, 0, 0, 0}, {0, 1, 0, 1}, {0, 1, 2, 1}, {0, 1, 2, 3}};
         for (std::size_t i = 0; i < 4; ++i) {
             auto const& t = terms[pick[terms.size() - 1][i]];
-            out.emplace_back(members[i], canonical_text(members[i], t));
+            out.emplace_back((*sides)[i], canonical_text((*sides)[i], t));
         }
         return out;
     }
