@@ -26,6 +26,10 @@ namespace vellum::styledom {
 struct declared_styles;
 } // namespace vellum::styledom
 
+namespace vellum::canvas {
+struct canvas_context;
+} // namespace vellum::canvas
+
 namespace vellum::dom {
 
 struct dom_document;
@@ -132,9 +136,11 @@ struct canvas_size {
 };
 
 /// The drawing surface of a canvas element.
-// FIXME: the drawing state and the list of drawn things come with the canvas of the script host.
 struct canvas_context {
     dom::canvas_size context_size;
+    /// The recorder of the element's "2d" context: made by the first `getContext("2d")`, dropped when a
+    /// script sets the size. Box generation paints what it recorded.
+    std::shared_ptr<canvas::canvas_context> context_2d;
 };
 
 /// The kind of a layout box that scripts can see.
