@@ -247,6 +247,11 @@ void run_script_element(hostjs::host_js& host, dom::document_ref const& doc, dom
     auto const& log = host.js->js_log;
     if (auto const src = dom::attribute_value(*el, xml::make_name("src"))) {
         auto const where = resource::locator::resolve_locator(dom::element_base(*el), trimmed(*src));
+        if (!host.js->js_loader) {
+            log::log_file_message(log, log::level::error, resource::locator::locator_to_string(where),
+                                  "no loader for external scripts");
+            return;
+        }
         auto text = hostjs::load_script(log, *host.js->js_loader, where);
         if (!text) {
             log::log_file_message(log, log::level::error, resource::locator::locator_to_string(where), text.error());

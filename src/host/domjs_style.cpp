@@ -294,14 +294,11 @@ std::optional<std::string> initial_text(std::string const& name) {
 }
 
 // What the cascade declares for one element, as property name to text, the winning declaration last.
-std::map<std::string, std::string> cascaded_values(log::log const& log, resource::loader::loader const& loader,
-                                                   styledom::document_rules const& rules, dom::dom_element const& el) {
+std::map<std::string, std::string> cascaded_values(styledom::document_rules const& rules, dom::dom_element const& el) {
     styledom::cascaded out;
     styledom::cascade_buffers buffers;
     styledom::tree::dom_tree const tree{};
     styledom::cascade_element(el, tree, rules, dom::element_base(el), out, buffers);
-    (void)log;
-    (void)loader;
     std::map<std::string, std::string> values;
     for (auto const* pd : out.cascaded_pdecls) {
         auto const& d = pd->declaration;
@@ -339,13 +336,15 @@ std::string computed_get(e::js& engine, dom::element_ref const& el, prop_name p)
         return {};
     }
     // The sheets as they stand now: a script may have changed a style element or a class a moment ago.
-    auto collected = styledom::sheets::collect_sheets(engine.js_log, *engine.js_loader, *doc);
+    // Without a loader (an engine made for tests or the shell) only the style attributes count.
+    auto collected = engine.js_loader ? styledom::sheets::collect_sheets(engine.js_log, *engine.js_loader, *doc)
+                                      : styledom::sheets::collected{.sheets_env = css::parser::new_env("print")};
     auto const rules = styledom::index_document_rules(std::move(collected), doc->dom_document_style_info.use_author_style, {});
     std::string const name(css::propnames::css_name(p));
     auto const longhand = css::property::longhand_named(p);
     bool const inherited = longhand && css::property::is_inherited(*longhand);
     for (dom::element_ref cur = el; cur;) {
-        auto const values = cascaded_values(engine.js_log, *engine.js_loader, rules, *cur);
+        auto const values = cascaded_values(rules, *cur);
         if (auto it = values.find(name); it != values.end() && it->second != "inherit") {
             if (it->second == "initial") {
                 break;
