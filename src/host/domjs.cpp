@@ -49,7 +49,7 @@ std::pair<js_object, std::string> prototype_for(dom_prototypes const& p, dom::do
                 }
                 return it->second;
             },
-            [&](dom::attribute_ref const&) { return std::pair{p.prototype_attribute, std::string("Attr")}; },
+            [&](dom::attribute_ref const&) { return std::pair{p.prototype_attribute, std::string("Attribute")}; },
             [&](dom::text_ref const&) { return std::pair{p.prototype_text, std::string("Text")}; },
         },
         n);
@@ -236,24 +236,36 @@ bool same_node(dom::dom_node const& a, dom::dom_node const& b) {
 }
 
 void for_each_element(dom::dom_node const& root, std::function<bool(dom::element_ref const&)> const& f) {
+    // One hold of the process-wide lock for the whole walk, reading the child lists in place: copying each
+    // list would cost more than the walk itself, and searches walk the tree at every call. The lock is
+    // recursive, and `f` only reads, so the lists stay as they are while the walk is in them.
+    std::lock_guard guard(process_lock());
+    std::vector<dom::child_node> const* top = nullptr;
+    std::vector<dom::child_node> root_children;
+    if (auto const* el = std::get_if<dom::element_ref>(&root)) {
+        top = &(*el)->dom_element_children.cell_value;
+    } else {
+        root_children = children_of(root);
+        top = &root_children;
+    }
     // An explicit stack: documents nest deeper than the C++ stack likes.
-    std::vector<std::pair<std::vector<dom::child_node>, std::size_t>> stack;
-    stack.emplace_back(children_of(root), 0);
+    std::vector<std::pair<std::vector<dom::child_node> const*, std::size_t>> stack;
+    stack.emplace_back(top, 0);
     while (!stack.empty()) {
         auto& [list, pos] = stack.back();
-        if (pos == list.size()) {
+        if (pos == list->size()) {
             stack.pop_back();
             continue;
         }
-        auto const* el = std::get_if<dom::element_child>(&list[pos++]);
+        auto const* el = std::get_if<dom::element_child>(&(*list)[pos++]);
         if (el == nullptr) {
             continue;
         }
-        dom::element_ref const e = el->child_element;
+        dom::element_ref const& e = el->child_element;
         if (!f(e)) {
             return;
         }
-        stack.emplace_back(e->dom_element_children.get(), 0);
+        stack.emplace_back(&e->dom_element_children.cell_value, 0);
     }
 }
 
@@ -273,9 +285,9 @@ bool is_html_document(dom::dom_document const& doc) {
 }
 
 bool is_html_element(dom::dom_element const& el) {
-    auto const ns = xml::name_namespace(el.dom_element_name);
-    if (ns) {
-        return std::holds_alternative<xml::xmlns_xhtml>(*ns);
+    // Asked of every element a search walks past: no copies of the name.
+    if (auto const* q = std::get_if<xml::qualified_name>(&el.dom_element_name)) {
+        return std::holds_alternative<xml::xmlns_xhtml>(q->namespace_uri);
     }
     auto const doc = el.dom_element_owner_doc.lock();
     return doc && is_html_document(*doc);

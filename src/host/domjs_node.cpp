@@ -61,8 +61,11 @@ std::optional<std::string> name_uri(xml::name const& n) {
 
 dom::attribute_ref find_attribute(dom::dom_element const& el, std::string const& name) {
     std::string const key = attribute_key(el, name);
-    for (auto const& a : el.dom_element_attrs.get()) {
-        if (attribute_script_name(a->dom_attribute_name) == key) {
+    // Read in place under the lock: searches ask every element of the tree for its id or class.
+    std::lock_guard guard(process_lock());
+    for (auto const& a : el.dom_element_attrs.cell_value) {
+        auto const& n = a->dom_attribute_name;
+        if (std::holds_alternative<xml::local_name>(n) ? xml::name_local(n) == key : attribute_script_name(n) == key) {
             return a;
         }
     }
@@ -243,7 +246,13 @@ struct ele_name {
     /// The namespace, for the namespaced form only.
     std::optional<js_uri_tag> ele_uri;
     js_uri_tag ele_tag;
+    /// The tag in lower case, as HTML elements are matched.
+    std::string ele_tag_lower;
 };
+
+ele_name make_ele_name(std::optional<js_uri_tag> uri, std::string const& tag) {
+    return ele_name{.ele_uri = std::move(uri), .ele_tag = tag == "*" ? js_uri_tag{} : js_uri_tag{tag}, .ele_tag_lower = lower(tag)};
+}
 
 // The kinds of node list; all but the static one are live, reading the tree at each access.
 struct child_list {
@@ -302,7 +311,7 @@ bool tag_fits(ele_name const& n, dom::dom_element const& el) {
     }
     auto const& local = xml::name_local(el.dom_element_name);
     if (!n.ele_uri && is_html_element(el)) {
-        return local == lower(*n.ele_tag);
+        return local == n.ele_tag_lower;
     }
     return local == *n.ele_tag;
 }
@@ -320,7 +329,8 @@ bool classes_fit(std::vector<std::string> const& wanted, dom::dom_element const&
     return std::ranges::all_of(wanted, [&](std::string const& w) { return std::ranges::find(have, w) != have.end(); });
 }
 
-std::vector<dom::dom_node> list_items(node_list_type const& list) {
+// The items of a list in order; with a limit, the walk stops once it has that many.
+std::vector<dom::dom_node> list_items(node_list_type const& list, std::size_t limit = SIZE_MAX) {
     std::vector<dom::dom_node> out;
     std::visit(overloaded{
                    [&](child_list const& c) {
@@ -334,7 +344,7 @@ std::vector<dom::dom_node> list_items(node_list_type const& list) {
                            if (tag_fits(t.list_name, *el)) {
                                out.emplace_back(el);
                            }
-                           return true;
+                           return out.size() < limit;
                        });
                    },
                    [&](by_class_name const& c) {
@@ -342,7 +352,7 @@ std::vector<dom::dom_node> list_items(node_list_type const& list) {
                            if (classes_fit(c.list_classes, *el)) {
                                out.emplace_back(el);
                            }
-                           return true;
+                           return out.size() < limit;
                        });
                    },
                    [&](element_children const& c) {
@@ -357,7 +367,7 @@ std::vector<dom::dom_node> list_items(node_list_type const& list) {
     return out;
 }
 
-std::vector<dom::dom_node> collection_items(dom_collection const& c) {
+std::vector<dom::dom_node> collection_items(dom_collection const& c, std::size_t limit = SIZE_MAX) {
     return std::visit(overloaded{
                           [](dom_named_node_map const& m) {
                               std::vector<dom::dom_node> out;
@@ -366,8 +376,8 @@ std::vector<dom::dom_node> collection_items(dom_collection const& c) {
                               }
                               return out;
                           },
-                          [](dom_node_list const& l) { return list_items(l.node_list); },
-                          [](dom_html_collection const& h) { return list_items(h.html_list); },
+                          [&](dom_node_list const& l) { return list_items(l.node_list, limit); },
+                          [&](dom_html_collection const& h) { return list_items(h.html_list, limit); },
                       },
                       c);
 }
@@ -445,7 +455,10 @@ std::optional<js_value> collection_get(e::js& engine, js_object o, e::host_value
         return std::nullopt;
     }
     if (auto const* i = std::get_if<e::js_prop_int>(&key)) {
-        auto const items = collection_items(c->collection);
+        if (i->prop_int < 0) {
+            return std::nullopt;
+        }
+        auto const items = collection_items(c->collection, std::size_t(i->prop_int) + 1);
         if (i->prop_int >= 0 && std::size_t(i->prop_int) < items.size()) {
             return wrap_node(engine, items[std::size_t(i->prop_int)]);
         }
@@ -1023,7 +1036,7 @@ void install_parent_members(e::js& engine, js_object proto) {
             return *x;
         }
         auto const& t = std::get<std::string>(name);
-        return node_list_value(engine, by_tag_name{n, ele_name{.ele_tag = t == "*" ? js_uri_tag{} : js_uri_tag{t}}});
+        return node_list_value(engine, by_tag_name{n, make_ele_name(std::nullopt, t)});
     });
     add_method(engine, proto, "getElementsByTagNameNS", 2, [](e::js& engine, dom::dom_node const& n, args_t const& args) -> e::expr_res<js_value> {
         auto name = arg_text(engine, args, 1);
@@ -1037,7 +1050,7 @@ void install_parent_members(e::js& engine, js_object proto) {
         } else if (!uri) {
             uri = std::string();
         }
-        return node_list_value(engine, by_tag_name{n, ele_name{.ele_uri = uri, .ele_tag = t == "*" ? js_uri_tag{} : js_uri_tag{t}}});
+        return node_list_value(engine, by_tag_name{n, make_ele_name(uri, t)});
     });
     add_method(engine, proto, "getElementsByClassName", 1, [](e::js& engine, dom::dom_node const& n, args_t const& args) -> e::expr_res<js_value> {
         auto names = arg_text(engine, args, 0);
@@ -1317,8 +1330,13 @@ void install_document(e::js& engine, js_object proto, js_object implementation) 
         }
         // A walk, not an index: an id set a moment ago is found at once.
         std::optional<dom::dom_node> found;
+        auto const& wanted = std::get<std::string>(id);
         for_each_element(d, [&](dom::element_ref const& el) {
-            if (get_attribute(*el, "id") == std::get<std::string>(id)) {
+            auto const& attrs = el->dom_element_attrs.cell_value;  // the walk holds the lock
+            if (std::ranges::any_of(attrs, [&](dom::attribute_ref const& a) {
+                    auto const* n = std::get_if<xml::local_name>(&a->dom_attribute_name);
+                    return n != nullptr && n->local == "id" && a->dom_attribute_value.cell_value == wanted;
+                })) {
                 found = el;
                 return false;
             }
@@ -1508,8 +1526,8 @@ void install_collection(e::js& engine, js_object proto, bool named) {
                                   if (auto const* x = std::get_if<e::exception>(&i)) {
                                       return *x;
                                   }
-                                  auto const items = collection_items(c.collection);
                                   auto const at = std::get<std::int32_t>(i);
+                                  auto const items = collection_items(c.collection, at < 0 ? 0 : std::size_t(at) + 1);
                                   if (at < 0 || std::size_t(at) >= items.size()) {
                                       return e::js_null{};
                                   }
