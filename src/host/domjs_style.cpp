@@ -10,6 +10,7 @@
 #include "css/propnames.hpp"
 #include "css/selector.hpp"
 #include "css/styledom/styledom.hpp"
+#include "css/substitute.hpp"
 #include "css/value.hpp"
 #include "util/ref.hpp"
 
@@ -293,25 +294,47 @@ std::optional<std::string> initial_text(std::string const& name) {
     return it == table.end() ? std::nullopt : std::optional(it->second);
 }
 
-// What the cascade declares for one element, as property name to text, the winning declaration last.
-std::map<std::string, std::string> cascaded_values(styledom::document_rules const& rules, dom::dom_element const& el) {
+// The winning declarations of one element, in ascending priority.
+std::vector<css::declaration> cascaded_declarations(styledom::document_rules const& rules, dom::dom_element const& el) {
     styledom::cascaded out;
     styledom::cascade_buffers buffers;
     styledom::tree::dom_tree const tree{};
     styledom::cascade_element(el, tree, rules, dom::element_base(el), out, buffers);
-    std::map<std::string, std::string> values;
+    std::vector<css::declaration> decls;
     for (auto const* pd : out.cascaded_pdecls) {
-        auto const& d = pd->declaration;
+        decls.push_back(pd->declaration);
+    }
+    return decls;
+}
+
+// What the cascade declares for one element, as property name to text, shorthands expanded; var() is
+// replaced from the custom properties the element has.
+std::map<std::string, std::string> cascaded_values(std::vector<css::declaration> const& decls,
+                                                   css::substitute::custom_properties const& customs) {
+    std::map<std::string, std::string> values;
+    css::substitute::context const ctx{.customs = &customs};
+    for (auto const& d : decls) {
+        if (d.prop_name.starts_with("--")) {
+            continue;
+        }
+        auto value = d.value;
+        if (css::substitute::has_var(value)) {
+            auto const v = css::substitute::substitute(value, ctx);
+            if (!v) {
+                continue;
+            }
+            value = *v;
+        }
         auto const p = css::propnames::lookup_property(d.prop_name);
         if (p && css::propnames::kind_of(*p) == css::propnames::name_kind::shorthand) {
-            if (auto const parts = expand_shorthand(*p, d.value)) {
+            if (auto const parts = expand_shorthand(*p, value)) {
                 for (auto const& [m, t] : *parts) {
                     values[m] = t;
                 }
             }
             continue;
         }
-        values[d.prop_name] = canonical_text(d.prop_name, d.value);
+        values[d.prop_name] = canonical_text(d.prop_name, value);
     }
     return values;
 }
@@ -340,22 +363,40 @@ std::string computed_get(e::js& engine, dom::element_ref const& el, prop_name p)
     auto collected = engine.js_loader ? styledom::sheets::collect_sheets(engine.js_log, *engine.js_loader, *doc)
                                       : styledom::sheets::collected{.sheets_env = css::parser::new_env("print")};
     auto const rules = styledom::index_document_rules(std::move(collected), doc->dom_document_style_info.use_author_style, {});
+    // The element and its ancestors, nearest first, with their declarations.
+    std::vector<std::vector<css::declaration>> chain;
+    for (dom::element_ref cur = el; cur;) {
+        chain.push_back(cascaded_declarations(rules, *cur));
+        auto const holder = cur->dom_element_parent.get();
+        auto const* parent = std::get_if<dom::element_parent>(&holder);
+        cur = parent != nullptr ? parent->parent_element.lock() : nullptr;
+    }
+    // Custom properties inherit as a whole: each element's own override its ancestors'.
+    std::vector<css::substitute::custom_properties> customs(chain.size());
+    for (std::size_t i = chain.size(); i-- > 0;) {
+        customs[i] = i + 1 < chain.size() ? customs[i + 1] : css::substitute::custom_properties{};
+        for (auto const& d : chain[i]) {
+            if (d.prop_name.starts_with("--")) {
+                customs[i][d.prop_name] = d.value;
+            }
+        }
+        customs[i] = css::substitute::resolve_customs(std::move(customs[i]));
+    }
     std::string const name(css::propnames::css_name(p));
     auto const longhand = css::property::longhand_named(p);
     bool const inherited = longhand && css::property::is_inherited(*longhand);
-    for (dom::element_ref cur = el; cur;) {
-        auto const values = cascaded_values(rules, *cur);
-        if (auto it = values.find(name); it != values.end() && it->second != "inherit") {
+    for (std::size_t i = 0; i < chain.size(); ++i) {
+        auto const values = cascaded_values(chain[i], customs[i]);
+        auto const it = values.find(name);
+        if (it != values.end() && it->second != "inherit") {
             if (it->second == "initial") {
                 break;
             }
             return it->second;
-        } else if (it == values.end() && !inherited) {
+        }
+        if (it == values.end() && !inherited) {
             break;
         }
-        auto const holder = cur->dom_element_parent.get();
-        auto const* parent = std::get_if<dom::element_parent>(&holder);
-        cur = parent != nullptr ? parent->parent_element.lock() : nullptr;
     }
     return initial_text(name).value_or("");
 }

@@ -204,7 +204,8 @@ TEST(domjs, style_attribute_in_canonical_form) {
 }
 
 TEST(domjs, computed_style_follows_rules_and_class_changes) {
-    fixture f("computed", "<!DOCTYPE html><html><head><style>.hot { color: red } div { margin: 3pt }</style></head>"
+    fixture f("computed", "<!DOCTYPE html><html><head><style>.hot { color: red } div { margin: 3pt }"
+                          " :root { --accent: #0000ff } .cool { color: var(--accent) }</style></head>"
                           "<body><div id='d'><span id='s'>x</span></div></body></html>");
     EXPECT_EQ(f.eval("var d = document.getElementById('d'); var cs = getComputedStyle(d); cs.color"), "#000000");
     EXPECT_EQ(f.eval("d.className = 'hot'; cs.color"), "#ff0000");
@@ -214,6 +215,8 @@ TEST(domjs, computed_style_follows_rules_and_class_changes) {
     EXPECT_EQ(f.eval("cs.marginLeft + ' ' + cs.display"), "3pt block");
     EXPECT_EQ(f.eval("d.style.color = 'blue'; cs.color"), "#0000ff");
     EXPECT_EQ(f.eval("try { cs.color = 'red' } catch (x) { x.code }"), "11");
+    // A custom property of the root reaches the element through var().
+    EXPECT_EQ(f.eval("d.style.color = ''; d.className = 'cool'; cs.color"), "#0000ff");
 }
 
 TEST(domjs, html_interfaces_reflect_attributes) {
