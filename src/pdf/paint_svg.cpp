@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 #include <map>
 
 namespace vellum::pdf::paint_svg {
@@ -482,7 +483,7 @@ struct painter {
         content::restore(o, s.g);
     }
 
-    // Text: each run in its span's font and fill, drawn upright in the y-down user space. A gradient fill
+    // Text: each run in its span's font and fill, in the y-down user space, turned by its rotation. A gradient fill
     // shows as its first colour, a pattern not at all.
     void paint_text(scope& s, svg::used_svgstyle const& st, svg::text const& t, double alpha) {
         auto const o = s.out();
@@ -490,31 +491,55 @@ struct painter {
             if (!run.run_style || run.run_glyphs.view().empty()) {
                 continue;
             }
-            std::optional<css::color::color> fill;
-            std::visit(overloaded{
-                           [](svg::paint_none const&) {},
-                           [&](svg::paint_color const& c) { fill = c.color; },
-                           [&](svg::paint_gradient const& g) {
-                               if (g.gradient && !g.gradient->gradient_stops.empty()) {
-                                   fill = g.gradient->gradient_stops.front().stop_color;
-                               }
+            // A gradient shows as its first colour, a pattern not at all.
+            auto const colour_of = [](svg::used_paint const& p) -> std::optional<css::color::color> {
+                std::optional<css::color::color> c;
+                std::visit(overloaded{
+                               [](svg::paint_none const&) {},
+                               [&](svg::paint_color const& pc) { c = pc.color; },
+                               [&](svg::paint_gradient const& g) {
+                                   if (g.gradient && !g.gradient->gradient_stops.empty()) {
+                                       c = g.gradient->gradient_stops.front().stop_color;
+                                   }
+                               },
+                               [](svg::paint_tiling const&) {},
                            },
-                           [&](svg::paint_tiling const&) {},
-                       },
-                       run.run_fill);
-            if (!fill) {
+                           p);
+                return c;
+            };
+            auto const fill = colour_of(run.run_fill);
+            auto const stroke = run.run_stroke_width > 0 ? colour_of(run.run_stroke) : std::nullopt;
+            if (!fill && !stroke) {
                 continue;
             }
             auto style = *run.run_style;
-            style.color = *fill;
+            style.color = fill.value_or(*stroke);
             style.font_size = static_cast<float>(run.run_font_size);
             style.letter_spacing = static_cast<float>(run.run_letter_spacing);
             content::save(o, s.g);
-            content::concat(o, s.g, matrix::matrix{1, 0, 0, -1, static_cast<float>(run.run_pos.x),
+            // Text space has y up: flipped into the y-down user space, then turned clockwise by the
+            // run's rotation about its start.
+            double const turn = run.run_rotate * std::numbers::pi / 180;
+            float const ca = static_cast<float>(std::cos(turn));
+            float const sa = static_cast<float>(std::sin(turn));
+            content::concat(o, s.g, matrix::matrix{ca, sa, sa, -ca, static_cast<float>(run.run_pos.x),
                                                    static_cast<float>(run.run_pos.y)});
+            if (stroke) {
+                // Outlines are stroked in user space units, whatever the font size.
+                if (auto const d = device(*stroke)) {
+                    content::stroke_color(o, s.g, d->paint_color);
+                    content::opacity(o, s.g, s.g.current.alpha_fill, run.run_stroke_opacity * alpha * d->paint_alpha);
+                }
+                content::line_width(o, s.g, run.run_stroke_width);
+            }
             content::begin_text(o);
+            if (stroke) {
+                content::render_mode(o, fill ? content::text_render_mode::fill_and_stroke
+                                             : content::text_render_mode::stroke);
+            }
             paint_text::text_cursor cursor;
-            paint_text::paint_graphemes(o, s.g, cursor, run.run_glyphs.view(), 0, 0, style, alpha * st.fill_opacity, {});
+            paint_text::paint_graphemes(o, s.g, cursor, run.run_glyphs.view(), 0, 0, style,
+                                        alpha * (fill ? st.fill_opacity : 1), {});
             content::end_text(o);
             content::restore(o, s.g);
         }

@@ -244,8 +244,11 @@ struct text_run {
     /// Where the run starts on its baseline, after positions, shifts and anchoring.
     point run_pos;
     fonts::shared_graphemes run_glyphs;
-    /// The span's own fill: a tspan may paint differently from its text.
+    /// The span's own fill and stroke: a tspan may paint differently from its text.
     used_paint run_fill;
+    used_paint run_stroke;
+    double run_stroke_width = 0;
+    double run_stroke_opacity = 1;
     /// The style of the span: its font, and letter spacing; sizes in user units.
     ref<css::style::style> run_style;
     double run_font_size = 16;
@@ -258,6 +261,8 @@ struct text_run {
     double run_dy = 0;
     /// The anchor of a chunk that begins with this run: 0 start, 0.5 middle, 1 end.
     double run_anchor = 0;
+    /// The run's turn about its start, in degrees clockwise (rotate lists, text on a path).
+    double run_rotate = 0;
 };
 
 struct text {
