@@ -284,6 +284,9 @@ e::expr_res<js_value> call_func(e::js& engine, js_value const& this_value, vellu
 // The embedding's side of the engine for the objects of this host.
 struct host_impl : e::host_interface {
     std::string get_class_name(e::host_value const& h) override {
+        if (auto const* b = dynamic_cast<webidl::host_binding const*>(h.get())) {
+            return b->binding_class_name();
+        }
         if (auto const* t = dynamic_cast<target_host const*>(h.get())) {
             return t->target_class;
         }
@@ -307,6 +310,9 @@ struct host_impl : e::host_interface {
         if (auto const* f = dynamic_cast<func_host const*>(h.get())) {
             return call_func(engine, this_value, f->func, args);
         }
+        if (auto* b = dynamic_cast<webidl::host_binding*>(h.get())) {
+            return b->binding_call(engine, this_value, args);
+        }
         return e::throw_error(engine, e::js_error::not_function);
     }
 
@@ -319,18 +325,30 @@ struct host_impl : e::host_interface {
         return call_host_func(engine, e::undefined(), *i->interface_construct, args);
     }
 
-    std::optional<js_value> get_own_property(e::js&, js_object, e::host_value const&, e::js_prop_string const&) override {
+    std::optional<js_value> get_own_property(e::js& engine, js_object o, e::host_value const& h,
+                                             e::js_prop_string const& key) override {
+        if (auto* b = dynamic_cast<webidl::host_binding*>(h.get())) {
+            return b->binding_get(engine, o, key);
+        }
         return std::nullopt;
     }
 
-    std::optional<e::expr_res<js_value>> set_own_property(e::js&, js_object, e::host_value const&,
-                                                          e::js_prop_string const&, js_value const&) override {
+    std::optional<e::expr_res<js_value>> set_own_property(e::js& engine, js_object o, e::host_value const& h,
+                                                          e::js_prop_string const& key, js_value const& value) override {
+        if (auto* b = dynamic_cast<webidl::host_binding*>(h.get())) {
+            return b->binding_set(engine, o, key, value);
+        }
         return std::nullopt;
     }
 
     std::vector<e::js_prop_string> enum_supported_names(e::host_value const&) override { return {}; }
 
-    std::int64_t get_supported_index_length(e::host_value const&) override { return 0; }
+    std::int64_t get_supported_index_length(e::host_value const& h) override {
+        if (auto const* b = dynamic_cast<webidl::host_binding const*>(h.get())) {
+            return b->binding_length();
+        }
+        return 0;
+    }
 
     e::expr_res<js_value> to_js_value(e::js& engine, e::host_value const& h) override {
         return call_host_func(engine, e::undefined(), h, {});
