@@ -3,6 +3,7 @@
 #include "document/dom.hpp"
 #include "host/canvas_paint.hpp"
 #include "host/canvas_record.hpp"
+#include "host/domjs.hpp"
 #include "host/webidl.hpp"
 #include "js/builtins.hpp"
 #include "js/convert.hpp"
@@ -649,13 +650,8 @@ e::expr_res<js_value> new_image_data(e::js& engine, int width, int height) {
 
 // The picture of a drawImage or createPattern argument: an img element by its URL, or a canvas element
 // with what it has drawn so far (copied now).
-// FIXME: the DOM bindings unwrap element objects; until they are merged no value is an element.
-dom::dom_element* element_behind(js_value const&) {
-    return nullptr;
-}
-
 std::optional<canvas_image_ele> image_source(js_value const& v) {
-    dom::dom_element* el = element_behind(v);
+    dom::dom_element* el = domjs::element_of(v);
     if (el == nullptr) {
         return std::nullopt;
     }

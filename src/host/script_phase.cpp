@@ -1,5 +1,6 @@
 #include "host/script_phase.hpp"
 
+#include "host/domjs.hpp"
 #include "js/convert.hpp"
 #include "js/errors.hpp"
 #include "resource/loader.hpp"
@@ -129,24 +130,20 @@ opt_host_js run_script_phase(log::log const& log,
         return host_js_unused{};
     }
     auto host = make_host(log, loader, settings);
+    domjs::bind_document(*host->js, doc);
     for (auto const& s : style_info.user_scripts) {
         run_located(*host, log, *loader, s);
     }
     if (style_info.use_author_scripts) {
-        for (auto const& s : scripts) {
-            if (s.script_src) {
-                run_located(*host, log, *loader, *s.script_src);
-            } else {
-                run_script(*host, s.script_where, s.script_text);
-            }
-        }
+        domjs::run_document_scripts(*host, doc);
     }
-    // FIXME: DOMContentLoaded goes to the document object, which comes with the DOM bindings; until
-    // then no script can listen for it.
+    fire_event(*host->js, std::get<js_object>(domjs::wrap_node(*host->js, doc)), "DOMContentLoaded");
     fire_event(*host->js, host->js->global_object, "load", "onload");
     run_timeouts(*host);
     if (!host_needed_later(*host)) {
-        // Nothing of the scripts is needed later: the engine and every script object go now.
+        // Nothing of the scripts is needed later: the engine and every script object go now, and the
+        // tree forgets the wrappers it held.
+        domjs::clear_wrappers(doc);
         return host_js_unused{};
     }
     return host_js_used{.host = std::move(host)};

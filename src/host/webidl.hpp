@@ -8,6 +8,7 @@
 #include "js/value.hpp"
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -59,6 +60,19 @@ struct host_binding : js::eval::host_data {
     virtual std::int64_t binding_length() const { return 0; }
 };
 
+/// What a host function of an interface does: given `this` and the arguments, a value or a thrown one.
+using native_fn = std::function<js::eval::expr_res<js::eval::js_value>(
+    js::eval::js& engine, js::eval::js_value const& this_value, std::vector<js::eval::js_value> const& args)>;
+
+/// The host value of a function whose body is a C++ callable: methods, accessors and constructors of the
+/// DOM interfaces.
+struct native_func : js::eval::host_data {
+    native_fn native_body;
+};
+
+/// A host value that runs a callable.
+js::eval::host_value native_value(native_fn f);
+
 /// Creates an interface: the constructor (a host constructor function) and the prototype (a host object
 /// whose prototype is the parent's prototype, or `Object.prototype`), with `prototype` and `constructor`
 /// linking them, bound as a global property of the interface's name.
@@ -69,5 +83,16 @@ webidl_interface make_interface(js::eval::js& engine,
 
 /// Adds a method to a prototype (or any object): a host function with its `length`, not enumerable.
 js_object add_method(js::eval::js& engine, js_object target, std::string const& name, js::eval::host_value h, int length);
+
+/// Adds a method whose body is a callable.
+js_object add_native_method(js::eval::js& engine, js_object target, std::string const& name, int length, native_fn f);
+
+/// Adds an accessor property whose getter (and setter, if given) are function objects running callables
+/// with the object read as `this`; without a setter, writes are ignored. Not enumerable.
+void add_native_accessor(js::eval::js& engine, js_object target, std::string const& name, native_fn getter,
+                         std::optional<native_fn> setter = std::nullopt);
+
+/// Adds a constant: read-only, not deletable, enumerable as the DOM constants are.
+void add_constant(js_object target, std::string const& name, js::eval::js_value value);
 
 } // namespace vellum::webidl
