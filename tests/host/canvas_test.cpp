@@ -4,6 +4,7 @@
 #include "host/canvas.hpp"
 #include "host/canvas_paint.hpp"
 #include "host/canvas_record.hpp"
+#include "host/domjs.hpp"
 #include "host/hostjs.hpp"
 #include "js/convert.hpp"
 #include "js/object.hpp"
@@ -241,8 +242,6 @@ struct script_fixture {
     std::shared_ptr<hostjs::host_js> host = hostjs::make_host(log, nullptr, hostjs::host_settings{});
     e::js& engine = *host->js;
 
-    script_fixture() { install_canvas_interfaces(engine, engine.object_prototype); }
-
     ~script_fixture() { std::fclose(log_file); }
 
     /// The completion value of a script as a string, or "threw: " and the thrown value's message.
@@ -341,6 +340,38 @@ TEST(canvas_script, context_styles_and_unsupported_members) {
     reset_context(*el);
     EXPECT_TRUE(el->dom_element_canvas_context->get().context_2d->content.empty());
     EXPECT_EQ(ctx, get_context(f.engine, *el, "2d"));
+}
+
+TEST(canvas_script, draw_image_copies_the_source_canvas_at_the_call) {
+    script_fixture f;
+    auto const name = xml::make_name(xml::xmlns_xhtml{}, "canvas");
+    auto a = dom::new_element(nullptr, name, {{xml::make_name("width"), "50"}, {xml::make_name("height"), "40"}});
+    auto b = dom::new_element(nullptr, name, {});
+    e::define_value(f.engine.global_object, "a", domjs::wrap_node(f.engine, a));
+    e::define_value(f.engine.global_object, "b", domjs::wrap_node(f.engine, b));
+    EXPECT_EQ(f.run("var ca = a.getContext('2d'), cb = b.getContext('2d');"
+                    "ca.fillStyle = 'red'; ca.fillRect(0, 0, 50, 40);"
+                    "cb.drawImage(a, 10, 10); cb.drawImage(a, 0, 0, 5, 5, 0, 0, 10, 10);"
+                    "ca.fillStyle = 'blue'; ca.fillRect(0, 0, 50, 40); ca.clearRect(0, 0, 1, 1);"
+                    "cb.drawImage(1, 2, 3)"),
+              "threw: drawImage: not an image or canvas");
+    auto const drawn = b->dom_element_canvas_context->get().context_2d->content;
+    ASSERT_EQ(drawn.size(), 2u);
+    auto const& first = std::get<thing_image>(drawn[0]).thing_image_value;
+    auto const& copy = std::get<image_ele_canvas>(first.canvas_image_ele);
+    EXPECT_EQ(copy.source_width, 50);
+    EXPECT_EQ(copy.source_height, 40);
+    // The copy has the red rectangle only, though the source went on drawing.
+    ASSERT_EQ(copy.source_content->size(), 1u);
+    auto const& sh = std::get<svg::shape>(std::get<thing_svg>((*copy.source_content)[0]).thing_svg_value.svgbody);
+    EXPECT_EQ(sh.shape_fill, (svg::used_paint{svg::paint_color{css::color::rgb{1, 0, 0}}}));
+    EXPECT_EQ(a->dom_element_canvas_context->get().context_2d->content.size(), 3u);
+    // The whole picture at its own size, and a part of it scaled.
+    EXPECT_FALSE(first.dw.has_value());
+    EXPECT_EQ(first.dx, 10);
+    auto const& second = std::get<thing_image>(drawn[1]).thing_image_value;
+    EXPECT_EQ(second.source_rect, (source_rect{partial_image{0, 0, 5, 5}}));
+    EXPECT_EQ(second.dw, 10);
 }
 
 } // namespace
