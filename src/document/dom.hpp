@@ -101,7 +101,6 @@ struct document_fragment_parent {
 using parent_node = std::variant<no_parent, element_parent, document_parent, document_fragment_parent>;
 
 /// The cascade's result for one element.
-// FIXME: the snapshot of a canvas' drawing joins this record with the canvas of the script host.
 struct style_info {
     /// The element's base URL.
     resource::locator::locator style_info_base;

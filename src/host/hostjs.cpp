@@ -279,6 +279,9 @@ e::expr_res<js_value> call_func(e::js& engine, js_value const& this_value, vellu
 // The embedding's side of the engine for the objects of this host.
 struct host_impl : e::host_interface {
     std::string get_class_name(e::host_value const& h) override {
+        if (auto const* b = dynamic_cast<webidl::host_binding const*>(h.get())) {
+            return b->binding_class_name();
+        }
         if (auto const* t = dynamic_cast<events::target_host const*>(h.get())) {
             return t->target_class;
         }
@@ -308,6 +311,9 @@ struct host_impl : e::host_interface {
         if (auto const* n = dynamic_cast<webidl::native_func const*>(h.get())) {
             return n->native_body(engine, this_value, args);
         }
+        if (auto* b = dynamic_cast<webidl::host_binding*>(h.get())) {
+            return b->binding_call(engine, this_value, args);
+        }
         return e::throw_error(engine, e::js_error::not_function);
     }
 
@@ -322,11 +328,17 @@ struct host_impl : e::host_interface {
 
     std::optional<js_value> get_own_property(e::js& engine, js_object o, e::host_value const& h,
                                              e::js_prop_string const& key) override {
+        if (auto* b = dynamic_cast<webidl::host_binding*>(h.get())) {
+            return b->binding_get(engine, o, key);
+        }
         return domjs::collection_get(engine, o, h, key);
     }
 
-    std::optional<e::expr_res<js_value>> set_own_property(e::js&, js_object, e::host_value const&,
-                                                          e::js_prop_string const&, js_value const&) override {
+    std::optional<e::expr_res<js_value>> set_own_property(e::js& engine, js_object o, e::host_value const& h,
+                                                          e::js_prop_string const& key, js_value const& value) override {
+        if (auto* b = dynamic_cast<webidl::host_binding*>(h.get())) {
+            return b->binding_set(engine, o, key, value);
+        }
         return std::nullopt;
     }
 
@@ -334,7 +346,12 @@ struct host_impl : e::host_interface {
         return domjs::collection_names(h);
     }
 
-    std::int64_t get_supported_index_length(e::host_value const& h) override { return domjs::collection_length(h); }
+    std::int64_t get_supported_index_length(e::host_value const& h) override {
+        if (auto const* b = dynamic_cast<webidl::host_binding const*>(h.get())) {
+            return b->binding_length();
+        }
+        return domjs::collection_length(h);
+    }
 
     e::expr_res<js_value> to_js_value(e::js& engine, e::host_value const& h) override {
         return call_host_func(engine, e::undefined(), h, {});

@@ -7,6 +7,7 @@
 #include "js/engine.hpp"
 #include "js/value.hpp"
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -34,6 +35,29 @@ struct webidl_interface_object : js::eval::host_data {
 /// The host value of an interface's prototype object.
 struct webidl_prototype_object : js::eval::host_data {
     std::string prototype_name;
+};
+
+/// A host value that serves its own calls: the objects, functions and accessors that parts of the host
+/// (canvas, the DOM) add to an engine without the window's own table knowing them. The host's side of the
+/// engine hands each call on to it.
+struct host_binding : js::eval::host_data {
+    /// The class name scripts see.
+    virtual std::string binding_class_name() const = 0;
+    /// A call of the function, or of the accessor (a getter with no arguments, a setter with the value).
+    virtual js::eval::expr_res<js::eval::js_value> binding_call(js::eval::js& engine,
+                                                                js::eval::js_value const& this_value,
+                                                                std::vector<js::eval::js_value> const& args) = 0;
+    /// For a collection: an own property answered first; nothing goes on as for any object.
+    virtual std::optional<js::eval::js_value> binding_get(js::eval::js&, js_object, js::eval::js_prop_string const&) {
+        return std::nullopt;
+    }
+    /// For a collection: a write answered first; nothing stores an ordinary property.
+    virtual std::optional<js::eval::expr_res<js::eval::js_value>>
+    binding_set(js::eval::js&, js_object, js::eval::js_prop_string const&, js::eval::js_value const&) {
+        return std::nullopt;
+    }
+    /// For a collection: the number of its indexed properties.
+    virtual std::int64_t binding_length() const { return 0; }
 };
 
 /// What a host function of an interface does: given `this` and the arguments, a value or a thrown one.
