@@ -163,43 +163,6 @@ void bind_document(e::js& engine, dom::document_ref const& doc) {
 
 namespace {
 
-std::string trimmed_lower(std::string const& s) {
-    std::string out;
-    for (unsigned char c : s) {
-        if (!std::isspace(c)) {
-            out += char(std::tolower(c));
-        }
-    }
-    return out;
-}
-
-std::string trimmed(std::string const& s) {
-    auto const first = s.find_first_not_of(" \t\r\n\f");
-    if (first == std::string::npos) {
-        return {};
-    }
-    return s.substr(first, s.find_last_not_of(" \t\r\n\f") - first + 1);
-}
-
-bool is_script_element(dom::dom_element const& el) {
-    if (xml::name_local(el.dom_element_name) != "script") {
-        return false;
-    }
-    auto const ns = xml::name_namespace(el.dom_element_name);
-    return !ns || std::holds_alternative<xml::xmlns_xhtml>(*ns);
-}
-
-// A `type` that names JavaScript: none, empty, or a script media type.
-bool is_javascript(dom::dom_element const& el) {
-    auto const type = dom::attribute_value(el, xml::make_name("type"));
-    if (!type) {
-        return true;
-    }
-    auto t = trimmed_lower(type->substr(0, type->find(';')));
-    return t.empty() || t == "text/javascript" ||
-           std::holds_alternative<resource::javascript>(resource::category_of_mimetype(t));
-}
-
 std::optional<dom::element_ref> parent_element(dom::element_ref const& el) {
     auto const holder = el->dom_element_parent.get();
     if (auto const* p = std::get_if<dom::element_parent>(&holder)) {
@@ -246,7 +209,7 @@ std::optional<dom::element_ref> after(dom::element_ref el) {
 void run_script_element(hostjs::host_js& host, dom::document_ref const& doc, dom::element_ref const& el) {
     auto const& log = host.js->js_log;
     if (auto const src = dom::attribute_value(*el, xml::make_name("src"))) {
-        auto const where = resource::locator::resolve_locator(dom::element_base(*el), trimmed(*src));
+        auto const where = resource::locator::resolve_locator(dom::element_base(*el), hostjs::trimmed(*src));
         if (!host.js->js_loader) {
             log::log_file_message(log, log::level::error, resource::locator::locator_to_string(where),
                                   "no loader for external scripts");
@@ -287,11 +250,11 @@ void run_document_scripts(hostjs::host_js& host, dom::document_ref const& doc) {
     std::optional<dom::element_ref> cur = dom::document_element(*doc);
     while (cur) {
         dom::element_ref const el = *cur;
-        if (is_script_element(*el)) {
+        if (hostjs::is_html_script(*el)) {
             // Where to go on from, should the script take itself out of the tree.
             auto const parent = parent_element(el);
             auto const next = next_element_sibling(el);
-            if (is_javascript(*el)) {
+            if (hostjs::holds_javascript(*el)) {
                 run_script_element(host, doc, el);
             }
             if (parent_element(el) || dom::document_element(*doc) == el) {

@@ -116,6 +116,10 @@ e::js_value str(std::string_view utf8);
 /// The argument as UTF-8 text (missing arguments give `invalid_arguments`).
 [[nodiscard]] e::expr_res<std::string> arg_text(e::js& engine, std::vector<e::js_value> const& args, std::size_t i);
 
+/// The first `count` arguments as UTF-8 text, converted in order; the first failure is thrown.
+[[nodiscard]] e::expr_res<std::vector<std::string>> arg_texts(e::js& engine, std::vector<e::js_value> const& args,
+                                                              std::size_t count);
+
 /// A function that answers a constant.
 native_fn constant_fn(e::js_value v);
 

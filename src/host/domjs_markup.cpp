@@ -116,15 +116,17 @@ std::string serialise_children(dom::dom_node const& n) {
 
 void install_markup(e::js& engine, dom_state& state) {
     auto const& p = state.state_prototypes;
+    // Reading is the same for elements and documents: the markup of the children.
+    native_fn const read_inner = [](e::js& engine, e::js_value const& self, args_t const&) -> e::expr_res<e::js_value> {
+        auto const n = node_of(self);
+        if (!n) {
+            return e::throw_error(engine, e::js_error::invalid_this);
+        }
+        return str(serialise_children(*n));
+    };
     webidl::add_native_accessor(
         engine, p.prototype_element, "innerHTML",
-        [](e::js& engine, e::js_value const& self, args_t const&) -> e::expr_res<e::js_value> {
-            auto const n = node_of(self);
-            if (!n) {
-                return e::throw_error(engine, e::js_error::invalid_this);
-            }
-            return str(serialise_children(*n));
-        },
+        read_inner,
         [](e::js& engine, e::js_value const& self, args_t const& args) -> e::expr_res<e::js_value> {
             auto const n = node_of(self);
             auto const* el = n ? std::get_if<dom::element_ref>(&*n) : nullptr;
@@ -142,13 +144,7 @@ void install_markup(e::js& engine, dom_state& state) {
         });
     webidl::add_native_accessor(
         engine, p.prototype_document, "innerHTML",
-        [](e::js& engine, e::js_value const& self, args_t const&) -> e::expr_res<e::js_value> {
-            auto const n = node_of(self);
-            if (!n) {
-                return e::throw_error(engine, e::js_error::invalid_this);
-            }
-            return str(serialise_children(*n));
-        },
+        read_inner,
         [](e::js& engine, e::js_value const& self, args_t const& args) -> e::expr_res<e::js_value> {
             auto const n = node_of(self);
             auto const* d = n ? std::get_if<dom::document_ref>(&*n) : nullptr;

@@ -230,6 +230,18 @@ e::expr_res<std::string> arg_text(e::js& engine, std::vector<e::js_value> const&
     return jsstring::to_utf8(std::get<e::js_string>(s));
 }
 
+e::expr_res<std::vector<std::string>> arg_texts(e::js& engine, std::vector<e::js_value> const& args, std::size_t count) {
+    std::vector<std::string> out;
+    for (std::size_t i = 0; i < count; ++i) {
+        auto t = arg_text(engine, args, i);
+        if (auto const* x = std::get_if<e::exception>(&t)) {
+            return *x;
+        }
+        out.push_back(std::move(std::get<std::string>(t)));
+    }
+    return out;
+}
+
 native_fn constant_fn(e::js_value v) {
     return [v](e::js&, e::js_value const&, std::vector<e::js_value> const&) -> e::expr_res<e::js_value> { return v; };
 }
@@ -1123,19 +1135,15 @@ void install_attribute_members(e::js& engine, js_object proto) {
         return a ? wrap_node(engine, a) : js_value(e::js_null{});
     });
     method("setAttribute", 2, [](e::js& engine, dom::element_ref const& el, args_t const& args) -> e::expr_res<js_value> {
-        auto name = arg_text(engine, args, 0);
-        if (auto const* x = std::get_if<e::exception>(&name)) {
+        auto texts = arg_texts(engine, args, 2);
+        if (auto const* x = std::get_if<e::exception>(&texts)) {
             return *x;
         }
-        auto value = arg_text(engine, args, 1);
-        if (auto const* x = std::get_if<e::exception>(&value)) {
-            return *x;
-        }
-        auto const& n = std::get<std::string>(name);
+        auto const& n = std::get<std::vector<std::string>>(texts)[0];
         if (n.empty() || n.find_first_of(" \t\n\r\f\"'<>/=") != std::string::npos) {
             return throw_dom(engine, dom_exception::syntax_err);
         }
-        set_attribute(el, n, std::get<std::string>(value));
+        set_attribute(el, n, std::get<std::vector<std::string>>(texts)[1]);
         if (xml::is_xhtml_name(el->dom_element_name, "canvas") && (lower(n) == "width" || lower(n) == "height")) {
             canvas_reset(*el);
         }

@@ -518,16 +518,13 @@ void install_style(e::js& engine, dom_state& state) {
                                   if (c.css_type == css_style_declaration_type::css_computed_style) {
                                       return throw_dom(engine, dom_exception::invalid_state_err);
                                   }
-                                  auto name = arg_text(engine, args, 0);
-                                  if (auto const* x = std::get_if<e::exception>(&name)) {
+                                  auto texts = arg_texts(engine, args, 2);
+                                  if (auto const* x = std::get_if<e::exception>(&texts)) {
                                       return *x;
                                   }
-                                  auto value = arg_text(engine, args, 1);
-                                  if (auto const* x = std::get_if<e::exception>(&value)) {
-                                      return *x;
-                                  }
-                                  if (auto const p = property_named(std::get<std::string>(name))) {
-                                      style_attr_set(c.css_element, *p, std::get<std::string>(value));
+                                  auto const& t = std::get<std::vector<std::string>>(texts);
+                                  if (auto const p = property_named(t[0])) {
+                                      style_attr_set(c.css_element, *p, t[1]);
                                   }
                                   return e::undefined();
                               }));

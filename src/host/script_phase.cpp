@@ -20,34 +20,9 @@ std::string lower(std::string s) {
     return s;
 }
 
-std::string trimmed(std::string const& s) {
-    auto const first = s.find_first_not_of(" \t\r\n\f");
-    if (first == std::string::npos) {
-        return {};
-    }
-    return s.substr(first, s.find_last_not_of(" \t\r\n\f") - first + 1);
-}
-
-bool is_html_script(dom::dom_element const& e) {
-    if (xml::name_local(e.dom_element_name) != "script") {
-        return false;
-    }
-    auto const* q = std::get_if<xml::qualified_name>(&e.dom_element_name);
-    return q == nullptr || std::holds_alternative<xml::xmlns_xhtml>(q->namespace_uri);
-}
-
-// A `type` that names JavaScript: none, empty, or one of the script media types with any parameters.
-bool is_javascript_type(std::optional<std::string> const& type) {
-    if (!type) {
-        return true;
-    }
-    auto const t = lower(trimmed(type->substr(0, type->find(';'))));
-    return t.empty() || std::holds_alternative<resource::javascript>(resource::category_of_mimetype(t));
-}
-
 void collect(dom::element_ref const& e, resource::locator::locator const& doc_url, std::vector<document_script>& out) {
     if (is_html_script(*e)) {
-        if (!is_javascript_type(dom::attribute_value(*e, xml::make_name("type")))) {
+        if (!holds_javascript(*e)) {
             return;
         }
         document_script s{.script_where = doc_url};
@@ -79,6 +54,31 @@ void run_located(host_js& host, log::log const& log, resource::loader::loader co
 }
 
 } // namespace
+
+bool is_html_script(dom::dom_element const& e) {
+    if (xml::name_local(e.dom_element_name) != "script") {
+        return false;
+    }
+    auto const* q = std::get_if<xml::qualified_name>(&e.dom_element_name);
+    return q == nullptr || std::holds_alternative<xml::xmlns_xhtml>(q->namespace_uri);
+}
+
+bool holds_javascript(dom::dom_element const& e) {
+    auto const type = dom::attribute_value(e, xml::make_name("type"));
+    if (!type) {
+        return true;
+    }
+    auto const t = lower(trimmed(type->substr(0, type->find(';'))));
+    return t.empty() || std::holds_alternative<resource::javascript>(resource::category_of_mimetype(t));
+}
+
+std::string trimmed(std::string const& s) {
+    auto const first = s.find_first_not_of(" \t\r\n\f");
+    if (first == std::string::npos) {
+        return {};
+    }
+    return s.substr(first, s.find_last_not_of(" \t\r\n\f") - first + 1);
+}
 
 std::vector<document_script> document_scripts(dom::document_ref const& doc) {
     std::vector<document_script> out;
