@@ -26,6 +26,10 @@ namespace vellum::styledom {
 struct declared_styles;
 } // namespace vellum::styledom
 
+namespace vellum::canvas {
+struct canvas_context;
+} // namespace vellum::canvas
+
 namespace vellum::dom {
 
 struct dom_document;
@@ -97,7 +101,6 @@ struct document_fragment_parent {
 using parent_node = std::variant<no_parent, element_parent, document_parent, document_fragment_parent>;
 
 /// The cascade's result for one element.
-// FIXME: the snapshot of a canvas' drawing joins this record with the canvas of the script host.
 struct style_info {
     /// The element's base URL.
     resource::locator::locator style_info_base;
@@ -132,9 +135,11 @@ struct canvas_size {
 };
 
 /// The drawing surface of a canvas element.
-// FIXME: the drawing state and the list of drawn things come with the canvas of the script host.
 struct canvas_context {
     dom::canvas_size context_size;
+    /// The recorder of the element's "2d" context: made by the first `getContext("2d")`, dropped when a
+    /// script sets the size. Box generation paints what it recorded.
+    std::shared_ptr<canvas::canvas_context> context_2d;
 };
 
 /// The kind of a layout box that scripts can see.

@@ -45,6 +45,13 @@ struct list_event_target {
 
 using event_target = std::variant<null_event_target, list_event_target>;
 
+/// The host value of an object that is an event target (the window, `Vellum`, a document node), with the
+/// class name scripts see.
+struct target_host : js::eval::host_data {
+    std::string target_class;
+    event_target target = list_event_target{};
+};
+
 /// The event target methods a script reaches on `EventTarget.prototype`.
 enum class event_target_method { add_event_listener, remove_event_listener, dispatch_event };
 

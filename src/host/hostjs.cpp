@@ -1,5 +1,6 @@
 #include "host/hostjs.hpp"
 
+#include "host/domjs.hpp"
 #include "host/webidl.hpp"
 #include "js/convert.hpp"
 #include "js/errors.hpp"
@@ -66,12 +67,6 @@ struct func_host : e::host_data {
     vellum_func func;
 };
 
-// An object that is an event target (the window, `Vellum`), with the class name scripts see.
-struct target_host : e::host_data {
-    std::string target_class;
-    events::event_target target;
-};
-
 // The class of the event objects the system makes.
 struct dom_event : e::host_data {};
 
@@ -116,7 +111,7 @@ events::event_target const* target_of(e::js& engine, js_value const& this_value)
         return nullptr;
     }
     auto const* h = std::get_if<e::class_host_object>(&o->obj_class);
-    auto const* t = h != nullptr ? dynamic_cast<target_host const*>(h->host_object.get()) : nullptr;
+    auto const* t = h != nullptr ? dynamic_cast<events::target_host const*>(h->host_object.get()) : nullptr;
     return t != nullptr ? &t->target : nullptr;
 }
 
@@ -284,7 +279,10 @@ e::expr_res<js_value> call_func(e::js& engine, js_value const& this_value, vellu
 // The embedding's side of the engine for the objects of this host.
 struct host_impl : e::host_interface {
     std::string get_class_name(e::host_value const& h) override {
-        if (auto const* t = dynamic_cast<target_host const*>(h.get())) {
+        if (auto const* b = dynamic_cast<webidl::host_binding const*>(h.get())) {
+            return b->binding_class_name();
+        }
+        if (auto const* t = dynamic_cast<events::target_host const*>(h.get())) {
             return t->target_class;
         }
         if (auto const* n = dynamic_cast<named_host const*>(h.get())) {
@@ -299,6 +297,9 @@ struct host_impl : e::host_interface {
         if (dynamic_cast<dom_event const*>(h.get()) != nullptr) {
             return "Event";
         }
+        if (auto name = domjs::class_name_of(h)) {
+            return *name;
+        }
         return "Function";
     }
 
@@ -306,6 +307,12 @@ struct host_impl : e::host_interface {
                                          std::vector<js_value> const& args) override {
         if (auto const* f = dynamic_cast<func_host const*>(h.get())) {
             return call_func(engine, this_value, f->func, args);
+        }
+        if (auto const* n = dynamic_cast<webidl::native_func const*>(h.get())) {
+            return n->native_body(engine, this_value, args);
+        }
+        if (auto* b = dynamic_cast<webidl::host_binding*>(h.get())) {
+            return b->binding_call(engine, this_value, args);
         }
         return e::throw_error(engine, e::js_error::not_function);
     }
@@ -319,18 +326,32 @@ struct host_impl : e::host_interface {
         return call_host_func(engine, e::undefined(), *i->interface_construct, args);
     }
 
-    std::optional<js_value> get_own_property(e::js&, js_object, e::host_value const&, e::js_prop_string const&) override {
+    std::optional<js_value> get_own_property(e::js& engine, js_object o, e::host_value const& h,
+                                             e::js_prop_string const& key) override {
+        if (auto* b = dynamic_cast<webidl::host_binding*>(h.get())) {
+            return b->binding_get(engine, o, key);
+        }
+        return domjs::collection_get(engine, o, h, key);
+    }
+
+    std::optional<e::expr_res<js_value>> set_own_property(e::js& engine, js_object o, e::host_value const& h,
+                                                          e::js_prop_string const& key, js_value const& value) override {
+        if (auto* b = dynamic_cast<webidl::host_binding*>(h.get())) {
+            return b->binding_set(engine, o, key, value);
+        }
         return std::nullopt;
     }
 
-    std::optional<e::expr_res<js_value>> set_own_property(e::js&, js_object, e::host_value const&,
-                                                          e::js_prop_string const&, js_value const&) override {
-        return std::nullopt;
+    std::vector<e::js_prop_string> enum_supported_names(e::host_value const& h) override {
+        return domjs::collection_names(h);
     }
 
-    std::vector<e::js_prop_string> enum_supported_names(e::host_value const&) override { return {}; }
-
-    std::int64_t get_supported_index_length(e::host_value const&) override { return 0; }
+    std::int64_t get_supported_index_length(e::host_value const& h) override {
+        if (auto const* b = dynamic_cast<webidl::host_binding const*>(h.get())) {
+            return b->binding_length();
+        }
+        return domjs::collection_length(h);
+    }
 
     e::expr_res<js_value> to_js_value(e::js& engine, e::host_value const& h) override {
         return call_host_func(engine, e::undefined(), h, {});
@@ -362,7 +383,7 @@ std::shared_ptr<host_js> make_host(log::log const& log,
     auto const event_target = webidl::make_interface(engine, "EventTarget", std::nullopt);
     auto const window = webidl::make_interface(engine, "Window", event_target);
     js_object const global = engine.global_object;
-    auto window_host = std::make_shared<target_host>();
+    auto window_host = std::make_shared<events::target_host>();
     window_host->target_class = "Window";
     window_host->target = host->host_js_window_object.window_events;
     global->obj_class = e::class_host_object{.host_object = window_host};
@@ -376,6 +397,7 @@ std::shared_ptr<host_js> make_host(log::log const& log,
            target_method{.method = events::event_target_method::remove_event_listener}, 3);
     method(engine, event_target.prototype, "dispatchEvent",
            target_method{.method = events::event_target_method::dispatch_event}, 1);
+    domjs::install_dom_interfaces(engine);
 
     auto const timeouts = host->host_js_window_object.window_timeouts;
     method(engine, global, "setTimeout", window_set_timeout{.timeouts = timeouts}, 2);
@@ -403,7 +425,7 @@ std::shared_ptr<host_js> make_host(log::log const& log,
     e::define_value(global, "Log", log_object, hidden);
 
     auto& vellum = host->host_js_vellum_object;
-    auto vellum_host = std::make_shared<target_host>();
+    auto vellum_host = std::make_shared<events::target_host>();
     vellum_host->target_class = "Vellum";
     vellum_host->target = vellum.vellum_events;
     vellum.vellum_object_ref =

@@ -1,5 +1,6 @@
 #include "host/script_phase.hpp"
 
+#include "host/domjs.hpp"
 #include "js/convert.hpp"
 #include "js/errors.hpp"
 #include "resource/loader.hpp"
@@ -19,34 +20,9 @@ std::string lower(std::string s) {
     return s;
 }
 
-std::string trimmed(std::string const& s) {
-    auto const first = s.find_first_not_of(" \t\r\n\f");
-    if (first == std::string::npos) {
-        return {};
-    }
-    return s.substr(first, s.find_last_not_of(" \t\r\n\f") - first + 1);
-}
-
-bool is_html_script(dom::dom_element const& e) {
-    if (xml::name_local(e.dom_element_name) != "script") {
-        return false;
-    }
-    auto const* q = std::get_if<xml::qualified_name>(&e.dom_element_name);
-    return q == nullptr || std::holds_alternative<xml::xmlns_xhtml>(q->namespace_uri);
-}
-
-// A `type` that names JavaScript: none, empty, or one of the script media types with any parameters.
-bool is_javascript_type(std::optional<std::string> const& type) {
-    if (!type) {
-        return true;
-    }
-    auto const t = lower(trimmed(type->substr(0, type->find(';'))));
-    return t.empty() || std::holds_alternative<resource::javascript>(resource::category_of_mimetype(t));
-}
-
 void collect(dom::element_ref const& e, resource::locator::locator const& doc_url, std::vector<document_script>& out) {
     if (is_html_script(*e)) {
-        if (!is_javascript_type(dom::attribute_value(*e, xml::make_name("type")))) {
+        if (!holds_javascript(*e)) {
             return;
         }
         document_script s{.script_where = doc_url};
@@ -78,6 +54,31 @@ void run_located(host_js& host, log::log const& log, resource::loader::loader co
 }
 
 } // namespace
+
+bool is_html_script(dom::dom_element const& e) {
+    if (xml::name_local(e.dom_element_name) != "script") {
+        return false;
+    }
+    auto const* q = std::get_if<xml::qualified_name>(&e.dom_element_name);
+    return q == nullptr || std::holds_alternative<xml::xmlns_xhtml>(q->namespace_uri);
+}
+
+bool holds_javascript(dom::dom_element const& e) {
+    auto const type = dom::attribute_value(e, xml::make_name("type"));
+    if (!type) {
+        return true;
+    }
+    auto const t = lower(trimmed(type->substr(0, type->find(';'))));
+    return t.empty() || std::holds_alternative<resource::javascript>(resource::category_of_mimetype(t));
+}
+
+std::string trimmed(std::string const& s) {
+    auto const first = s.find_first_not_of(" \t\r\n\f");
+    if (first == std::string::npos) {
+        return {};
+    }
+    return s.substr(first, s.find_last_not_of(" \t\r\n\f") - first + 1);
+}
 
 std::vector<document_script> document_scripts(dom::document_ref const& doc) {
     std::vector<document_script> out;
@@ -129,24 +130,20 @@ opt_host_js run_script_phase(log::log const& log,
         return host_js_unused{};
     }
     auto host = make_host(log, loader, settings);
+    domjs::bind_document(*host->js, doc);
     for (auto const& s : style_info.user_scripts) {
         run_located(*host, log, *loader, s);
     }
     if (style_info.use_author_scripts) {
-        for (auto const& s : scripts) {
-            if (s.script_src) {
-                run_located(*host, log, *loader, *s.script_src);
-            } else {
-                run_script(*host, s.script_where, s.script_text);
-            }
-        }
+        domjs::run_document_scripts(*host, doc);
     }
-    // FIXME: DOMContentLoaded goes to the document object, which comes with the DOM bindings; until
-    // then no script can listen for it.
+    fire_event(*host->js, std::get<js_object>(domjs::wrap_node(*host->js, doc)), "DOMContentLoaded");
     fire_event(*host->js, host->js->global_object, "load", "onload");
     run_timeouts(*host);
     if (!host_needed_later(*host)) {
-        // Nothing of the scripts is needed later: the engine and every script object go now.
+        // Nothing of the scripts is needed later: the engine and every script object go now, and the
+        // tree forgets the wrappers it held.
+        domjs::clear_wrappers(doc);
         return host_js_unused{};
     }
     return host_js_used{.host = std::move(host)};

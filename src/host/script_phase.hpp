@@ -24,6 +24,16 @@ struct document_script {
     resource::locator::locator script_where;
 };
 
+/// Whether an element is a `script` element of HTML (in the XHTML namespace or in none).
+bool is_html_script(dom::dom_element const& e);
+
+/// Whether a `script` element holds JavaScript: no `type`, an empty one, or a JavaScript media type
+/// (parameters and blanks aside, in any case).
+bool holds_javascript(dom::dom_element const& e);
+
+/// Text without the white space at either end.
+std::string trimmed(std::string const& s);
+
 /// The `script` elements of a document in tree order that hold JavaScript (no `type`, an empty one, or a
 /// JavaScript media type), with `src` resolved against the element's base.
 std::vector<document_script> document_scripts(dom::document_ref const& doc);

@@ -34,4 +34,32 @@ js_object add_method(e::js& engine, js_object target, std::string const& name, e
     return f;
 }
 
+e::host_value native_value(native_fn f) {
+    auto h = std::make_shared<native_func>();
+    h->native_body = std::move(f);
+    return h;
+}
+
+js_object add_native_method(e::js& engine, js_object target, std::string const& name, int length, native_fn f) {
+    return add_method(engine, target, name, native_value(std::move(f)), length);
+}
+
+void add_native_accessor(e::js& engine, js_object target, std::string const& name, native_fn getter,
+                         std::optional<native_fn> setter) {
+    // Function objects rather than host accessors: the engine calls them with the object as `this`,
+    // which a prototype's accessor needs to find the node it answers for.
+    js_object const get = e::new_function(engine, e::host_func{.func_host = native_value(std::move(getter))});
+    std::optional<e::accessor> set;
+    if (setter) {
+        set = e::js_accessor{.accessor_func = e::new_function(engine, e::host_func{.func_host = native_value(std::move(*setter))})};
+    }
+    e::define_own_property(target, e::key_of_utf8(name),
+                           e::prop_host{.host_getter = e::js_accessor{.accessor_func = get}, .host_setter = set},
+                           e::attrs{}.with(e::attr::no_enum));
+}
+
+void add_constant(js_object target, std::string const& name, e::js_value value) {
+    e::define_value(target, name, std::move(value), e::attrs{}.with(e::attr::read_only).with(e::attr::no_delete));
+}
+
 } // namespace vellum::webidl

@@ -164,6 +164,23 @@ ref<image_id> images::add_svg(svg_loaded const& drawing) {
     return id;
 }
 
+ref<image_id> images::add_rgba(int width, int height, bytes::bytes rgba) {
+    bool alpha = false;
+    auto const px = rgba.view();
+    for (std::size_t i = 3; i < px.size(); i += 4) {
+        if (px[i] != 255) {
+            alpha = true;
+            break;
+        }
+    }
+    auto id = share(image_id{.image_name = "Im" + std::to_string(next_image++),
+                             .image_info = image::image_info{.image_width = width, .image_height = height,
+                                                             .image_has_alpha = alpha},
+                             .image_source = internal_image{.internal_rgba = std::move(rgba), .internal_has_alpha = alpha}});
+    table_order.push_back(id);
+    return id;
+}
+
 std::vector<ref<image_id>> images::all_images() const {
     return table_order;
 }

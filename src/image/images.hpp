@@ -90,6 +90,9 @@ public:
     /// An entry for a drawing made from an svg element of a document: a new name each time.
     ref<image_id> add_svg(svg_loaded const& drawing);
 
+    /// An entry for pixels the program made (canvas image data): rows of RGBA, a new name each time.
+    ref<image_id> add_rgba(int width, int height, bytes::bytes rgba);
+
     /// Every image handed out, in the order of their names.
     std::vector<ref<image_id>> all_images() const;
 

@@ -311,16 +311,17 @@ struct painter {
                            coords = {l.x1 + lo * dx, l.y1 + lo * dy, l.x1 + hi * dx, l.y1 + hi * dy};
                        },
                        [&](svg::radial const& r) {
-                           // A focal point outside the circle moves onto it.
+                           // A focal point outside the circle moves onto it; two circles (a canvas
+                           // gradient) are painted as given, as the shading draws any pair.
                            double fx = r.fx;
                            double fy = r.fy;
                            double const d = std::hypot(fx - r.cx, fy - r.cy);
-                           if (d > r.r * 0.999) {
+                           if (r.fr == 0 && d > r.r * 0.999) {
                                double const k = r.r * 0.999 / d;
                                fx = r.cx + (fx - r.cx) * k;
                                fy = r.cy + (fy - r.cy) * k;
                            }
-                           coords = {fx, fy, 0, r.cx, r.cy, r.r * hi};
+                           coords = {fx, fy, r.fr, r.cx, r.cy, r.r * hi};
                        },
                    },
                    g.gradient_type);

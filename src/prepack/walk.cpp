@@ -3,6 +3,7 @@
 #include "css/styledom/computed.hpp"
 #include "css/styledom/sheets.hpp"
 #include "css/styledom/tree.hpp"
+#include "host/canvas_paint.hpp"
 #include "image/images.hpp"
 #include "prepack/counter_style.hpp"
 #include "prepack/generated.hpp"
@@ -727,6 +728,31 @@ struct walker {
         return out;
     }
 
+    // A canvas element: what scripts drew on it, as a drawing of its size in pixels; one never drawn on
+    // is an empty box of that size.
+    replaced_result inline_canvas(dom::element_ref const& e) {
+        replaced_result out{.alt = ""};
+        if (!image_table) {
+            warn_once("images are not loaded in this run: canvas drawings are left out");
+            return out;
+        }
+        auto const size = dom::element_canvas_size(*e);
+        std::shared_ptr<canvas::canvas_context const> recorder;
+        if (e->dom_element_canvas_context) {
+            recorder = e->dom_element_canvas_context->get().context_2d;
+        }
+        auto const style = dom::get_style_info(e->dom_element_style_info.get()).style_info_style;
+        auto drawing = canvas::canvas_block(
+            log, size.canvas_width, size.canvas_height, recorder ? recorder->content : std::vector<canvas::canvas_thing>{},
+            canvas::paint_env{.paint_images = image_table, .paint_fonts = image_table->svg_fonts, .paint_element_style = style});
+        images::svg_loaded loaded{.loaded_width = double(size.canvas_width), .loaded_height = double(size.canvas_height)};
+        loaded.loaded_block = share(std::move(drawing));
+        out.loaded = block{.block_content = bcontent_image{image_table->add_svg(loaded)},
+                           .block_style = style,
+                           .block_type = type_anonymous{}};
+        return out;
+    }
+
     // A math element: its formula, laid out now, is a replaced element whose baseline lies above its
     // bottom by the formula's depth.
     replaced_result inline_math(dom::element_ref const& e, style_ref const& style) {
@@ -791,7 +817,7 @@ struct walker {
                 return true;
             }
         }
-        static constexpr std::string_view replaced[] = {"iframe", "canvas", "video", "math", "svg"};
+        static constexpr std::string_view replaced[] = {"iframe", "video", "math", "svg"};
         for (auto const r : replaced) {
             if (styledom::tree::is_html_name(n, r)) {
                 warn_once(local + ": replaced content is not supported yet");
@@ -865,6 +891,7 @@ struct walker {
         // alternative: the alt text of img, the content of object.
         auto const replaced = svg::build::is_svg_name(e->dom_element_name, "svg") ? std::optional(inline_svg(e))
                               : is_math_element(e) ? std::optional(inline_math(e, style))
+                              : styledom::tree::is_html_name(e->dom_element_name, "canvas") ? std::optional(inline_canvas(e))
                                                    : replaced_image(*e, info);
         std::optional<std::string> alt_text;
         if (replaced && !replaced->loaded) {

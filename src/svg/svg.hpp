@@ -129,13 +129,15 @@ struct linear {
     bool operator==(linear const&) const = default;
 };
 
-/// A radial gradient from the focal circle (fx, fy, radius 0) to the circle (cx, cy, r).
+/// A radial gradient from the focal circle (fx, fy, radius fr) to the circle (cx, cy, r). SVG's focal
+/// circle is a point; a canvas gradient gives both circles.
 struct radial {
     double cx = 0.5;
     double cy = 0.5;
     double r = 0.5;
     double fx = 0.5;
     double fy = 0.5;
+    double fr = 0;
     bool operator==(radial const&) const = default;
 };
 

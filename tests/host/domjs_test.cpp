@@ -1,0 +1,274 @@
+// The DOM bindings through the real engine: a document parsed from a string, scripts evaluated against
+// it, and the tree (or the value of the last expression) looked at afterwards.
+#include "document/doc_test_support.hpp"
+#include "document/libhtml.hpp"
+#include "host/domjs.hpp"
+#include "host/hostjs.hpp"
+#include "host/script_phase.hpp"
+#include "js/convert.hpp"
+#include "js/object.hpp"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace vellum::domjs {
+namespace {
+
+namespace e = js::eval;
+using doc_test::captured_log;
+
+struct fixture {
+    doc_test::fs::path dir;
+    captured_log log;
+    std::shared_ptr<resource::loader::loader const> loader;
+    dom::document_ref doc;
+    std::shared_ptr<hostjs::host_js> host;
+
+    explicit fixture(std::string const& name, std::string const& html) : dir(doc_test::scratch_dir("domjs_" + name)) {
+        auto l = resource::loader::new_loader(log.value, {VELLUM_SOURCE_DIR "/resources"}, {dir.string()},
+                                              {.network = false});
+        check(l.has_value(), "fixture");
+        loader = std::make_shared<resource::loader::loader const>(*l);
+        auto const path = doc_test::write_file(dir, "doc.html", html);
+        auto const url = doc_test::file_locator(path);
+        auto const parsed = libhtml::parse_html5_bytes(log.value, url, bytes::from_string(html));
+        check(parsed.has_value(), "fixture");
+        doc = dom::new_dom_document(doctype::doctype::html5, doctype::sniff_xmltype(*parsed),
+                                    dom::doc_style_info{.use_author_scripts = true}, url, *parsed);
+    }
+
+    /// A host for direct evaluation, with `document` and `location` bound.
+    void bind() {
+        host = hostjs::make_host(log.value, loader, {});
+        bind_document(*host->js, doc);
+    }
+
+    /// The value of a script as text, or "threw " and the exception's text.
+    std::string eval(std::string const& source) {
+        if (!host) {
+            bind();
+        }
+        e::js& engine = *host->js;
+        auto r = hostjs::eval_global(*host, doc->dom_document_url, jsstring::from_utf8(source));
+        if (auto const* x = std::get_if<e::exception>(&r)) {
+            return "threw " + jsstring::to_utf8(std::get<e::js_string>(e::to_string(engine, x->exception_value)));
+        }
+        return jsstring::to_utf8(std::get<e::js_string>(e::to_string(engine, std::get<e::js_value>(r))));
+    }
+
+    /// Runs the whole script phase of the document.
+    hostjs::opt_host_js run_phase() {
+        return hostjs::run_script_phase(log.value, loader, {}, doc->dom_document_style_info, doc);
+    }
+
+    /// The `data-log` attribute of the body, where the scripts of a phase write what they saw.
+    std::string body_log() {
+        std::string out;
+        dom::dom_node const root = doc;
+        std::function<void(std::vector<dom::child_node> const&)> walk = [&](std::vector<dom::child_node> const& list) {
+            for (auto const& c : list) {
+                if (auto const* el = std::get_if<dom::element_child>(&c)) {
+                    if (xml::name_local(el->child_element->dom_element_name) == "body") {
+                        out = dom::attribute_value(*el->child_element, xml::make_name("data-log")).value_or("");
+                        return;
+                    }
+                    walk(el->child_element->dom_element_children.get());
+                }
+            }
+        };
+        walk(doc->dom_document_children.get());
+        return out;
+    }
+};
+
+std::string const simple = "<!DOCTYPE html><html><head><title>t</title></head><body>"
+                           "<div id='box'><p class='a'>one</p><p class='a b'>two</p></div></body></html>";
+
+TEST(domjs, wrappers_keep_their_identity) {
+    fixture f("identity", simple);
+    EXPECT_EQ(f.eval("var d = document.getElementById('box'); d.firstChild === d.firstChild"), "true");
+    EXPECT_EQ(f.eval("d.firstChild.parentNode === d && document.body.firstChild === d"), "true");
+    EXPECT_EQ(f.eval("Object.prototype.toString.call(d)"), "[object HTMLDivElement]");
+    EXPECT_EQ(f.eval("d instanceof HTMLElement && d instanceof Element && d instanceof Node"), "true");
+    EXPECT_EQ(f.eval("document.createElement('svg:x').nodeName + ' ' + d.nodeType + ' ' + document.nodeType"),
+              "SVG:X 1 9");
+}
+
+TEST(domjs, element_of_unwraps_only_elements) {
+    fixture f("element_of", simple);
+    f.bind();
+    auto& engine = *f.host->js;
+    auto const root = dom::document_element(*f.doc);
+    ASSERT_TRUE(root.has_value());
+    EXPECT_EQ(element_of(wrap_node(engine, *root)), root->get());
+    EXPECT_EQ(element_of(wrap_node(engine, f.doc)), nullptr);
+    EXPECT_EQ(element_of(e::js_value(e::js_null{})), nullptr);
+    EXPECT_EQ(element_of(e::js_value(e::new_object(engine))), nullptr);
+}
+
+TEST(domjs, live_and_static_lists) {
+    fixture f("lists", simple);
+    EXPECT_EQ(f.eval("var live = document.getElementsByTagName('p'); var fixed = document.querySelectorAll('p');"
+                     "var cls = document.getElementsByClassName('a'); var kids = document.getElementById('box').childNodes;"
+                     "var p = document.createElement('p'); p.className = 'a'; document.body.appendChild(p);"
+                     "[live.length, fixed.length, cls.length, kids.length, live[2] === p, live.item(7)].join()"),
+              "3,2,3,2,true,");
+    EXPECT_EQ(f.eval("document.getElementsByClassName('a b').length + ' ' + document.getElementsByTagName('*').length"),
+              "1 8");
+    EXPECT_EQ(f.eval("var n = 0; for (var k in fixed) n++; n >= 2"), "true");
+    EXPECT_EQ(f.eval("document.getElementById('box').querySelector('p.b').textContent"), "two");
+    EXPECT_EQ(f.eval("document.querySelector('div > p:first-child + p').textContent"), "two");
+    EXPECT_EQ(f.eval("try { document.querySelector('p[[') } catch (x) { x.code + ' ' + x.name }"), "12 SYNTAX_ERR");
+}
+
+TEST(domjs, tree_changes_and_their_errors) {
+    fixture f("changes", simple);
+    EXPECT_EQ(f.eval("var box = document.getElementById('box'); var ps = box.getElementsByTagName('p');"
+                     "box.appendChild(ps[0]); box.firstChild.textContent + box.lastChild.textContent"),
+              "twoone");
+    EXPECT_EQ(f.eval("box.insertBefore(ps[1], ps[0]); box.textContent"), "onetwo");
+    EXPECT_EQ(f.eval("var frag = document.createDocumentFragment(); frag.appendChild(document.createTextNode('x'));"
+                     "frag.appendChild(document.createElement('i')); box.insertBefore(frag, box.firstChild);"
+                     "[box.childNodes.length, frag.childNodes.length, box.firstChild.nodeValue].join()"),
+              "4,0,x");
+    EXPECT_EQ(f.eval("box.replaceChild(document.createTextNode('y'), box.firstChild).nodeValue + box.textContent"),
+              "xyonetwo");
+    // Hierarchy: a node into its own descendant, text into the document, a second root.
+    EXPECT_EQ(f.eval("try { box.firstChild.nextSibling.appendChild(box) } catch (x) { x.code }"), "3");
+    EXPECT_EQ(f.eval("try { document.appendChild(document.createTextNode('t')) } catch (x) { x.code }"), "3");
+    EXPECT_EQ(f.eval("try { document.appendChild(document.createElement('p')) } catch (x) { x.name }"),
+              "HIERARCHY_REQUEST_ERR");
+    EXPECT_EQ(f.eval("try { box.removeChild(document.body) } catch (x) { x.code + ' ' + (x instanceof DOMException) }"),
+              "8 true");
+    EXPECT_EQ(f.eval("try { box.insertBefore(document.createElement('b'), document.body) } catch (x) { x.code }"), "8");
+    EXPECT_EQ(f.eval("try { box.appendChild({}) } catch (x) { x instanceof TypeError }"), "true");
+    EXPECT_EQ(f.eval("DOMException.NOT_FOUND_ERR + Node.DOCUMENT_POSITION_CONTAINED_BY"), "24");
+    EXPECT_EQ(f.eval("var a = document.createAttribute('title'); box.setAttributeNode(a);"
+                     "try { document.body.setAttributeNode(a) } catch (x) { x.code }"),
+              "10");
+}
+
+TEST(domjs, attributes_and_text) {
+    fixture f("attributes", simple);
+    EXPECT_EQ(f.eval("var box = document.getElementById('box'); box.getAttribute('nope')"), "null");
+    EXPECT_EQ(f.eval("box.setAttribute('Data-X', '1'); box.setAttribute('id', 'box2');"
+                     "[box.getAttribute('data-x'), box.attributes.length, box.attributes[0].name,"
+                     " box.attributes['data-x'].value, box.hasAttribute('id')].join()"),
+              "1,2,id,1,true");
+    // A new id is found at once.
+    EXPECT_EQ(f.eval("document.getElementById('box') === null && document.getElementById('box2') === box"), "true");
+    EXPECT_EQ(f.eval("box.removeAttribute('data-x'); box.attributes.length + box.className"), "1");
+    EXPECT_EQ(f.eval("var t = box.firstChild.firstChild; var rest = t.splitText(1);"
+                     "[t.data, rest.data, rest.length, box.firstChild.childNodes.length].join()"),
+              "o,ne,2,2");
+    EXPECT_EQ(f.eval("box.textContent = 'plain'; box.childNodes.length + box.innerHTML"), "1plain");
+}
+
+TEST(domjs, inner_html_round_trip) {
+    fixture f("inner_html", simple);
+    EXPECT_EQ(f.eval("var box = document.getElementById('box'); box.innerHTML = 'a&nbsp;b'; box.innerHTML"), "a&nbsp;b");
+    EXPECT_EQ(f.eval("box.innerHTML = '<p title=\"x&amp;&quot;y\">1 &lt; 2</p><br>'; box.innerHTML"),
+              "<p title=\"x&amp;&quot;y\">1 &lt; 2</p><br></br>");
+    EXPECT_EQ(f.eval("box.firstChild.tagName + box.childNodes.length"), "P2");
+}
+
+TEST(domjs, clone_contains_and_document_position) {
+    fixture f("clone", simple);
+    EXPECT_EQ(f.eval("var box = document.getElementById('box'); var c = box.cloneNode(true);"
+                     "[c.parentNode, c.childNodes.length, c.firstChild === box.firstChild, c.getAttribute('id'),"
+                     " box.cloneNode(false).childNodes.length].join()"),
+              ",2,false,box,0");
+    EXPECT_EQ(f.eval("[document.body.contains(box), box.contains(document.body), box.contains(box), box.contains(c)].join()"),
+              "true,false,true,false");
+    EXPECT_EQ(f.eval("var p1 = box.firstChild, p2 = box.lastChild;"
+                     "[p1.compareDocumentPosition(p2), p2.compareDocumentPosition(p1), box.compareDocumentPosition(p1),"
+                     " p1.compareDocumentPosition(box), p1.compareDocumentPosition(p1),"
+                     " box.compareDocumentPosition(c) & 1].join()"),
+              "4,2,20,10,0,1");
+}
+
+TEST(domjs, style_attribute_in_canonical_form) {
+    fixture f("style", simple);
+    EXPECT_EQ(f.eval("var s = document.getElementById('box').style; s.marginLeft = '10px'; s.marginLeft"), "10px");
+    EXPECT_EQ(f.eval("s.color = 'RED'; s.color + '|' + document.getElementById('box').getAttribute('style')"),
+              "#ff0000|margin-left: 10px; color: #ff0000;");
+    EXPECT_EQ(f.eval("s.color = 'not a colour'; s.color"), "#ff0000");
+    EXPECT_EQ(f.eval("s.margin = '1pt 2pt'; [s.marginTop, s.marginRight, s.marginBottom, s.marginLeft].join()"),
+              "1pt,2pt,1pt,2pt");
+    EXPECT_EQ(f.eval("s.textDecoration = 'underline overline'; s.textDecoration"), "overline underline");
+    EXPECT_EQ(f.eval("s.borderTop = '1px solid blue'; s.borderTopStyle + ' ' + s.borderTopColor"), "solid #0000ff");
+    EXPECT_EQ(f.eval("s.color = 'inherit'; s.color"), "inherit");
+    EXPECT_EQ(f.eval("s.color = ''; s.getPropertyValue('color') + '|' + s.getPropertyValue('margin-top')"), "|1pt");
+}
+
+TEST(domjs, computed_style_follows_rules_and_class_changes) {
+    fixture f("computed", "<!DOCTYPE html><html><head><style>.hot { color: red } div { margin: 3pt }"
+                          " :root { --accent: #0000ff } .cool { color: var(--accent) }</style></head>"
+                          "<body><div id='d'><span id='s'>x</span></div></body></html>");
+    EXPECT_EQ(f.eval("var d = document.getElementById('d'); var cs = getComputedStyle(d); cs.color"), "#000000");
+    EXPECT_EQ(f.eval("d.className = 'hot'; cs.color"), "#ff0000");
+    // Inherited by the child; a non-inherited property is not.
+    EXPECT_EQ(f.eval("var ss = getComputedStyle(document.getElementById('s')); ss.color + ' ' + ss.marginLeft"),
+              "#ff0000 0");
+    EXPECT_EQ(f.eval("cs.marginLeft + ' ' + cs.display"), "3pt block");
+    EXPECT_EQ(f.eval("d.style.color = 'blue'; cs.color"), "#0000ff");
+    EXPECT_EQ(f.eval("try { cs.color = 'red' } catch (x) { x.code }"), "11");
+    // A custom property of the root reaches the element through var().
+    EXPECT_EQ(f.eval("d.style.color = ''; d.className = 'cool'; cs.color"), "#0000ff");
+}
+
+TEST(domjs, html_interfaces_reflect_attributes) {
+    fixture f("html", "<!DOCTYPE html><html><body><a href='x.html'>a</a><img src='i.png' width='20'>"
+                      "<canvas id='c' width='40'></canvas><input type='checkbox' checked></body></html>");
+    EXPECT_EQ(f.eval("var a = document.getElementsByTagName('a')[0]; a.href + ' ' + (a instanceof HTMLAnchorElement)"),
+              "x.html true");
+    EXPECT_EQ(f.eval("a.target = '_top'; a.getAttribute('target')"), "_top");
+    EXPECT_EQ(f.eval("var i = document.getElementsByTagName('img')[0]; i.width + i.height"), "20");
+    EXPECT_EQ(f.eval("var c = document.getElementById('c'); [c.width, c.height].join() + ' ' + c.getContext('webgl')"),
+              "40,150 null");
+    EXPECT_EQ(f.eval("c.height = 60; c.getAttribute('height')"), "60");
+    EXPECT_EQ(f.eval("var n = document.getElementsByTagName('input')[0]; n.checked = false; n.hasAttribute('checked') + ' ' + n.type"),
+              "false checkbox");
+    EXPECT_EQ(f.eval("var img = new Image(10, 20); [img.tagName, img.width, img.height, img.parentNode].join()"),
+              "IMG,10,20,");
+    EXPECT_EQ(f.eval("document.body.title = 'T'; document.body.title + document.body.lang"), "T");
+}
+
+TEST(domjs, dom_parser_and_location) {
+    fixture f("parser", simple);
+    EXPECT_EQ(f.eval("var d = new DOMParser().parseFromString('<r><q a=\"1\">x</q></r>', 'text/xml');"
+                     "[d.documentElement.tagName, d.documentElement.firstChild.getAttribute('a'), d === document].join()"),
+              "r,1,false");
+    EXPECT_EQ(f.eval("new DOMParser().parseFromString('<p>hi', 'text/html').body.innerHTML"), "<p>hi</p>");
+    EXPECT_EQ(f.eval("location.protocol + ' ' + location.pathname.slice(-9) + ' ' + location.host"), "file: /doc.html ");
+    EXPECT_EQ(f.eval("location.href.indexOf('file:///') === 0"), "true");
+}
+
+TEST(domjs, document_write_only_warns) {
+    fixture f("write", simple);
+    EXPECT_EQ(f.eval("document.write('x'); document.body.textContent"), "onetwo");
+    EXPECT_NE(f.log.text().find("document.write is not yet supported"), std::string::npos);
+}
+
+TEST(domjs, scripts_run_as_the_walk_reaches_them) {
+    // The head script places one script at the end of the body (ahead of the walk: it runs) and one in
+    // the head before itself (behind the walk: it doesn't).
+    fixture f("walk", "<!DOCTYPE html><html><head><script>"
+                      "function note(t) { document.body.setAttribute('data-log', (document.body.getAttribute('data-log') || '') + t); }"
+                      "var late = document.createElement('script'); late.textContent = 'note(\"late \")';"
+                      "document.body.appendChild(late);"
+                      "var early = document.createElement('script'); early.textContent = 'note(\"early \")';"
+                      "document.head.insertBefore(early, document.head.firstChild);"
+                      "document.addEventListener('DOMContentLoaded', function () { note('ready ') });"
+                      "window.addEventListener('load', function () { note('load ') });"
+                      "</script></head><body onload=\"note('onload')\"><p>x</p>"
+                      "<script>note('inline ')</script><script type='text/plain'>note('plain ')</script></body></html>");
+    auto const state = f.run_phase();
+    EXPECT_TRUE(std::holds_alternative<hostjs::host_js_unused>(state));
+    EXPECT_EQ(f.body_log(), "inline late ready load onload");
+}
+
+} // namespace
+} // namespace vellum::domjs
