@@ -485,10 +485,14 @@ struct painter {
 
     // Text: each run in its span's font and fill, drawn upright in the y-down user space. A gradient fill
     // shows as its first colour, a pattern not at all.
-    void paint_text(scope& s, svg::used_svgstyle const& st, svg::text const& t, double alpha) {
+    void paint_text(scope& s, svg::used_svgstyle const& st, svg::text const& t, double alpha, transform const& ctm) {
         auto const o = s.out();
         for (auto const& run : t.text_runs) {
             if (!run.run_style || run.run_glyphs.view().empty()) {
+                continue;
+            }
+            if (!std::holds_alternative<svg::paint_none>(run.run_stroke)) {
+                stroke_text(s, st, run, alpha, ctm);
                 continue;
             }
             std::optional<css::color::color> fill;
@@ -521,12 +525,34 @@ struct painter {
         }
     }
 
+    // Text drawn as outlines: the glyphs in the stroking render mode, with the element's line style.
+    void stroke_text(scope& s, svg::used_svgstyle const& st, svg::text_run const& run, double alpha, transform const& ctm) {
+        auto const o = s.out();
+        content::save(o, s.g);
+        if (!set_paint(s, run.run_stroke, true, alpha * st.stroke_opacity, ctm, std::nullopt)) {
+            content::restore(o, s.g);
+            return;
+        }
+        set_stroke_style(s, st);
+        auto style = *run.run_style;
+        style.font_size = static_cast<float>(run.run_font_size);
+        style.letter_spacing = static_cast<float>(run.run_letter_spacing);
+        content::concat(o, s.g, matrix::matrix{1, 0, 0, -1, static_cast<float>(run.run_pos.x),
+                                               static_cast<float>(run.run_pos.y)});
+        content::begin_text(o);
+        content::render_mode(o, content::text_render_mode::stroke);
+        paint_text::text_cursor cursor;
+        paint_text::paint_graphemes(o, s.g, cursor, run.run_glyphs.view(), 0, 0, style, alpha, {});
+        content::end_text(o);
+        content::restore(o, s.g);
+    }
+
     void paint_body(scope& s, svg::svg const& n, double alpha, transform const& ctm) {
         std::visit(overloaded{
                        [&](svg::compound const& c) { paint_nodes(s, c.compound_children, ctm, alpha); },
                        [&](svg::shape const& sh) { paint_shape(s, n.svgstyle, sh, alpha, ctm); },
                        [&](svg::image const& im) { paint_image(s, im, alpha); },
-                       [&](svg::text const& t) { paint_text(s, n.svgstyle, t, alpha); },
+                       [&](svg::text const& t) { paint_text(s, n.svgstyle, t, alpha, ctm); },
                    },
                    n.svgbody);
     }

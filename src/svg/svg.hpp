@@ -248,6 +248,8 @@ struct text_run {
     fonts::shared_graphemes run_glyphs;
     /// The span's own fill: a tspan may paint differently from its text.
     used_paint run_fill;
+    /// Outlines drawn instead of a fill (canvas strokeText), with the line style of the element.
+    used_paint run_stroke = paint_none{};
     /// The style of the span: its font, and letter spacing; sizes in user units.
     ref<css::style::style> run_style;
     double run_font_size = 16;
