@@ -48,34 +48,8 @@ bool is_space(char32_t c) {
     return c == U' ' || c == U'\t' || c == U'\n' || c == U'\r';
 }
 
-// The text of a token: its text children, with runs of white space made one space and the ends
-// trimmed. Element children other than the glyph and alignment marks are reported.
-std::u32string token_text(context const& ctx, dom::element_ref const& el, std::string const& name) {
-    std::string raw;
-    bool illegal = false;
-    bool glyph = false;
-    {
-        std::lock_guard guard(process_lock());
-        for (auto const& c : el->dom_element_children.cell_value) {
-            if (auto const* t = std::get_if<dom::text_child>(&c)) {
-                raw += t->child_text->dom_text_value.cell_value;
-            } else if (auto const* e = std::get_if<dom::element_child>(&c)) {
-                auto const n =
-                    std::string(styledom::tree::name_local_view(e->child_element->dom_element_name));
-                if (n != "mglyph" && n != "malignmark") {
-                    illegal = true;
-                }
-                glyph = glyph || n == "mglyph";
-            }
-        }
-    }
-    if (illegal) {
-        warn(ctx, "illegal children in " + name);
-    }
-    if (glyph) {
-        warn_once(ctx, "mglyph is not laid out; it is left empty");
-    }
-    auto const chars = textbuf::from_utf8(raw);
+// Runs of white space made one space, and the ends trimmed, as in the text of token elements.
+std::u32string collapse_spaces(std::u32string const& chars) {
     std::u32string out;
     bool space = false;
     for (char32_t c : chars) {
@@ -92,19 +66,87 @@ std::u32string token_text(context const& ctx, dom::element_ref const& el, std::s
     return out;
 }
 
-bool is_space_like(dom::element_ref const& el) {
+// The text of a token: its text children, collapsed. Element children other than the glyph and
+// alignment marks are reported.
+std::u32string token_text(context const& ctx, dom::element_ref const& el, std::string const& name) {
+    std::string raw;
+    bool illegal = false;
+    {
+        std::lock_guard guard(process_lock());
+        for (auto const& c : el->dom_element_children.cell_value) {
+            if (auto const* t = std::get_if<dom::text_child>(&c)) {
+                raw += t->child_text->dom_text_value.cell_value;
+            } else if (auto const* e = std::get_if<dom::element_child>(&c)) {
+                auto const n =
+                    std::string(styledom::tree::name_local_view(e->child_element->dom_element_name));
+                if (n != "mglyph" && n != "malignmark") {
+                    illegal = true;
+                }
+            }
+        }
+    }
+    if (illegal) {
+        warn(ctx, "illegal children in " + name);
+    }
+    return collapse_spaces(textbuf::from_utf8(raw));
+}
+
+// A token with mglyph children: its text runs and glyphs side by side on the baseline.
+math token_with_glyphs(context const& ctx,
+                       mathstyle const& st,
+                       dom::element_ref const& el,
+                       std::string const& variant) {
+    std::vector<std::variant<std::string, dom::element_ref>> parts;
+    {
+        std::lock_guard guard(process_lock());
+        for (auto const& c : el->dom_element_children.cell_value) {
+            if (auto const* t = std::get_if<dom::text_child>(&c)) {
+                if (parts.empty() || !std::holds_alternative<std::string>(parts.back())) {
+                    parts.emplace_back(std::string{});
+                }
+                std::get<std::string>(parts.back()) += t->child_text->dom_text_value.cell_value;
+            } else if (auto const* e = std::get_if<dom::element_child>(&c)) {
+                parts.emplace_back(e->child_element);
+            }
+        }
+    }
+    std::vector<placed> members;
+    double x = 0;
+    for (auto const& part : parts) {
+        math m;
+        if (auto const* text = std::get_if<std::string>(&part)) {
+            auto const chars = collapse_spaces(textbuf::from_utf8(*text));
+            if (chars.empty()) {
+                continue;
+            }
+            m = text_box(ctx, st, chars, variant);
+        } else {
+            auto const& e = std::get<dom::element_ref>(part);
+            if (local_name(e) != "mglyph") {
+                continue;
+            }
+            m = layout_mglyph(ctx, st, e);
+        }
+        double const w = m.mwidth;
+        members.push_back(at(x, 0, std::move(m)));
+        x += w;
+    }
+    return stack(std::move(members), x);
+}
+
+} // namespace
+
+bool is_space_like_element(dom::element_ref const& el) {
     auto const n = local_name(el);
     if (n == "mtext" || n == "mspace" || n == "maligngroup" || n == "malignmark") {
         return true;
     }
     if (n == "mrow" || n == "mstyle" || n == "mphantom" || n == "mpadded") {
         auto const kids = element_children(el);
-        return std::all_of(kids.begin(), kids.end(), is_space_like);
+        return std::all_of(kids.begin(), kids.end(), is_space_like_element);
     }
     return false;
 }
-
-} // namespace
 
 std::optional<dom::element_ref> core_op(dom::element_ref const& el) {
     auto const n = local_name(el);
@@ -119,7 +161,7 @@ std::optional<dom::element_ref> core_op(dom::element_ref const& el) {
     if (n == "mrow" || n == "mstyle" || n == "mphantom" || n == "mpadded") {
         std::optional<dom::element_ref> found;
         for (auto const& k : kids) {
-            if (is_space_like(k)) {
+            if (is_space_like_element(k)) {
                 continue;
             }
             if (found) {
@@ -375,7 +417,10 @@ math layout_token(context const& ctx,
         // A single letter is a variable, set in italic; longer names (sin, log) are upright.
         variant = "italic";
     }
-    auto m = text_box(ctx, st, text, variant);
+    auto const kids = element_children(el);
+    bool const glyphs =
+        std::any_of(kids.begin(), kids.end(), [](auto const& k) { return local_name(k) == "mglyph"; });
+    auto m = glyphs ? token_with_glyphs(ctx, st, el, variant) : text_box(ctx, st, text, variant);
     if (name != "mi") {
         m.mtoken = false;
     }
@@ -390,6 +435,14 @@ math layout_mspace(context const& ctx, mathstyle const& st, dom::element_ref con
 }
 
 // ---- Operators -----------------------------------------------------------------------------------------
+
+double script_space(mathstyle const& st, dom::element_ref const& mo, std::string const& name, double space) {
+    if (st.scriptlevel <= 0 || attr(mo, name) || st.inherited.contains(name)) {
+        return space;
+    }
+    // Scripts are set tight: a relation's or a binary operator's space goes, a thin one stays.
+    return space > st.fontsize * 3.0 / 18 + 1e-9 ? 0 : space;
+}
 
 op_table::mostyle
 op_style_of(context const& ctx, mathstyle const& st, dom::element_ref const& mo, op_form form) {
@@ -647,8 +700,8 @@ math layout_mo(context const& ctx, mathstyle const& st0, env const& e, dom::elem
     auto const os = op_style_of(ctx, st, el, form);
     double const em = st.fontsize;
     double const ex = math_font_of(ctx, st).x_height_em * em;
-    double lspace = units::resolve(os.lspace, em, ex, em);
-    double rspace = units::resolve(os.rspace, em, ex, em);
+    double lspace = script_space(st, el, "lspace", units::resolve(os.lspace, em, ex, em));
+    double rspace = script_space(st, el, "rspace", units::resolve(os.rspace, em, ex, em));
     if (e && e->parent_em) {
         // The spacing of an embellished operator belongs to the outermost element.
         lspace = rspace = 0;
@@ -765,8 +818,8 @@ math math_of_row(context const& ctx,
                 auto const os = op_style_of(ctx, st, *core, form);
                 double const em = st.fontsize;
                 double const ex = math_font_of(ctx, st).x_height_em * em;
-                double const ls = units::resolve(os.lspace, em, ex, em);
-                double const rs = units::resolve(os.rspace, em, ex, em);
+                double const ls = script_space(st, *core, "lspace", units::resolve(os.lspace, em, ex, em));
+                double const rs = script_space(st, *core, "rspace", units::resolve(os.rspace, em, ex, em));
                 if (ls != 0 || rs != 0) {
                     auto inner = share(std::move(*laid[i]));
                     math spaced = *inner;
@@ -796,7 +849,7 @@ math math_of_row(context const& ctx,
         core != is_em.end() && std::count(is_em.begin(), is_em.end(), true) == 1) {
         bool all_space = true;
         for (std::size_t i = 0; i < items.size(); ++i) {
-            if (!is_em[i] && !is_space_like(items[i])) {
+            if (!is_em[i] && !is_space_like_element(items[i])) {
                 all_space = false;
             }
         }
@@ -1013,8 +1066,7 @@ math math_of_element(context const& ctx, mathstyle const& st, env const& e, dom:
         return empty_math();
     }
     if (name == "mglyph") {
-        warn_once(ctx, "mglyph is not laid out; it is left empty");
-        return empty_math();
+        return layout_mglyph(ctx, st, el);
     }
     if (name == "mlabeledtr" || name == "mtr" || name == "mtd") {
         warn(ctx, name + " outside mtable");

@@ -14,6 +14,10 @@
 #include <string>
 #include <vector>
 
+namespace vellum::images {
+class images;
+} // namespace vellum::images
+
 namespace vellum::mathml::layout {
 
 using mathstyle::mathstyle;
@@ -38,6 +42,8 @@ struct context {
     fonts::fonts const& db;
     op_table::op_table const& ops;
     special_glyphs::mglyphs const& glyphs;
+    /// The image table, for mglyph images; none when the run loads no images.
+    images::images* images = nullptr;
 };
 
 /// Lays out one element by its name.
@@ -58,6 +64,9 @@ std::optional<std::string> attr(dom::element_ref const& el, std::string_view nam
 /// The local name of an element.
 std::string local_name(dom::element_ref const& el);
 
+/// Whether an element is space-like: mtext, mspace, the alignment marks, or rows of these only.
+bool is_space_like_element(dom::element_ref const& el);
+
 /// The operator at the core of an embellished operator, if the element is one.
 std::optional<dom::element_ref> core_op(dom::element_ref const& el);
 
@@ -65,6 +74,10 @@ std::optional<dom::element_ref> core_op(dom::element_ref const& el);
 /// applied over it.
 op_table::mostyle
 op_style_of(context const& ctx, mathstyle const& st, dom::element_ref const& mo, op_form form);
+
+/// An operator's space from the dictionary as it stands at the style's script level: in scripts the
+/// spaces wider than a thin space are dropped, unless the element or mstyle sets the space.
+double script_space(mathstyle const& st, dom::element_ref const& mo, std::string const& name, double space);
 
 /// The font request and math font of a style.
 ref<fonts::font_req> font_req_of(context const& ctx, mathstyle const& st);
@@ -107,6 +120,7 @@ math layout_token(context const& ctx,
                   dom::element_ref const& el,
                   std::string const& name);
 math layout_mo(context const& ctx, mathstyle const& st, env const& e, dom::element_ref const& el);
+math layout_mglyph(context const& ctx, mathstyle const& st, dom::element_ref const& el);
 math layout_mspace(context const& ctx, mathstyle const& st, dom::element_ref const& el);
 math layout_mfrac(context const& ctx, mathstyle const& st, env const& e, dom::element_ref const& el);
 math layout_root(context const& ctx, mathstyle const& st, dom::element_ref const& el, bool has_index);
@@ -124,6 +138,9 @@ math layout_multiscripts(context const& ctx, mathstyle const& st, env const& e, 
 math layout_mpadded(context const& ctx, mathstyle const& st, env const& e, dom::element_ref const& el);
 math layout_mtable(context const& ctx, mathstyle const& st, dom::element_ref const& el);
 math layout_menclose(context const& ctx, mathstyle const& st, env const& e, dom::element_ref const& el);
+
+/// A radical sign stretched over a base, with its bar, and an index before it if one is given.
+math with_radical(context const& ctx, mathstyle const& st, math base, std::optional<math> index);
 
 /// Places the parts of a script stack: base, then a sub- and a superscript (either may be absent).
 math attach_scripts(context const& ctx,

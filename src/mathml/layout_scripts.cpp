@@ -15,21 +15,6 @@ namespace {
 
 using C = om::constant;
 
-// A box of members placed at offsets, with its extent from theirs.
-math stack(std::vector<placed> members, double width) {
-    math out{.mcontent = groups{}, .mwidth = width};
-    for (auto const& p : members) {
-        out.mup = std::max(out.mup, p.placed_math->mup - p.placed_y);
-        out.mdown = std::max(out.mdown, p.placed_math->mdown + p.placed_y);
-    }
-    std::get<groups>(out.mcontent).groups_members = std::move(members);
-    return out;
-}
-
-placed at(double x, double y, math m) {
-    return placed{.placed_x = x, .placed_y = y, .placed_math = share(std::move(m))};
-}
-
 // Whether a wrong number of children was given; if so the message is logged.
 bool wrong_count(context const& ctx,
                  std::vector<dom::element_ref> const& kids,
@@ -177,6 +162,10 @@ math layout_root(context const& ctx, mathstyle const& st, dom::element_ref const
     } else {
         base = math_of_row(ctx, st, std::nullopt, kids);
     }
+    return with_radical(ctx, st, std::move(base), std::move(index));
+}
+
+math with_radical(context const& ctx, mathstyle const& st, math base, std::optional<math> index) {
     bool const display = st.displaystyle;
     double gap = constant(ctx, st, display ? C::radical_display_style_vertical_gap : C::radical_vertical_gap);
     double const rule = constant(ctx, st, C::radical_rule_thickness);

@@ -13,10 +13,6 @@ namespace om = opentype::math;
 
 namespace {
 
-placed at(double x, double y, math m) {
-    return placed{.placed_x = x, .placed_y = y, .placed_math = share(std::move(m))};
-}
-
 std::vector<std::string> words(std::string const& text) {
     std::istringstream in(text);
     std::vector<std::string> out;
@@ -34,10 +30,71 @@ std::string nth(std::vector<std::string> const& list, std::size_t i, std::string
     return list[std::min(i, list.size() - 1)];
 }
 
+// One alignment group of a cell: its content, and how far it reaches before and after the point
+// that lines up with the same group of the other rows of the column.
+struct align_group {
+    ref<math> group_math;
+    double group_before = 0;
+    double group_after = 0;
+};
+
 struct cell {
     math cell_math;
     std::string cell_align;
+    /// The cell's alignment groups, when it has maligngroup children.
+    std::vector<align_group> cell_groups;
 };
+
+// Splits a cell's children at its maligngroup elements. Each group lines up on its malignmark, or by
+// its groupalign (the maligngroup's own, else the cell's word for that group): "left" on its left
+// edge, "right" on its right edge, "center" on its middle.
+std::vector<align_group> alignment_groups(context const& ctx,
+                                          mathstyle const& st,
+                                          dom::element_ref const& td,
+                                          std::vector<dom::element_ref> const& kids) {
+    auto const cell_align = words(attr(td, "groupalign").value_or(""));
+    std::vector<std::vector<dom::element_ref>> members;
+    std::vector<std::string> aligns;
+    // What comes before the first group is reported and joins the first group.
+    std::vector<dom::element_ref> before_first;
+    for (auto const& k : kids) {
+        if (local_name(k) == "maligngroup") {
+            members.emplace_back(members.empty() ? std::move(before_first) : std::vector<dom::element_ref>{});
+            aligns.push_back(attr(k, "groupalign").value_or(nth(cell_align, aligns.size(), "left")));
+            continue;
+        }
+        if (members.empty()) {
+            if (!is_space_like_element(k) &&
+                std::all_of(before_first.begin(), before_first.end(), is_space_like_element)) {
+                warn(ctx, "First aligngroup appears after other elements!");
+            }
+            before_first.push_back(k);
+            continue;
+        }
+        members.back().push_back(k);
+    }
+    std::vector<align_group> out;
+    for (std::size_t g = 0; g < members.size(); ++g) {
+        auto const& list = members[g];
+        auto const mark = std::find_if(list.begin(), list.end(),
+                                       [](auto const& k) { return local_name(k) == "malignmark"; });
+        if (mark != list.end()) {
+            auto left = math_of_row(ctx, st, std::nullopt, {list.begin(), mark});
+            auto right = math_of_row(ctx, st, std::nullopt, {mark + 1, list.end()});
+            double const a = left.mwidth;
+            double const b = right.mwidth;
+            std::vector<placed> parts{at(0, 0, std::move(left)), at(a, 0, std::move(right))};
+            out.push_back(align_group{share(stack(std::move(parts), a + b)), a, b});
+            continue;
+        }
+        auto m = math_of_row(ctx, st, std::nullopt, list);
+        double const w = m.mwidth;
+        auto const& how = aligns[g];
+        double const a = how == "right" ? w : how == "center" ? w / 2 : 0;
+        out.push_back(align_group{share(std::move(m)), a, w - a});
+    }
+    return out;
+}
 
 } // namespace
 
@@ -145,8 +202,17 @@ math layout_mtable(context const& ctx, mathstyle const& st0, dom::element_ref co
         for (std::size_t c = 0; c < cells.size(); ++c) {
             auto const& cel = cells[c];
             auto const is_mtd = local_name(cel) == "mtd";
-            math m = is_mtd ? math_of_row(ctx, st, std::nullopt, element_children(cel))
-                            : math_of_element(ctx, st, std::nullopt, cel);
+            auto const kids = is_mtd ? element_children(cel) : std::vector<dom::element_ref>{};
+            bool const grouped = std::any_of(kids.begin(), kids.end(),
+                                             [](auto const& k) { return local_name(k) == "maligngroup"; });
+            std::vector<align_group> groups;
+            math m;
+            if (grouped) {
+                groups = alignment_groups(ctx, st, cel, kids);
+            } else {
+                m = is_mtd ? math_of_row(ctx, st, std::nullopt, kids)
+                           : math_of_element(ctx, st, std::nullopt, cel);
+            }
             std::string align = nth(column_align, c, "center");
             if (!row_align.empty()) {
                 align = nth(row_align, c, align);
@@ -154,13 +220,53 @@ math layout_mtable(context const& ctx, mathstyle const& st0, dom::element_ref co
             if (is_mtd) {
                 align = attr(cel, "columnalign").value_or(align);
             }
-            row.push_back(cell{std::move(m), align});
+            row.push_back(cell{std::move(m), align, std::move(groups)});
         }
         rows.push_back(std::move(row));
     }
     std::size_t columns = 0;
     for (auto const& r : rows) {
         columns = std::max(columns, r.size());
+    }
+    // Alignment groups: the k-th groups of a column's cells share one alignment point, each group
+    // taking the room its widest members need before and after the point.
+    for (std::size_t c = 0; c < columns; ++c) {
+        std::vector<double> before;
+        std::vector<double> after;
+        for (auto const& r : rows) {
+            if (c >= r.size()) {
+                continue;
+            }
+            auto const& gs = r[c].cell_groups;
+            if (gs.size() > before.size()) {
+                before.resize(gs.size(), 0);
+                after.resize(gs.size(), 0);
+            }
+            for (std::size_t g = 0; g < gs.size(); ++g) {
+                before[g] = std::max(before[g], gs[g].group_before);
+                after[g] = std::max(after[g], gs[g].group_after);
+            }
+        }
+        for (auto& r : rows) {
+            if (c >= r.size() || r[c].cell_groups.empty()) {
+                continue;
+            }
+            std::vector<placed> parts;
+            double point = 0;
+            for (std::size_t g = 0; g < r[c].cell_groups.size(); ++g) {
+                auto const& grp = r[c].cell_groups[g];
+                point += before[g];
+                parts.push_back(placed{.placed_x = point - grp.group_before, .placed_math = grp.group_math});
+                point += after[g];
+            }
+            double total = 0;
+            for (std::size_t g = 0; g < before.size(); ++g) {
+                total += before[g] + after[g];
+            }
+            r[c].cell_math = stack(std::move(parts), total);
+            // The groups fill the column: the cell's own alignment has nothing left to move.
+            r[c].cell_align = "left";
+        }
     }
     std::vector<double> col_w(columns, 0);
     std::vector<double> row_up(rows.size(), 0);
@@ -171,6 +277,11 @@ math layout_mtable(context const& ctx, mathstyle const& st0, dom::element_ref co
             col_w[c] = std::max(col_w[c], m.mwidth);
             row_up[r] = std::max(row_up[r], m.mup);
             row_down[r] = std::max(row_down[r], m.mdown);
+        }
+    }
+    for (std::size_t c = 0; c < columns; ++c) {
+        if (col_w[c] <= 0) {
+            warn(ctx, "column has no width!");
         }
     }
     // Rows keep at least the height of a strut, so that rows of small entries still line up evenly.
@@ -269,6 +380,10 @@ math layout_mtable(context const& ctx, mathstyle const& st0, dom::element_ref co
 math layout_menclose(context const& ctx, mathstyle const& st, env const& e, dom::element_ref const& el) {
     auto inner = math_of_row(ctx, st, e, element_children(el));
     auto notations = words(attr(el, "notation").value_or("longdiv"));
+    if (std::find(notations.begin(), notations.end(), "radical") != notations.end()) {
+        // The radical goes around the content first; the other notations enclose the whole.
+        inner = with_radical(ctx, st, std::move(inner), std::nullopt);
+    }
     double const em = st.fontsize;
     double const rule = mathfont::constant(math_font_of(ctx, st), om::constant::fraction_rule_thickness, em);
     double const pad = 0.2 * em;
@@ -280,13 +395,18 @@ math layout_menclose(context const& ctx, mathstyle const& st, env const& e, dom:
     bool const topside = has("box") || has("roundedbox") || has("top") || has("longdiv") || has("actuarial");
     bool const bottom = has("box") || has("roundedbox") || has("bottom") || has("madruwb");
     bool const circle = has("circle");
-    double const lpad = left || circle ? pad
-                        : has("horizontalstrike") || has("updiagonalstrike") || has("downdiagonalstrike")
-                            ? rule
-                            : 0;
-    double const rpad = right || circle ? pad : lpad;
-    double const tpad = topside || circle ? pad : 0;
-    double const bpad = bottom || circle ? pad : 0;
+    bool const arrow = has("updiagonalarrow");
+    bool const phasor = has("phasorangle");
+    // The angle's slanted side rises from the bottom left over a share of the content's height.
+    double const slant = phasor ? 0.5 * (inner.mup + inner.mdown + 2 * pad) : 0;
+    double const lpad =
+        phasor           ? slant + pad
+        : left || circle ? pad
+        : has("horizontalstrike") || has("updiagonalstrike") || has("downdiagonalstrike") || arrow ? rule
+                                                                                                   : 0;
+    double const rpad = right || circle ? pad : arrow ? 0.3 * em : phasor ? rule : lpad;
+    double const tpad = topside || circle || arrow ? pad : phasor ? pad : 0;
+    double const bpad = bottom || circle || phasor ? pad : 0;
     double const w = lpad + inner.mwidth + rpad;
     double const up = inner.mup + tpad;
     double const down = inner.mdown + bpad;
@@ -349,6 +469,28 @@ math layout_menclose(context const& ctx, mathstyle const& st, env const& e, dom:
     if (has("downdiagonalstrike")) {
         line(0, -up, w, down);
     }
+    if (arrow) {
+        // A stroke from the bottom left to the top right corner, ending in a filled head.
+        double const dx = w;
+        double const dy = -(up + down);
+        double const len = std::hypot(dx, dy);
+        double const ux = dx / len;
+        double const uy = dy / len;
+        double const head = std::min(0.3 * em, 0.5 * len);
+        double const half_head = 0.4 * head;
+        double const bx = w - head * ux;
+        double const by = -up - head * uy;
+        line(0, down, bx, by);
+        strokes.push_back(
+            filled_path({svg::moveto{{w, -up}}, svg::lineto{{bx - half_head * uy, by + half_head * ux}},
+                         svg::lineto{{bx + half_head * uy, by - half_head * ux}}, svg::closepath{}},
+                        st.color));
+    }
+    if (phasor) {
+        // The angle sign: a base along the bottom and a side slanting up from its left end.
+        line(0, down - half, w, down - half);
+        line(half, down - half, slant, -up);
+    }
     for (auto const& n : notations) {
         static constexpr std::string_view known[] = {"box",
                                                      "roundedbox",
@@ -363,7 +505,10 @@ math layout_menclose(context const& ctx, mathstyle const& st, env const& e, dom:
                                                      "horizontalstrike",
                                                      "verticalstrike",
                                                      "updiagonalstrike",
-                                                     "downdiagonalstrike"};
+                                                     "downdiagonalstrike",
+                                                     "radical",
+                                                     "updiagonalarrow",
+                                                     "phasorangle"};
         if (std::find(std::begin(known), std::end(known), n) == std::end(known)) {
             warn_once(ctx, "menclose notation " + n + " is not drawn");
         }

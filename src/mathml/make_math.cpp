@@ -9,10 +9,11 @@ namespace vellum::mathml::make_math {
 math_drawing make_math(log::log const& log,
                        fonts::fonts const& db,
                        dom::element_ref const& element,
-                       ref<css::style::style> const& style) {
+                       ref<css::style::style> const& style,
+                       images::images* image_table) {
     auto const& ops = op_table::load_operators(log, db.fonts_loader);
     auto const& glyphs = special_glyphs::load_glyphs(log, db.fonts_loader);
-    layout::context const ctx{.log = log, .db = db, .ops = ops, .glyphs = glyphs};
+    layout::context const ctx{.log = log, .db = db, .ops = ops, .glyphs = glyphs, .images = image_table};
     auto st = mathstyle::initial(style);
     auto const display = layout::attr(element, "display");
     bool const block = display && *display == "block";

@@ -10,6 +10,9 @@
 namespace vellum::fonts {
 struct fonts;
 } // namespace vellum::fonts
+namespace vellum::images {
+class images;
+} // namespace vellum::images
 
 namespace vellum::mathml::make_math {
 
@@ -24,10 +27,12 @@ struct math_drawing {
 };
 
 /// Lays out a math element whose CSS style is given, with the fonts of the run; the operator
-/// dictionary and stretchy outlines are read from the prefix of the fonts' loader on first use.
+/// dictionary and stretchy outlines are read from the prefix of the fonts' loader on first use. The
+/// image table, when given, serves the images of mglyph elements.
 math_drawing make_math(log::log const& log,
                        fonts::fonts const& db,
                        dom::element_ref const& element,
-                       ref<css::style::style> const& style);
+                       ref<css::style::style> const& style,
+                       images::images* image_table = nullptr);
 
 } // namespace vellum::mathml::make_math

@@ -1,5 +1,7 @@
 #include "mathml/math.hpp"
 
+#include <algorithm>
+
 namespace vellum::mathml {
 
 math empty_math() {
@@ -8,6 +10,20 @@ math empty_math() {
 
 math simple_math(std::vector<svg::svg> items, double width, double up, double down) {
     return math{.mcontent = simple{std::move(items)}, .mwidth = width, .mup = up, .mdown = down};
+}
+
+placed at(double x, double y, math m) {
+    return placed{.placed_x = x, .placed_y = y, .placed_math = share(std::move(m))};
+}
+
+math stack(std::vector<placed> members, double width) {
+    math out{.mcontent = groups{}, .mwidth = width};
+    for (auto const& p : members) {
+        out.mup = std::max(out.mup, p.placed_math->mup - p.placed_y);
+        out.mdown = std::max(out.mdown, p.placed_math->mdown + p.placed_y);
+    }
+    std::get<groups>(out.mcontent).groups_members = std::move(members);
+    return out;
 }
 
 namespace {

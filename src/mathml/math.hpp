@@ -67,6 +67,12 @@ math empty_math();
 /// A box of items drawn in its own space.
 math simple_math(std::vector<svg::svg> items, double width, double up, double down);
 
+/// A box placed with its baseline origin at (x, y) of its parent's.
+placed at(double x, double y, math m);
+
+/// A box of members placed at offsets, with its height and depth from theirs.
+math stack(std::vector<placed> members, double width);
+
 /// The items of a box with its baseline origin moved to (x, y), ready for the display list.
 std::vector<svg::svg> flatten(math const& m, double x, double y);
 

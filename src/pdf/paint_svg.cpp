@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 #include <map>
 
 namespace vellum::pdf::paint_svg {
@@ -44,6 +45,8 @@ struct scope {
     content::gs g;
     std::map<std::string, ref> own_xobjects;
     std::map<std::string, ref> own_patterns;
+    /// Graphics states with soft masks, written as objects of their own.
+    std::map<std::string, ref> own_ext_gs;
 
     content::out out() { return content::out{append_to_string, &body}; }
 };
@@ -122,8 +125,11 @@ struct painter {
             }
             res.dict_entries.emplace_back("Pattern", std::move(pats));
         }
-        if (!used.ext_gs_list.resources_on_this_page.empty()) {
+        if (!used.ext_gs_list.resources_on_this_page.empty() || !s.own_ext_gs.empty()) {
             dict gs;
+            for (auto const& [gs_name, r] : s.own_ext_gs) {
+                gs.dict_entries.emplace_back(gs_name, r);
+            }
             for (auto const& [gs_name, params] : used.ext_gs_list.resources_on_this_page) {
                 dict d{{{"Type", name{"ExtGState"}}}};
                 for (auto const& p : params) {
@@ -483,68 +489,66 @@ struct painter {
         content::restore(o, s.g);
     }
 
-    // Text: each run in its span's font and fill, drawn upright in the y-down user space. A gradient fill
+    // Text: each run in its span's font and fill, in the y-down user space, turned by its rotation. A gradient fill
     // shows as its first colour, a pattern not at all.
-    void paint_text(scope& s, svg::used_svgstyle const& st, svg::text const& t, double alpha, transform const& ctm) {
+    void paint_text(scope& s, svg::used_svgstyle const& st, svg::text const& t, double alpha) {
         auto const o = s.out();
         for (auto const& run : t.text_runs) {
             if (!run.run_style || run.run_glyphs.view().empty()) {
                 continue;
             }
-            if (!std::holds_alternative<svg::paint_none>(run.run_stroke)) {
-                stroke_text(s, st, run, alpha, ctm);
-                continue;
-            }
-            std::optional<css::color::color> fill;
-            std::visit(overloaded{
-                           [](svg::paint_none const&) {},
-                           [&](svg::paint_color const& c) { fill = c.color; },
-                           [&](svg::paint_gradient const& g) {
-                               if (g.gradient && !g.gradient->gradient_stops.empty()) {
-                                   fill = g.gradient->gradient_stops.front().stop_color;
-                               }
+            // A gradient shows as its first colour, a pattern not at all.
+            auto const colour_of = [](svg::used_paint const& p) -> std::optional<css::color::color> {
+                std::optional<css::color::color> c;
+                std::visit(overloaded{
+                               [](svg::paint_none const&) {},
+                               [&](svg::paint_color const& pc) { c = pc.color; },
+                               [&](svg::paint_gradient const& g) {
+                                   if (g.gradient && !g.gradient->gradient_stops.empty()) {
+                                       c = g.gradient->gradient_stops.front().stop_color;
+                                   }
+                               },
+                               [](svg::paint_tiling const&) {},
                            },
-                           [&](svg::paint_tiling const&) {},
-                       },
-                       run.run_fill);
-            if (!fill) {
+                           p);
+                return c;
+            };
+            auto const fill = colour_of(run.run_fill);
+            auto const stroke = run.run_stroke_width > 0 ? colour_of(run.run_stroke) : std::nullopt;
+            if (!fill && !stroke) {
                 continue;
             }
             auto style = *run.run_style;
-            style.color = *fill;
+            style.color = fill.value_or(*stroke);
             style.font_size = static_cast<float>(run.run_font_size);
             style.letter_spacing = static_cast<float>(run.run_letter_spacing);
             content::save(o, s.g);
-            content::concat(o, s.g, matrix::matrix{1, 0, 0, -1, static_cast<float>(run.run_pos.x),
+            // Text space has y up: flipped into the y-down user space, then turned clockwise by the
+            // run's rotation about its start.
+            double const turn = run.run_rotate * std::numbers::pi / 180;
+            float const ca = static_cast<float>(std::cos(turn));
+            float const sa = static_cast<float>(std::sin(turn));
+            content::concat(o, s.g, matrix::matrix{ca, sa, sa, -ca, static_cast<float>(run.run_pos.x),
                                                    static_cast<float>(run.run_pos.y)});
+            if (stroke) {
+                // Outlines are stroked in user space units, whatever the font size.
+                if (auto const d = device(*stroke)) {
+                    content::stroke_color(o, s.g, d->paint_color);
+                    content::opacity(o, s.g, s.g.current.alpha_fill, run.run_stroke_opacity * alpha * d->paint_alpha);
+                }
+                content::line_width(o, s.g, run.run_stroke_width);
+            }
             content::begin_text(o);
+            if (stroke) {
+                content::render_mode(o, fill ? content::text_render_mode::fill_and_stroke
+                                             : content::text_render_mode::stroke);
+            }
             paint_text::text_cursor cursor;
-            paint_text::paint_graphemes(o, s.g, cursor, run.run_glyphs.view(), 0, 0, style, alpha * st.fill_opacity, {});
+            paint_text::paint_graphemes(o, s.g, cursor, run.run_glyphs.view(), 0, 0, style,
+                                        alpha * (fill ? st.fill_opacity : 1), {});
             content::end_text(o);
             content::restore(o, s.g);
         }
-    }
-
-    // Text drawn as outlines: the glyphs in the stroking render mode, with the element's line style.
-    void stroke_text(scope& s, svg::used_svgstyle const& st, svg::text_run const& run, double alpha, transform const& ctm) {
-        auto const o = s.out();
-        content::save(o, s.g);
-        if (!set_paint(s, run.run_stroke, true, alpha * st.stroke_opacity, ctm, std::nullopt)) {
-            content::restore(o, s.g);
-            return;
-        }
-        set_stroke_style(s, st);
-        auto style = *run.run_style;
-        style.font_size = static_cast<float>(run.run_font_size);
-        style.letter_spacing = static_cast<float>(run.run_letter_spacing);
-        content::concat(o, s.g, matrix::matrix{1, 0, 0, -1, static_cast<float>(run.run_pos.x),
-                                               static_cast<float>(run.run_pos.y)});
-        content::begin_text(o);
-        content::render_mode(o, content::text_render_mode::stroke);
-        paint_text::text_cursor cursor;
-        paint_text::paint_graphemes(o, s.g, cursor, run.run_glyphs.view(), 0, 0, style, alpha, {});
-        content::end_text(o);
-        content::restore(o, s.g);
     }
 
     void paint_body(scope& s, svg::svg const& n, double alpha, transform const& ctm) {
@@ -552,7 +556,7 @@ struct painter {
                        [&](svg::compound const& c) { paint_nodes(s, c.compound_children, ctm, alpha); },
                        [&](svg::shape const& sh) { paint_shape(s, n.svgstyle, sh, alpha, ctm); },
                        [&](svg::image const& im) { paint_image(s, im, alpha); },
-                       [&](svg::text const& t) { paint_text(s, n.svgstyle, t, alpha, ctm); },
+                       [&](svg::text const& t) { paint_text(s, n.svgstyle, t, alpha); },
                    },
                    n.svgbody);
     }
@@ -565,6 +569,41 @@ struct painter {
                    !std::holds_alternative<svg::paint_none>(sh->shape_stroke) && n.svgstyle.stroke_width > 0;
         }
         return std::holds_alternative<svg::compound>(n.svgbody);
+    }
+
+    // A mask as a luminosity soft mask: its drawing, within its region, becomes a transparency group
+    // whose brightness is the opacity of what is painted after it. Where the group paints nothing the
+    // backdrop is black, so nothing shows outside the mask's drawing. A page that may not use
+    // transparency draws the element unmasked.
+    void apply_mask(scope& s, svg::mask const& m) {
+        if (s.g.strip_transparency) {
+            s.g.used.stripped_transparency = true;
+            return;
+        }
+        scope group;
+        group.g.rgb_as_cmyk = s.g.rgb_as_cmyk;
+        auto const go = group.out();
+        auto const& r = m.mask_region;
+        content::rect(go, group.g, r.x0, r.y0, r.x1 - r.x0, r.y1 - r.y0);
+        content::clip(go);
+        content::end_path(go);
+        paint_nodes(group, m.mask_content, transform{}, 1);
+        ref const form = new_ref(w);
+        dict params{{{"Type", name{"XObject"}},
+                     {"Subtype", name{"Form"}},
+                     {"BBox", numbers({-1e5, -1e5, 1e5, 1e5})},
+                     {"Group", dict{{{"Type", name{"Group"}},
+                                     {"S", name{"Transparency"}},
+                                     {"CS", name{s.g.rgb_as_cmyk ? "DeviceCMYK" : "DeviceRGB"}}}}},
+                     {"Resources", resources_of(group)}}};
+        write_stream(form, std::move(params), group.body);
+        ref const gs = new_ref(w);
+        write_object(w, gs,
+                     dict{{{"Type", name{"ExtGState"}},
+                           {"SMask", dict{{{"Type", name{"Mask"}}, {"S", name{"Luminosity"}}, {"G", form}}}}}});
+        auto const gname = fresh_name("Sm");
+        s.own_ext_gs.emplace(gname, gs);
+        s.body += "/" + gname + " gs\n";
     }
 
     void paint_node(scope& s, svg::svg const& n, transform ctm, double alpha) {
@@ -586,6 +625,9 @@ struct painter {
             content::rect(o, s.g, c.x0, c.y0, c.x1 - c.x0, c.y1 - c.y0);
             content::clip(o);
             content::end_path(o);
+        }
+        if (n.mask) {
+            apply_mask(s, *n.mask);
         }
         if (n.viewbox_transform) {
             content::concat(o, s.g, to_matrix(*n.viewbox_transform));

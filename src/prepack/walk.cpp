@@ -761,7 +761,7 @@ struct walker {
             warn_once("images are not loaded in this run: MathML formulas are left out");
             return out;
         }
-        auto made = mathml::make_math::make_math(log, *image_table->svg_fonts, e, style);
+        auto made = mathml::make_math::make_math(log, *image_table->svg_fonts, e, style, image_table);
         auto s = *style;
         // The box has the formula's exact size in points, not the whole pixels of a drawing's own size.
         if (std::holds_alternative<css::box::auto_value>(s.width)) {

@@ -17,6 +17,7 @@
 #include <cmath>
 #include <map>
 #include <mutex>
+#include <numbers>
 #include <set>
 
 namespace vellum::svg::build {
@@ -992,6 +993,92 @@ struct builder {
         return share(std::move(cp));
     }
 
+    // The mask an element names with its mask attribute or the mask declaration of its style
+    // attribute: the mask element's children drawn in the element's user space (or in its bounding box,
+    // with maskContentUnits="objectBoundingBox"), within the mask's region.
+    ref<mask> mask_of(dom::dom_element const& e, std::function<std::optional<bbox>()> const& box) {
+        auto reference = attr(e, "mask");
+        if (!reference) {
+            auto const style_text = attr(e, "style").value_or("");
+            auto const at = style_text.find("mask");
+            if (at == std::string::npos) {
+                return nullptr;
+            }
+            auto const colon = style_text.find(':', at);
+            if (colon == std::string::npos) {
+                return nullptr;
+            }
+            auto const end = style_text.find(';', colon);
+            reference = style_text.substr(colon + 1, end == std::string::npos ? std::string::npos : end - colon - 1);
+        }
+        auto const trimmed = [](std::string v) {
+            auto const a = v.find_first_not_of(" \t\r\n");
+            auto const b = v.find_last_not_of(" \t\r\n");
+            return a == std::string::npos ? std::string{} : v.substr(a, b - a + 1);
+        }(*reference);
+        if (trimmed.empty() || trimmed == "none") {
+            return nullptr;
+        }
+        // url(#id), with or without quotes.
+        std::string inner = trimmed;
+        if (inner.starts_with("url(") && inner.ends_with(")")) {
+            inner = inner.substr(4, inner.size() - 5);
+            std::erase_if(inner, [](char c) { return c == '"' || c == '\'' || c == ' '; });
+        }
+        auto const id = local_id(inner);
+        auto const target = id ? find_id(*id) : nullptr;
+        if (!target || !is_svg_name(target->dom_element_name, "mask")) {
+            warn("svg: mask: referenced id " + id.value_or(trimmed) + " is not a mask; the element is drawn "
+                 "without it");
+            return nullptr;
+        }
+        if (std::ranges::find(refs, *id) != refs.end()) {
+            warn("svg: self reference to ID " + *id);
+            return nullptr;
+        }
+        refs.push_back(*id);
+        auto const ms = style_of(target, nullptr, false);
+        auto const b = box();
+        mask m;
+        auto const fraction = [&](std::string_view name, double fallback) {
+            auto const v = attr(*target, name);
+            if (!v) {
+                return fallback;
+            }
+            std::string t = *v;
+            bool const pct = !t.empty() && t.back() == '%';
+            double x = fallback;
+            if (std::from_chars(t.data(), t.data() + t.size() - (pct ? 1 : 0), x).ec != std::errc{}) {
+                return fallback;
+            }
+            return pct ? x / 100 : x;
+        };
+        if (attr(*target, "maskUnits").value_or("objectBoundingBox") == "userSpaceOnUse") {
+            m.mask_region = {len(*target, *ms, "x", axis::x, percent_of(-10, axis::x)),
+                             len(*target, *ms, "y", axis::y, percent_of(-10, axis::y)), 0, 0};
+            m.mask_region.x1 = m.mask_region.x0 + len(*target, *ms, "width", axis::x, percent_of(120, axis::x));
+            m.mask_region.y1 = m.mask_region.y0 + len(*target, *ms, "height", axis::y, percent_of(120, axis::y));
+        } else if (b) {
+            double const bw = b->x1 - b->x0;
+            double const bh = b->y1 - b->y0;
+            m.mask_region.x0 = b->x0 + fraction("x", -0.1) * bw;
+            m.mask_region.y0 = b->y0 + fraction("y", -0.1) * bh;
+            m.mask_region.x1 = m.mask_region.x0 + fraction("width", 1.2) * bw;
+            m.mask_region.y1 = m.mask_region.y0 + fraction("height", 1.2) * bh;
+        } else {
+            // An element without extent shows nothing through a mask sized by it.
+            m.mask_region = {0, 0, 0, 0};
+        }
+        svg content{.svgbody = compound{}};
+        if (attr(*target, "maskContentUnits").value_or("userSpaceOnUse") == "objectBoundingBox") {
+            content.svg_transform = b ? box_map(*b) : transform{0, 0, 0, 0, 0, 0};
+        }
+        children_into(target, ms, false, std::get<compound>(content.svgbody).compound_children);
+        m.mask_content.push_back(std::move(content));
+        refs.pop_back();
+        return share(std::move(m));
+    }
+
     // ---- elements ----
 
     svg node_of(css::style::style const& s, dom::dom_element const& e, svgbody body) {
@@ -1156,37 +1243,202 @@ struct builder {
         return n;
     }
 
-    // A number list attribute's first entry as a length, for x, y, dx and dy of text and tspan.
-    std::optional<double> first_length(dom::dom_element const& e, css::style::style const& s, std::string_view name,
-                                       axis a) {
+    // A list attribute of text positions (x, y, dx, dy, rotate): lengths or numbers separated by
+    // white space or commas; nothing for a missing attribute, and an invalid entry ends the list.
+    std::vector<double> length_list(dom::dom_element const& e, css::style::style const& s, std::string_view name,
+                                    axis a) {
+        std::vector<double> out;
         auto const v = attr(e, name);
         if (!v) {
-            return std::nullopt;
+            return out;
         }
-        if (auto n = path_data::parse_numbers(*v); n && !n->empty()) {
-            if (n->size() > 1) {
-                log::log_warning_once(log, "svg: text: position lists place the first character only; the rest "
-                                           "follow on");
+        std::string_view rest = *v;
+        while (!rest.empty()) {
+            auto const start = rest.find_first_not_of(" \t\r\n,");
+            if (start == std::string_view::npos) {
+                break;
             }
-            return (*n)[0];
+            rest.remove_prefix(start);
+            auto const end = std::min(rest.find_first_of(" \t\r\n,"), rest.size());
+            auto const entry = length(rest.substr(0, end), a, px_of_points(s.font_size));
+            if (!entry) {
+                warn("svg: " + local_of(e) + ": invalid " + std::string(name) + " list: " + *v);
+                break;
+            }
+            out.push_back(*entry);
+            rest.remove_prefix(end);
         }
-        auto const comma = v->find_first_of(" ,");
-        return length(std::string_view(*v).substr(0, comma), a, px_of_points(s.font_size));
+        return out;
     }
 
-    // The characters of a text element, span by span: white space collapsed, each piece shaped in its
-    // span's font, with the absolute positions and shifts that the spans give.
-    void text_runs(dom::element_ref const& e, style_ref const& s, bool restyle, text& out, bool& space_before,
-                   std::optional<double> x, std::optional<double> y, double dx, double dy, bool preserve) {
+    // A path that text is set on: its segments with the distance along the path where each starts.
+    struct text_path_geometry {
+        struct segment {
+            point from;
+            point to;
+            double start = 0;
+        };
+        std::vector<segment> segments;
+        double total = 0;
+        double start_offset = 0;
+    };
+
+    static void add_segment(text_path_geometry& g, point from, point to) {
+        double const d = std::hypot(to.x - from.x, to.y - from.y);
+        if (d <= 0) {
+            return;
+        }
+        g.segments.push_back({from, to, g.total});
+        g.total += d;
+    }
+
+    // The path's outline as straight pieces short enough to follow curves closely.
+    static text_path_geometry measure(std::vector<command> const& cmds, transform const& t) {
+        text_path_geometry g;
+        point current;
+        point start;
+        auto const cubic = [&](point p0, c_curveto const& c) {
+            constexpr int steps = 24;
+            point prev = p0;
+            for (int i = 1; i <= steps; ++i) {
+                double const u = double(i) / steps;
+                double const v = 1 - u;
+                point const q{v * v * v * p0.x + 3 * v * v * u * c.control1.x + 3 * v * u * u * c.control2.x +
+                                  u * u * u * c.c_end.x,
+                              v * v * v * p0.y + 3 * v * v * u * c.control1.y + 3 * v * u * u * c.control2.y +
+                                  u * u * u * c.c_end.y};
+                add_segment(g, apply(t, prev), apply(t, q));
+                prev = q;
+            }
+        };
+        for (auto const& c : cmds) {
+            std::visit(overloaded{
+                           [&](moveto const& m) { current = start = m.to; },
+                           [&](lineto const& l) {
+                               add_segment(g, apply(t, current), apply(t, l.to));
+                               current = l.to;
+                           },
+                           [&](rect const& r) {
+                               point const p[] = {r.corner,
+                                                  {r.corner.x + r.size.x, r.corner.y},
+                                                  {r.corner.x + r.size.x, r.corner.y + r.size.y},
+                                                  {r.corner.x, r.corner.y + r.size.y},
+                                                  r.corner};
+                               for (int i = 0; i < 4; ++i) {
+                                   add_segment(g, apply(t, p[i]), apply(t, p[i + 1]));
+                               }
+                               current = start = r.corner;
+                           },
+                           [&](c_curveto const& cc) {
+                               cubic(current, cc);
+                               current = cc.c_end;
+                           },
+                           [&](arc const& a) {
+                               auto const curves = arc_to_curves(a);
+                               if (curves.empty()) {
+                                   return;
+                               }
+                               // The arc begins with a line from the current point to its start.
+                               double const ca = std::cos(a.arc_rotate);
+                               double const sa = std::sin(a.arc_rotate);
+                               double const x = a.arc_rx * std::cos(a.arc_start);
+                               double const y = a.arc_ry * std::sin(a.arc_start);
+                               point const first{a.ellipse_center.x + x * ca - y * sa,
+                                                 a.ellipse_center.y + x * sa + y * ca};
+                               add_segment(g, apply(t, current), apply(t, first));
+                               current = first;
+                               for (auto const& cc : curves) {
+                                   cubic(current, cc);
+                                   current = cc.c_end;
+                               }
+                           },
+                           [&](closepath const&) {
+                               add_segment(g, apply(t, current), apply(t, start));
+                               current = start;
+                           },
+                       },
+                       c);
+        }
+        return g;
+    }
+
+    // The point at a distance along the path and the direction of the path there (radians, y down);
+    // nothing off either end.
+    static std::optional<std::pair<point, double>> point_at(text_path_geometry const& g, double d) {
+        if (g.segments.empty() || d < 0 || d > g.total) {
+            return std::nullopt;
+        }
+        auto it = std::upper_bound(g.segments.begin(), g.segments.end(), d,
+                                   [](double v, auto const& s) { return v < s.start; });
+        auto const& s = *std::prev(it == g.segments.begin() ? std::next(it) : it);
+        double const len = std::hypot(s.to.x - s.from.x, s.to.y - s.from.y);
+        double const u = std::clamp((d - s.start) / len, 0.0, 1.0);
+        return std::pair{point{s.from.x + u * (s.to.x - s.from.x), s.from.y + u * (s.to.y - s.from.y)},
+                         std::atan2(s.to.y - s.from.y, s.to.x - s.from.x)};
+    }
+
+    // The characters of a text element before shaping: pieces of one span each, white space collapsed,
+    // with the character ranges of the elements that can carry position lists.
+    struct text_piece {
+        style_ref piece_style;
+        std::u32string piece_chars;
+        /// The textPath the piece lies on, as an index into the paths; -1 for none.
+        int piece_path = -1;
+    };
+    struct text_range {
+        dom::element_ref range_element;
+        style_ref range_style;
+        std::size_t range_start = 0;
+        std::size_t range_end = 0;
+    };
+    struct text_layout {
+        std::vector<text_piece> pieces;
+        std::vector<text_range> ranges;
+        std::vector<text_path_geometry> paths;
+        std::size_t count = 0;
+    };
+
+    // The path that a textPath names, in the text's user space; nothing (and a warning) when it names
+    // no path.
+    std::optional<text_path_geometry> text_path_of(dom::dom_element const& tp, css::style::style const& s) {
+        auto const h = href_of(tp);
+        auto const id = h ? local_id(*h) : std::nullopt;
+        auto const target = id ? find_id(*id) : nullptr;
+        if (!target || !in_svg_namespace(target->dom_element_name)) {
+            warn("svg: textPath: no path " + h.value_or("") + "; its text is left out");
+            return std::nullopt;
+        }
+        auto const ts = style_of(target, nullptr, false);
+        auto cmds = shape_commands(*target, *ts);
+        if (!cmds) {
+            warn("svg: textPath: " + h.value_or("") + " is not a shape; its text is left out");
+            return std::nullopt;
+        }
+        transform t;
+        if (auto const tr = attr(*target, "transform")) {
+            t = path_data::parse_transform(*tr).value_or(transform{});
+        }
+        auto g = measure(*cmds, t);
+        if (auto const so = attr(tp, "startOffset")) {
+            std::string v = *so;
+            if (!v.empty() && v.back() == '%') {
+                double pct = 0;
+                std::from_chars(v.data(), v.data() + v.size() - 1, pct);
+                g.start_offset = g.total * pct / 100;
+            } else {
+                g.start_offset = length(v, axis::x, px_of_points(s.font_size)).value_or(0);
+            }
+        }
+        return g;
+    }
+
+    void collect_text(dom::element_ref const& e, style_ref const& s, bool restyle, text_layout& out,
+                      bool& space_before, bool preserve, int path) {
         std::vector<dom::child_node> list;
         {
             std::lock_guard guard(process_lock());
             list = e->dom_element_children.cell_value;
         }
-        auto const& g = *s->svgstyle;
-        double const anchor = g.svgstyle_text_anchor == css::svgstyle::text_anchor::middle ? 0.5
-                              : g.svgstyle_text_anchor == css::svgstyle::text_anchor::end ? 1
-                                                                                            : 0;
         for (auto const& c : list) {
             if (auto const* t = std::get_if<dom::text_child>(&c)) {
                 std::string chars;
@@ -1210,64 +1462,34 @@ struct builder {
                 if (chars.empty()) {
                     continue;
                 }
-                double const size = px_of_points(s->font_size);
-                double spacing = 0;
-                if (auto const* ls = std::get_if<float>(&s->letter_spacing)) {
-                    spacing = px_of_points(*ls);
-                }
-                auto const& lang = s->vellum_lang ? s->vellum_lang : s->vellum_lang_value;
-                auto const req = fonts::get_font_req(
-                    *env.env_fonts, fonts::query::query_of(*s->font_props, lang.value_or(""), spacing != 0));
-                auto const dir = s->rare_props && s->rare_props->rare_props_direction == css::box::direction::rtl
-                                     ? fonts::direction::rtl
-                                     : fonts::direction::ltr;
-                auto glyphs = fonts::text_to_graphemes(*env.env_fonts, *req, dir, textbuf::from_utf8(chars));
-                double width = 0;
-                for (auto const& gr : glyphs) {
-                    width += (gr.base_glyph.glyph_hori_advance + gr.grapheme_kerning.value_or(0)) * size + spacing;
-                }
-                if (!std::holds_alternative<css::box::none_value>(g.svgstyle_stroke)) {
-                    log::log_warning_once(log, "svg: text: strokes of text are not painted yet; the fill is");
-                }
-                out.text_runs.push_back(text_run{.run_glyphs = std::move(glyphs),
-                                                 .run_fill = paint_of(g.svgstyle_fill, std::nullopt, "fill", s),
-                                                 .run_style = s,
-                                                 .run_font_size = size,
-                                                 .run_letter_spacing = spacing,
-                                                 .run_width = width,
-                                                 .run_x = x,
-                                                 .run_y = y,
-                                                 .run_dx = dx,
-                                                 .run_dy = dy,
-                                                 .run_anchor = anchor});
-                x.reset();
-                y.reset();
-                dx = dy = 0;
+                auto u = textbuf::from_utf8(chars);
+                out.count += u.size();
+                out.pieces.push_back(text_piece{s, std::move(u), path});
                 continue;
             }
             auto const& child = std::get<dom::element_child>(c).child_element;
+            bool const on_path = is_svg_name(child->dom_element_name, "textPath");
             if (!is_svg_name(child->dom_element_name, "tspan") && !is_svg_name(child->dom_element_name, "a") &&
-                !is_svg_name(child->dom_element_name, "textPath")) {
+                !on_path) {
                 continue;
             }
             auto const cs = style_of(child, s, restyle);
             if (!displayed(*cs)) {
                 continue;
             }
-            if (is_svg_name(child->dom_element_name, "textPath")) {
-                log::log_warning_once(log, "svg: textPath: text on a path is not supported yet; it is set as plain text");
+            int child_path = path;
+            if (on_path) {
+                auto g = text_path_of(*child, *cs);
+                if (!g) {
+                    continue;
+                }
+                out.paths.push_back(std::move(*g));
+                child_path = int(out.paths.size()) - 1;
             }
-            if (attr(*child, "rotate")) {
-                log::log_warning_once(log, "svg: text: rotate is not supported yet; characters stay upright");
-            }
-            auto const cx = first_length(*child, *cs, "x", axis::x);
-            auto const cy = first_length(*child, *cs, "y", axis::y);
-            text_runs(child, cs, restyle, out, space_before, cx ? cx : x, cy ? cy : y,
-                      dx + first_length(*child, *cs, "dx", axis::x).value_or(0),
-                      dy + first_length(*child, *cs, "dy", axis::y).value_or(0), preserve);
-            x.reset();
-            y.reset();
-            dx = dy = 0;
+            auto const index = out.ranges.size();
+            out.ranges.push_back(text_range{child, cs, out.count, out.count});
+            collect_text(child, cs, restyle, out, space_before, preserve, child_path);
+            out.ranges[index].range_end = out.count;
         }
     }
 
@@ -1276,27 +1498,128 @@ struct builder {
             log::log_warning_once(log, "svg: text: no fonts in this run; SVG text is left out");
             return std::nullopt;
         }
-        text t;
         bool space_before = true;
         bool const preserve = dom::attribute_value(*e, xml::make_name(xml::xmlns_xml{}, "space")) == "preserve";
-        if (attr(*e, "rotate")) {
-            log::log_warning_once(log, "svg: text: rotate is not supported yet; characters stay upright");
-        }
-        text_runs(e, s, restyle, t, space_before, first_length(*e, *s, "x", axis::x).value_or(0),
-                  first_length(*e, *s, "y", axis::y).value_or(0), first_length(*e, *s, "dx", axis::x).value_or(0),
-                  first_length(*e, *s, "dy", axis::y).value_or(0), preserve);
+        text_layout lay;
+        lay.ranges.push_back(text_range{e, s, 0, 0});
+        collect_text(e, s, restyle, lay, space_before, preserve, -1);
         // A trailing space of the whole text goes.
-        if (!preserve && !t.text_runs.empty()) {
-            auto& last = t.text_runs.back();
-            auto list = last.run_glyphs.to_vector();
-            if (!list.empty() && list.back().base_glyph.glyph_unicodes == U" ") {
-                last.run_width -= list.back().base_glyph.glyph_hori_advance * last.run_font_size + last.run_letter_spacing;
-                list.pop_back();
-                last.run_glyphs = fonts::shared_graphemes(std::move(list));
+        if (!preserve && !lay.pieces.empty() && lay.pieces.back().piece_chars.ends_with(U' ')) {
+            lay.pieces.back().piece_chars.pop_back();
+            --lay.count;
+            for (auto& r : lay.ranges) {
+                r.range_end = std::min(r.range_end, lay.count);
+                r.range_start = std::min(r.range_start, r.range_end);
+            }
+            if (lay.pieces.back().piece_chars.empty()) {
+                lay.pieces.pop_back();
             }
         }
+        lay.ranges[0].range_end = lay.count;
+        // Each character's own position values: an element's lists give its characters theirs in order,
+        // inner elements after outer ones so that theirs win. A rotate list shorter than the characters
+        // repeats its last value.
+        std::vector<std::optional<double>> xs(lay.count), ys(lay.count), dxs(lay.count), dys(lay.count),
+            rotates(lay.count);
+        for (auto const& r : lay.ranges) {
+            auto const n = r.range_end - r.range_start;
+            auto const assign = [&](std::vector<std::optional<double>>& to, std::vector<double> const& values,
+                                    bool repeat_last) {
+                for (std::size_t k = 0; k < n; ++k) {
+                    if (k < values.size()) {
+                        to[r.range_start + k] = values[k];
+                    } else if (repeat_last && !values.empty()) {
+                        to[r.range_start + k] = values.back();
+                    } else {
+                        break;
+                    }
+                }
+            };
+            auto const& el = *r.range_element;
+            auto const& st = *r.range_style;
+            assign(xs, length_list(el, st, "x", axis::x), false);
+            assign(ys, length_list(el, st, "y", axis::y), false);
+            assign(dxs, length_list(el, st, "dx", axis::x), false);
+            assign(dys, length_list(el, st, "dy", axis::y), false);
+            if (auto const rot = attr(el, "rotate")) {
+                auto const values = path_data::parse_numbers(*rot);
+                if (!values) {
+                    warn("svg: " + local_of(el) + ": invalid rotate list: " + *rot);
+                } else {
+                    assign(rotates, *values, true);
+                }
+            }
+        }
+        if (lay.count > 0 && !xs[0]) {
+            xs[0] = 0;
+        }
+        if (lay.count > 0 && !ys[0]) {
+            ys[0] = 0;
+        }
+        // Runs: a piece is cut where a character has a position of its own, is rotated, or lies on a
+        // path (each character there follows the path's direction).
+        text t;
+        std::vector<int> run_path;
+        std::size_t index = 0;
+        for (auto const& piece : lay.pieces) {
+            auto const& ps = *piece.piece_style;
+            auto const& g = *ps.svgstyle;
+            double const anchor = g.svgstyle_text_anchor == css::svgstyle::text_anchor::middle ? 0.5
+                                  : g.svgstyle_text_anchor == css::svgstyle::text_anchor::end ? 1
+                                                                                                : 0;
+            double const size = px_of_points(ps.font_size);
+            double spacing = 0;
+            if (auto const* ls = std::get_if<float>(&ps.letter_spacing)) {
+                spacing = px_of_points(*ls);
+            }
+            auto const& lang = ps.vellum_lang ? ps.vellum_lang : ps.vellum_lang_value;
+            auto const req = fonts::get_font_req(
+                *env.env_fonts, fonts::query::query_of(*ps.font_props, lang.value_or(""), spacing != 0));
+            auto const dir = ps.rare_props && ps.rare_props->rare_props_direction == css::box::direction::rtl
+                                 ? fonts::direction::rtl
+                                 : fonts::direction::ltr;
+            auto const fill = paint_of(g.svgstyle_fill, std::nullopt, "fill", piece.piece_style);
+            auto const stroke = paint_of(g.svgstyle_stroke, std::nullopt, "stroke", piece.piece_style);
+            auto const used = used_of(ps);
+            auto const& chars = piece.piece_chars;
+            std::size_t from = 0;
+            while (from < chars.size()) {
+                std::size_t to = from + 1;
+                bool const single = piece.piece_path >= 0 || rotates[index + from].value_or(0) != 0;
+                if (!single) {
+                    while (to < chars.size() && !xs[index + to] && !ys[index + to] && !dxs[index + to] &&
+                           !dys[index + to] && rotates[index + to].value_or(0) == 0) {
+                        ++to;
+                    }
+                }
+                auto glyphs = fonts::text_to_graphemes(*env.env_fonts, *req, dir, chars.substr(from, to - from));
+                double width = 0;
+                for (auto const& gr : glyphs) {
+                    width += (gr.base_glyph.glyph_hori_advance + gr.grapheme_kerning.value_or(0)) * size + spacing;
+                }
+                auto const at = index + from;
+                t.text_runs.push_back(text_run{.run_glyphs = std::move(glyphs),
+                                               .run_fill = fill,
+                                               .run_stroke = stroke,
+                                               .run_stroke_width = used.stroke_width,
+                                               .run_stroke_opacity = used.stroke_opacity,
+                                               .run_style = piece.piece_style,
+                                               .run_font_size = size,
+                                               .run_letter_spacing = spacing,
+                                               .run_width = width,
+                                               .run_x = xs[at],
+                                               .run_y = ys[at],
+                                               .run_dx = dxs[at].value_or(0),
+                                               .run_dy = dys[at].value_or(0),
+                                               .run_anchor = anchor,
+                                               .run_rotate = rotates[at].value_or(0)});
+                run_path.push_back(piece.piece_path);
+                from = to;
+            }
+            index += chars.size();
+        }
         // Chunks: each absolute position starts one, and the anchor of its first run moves it back by its
-        // width.
+        // width. Runs on a path are placed along it afterwards.
         point pen;
         std::size_t chunk_start = 0;
         double chunk_width = 0;
@@ -1304,7 +1627,9 @@ struct builder {
             if (chunk_start < end) {
                 double const shift = t.text_runs[chunk_start].run_anchor * chunk_width;
                 for (std::size_t i = chunk_start; i < end; ++i) {
-                    t.text_runs[i].run_pos.x -= shift;
+                    if (run_path[i] < 0) {
+                        t.text_runs[i].run_pos.x -= shift;
+                    }
                 }
             }
             chunk_start = end;
@@ -1317,6 +1642,11 @@ struct builder {
                 pen.x = r.run_x.value_or(pen.x);
                 pen.y = r.run_y.value_or(pen.y);
             }
+            if (run_path[i] >= 0 && (i == 0 || run_path[i - 1] != run_path[i])) {
+                // A textPath starts its advance at the path's start.
+                close_chunk(i);
+                pen = {};
+            }
             pen.x += r.run_dx;
             pen.y += r.run_dy;
             r.run_pos = pen;
@@ -1324,6 +1654,42 @@ struct builder {
             chunk_width += r.run_width + r.run_dx;
         }
         close_chunk(t.text_runs.size());
+        // Text on a path: the advance is the distance along the path from its start offset, moved back by
+        // the anchor of the path's text; each glyph stands with its middle on the path, turned to its
+        // direction, and a glyph whose middle falls off the path is not drawn.
+        std::vector<text_run> placed;
+        for (std::size_t i = 0; i < t.text_runs.size();) {
+            if (run_path[i] < 0) {
+                placed.push_back(std::move(t.text_runs[i]));
+                ++i;
+                continue;
+            }
+            auto const p = run_path[i];
+            auto const& g = lay.paths[std::size_t(p)];
+            std::size_t end = i;
+            double width = 0;
+            while (end < t.text_runs.size() && run_path[end] == p) {
+                width = std::max(width, t.text_runs[end].run_pos.x + t.text_runs[end].run_width);
+                ++end;
+            }
+            double const shift = g.start_offset - t.text_runs[i].run_anchor * width;
+            for (; i < end; ++i) {
+                auto& r = t.text_runs[i];
+                double const mid = shift + r.run_pos.x + r.run_width / 2;
+                auto const where = point_at(g, mid);
+                if (!where) {
+                    continue;
+                }
+                auto const [c, angle] = *where;
+                double const ca = std::cos(angle);
+                double const sa = std::sin(angle);
+                double const across = r.run_pos.y;
+                r.run_pos = {c.x - ca * r.run_width / 2 - sa * across, c.y - sa * r.run_width / 2 + ca * across};
+                r.run_rotate += angle * 180 / std::numbers::pi;
+                placed.push_back(std::move(r));
+            }
+        }
+        t.text_runs = std::move(placed);
         return node_of(*s, *e, std::move(t));
     }
 
@@ -1343,9 +1709,8 @@ struct builder {
             return std::nullopt;
         }
         auto const style_text = attr(*e, "style").value_or("");
-        if (attr(*e, "mask") || attr(*e, "filter") || style_text.find("mask") != std::string::npos ||
-            style_text.find("filter") != std::string::npos) {
-            log::log_warning_once(log, "svg: masks and filters are not rendered; elements are drawn without them");
+        if (attr(*e, "filter") || style_text.find("filter") != std::string::npos) {
+            log::log_warning_once(log, "svg: filters are not rendered; elements are drawn without them");
         }
         std::optional<svg> out;
         if (name == "g" || name == "a") {
@@ -1402,6 +1767,7 @@ struct builder {
         if (out) {
             auto* node = &*out;
             node->clippath = clip_of(*s, [&]() { return node_bbox(*node); });
+            node->mask = mask_of(*e, [&]() { return node_bbox(*node); });
         }
         return out;
     }

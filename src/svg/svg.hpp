@@ -227,6 +227,13 @@ struct compound {
     std::vector<svg> compound_children;
 };
 
+/// A luminance mask: drawings whose brightness gives the opacity of what they mask, in the masked
+/// element's user space, outside the region nothing shows.
+struct mask {
+    std::vector<svg> mask_content;
+    bbox mask_region;
+};
+
 struct shape {
     used_paint shape_fill;
     used_paint shape_stroke;
@@ -246,10 +253,11 @@ struct text_run {
     /// Where the run starts on its baseline, after positions, shifts and anchoring.
     point run_pos;
     fonts::shared_graphemes run_glyphs;
-    /// The span's own fill: a tspan may paint differently from its text.
+    /// The span's own fill and stroke: a tspan may paint differently from its text.
     used_paint run_fill;
-    /// Outlines drawn instead of a fill (canvas strokeText), with the line style of the element.
-    used_paint run_stroke = paint_none{};
+    used_paint run_stroke;
+    double run_stroke_width = 0;
+    double run_stroke_opacity = 1;
     /// The style of the span: its font, and letter spacing; sizes in user units.
     ref<css::style::style> run_style;
     double run_font_size = 16;
@@ -262,6 +270,8 @@ struct text_run {
     double run_dy = 0;
     /// The anchor of a chunk that begins with this run: 0 start, 0.5 middle, 1 end.
     double run_anchor = 0;
+    /// The run's turn about its start, in degrees clockwise (rotate lists, text on a path).
+    double run_rotate = 0;
 };
 
 struct text {
@@ -279,6 +289,7 @@ struct svg {
     /// A viewport's clip rectangle, in the space after `svg_transform` and before `viewbox_transform`.
     std::optional<bbox> viewport_clip;
     ref<vellum::svg::clippath> clippath;
+    ref<vellum::svg::mask> mask;
     vellum::svg::svgbody svgbody;
 };
 

@@ -123,4 +123,53 @@ expect_eq "label on the right" "$right" yes
 left=$(awk -v l="$(x_of '(8)')" -v e="$(x_of F)" 'BEGIN { print (l != "" && e != "" && l < e) ? "yes" : "no: " l " " e }')
 expect_eq "label on the left" "$left" yes
 
+# mglyph: an image glyph (its bottom lowered by valign) and a glyph by number in the math font, in
+# a line of text; enclosures drawn with a radical, an arrow and an angle.
+/usr/bin/python3 -c "from PIL import Image; Image.new('RGB', (20, 20), (255, 0, 0)).save('red.png')"
+cat >glyphs.html <<'HTML'
+<!DOCTYPE html><html><head><style>@page { size: 300pt 200pt; margin: 20pt } body { font: 12pt "DejaVu Serif" }</style></head><body>
+<p>Image <math><mi><mglyph src="red.png" width="15pt" height="15pt" valign="-3pt" alt="R"/></mi><mo>+</mo><mi><mglyph fontfamily="DejaVu Math TeX Gyre" index="200" alt="Z"/></mi></math> here.</p>
+<math display="block"><mtable><mtr><mtd><maligngroup/><mi>x</mi><maligngroup/><mo>=</mo><mn>1</mn></mtd></mtr><mtr><mtd><maligngroup/><mi>abc</mi><mo>+</mo><mi>d</mi><maligngroup/><mo>=</mo><mn>22</mn></mtd></mtr></mtable></math>
+<p>Enclosed <math><menclose notation="radical"><mi>x</mi></menclose><menclose notation="updiagonalarrow"><mi>y</mi></menclose><menclose notation="phasorangle"><mi>w</mi></menclose></math> too.</p>
+</body></html>
+HTML
+timeout 60 "$VELLUM" glyphs.html -o glyphs.pdf 2>glyphs.err
+expect_eq "glyphs status" "$?" 0
+qpdf_clean "glyphs" glyphs.pdf
+expect_not_contains "glyphs: no mglyph warning" "$(cat glyphs.err)" "mglyph"
+expect_not_contains "glyphs: glyph found" "$(cat glyphs.err)" "unknown glyph"
+expect_not_contains "glyphs: notations drawn" "$(cat glyphs.err)" "not drawn"
+expect_eq "one image" "$(pdfimages -list glyphs.pdf | tail -n +3 | wc -l)" 1
+gtext=$(pdftotext -layout glyphs.pdf - | tr -d ' \n')
+expect_contains "glyph by number stands for its alt text" "$gtext" "Z"
+expect_contains "radical" "$gtext" "√"
+# The equals signs of the aligned rows share their x.
+gbox=$(pdftotext -bbox glyphs.pdf -)
+eq_x=$(echo "$gbox" | grep '>=[0-9]*<' | sed 's/.*xMin="\([0-9.]*\)".*/\1/' | sort -u)
+expect_eq "aligned equals signs" "$(echo "$eq_x" | wc -l) $(echo "$gbox" | grep -c '>=[0-9]*<')" "1 2"
+# The red square is 15pt (about 31 pixels at 150 dpi) on a side, and reaches 3pt (about 6 pixels)
+# below the baseline of "Image".
+pdftoppm -r 150 -png -f 1 -l 1 glyphs.pdf glyphs
+bbox=$(pdftotext -bbox glyphs.pdf -)
+base=$(echo "$bbox" | grep '>Image<' | head -1 | sed 's/.*yMax="\([0-9.]*\)".*/\1/')
+read rw rh rbottom <<<"$(/usr/bin/python3 - <<'PY'
+from PIL import Image
+im = Image.open("glyphs-1.png").convert("RGB")
+w, h = im.size
+xs, ys = [], []
+for y in range(h):
+    for x in range(w):
+        r, g, b = im.getpixel((x, y))
+        if r > 200 and g < 60 and b < 60:
+            xs.append(x); ys.append(y)
+print(max(xs) - min(xs) + 1, max(ys) - min(ys) + 1, max(ys) + 1) if xs else print(0, 0, 0)
+PY
+)"
+[ "$rw" -ge 29 ] && [ "$rw" -le 33 ] || fail "red glyph width $rw pixels"
+[ "$rh" -ge 29 ] && [ "$rh" -le 33 ] || fail "red glyph height $rh pixels"
+# yMax of a word lies at its descent; the baseline is above it, so compare against the square's
+# bottom with the 3pt drop, allowing for the descent of the text font.
+below=$(awk -v b="$rbottom" -v y="$base" 'BEGIN { d = b / 150 * 72 - y; print (d > -2 && d < 4) ? "yes" : "no: " d }')
+expect_eq "image glyph lowered by valign" "$below" yes
+
 [ "$failures" -eq 0 ]

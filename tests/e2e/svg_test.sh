@@ -144,4 +144,95 @@ expect_eq "ratio img: full width" "$(is_color "$(pixel ratio-img-1.png 195 5)" 2
 expect_eq "ratio img: height by the viewBox" "$(is_color "$(pixel ratio-img-1.png 100 95)" 255 0 0)" yes
 expect_eq "ratio img: width attribute kept" "$(is_color "$(pixel ratio-img-1.png 60 105)" 255 255 255)" yes
 
+# Text positions: an x list places each character, a rotate list turns them, and text on a path follows
+# the path's direction, anchored at its middle by startOffset="50%".
+cat >textpos.html <<'HTML'
+<!DOCTYPE html><html><head><style>@page { size: 300pt 300pt; margin: 0 } body { margin: 0 }</style></head><body>
+<svg xmlns="http://www.w3.org/2000/svg" width="400" height="400" style="display: block">
+<defs><path id="diag" d="M 20 200 L 380 380"/></defs>
+<text x="20 120 220" y="40" font-family="DejaVu Sans" font-size="20">ABC</text>
+<text x="20" y="100" font-family="DejaVu Sans" font-size="20"><tspan dy="0 20 20">DEF</tspan></text>
+<text x="300" y="60" font-family="DejaVu Sans" font-size="30" fill="#00f" rotate="90">I</text>
+<text x="200" y="170" font-family="DejaVu Sans" font-size="60" font-weight="bold" fill="none" stroke="#0a0" stroke-width="3">O</text>
+<text font-family="DejaVu Sans" font-size="20"><textPath href="#diag" startOffset="50%" text-anchor="middle">MNOPQR</textPath></text>
+</svg>
+</body></html>
+HTML
+"$VELLUM" textpos.html -o textpos.pdf 2>textpos.err
+expect_eq "text positions: status" "$?" 0
+qpdf_clean "text positions" textpos.pdf
+expect_not_contains "text positions: nothing unsupported" "$(cat textpos.err)" "not supported"
+tbox=$(pdftotext -bbox textpos.pdf -)
+# word TEXT FIELD: a field (xMin, yMin, ...) of the word, in points.
+# pdftotext joins neighbouring letters on a slant into one word: a letter stands for the word holding it.
+word() { echo "$tbox" | grep ">[A-Z]*$1[A-Z]*<" | head -1 | sed "s/.*$2=\"\([0-9.]*\)\".*/\1/"; }
+# 100 user units are 75pt apart.
+gaps=$(awk -v a="$(word A xMin)" -v b="$(word B xMin)" -v c="$(word C xMin)" \
+    'BEGIN { print (b - a > 70 && b - a < 80 && c - b > 70 && c - b < 80) ? "yes" : "no: " a " " b " " c }')
+expect_eq "x list places each character" "$gaps" yes
+steps=$(awk -v d="$(word D yMin)" -v e="$(word E yMin)" -v f="$(word F yMin)" \
+    'BEGIN { print (e - d > 13 && e - d < 17 && f - e > 13 && f - e < 17) ? "yes" : "no: " d " " e " " f }')
+expect_eq "dy list steps each character down" "$steps" yes
+expect_contains "text on a path is extractable" "$(pdftotext textpos.pdf - | tr -d ' \n')" "MNOPQR"
+# Along the diagonal each letter stands lower and further right than the one before.
+along=$(awk -v m="$(word M yMin)" -v r="$(word R yMin)" -v mx="$(word M xMin)" -v rx="$(word R xMin)" \
+    'BEGIN { print (r - m > 15 && rx - mx > 30) ? "yes" : "no: " m " " r " " mx " " rx }')
+expect_eq "text follows the path" "$along" yes
+# The middle of the path is (200, 290) in user units, 150pt x 217.5pt: the anchored text spans it.
+mid=$(awk -v m="$(word M xMin)" -v r="$(word R xMax)" 'BEGIN { print (m < 150 && r > 150 && 150 - m < 40 && r - 150 < 40) ? "yes" : "no: " m " " r }')
+expect_eq "startOffset 50% with a middle anchor centres the text" "$mid" yes
+# The rotated I lies on its side: wider than tall in pixels.
+pdftoppm -r 72 -png textpos.pdf textpos
+iw=$($PY - <<'PY'
+from PIL import Image
+im = Image.open("textpos-1.png").convert("RGB")
+xs, ys = [], []
+for y in range(im.size[1]):
+    for x in range(im.size[0]):
+        r, g, b = im.getpixel((x, y))
+        if b > 150 and r < 100 and g < 100:
+            xs.append(x); ys.append(y)
+print("yes" if xs and (max(xs) - min(xs)) > 2 * (max(ys) - min(ys)) else "no: %s" % ((max(xs) - min(xs), max(ys) - min(ys)) if xs else "none",))
+PY
+)
+expect_eq "rotate turns the character" "$iw" yes
+# The stroked, unfilled O: green on its outline, white inside.
+ring=$($PY - <<'PY'
+from PIL import Image
+im = Image.open("textpos-1.png").convert("RGB")
+pts = [(x, y) for y in range(im.size[1]) for x in range(im.size[0])
+       if (lambda p: p[1] > 120 and p[0] < 80 and p[2] < 80)(im.getpixel((x, y)))]
+if not pts:
+    print("none")
+else:
+    xs = [p[0] for p in pts]; ys = [p[1] for p in pts]
+    cx, cy = (min(xs) + max(xs)) // 2, (min(ys) + max(ys)) // 2
+    print("yes" if im.getpixel((cx, cy)) == (255, 255, 255) and max(xs) - min(xs) > 25 else "no")
+PY
+)
+expect_eq "stroked text draws its outline only" "$ring" yes
+
+# Masks: the brightness of the mask's drawing is the opacity of the masked element. A red square under
+# a mask that is white on its left half and 50% grey on its right half shows red, then pink; outside
+# the mask's drawing nothing shows.
+cat >mask.html <<'HTML'
+<!DOCTYPE html><html><head><style>@page { size: 200pt 200pt; margin: 0 } body { margin: 0 }</style></head><body>
+<svg xmlns="http://www.w3.org/2000/svg" width="200pt" height="200pt" viewBox="0 0 200 200" style="display: block">
+<defs><mask id="m" maskUnits="userSpaceOnUse" x="0" y="0" width="200" height="200">
+<rect x="0" y="0" width="100" height="150" fill="white"/>
+<rect x="100" y="0" width="100" height="150" fill="rgb(128,128,128)"/>
+</mask></defs>
+<rect x="0" y="0" width="200" height="200" fill="red" mask="url(#m)"/>
+</svg>
+</body></html>
+HTML
+"$VELLUM" mask.html -o mask.pdf 2>mask.err
+expect_eq "mask: status" "$?" 0
+qpdf_clean "mask" mask.pdf
+expect_not_contains "mask: no warning" "$(cat mask.err)" "mask"
+pdftoppm -r 72 -png mask.pdf mask
+expect_eq "mask: white shows the element" "$(is_color "$(pixel mask-1.png 50 50)" 255 0 0)" yes
+expect_eq "mask: grey shows it half" "$(is_color "$(pixel mask-1.png 150 50)" 255 127 127)" yes
+expect_eq "mask: outside the drawing nothing shows" "$(is_color "$(pixel mask-1.png 50 180)" 255 255 255)" yes
+
 finish

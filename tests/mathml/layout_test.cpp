@@ -281,6 +281,100 @@ TEST(layout, table_rows_and_columns) {
     EXPECT_NEAR((f.m->mup - f.m->mdown) / 2, axis_10pt, 1e-6);
 }
 
+TEST(layout, mglyph_by_number_and_its_failures) {
+    // Glyph 5 of the math font stands in the token, with its alt text as the characters behind it.
+    formula const g("<mi>a<mglyph fontfamily=\"DejaVu Math TeX Gyre\" index=\"5\" alt=\"G\"/></mi>");
+    auto const a = g.run_of(U"a");
+    auto const glyph = g.run_of(U"G");
+    ASSERT_TRUE(a && glyph);
+    EXPECT_GT(glyph->x, a->x + 2);
+    EXPECT_EQ(g.log.count("unknown glyph"), 0);
+    EXPECT_EQ(g.log.count("mglyph"), 0);
+    // A number past the font's glyphs, and a family that is not installed, fall back to the alt text.
+    for (auto const* bad : {"<mglyph fontfamily=\"DejaVu Math TeX Gyre\" index=\"999999\" alt=\"Q\"/>",
+                            "<mglyph fontfamily=\"No Such Family\" index=\"5\" alt=\"Q\"/>",
+                            "<mglyph index=\"five\" alt=\"Q\"/>"}) {
+        formula const f(bad);
+        EXPECT_EQ(f.log.count("unknown glyph"), 1) << bad;
+        auto const q = f.run_of(U"Q");
+        ASSERT_TRUE(q) << bad;
+        EXPECT_NEAR(q->size, 10, 1e-9);
+    }
+}
+
+TEST(layout, menclose_radical_arrow_and_angle) {
+    formula const plain("<mi>x</mi>");
+    formula const radical("<menclose notation=\"radical\"><mi>x</mi></menclose>");
+    ASSERT_TRUE(radical.run_of(U"\u221a"));
+    EXPECT_GT(radical.m->mwidth, plain.m->mwidth + 4);
+    EXPECT_EQ(radical.shapes().size(), 1u); // the bar
+    formula const arrow("<menclose notation=\"updiagonalarrow\"><mi>x</mi></menclose>");
+    auto const arrow_shapes = arrow.shapes();
+    ASSERT_EQ(arrow_shapes.size(), 2u); // the stroke and its head
+    // The head ends at the top right corner of the box.
+    EXPECT_NEAR(arrow_shapes[1].x1, arrow.m->mwidth, 1e-6);
+    EXPECT_NEAR(arrow_shapes[1].y0, -arrow.m->mup, 1e-6);
+    formula const angle("<menclose notation=\"phasorangle\"><mi>x</mi></menclose>");
+    auto const angle_shapes = angle.shapes();
+    ASSERT_EQ(angle_shapes.size(), 2u);
+    auto const x = angle.run_of(U"x");
+    ASSERT_TRUE(x);
+    // The slanted side stands before the content, the base runs under it.
+    EXPECT_LT(angle_shapes[1].x1, x->x + 1e-6);
+    EXPECT_GT(angle_shapes[0].y0, x->y);
+    for (auto const* f : {&radical, &arrow, &angle}) {
+        EXPECT_EQ(f->log.count("is not drawn"), 0);
+    }
+}
+
+TEST(layout, scripts_drop_the_wide_operator_spaces) {
+    // In a superscript the dictionary's medium space around "+" goes; set on the element it stays.
+    formula const tight("<msup><mi>e</mi><mrow><mi>a</mi><mo>+</mo><mi>b</mi></mrow></msup>");
+    formula const spaced("<msup><mi>e</mi><mrow><mi>a</mi><mo lspace=\"mediummathspace\" "
+                         "rspace=\"mediummathspace\">+</mo><mi>b</mi></mrow></msup>");
+    formula const base("<mi>a</mi><mo>+</mo><mi>b</mi>");
+    auto const gap = [](formula const& f) { return f.run_of(U"b")->x - f.run_of(U"a")->x; };
+    ASSERT_TRUE(tight.run_of(U"b") && spaced.run_of(U"b") && base.run_of(U"b"));
+    double const script_size = tight.run_of(U"a")->size;
+    EXPECT_LT(script_size, 10);
+    EXPECT_NEAR(gap(spaced) - gap(tight), 2 * 4.0 / 18 * script_size, 1e-6);
+    // On the baseline the spaces are kept.
+    EXPECT_GT(gap(base), gap(tight) * 10 / script_size + 1);
+}
+
+TEST(layout, alignment_groups_line_up_across_rows) {
+    // The "=" of each row stands at one x, whatever the width of the left side.
+    formula const eq(
+        "<mtable><mtr><mtd><maligngroup/><mi>x</mi><maligngroup/><mo>=</mo><mn>1</mn></mtd></mtr>"
+        "<mtr><mtd><maligngroup/><mi>abc</mi><maligngroup/><mo>=</mo><mn>22</mn></mtd></mtr></mtable>");
+    std::vector<double> equals;
+    for (auto const& r : eq.runs()) {
+        if (r.text == U"=") {
+            equals.push_back(r.x);
+        }
+    }
+    ASSERT_EQ(equals.size(), 2u);
+    EXPECT_NEAR(equals[0], equals[1], 1e-9);
+    EXPECT_GT(equals[0], eq.run_of(U"abc")->x + 10);
+    EXPECT_EQ(eq.log.count("aligngroup"), 0);
+    // Marks line up the decimal points; content before the first group is reported.
+    formula const marks(
+        "<mtable><mtr><mtd><maligngroup/><mn>12</mn><malignmark/><mn>.5</mn></mtd></mtr>"
+        "<mtr><mtd><mn>7</mn><maligngroup/><mn>3</mn><malignmark/><mn>.25</mn></mtd></mtr></mtable>");
+    auto const half = marks.run_of(U".5");
+    auto const quarter = marks.run_of(U".25");
+    ASSERT_TRUE(half && quarter);
+    EXPECT_NEAR(half->x, quarter->x, 1e-9);
+    EXPECT_EQ(marks.log.count("First aligngroup appears after other elements!"), 1);
+}
+
+TEST(layout, empty_table_rows_and_columns_are_reported) {
+    formula const f("<mtable><mtr/><mtr><mtd/><mtd><mn>1</mn></mtd></mtr></mtable>");
+    EXPECT_EQ(f.log.count("row has no height!"), 1);
+    EXPECT_EQ(f.log.count("column has no width!"), 1);
+    EXPECT_TRUE(f.run_of(U"1"));
+}
+
 TEST(layout, make_math_gives_a_drawing_with_its_baseline) {
     testing::capture_log log;
     auto const db = *fonts::new_fonts(formula::loader(log.log), log.log, true);

@@ -605,6 +605,38 @@ raw_glyph char_to_glyph(fonts const& db, font_req const& req, char32_t c) {
     return r.glyph;
 }
 
+namespace {
+
+std::optional<font_ref> first_font_ref_of(fonts const& db, std::vector<req_entry> const& entries) {
+    for (auto const& entry : entries) {
+        for (auto const& face : entry.entry_faces) {
+            auto const font = std::visit(
+                overloaded{
+                    [&](match_redirect const& m) { return first_font_ref_of(db, *m.redirect_entries); },
+                    [&](match_cache_ref const& m) -> std::optional<font_ref> {
+                        if (!bring_to_life(db, m.match_ref)) {
+                            return std::nullopt;
+                        }
+                        // A character outside MacRoman asks for the Identity encoding that glyph
+                        // numbers need.
+                        return use_font(db, m.match_ref, U'\uFFFD');
+                    },
+                },
+                face);
+            if (font) {
+                return font;
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+std::optional<font_ref> first_font_ref(fonts const& db, font_req const& req) {
+    return first_font_ref_of(db, req.font_req_matches);
+}
+
 void log_missing_glyphs(fonts const& db) {
     if (!db.font_coverage) {
         return;

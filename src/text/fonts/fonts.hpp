@@ -288,6 +288,10 @@ ref<font_req> get_font_req(fonts const& db, font_query const& query);
 /// look-alike or "?". Throws no_available_fonts when even that has no glyph.
 raw_glyph char_to_glyph(fonts const& db, font_req const& req, char32_t c);
 
+/// The first face of a request that loads, marked used for glyphs named by number rather than by
+/// character (so its PDF font is an Identity one); nothing when no face loads.
+[[nodiscard]] std::optional<font_ref> first_font_ref(fonts const& db, font_req const& req);
+
 /// One warning for the characters that no font had since the last call, with their number and the
 /// first few of them; nothing when there were none.
 void log_missing_glyphs(fonts const& db);
