@@ -392,6 +392,14 @@ e::expr_res<js_value> set_property(e::js& engine, canvas_context& ctx, property 
         use(std::get<std::string>(s));
         return v;
     };
+    // A keyword of a table, made into the operation that sets it; other words are ignored.
+    auto const choice = [&](auto const& table, auto&& make) -> e::expr_res<js_value> {
+        return keyword([&](std::string const& s) {
+            if (auto k = keyword_of(s, table)) {
+                canvas::apply(ctx, make(*k));
+            }
+        });
+    };
     switch (p) {
     case property::global_alpha:
         return number([&](double d) {
@@ -423,17 +431,9 @@ e::expr_res<js_value> set_property(e::js& engine, canvas_context& ctx, property 
             }
         });
     case property::line_cap:
-        return keyword([&](std::string const& s) {
-            if (auto k = keyword_of(s, cap_names)) {
-                canvas::apply(ctx, line_cap_op{*k});
-            }
-        });
+        return choice(cap_names, [](auto k) { return context_prop{line_cap_op{k}}; });
     case property::line_join:
-        return keyword([&](std::string const& s) {
-            if (auto k = keyword_of(s, join_names)) {
-                canvas::apply(ctx, line_join_op{*k});
-            }
-        });
+        return choice(join_names, [](auto k) { return context_prop{line_join_op{k}}; });
     case property::line_dash_offset:
         return number([&](double d) { canvas::apply(ctx, dash_offset_op{d}); });
     case property::miter_limit:
@@ -449,17 +449,9 @@ e::expr_res<js_value> set_property(e::js& engine, canvas_context& ctx, property 
             }
         });
     case property::text_align:
-        return keyword([&](std::string const& s) {
-            if (auto k = keyword_of(s, align_names)) {
-                canvas::apply(ctx, text_align_op{*k});
-            }
-        });
+        return choice(align_names, [](auto k) { return context_prop{text_align_op{k}}; });
     case property::text_baseline:
-        return keyword([&](std::string const& s) {
-            if (auto k = keyword_of(s, baseline_names)) {
-                canvas::apply(ctx, text_baseline_op{*k});
-            }
-        });
+        return choice(baseline_names, [](auto k) { return context_prop{text_baseline_op{k}}; });
     case property::shadow_color:
         not_supported(engine, "shadowColor");
         return v;

@@ -213,16 +213,18 @@ struct painter {
             y -= metrics.down;
             break;
         }
-        if (t.canvas_text_draw == draw::stroke) {
-            log::log_warning_once(log, "canvas: strokeText: text outlines are not drawn yet; the text is filled "
-                                       "with the stroke style");
-        }
-        auto fill = paint_of(t.canvas_text_style);
+        auto const paint = paint_of(t.canvas_text_style);
+        bool const stroked = t.canvas_text_draw == draw::stroke;
         if (std::holds_alternative<style_pattern>(t.canvas_text_style)) {
             log::log_warning_once(log, "canvas: text with a pattern style is not painted yet; it is left out");
         }
+        if (std::holds_alternative<style_gradient>(t.canvas_text_style)) {
+            log::log_warning_once(log, "canvas: text with a gradient style is painted in its first colour");
+        }
         svg::text body{.text_runs = {svg::text_run{.run_glyphs = fonts::shared_graphemes(std::move(glyphs)),
-                                                   .run_fill = std::move(fill),
+                                                   .run_fill = stroked ? svg::used_paint{svg::paint_none{}} : paint,
+                                                   .run_stroke = stroked ? paint : svg::used_paint{svg::paint_none{}},
+                                                   .run_stroke_width = stroked ? t.canvas_text_svgstyle.stroke_width : 0,
                                                    .run_style = style,
                                                    .run_font_size = size,
                                                    .run_width = width}}};

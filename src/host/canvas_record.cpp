@@ -182,6 +182,19 @@ std::optional<canvas_pattern> pattern_copy(canvas_style const& s) {
     return std::nullopt;
 }
 
+// A style as it is now: a gradient's later stops and a pattern's later matrix don't reach what was drawn.
+canvas_style snapshot(canvas_style const& s) {
+    if (auto const* g = std::get_if<style_gradient>(&s); g && g->style_gradient_value) {
+        auto copy = *g->style_gradient_value;
+        copy.gradient_object.reset();
+        return style_gradient{std::make_shared<canvas_gradient>(std::move(copy))};
+    }
+    if (auto const p = pattern_copy(s)) {
+        return style_pattern{std::make_shared<canvas_pattern>(*p)};
+    }
+    return s;
+}
+
 // A shape painted with one of the state's styles: `commands` in the user space of `t`.
 thing_svg shape_thing(canvas_state const& s, std::vector<svg::command> commands, transform const& t, draw d,
                       css::svgstyle::fill_rule rule) {
@@ -412,7 +425,7 @@ void apply(canvas_context& ctx, context_prop const& op) {
                            .canvas_text_align = st.text_align,
                            .canvas_text_baseline = st.text_baseline,
                            .canvas_text_draw = o.draw,
-                           .canvas_text_style = o.draw == draw::fill ? st.fill_style : st.stroke_style,
+                           .canvas_text_style = snapshot(o.draw == draw::fill ? st.fill_style : st.stroke_style),
                            .canvas_text_transform = st.transform,
                            .canvas_text_clip = st.clip}});
                    },

@@ -94,6 +94,7 @@ canvas { display: block; float: left }
 <canvas id="b" width="100" height="100"></canvas>
 <canvas id="c" width="100" height="100"></canvas>
 <canvas id="blank" width="100" height="100" style="background: #00ff00"></canvas>
+<canvas id="p" width="100" height="100"></canvas>
 <script>
 var a = document.getElementById("a").getContext("2d");
 var b = document.getElementById("b").getContext("2d");
@@ -103,9 +104,15 @@ a.fillRect(0, 0, 100, 100);
 b.drawImage(document.getElementById("a"), 0, 0);
 a.fillStyle = "blue";
 a.fillRect(0, 0, 100, 100);
+var p = document.getElementById("p").getContext("2d");
+p.fillStyle = p.createPattern(document.getElementById("a"), "repeat");
+p.fillRect(0, 0, 100, 100);
 var d = c.createImageData(10, 10);
 for (var i = 0; i < d.data.length; i += 4) { d.data[i + 1] = 128; d.data[i + 3] = 255; }
 c.putImageData(d, 20, 20);
+c.font = "bold 20px DejaVu Sans";
+c.strokeStyle = "#ff0000";
+c.strokeText("Outline", 2, 90);
 c.isPointInPath(1, 1);
 c.isPointInPath(2, 2);
 c.shadowBlue = 4;
@@ -120,9 +127,13 @@ pdftoppm -r 72 -png misc.pdf misc
 near "misc: source canvas after the change" "$(pixel misc-1.png 37 37)" "0 0 255"
 near "misc: copy keeps the drawing of the call" "$(pixel misc-1.png 112 37)" "255 0 0"
 near "misc: image data" "$(pixel misc-1.png 168 18)" "0 128 0"
-near "misc: beside the image data" "$(pixel misc-1.png 155 60)" "255 255 255"
+near "misc: beside the image data" "$(pixel misc-1.png 155 40)" "255 255 255"
+near "misc: pattern of a canvas" "$(pixel misc-1.png 337 37)" "0 0 255"
 near "misc: blank canvas keeps its box" "$(pixel misc-1.png 262 37)" "0 255 0"
 expect_eq "misc: one image, the image data" "$(pdfimages -list misc.pdf | tail -n +3 | wc -l)" 1
+expect_contains "misc: stroked text is text" "$(pdftotext misc.pdf -)" "Outline"
+qpdf --qdf --object-streams=disable misc.pdf misc-qdf.pdf
+expect_contains "misc: stroked text in the stroke mode" "$(tr -d '\000' <misc-qdf.pdf)" "1 Tr"
 expect_eq "misc: isPointInPath warns once" "$(grep -c 'canvas isPointInPath is not yet supported' misc.err)" 1
 expect_eq "misc: shadowBlur warns" "$(grep -c 'canvas shadowBlur is not yet supported' misc.err)" 1
 

@@ -342,6 +342,29 @@ TEST(canvas_script, context_styles_and_unsupported_members) {
     EXPECT_EQ(ctx, get_context(f.engine, *el, "2d"));
 }
 
+TEST(canvas_script, text_keeps_its_style_as_it_was_drawn) {
+    script_fixture f;
+    auto el = dom::new_element(nullptr, xml::make_name(xml::xmlns_xhtml{}, "canvas"), {});
+    e::define_value(f.engine.global_object, "ctx", get_context(f.engine, *el, "2d"));
+    EXPECT_EQ(f.run("var g = ctx.createRadialGradient(0, 0, 5, 0, 0, 50); g.addColorStop(0, 'red');"
+                    "ctx.fillStyle = g; ctx.font = 'italic 20px serif'; ctx.textAlign = 'end';"
+                    "ctx.fillText('a', 10, 20, 100); ctx.strokeText('b', 0, 0); g.addColorStop(1, 'blue');"
+                    "ctx.fillText('c', 0, 0, NaN);"),
+              "undefined");
+    auto const drawn = el->dom_element_canvas_context->get().context_2d->content;
+    ASSERT_EQ(drawn.size(), 2u);
+    auto const& a = std::get<thing_text>(drawn[0]).thing_text_value;
+    EXPECT_EQ(a.canvas_text_font, "italic 20px serif");
+    EXPECT_EQ(a.canvas_text_align, text_align::end);
+    EXPECT_EQ(a.canvas_text_max_width, 100);
+    auto const& g = std::get<style_gradient>(a.canvas_text_style).style_gradient_value;
+    EXPECT_EQ(g->gradient_stops.size(), 1u);
+    EXPECT_EQ(std::get<svg::radial>(g->gradient_geometry).fr, 5);
+    auto const& b = std::get<thing_text>(drawn[1]).thing_text_value;
+    EXPECT_EQ(b.canvas_text_draw, draw::stroke);
+    EXPECT_EQ(color_text(std::get<style_color>(b.canvas_text_style).style_color_value), "#000000");
+}
+
 TEST(canvas_script, draw_image_copies_the_source_canvas_at_the_call) {
     script_fixture f;
     auto const name = xml::make_name(xml::xmlns_xhtml{}, "canvas");
