@@ -77,19 +77,19 @@ struct values_walk {
         if (!o) {
             return;
         }
-        place(o->stuff, x, y);
-        for (auto const& [name, text] : o->stuff.text_values) {
+        place(*o->stuff, x, y);
+        for (auto const& [name, text] : o->stuff->text_values) {
             values.curr_tvalues[name].push_back(text);
             values_changed = true;
         }
-        if (!o->stuff.counter_scopes.empty()) {
-            for (auto const& [name, value] : o->stuff.counter_scopes.front()) {
+        if (!o->stuff->counter_scopes.empty()) {
+            for (auto const& [name, value] : o->stuff->counter_scopes.front()) {
                 values.curr_cvalues[name].push_back(value);
                 values_changed = true;
             }
         }
-        if (o->stuff.running) {
-            values.curr_fvalues[o->stuff.running->first].push_back(o->stuff.running->second);
+        if (o->stuff->running) {
+            values.curr_fvalues[o->stuff->running->first].push_back(o->stuff->running->second);
             values_changed = true;
         }
     }
