@@ -41,7 +41,7 @@ bool is_continuation(prepack::element_type const& t) {
 std::optional<prepack::element_info> info_of(prepack::element_type const& t) {
     return std::visit(overloaded{
                           [](prepack::type_original const& o) -> std::optional<prepack::element_info> {
-                              return o.stuff.element_info;
+                              return o.stuff->element_info;
                           },
                           [](prepack::type_remaining const& r) { return r.info; },
                           [](prepack::type_overflowing const& o) { return o.info; },

@@ -261,12 +261,14 @@ eval_res eval_knuth(eval_env const& env,
                            out.shrinkability = w / 6.0f;
                            res.res_item = knuth_glue{std::move(out)};
                        } else if (auto const* z = std::get_if<zero_width_cjk>(&g)) {
-                           zero_width_cjk out = *z;
                            auto const& st = (kind == line_kind::first_line && z->zw_first_line_style)
                                                 ? *z->zw_first_line_style->first_line_style
                                                 : *z->zw_style;
-                           out.zw_stretchability = st.font_size + word_spacing_of(st);
-                           res.res_item = knuth_glue{std::move(out)};
+                           res.res_item = knuth_glue{zero_width_cjk{
+                               .zw_stretchability = st.font_size + word_spacing_of(st),
+                               .zw_style = z->zw_style,
+                               .zw_first_line_style = z->zw_first_line_style,
+                           }};
                        }
                    },
                    [](forced_break const&) {},

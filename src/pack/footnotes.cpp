@@ -45,7 +45,7 @@ area_res pack_area(page_info const& info,
     if (list.empty()) {
         return out;
     }
-    check(info.general.page_style.has_value(), "footnotes: page style expected.");
+    check(info.general.page_style != nullptr, "footnotes: page style expected.");
     auto const style = share(css::page::region_style(*info.general.page_style, css::page_rule::region::footnotes));
     float const width = areas::width_of(body);
     auto const used = css::used_style::used_style_of(*style, width, std::nullopt);

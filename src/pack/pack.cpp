@@ -33,7 +33,9 @@ struct found_places {
 struct values_walk {
     prepack::page_values& values;
     found_places* found = nullptr;
-    page_info const* page = nullptr;
+    /// The page, whose shared values are brought up to date before a bookmark's label is evaluated.
+    page_info* page = nullptr;
+    bool values_changed = false;
 
     void place(prepack::element_stuff const& stuff, float x, float y) {
         if (found == nullptr || page == nullptr) {
@@ -53,6 +55,10 @@ struct values_walk {
             }
         }
         if (stuff.bookmark_stuff) {
+            if (values_changed) {
+                page->general.page_values = share(values);
+                values_changed = false;
+            }
             auto const& [order, b] = *stuff.bookmark_stuff;
             found->bookmarks.push_back({.bookmark_order = order,
                                         .bookmark_level = b.pre_bookmark_level,
@@ -71,17 +77,20 @@ struct values_walk {
         if (!o) {
             return;
         }
-        place(o->stuff, x, y);
-        for (auto const& [name, text] : o->stuff.text_values) {
+        place(*o->stuff, x, y);
+        for (auto const& [name, text] : o->stuff->text_values) {
             values.curr_tvalues[name].push_back(text);
+            values_changed = true;
         }
-        if (!o->stuff.counter_scopes.empty()) {
-            for (auto const& [name, value] : o->stuff.counter_scopes.front()) {
+        if (!o->stuff->counter_scopes.empty()) {
+            for (auto const& [name, value] : o->stuff->counter_scopes.front()) {
                 values.curr_cvalues[name].push_back(value);
+                values_changed = true;
             }
         }
-        if (o->stuff.running) {
-            values.curr_fvalues[o->stuff.running->first].push_back(o->stuff.running->second);
+        if (o->stuff->running) {
+            values.curr_fvalues[o->stuff->running->first].push_back(o->stuff->running->second);
+            values_changed = true;
         }
     }
 
@@ -411,7 +420,7 @@ page_out pack_page(doc_state& st,
                                               "PDF viewers accept");
     }
     auto pa = paper::paper_areas_of(ps, std::nullopt);
-    info.general.page_style = ps;
+    info.general.page_style = share(ps);
     info.general.body_area = pa.pa_body_area;
     info.general.user_pages_totals.clear();
     if (st.group < st.in.pass_user_pages_totals.size()) {
@@ -539,13 +548,16 @@ page_out pack_page(doc_state& st,
     }
 
     // The page's counters and strings, then the margin boxes that show them.
-    values_walk walk{.values = info.general.page_values, .found = &st.found, .page = &info};
+    auto values = *info.general.page_values;
+    values_walk walk{.values = values, .found = &st.found, .page = &info};
     for (auto const& b : content) {
         walk.box(*b);
     }
+    info.general.page_values = share(values);
     auto margins = static_::pack_margin_boxes(info, ps, pa);
     st.uses_pages = st.uses_pages || margins.res_uses_pages;
-    carry_values(info.general.page_values);
+    carry_values(values);
+    info.general.page_values = share(std::move(values));
 
     float const s = pa.shrink_to_fit.value_or(1);
     auto const& used = pa.used_paper_style;

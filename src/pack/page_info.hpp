@@ -37,8 +37,9 @@ struct general {
     std::shared_ptr<prepack::script_calls const> scripts;
     /// The page's body area.
     areas::area body_area;
-    /// Counters and strings visible on this page.
-    prepack::page_values page_values;
+    /// Counters and strings visible on this page. Shared, since the page's state is copied for every
+    /// block and trial, and only the page loop changes them, between pages.
+    ref<prepack::page_values> page_values = share(prepack::page_values{});
     /// The document being packed, for its running elements.
     std::shared_ptr<prepack::pack_document const> document;
     /// Where the previous pass put each target, and the counters there.
@@ -59,7 +60,8 @@ struct general {
     std::optional<int> user_pages_counter;
     /// Page totals being built in this pass.
     std::vector<int> new_user_pages_totals;
-    std::optional<css::page::page_style> page_style;
+    /// The page's style once the page loop has resolved it; shared by every copy for the same reason.
+    ref<css::page::page_style> page_style;
     std::shared_ptr<fonts::fonts const> fonts = std::make_shared<fonts::fonts const>();
     /// The current multi-column container.
     std::optional<int> column_id;

@@ -378,7 +378,7 @@ struct builder {
                 [&](prepack::span_gen_content const& g) {
                     std::visit(overloaded{
                                    [&](prepack::gen_string const& str) {
-                                       auto text = string_value(info.general.page_values, str);
+                                       auto text = string_value(*info.general.page_values, str);
                                        if (!text.empty()) {
                                            out.push_back(word_of(req, style, fl, dir, std::move(text)));
                                        }
@@ -474,7 +474,7 @@ eval_knuth::script_caller script_caller_of(page_info const& info,
                                [&](prepack::text_thing_gen const& g) {
                                    std::visit(overloaded{
                                                   [&](prepack::gen_string const& s) {
-                                                      text += string_value(page->general.page_values, s);
+                                                      text += string_value(*page->general.page_values, s);
                                                   },
                                                   [&](prepack::gen_counter const& c) {
                                                       text += render_counter(knuth::counter{.counter_content = c.counter}, state);

@@ -100,7 +100,7 @@ struct evaluator {
     }
 
     void add_string(std::string const& name, prepack::page_policy policy, int depth) {
-        auto const& v = info.general.page_values;
+        auto const& v = *info.general.page_values;
         if (auto const* things = by_policy(v.curr_tvalues, v.prev_tvalues, name, policy)) {
             add_things(*things, depth + 1);
         }
@@ -174,7 +174,7 @@ struct evaluator {
             add(format_counter(info.general.footnote_counter, style));
             return;
         }
-        auto const& v = info.general.page_values;
+        auto const& v = *info.general.page_values;
         auto const* value = by_policy(v.curr_cvalues, v.prev_cvalues, *name, policy);
         add(format_counter(value ? *value : 0, style));
     }
@@ -262,7 +262,7 @@ struct evaluator {
                 policy = policy_named(*word).value_or(policy);
             }
         }
-        auto const& v = info.general.page_values;
+        auto const& v = *info.general.page_values;
         auto const* index = by_policy(v.curr_fvalues, v.prev_fvalues, *flow, policy);
         auto const& doc = info.general.document;
         if (index == nullptr || !doc || *index >= doc->static_flows.size()) {

@@ -213,7 +213,7 @@ struct painter {
     static std::optional<tagging::element_key> key_of(box const& b) {
         std::optional<prepack::element_info> info;
         std::visit(overloaded{
-                       [&](prepack::type_original const& t) { info = t.stuff.element_info; },
+                       [&](prepack::type_original const& t) { info = t.stuff->element_info; },
                        [&](prepack::type_remaining const& t) { info = t.info; },
                        [&](prepack::type_overflowing const& t) { info = t.info; },
                        [](prepack::type_anonymous const&) {},
@@ -1208,10 +1208,10 @@ std::vector<std::pair<std::string, util::pos::pos>> page_destinations(pack::pack
     std::vector<std::pair<std::string, util::pos::pos>> out;
     auto add = [&](prepack::element_type const& type, float x, float y) {
         auto const* original = std::get_if<prepack::type_original>(&type);
-        if (!original || !original->stuff.given_ids) {
+        if (!original || !original->stuff->given_ids) {
             return;
         }
-        for (auto const& id : original->stuff.given_ids->second) {
+        for (auto const& id : original->stuff->given_ids->second) {
             out.emplace_back(id.id, util::pos::pos{x, y});
         }
     };

@@ -46,7 +46,7 @@ std::string info_name(element_info const& info) {
                           },
                           [](info_pseudo_element const& p) {
                               std::string out;
-                              for (auto const pe : p.pseudo.pseudo_element_pseudos) {
+                              for (auto const pe : p.pseudo->pseudo_element_pseudos) {
                                   out += "::" + std::string(css::selector::pseudo_element_name(pe));
                               }
                               return out;
@@ -70,22 +70,22 @@ std::string thing_text(std::vector<text_thing> const& things) {
 std::string type_text(element_type const& t) {
     return std::visit(overloaded{
                           [](type_original const& o) {
-                              std::string out = info_name(o.stuff.element_info);
-                              for (auto const& [name, value] : o.stuff.text_values) {
+                              std::string out = info_name(o.stuff->element_info);
+                              for (auto const& [name, value] : o.stuff->text_values) {
                                   out += " string(" + name + ")=\"" + thing_text(value) + "\"";
                               }
-                              if (o.stuff.given_ids) {
-                                  for (auto const& id : o.stuff.given_ids->second) {
+                              if (o.stuff->given_ids) {
+                                  for (auto const& id : o.stuff->given_ids->second) {
                                       out += " id=" + id.id;
                                   }
                               }
-                              if (o.stuff.bookmark_stuff) {
-                                  out += " bookmark(" + std::to_string(o.stuff.bookmark_stuff->second.pre_bookmark_level) +
-                                         ")=\"" + thing_text(o.stuff.bookmark_stuff->second.pre_bookmark_content) + "\"";
+                              if (o.stuff->bookmark_stuff) {
+                                  out += " bookmark(" + std::to_string(o.stuff->bookmark_stuff->second.pre_bookmark_level) +
+                                         ")=\"" + thing_text(o.stuff->bookmark_stuff->second.pre_bookmark_content) + "\"";
                               }
-                              if (o.stuff.running) {
-                                  out += " running(" + o.stuff.running->first + ")=" +
-                                         std::to_string(o.stuff.running->second);
+                              if (o.stuff->running) {
+                                  out += " running(" + o.stuff->running->first + ")=" +
+                                         std::to_string(o.stuff->running->second);
                               }
                               return out;
                           },

@@ -246,9 +246,12 @@ struct info_element {
     bool operator==(info_element const&) const = default;
 };
 
+/// Shared: a box's type is copied into every fragment, line item and painted box it makes.
 struct info_pseudo_element {
-    prepack::pseudo_element_info pseudo;
-    bool operator==(info_pseudo_element const&) const = default;
+    ref<prepack::pseudo_element_info> pseudo;
+    bool operator==(info_pseudo_element const& other) const {
+        return pseudo == other.pseudo || (pseudo && other.pseudo && *pseudo == *other.pseudo);
+    }
 };
 
 /// What a box stands for.
@@ -289,10 +292,13 @@ struct element_stuff {
     bool operator==(element_stuff const&) const = default;
 };
 
-/// A box's first part.
+/// A box's first part. What the element brings is shared, never copied: the type travels with every
+/// fragment, line item and painted box of the element.
 struct type_original {
-    prepack::element_stuff stuff;
-    bool operator==(type_original const&) const = default;
+    ref<prepack::element_stuff> stuff;
+    bool operator==(type_original const& other) const {
+        return stuff == other.stuff || (stuff && other.stuff && *stuff == *other.stuff);
+    }
 };
 
 /// The continuation of a box split by a page or column break.
@@ -313,6 +319,7 @@ struct type_anonymous {
 };
 
 using element_type = std::variant<type_original, type_remaining, type_overflowing, type_anonymous>;
+static_assert(sizeof(element_type) <= 48, "a box's type is copied into every fragment and line item: keep it small");
 
 /// The counters and strings an element contributes to its page when it is packed.
 struct element_values {

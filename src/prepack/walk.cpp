@@ -505,19 +505,19 @@ struct walker {
                                   .pseudo_element_pseudos = {which},
                                   .pseudo_element_pdecls = props,
                                   .pseudo_element_parent = e};
-        element_stuff stuff{.element_info = info_pseudo_element{pinfo}, .counter_scopes = scopes_now(false)};
+        element_stuff stuff{.element_info = info_pseudo_element{share(std::move(pinfo))}, .counter_scopes = scopes_now(false)};
         auto const kind = kind_of(*style).value_or(display_kind::inline_);
         if (kind == display_kind::inline_) {
             return {one_span(span_nested{nested_span{.span_content = std::move(spans),
                                                     .span_style = style,
                                                     .span_context = css::compute_style::anonymous_context{},
                                                     .span_decls = std::move(props),
-                                                    .span_type = type_original{std::move(stuff)},
+                                                    .span_type = type_original{share(std::move(stuff))},
                                                     .span_bg = backgrounds(*style)}})};
         }
         return {th_block{block{.block_content = para_of(std::move(spans), *style),
                                .block_style = style,
-                               .block_type = type_original{std::move(stuff)},
+                               .block_type = type_original{share(std::move(stuff))},
                                .block_bg = backgrounds(*style)}}};
     }
 
@@ -915,7 +915,7 @@ struct walker {
                 sized.width = css::units::percentage{.percentage_value = 100};
                 b.block_style = share(std::move(sized));
             }
-            b.block_type = type_original{std::move(stuff)};
+            b.block_type = type_original{share(std::move(stuff))};
             b.block_bg = backgrounds(s);
             auto const k = kind_of(s).value_or(display_kind::inline_);
             if (k == display_kind::inline_ || k == display_kind::inline_block) {
@@ -1014,7 +1014,7 @@ struct walker {
             } else {
                 body = block_footnote{share(block{.block_content = to_bcontent(std::move(things), style, e, info),
                                                   .block_style = style,
-                                                  .block_type = type_original{std::move(stuff)},
+                                                  .block_type = type_original{share(std::move(stuff))},
                                                   .block_bg = bgs})};
             }
             return {one_span(span_footnote{share(std::move(call)), std::move(body), style})};
@@ -1023,7 +1023,7 @@ struct walker {
         auto const whole_block = [&]() {
             return block{.block_content = to_bcontent(std::move(things), style, e, info),
                          .block_style = style,
-                         .block_type = type_original{std::move(stuff)},
+                         .block_type = type_original{share(std::move(stuff))},
                          .block_bg = bgs};
         };
         switch (*kind_of(s)) {
@@ -1062,7 +1062,7 @@ struct walker {
             }
             return {th_block{block{.block_content = bcontent_list_item{list_item{m, std::move(blocks)}},
                                    .block_style = style,
-                                   .block_type = type_original{std::move(stuff)},
+                                   .block_type = type_original{share(std::move(stuff))},
                                    .block_bg = bgs}}};
         }
         case display_kind::inline_block:
@@ -1071,7 +1071,7 @@ struct walker {
         case display_kind::inline_table: {
             block b{.block_content = bcontent_table{build_table(std::move(things), style)},
                     .block_style = style,
-                    .block_type = type_original{std::move(stuff)},
+                    .block_type = type_original{share(std::move(stuff))},
                     .block_bg = bgs};
             std::get<bcontent_table>(b.block_content).table->table_bg = bgs;
             if (*kind_of(s) == display_kind::inline_table) {
@@ -1086,7 +1086,7 @@ struct walker {
         case display_kind::table_header_group:
         case display_kind::table_footer_group: {
             auto g = build_rowgroup(std::move(things), style);
-            g.rowgroup_type = type_original{std::move(stuff)};
+            g.rowgroup_type = type_original{share(std::move(stuff))};
             g.rowgroup_bg = bgs;
             auto const k = *kind_of(s) == display_kind::table_header_group   ? group_kind::header
                            : *kind_of(s) == display_kind::table_footer_group ? group_kind::footer
@@ -1095,13 +1095,13 @@ struct walker {
         }
         case display_kind::table_row: {
             auto r = build_row(std::move(things), style);
-            r.row_type = type_original{std::move(stuff)};
+            r.row_type = type_original{share(std::move(stuff))};
             r.row_bg = bgs;
             return {th_row{std::move(r)}};
         }
         case display_kind::table_cell: {
             auto c = make_cell(to_blocks(std::move(things), style, e, info), style);
-            c.cell_type = type_original{std::move(stuff)};
+            c.cell_type = type_original{share(std::move(stuff))};
             c.cell_bg = bgs;
             return {th_cell{std::move(c)}};
         }
@@ -1141,7 +1141,7 @@ struct walker {
             if (run.empty() && !force) {
                 return;
             }
-            element_type type = first ? element_type{type_original{stuff}} : element_type{type_remaining{info}};
+            element_type type = first ? element_type{type_original{share(stuff)}} : element_type{type_remaining{info}};
             first = false;
             out.push_back(one_span(span_nested{nested_span{.span_content = std::move(run),
                                                           .span_style = style,
@@ -1157,7 +1157,7 @@ struct walker {
             } else if (auto* ib = std::get_if<th_inline_block>(&t)) {
                 run.push_back(span_inline_block{share(std::move(ib->block))});
             } else if (auto* v = std::get_if<th_values>(&t)) {
-                run.push_back(span_nested{nested_span{.span_style = v->style, .span_type = type_original{v->stuff}}});
+                run.push_back(span_nested{nested_span{.span_style = v->style, .span_type = type_original{share(v->stuff)}}});
             } else if (auto* b = std::get_if<th_block>(&t); b && out_of_flow(b->block)) {
                 run.push_back(span_inline_block{share(std::move(b->block))});
             } else {
@@ -1184,7 +1184,7 @@ struct walker {
                 continue;
             }
             if (auto const* o = std::get_if<type_original>(&n->nested->span_type);
-                o && carries_values(o->stuff)) {
+                o && carries_values(*o->stuff)) {
                 out.push_back(block{.block_content = bcontent_blocks{},
                                     .block_style = anonymous_style(style),
                                     .block_type = *o});
@@ -1206,7 +1206,7 @@ struct walker {
                 for (auto& t : carried) {
                     if (auto* v = std::get_if<th_values>(&t)) {
                         front.push_back(span_nested{
-                            nested_span{.span_style = v->style, .span_type = type_original{std::move(v->stuff)}}});
+                            nested_span{.span_style = v->style, .span_type = type_original{share(std::move(v->stuff))}}});
                     }
                 }
                 carried.clear();
@@ -1249,7 +1249,7 @@ struct walker {
                 // own when the run is flushed.
                 flush_table();
                 run.push_back(span_nested{
-                    nested_span{.span_style = v->style, .span_type = type_original{std::move(v->stuff)}}});
+                    nested_span{.span_style = v->style, .span_type = type_original{share(std::move(v->stuff))}}});
             } else if (auto* b = std::get_if<th_block>(&t); b && out_of_flow(b->block) && text::has_content(run)) {
                 run.push_back(span_inline_block{share(std::move(b->block))});
             } else if (auto* b = std::get_if<th_block>(&t)) {
@@ -1750,7 +1750,7 @@ struct piece {
 
 std::optional<element_info> info_of(element_type const& t) {
     if (auto const* o = std::get_if<type_original>(&t)) {
-        return o->stuff.element_info;
+        return o->stuff->element_info;
     }
     if (auto const* r = std::get_if<type_remaining>(&t)) {
         return r->info;

@@ -37,7 +37,7 @@ std::string element_name(prepack::element_type const& t) {
     auto const* r = std::get_if<prepack::type_remaining>(&t);
     std::optional<prepack::element_info> info;
     if (o) {
-        info = o->stuff.element_info;
+        info = o->stuff->element_info;
     } else if (r) {
         info = r->info;
     }

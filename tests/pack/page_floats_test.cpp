@@ -35,8 +35,8 @@ struct page_walk {
     int lines = 0;
 
     void box(pack::box const& b) {
-        if (auto const* o = std::get_if<prepack::type_original>(&b.box_type); o && o->stuff.given_ids) {
-            for (auto const& id : o->stuff.given_ids->second) {
+        if (auto const* o = std::get_if<prepack::type_original>(&b.box_type); o && o->stuff->given_ids) {
+            for (auto const& id : o->stuff->given_ids->second) {
                 out << " " << id.id << "@" << std::lround(top - b.box_y);
             }
         }

@@ -185,13 +185,14 @@ TEST(static_, page_total_comes_from_the_previous_pass) {
 TEST(static_, named_strings_and_counters_by_page_policy) {
     auto with_values = [](bool set_here) {
         auto info = make_info(2);
-        auto& v = info.general.page_values;
+        prepack::page_values v;
         v.prev_tvalues["chapter"] = {text(U"One")};
         v.prev_cvalues["chapter"] = 1;
         if (set_here) {
             v.curr_tvalues["chapter"] = {{text(U"Two")}, {text(U"Three")}};
             v.curr_cvalues["chapter"] = {2, 3};
         }
+        info.general.page_values = share(std::move(v));
         return info;
     };
     struct tcase {
@@ -219,12 +220,13 @@ TEST(static_, named_strings_and_counters_by_page_policy) {
 
 TEST(static_, strings_holding_page_values_and_unsupported_terms) {
     auto info = make_info(5);
+    prepack::page_values values;
     // A string set from content that waited for the page shows it on this page.
-    info.general.page_values.prev_tvalues["running"] = {
+    values.prev_tvalues["running"] = {
         text(U"p. "), prepack::text_thing_gen{prepack::gen_counter{prepack::page_counter{"lower-roman"}}}};
     // A string that refers to itself ends rather than looping.
-    info.general.page_values.prev_tvalues["loop"] = {
-        text(U"x"), prepack::text_thing_gen{prepack::gen_string{.string_name = "loop"}}};
+    values.prev_tvalues["loop"] = {text(U"x"), prepack::text_thing_gen{prepack::gen_string{.string_name = "loop"}}};
+    info.general.page_values = share(std::move(values));
     EXPECT_EQ(content_text_of("string(running)", info), "p. v");
     // Each level of the string adds its "x" until the depth limit of eight stops it.
     EXPECT_EQ(content_text_of("string(loop)", info), std::string(8, 'x'));

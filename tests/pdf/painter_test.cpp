@@ -439,7 +439,7 @@ TEST(painter, margin_boxes_links_and_destinations) {
     prepack::element_stuff stuff;
     stuff.given_ids = std::pair{resource::locator::locator{}, std::vector<prepack::target_id>{{"intro"}}};
     auto with_id = *target;
-    with_id.box_type = prepack::type_original{stuff};
+    with_id.box_type = prepack::type_original{share(stuff)};
     // A link box whose child inherits the same link: one link only.
     auto const link_box = block(20, 380, 100, 20, {}, linked, pack::boxes{{block(30, 375, 10, 10, {}, linked)}});
     auto page = page_of({link_box, share(with_id), block(20, 250, 50, 10, {}, to_intro)});
