@@ -9,10 +9,14 @@
 #include "resource/loader.hpp"
 #include "util/result.hpp"
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <string>
+
+#include <unistd.h>
 
 namespace box_support {
 
@@ -55,6 +59,22 @@ inline result<prepack::pack_document> boxes_of_file(log::log const& log, std::fi
     auto const styled = styledom::style_document(log, *loader, prepared.prepared_dom,
                                                  styledom::computed::typed_hooks());
     return prepack::walk::prepack_document(log, styled);
+}
+
+/// The box tree of an HTML text, through a file of its own in a fresh temporary folder (named by `tag`
+/// and the process, so that tests running side by side do not meet), with messages kept off the console.
+inline std::optional<prepack::pack_document> boxes_of_html(std::filesystem::path const& prefix, std::string const& html,
+                                                           std::string const& tag) {
+    auto const dir = std::filesystem::temp_directory_path() / ("vellum_html_" + tag + "_" + std::to_string(::getpid()));
+    std::filesystem::create_directories(dir);
+    std::ofstream(dir / "doc.html") << html;
+    log::log l{.log_stderr = log::console_log::console_log{.console_out = std::tmpfile()}};
+    auto doc = boxes_of_file(l, prefix, dir / "doc.html");
+    std::filesystem::remove_all(dir);
+    if (!doc) {
+        return std::nullopt;
+    }
+    return std::move(*doc);
 }
 
 } // namespace box_support

@@ -11,18 +11,8 @@ namespace vellum::prepack {
 namespace {
 
 std::optional<pack_document> document_of(std::string const& html) {
-    auto const dir = std::filesystem::temp_directory_path() /
-                     ("prepack_records_doc_" + std::to_string(::getpid()) + "_" +
-                      ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    std::filesystem::create_directories(dir);
-    std::ofstream(dir / "doc.html") << html;
-    log::log l{.log_stderr = log::console_log::console_log{.console_out = std::tmpfile()}};
-    auto doc = box_support::boxes_of_file(l, VELLUM_BINARY_DIR, dir / "doc.html");
-    std::filesystem::remove_all(dir);
-    if (!doc) {
-        return std::nullopt;
-    }
-    return std::move(*doc);
+    return box_support::boxes_of_html(VELLUM_BINARY_DIR, html,
+                                      std::string("records_") + ::testing::UnitTest::GetInstance()->current_test_info()->name());
 }
 
 // The first block, depth first, for which `want` holds.

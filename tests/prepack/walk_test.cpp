@@ -101,18 +101,8 @@ three<span class="dn">third note</span></p>
 
 // The box tree of an HTML text, through the real front of the pipeline.
 std::optional<pack_document> document_of(std::string const& html) {
-    auto const dir = std::filesystem::temp_directory_path() /
-                     ("prepack_walk_doc_" + std::to_string(::getpid()) + "_" +
-                      ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    std::filesystem::create_directories(dir);
-    std::ofstream(dir / "doc.html") << html;
-    log::log l{.log_stderr = log::console_log::console_log{.console_out = std::tmpfile()}};
-    auto doc = box_support::boxes_of_file(l, VELLUM_BINARY_DIR, dir / "doc.html");
-    std::filesystem::remove_all(dir);
-    if (!doc) {
-        return std::nullopt;
-    }
-    return std::move(*doc);
+    return box_support::boxes_of_html(VELLUM_BINARY_DIR, html,
+                                      std::string("walk_") + ::testing::UnitTest::GetInstance()->current_test_info()->name());
 }
 
 // Whether any block in the list paints this background colour.
