@@ -18,8 +18,9 @@ qpdf_clean "static" static.pdf
 expect_eq "scripted: no messages" "$(cat err.txt)" ""
 expect_eq "scripted: same text as the static document" "$(pdftotext -layout scripted.pdf -)" \
     "$(pdftotext -layout static.pdf -)"
-expect_eq "scripted: same word boxes as the static document" "$(pdftotext -bbox scripted.pdf -)" \
-    "$(pdftotext -bbox static.pdf -)"
+# The word boxes only: the header's dates differ when the two runs straddle a second.
+expect_eq "scripted: same word boxes as the static document" "$(pdftotext -bbox scripted.pdf - | grep -v '<meta')" \
+    "$(pdftotext -bbox static.pdf - | grep -v '<meta')"
 expect_contains "scripted: contents" "$(pdftotext -layout scripted.pdf -)" "Forests"
 expect_contains "scripted: figure numbers" "$(pdftotext scripted.pdf -)" "Figure 2: Trees by species"
 expect_contains "scripted: notes at the end" "$(pdftotext -layout scripted.pdf -)" "2. Counted along one transect."
