@@ -4,6 +4,7 @@
 #include "image/images.hpp"
 #include "pack/blocks.hpp"
 #include "pack/columns.hpp"
+#include "pack/fit.hpp"
 #include "pack/floats.hpp"
 #include "pack/para_main.hpp"
 #include "pack/positioned.hpp"
@@ -766,9 +767,11 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
     // The absolutely positioned boxes met inside a positioned box are placed against its padding box.
     // A box packed away from its place whose gatherings are not handed on with it (an inline block, a
     // page float, a margin box) holds those met inside it too. A float hands them on, their static
-    // positions moved with it.
-    if (positioned::is_positioned(s) ||
-        (!std::holds_alternative<inflow_block>(type) && !std::holds_alternative<float_block>(type))) {
+    // positions moved with it. Content packed only to measure its widths places none: they take no
+    // room in it.
+    if (!fit::measuring() &&
+        (positioned::is_positioned(s) ||
+         (!std::holds_alternative<inflow_block>(type) && !std::holds_alternative<float_block>(type)))) {
         positioned::hang_inner(c.info, abs_from, out);
     }
     // A relatively positioned box moves by its offsets with no effect on the flow.
@@ -889,24 +892,69 @@ float natural_width(box const& b) {
     return content_natural(b) + side_edges(b);
 }
 
+namespace {
+
+// How a box of shrink-to-fit width sits in a container: its style, narrowed where what it holds needs
+// less than the room, and the width of its margin box.
+struct fit_plan {
+    std::optional<ref<css::style::style>> narrowed_style;
+    float margin_box_width = 0;
+};
+
+// None for a box that takes the width its style gives: one of fixed width, a table (as wide as its
+// columns) or a picture (as wide as its picture).
+std::optional<fit_plan> plan_fit(page_info const& info, prepack::block const& b, float container_width) {
+    auto const& s = *b.block_style;
+    bool const shrinks = std::holds_alternative<prepack::bcontent_blocks>(b.block_content) ||
+                         std::holds_alternative<prepack::bcontent_para>(b.block_content) ||
+                         std::holds_alternative<prepack::bcontent_list_item>(b.block_content);
+    if (!shrinks || !std::holds_alternative<css::box::auto_value>(s.width)) {
+        return std::nullopt;
+    }
+    auto used = css::used_style::used_style_of(s, container_width, std::nullopt);
+    auto const* m = std::get_if<css::used_style::used_margins>(&used.used_margins);
+    // Such a box starts a flow of its own: "auto" side margins are zero.
+    float const margins = m ? m->margin_left.value_or(0) + m->margin_right.value_or(0) : 0;
+    float const edges = used.used_borders.borders_left.border_width + used.used_padding_left +
+                        used.used_padding_right + used.used_borders.borders_right.border_width;
+    float const room = std::max(0.0f, container_width - margins - edges);
+    float const width = fit::shrink_to_fit(fit::content_widths_of(info, b), room);
+    fit_plan plan;
+    if (width < room - 0.01f) {
+        // As wide as what it holds: the width property says so in the box's own box-sizing, so that
+        // min-width and max-width still hold it as they would.
+        float const extra = s.box_sizing == css::box::box_sizing::border_box ? edges
+                            : s.box_sizing == css::box::box_sizing::padding_box
+                                ? used.used_padding_left + used.used_padding_right
+                                : 0.0f;
+        auto narrow = s;
+        narrow.width = width + extra;
+        used = css::used_style::used_style_of(narrow, container_width, std::nullopt);
+        plan.narrowed_style = share(std::move(narrow));
+    }
+    plan.margin_box_width = margins + edges + used.used_width;
+    return plan;
+}
+
+} // namespace
+
 block_out pack_fit(page_info info, block_type const& type, prepack::block const& b, mc::gap gap, areas::areas a) {
-    auto first = pack_block(info, type, b, gap, a);
-    auto const* p = std::get_if<packed_main>(&first.res);
-    if (!p || !std::holds_alternative<css::box::auto_value>(b.block_style->width)) {
-        return first;
+    fit::measure_scope const scope;
+    auto const plan = plan_fit(info, b, areas::width_of(a.container));
+    if (!plan || !plan->narrowed_style) {
+        return pack_block(std::move(info), type, b, std::move(gap), std::move(a));
     }
-    auto const& packed = *p->b_packed_box;
-    float const need = natural_width(packed);
-    if (need >= packed.box_w - 0.01f) {
-        return first;
-    }
-    // As wide as the longest line: packed again at that width, the lines break where they did.
-    auto narrow = *b.block_style;
-    narrow.width = std::max(0.0f, need - side_edges(packed));
-    narrow.box_sizing = css::box::box_sizing::content_box;
     auto again = b;
-    again.block_style = share(std::move(narrow));
+    again.block_style = *plan->narrowed_style;
     return pack_block(std::move(info), type, again, std::move(gap), std::move(a));
+}
+
+float float_width(page_info const& info, prepack::block const& b, float container_width) {
+    fit::measure_scope const scope;
+    if (auto const plan = plan_fit(info, b, container_width)) {
+        return plan->margin_box_width;
+    }
+    return pack_inline_block(info, b, container_width).inline_width;
 }
 
 namespace {
@@ -947,6 +995,15 @@ packed_inline pack_inline_block(page_info info, prepack::block const& b, float c
     info.flags.max_page_area = true;
     // What the inline block gathers is not handed back: page floats in it stay in its flow.
     info.flags.pack_page_stuff = false;
+    if (fit::measuring()) {
+        // A line packed to learn its widths needs only the inline block's width: a box of that width
+        // and no height stands for it.
+        fit::measure_scope const scope;
+        if (auto const plan = plan_fit(info, b, container_width)) {
+            return {.inline_width = plan->margin_box_width,
+                    .inline_box = share(box{.box_w = plan->margin_box_width})};
+        }
+    }
     auto r = pack_fit(std::move(info), inline_block{}, b, mc::fresh(), areas::areas{.container = trial, .available = {trial}});
     auto const* p = std::get_if<packed_main>(&r.res);
     if (!p) {

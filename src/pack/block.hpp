@@ -107,13 +107,17 @@ std::optional<float> last_baseline(box const& b);
 /// its width.
 float natural_width(box const& b);
 
-/// Packs a box of shrink-to-fit width (a float, an inline block): a box of "auto" width is packed in
-/// the areas, then packed again as wide as what it holds needs, if that is narrower.
+/// Packs a box of shrink-to-fit width (a float, an inline block): a box of "auto" width is as wide as
+/// the room, but no narrower than its min-content width and no wider than its max-content width.
 block_out pack_fit(page_info info,
                    block_type const& type,
                    prepack::block const& b,
                    margin_collapsing::gap gap,
                    areas::areas areas);
+
+/// The width of the margin box a float takes in a container of the given width, found without packing
+/// the float where its width follows from what it holds.
+float float_width(page_info const& info, prepack::block const& b, float container_width);
 
 /// An atomic inline box packed for a line: its width with margins, and its box placed with its left
 /// margin edge at x = 0 and its baseline (that of its last line, or its bottom margin edge when it has

@@ -2,6 +2,7 @@
 
 #include "css/used_style.hpp"
 #include "pack/block.hpp"
+#include "pack/fit.hpp"
 #include "pack/margin_collapsing.hpp"
 #include "util/ref.hpp"
 
@@ -135,6 +136,15 @@ areas::areas cut(areas::areas a, areas::area const& r, side s) {
 
 std::optional<placed> place_float(page_info info, prepack::block const& b, side s, float top,
                                   areas::areas const& a, bool max_area) {
+    if (fit::measuring()) {
+        // A flow packed to learn its widths needs only the float's width, which is known without
+        // packing what the float holds: a box of that width and no height stands for it.
+        float const w = block::float_width(info, b, areas::width_of(a.container));
+        float const x = s == side::left ? a.container.left : a.container.right - w;
+        return placed{.placed_box = share(box{.box_x = x, .box_y = top, .box_w = w}),
+                      .placed_areas = a,
+                      .placed_info = std::move(info)};
+    }
     // Packed first in a trial area as wide as the container and unbounded below: a float is not split.
     float const far = 1000000.0f;
     areas::area const trial{.top = 0, .bottom = -far, .left = a.container.left, .right = a.container.right};

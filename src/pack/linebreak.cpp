@@ -1,5 +1,7 @@
 #include "pack/linebreak.hpp"
 
+#include "pack/fit.hpp"
+
 #include <cmath>
 #include <iterator>
 
@@ -114,6 +116,14 @@ struct scan {
                     !holds_only_indent(st.packed_sofar)) {
                     st.delay_floats.push_back(item);
                     ++st.next_index;
+                    continue;
+                }
+                if (!is_in_flow(*ib) && (!is_float(*ib) || fit::measuring())) {
+                    // An absolute box takes no room from the line, nor does a float while a flow is
+                    // only measured: the line goes on, and the box is placed with it.
+                    st.line_outflows.push_back(outflow{.outflow_xpos = st.curr_xpos, .outflow_item = item,
+                                                       .outflow_page_info = st.curr_page_info});
+                    st.next_index = i + 1;
                     continue;
                 }
                 if (!is_in_flow(*ib)) {

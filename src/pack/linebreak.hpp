@@ -12,6 +12,16 @@
 
 namespace vellum::pack::linebreak {
 
+/// An atomic inline box that is not part of the line (a float that fits, an absolute box). A float
+/// narrows the line: the caller places it and starts the line again from the stream, which holds what
+/// was packed so far and the rest of the paragraph, the box taken out. A box that takes no room from
+/// the line is kept with the line instead (`line_outflows`), for the caller to place with it.
+struct outflow {
+    float outflow_xpos = 0;
+    knuth::knuth outflow_item;
+    eval_knuth::page_state outflow_page_info;
+};
+
 /// The running state of the scan of one line.
 struct pack_state {
     eval_knuth::page_state curr_page_info;
@@ -26,6 +36,8 @@ struct pack_state {
     std::optional<knuth::knuth> prev_knuth;
     /// The index of the next item to scan.
     std::size_t next_index = 0;
+    /// The boxes out of the flow met on the line that take no room from it, with their places.
+    std::vector<outflow> line_outflows;
 };
 
 /// A place where the line could end: the state there, the trimmed line and its sums, and how the
@@ -37,15 +49,6 @@ struct break_point {
     float line_stretch = 0;
     float line_shrink = 0;
     knuth::break_type break_type = knuth::break_type::other;
-};
-
-/// An atomic inline box that is not part of the line (a float that fits, an absolute box): the
-/// caller places it and starts the line again from the stream, which holds what was packed so far
-/// and the rest of the paragraph, the box taken out.
-struct outflow {
-    float outflow_xpos = 0;
-    knuth::knuth outflow_item;
-    eval_knuth::page_state outflow_page_info;
 };
 
 /// The line can't start in this band (a float beside it leaves too little room) and nothing was

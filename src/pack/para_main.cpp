@@ -330,6 +330,21 @@ bool pack_outflow(run_state& s, linebreak::outflow const& out, bool max_area) {
     return true;
 }
 
+// Places the boxes out of the flow that a line kept with it, at the line's place in `line_areas`:
+// absolute boxes, and floats while the flow is only measured, which take no room.
+void place_line_outflows(run_state& s, std::vector<linebreak::outflow> const& outs, areas::areas const& line_areas,
+                         bool max_area) {
+    if (outs.empty()) {
+        return;
+    }
+    auto after = std::move(s.areas);
+    s.areas = line_areas;
+    for (auto const& out : outs) {
+        check(pack_outflow(s, out, max_area), "place_line_outflows");
+    }
+    s.areas = std::move(after);
+}
+
 // The greedy packer: one line at a time, each as wide as its band.
 run_state greedy_run(para_ctx const& ctx, run_state s, std::optional<int> max_lines) {
     bool max_area = s.info.flags.max_page_area;
@@ -397,6 +412,7 @@ run_state greedy_run(para_ctx const& ctx, run_state s, std::optional<int> max_li
                                         bp.line);
             if (made.made_empty) {
                 take_footnotes(s.info, bp.line, bp.break_state.curr_page_info.footnote_counter);
+                place_line_outflows(s, bp.break_state.line_outflows, s.areas, max_area);
                 placed = true;
                 break;
             }
@@ -416,7 +432,9 @@ run_state greedy_run(para_ctx const& ctx, run_state s, std::optional<int> max_li
                 drop_indent(s.rest);
                 return s;
             }
+            auto const line_areas = s.areas;
             accept(s, made, bp.break_type == break_type::hyphen);
+            place_line_outflows(s, bp.break_state.line_outflows, line_areas, max_area);
             // Only the first line of an area may exceed it.
             max_area = false;
             placed = true;
@@ -873,6 +891,12 @@ para_res pack_para(page_info info,
     // Inline blocks are packed as the line breakers meet them, in a container of the paragraph's width.
     if (may_hold_inline_blocks) {
         ctx.env.env_pack_inline_block = [info, width](knuth::inline_block const& ib, std::optional<float>) {
+            // A box out of the flow is packed where it is placed, not here: the line breaker only asks
+            // whether a float still fits beside the line, and an absolute box takes no room in it.
+            if (!knuth::is_in_flow(ib)) {
+                float const w = knuth::is_float(ib) ? block::float_width(info, *ib.inline_block_block, width) : 0;
+                return eval_knuth::packed_inline_block{.packed_width = w, .packed_box = share(pack::box{})};
+            }
             auto p = block::pack_inline_block(info, *ib.inline_block_block, width);
             return eval_knuth::packed_inline_block{.packed_width = p.inline_width, .packed_box = std::move(p.inline_box)};
         };

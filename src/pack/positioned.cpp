@@ -2,6 +2,7 @@
 
 #include "css/used_style.hpp"
 #include "pack/block.hpp"
+#include "pack/fit.hpp"
 #include "util/ref.hpp"
 #include "util/result.hpp"
 
@@ -272,12 +273,11 @@ placed pack_absolute(page_info info, prepack::block const& b, util::pos::pos sta
         return std::pair{*p->b_packed_box, std::move(r.out_info)};
     };
 
-    // The width first: shrink-to-fit packs the content in the room the equation leaves.
+    // The width first: shrink-to-fit holds the content between its narrowest and its widest in the
+    // room the equation leaves. The boxes nested in this one are measured once, while it is packed.
+    fit::measure_scope const scope;
     std::optional<std::pair<box, page_info>> packed;
-    auto const hs = solve_horizontal(h, [&](float room) {
-        packed = pack_at(std::nullopt, 0, 0, room);
-        return std::max(0.0f, packed->first.box_w - h_edges);
-    });
+    auto const hs = solve_horizontal(h, [&](float room) { return fit::shrink_to_fit(fit::content_widths_of(info, b), room); });
     // max-width and min-width hold the solved width, the minimum winning.
     float width = hs.axis_size;
     // Under border-box sizing they measure the border box.
