@@ -1001,7 +1001,7 @@ packed_inline pack_inline_block(page_info info, prepack::block const& b, float c
         fit::measure_scope const scope;
         if (auto const plan = plan_fit(info, b, container_width)) {
             return {.inline_width = plan->margin_box_width,
-                    .inline_box = share(box{.box_w = plan->margin_box_width})};
+                    .inline_box = share(box{.box_w = plan->margin_box_width, .box_style = b.block_style})};
         }
     }
     auto r = pack_fit(std::move(info), inline_block{}, b, mc::fresh(), areas::areas{.container = trial, .available = {trial}});

@@ -237,4 +237,31 @@ awk -v sy="$sy" -v fy="$fy" 'BEGIN { exit !(sy < 33 && fy > sy + 10) }' ||
 awk -v uy="$uy" -v ly="$ly" 'BEGIN { exit !(uy < ly && ly < uy + 15) }' ||
     fail "unless-fit: the float ($uy) is not in the flow before the last line ($ly)"
 
+# Floats of "auto" width shrink to fit: one holding two words is as wide as they are, with the text
+# after it beside them; one holding words for many lines is as wide as the body, with the text after
+# it below.
+words=$(printf 'words %.0s' $(seq 80))
+cat >shrink.html <<HTML
+<!DOCTYPE html><html><head><style>
+@page { size: 400pt 500pt; margin: 30pt }
+body { margin: 0; font: 10pt/12pt "DejaVu Sans" }
+p { margin: 0 }
+.f { float: left; border-right: 2pt solid }
+</style></head><body>
+<div class="f">Narrow float</div><p>Besideit text.</p>
+<div style="clear: both"></div>
+<div class="f">Widefloat $words</div><p>Belowit text.</p>
+</body></html>
+HTML
+timeout 60 "$VELLUM" shrink.html -o shrink.pdf 2>shrink.err
+expect_eq "shrink-to-fit: status" "$?" 0
+read -r nx ny <<<"$(box_of shrink.pdf 1 Narrow)"
+read -r bx by <<<"$(box_of shrink.pdf 1 Besideit)"
+read -r wx wy <<<"$(box_of shrink.pdf 1 Widefloat)"
+read -r ux uy <<<"$(box_of shrink.pdf 1 Belowit)"
+awk -v nx="$nx" -v ny="$ny" -v bx="$bx" -v by="$by" 'BEGIN { exit !(bx > nx + 60 && bx < nx + 100 && by < ny + 2 && by > ny - 2) }' ||
+    fail "shrink-to-fit: text at $bx,$by not just beside the narrow float at $nx,$ny"
+awk -v wy="$wy" -v ux="$ux" -v uy="$uy" 'BEGIN { exit !(ux < 35 && uy > wy + 60) }' ||
+    fail "shrink-to-fit: text at $ux,$uy not below the wide float (top $wy)"
+
 finish

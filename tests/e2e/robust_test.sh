@@ -122,4 +122,18 @@ for w in start middle end; do
     expect_contains "bidi controls: $w" "$text" "$w"
 done
 
+# Floats, absolutely positioned boxes and inline blocks nested in each other shrink to fit what they
+# hold. Each box is measured once: measuring one used to pack the boxes inside it again at every
+# level, so that twenty nested floats took a minute and a hundred never finished.
+for kind in "float: left" "position: absolute" "display: inline-block"; do
+    python3 -c "import sys; print('<p>before</p>' + ('<div style=\"%s\">x ' % sys.argv[1]) * 1000 + 'innermost' + '</div>' * 1000 + '<p>after</p>')" "$kind" > nested.html
+    timeout 60 "$VELLUM" nested.html -o nested.pdf 2>err.txt
+    expect_eq "1,000 nested boxes of $kind: status" "$?" 0
+    text=$(pdftotext nested.pdf - 2>/dev/null)
+    for w in before x after; do
+        expect_contains "1,000 nested boxes of $kind: $w" "$text" "$w"
+    done
+    qpdf_clean "1,000 nested boxes of $kind" nested.pdf
+done
+
 finish

@@ -472,6 +472,90 @@ TEST(floats, auto_width_shrinks_to_the_longest_line_and_sides_follow_the_page) {
     EXPECT_NE(dump_geometry(outside).find("    div x=80 y=0 w=20 h=5\n"), std::string::npos) << dump_geometry(outside);
 }
 
+// The first child box of a box, through a paragraph's floats.
+box const& first_child(box const& b) {
+    if (auto const* p = std::get_if<para>(&b.box_content)) {
+        for (auto const& item : p->para_lines) {
+            if (auto const* f = std::get_if<float_box>(&item)) {
+                return *f->float_box_box;
+            }
+        }
+    }
+    return *std::get<boxes>(b.box_content).boxes_list.at(0);
+}
+
+box const& first_in_body(std::vector<ref<packed_page>> const& pages) {
+    auto const& html = *pages.at(0)->body_box.body_content.front();
+    return first_child(first_child(html));
+}
+
+TEST(floats, auto_width_lies_between_the_min_and_the_max_content_width) {
+    std::string const css = ".f { float: left }";
+    auto const two = pack_html(css, "<div class=f>ab ab</div>");
+    auto const one = pack_html(css, "<div class=f>ab</div>");
+    float const word = first_in_body(one).box_w;
+    // Room enough: as wide as the words unbroken.
+    EXPECT_GT(first_in_body(two).box_w, 2 * word);
+    EXPECT_LT(first_in_body(two).box_w, 3 * word);
+    // Words for several lines: as wide as the room, not as the longest line it happens to break into.
+    std::string many;
+    for (int i = 0; i < 40; ++i) {
+        many += "ab ";
+    }
+    EXPECT_FLOAT_EQ(first_in_body(pack_html(css, "<div class=f>" + many + "</div>")).box_w, 100);
+    // A word wider than the room: as wide as the word, running over.
+    EXPECT_GT(first_in_body(pack_html(css, "<div class=f>" + std::string(80, 'a') + "</div>")).box_w, 100);
+    // Floats inside stand side by side at the widest; max-width still holds the float.
+    auto const row = pack_html(css + " .g { float: left; width: 20pt; height: 5pt }",
+                               "<div class=f><div class=g></div><div class=g></div></div>");
+    EXPECT_FLOAT_EQ(first_in_body(row).box_w, 40);
+    auto const capped = pack_html(".f { float: left; max-width: 30pt; box-sizing: border-box; padding: 0 5pt }",
+                                  "<div class=f>" + many + "</div>");
+    EXPECT_FLOAT_EQ(first_in_body(capped).box_w, 30);
+}
+
+TEST(floats, nested_floats_each_hold_the_next_one) {
+    // Sixty floats inside each other, each with a 1pt left border around the next: every one is as wide
+    // as what it holds, so the outermost is 60pt wider than the innermost.
+    std::string body;
+    for (int i = 0; i < 60; ++i) {
+        body += "<div class=f>";
+    }
+    body += "ab";
+    for (int i = 0; i < 60; ++i) {
+        body += "</div>";
+    }
+    auto const pages = pack_html(".f { float: left; border-left: 1pt solid }", body);
+    ASSERT_EQ(pages.size(), 1u);
+    box const* b = &first_in_body(pages);
+    float const outer = b->box_w;
+    for (int depth = 1; depth < 60; ++depth) {
+        auto const& inner = first_child(*b);
+        ASSERT_NEAR(inner.box_w, b->box_w - 1, 0.01f) << "depth " << depth;
+        EXPECT_NEAR(inner.box_x, b->box_x + 1, 0.01f) << "depth " << depth;
+        b = &inner;
+    }
+    EXPECT_NEAR(outer - b->box_w, 59, 0.01f);
+}
+
+TEST(inline_block, inline_blocks_inside_each_other_shrink_to_what_they_hold) {
+    auto const pages = pack_html(".i { display: inline-block; border: 1pt solid }",
+                                 "<p>a <span class=i>b <span class=i>c <span class=i>d</span></span></span> e</p>");
+    ASSERT_EQ(pages.size(), 1u);
+    auto const& p = first_in_body(pages);
+    auto const& line = std::get<linebox>(std::get<para>(p.box_content).para_lines.at(0));
+    int boxes_on_line = 0;
+    for (auto const& s : line.linebox_content) {
+        if (auto const* ib = std::get_if<inline_box>(&s)) {
+            ++boxes_on_line;
+            // Three letters, two spaces and the borders of three boxes: far narrower than the line.
+            EXPECT_GT(ib->inline_box_box->box_w, 10);
+            EXPECT_LT(ib->inline_box_box->box_w, 40);
+        }
+    }
+    EXPECT_EQ(boxes_on_line, 1);
+}
+
 TEST(floats, floats_in_a_paragraph_and_first_letters) {
     // A floated first letter leaves the line and the first lines go beside it.
     auto const pages = pack_html("p::first-letter { float: left; font-size: 16pt; line-height: 20pt }",
