@@ -429,28 +429,27 @@ void sort_marks(buffer::glyphs& glyphs, bool arabic) {
 }
 
 // Indic vowel signs in two parts, and letters with nukta that are never composed, are shaped as their
-// parts, when the font has both.
+// parts, when the font has both. A first part that is itself in two parts (Kannada's oo sign is the o
+// sign and a length mark, the o sign the e sign and the uu sign) is split again.
 void decompose_indic(font_data::font_data const& font, buffer::glyphs& glyphs) {
     for (std::size_t i = 0; i < glyphs.size(); ++i) {
-        if (glyphs[i].info_chars.size() != 1) {
-            continue;
+        while (glyphs[i].info_chars.size() == 1) {
+            auto const parts = unicode::shaping_props::indic_decomposition(glyphs[i].info_chars[0]);
+            if (!parts) {
+                break;
+            }
+            auto const a = font_data::char_to_glyph(font, parts->first);
+            auto const b = font_data::char_to_glyph(font, parts->second);
+            if (a == 0 || b == 0) {
+                break;
+            }
+            auto second = glyphs[i];
+            glyphs[i].info_glyph = a;
+            glyphs[i].info_chars = std::u32string(1, parts->first);
+            second.info_glyph = b;
+            second.info_chars = std::u32string(1, parts->second);
+            glyphs.insert(glyphs.begin() + std::ptrdiff_t(i + 1), second);
         }
-        auto const parts = unicode::shaping_props::indic_decomposition(glyphs[i].info_chars[0]);
-        if (!parts) {
-            continue;
-        }
-        auto const a = font_data::char_to_glyph(font, parts->first);
-        auto const b = font_data::char_to_glyph(font, parts->second);
-        if (a == 0 || b == 0) {
-            continue;
-        }
-        auto second = glyphs[i];
-        glyphs[i].info_glyph = a;
-        glyphs[i].info_chars = std::u32string(1, parts->first);
-        second.info_glyph = b;
-        second.info_chars = std::u32string(1, parts->second);
-        glyphs.insert(glyphs.begin() + std::ptrdiff_t(i + 1), second);
-        ++i;
     }
 }
 
