@@ -91,6 +91,26 @@ for word in हिन्दी किताब पढ़ना धर्म क�
     expect_contains "Hindi text in logical order: $word" "$hi" "$word"
 done
 
+# An Arabic paragraph with vowel marks, a shadda under its vowel, hamza marks and ligatures: text tools
+# read every word back as typed (before, marks came out ahead of their letters and ligatures reversed).
+cat >ar.html <<'HTML'
+<!DOCTYPE html><html><head><meta charset="utf-8"><style>body { font: 16pt "Noto Naskh Arabic"; direction: rtl }</style></head><body>
+<p lang="ar">بِسْمِ ٱللَّهِ ٱلرَّحْمَٰنِ ٱلرَّحِيمِ لا السلام عليكم تَّ بَٔ سِٕ كُٔن بِّٕ مستشفى عام 2024</p>
+</body></html>
+HTML
+timeout 60 "$VELLUM" ar.html -o ar.pdf 2>ar.err
+expect_eq "Arabic status" "$?" 0
+qpdf_clean "Arabic" ar.pdf
+ar_text=$(pdftotext ar.pdf - | tr '\n' ' ')
+for word in بِسْمِ ٱللَّهِ ٱلرَّحْمَٰنِ ٱلرَّحِيمِ لا السلام عليكم تَّ بَٔ سِٕ كُٔن بِّٕ مستشفى عام 2024; do
+    expect_contains "Arabic text in logical order: $word" "$ar_text" "$word"
+done
+# The words whose glyphs read back otherwise carry their text in spans; plain words and digits do not.
+spans=$(qpdf --qdf --object-streams=disable ar.pdf - | grep -a -c ActualText)
+if [ "$spans" -lt 9 ] || [ "$spans" -gt 13 ]; then
+    fail "Arabic: $spans ActualText spans, expected one for each of the 9 to 13 words with marks or ligatures"
+fi
+
 # Malayalam: the pre-base form of Ra after a virama is drawn before its consonant, and the dot reph
 # U+0D4E typed before a consonant is drawn after it; copied text stays as typed. Glyph numbers are the
 # font's own, as the font goes out whole.

@@ -699,6 +699,33 @@ std::vector<fonts::grapheme> shape_font_run(log::log const& log,
         }
         out.push_back(std::move(gr));
     }
+    // PDF text stands in drawing order, left to right, and readers turn right-to-left text back into
+    // reading order by reversing it. A right-to-left Arabic run whose glyphs' characters, reversed, are
+    // not its text (a ligature's letters, marks drawn after their base, marks reordered for stacking)
+    // carries its text in a span, given in drawing order like the rest of the page's text: reversed, so
+    // that the reader's reversal gives it back as typed. Runs with digits or other letters are left as
+    // they are, since readers keep those in their own order.
+    bool const all_right_to_left = std::all_of(original.begin(), original.end(), [](char32_t c) {
+        auto const s = unicode::script::script_of(c);
+        return s == script::arab || s == script::syrc || s == script::qaai;
+    });
+    if (model_of(request.run_script) == model::arabic && rtl && !out.empty() && clusters.empty() &&
+        all_right_to_left) {
+        std::u32string read_back;
+        for (auto const& gr : out) {
+            std::u32string part = gr.base_glyph.glyph_unicodes;
+            for (auto const& m : gr.grapheme_marks) {
+                part += m.mark_glyph.glyph_unicodes;
+            }
+            read_back.append(part.rbegin(), part.rend());
+        }
+        if (read_back != original) {
+            clusters.push_back(std::make_shared<fonts::cluster_text>(
+                fonts::cluster_text{.cluster_chars = std::u32string(original.rbegin(), original.rend())}));
+            starts.push_back(0);
+            std::fill(syllable_of.begin(), syllable_of.end(), std::uint16_t(1));
+        }
+    }
     for (std::size_t k = 0; k < clusters.size(); ++k) {
         std::size_t stop = starts[k] + 1;
         while (stop < out.size() && syllable_of[stop] == syllable_of[starts[k]]) {
