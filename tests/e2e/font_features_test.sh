@@ -190,4 +190,22 @@ else
     echo "petite caps part skipped: $(cat petite-tool.err)"
 fi
 
+# An SVG font-variant attribute is read as the font-variant shorthand, as the property would be.
+svg_text() {
+    printf '<div style="page-break-after: always"><svg width="280" height="40"><text x="0" y="30" font-family="Noto Serif" font-size="24" %s>Small caps</text></svg></div>\n' "$1"
+}
+{
+    echo '<!DOCTYPE html><html><head><style>@page { size: 300pt 60pt; margin: 10pt }</style></head><body>'
+    svg_text 'font-variant="small-caps"'
+    svg_text 'style="font-variant: small-caps"'
+    svg_text ''
+    echo '</body></html>'
+} >svg.html
+timeout 60 "$VELLUM" svg.html -o svg.pdf 2>svg.err
+expect_eq "svg: status" "$?" 0
+expect_eq "svg: no warnings" "$(cat svg.err)" ""
+pdftoppm -r 72 -gray -png svg.pdf s
+expect_eq "svg: font-variant attribute as the property" "$(same s-1.png s-2.png)" same
+expect_eq "svg: font-variant attribute shows small capitals" "$(same s-1.png s-3.png)" different
+
 finish
