@@ -920,9 +920,10 @@ std::optional<fit_plan> plan_fit(page_info const& info, prepack::block const& b,
     float const room = std::max(0.0f, container_width - margins - edges);
     float const width = fit::shrink_to_fit(fit::content_widths_of(info, b), room);
     fit_plan plan;
-    if (width < room - 0.01f) {
-        // As wide as what it holds: the width property says so in the box's own box-sizing, so that
-        // min-width and max-width still hold it as they would.
+    if (std::abs(width - room) > 0.01f) {
+        // As wide as what it holds, narrower than the room or, for a word longer than the room, wider:
+        // the width property says so in the box's own box-sizing, so that min-width and max-width still
+        // hold it as they would.
         float const extra = s.box_sizing == css::box::box_sizing::border_box ? edges
                             : s.box_sizing == css::box::box_sizing::padding_box
                                 ? used.used_padding_left + used.used_padding_right
