@@ -233,6 +233,11 @@ TEST(domjs, html_interfaces_reflect_attributes) {
               "false checkbox");
     EXPECT_EQ(f.eval("var img = new Image(10, 20); [img.tagName, img.width, img.height, img.parentNode].join()"),
               "IMG,10,20,");
+    EXPECT_EQ(f.eval("(img instanceof Image) + ' ' + (img instanceof HTMLImageElement) + ' ' +"
+                     "(document.getElementsByTagName('img')[0] instanceof Image) + ' ' + (a instanceof Image)"),
+              "true true true false");
+    EXPECT_EQ(f.eval("var x = c.getContext('2d'); (x.canvas === c) + ' ' + (c.getContext('2d').canvas === c)"),
+              "true true");
     EXPECT_EQ(f.eval("document.body.title = 'T'; document.body.title + document.body.lang"), "T");
 }
 
@@ -264,10 +269,14 @@ TEST(domjs, scripts_run_as_the_walk_reaches_them) {
                       "document.addEventListener('DOMContentLoaded', function () { note('ready ') });"
                       "window.addEventListener('load', function () { note('load ') });"
                       "</script></head><body onload=\"note('onload')\"><p>x</p>"
-                      "<script>note('inline ')</script><script type='text/plain'>note('plain ')</script></body></html>");
+                      "<script>note('inline ')</script><script type='text/plain'>note('plain ')</script>"
+                      "<script type=' Text/JavaScript '>note('typed ')</script>"
+                      "<script type='module'>note('module ')</script></body></html>");
     auto const state = f.run_phase();
     EXPECT_TRUE(std::holds_alternative<hostjs::host_js_unused>(state));
-    EXPECT_EQ(f.body_log(), "inline late ready load onload");
+    EXPECT_EQ(f.body_log(), "inline typed late ready load onload");
+    // Scripts of other types are named once, not run.
+    EXPECT_NE(f.log.text().find("script of type \"text/plain\" is not run"), std::string::npos) << f.log.text();
 }
 
 } // namespace
