@@ -219,6 +219,30 @@ TEST(domjs, computed_style_follows_rules_and_class_changes) {
     EXPECT_EQ(f.eval("d.style.color = ''; d.className = 'cool'; cs.color"), "#0000ff");
 }
 
+TEST(domjs, computed_lengths_are_points) {
+    fixture f("computed_lengths",
+              "<!DOCTYPE html><html><head><style>html { font-size: 10pt } body { font-size: 150% }"
+              " p { font-size: 2em; margin-left: 1.5em; text-indent: 2rem; border-top: thin solid; line-height: 1.2 }"
+              " span { font-size: larger; padding: 1in 10px } em { font-size: x-large }</style></head>"
+              "<body><p id='p'>a <span id='s'>b</span> <em id='e'>c</em></p><div id='d'>d</div></body></html>");
+    // 10pt, then 150% of it, then 2em of that.
+    EXPECT_EQ(f.eval("var p = getComputedStyle(document.getElementById('p')); p.fontSize"), "30pt");
+    EXPECT_EQ(f.eval("getComputedStyle(document.body).fontSize + ' ' + getComputedStyle(document.getElementById('d')).fontSize"),
+              "15pt 15pt");
+    // Ems of the element's own size, rems of the root's; numbers stay numbers.
+    EXPECT_EQ(f.eval("[p.marginLeft, p.textIndent, p.lineHeight].join()"), "45pt,20pt,1.2");
+    // Keywords: larger than the parent, x-large from medium.
+    EXPECT_EQ(f.eval("var s = getComputedStyle(document.getElementById('s')); s.fontSize + ' ' +"
+                     "getComputedStyle(document.getElementById('e')).fontSize"),
+              "36pt 18pt");
+    EXPECT_EQ(f.eval("s.paddingTop + ' ' + s.paddingLeft"), "72pt 7.5pt");
+    // Border widths: a keyword in points, and none at all without a style.
+    EXPECT_EQ(f.eval("p.borderTopWidth + ' ' + p.borderLeftWidth"), "0.75pt 0pt");
+    // An inherited length keeps the value its element computed.
+    EXPECT_EQ(f.eval("document.getElementById('d').style.textIndent = '1em';"
+                     "getComputedStyle(document.getElementById('d')).textIndent"), "15pt");
+}
+
 TEST(domjs, html_interfaces_reflect_attributes) {
     fixture f("html", "<!DOCTYPE html><html><body><a href='x.html'>a</a><img src='i.png' width='20'>"
                       "<canvas id='c' width='40'></canvas><input type='checkbox' checked></body></html>");
