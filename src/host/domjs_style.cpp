@@ -146,10 +146,89 @@ bool valid_for(std::string const& name, css::value::value const& v) {
 // A shorthand's value split among its members, as text; nothing where the split is not plain (the
 // shorthand is then kept as written). Members the value leaves out get "initial", as a shorthand resets
 // them.
+// Whether a piece of text is a valid value of a property.
+bool text_valid_for(std::string const& name, std::string const& text) {
+    auto const v = css::parser::parse_value("", text);
+    return v && valid_for(name, *v);
+}
+
+// `font` split among its members: style, variant, weight and stretch keywords in any order ("normal"
+// counts for any of them), then the size with an optional "/" and line height, then the family list,
+// which is the rest of the text. Nothing for a text that does not read so (a system font keyword).
+std::optional<std::vector<std::pair<std::string, std::string>>> expand_font(std::vector<std::string> const& members,
+                                                                             std::string const& text) {
+    std::vector<std::string> words;
+    for (std::size_t i = 0; i < text.size();) {
+        if (std::isspace(static_cast<unsigned char>(text[i]))) {
+            ++i;
+            continue;
+        }
+        // A slash stands apart, so that "12pt/1.5" and "12pt / 1.5" read alike.
+        std::size_t j = i;
+        if (text[j] == '/') {
+            ++j;
+        } else {
+            while (j < text.size() && !std::isspace(static_cast<unsigned char>(text[j])) && text[j] != '/') {
+                ++j;
+            }
+        }
+        words.push_back(text.substr(i, j - i));
+        i = j;
+    }
+    std::map<std::string, std::string> given;
+    std::size_t w = 0;
+    for (; w < words.size(); ++w) {
+        if (lower(words[w]) == "normal") {
+            continue;
+        }
+        bool placed = false;
+        for (auto const* m : {"font-style", "font-variant", "font-weight", "font-stretch"}) {
+            if (!given.contains(m) && std::ranges::find(members, m) != members.end() && text_valid_for(m, words[w])) {
+                given[m] = lower(words[w]);
+                placed = true;
+                break;
+            }
+        }
+        if (!placed) {
+            break;
+        }
+    }
+    if (w >= words.size() || !text_valid_for("font-size", words[w])) {
+        return std::nullopt;
+    }
+    given["font-size"] = words[w++];
+    if (w + 1 < words.size() && words[w] == "/") {
+        if (!text_valid_for("line-height", words[w + 1])) {
+            return std::nullopt;
+        }
+        given["line-height"] = words[w + 1];
+        w += 2;
+    }
+    std::string family;
+    for (; w < words.size(); ++w) {
+        family += (family.empty() ? "" : " ") + words[w];
+    }
+    if (family.empty() || !text_valid_for("font-family", family)) {
+        return std::nullopt;
+    }
+    given["font-family"] = family;
+    std::vector<std::pair<std::string, std::string>> out;
+    for (auto const& m : members) {
+        auto const it = given.find(m);
+        out.emplace_back(m, it != given.end() ? it->second : "initial");
+    }
+    return out;
+}
+
 std::optional<std::vector<std::pair<std::string, std::string>>> expand_shorthand(prop_name p, css::value::value const& v) {
     auto const members = member_names(p);
     if (members.empty()) {
         return std::nullopt;
+    }
+    if (css::propnames::css_name(p) == "font") {
+        if (auto const k = css::property::parse::keyword_of(v); !k || (lower(*k) != "inherit" && lower(*k) != "initial")) {
+            return expand_font(members, css::value::to_text(v));
+        }
     }
     std::vector<std::pair<std::string, std::string>> out;
     auto const terms = css::property::parse::terms_of(v);
@@ -191,11 +270,11 @@ std::optional<std::vector<std::pair<std::string, std::string>>> expand_shorthand
     return out;
 }
 
-// The shorthands whose members don't stand apart term by term: kept as written.
+// The shorthands whose members don't stand apart term by term (layers, slashes between corners): kept
+// as written.
 bool keep_whole(prop_name p) {
     auto const name = css::propnames::css_name(p);
-    return name == "font" || name == "background" || name == "columns" || name == "column-rule" ||
-           name == "border-radius" || name == "list-style";
+    return name == "background" || name == "border-radius";
 }
 
 // `css_get_prop` on the style attribute: the text of the last declaration of the property, or of the

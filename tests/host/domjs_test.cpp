@@ -201,6 +201,20 @@ TEST(domjs, style_attribute_in_canonical_form) {
     EXPECT_EQ(f.eval("s.borderTop = '1px solid blue'; s.borderTopStyle + ' ' + s.borderTopColor"), "solid #0000ff");
     EXPECT_EQ(f.eval("s.color = 'inherit'; s.color"), "inherit");
     EXPECT_EQ(f.eval("s.color = ''; s.getPropertyValue('color') + '|' + s.getPropertyValue('margin-top')"), "|1pt");
+    // font: keywords in any order, the size with its line height, the family as the rest; the members
+    // it leaves out are reset.
+    EXPECT_EQ(f.eval("s.font = 'bold italic 12pt/1.5 \"Times New Roman\", serif';"
+                     "[s.fontStyle, s.fontWeight, s.fontSize, s.lineHeight, s.fontFamily].join('|')"),
+              "italic|bold|12pt|1.5|\"Times New Roman\",serif");
+    EXPECT_EQ(f.eval("s.font = '10pt / 2 sans-serif'; s.fontSize + ' ' + s.lineHeight + ' ' + s.fontWeight"),
+              "10pt 2 initial");
+    // Not a font: the style keeps what it had.
+    EXPECT_EQ(f.eval("s.font = 'bold'; s.fontSize"), "10pt");
+    EXPECT_EQ(f.eval("s.listStyle = 'square inside'; s.listStyleType + ' ' + s.listStylePosition + ' ' + s.listStyleImage"),
+              "square inside initial");
+    EXPECT_EQ(f.eval("s.columns = '2 10em'; s.columnCount + ' ' + s.columnWidth"), "2 10em");
+    EXPECT_EQ(f.eval("s.columnRule = 'thin dotted green'; [s.columnRuleWidth, s.columnRuleStyle, s.columnRuleColor].join()"),
+              "thin,dotted,#008000");
 }
 
 TEST(domjs, computed_style_follows_rules_and_class_changes) {
