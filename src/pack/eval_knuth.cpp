@@ -200,15 +200,28 @@ shaper shaper_of(fonts::fonts const& db, std::shared_ptr<fonts::shape_cache::sha
 }
 
 pattern_source patterns_of(log::log const& log, hyph::hyph& cache, resource::loader::loader const& loader) {
-    return [log, &cache, loader](css::text::hyphenate_patterns const& names)
+    // The names a paragraph's styles give resolve to the same patterns every time a line asks, and
+    // resolving a URL is not cheap: the last answer is kept for the next question.
+    struct last_answer {
+        css::text::hyphenate_patterns answer_names;
+        std::optional<ref<hyphen_parser::hyphen_rules>> answer_rules;
+    };
+    auto last = std::make_shared<std::optional<last_answer>>();
+    return [log, &cache, loader, last](css::text::hyphenate_patterns const& names)
                -> std::optional<ref<hyphen_parser::hyphen_rules>> {
+        if (*last && (*last)->answer_names == names) {
+            return (*last)->answer_rules;
+        }
+        std::optional<ref<hyphen_parser::hyphen_rules>> found;
         // The first file that loads serves; a style may name a fallback after a preferred file.
         for (auto const& name : names) {
             if (auto rules = hyph::get_patterns_for_url(log, cache, loader, name)) {
-                return rules;
+                found = std::move(rules);
+                break;
             }
         }
-        return std::nullopt;
+        *last = last_answer{.answer_names = names, .answer_rules = found};
+        return found;
     };
 }
 
