@@ -174,11 +174,18 @@ void install_html(e::js& engine, dom_state& state) {
             if (auto const* x = std::get_if<e::exception>(&kind)) {
                 return *x;
             }
-            return canvas_get_context(engine, *el, std::get<std::string>(kind));
+            auto context = canvas_get_context(engine, *el, std::get<std::string>(kind));
+            // The context names its canvas.
+            if (auto const* o = std::get_if<js_object>(&context)) {
+                e::define_value(*o, "canvas", wrap_node(engine, dom::dom_node{el}),
+                                e::attrs{}.with(e::attr::read_only).with(e::attr::no_delete));
+            }
+            return context;
         }));
 
-    // `new Image(width, height)`: an img element of the document outside the tree.
-    webidl::make_interface(
+    // `new Image(width, height)`: an img element of the document outside the tree. Its prototype is
+    // that of img elements, so that they are all `instanceof Image`.
+    auto const image = webidl::make_interface(
         engine, "Image", std::nullopt,
         webidl::native_value([](e::js& engine, e::js_value const&, args_t const& args) -> e::expr_res<e::js_value> {
             auto const doc_value = e::get(engine, engine.global_object, e::key_of_utf8("document"));
@@ -201,6 +208,8 @@ void install_html(e::js& engine, dom_state& state) {
             }
             return wrap_node(engine, img);
         }));
+    e::define_own_property(image.constructor, e::key_of_utf8("prototype"), e::prop_value{.value = img->second.first},
+                           e::attrs{}.with(e::attr::read_only).with(e::attr::no_enum).with(e::attr::no_delete));
 }
 
 } // namespace vellum::domjs

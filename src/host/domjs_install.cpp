@@ -256,6 +256,10 @@ void run_document_scripts(hostjs::host_js& host, dom::document_ref const& doc) {
             auto const next = next_element_sibling(el);
             if (hostjs::holds_javascript(*el)) {
                 run_script_element(host, doc, el);
+            } else {
+                auto const type = dom::attribute_value(*el, xml::make_name("type")).value_or("");
+                log::log_warning_once(host.js->js_log,
+                                      "script of type \"" + type + "\" is not run: only \"text/javascript\" is");
             }
             if (parent_element(el) || dom::document_element(*doc) == el) {
                 cur = after(el);

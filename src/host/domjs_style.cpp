@@ -16,6 +16,9 @@
 #include "util/ref.hpp"
 
 #include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
 #include <map>
 
 namespace vellum::domjs {
@@ -143,10 +146,89 @@ bool valid_for(std::string const& name, css::value::value const& v) {
 // A shorthand's value split among its members, as text; nothing where the split is not plain (the
 // shorthand is then kept as written). Members the value leaves out get "initial", as a shorthand resets
 // them.
+// Whether a piece of text is a valid value of a property.
+bool text_valid_for(std::string const& name, std::string const& text) {
+    auto const v = css::parser::parse_value("", text);
+    return v && valid_for(name, *v);
+}
+
+// `font` split among its members: style, variant, weight and stretch keywords in any order ("normal"
+// counts for any of them), then the size with an optional "/" and line height, then the family list,
+// which is the rest of the text. Nothing for a text that does not read so (a system font keyword).
+std::optional<std::vector<std::pair<std::string, std::string>>> expand_font(std::vector<std::string> const& members,
+                                                                             std::string const& text) {
+    std::vector<std::string> words;
+    for (std::size_t i = 0; i < text.size();) {
+        if (std::isspace(static_cast<unsigned char>(text[i]))) {
+            ++i;
+            continue;
+        }
+        // A slash stands apart, so that "12pt/1.5" and "12pt / 1.5" read alike.
+        std::size_t j = i;
+        if (text[j] == '/') {
+            ++j;
+        } else {
+            while (j < text.size() && !std::isspace(static_cast<unsigned char>(text[j])) && text[j] != '/') {
+                ++j;
+            }
+        }
+        words.push_back(text.substr(i, j - i));
+        i = j;
+    }
+    std::map<std::string, std::string> given;
+    std::size_t w = 0;
+    for (; w < words.size(); ++w) {
+        if (lower(words[w]) == "normal") {
+            continue;
+        }
+        bool placed = false;
+        for (auto const* m : {"font-style", "font-variant", "font-weight", "font-stretch"}) {
+            if (!given.contains(m) && std::ranges::find(members, m) != members.end() && text_valid_for(m, words[w])) {
+                given[m] = lower(words[w]);
+                placed = true;
+                break;
+            }
+        }
+        if (!placed) {
+            break;
+        }
+    }
+    if (w >= words.size() || !text_valid_for("font-size", words[w])) {
+        return std::nullopt;
+    }
+    given["font-size"] = words[w++];
+    if (w + 1 < words.size() && words[w] == "/") {
+        if (!text_valid_for("line-height", words[w + 1])) {
+            return std::nullopt;
+        }
+        given["line-height"] = words[w + 1];
+        w += 2;
+    }
+    std::string family;
+    for (; w < words.size(); ++w) {
+        family += (family.empty() ? "" : " ") + words[w];
+    }
+    if (family.empty() || !text_valid_for("font-family", family)) {
+        return std::nullopt;
+    }
+    given["font-family"] = family;
+    std::vector<std::pair<std::string, std::string>> out;
+    for (auto const& m : members) {
+        auto const it = given.find(m);
+        out.emplace_back(m, it != given.end() ? it->second : "initial");
+    }
+    return out;
+}
+
 std::optional<std::vector<std::pair<std::string, std::string>>> expand_shorthand(prop_name p, css::value::value const& v) {
     auto const members = member_names(p);
     if (members.empty()) {
         return std::nullopt;
+    }
+    if (css::propnames::css_name(p) == "font") {
+        if (auto const k = css::property::parse::keyword_of(v); !k || (lower(*k) != "inherit" && lower(*k) != "initial")) {
+            return expand_font(members, css::value::to_text(v));
+        }
     }
     std::vector<std::pair<std::string, std::string>> out;
     auto const terms = css::property::parse::terms_of(v);
@@ -188,11 +270,11 @@ std::optional<std::vector<std::pair<std::string, std::string>>> expand_shorthand
     return out;
 }
 
-// The shorthands whose members don't stand apart term by term: kept as written.
+// The shorthands whose members don't stand apart term by term (layers, slashes between corners): kept
+// as written.
 bool keep_whole(prop_name p) {
     auto const name = css::propnames::css_name(p);
-    return name == "font" || name == "background" || name == "columns" || name == "column-rule" ||
-           name == "border-radius" || name == "list-style";
+    return name == "background" || name == "border-radius";
 }
 
 // `css_get_prop` on the style attribute: the text of the last declaration of the property, or of the
@@ -340,6 +422,133 @@ std::map<std::string, std::string> cascaded_values(std::vector<css::declaration>
     return values;
 }
 
+// ---- Computed lengths: font sizes down the chain, and lengths in points ----
+
+constexpr double initial_font_size = 12.0;
+
+std::string points_text(double pt) {
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%.4f", pt);
+    std::string t = buf;
+    t.erase(t.find_last_not_of('0') + 1);
+    if (!t.empty() && t.back() == '.') {
+        t.pop_back();
+    }
+    return (t == "-0" ? "0" : t) + "pt";
+}
+
+// A length in points from its number and unit, against a font size (em) and the root's (rem); nothing
+// for units that are not lengths.
+std::optional<double> length_points(double n, std::string unit, double em, double rem) {
+    unit = lower(unit);
+    if (unit == "pt") {
+        return n;
+    }
+    if (unit == "px") {
+        return n * 0.75;
+    }
+    if (unit == "in") {
+        return n * 72;
+    }
+    if (unit == "cm") {
+        return n * 72 / 2.54;
+    }
+    if (unit == "mm") {
+        return n * 72 / 25.4;
+    }
+    if (unit == "q") {
+        return n * 72 / 101.6;
+    }
+    if (unit == "pc") {
+        return n * 12;
+    }
+    if (unit == "em") {
+        return n * em;
+    }
+    if (unit == "rem") {
+        return n * rem;
+    }
+    // The x-height and the width of "0" are taken as half an em.
+    if (unit == "ex" || unit == "ch") {
+        return n * em / 2;
+    }
+    return std::nullopt;
+}
+
+// The text of a computed value: every length in points, relative ones resolved against the font size of
+// the element the value was declared on. Texts with strings or URLs are left as they are.
+std::string resolve_lengths(std::string const& text, double em, double rem) {
+    if (text.find('"') != std::string::npos || text.find('\'') != std::string::npos ||
+        text.find("url(") != std::string::npos) {
+        return text;
+    }
+    std::string out;
+    std::size_t i = 0;
+    while (i < text.size()) {
+        bool const starts_number = std::isdigit(static_cast<unsigned char>(text[i])) ||
+                                   (text[i] == '.' && i + 1 < text.size() && std::isdigit(static_cast<unsigned char>(text[i + 1])));
+        // Digits inside a name or a colour (#0f0, h1, x-2) are not numbers.
+        auto const alpha_at = [&](std::size_t at) { return std::isalpha(static_cast<unsigned char>(text[at])) != 0; };
+        bool const in_word =
+            i > 0 && (std::isalnum(static_cast<unsigned char>(text[i - 1])) || text[i - 1] == '#' ||
+                      (text[i - 1] == '-' && i > 1 && alpha_at(i - 2)));
+        if (!starts_number || in_word) {
+            out += text[i++];
+            continue;
+        }
+        std::size_t j = i;
+        while (j < text.size() && (std::isdigit(static_cast<unsigned char>(text[j])) || text[j] == '.')) {
+            ++j;
+        }
+        std::size_t k = j;
+        while (k < text.size() && std::isalpha(static_cast<unsigned char>(text[k]))) {
+            ++k;
+        }
+        bool const negative = !out.empty() && out.back() == '-';
+        double const n = std::strtod(text.substr(i, j - i).c_str(), nullptr);
+        if (auto const pt = k > j ? length_points(n, text.substr(j, k - j), em, rem) : std::nullopt) {
+            if (negative) {
+                out.pop_back();
+            }
+            out += points_text(negative ? -*pt : *pt);
+        } else {
+            out += text.substr(i, k - i);
+        }
+        i = k;
+    }
+    return out;
+}
+
+// The computed font size of an element from its cascaded text and its parent's size.
+double font_size_points(std::optional<std::string> const& text, double parent, double rem) {
+    if (!text || *text == "inherit") {
+        return parent;
+    }
+    auto const t = lower(*text);
+    static std::map<std::string, double, std::less<>> const keywords = {
+        {"xx-small", 3.0 / 5}, {"x-small", 3.0 / 4}, {"small", 8.0 / 9}, {"medium", 1},
+        {"large", 6.0 / 5},    {"x-large", 3.0 / 2}, {"xx-large", 2},   {"initial", 1}};
+    if (auto const it = keywords.find(t); it != keywords.end()) {
+        return initial_font_size * it->second;
+    }
+    if (t == "larger") {
+        return parent * 1.2;
+    }
+    if (t == "smaller") {
+        return parent / 1.2;
+    }
+    char* end = nullptr;
+    double const n = std::strtod(t.c_str(), &end);
+    if (end == t.c_str()) {
+        return parent;
+    }
+    std::string const unit(end);
+    if (unit == "%") {
+        return parent * n / 100;
+    }
+    return length_points(n, unit, parent, rem).value_or(parent);
+}
+
 std::string computed_get(e::js& engine, dom::element_ref const& el, prop_name p) {
     if (css::propnames::kind_of(p) == css::propnames::name_kind::shorthand) {
         // A shorthand reads as its members, if every member has a value, and they are joined.
@@ -383,23 +592,62 @@ std::string computed_get(e::js& engine, dom::element_ref const& el, prop_name p)
         }
         customs[i] = css::substitute::resolve_customs(std::move(customs[i]));
     }
+    std::vector<std::map<std::string, std::string>> values;
+    for (std::size_t i = 0; i < chain.size(); ++i) {
+        values.push_back(cascaded_values(chain[i], customs[i]));
+    }
+    // Font sizes from the root down: relative lengths resolve against them.
+    std::vector<double> sizes(chain.size(), initial_font_size);
+    for (std::size_t i = chain.size(); i-- > 0;) {
+        double const parent = i + 1 < chain.size() ? sizes[i + 1] : initial_font_size;
+        double const rem = i + 1 < chain.size() ? sizes.back() : initial_font_size;
+        auto const it = values[i].find("font-size");
+        sizes[i] = font_size_points(it != values[i].end() ? std::optional(it->second) : std::nullopt, parent, rem);
+    }
+    double const root_size = sizes.empty() ? initial_font_size : sizes.back();
     std::string const name(css::propnames::css_name(p));
+    if (name == "font-size") {
+        return points_text(sizes.empty() ? initial_font_size : sizes.front());
+    }
     auto const longhand = css::property::longhand_named(p);
     bool const inherited = longhand && css::property::is_inherited(*longhand);
-    for (std::size_t i = 0; i < chain.size(); ++i) {
-        auto const values = cascaded_values(chain[i], customs[i]);
-        auto const it = values.find(name);
-        if (it != values.end() && it->second != "inherit") {
-            if (it->second == "initial") {
-                break;
+    // A border drawn with no style has no width.
+    if (name.starts_with("border-") && name.ends_with("-width")) {
+        auto const style = name.substr(0, name.size() - 5) + "style";
+        if (auto const sp = css::propnames::lookup_property(style)) {
+            auto const st = computed_get(engine, el, *sp);
+            if (st == "none" || st == "hidden") {
+                return "0pt";
             }
-            return it->second;
         }
-        if (it == values.end() && !inherited) {
+    }
+    std::string found;
+    std::size_t at = 0;
+    for (std::size_t i = 0; i < chain.size(); ++i) {
+        auto const it = values[i].find(name);
+        if (it != values[i].end() && it->second != "inherit") {
+            if (it->second != "initial") {
+                found = it->second;
+                at = i;
+            }
+            break;
+        }
+        if (it == values[i].end() && !inherited) {
             break;
         }
     }
-    return initial_text(name).value_or("");
+    if (found.empty()) {
+        found = initial_text(name).value_or("");
+        at = 0;
+    }
+    if (name.starts_with("border-") && name.ends_with("-width")) {
+        static std::map<std::string, std::string, std::less<>> const widths = {
+            {"thin", "0.75pt"}, {"medium", "2.25pt"}, {"thick", "3.75pt"}};
+        if (auto const it = widths.find(lower(found)); it != widths.end()) {
+            return it->second;
+        }
+    }
+    return chain.empty() ? found : resolve_lengths(found, sizes[at], root_size);
 }
 
 css_host const* css_of(e::js_value const& self) {

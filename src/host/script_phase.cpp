@@ -68,8 +68,9 @@ bool holds_javascript(dom::dom_element const& e) {
     if (!type) {
         return true;
     }
-    auto const t = lower(trimmed(type->substr(0, type->find(';'))));
-    return t.empty() || std::holds_alternative<resource::javascript>(resource::category_of_mimetype(t));
+    // Exactly this type runs: a script of another type (a module, a template, data) is not this
+    // engine's language.
+    return lower(trimmed(*type)) == "text/javascript";
 }
 
 std::string trimmed(std::string const& s) {

@@ -200,15 +200,28 @@ shaper shaper_of(fonts::fonts const& db, std::shared_ptr<fonts::shape_cache::sha
 }
 
 pattern_source patterns_of(log::log const& log, hyph::hyph& cache, resource::loader::loader const& loader) {
-    return [log, &cache, loader](css::text::hyphenate_patterns const& names)
+    // The names a paragraph's styles give resolve to the same patterns every time a line asks, and
+    // resolving a URL is not cheap: the last answer is kept for the next question.
+    struct last_answer {
+        css::text::hyphenate_patterns answer_names;
+        std::optional<ref<hyphen_parser::hyphen_rules>> answer_rules;
+    };
+    auto last = std::make_shared<std::optional<last_answer>>();
+    return [log, &cache, loader, last](css::text::hyphenate_patterns const& names)
                -> std::optional<ref<hyphen_parser::hyphen_rules>> {
+        if (*last && (*last)->answer_names == names) {
+            return (*last)->answer_rules;
+        }
+        std::optional<ref<hyphen_parser::hyphen_rules>> found;
         // The first file that loads serves; a style may name a fallback after a preferred file.
         for (auto const& name : names) {
             if (auto rules = hyph::get_patterns_for_url(log, cache, loader, name)) {
-                return rules;
+                found = std::move(rules);
+                break;
             }
         }
-        return std::nullopt;
+        *last = last_answer{.answer_names = names, .answer_rules = found};
+        return found;
     };
 }
 
@@ -402,6 +415,116 @@ knuth::line_sum trimmed_line_sums(eval_env const& env,
     std::forward_list<knuth::knuth> made;
     auto const pieces = join_pieces(env, kind, line, made);
     return stripped_line_sums(first, pieces);
+}
+
+namespace {
+
+// The width of pieces `first`, `first + 2`, ..., `last` of `items` joined into one word, as
+// `join_pieces` measures it: the text of all, in the first piece's font, style and direction.
+float joined_width(eval_env const& env, line_kind kind, std::span<knuth::knuth const> items, std::size_t first, std::size_t last) {
+    auto const head = word_or_non_word(items[first]);
+    check(head.has_value(), "joined_width");
+    textbuf::textbuf text = *head->text;
+    for (std::size_t i = first + 2; i <= last; i += 2) {
+        auto const piece = word_or_non_word(items[i]);
+        check(piece.has_value(), "joined_width");
+        text += *piece->text;
+    }
+    text_head measured = *head->head;
+    measure_text(env, measured, head->dir, text, kind);
+    return measured.head_width;
+}
+
+} // namespace
+
+void measured_push(measured_items& m, knuth::knuth item) {
+    knuth::sums_push(m.measured_sums, item);
+    m.measured_list.push_back(std::move(item));
+    std::size_t const i = m.measured_list.size() - 1;
+    if (i < 2) {
+        return;
+    }
+    // A piece after a soft hyphen after a piece of the same style and direction: the three join
+    // on any line that holds them and doesn't end at the hyphen.
+    auto const& list = m.measured_list;
+    auto const* p = std::get_if<knuth_penalty>(&list[i - 1]);
+    if (p == nullptr || !std::holds_alternative<soft>(*p)) {
+        return;
+    }
+    auto const before = word_or_non_word(list[i - 2]);
+    auto const after = word_or_non_word(list[i]);
+    if (!before || !after || !same_style(before->head->head_style, after->head->head_style) ||
+        before->dir != after->dir) {
+        return;
+    }
+    if (!m.measured_runs.empty() && m.measured_runs.back().run_last == i - 2) {
+        m.measured_runs.back().run_last = i;
+    } else {
+        m.measured_runs.push_back({.run_first = i - 2, .run_last = i});
+    }
+}
+
+void measured_truncate(measured_items& m, std::size_t count) {
+    if (count >= m.measured_list.size()) {
+        return;
+    }
+    m.measured_list.resize(count);
+    knuth::sums_truncate(m.measured_sums, count);
+    while (!m.measured_runs.empty()) {
+        auto& r = m.measured_runs.back();
+        if (r.run_last < count) {
+            break;
+        }
+        // Pieces lie at even distances from the run's first.
+        if (count > r.run_first) {
+            r.run_last = r.run_first + (count - 1 - r.run_first) / 2 * 2;
+        }
+        if (count <= r.run_first || r.run_last == r.run_first) {
+            m.measured_runs.pop_back();
+            continue;
+        }
+        break;
+    }
+    std::erase_if(m.measured_joined, [count](auto const& e) { return (e.first & 0xffffffffu) >= count; });
+}
+
+knuth::line_sum measured_line_sums(eval_env const& env,
+                                   measured_items& m,
+                                   std::size_t from,
+                                   std::size_t to,
+                                   std::optional<knuth::knuth> const& first) {
+    check(to <= m.measured_list.size(), "measured_line_sums");
+    auto sum = knuth::sums_of_line(m.measured_sums, from, to);
+    if (first) {
+        sum.sum_width += item_width(*first);
+    }
+    if (from == to) {
+        return sum;
+    }
+    // The runs of pieces that meet the line, each cut to the pieces on the line: the line's first
+    // item may be a piece after a hyphen where the line before broke, and its last may be a hyphen
+    // that is not joined over.
+    auto const& runs = m.measured_runs;
+    auto it = std::lower_bound(runs.begin(), runs.end(), from,
+                               [](measured_items::run const& r, std::size_t f) { return r.run_last < f; });
+    for (; it != runs.end() && it->run_first < to; ++it) {
+        std::size_t const a = from <= it->run_first ? it->run_first : it->run_first + (from - it->run_first + 1) / 2 * 2;
+        std::size_t const b = it->run_last < to ? it->run_last : it->run_first + (to - 1 - it->run_first) / 2 * 2;
+        if (a >= b) {
+            continue;
+        }
+        auto const key = static_cast<std::uint64_t>(a) << 32 | static_cast<std::uint64_t>(b);
+        auto found = m.measured_joined.find(key);
+        if (found == m.measured_joined.end()) {
+            found = m.measured_joined.emplace(key, joined_width(env, m.measured_kind, m.measured_list, a, b)).first;
+        }
+        // The pieces count in the prefix sums (the hyphens between them count nothing inside a line);
+        // the joined word takes their place.
+        auto const& e = m.measured_sums.sums_entries;
+        auto const pieces = static_cast<float>(e[b + 1].entry_width - e[a].entry_width);
+        sum.sum_width += found->second - pieces;
+    }
+    return sum;
 }
 
 std::optional<hyphenated> try_hyphenate(eval_env const& env,

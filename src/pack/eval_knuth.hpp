@@ -8,10 +8,12 @@
 #include "text/fonts/shape_cache.hpp"
 #include "text/hyph/hyph.hpp"
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <span>
 #include <string_view>
+#include <unordered_map>
 #include <variant>
 #include <vector>
 
@@ -127,6 +129,40 @@ knuth::line_sum trimmed_line_sums(eval_env const& env,
                                   knuth::line_kind kind,
                                   std::optional<knuth::knuth> const& first,
                                   std::span<knuth::knuth const> line);
+
+/// Items as a line breaker has measured them for lines of one kind, with what gives the sums of any
+/// line of them in constant time: prefix sums of the items, the runs of pieces of a hyphenated word
+/// that join again on a line not broken between them, and the widths of such joined words measured
+/// so far. A candidate line is weighed without being made; only the chosen lines are made.
+struct measured_items {
+    knuth::line_kind measured_kind = knuth::line_kind::other_line;
+    std::vector<knuth::knuth> measured_list;
+    knuth::prefix_sums measured_sums;
+    /// Pieces of one word, from the first to the last, each two with a soft hyphen between them and
+    /// of the same style and direction: indices into `measured_list`, in order.
+    struct run {
+        std::size_t run_first = 0;
+        std::size_t run_last = 0;
+        bool operator==(run const&) const = default;
+    };
+    std::vector<run> measured_runs;
+    /// The width of pieces `first` to `last` joined, by `first << 32 | last`.
+    std::unordered_map<std::uint64_t, float> measured_joined;
+};
+
+/// Appends a measured item.
+void measured_push(measured_items& m, knuth::knuth item);
+
+/// Forgets the items from `count` on.
+void measured_truncate(measured_items& m, std::size_t count);
+
+/// The sums of items [from, to) as `trimmed_line_sums` gives them, with `first` (an indent) in front:
+/// in constant time but for the hyphenated words on the line, whose joined widths are measured once.
+knuth::line_sum measured_line_sums(eval_env const& env,
+                                   measured_items& m,
+                                   std::size_t from,
+                                   std::size_t to,
+                                   std::optional<knuth::knuth> const& first);
 
 /// A word split at its hyphenation points: the index of the word in the items and the parts with
 /// soft penalties between them.

@@ -305,6 +305,76 @@ line_sum stripped_line_sums(std::optional<knuth> const& first, std::span<knuth c
     return sum;
 }
 
+void sums_push(prefix_sums& sums, knuth const& item) {
+    check(!sums.sums_entries.empty(), "sums_push");
+    sums_entry e = sums.sums_entries.back();
+    line_sum mid;
+    add_to_sums(mid, item, false);
+    e.entry_width += mid.sum_width;
+    e.entry_stretch += mid.sum_stretch;
+    e.entry_shrink += mid.sum_shrink;
+    auto const step = strip_step_of(item);
+    if (step == strip_step::drop) {
+        e.dropped_width += mid.sum_width;
+        e.dropped_stretch += mid.sum_stretch;
+        e.dropped_shrink += mid.sum_shrink;
+        ++e.dropped_count;
+    }
+    auto const count = static_cast<std::uint32_t>(sums.sums_entries.size());
+    if (step != strip_step::drop && step != strip_step::keep_and_go_on) {
+        // A line ending after this item strips nothing before it.
+        e.tail_start = count;
+    }
+    e.last_is_penalty = is_penalty(item);
+    e.last_penalty_width = e.last_is_penalty ? item_width(item) : 0.0f;
+    sums.sums_entries.push_back(e);
+}
+
+void sums_truncate(prefix_sums& sums, std::size_t count) {
+    check(count < sums.sums_entries.size() + 1, "sums_truncate");
+    sums.sums_entries.resize(count + 1);
+}
+
+std::size_t sums_size(prefix_sums const& sums) {
+    return sums.sums_entries.size() - 1;
+}
+
+line_sum sums_of_line(prefix_sums const& sums, std::size_t from, std::size_t to) {
+    check(from <= to && to < sums.sums_entries.size(), "sums_of_line");
+    if (from == to) {
+        return {};
+    }
+    auto const& a = sums.sums_entries[from];
+    auto const& b = sums.sums_entries[to];
+    double width = b.entry_width - a.entry_width;
+    double stretch = b.entry_stretch - a.entry_stretch;
+    double shrink = b.entry_shrink - a.entry_shrink;
+    if (b.last_is_penalty) {
+        // The line ends at a hyphen, which is drawn: nothing is stripped.
+        width += b.last_penalty_width;
+    } else {
+        auto const& t = sums.sums_entries[std::max<std::size_t>(from, b.tail_start)];
+        width -= b.dropped_width - t.dropped_width;
+        stretch -= b.dropped_stretch - t.dropped_stretch;
+        shrink -= b.dropped_shrink - t.dropped_shrink;
+    }
+    return line_sum{.sum_width = static_cast<float>(width),
+                    .sum_stretch = static_cast<float>(stretch),
+                    .sum_shrink = static_cast<float>(shrink)};
+}
+
+bool line_strips_to_nothing(prefix_sums const& sums, std::size_t from, std::size_t to) {
+    check(from <= to && to < sums.sums_entries.size(), "line_strips_to_nothing");
+    if (from == to) {
+        return true;
+    }
+    auto const& b = sums.sums_entries[to];
+    if (b.last_is_penalty || b.tail_start > from) {
+        return false;
+    }
+    return b.dropped_count - sums.sums_entries[from].dropped_count == to - from;
+}
+
 bool item_stream::operator==(item_stream const& other) const {
     return stream_items(*this) == stream_items(other);
 }

@@ -13,6 +13,7 @@
 #include "util/textbuf.hpp"
 
 #include <algorithm>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <span>
@@ -401,6 +402,50 @@ line_sum line_sums(std::span<knuth const> items);
 /// (unless it ends in a penalty, whose hyphen is drawn), with `first` (an indent) in front: what
 /// `line_sums` gives for that line, without making it.
 line_sum stripped_line_sums(std::optional<knuth> const& first, std::span<knuth const* const> items);
+
+/// Running sums over a list of items, so that what `stripped_line_sums` gives for any stretch of the
+/// list taken as a line comes in constant time, however long the line. Entry `i` holds the sums of
+/// the items before `i`: as they count inside a line (a penalty 0), and of those among them that a
+/// line's end drops (glues, penalties, prohibited breaks), with where the run of items that a line's
+/// end strips or passes over begins. Sums are doubles, so that differences of long sums keep the
+/// precision of a line summed on its own.
+struct sums_entry {
+    double entry_width = 0;
+    double entry_stretch = 0;
+    double entry_shrink = 0;
+    double dropped_width = 0;
+    double dropped_stretch = 0;
+    double dropped_shrink = 0;
+    /// Items dropped at a line's end, counted.
+    std::uint32_t dropped_count = 0;
+    /// The first of the items that a line ending here strips from its end or passes over.
+    std::uint32_t tail_start = 0;
+    /// The width of the item before this entry if it is a penalty: counted only when it ends a line.
+    float last_penalty_width = 0;
+    bool last_is_penalty = false;
+    bool operator==(sums_entry const&) const = default;
+};
+
+struct prefix_sums {
+    std::vector<sums_entry> sums_entries = {sums_entry{}};
+    bool operator==(prefix_sums const&) const = default;
+};
+
+/// Appends an item's contribution.
+void sums_push(prefix_sums& sums, knuth const& item);
+
+/// Forgets the items from `count` on.
+void sums_truncate(prefix_sums& sums, std::size_t count);
+
+/// The number of items summed.
+std::size_t sums_size(prefix_sums const& sums);
+
+/// The sums of items [from, to) as a line: its end stripped as `trim_line` strips it (unless it ends
+/// in a penalty, whose hyphen is drawn), without the hyphenated words joined again.
+line_sum sums_of_line(prefix_sums const& sums, std::size_t from, std::size_t to);
+
+/// Whether the line of items [from, to) is empty once its end is stripped.
+bool line_strips_to_nothing(prefix_sums const& sums, std::size_t from, std::size_t to);
 
 /// Whether the item is a place where a line may break, given the item before it.
 bool legal_break(knuth const* previous, knuth const& item);

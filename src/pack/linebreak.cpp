@@ -16,7 +16,7 @@ knuth::inline_block const* inline_block_of(knuth::knuth const& item) {
     return b != nullptr ? std::get_if<knuth::inline_block>(b) : nullptr;
 }
 
-bool holds_only_indent(std::vector<knuth::knuth> const& packed) {
+bool holds_only_indent(std::span<knuth::knuth const> packed) {
     if (packed.empty()) {
         return true;
     }
@@ -33,6 +33,12 @@ struct scan {
     knuth::item_stream& source;
     /// The items of this line looked at so far, taken from `source` as the scan reaches them.
     std::vector<knuth::knuth> items{};
+    /// The items packed so far, measured, with their sums: a state holds the first `packed_count`.
+    eval_knuth::measured_items packed{.measured_kind = request.line_kind};
+
+    std::span<knuth::knuth const> packed_items(pack_state const& s) const {
+        return std::span<knuth::knuth const>(packed.measured_list).first(s.packed_count);
+    }
 
     // Whether item `i` is there, taking it from the source if need be.
     bool reach(std::size_t i) {
@@ -68,20 +74,27 @@ struct scan {
         }
     }
 
-    break_point make_break_point(pack_state const& s, knuth::break_type type) const {
-        auto line = eval_knuth::trim_line(env, request.line_kind, s.packed_sofar);
-        auto const sums = line_sums(line);
+    // A break where the state stands, weighed by the sums of its line: the line is not made.
+    break_point make_break_point(pack_state const& s, knuth::break_type type) {
+        auto const sums = eval_knuth::measured_line_sums(env, packed, 0, s.packed_count, std::nullopt);
         return break_point{.break_state = s,
-                           .line = std::move(line),
+                           .line_empty = knuth::line_strips_to_nothing(packed.measured_sums, 0, s.packed_count),
                            .line_width = sums.sum_width,
                            .line_stretch = sums.sum_stretch,
                            .line_shrink = sums.sum_shrink,
                            .break_type = type};
     }
 
-    // The break point with the rest of the paragraph behind it in the source: `front` (the rest of a
-    // cut word) first, then the floats held back, then what the scan looked at past the break.
-    line_res finish(break_point bp, std::vector<knuth::knuth> front = {}) {
+    // The chosen break, with its line made, and the rest of the paragraph behind it in the source.
+    line_res finish(break_point bp) {
+        bp.line = eval_knuth::trim_line(env, request.line_kind, packed_items(bp.break_state));
+        return give_back_after(std::move(bp));
+    }
+
+    // The break point (its line made) with the rest of the paragraph behind it in the source: `front`
+    // (the rest of a cut word) first, then the floats held back, then what the scan looked at past the
+    // break.
+    line_res give_back_after(break_point bp, std::vector<knuth::knuth> front = {}) {
         auto& delayed = bp.break_state.delay_floats;
         front.insert(front.end(), std::make_move_iterator(delayed.begin()), std::make_move_iterator(delayed.end()));
         delayed.clear();
@@ -113,7 +126,7 @@ struct scan {
             if (auto const* ib = inline_block_of(item)) {
                 // A float that no longer fits beside the line waits for the next line.
                 if (is_float(*ib) && !fits(w, request.width - st.width_sofar) && st.width_sofar > 0 &&
-                    !holds_only_indent(st.packed_sofar)) {
+                    !holds_only_indent(packed_items(st))) {
                     st.delay_floats.push_back(item);
                     ++st.next_index;
                     continue;
@@ -131,7 +144,8 @@ struct scan {
                               .outflow_page_info = st.curr_page_info};
                     // The line starts again: what was packed, the floats held back, and what follows
                     // the box go back to the source in that order.
-                    auto front = std::move(st.packed_sofar);
+                    measured_truncate(packed, st.packed_count);
+                    auto front = std::move(packed.measured_list);
                     front.insert(front.end(), std::make_move_iterator(st.delay_floats.begin()),
                                  std::make_move_iterator(st.delay_floats.end()));
                     give_back(i + 1, std::move(front));
@@ -142,9 +156,11 @@ struct scan {
                 st.curr_xpos += w;
                 st.width_sofar += w;
             }
-            st.packed_sofar.push_back(item);
-            bool const legal = legal_break(st.prev_knuth ? &*st.prev_knuth : nullptr, item);
-            st.prev_knuth = item;
+            measured_push(packed, item);
+            st.packed_count = packed.measured_list.size();
+            // The item before this one on the line, the floats held back aside.
+            knuth::knuth const* prev = st.packed_count >= 2 ? &packed.measured_list[st.packed_count - 2] : nullptr;
+            bool const legal = legal_break(prev, packed.measured_list.back());
             st.next_index = i + 1;
             if (!legal) {
                 continue;
@@ -166,8 +182,8 @@ struct scan {
             // The line is over its width. A word after the last break may hyphenate.
             if (request.hyphenate_ok) {
                 std::size_t const from = best ? best->break_state.next_index : 0;
-                knuth::knuth const* before =
-                    best && best->break_state.prev_knuth ? &*best->break_state.prev_knuth : nullptr;
+                std::size_t const kept = best ? best->break_state.packed_count : 0;
+                knuth::knuth const* before = kept > 0 ? &packed.measured_list[kept - 1] : nullptr;
                 auto h = eval_knuth::try_hyphenate(env, request.line_kind, before,
                                                    std::span<knuth::knuth const>(items).subspan(from));
                 if (h) {
@@ -175,6 +191,7 @@ struct scan {
                     auto const pos = items.erase(at);
                     items.insert(pos, h->word_parts.begin(), h->word_parts.end());
                     st = best ? best->break_state : pack_state{.curr_page_info = start_page};
+                    measured_truncate(packed, st.packed_count);
                     continue;
                 }
             }
@@ -190,10 +207,7 @@ struct scan {
                     continue;
                 }
             }
-            if (best && m == method::best_fit && !best->line.empty()) {
-                return finish(std::move(*best));
-            }
-            if (best && !best->line.empty()) {
+            if (best && !best->line_empty) {
                 return finish(std::move(*best));
             }
             if (request.may_give_up && request.width + tolerance < request.container_width) {
@@ -204,15 +218,16 @@ struct scan {
             }
             // A line of the whole width that can't take its first word: cut the word if its style
             // allows, else let the line run over.
-            auto cut = eval_knuth::overflow_wrap(env, request.line_kind, st.packed_sofar, request.width);
+            auto cut = eval_knuth::overflow_wrap(env, request.line_kind, packed_items(st), request.width);
             if (auto* t = std::get_if<eval_knuth::truncated>(&cut)) {
                 bp.line = eval_knuth::trim_line(env, request.line_kind, t->truncated_line);
                 auto const sums = line_sums(bp.line);
+                bp.line_empty = bp.line.empty();
                 bp.line_width = sums.sum_width;
                 bp.line_stretch = sums.sum_stretch;
                 bp.line_shrink = sums.sum_shrink;
                 bp.break_type = break_type::other;
-                return finish(std::move(bp), std::move(t->truncated_rest));
+                return give_back_after(std::move(bp), std::move(t->truncated_rest));
             }
             return finish(std::move(bp));
         }

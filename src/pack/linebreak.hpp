@@ -22,29 +22,32 @@ struct outflow {
     eval_knuth::page_state outflow_page_info;
 };
 
-/// The running state of the scan of one line.
+/// The running state of the scan of one line. The items packed so far are kept once, by the scan, in
+/// order; a state says how many of them it holds.
 struct pack_state {
     eval_knuth::page_state curr_page_info;
     /// Width of everything packed, all items counted.
     float curr_xpos = 0;
-    /// The items packed so far, in order.
-    std::vector<knuth::knuth> packed_sofar;
+    /// The number of items packed so far.
+    std::size_t packed_count = 0;
     float width_sofar = 0;
     /// Floats held back until the next line, in order.
     std::vector<knuth::knuth> delay_floats;
-    /// The item before the current one.
-    std::optional<knuth::knuth> prev_knuth;
     /// The index of the next item to scan.
     std::size_t next_index = 0;
     /// The boxes out of the flow met on the line that take no room from it, with their places.
     std::vector<outflow> line_outflows;
 };
 
-/// A place where the line could end: the state there, the trimmed line and its sums, and how the
-/// line ends. What remains of the paragraph is left in the stream the line was taken from.
+/// A place where the line could end: the state there, the sums of the trimmed line, and how the line
+/// ends. The line itself is made only for the break that is returned. What remains of the paragraph
+/// is left in the stream the line was taken from.
 struct break_point {
     pack_state break_state;
+    /// The trimmed line; made for the returned break only.
     std::vector<knuth::knuth> line;
+    /// Whether the trimmed line holds nothing.
+    bool line_empty = true;
     float line_width = 0;
     float line_stretch = 0;
     float line_shrink = 0;

@@ -40,16 +40,15 @@ line_kind kind_after(fbp const& f) {
 
 } // namespace
 
-fbp make_break_point(eval_knuth::eval_env const& env,
-                     break_params const& params,
-                     std::optional<float> art,
-                     std::span<knuth::knuth const> line_items,
-                     ref<fbp> const& previous,
-                     int index,
-                     knuth::knuth const& break_item) {
-    check(previous != nullptr && index >= previous->index, "make_break_point");
-    line_kind const kind = kind_after(*previous);
-    auto const sums = eval_knuth::trimmed_line_sums(env, kind, indent_box(params.used_indent, kind), line_items);
+namespace {
+
+// A break after `previous` at item `index`, the line's sums known.
+fbp break_point_of(break_params const& params,
+                   std::optional<float> art,
+                   line_sum const& sums,
+                   ref<fbp> const& previous,
+                   int index,
+                   knuth::knuth const& break_item) {
     auto const r = adjustment_ratio_of(params.width, sums.sum_width, sums.sum_stretch, sums.sum_shrink);
     int const consecutive = is_penalty(break_item) ? previous->consecutive_hyphens + 1 : 0;
 
@@ -87,6 +86,21 @@ fbp make_break_point(eval_knuth::eval_env const& env,
     };
 }
 
+} // namespace
+
+fbp make_break_point(eval_knuth::eval_env const& env,
+                     break_params const& params,
+                     std::optional<float> art,
+                     std::span<knuth::knuth const> line_items,
+                     ref<fbp> const& previous,
+                     int index,
+                     knuth::knuth const& break_item) {
+    check(previous != nullptr && index >= previous->index, "make_break_point");
+    line_kind const kind = kind_after(*previous);
+    auto const sums = eval_knuth::trimmed_line_sums(env, kind, indent_box(params.used_indent, kind), line_items);
+    return break_point_of(params, art, sums, previous, index, break_item);
+}
+
 namespace {
 
 struct checkpoint {
@@ -101,8 +115,11 @@ struct breaker {
     break_params const& params;
     std::vector<knuth::knuth> items;
     // The items as evaluated, index for index with `items`: under ::first-line styling, and not.
-    std::vector<knuth::knuth> accum_first_line;
-    std::vector<knuth::knuth> accum;
+    eval_knuth::measured_items accum_first_line{.measured_kind = line_kind::first_line};
+    eval_knuth::measured_items accum{.measured_kind = line_kind::other_line};
+    // The indent of a line after a break on the first line and on the others.
+    std::optional<knuth::knuth> first_indent = indent_box(params.used_indent, line_kind::first_line);
+    std::optional<knuth::knuth> other_indent = indent_box(params.used_indent, line_kind::other_line);
     eval_knuth::page_state page_info;
     ref<fbp> curr;
     std::vector<ref<fbp>> fbps;
@@ -113,15 +130,18 @@ struct breaker {
 
     bool on_first_line(fbp const& f) const { return f.next_line_number == 1; }
 
-    std::vector<knuth::knuth> const& accum_for(fbp const& f) const {
+    eval_knuth::measured_items& accum_for(fbp const& f) {
         return on_first_line(f) ? accum_first_line : accum;
     }
 
-    fbp candidate(ref<fbp> const& from, std::size_t end, std::optional<float> art) const {
-        auto const& acc = accum_for(*from);
-        check(end <= acc.size() && static_cast<std::size_t>(from->index) <= end, "make_break_point failed.");
-        std::span<knuth::knuth const> const line(acc.begin() + from->index, acc.begin() + static_cast<std::ptrdiff_t>(end));
-        return make_break_point(env, params, art, line, from, static_cast<int>(end), acc[end - 1]);
+    // The line from `from` to `end` weighed by its sums alone: it is not made.
+    fbp candidate(ref<fbp> const& from, std::size_t end, std::optional<float> art) {
+        auto& acc = accum_for(*from);
+        auto const start = static_cast<std::size_t>(from->index);
+        check(end <= acc.measured_list.size() && start <= end, "make_break_point failed.");
+        auto const sums = eval_knuth::measured_line_sums(env, acc, start, end,
+                                                         on_first_line(*from) ? first_indent : other_indent);
+        return break_point_of(params, art, sums, from, static_cast<int>(end), acc.measured_list[end - 1]);
     }
 
     void take_checkpoint(std::size_t index) {
@@ -132,8 +152,8 @@ struct breaker {
         page_info = cp.cp_page_info;
         curr = cp.cp_curr;
         fbps = cp.cp_fbps;
-        accum.resize(cp.cp_index);
-        accum_first_line.resize(cp.cp_index);
+        eval_knuth::measured_truncate(accum, cp.cp_index);
+        eval_knuth::measured_truncate(accum_first_line, cp.cp_index);
     }
 
     void replace_items(std::size_t from, std::size_t count, std::vector<knuth::knuth> const& with) {
@@ -160,27 +180,28 @@ struct breaker {
                 // A line from a later break may cover this item too: it is measured both ways.
                 auto other = eval_knuth::eval_knuth(env, line_kind::other_line, params.containing_height,
                                                     page_info, items[i], rest());
-                accum.push_back(std::move(other.res_item));
+                eval_knuth::measured_push(accum, std::move(other.res_item));
             } else {
-                accum.push_back(first.res_item);
+                eval_knuth::measured_push(accum, first.res_item);
             }
-            accum_first_line.push_back(std::move(first.res_item));
+            eval_knuth::measured_push(accum_first_line, std::move(first.res_item));
             page_info = std::move(first.res_state);
             return;
         }
         auto ev = eval_knuth::eval_knuth(env, line_kind::other_line, params.containing_height, page_info, items[i],
                                          rest());
         apply(ev);
-        accum_first_line.push_back(ev.res_item);
-        accum.push_back(std::move(ev.res_item));
+        eval_knuth::measured_push(accum_first_line, ev.res_item);
+        eval_knuth::measured_push(accum, std::move(ev.res_item));
         page_info = std::move(ev.res_state);
     }
 
     // The overfull case: the line since `curr` is too long and there is nowhere else to break.
     // Returns the index to go on from.
     std::size_t overfull(fbp cand, std::size_t end) {
-        auto const& acc = accum_for(*curr);
-        std::span<knuth::knuth const> const line(acc.begin() + curr->index, acc.begin() + static_cast<std::ptrdiff_t>(end));
+        auto& acc = accum_for(*curr);
+        std::span<knuth::knuth const> const line(acc.measured_list.begin() + curr->index,
+                                                 acc.measured_list.begin() + static_cast<std::ptrdiff_t>(end));
         line_kind const kind = kind_after(*curr);
         float width = params.width;
         if (auto box = indent_box(params.used_indent, kind)) {
@@ -193,11 +214,11 @@ struct breaker {
             std::vector<knuth::knuth> replacement = t->truncated_line;
             replacement.insert(replacement.end(), t->truncated_rest.begin(), t->truncated_rest.end());
             replace_items(start, end - start, replacement);
-            accum.resize(start);
-            accum_first_line.resize(start);
+            eval_knuth::measured_truncate(accum, start);
+            eval_knuth::measured_truncate(accum_first_line, start);
             for (auto const& item : t->truncated_line) {
-                accum.push_back(item);
-                accum_first_line.push_back(item);
+                eval_knuth::measured_push(accum, item);
+                eval_knuth::measured_push(accum_first_line, item);
             }
             std::size_t const kept = start + t->truncated_line.size();
             curr = share(fbp{
@@ -239,8 +260,9 @@ struct breaker {
                 evaluate(i);
             }
             evaluated = false;
-            knuth::knuth const* previous = i > 0 ? &accum[i - 1] : nullptr;
-            if (!legal_break(previous, accum[i])) {
+            auto const& measured = accum.measured_list;
+            knuth::knuth const* previous = i > 0 ? &measured[i - 1] : nullptr;
+            if (!legal_break(previous, measured[i])) {
                 ++i;
                 continue;
             }
@@ -253,7 +275,7 @@ struct breaker {
                                                                                           : line_kind::other_line;
                 std::optional<eval_knuth::hyphenated> h;
                 if (unhyphenated != std::pair{from, kind}) {
-                    h = eval_knuth::try_hyphenate(env, kind, from > 0 ? &accum[from - 1] : nullptr,
+                    h = eval_knuth::try_hyphenate(env, kind, from > 0 ? &accum.measured_list[from - 1] : nullptr,
                                                   std::span<knuth::knuth const>(items).subspan(from));
                     if (!h) {
                         unhyphenated = std::pair{from, kind};
@@ -315,7 +337,7 @@ struct breaker {
                     best = std::move(c);
                 }
             }
-            if (is_forced_break(accum[i])) {
+            if (is_forced_break(accum.measured_list[i])) {
                 curr = share(std::move(best));
                 fbps.clear();
             } else {
@@ -340,7 +362,7 @@ struct breaker {
         for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
             fbp const& f = **it;
             fbp const& from = *std::get<via>(f.fbp_type).via_fbp;
-            auto const& acc = accum_for(from);
+            auto const& acc = accum_for(from).measured_list;
             check(from.index <= f.index && f.index <= static_cast<int>(acc.size()), "make_break_point failed.");
             // The items before the last checkpoint never change again, so the line is made from them
             // as it was measured.
@@ -359,7 +381,7 @@ struct breaker {
                 .art = f.art,
             });
         }
-        res.res_items = std::move(accum);
+        res.res_items = std::move(accum.measured_list);
         res.res_page_info = std::move(page_info);
         return res;
     }

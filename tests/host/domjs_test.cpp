@@ -201,6 +201,20 @@ TEST(domjs, style_attribute_in_canonical_form) {
     EXPECT_EQ(f.eval("s.borderTop = '1px solid blue'; s.borderTopStyle + ' ' + s.borderTopColor"), "solid #0000ff");
     EXPECT_EQ(f.eval("s.color = 'inherit'; s.color"), "inherit");
     EXPECT_EQ(f.eval("s.color = ''; s.getPropertyValue('color') + '|' + s.getPropertyValue('margin-top')"), "|1pt");
+    // font: keywords in any order, the size with its line height, the family as the rest; the members
+    // it leaves out are reset.
+    EXPECT_EQ(f.eval("s.font = 'bold italic 12pt/1.5 \"Times New Roman\", serif';"
+                     "[s.fontStyle, s.fontWeight, s.fontSize, s.lineHeight, s.fontFamily].join('|')"),
+              "italic|bold|12pt|1.5|\"Times New Roman\",serif");
+    EXPECT_EQ(f.eval("s.font = '10pt / 2 sans-serif'; s.fontSize + ' ' + s.lineHeight + ' ' + s.fontWeight"),
+              "10pt 2 initial");
+    // Not a font: the style keeps what it had.
+    EXPECT_EQ(f.eval("s.font = 'bold'; s.fontSize"), "10pt");
+    EXPECT_EQ(f.eval("s.listStyle = 'square inside'; s.listStyleType + ' ' + s.listStylePosition + ' ' + s.listStyleImage"),
+              "square inside initial");
+    EXPECT_EQ(f.eval("s.columns = '2 10em'; s.columnCount + ' ' + s.columnWidth"), "2 10em");
+    EXPECT_EQ(f.eval("s.columnRule = 'thin dotted green'; [s.columnRuleWidth, s.columnRuleStyle, s.columnRuleColor].join()"),
+              "thin,dotted,#008000");
 }
 
 TEST(domjs, computed_style_follows_rules_and_class_changes) {
@@ -219,6 +233,30 @@ TEST(domjs, computed_style_follows_rules_and_class_changes) {
     EXPECT_EQ(f.eval("d.style.color = ''; d.className = 'cool'; cs.color"), "#0000ff");
 }
 
+TEST(domjs, computed_lengths_are_points) {
+    fixture f("computed_lengths",
+              "<!DOCTYPE html><html><head><style>html { font-size: 10pt } body { font-size: 150% }"
+              " p { font-size: 2em; margin-left: 1.5em; text-indent: 2rem; border-top: thin solid; line-height: 1.2 }"
+              " span { font-size: larger; padding: 1in 10px } em { font-size: x-large }</style></head>"
+              "<body><p id='p'>a <span id='s'>b</span> <em id='e'>c</em></p><div id='d'>d</div></body></html>");
+    // 10pt, then 150% of it, then 2em of that.
+    EXPECT_EQ(f.eval("var p = getComputedStyle(document.getElementById('p')); p.fontSize"), "30pt");
+    EXPECT_EQ(f.eval("getComputedStyle(document.body).fontSize + ' ' + getComputedStyle(document.getElementById('d')).fontSize"),
+              "15pt 15pt");
+    // Ems of the element's own size, rems of the root's; numbers stay numbers.
+    EXPECT_EQ(f.eval("[p.marginLeft, p.textIndent, p.lineHeight].join()"), "45pt,20pt,1.2");
+    // Keywords: larger than the parent, x-large from medium.
+    EXPECT_EQ(f.eval("var s = getComputedStyle(document.getElementById('s')); s.fontSize + ' ' +"
+                     "getComputedStyle(document.getElementById('e')).fontSize"),
+              "36pt 18pt");
+    EXPECT_EQ(f.eval("s.paddingTop + ' ' + s.paddingLeft"), "72pt 7.5pt");
+    // Border widths: a keyword in points, and none at all without a style.
+    EXPECT_EQ(f.eval("p.borderTopWidth + ' ' + p.borderLeftWidth"), "0.75pt 0pt");
+    // An inherited length keeps the value its element computed.
+    EXPECT_EQ(f.eval("document.getElementById('d').style.textIndent = '1em';"
+                     "getComputedStyle(document.getElementById('d')).textIndent"), "15pt");
+}
+
 TEST(domjs, html_interfaces_reflect_attributes) {
     fixture f("html", "<!DOCTYPE html><html><body><a href='x.html'>a</a><img src='i.png' width='20'>"
                       "<canvas id='c' width='40'></canvas><input type='checkbox' checked></body></html>");
@@ -233,6 +271,11 @@ TEST(domjs, html_interfaces_reflect_attributes) {
               "false checkbox");
     EXPECT_EQ(f.eval("var img = new Image(10, 20); [img.tagName, img.width, img.height, img.parentNode].join()"),
               "IMG,10,20,");
+    EXPECT_EQ(f.eval("(img instanceof Image) + ' ' + (img instanceof HTMLImageElement) + ' ' +"
+                     "(document.getElementsByTagName('img')[0] instanceof Image) + ' ' + (a instanceof Image)"),
+              "true true true false");
+    EXPECT_EQ(f.eval("var x = c.getContext('2d'); (x.canvas === c) + ' ' + (c.getContext('2d').canvas === c)"),
+              "true true");
     EXPECT_EQ(f.eval("document.body.title = 'T'; document.body.title + document.body.lang"), "T");
 }
 
@@ -264,10 +307,14 @@ TEST(domjs, scripts_run_as_the_walk_reaches_them) {
                       "document.addEventListener('DOMContentLoaded', function () { note('ready ') });"
                       "window.addEventListener('load', function () { note('load ') });"
                       "</script></head><body onload=\"note('onload')\"><p>x</p>"
-                      "<script>note('inline ')</script><script type='text/plain'>note('plain ')</script></body></html>");
+                      "<script>note('inline ')</script><script type='text/plain'>note('plain ')</script>"
+                      "<script type=' Text/JavaScript '>note('typed ')</script>"
+                      "<script type='module'>note('module ')</script></body></html>");
     auto const state = f.run_phase();
     EXPECT_TRUE(std::holds_alternative<hostjs::host_js_unused>(state));
-    EXPECT_EQ(f.body_log(), "inline late ready load onload");
+    EXPECT_EQ(f.body_log(), "inline typed late ready load onload");
+    // Scripts of other types are named once, not run.
+    EXPECT_NE(f.log.text().find("script of type \"text/plain\" is not run"), std::string::npos) << f.log.text();
 }
 
 } // namespace

@@ -223,6 +223,149 @@ TEST(knuth, trimming_rejoins_the_pieces_of_a_word) {
     EXPECT_EQ(text_of(eval_knuth::trim_line(env, line_kind::other_line, at_hyphen)), "xx ab-") << "the hyphen stays";
 }
 
+// Like `mono`, but "fi" is one ligature 0.7 em wide: the pieces "f" and "i" of a hyphenated word are
+// narrower joined than apart.
+knuth::graphemes with_ligature(fonts::font_req const& r, fonts::direction d, std::u32string_view text) {
+    std::vector<fonts::grapheme> out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == U'f' && i + 1 < text.size() && text[i + 1] == U'i') {
+            out.push_back(fonts::grapheme{.base_glyph = {.glyph_unicodes = U"fi", .glyph_hori_advance = 0.7f}});
+            ++i;
+            continue;
+        }
+        auto one = mono(r, d, text.substr(i, 1));
+        out.insert(out.end(), one.begin(), one.end());
+    }
+    return out;
+}
+
+// A random measured paragraph: words cut into pieces at soft hyphens (some pieces in another style,
+// which do not join), hard hyphens, spaces, non-breaking spaces, inline box edges, indents, footnote
+// calls and forced breaks.
+std::vector<knuth::knuth> random_measured_items(eval_knuth::eval_env const& env,
+                                                line_kind kind,
+                                                std::mt19937& rng,
+                                                std::size_t count) {
+    auto big = *make_style();
+    big.font_size = 14;
+    first_line_form const fl{.first_line_font_req = req, .first_line_style = share(big)};
+    auto const s = make_style();
+    auto const other = make_style({.overflow_wrap = css::text::overflow_wrap::break_word});
+    std::uniform_int_distribution<int> pick(0, 99);
+    std::vector<knuth::knuth> raw;
+    auto piece = [&] {
+        std::u32string text;
+        for (int k = pick(rng) % 3; k >= 0; --k) {
+            text += U"fix"[pick(rng) % 3];
+        }
+        return w(text, pick(rng) < 10 ? other : s, pick(rng) < 50 ? std::optional(fl) : std::nullopt);
+    };
+    while (raw.size() < count) {
+        int const r = pick(rng);
+        if (r < 45) {
+            raw.push_back(piece());
+            while (pick(rng) < 45) {
+                raw.push_back(pick(rng) < 90 ? hy(s) : knuth::knuth{knuth_penalty{hard{}}});
+                raw.push_back(piece());
+            }
+        } else if (r < 75) {
+            raw.push_back(sp(s));
+        } else if (r < 80) {
+            raw.push_back(prohibited_break{});
+        } else if (r < 85) {
+            raw.push_back(knuth_box{open{.box_left_edge = 3}});
+        } else if (r < 90) {
+            raw.push_back(knuth_box{close{.close_right_edge = 2}});
+        } else if (r < 93) {
+            raw.push_back(knuth_box{indent{.indent_width = 9}});
+        } else if (r < 96) {
+            raw.push_back(footnote{});
+        } else {
+            raw.push_back(forced_break{});
+        }
+    }
+    std::vector<knuth::knuth> out;
+    for (auto const& item : raw) {
+        out.push_back(eval_knuth::eval_knuth(env, kind, std::nullopt, {}, item, {}).res_item);
+    }
+    return out;
+}
+
+TEST(knuth, prefix_sums_agree_with_summing_each_line) {
+    // Every stretch of random paragraphs, as a line with and without an indent in front, summed in
+    // constant time and summed item by item after trimming: hyphenated words joined again (narrower,
+    // by a ligature), the end stripped, a hyphen at the end counted. Then part of the paragraph is
+    // forgotten and other items follow, as when a breaker goes back to hyphenate.
+    auto env = make_env();
+    env.env_shape = with_ligature;
+    std::mt19937 rng(99);
+    int joined_lines = 0;
+    int empty_lines = 0;
+    for (auto const kind : {line_kind::first_line, line_kind::other_line}) {
+        for (int round = 0; round < 6; ++round) {
+            auto items = random_measured_items(env, kind, rng, 70);
+            eval_knuth::measured_items m{.measured_kind = kind};
+            for (auto const& it : items) {
+                eval_knuth::measured_push(m, it);
+            }
+            if (round % 2 == 1) {
+                std::size_t const keep = std::uniform_int_distribution<std::size_t>(0, items.size())(rng);
+                eval_knuth::measured_truncate(m, keep);
+                items.resize(keep);
+                for (auto const& it : random_measured_items(env, kind, rng, 40)) {
+                    eval_knuth::measured_push(m, it);
+                    items.push_back(it);
+                }
+            }
+            ASSERT_EQ(m.measured_list, items);
+            std::optional<knuth::knuth> const indent_item = knuth_box{indent{.indent_width = 11}};
+            for (std::size_t from = 0; from <= items.size(); ++from) {
+                for (std::size_t to = from; to <= items.size(); ++to) {
+                    std::span<knuth::knuth const> const line(items.data() + from, to - from);
+                    SCOPED_TRACE(testing::Message() << "round " << round << ", items " << from << " to " << to);
+                    for (auto const& first : {std::optional<knuth::knuth>{}, indent_item}) {
+                        auto const direct = eval_knuth::trimmed_line_sums(env, kind, first, line);
+                        auto const fast = eval_knuth::measured_line_sums(env, m, from, to, first);
+                        ASSERT_NEAR(fast.sum_width, direct.sum_width, 1e-3);
+                        ASSERT_NEAR(fast.sum_stretch, direct.sum_stretch, 1e-3);
+                        ASSERT_NEAR(fast.sum_shrink, direct.sum_shrink, 1e-3);
+                    }
+                    auto const trimmed = eval_knuth::trim_line(env, kind, line);
+                    ASSERT_EQ(line_strips_to_nothing(m.measured_sums, from, to), trimmed.empty());
+                    empty_lines += trimmed.empty() && from < to;
+                    joined_lines += trimmed.size() + 1 < line.size() &&
+                                    std::ranges::any_of(trimmed, [](knuth::knuth const& it) {
+                                        auto const* b = std::get_if<knuth_box>(&it);
+                                        return b != nullptr && std::holds_alternative<non_word>(*b);
+                                    });
+                }
+            }
+        }
+    }
+    // The random paragraphs did put the cases to the test.
+    EXPECT_GT(joined_lines, 1000);
+    EXPECT_GT(empty_lines, 50);
+}
+
+TEST(knuth, a_joined_word_is_measured_whole) {
+    // "f-i" joins into the ligature: 7pt, not the 10pt of the two pieces; broken at the hyphen, the
+    // piece and the hyphen count.
+    auto env = make_env();
+    env.env_shape = with_ligature;
+    auto const s = make_style();
+    eval_knuth::measured_items m;
+    for (auto const& it : {w(U"f", s), hy(s), w(U"i", s), sp(s), w(U"xf", s), hy(s), w(U"ix", s), sp(s)}) {
+        eval_knuth::measured_push(m, eval_knuth::eval_knuth(env, line_kind::other_line, std::nullopt, {}, it, {}).res_item);
+    }
+    EXPECT_FLOAT_EQ(eval_knuth::measured_line_sums(env, m, 0, 4, std::nullopt).sum_width, 7);
+    EXPECT_FLOAT_EQ(eval_knuth::measured_line_sums(env, m, 0, 2, std::nullopt).sum_width, 10);
+    EXPECT_FLOAT_EQ(eval_knuth::measured_line_sums(env, m, 2, 8, std::nullopt).sum_width, 5 + 5 + 17);
+    ASSERT_EQ(m.measured_runs.size(), 2u);
+    eval_knuth::measured_truncate(m, 5);
+    EXPECT_EQ(m.measured_runs.size(), 1u) << "a run cut to one piece is no run";
+    EXPECT_FLOAT_EQ(eval_knuth::measured_line_sums(env, m, 0, 5, std::nullopt).sum_width, 7 + 5 + 10);
+}
+
 TEST(first_fit, breaks_at_the_last_space_that_fits) {
     auto const s = make_style();
     // Words of 15pt with 5pt spaces: two words make 35pt.
