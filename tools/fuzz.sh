@@ -15,24 +15,24 @@ html5) dirs="src/document/html5" ;;
 # Case-insensitive regular expressions need the case mapping of the Unicode tables.
 js|regexp) dirs="src/js src/text/unicode.cpp src/text/unicode" ;;
 opentype) dirs="src/text src/resource src/text/fonts/freetype.cpp"; skip="*/text/fonts/*" ;;
-# The whole program but its entry, built by CMake with clang into build-fuzz/pipeline/cmake, whose
-# build tree is also the prefix the target reads the program's own files from.
+# The whole program but its entry, built by CMake with clang in the sanitizer tree build-sanitize,
+# which is also the prefix the target reads the program's own files from.
 pipeline) dirs="" ;;
 *) echo "fuzz.sh: unknown target $name" >&2; exit 2 ;;
 esac
 out=build-fuzz/$name
 mkdir -p "$out"
 if [ "$name" = pipeline ]; then
-    flags="-O1 -g -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=undefined"
-    cmake -S . -B "$out/cmake" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_C_COMPILER=clang-14 \
-        -DCMAKE_CXX_COMPILER=clang++-14 -DCMAKE_CXX_FLAGS="$flags" -DCMAKE_C_FLAGS="$flags" \
-        -DVELLUM_LIBFUZZER=ON >/dev/null
-    cmake --build "$out/cmake" --target pipeline_fuzzer vellum_resources -- -j2
-    cp "$out/cmake/tests/pipeline_fuzzer" "$out/fuzzer"
+    # The sanitizer tree of tools/sanitize.sh carries the coverage instrumentation this target needs.
+    [ -f build-sanitize/build.ninja ] || bash tools/sanitize.sh configure
+    cmake --build build-sanitize --target pipeline_fuzzer vellum_resources -- -j2
+    cp build-sanitize/tests/pipeline_fuzzer "$out/fuzzer"
     mkdir -p "tests/fuzz/corpus/$name" "$out/corpus-new"
-    # Each input must finish in 10 s; a deep document may take a large stack and much memory.
+    export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+    # Each input must finish in 10 s; a deep document may take a large stack and much memory. The
+    # seeds are the documents of the end-to-end tests (tools/fuzz_seeds.sh collects them).
     "$out/fuzzer" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=8192 -artifact_prefix="$out/" \
-        "$out/corpus-new" "tests/fuzz/corpus/$name" 2>&1 | tail -n 20
+        "$out/corpus-new" "tests/fuzz/corpus/$name" tests/fuzz/seeds/pipeline 2>&1 | tail -n 20
     exit 0
 fi
 # shellcheck disable=SC2086

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Writes tests/text/data/shaping/reference.txt, the glyphs and positions a reference shaper gives for
-words in Latin, Arabic, Hebrew, Devanagari, Bengali and Tamil, which the shaping tests compare with.
+words in Latin, Arabic, Hebrew, Devanagari, Bengali, Tamil, Malayalam, Telugu and Kannada, which the shaping tests compare with.
 
 Run from the repository root:  python3 tools/gen_shaping_reference.py
 It needs hb-shape (Debian's libharfbuzz-bin, a test-only tool), the Noto and DejaVu fonts of the set-up
@@ -69,6 +69,26 @@ TAMIL = ["தமிழ்", "வணக்கம்", "நன்றி", "இந�
          "பாரதி", "நாடு", "வீடு", "மக்கள்", "சொல்", "எழுத்து", "கி", "கீ", "கு", "கூ", "கெ", "கே", "கை", "கொ",
          "கோ", "கௌ"]
 
+# Malayalam: pre-base Ra (the 'pref' form after a virama), atomic chillus and the older chillu sequences
+# with ZWJ, and the dot reph U+0D4E of the older orthography.
+MALAYALAM = ["മലയാളം", "കേരളം", "പ്രധാനമന്ത്രി", "ക്രമം", "ഗ്രാമം", "പ്രേമം", "ശ്രീ", "സ്ത്രീ", "കാര്യം",
+             "ധർമ്മം", "അവൻ", "കൽ", "പാൾ", "അവർ", "മൺ", "വിദ്യാർത്ഥി", "സ്കൂൾ", "പുസ്തകം", "ഭാരതം", "ഇന്ത്യ",
+             "തിരുവനന്തപുരം", "കൊച്ചി", "കോഴിക്കോട്", "കൈ", "കൌ", "കെ", "കൊ", "ക്ക", "ന്ന", "ങ്ങ", "ഞ്ഞ",
+             "ണ്ട", "ന്റ", "ക്ഷ", "ക്ര", "ക്രി", "പ്രി", "ക്രെ", "ക്രൊ", "ദ്ര", "ന്ത്ര", "ഗ്രേ", "പ്രൈ",
+             "\u0D4Eക", "\u0D4Eമ്മ", "കാ\u0D4Eയ്യം", "ധ\u0D4Eമ്മം", "ആ\u0D4Eദ്രം", "മൂ\u0D4Eഖൻ",
+             "ന്\u200d", "ര്\u200d", "ല്\u200d", "ള്\u200d", "ണ്\u200d", "അവന്\u200d", "വ്വ", "യ്യ",
+             "ല്ല", "മ്മ", "ട്ട", "ത്ത", "പ്പ", "ച്ച", "സ്വ", "ത്വ", "ക്യ", "ദ്യ", "ശ്ശ", "സ്ക്ര", "ഗ്ല"]
+
+TELUGU = ["తెలుగు", "భాష", "హైదరాబాద్", "ఆంధ్రప్రదేశ్", "ప్రభుత్వం", "విద్యార్థి", "కార్యక్రమం", "శ్రీ",
+          "స్త్రీ", "రాష్ట్రం", "కృష్ణ", "ధర్మం", "కర్మ", "పుస్తకం", "ప్రేమ", "నమస్కారం", "ధన్యవాదాలు", "క్ష",
+          "జ్ఞానం", "సూర్యుడు", "చంద్రుడు", "భారతదేశం", "కి", "కీ", "కు", "కూ", "కె", "కే", "కై", "కొ", "కో",
+          "కౌ", "కం", "కః", "ర్\u200dక", "ర్క", "క్క", "ర్క్ష", "క్ర", "స్త్ర"]
+
+KANNADA = ["ಕನ್ನಡ", "ಬೆಂಗಳೂರು", "ಕರ್ನಾಟಕ", "ಪ್ರಧಾನ", "ಶ್ರೀ", "ಸ್ತ್ರೀ", "ರಾಷ್ಟ್ರ", "ವಿದ್ಯಾರ್ಥಿ", "ಕಾರ್ಯ",
+           "ಧರ್ಮ", "ಕರ್ಮ", "ಕೃಷ್ಣ", "ಪುಸ್ತಕ", "ಪ್ರೀತಿ", "ಜ್ಞಾನ", "ಕ್ಷಮೆ", "ಸೂರ್ಯ", "ಚಂದ್ರ", "ಭಾರತ", "ನಮಸ್ಕಾರ",
+           "ಧನ್ಯವಾದ", "ಕಿ", "ಕೀ", "ಕು", "ಕೂ", "ಕೆ", "ಕೇ", "ಕೈ", "ಕೊ", "ಕೋ", "ಕೌ", "ಕಂ", "ಕಃ", "ರ್ಕ",
+           "ರ್\u200dಕ", "ಕ್ಕ", "ರ್ಕ್ಷ", "ಕ್ರ", "ಸ್ತ್ರ", "ಕೋ"]
+
 
 def sets():
     latin = words_of(BASH, r"[A-Za-z][a-z]+", 90, lambda w: "f" in w or w[0] in "AVWTYPLF") + LATIN_EXTRA
@@ -87,6 +107,12 @@ def sets():
         (NOTO + "NotoSerifDevanagari-Regular.ttf", "deva", "ltr", DEVANAGARI),
         (NOTO + "NotoSansBengali-Regular.ttf", "beng", "ltr", BENGALI),
         (NOTO + "NotoSansTamil-Regular.ttf", "taml", "ltr", TAMIL),
+        (NOTO + "NotoSansMalayalam-Regular.ttf", "mlym", "ltr", MALAYALAM),
+        (NOTO + "NotoSerifMalayalam-Regular.ttf", "mlym", "ltr", MALAYALAM),
+        (NOTO + "NotoSansTelugu-Regular.ttf", "telu", "ltr", TELUGU),
+        (NOTO + "NotoSerifTelugu-Regular.ttf", "telu", "ltr", TELUGU),
+        (NOTO + "NotoSansKannada-Regular.ttf", "knda", "ltr", KANNADA),
+        (NOTO + "NotoSerifKannada-Regular.ttf", "knda", "ltr", KANNADA),
     ]
 
 

@@ -5,6 +5,7 @@
 #include "css/styledom/sheets.hpp"
 #include "driver/help.hpp"
 #include "driver/pack_loop.hpp"
+#include "host/domjs.hpp"
 #include "host/script_phase.hpp"
 #include "driver/pdf_rules.hpp"
 #include "image/images.hpp"
@@ -500,10 +501,35 @@ std::shared_ptr<pdf::painter::page_stream> new_page_stream(loaded_document const
             }
         }
     }
+    // Scripts that asked for box tracking read the boxes of elements when the file is written.
+    auto const* scripts = std::get_if<hostjs::host_js_used>(&first.doc_host_js);
     // Links are resolved when the file is written, once the last pass has placed every target.
     return std::make_shared<pdf::painter::page_stream>(
         first.doc_pdf_options,
-        pdf::painter::paint_options{.artificial_fonts = first.doc_pdf_options.artificial_fonts, .objects = objects});
+        pdf::painter::paint_options{.artificial_fonts = first.doc_pdf_options.artificial_fonts,
+                                    .objects = objects,
+                                    .track_element_boxes = scripts && hostjs::track_boxes(*scripts->host)});
+}
+
+// The boxes of elements as scripts see them.
+std::vector<domjs::box_info> element_boxes(std::vector<pdf::painter::element_box> const& boxes) {
+    std::vector<domjs::box_info> out;
+    out.reserve(boxes.size());
+    for (auto const& b : boxes) {
+        using kind = pdf::painter::element_box_kind;
+        out.push_back(domjs::box_info{.info_element = b.box_element,
+                                      .info_type = b.box_kind == kind::inline_span   ? "SPAN"
+                                                   : b.box_kind == kind::image_box   ? "IMAGE"
+                                                   : b.box_kind == kind::drawing_box ? "SVG"
+                                                                                     : "BOX",
+                                      .info_page = b.box_page,
+                                      .info_x = b.box_left,
+                                      .info_y = b.box_top,
+                                      .info_w = b.box_width,
+                                      .info_h = b.box_height,
+                                      .info_parent = b.box_parent});
+    }
+    return out;
 }
 
 // Writes the painted pages with their fonts.
@@ -778,6 +804,7 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
     }
     // Counted before writing, which hands the pages over to the PDF.
     auto const page_count = static_cast<int>(outcome.pass_painted->pages().size());
+    auto tracked = element_boxes(outcome.pass_painted->element_boxes());
     bool written = true;
     if (stream) {
         write_output(log, engine, first, *outcome.pass_painted, outcome.pass_bookmarks, links, tally,
@@ -787,6 +814,9 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
     }
     // Once the PDF is written the run has succeeded, whatever the scripts do now.
     if (auto const* used = std::get_if<hostjs::host_js_used>(&first.doc_host_js); written && used) {
+        if (hostjs::track_boxes(*used->host)) {
+            domjs::attach_boxes(*used->host->js, std::move(tracked));
+        }
         hostjs::fire_complete(*used->host, page_count);
     }
     return written;

@@ -100,4 +100,22 @@ std::int64_t collection_length(js::eval::host_value const& h);
 /// Forgets every node's wrapper, for a document whose engine is dropped.
 void clear_wrappers(dom::document_ref const& doc);
 
+/// A box an element made in the finished layout, as `getVellumBoxes` gives it: its type ("BOX",
+/// "SPAN", "IMAGE" or "SVG"), the number of its page, its border box in points from the page's top left
+/// corner, and the box it lies in, as an index into the same list.
+struct box_info {
+    dom::element_ref info_element;
+    std::string info_type;
+    int info_page = 0;
+    double info_x = 0;
+    double info_y = 0;
+    double info_w = 0;
+    double info_h = 0;
+    std::optional<std::size_t> info_parent;
+};
+
+/// Hands the boxes of the finished layout to an engine's bindings: from now on `getVellumBoxes` answers
+/// with them.
+void attach_boxes(js::eval::js& engine, std::vector<box_info> boxes);
+
 } // namespace vellum::domjs

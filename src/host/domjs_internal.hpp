@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <variant>
 #include <vector>
 
@@ -26,7 +27,17 @@ using webidl::native_fn;
 struct dom_state : e::host_data {
     std::uint64_t state_serial = 0;
     dom_prototypes state_prototypes;
+    /// The boxes of the finished layout, once attached; the boxes of each element and of each box, by
+    /// index; and the `BoxInfo` object made for each box, so that a box is always the same object.
+    std::optional<std::vector<box_info>> state_boxes;
+    std::unordered_map<dom::dom_element const*, std::vector<std::size_t>> state_boxes_of_element;
+    std::vector<std::vector<std::size_t>> state_box_children;
+    std::unordered_map<std::size_t, e::js_object> state_box_objects;
 };
+
+/// The `BoxInfo` objects of an element's boxes, in layout order: none before layout has finished or
+/// when `Vellum.trackBoxes` was not set.
+e::js_value element_boxes(e::js& engine, dom::element_ref const& el);
 
 /// The bindings' state of an engine; internal error if the interfaces were never installed.
 dom_state& state_of(e::js const& engine);

@@ -1254,12 +1254,9 @@ void install_element(e::js& engine, js_object proto) {
     getter("style", [](e::js& engine, dom::element_ref const& el, args_t const&) -> e::expr_res<js_value> {
         return style_object(engine, el);
     });
-    // FIXME: layout does not record the boxes of elements yet; until it does, an element has none, and a
-    // script that asks is told so once.
     webidl::add_native_method(engine, proto, "getVellumBoxes", 0,
-                              on_element([](e::js& engine, dom::element_ref const&, args_t const&) -> e::expr_res<js_value> {
-                                  log::log_warning_once(engine.js_log, "getVellumBoxes is not yet supported: no boxes are recorded");
-                                  return e::new_array(engine, {});
+                              on_element([](e::js& engine, dom::element_ref const& el, args_t const&) -> e::expr_res<js_value> {
+                                  return element_boxes(engine, el);
                               }));
     webidl::add_native_accessor(
         engine, proto, "className",

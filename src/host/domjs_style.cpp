@@ -2,6 +2,7 @@
 // written back in canonical form, shorthands expanded into their members), `getComputedStyle` by the
 // cascade against the tree as it stands, and `querySelector` through the selector parser and matcher.
 #include "host/domjs_internal.hpp"
+#include "js/builtins.hpp"
 
 #include "css/color.hpp"
 #include "css/parser.hpp"
@@ -565,6 +566,28 @@ void install_style(e::js& engine, dom_state& state) {
     state.state_prototypes.prototype_box_info = box_info.prototype;
     auto const box_children = webidl::make_interface(engine, "BoxInfoChildren", std::nullopt);
     state.state_prototypes.prototype_box_info_children = box_children.prototype;
+    // `item(i)`: the child at that index, or null past the end.
+    webidl::add_native_method(
+        engine, box_children.prototype, "item", 1,
+        [](e::js& engine, e::js_value const& self, args_t const& args) -> e::expr_res<e::js_value> {
+            auto const* o = std::get_if<e::js_object>(&self);
+            if (o == nullptr) {
+                return e::throw_error(engine, e::js_error::invalid_this);
+            }
+            js::number n;
+            if (auto ex = e::builtins::take(e::to_number(engine, args.empty() ? e::js_value{e::js_undefined{}} : args[0]), n)) {
+                return *ex;
+            }
+            double const d = e::to_double(n);
+            if (!(d >= 0) || d >= 4294967296.0) {
+                return e::js_value{e::js_null{}};
+            }
+            e::js_value v;
+            if (auto ex = e::builtins::take(e::builtins::get_named(engine, *o, std::to_string(static_cast<std::uint64_t>(d))), v)) {
+                return *ex;
+            }
+            return std::holds_alternative<e::js_undefined>(v) ? e::js_value{e::js_null{}} : v;
+        });
 }
 
 } // namespace vellum::domjs

@@ -457,6 +457,18 @@ void paint_chars(content::out const& o,
     std::span<fonts::grapheme const> visual = run.charsbox_content.view();
     if (run.charsbox_direction == fonts::direction::rtl) {
         reversed.assign(visual.rbegin(), visual.rend());
+        // A cluster is marked on its first grapheme in logical order, which is now its last: the mark
+        // moves to its first in visual order.
+        std::size_t const n = reversed.size();
+        for (std::size_t logical = 0; logical < n; ++logical) {
+            auto const& cluster = visual[logical].grapheme_cluster;
+            if (!cluster || cluster->cluster_graphemes == 0) {
+                continue;
+            }
+            std::size_t const count = std::min<std::size_t>(cluster->cluster_graphemes, n - logical);
+            reversed[n - 1 - logical].grapheme_cluster = nullptr;
+            reversed[n - logical - count].grapheme_cluster = cluster;
+        }
         visual = reversed;
     }
     double const y = baseline + run.charsbox_y;

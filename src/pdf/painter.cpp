@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <iterator>
 #include <set>
 
 namespace vellum::pdf::painter {
@@ -1229,6 +1230,102 @@ std::vector<std::pair<std::string, util::pos::pos>> page_destinations(pack::pack
     return out;
 }
 
+namespace {
+
+// The walk behind page_element_boxes: like the tree visitor, but it knows when a box is left, so that
+// each element's box knows the element box around it.
+struct element_box_walk {
+    std::vector<element_box>& out;
+    int page_number;
+    std::size_t parent_base;
+    float page_top;
+    float scale;
+
+    std::optional<std::size_t> add(prepack::element_type const& type, element_box_kind kind, double left, double top,
+                                   double width, double height, std::optional<std::size_t> parent) {
+        // The first part of an element's box, and the parts a page break or a fixed height moved on.
+        auto const info = std::visit(
+            overloaded{
+                [](prepack::type_original const& o) -> std::optional<prepack::element_info> {
+                    return o.stuff ? std::optional(o.stuff->element_info) : std::nullopt;
+                },
+                [](prepack::type_remaining const& r) { return r.info; },
+                [](prepack::type_overflowing const& o) { return o.info; },
+                [](prepack::type_anonymous const&) -> std::optional<prepack::element_info> { return std::nullopt; },
+            },
+            type);
+        auto const* element = info ? std::get_if<prepack::info_element>(&*info) : nullptr;
+        if (!element || !element->element) {
+            return parent;
+        }
+        out.push_back(element_box{.box_element = element->element,
+                                  .box_kind = kind,
+                                  .box_page = page_number,
+                                  .box_left = float(left / scale),
+                                  .box_top = float((page_top - top) / scale),
+                                  .box_width = float(width / scale),
+                                  .box_height = float(height / scale),
+                                  .box_parent = parent});
+        return parent_base + out.size() - 1;
+    }
+
+    void box(pack::box const& b, double base, std::optional<std::size_t> parent) {
+        auto kind = element_box_kind::block_box;
+        if (auto const* i = std::get_if<pack::image>(&flow_content(b))) {
+            kind = i->image_box.imagebox_content &&
+                           std::holds_alternative<images::svg_image>(i->image_box.imagebox_content->image_source)
+                       ? element_box_kind::drawing_box
+                       : element_box_kind::image_box;
+        }
+        auto const here = add(b.box_type, kind, b.box_x, b.box_y + base, b.box_w, b.box_h, parent);
+        for (auto const& c : children_of(b)) {
+            box(*c.child_box, base, here);
+        }
+        if (auto const* p = std::get_if<pack::para>(&flow_content(b))) {
+            for (auto const& item : p->para_lines) {
+                if (auto const* line = std::get_if<pack::linebox>(&item)) {
+                    spans(line->linebox_content, line->linebox_base, here);
+                }
+            }
+        }
+    }
+
+    void spans(std::vector<pack::spanbox> const& content, double base, std::optional<std::size_t> parent) {
+        for (auto const& s : content) {
+            if (auto const* n = std::get_if<vellum::ref<pack::nested_spanbox>>(&s); n && *n) {
+                auto const& span = **n;
+                auto const here = add(span.spanbox_type, element_box_kind::inline_span, span.spanbox_x,
+                                      base + span.spanbox_y, span.spanbox_w, span.spanbox_h, parent);
+                spans(span.spanbox_content, base, here);
+            } else if (auto const* i = std::get_if<pack::inline_box>(&s); i && i->inline_box_box) {
+                box(*i->inline_box_box, base, parent);
+            }
+        }
+    }
+};
+
+} // namespace
+
+std::vector<element_box> page_element_boxes(pack::packed_page const& page, int page_number, std::size_t parent_base) {
+    std::vector<element_box> out;
+    element_box_walk walk{.out = out,
+                          .page_number = page_number,
+                          .parent_base = parent_base,
+                          .page_top = page.mediabox.top,
+                          .scale = page.scaled && *page.scaled != 0 ? *page.scaled : 1.0f};
+    for (auto const& b : page.body_box.body_content) {
+        if (b) {
+            walk.box(*b, 0, std::nullopt);
+        }
+    }
+    for (auto const& m : page.margin_boxes) {
+        if (m.margin_content && *m.margin_content) {
+            walk.box(**m.margin_content, 0, std::nullopt);
+        }
+    }
+    return out;
+}
+
 std::vector<int> page_font_ids(pack::packed_page const& page) {
     std::set<int> ids;
     tree_visitor v{.on_graphemes = [&](std::span<fonts::grapheme const> gs) { paint_text::add_font_ids(gs, ids); }};
@@ -1321,6 +1418,10 @@ void page_stream::add(log::log const& log, pack::packed_page const& page) {
     }
     int const number = int(stream_pages.size()) + 1;
     stream_options.tag_page = number - 1;
+    if (stream_options.track_element_boxes) {
+        auto more = page_element_boxes(page, number, stream_element_boxes.size());
+        std::move(more.begin(), more.end(), std::back_inserter(stream_element_boxes));
+    }
     content::new_page(stream_state);
     paint_page(log, stream_recorder.output(), stream_state, page, stream_options);
     // The page keeps the names it used; the document's table of graphics-state names stays here.

@@ -42,6 +42,8 @@ struct paint_options {
     /// content is not marked.
     std::shared_ptr<tagging::structure> tags;
     int tag_page = 0;
+    /// Keep the boxes that elements make, for scripts (`getVellumBoxes`).
+    bool track_element_boxes = false;
 };
 
 /// Paints a whole page into its content stream.
@@ -77,6 +79,27 @@ std::vector<found_link> page_links(pack::packed_page const& page);
 /// or inline element that carries ids.
 std::vector<std::pair<std::string, util::pos::pos>> page_destinations(pack::packed_page const& page);
 
+/// What kind of box an element made, as scripts see it.
+enum class element_box_kind { block_box, inline_span, image_box, drawing_box };
+
+/// A box an element made on a page: its border box (a span's content area) in points from the page's
+/// top left corner, and the nearest box around it that an element made too, as an index into the same
+/// list.
+struct element_box {
+    dom::element_ref box_element;
+    element_box_kind box_kind = element_box_kind::block_box;
+    int box_page = 0;
+    float box_left = 0;
+    float box_top = 0;
+    float box_width = 0;
+    float box_height = 0;
+    std::optional<std::size_t> box_parent;
+};
+
+/// The boxes that elements made on a page numbered `page_number`, in tree order; `parent_base` is the
+/// index the page's first box will have in the list the caller keeps, so that parents index that list.
+std::vector<element_box> page_element_boxes(pack::packed_page const& page, int page_number, std::size_t parent_base);
+
 /// The ids of the fonts that a page's text uses.
 std::vector<int> page_font_ids(pack::packed_page const& page);
 
@@ -111,6 +134,9 @@ public:
 
     std::vector<painted_page> const& pages() const { return stream_pages; }
 
+    /// The boxes that elements made on the pages painted so far, when the options ask to track them.
+    std::vector<element_box> const& element_boxes() const { return stream_element_boxes; }
+
     /// Moves the painted pages into a document with their links resolved, the named destinations they
     /// hold, the objects and structure they name, and the fonts they use; the stream is left empty.
     void finish(writepdf::pdf_document& doc, link_resolver const& resolve);
@@ -127,6 +153,7 @@ private:
     std::set<std::string> stream_destination_names;
     std::set<int> stream_font_ids;
     std::optional<std::string> stream_language;
+    std::vector<element_box> stream_element_boxes;
 };
 
 /// Adds pages to a document, the fonts they use to its used fonts, and the places their ids name to its

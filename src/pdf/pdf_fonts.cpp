@@ -4,6 +4,7 @@
 #include "text/font_data.hpp"
 #include "text/font_subset.hpp"
 #include "text/macroman.hpp"
+#include "text/opentype/cff.hpp"
 
 #include <algorithm>
 #include <map>
@@ -218,7 +219,12 @@ std::size_t subset_glyph_count(fonts::font_ref const& font, fonts::glyph_cache c
     auto const b = file.view();
     auto u16 = [&](std::size_t at) { return at + 2 <= b.size() ? std::size_t(b[at] << 8 | b[at + 1]) : 0; };
     auto u32 = [&](std::size_t at) { return at + 4 <= b.size() ? u16(at) << 16 | u16(at + 2) : 0; };
-    if (!is_cff(font)) {
+    if (is_cff(font)) {
+        // The subset may hold glyphs behind those the text uses: the parts of accented characters.
+        if (auto const info = opentype::cff::parse_cff(b)) {
+            count = std::max(count, std::size_t(info->cff_glyph_count));
+        }
+    } else {
         for (std::size_t i = 0, n = u16(4); i < n; ++i) {
             std::size_t const entry = 12 + 16 * i;
             if (entry + 16 <= b.size() && b[entry] == 'm' && b[entry + 1] == 'a' && b[entry + 2] == 'x' &&

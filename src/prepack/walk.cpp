@@ -110,6 +110,37 @@ std::optional<display_kind> kind_of(css::style::style const& s) {
     return std::nullopt;
 }
 
+/// How deep tables may nest in the cells of other tables before the inner ones are laid out as blocks.
+constexpr int max_table_nesting = 32;
+
+bool is_table_kind(std::optional<display_kind> k) {
+    switch (k.value_or(display_kind::none)) {
+    case display_kind::table:
+    case display_kind::inline_table:
+    case display_kind::table_caption:
+    case display_kind::table_row_group:
+    case display_kind::table_header_group:
+    case display_kind::table_footer_group:
+    case display_kind::table_row:
+    case display_kind::table_cell:
+    case display_kind::table_column:
+    case display_kind::table_column_group:
+        return true;
+    default:
+        return false;
+    }
+}
+
+/// The style of a table part laid out as a block: tables inline stay inline, columns make no box.
+css::style::style as_block(css::style::style s) {
+    auto const k = kind_of(s).value_or(display_kind::block);
+    s.bit_props.bit_props_display = k == display_kind::inline_table ? display_kind::inline_block
+                                    : k == display_kind::table_column || k == display_kind::table_column_group
+                                        ? display_kind::none
+                                        : display_kind::block;
+    return s;
+}
+
 float padding_points(css::box::padding const& p) {
     auto const* f = std::get_if<float>(&p);
     return f ? *f : 0.0f;
@@ -131,6 +162,10 @@ struct walker {
     int bookmarks = 0;
     int column_ids = 0;
     bool in_static = false;
+    /// Tables and cells open around the current element, and whether the table parts met now are
+    /// laid out as plain blocks because the tables around them are nested too deep.
+    int table_levels = 0;
+    bool tables_as_blocks = false;
     /// Where the text of the paragraph being gathered stands: word starts for capitalize, and the
     /// column for tab stops.
     text::text_position text_at;
@@ -878,8 +913,35 @@ struct walker {
             copy.background = share(css::box::background{});
             style = share(std::move(copy));
         }
+        // Every table nested in a cell is measured, and cut at page breaks, inside each table around
+        // it; past a depth the cost of that is out of proportion to any real layout, so a table that
+        // deep, and everything inside it, is laid out as blocks.
+        struct table_scope {
+            walker& w;
+            bool was_blocks;
+            bool counted = false;
+            ~table_scope() {
+                w.tables_as_blocks = was_blocks;
+                w.table_levels -= counted ? 1 : 0;
+            }
+        } scope{*this, tables_as_blocks};
+        if (is_table_kind(kind_of(*style))) {
+            if (!tables_as_blocks && table_levels >= 2 * max_table_nesting) {
+                warn_once("tables nested more than " + std::to_string(max_table_nesting) +
+                          " deep are laid out as blocks");
+                tables_as_blocks = true;
+            }
+            if (tables_as_blocks) {
+                style = share(as_block(*style));
+            }
+        }
         auto const& s = *style;
         auto const kind = kind_of(s);
+        // A table and its cell count one level each (a cell in a cell stands in an anonymous table).
+        if (kind == display_kind::table || kind == display_kind::inline_table || kind == display_kind::table_cell) {
+            ++table_levels;
+            scope.counted = true;
+        }
         if (kind == display_kind::none) {
             // No box and no counters, but named strings and target ids still count, also those of
             // the hidden descendants: the title in the head names the document in running heads.

@@ -1,6 +1,7 @@
-// Cutting a CFF font program down to the glyphs a document uses. The result is always a CID-keyed CFF
-// font whose glyph number, CID and PDF character code are one and the same, so that it serves a PDF
-// CIDFontType0 font with Identity-H encoding whichever way a viewer reads it.
+// Cutting a CFF font program down to the glyphs a document uses. The result keys its glyphs as the source
+// does: a CID-keyed font becomes one whose glyph number and CID are one and the same, a name-keyed font
+// keeps its glyph names. Either way the glyph number is the PDF character code of a CIDFontType0 font with
+// Identity-H encoding (a name-keyed program there is read by glyph number).
 #pragma once
 
 #include "text/opentype/reader.hpp"
@@ -16,6 +17,8 @@ namespace vellum::cff_subset {
 struct subr_counts {
     std::size_t counts_global_kept = 0;
     std::size_t counts_local_kept = 0;
+    /// Base and accent glyphs of accented characters added behind the glyphs asked for.
+    std::size_t counts_accent_parts = 0;
     /// The subroutines could not be followed and were all kept; why, for the log.
     bool counts_all_kept = false;
     std::string counts_unfollowed;
@@ -24,14 +27,16 @@ struct subr_counts {
 struct subset {
     std::vector<std::uint8_t> subset_bytes;
     subr_counts subset_subrs;
+    /// The source glyphs of the subset in their new order: those asked for, then the parts of accented
+    /// characters among them.
+    std::vector<std::uint32_t> subset_glyphs;
 };
 
 /// Makes the subset of the glyphs given by source number, in their new order; the first must be glyph 0.
-/// The charstrings are copied unchanged. Subroutines that no kept glyph reaches are emptied (their
-/// numbers stay, so the calls in the charstrings stay right), and font DICTs that no kept glyph uses are
-/// dropped. A font that is not CID-keyed becomes one, with a single font DICT holding its Private DICT.
-/// Fails on a malformed font, a glyph number outside it, or a glyph built by the accented-character
-/// form of endchar, whose parts are found by glyph name, which a CID-keyed font does not have.
-[[nodiscard]] result<subset> make_cff_subset(opentype::reader::data cff, std::vector<std::uint32_t> const& glyphs);
+/// Only the subroutines that the kept glyphs reach stay, numbered anew, and the calls in the charstrings
+/// are rewritten to match; if a glyph's calls cannot be followed, all subroutines and charstrings stay
+/// as they are. Font DICTs that no kept glyph uses are dropped. Fails on a malformed font, a glyph
+/// number outside it, or an accented character whose parts the font lacks.
+[[nodiscard]] result<subset> make_cff_subset(opentype::reader::data cff, std::vector<std::uint32_t> const& asked);
 
 } // namespace vellum::cff_subset

@@ -380,9 +380,10 @@ char_map_array identity_map(std::size_t count) {
     return map;
 }
 
-// A font of CFF outlines becomes a CID-keyed subset whose glyph numbers are its CIDs, and so an
-// Identity font whatever its encoding was: a simple font would need glyph names, which a CID-keyed font
-// does not have. A font that cannot be cut goes out whole, readied as without subsetting.
+// A font of CFF outlines becomes a subset read by glyph number, and so an Identity font whatever its
+// encoding was. The glyphs that the text uses come first, in the order of the glyph cache; the parts of
+// accented characters follow them. A font that cannot be cut goes out whole, readied as without
+// subsetting.
 void subset_cff_font(log::log const& log, fonts::font_ref const& font) {
     auto const& data = *font->used_font_data;
     auto const cache = font->used_font_glyph_cache->get();
@@ -404,8 +405,9 @@ void subset_cff_font(log::log const& log, fonts::font_ref const& font) {
         return;
     }
     auto const& subrs = made->subset_subrs;
-    log::log_debug(log, "CFF subset of " + fonts::describe_font(font) + ": " + std::to_string(list.size()) +
-                            " glyphs, " +
+    log::log_debug(log, "CFF subset of " + fonts::describe_font(font) + ": " +
+                            std::to_string(made->subset_glyphs.size()) + " glyphs (" +
+                            std::to_string(subrs.counts_accent_parts) + " accent parts), " +
                             (subrs.counts_all_kept ? "all subroutines kept (" + subrs.counts_unfollowed + ")"
                                                    : std::to_string(subrs.counts_global_kept) + " global and " +
                                                          std::to_string(subrs.counts_local_kept) +

@@ -260,17 +260,18 @@ TEST(cascade, body_link_colours_links_below_rules) {
 
 bool test_known(std::string_view name) {
     return name == "fill" || name == "stroke" || name == "font-size" || name == "overflow" || name == "clip" ||
-           name == "font" || name == "text-decoration" || name == "letter-spacing";
+           name == "font" || name == "text-decoration" || name == "letter-spacing" || name == "font-variant";
 }
 
 bool test_shorthand(std::string_view name) {
-    return name == "font" || name == "text-decoration";
+    return name == "font" || name == "text-decoration" || name == "font-variant";
 }
 
 TEST(cascade, svg_attributes_become_author_declarations) {
     fixture f("svg");
     auto const doc = f.parse(R"svg(<svg fill="red" font-size="12" font="bold 12px serif" overflow="auto"
-        clip="rect(1, 2, 3, 4)" text-decoration="underline" letter-spacing="2em" width="10" stroke="url(#g)">
+        clip="rect(1, 2, 3, 4)" text-decoration="underline" letter-spacing="2em" width="10" stroke="url(#g)"
+        font-variant="small-caps">
         <rect fill="blue" style="fill: green"/></svg>)svg",
                              doctype::doctype::html5);
     style_hooks hooks{.known_property = &test_known, .is_shorthand = &test_shorthand};
@@ -281,6 +282,8 @@ TEST(cascade, svg_attributes_become_author_declarations) {
     EXPECT_EQ(svg.winner("overflow"), "visible");
     EXPECT_EQ(svg.winner("clip"), "rect(1px, 2px, 3px, 4px)");
     EXPECT_EQ(svg.winner("text-decoration"), "underline");
+    // A shorthand now, but a single property when SVG made it an attribute.
+    EXPECT_EQ(svg.winner("font-variant"), "small-caps");
     EXPECT_EQ(svg.winner("letter-spacing"), "2em");
     EXPECT_FALSE(svg.winner("font")) << "a shorthand";
     EXPECT_FALSE(svg.winner("width")) << "not a known property here";

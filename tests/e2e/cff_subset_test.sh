@@ -100,4 +100,40 @@ body { font: 14pt "URW Bookman" }</style></head><body>
     same_pixels latin latin.pdf latin-whole.pdf
 fi
 
+# Accented letters written as base + accent (the four-operand endchar): a font made from a URW font whose
+# é, É, à and ü are built so. The subset brings the base and accent glyphs along, under their names, and
+# draws the letters as the whole font does.
+nimbus=/usr/share/fonts/opentype/urw-base35/NimbusSans-Regular.otf
+tools=$(cd "$DATA/../../tools" && pwd)
+if [ -f "$nimbus" ] && /usr/bin/python3 "$tools/make_seac_font.py" "$nimbus" "Seac Test" seac.otf 2>seac-tool.err; then
+    printf '%s' '<!DOCTYPE html><html><head><meta charset="utf-8"><style>
+@font-face { font-family: Accents; src: url(seac.otf) }
+body { font: 40pt Accents }</style></head><body><p>Café Élan à ü</p></body></html>' >seac.html
+    convert seac seac
+    expect_contains "seac: subset" "$(pdffonts seac.pdf)" "+SeacTest"
+    expect_eq "seac: text" "$(pdftotext seac.pdf - | tr -d '\f' | tr -s ' \n' ' ' | sed 's/ $//')" "Café Élan à ü"
+    convert seac-whole seac --no-subset-fonts
+    same_pixels seac seac.pdf seac-whole.pdf
+    # The accent is drawn: "é" alone has clearly more ink than "e" alone (the whole font could have lost
+    # it too, which the comparison above would not see).
+    dark() {
+        printf '%s' "<!DOCTYPE html><html><head><meta charset=\"utf-8\"><style>
+@font-face { font-family: Accents; src: url(seac.otf) }
+body { font: 80pt Accents }</style></head><body><p>$2</p></body></html>" >"$1.html"
+        convert "$1" "$1"
+        pdftoppm -r 72 -gray -f 1 -l 1 "$1.pdf" "$1"
+        /usr/bin/python3 -c "
+from PIL import Image
+im = Image.open('$1-1.pgm')
+print(sum(1 for v in im.getdata() if v < 128))"
+    }
+    e=$(dark seac-e e)
+    eacute=$(dark seac-eacute é)
+    if [ "$eacute" -le $((e + e / 10)) ]; then
+        fail "seac: é has $eacute dark pixels, e alone $e: no accent drawn"
+    fi
+else
+    echo "seac part skipped: no URW font or fontTools"
+fi
+
 finish

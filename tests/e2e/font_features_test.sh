@@ -145,4 +145,67 @@ expect_eq "first word at the right edge" "$(awk -v r="$first_right" 'BEGIN { pri
 expect_eq "one ellipsis only" "$(echo "$rtl_bbox" | grep -c '…')" 1
 expect_not_contains "the rest is cut" "$(pdftotext rtl.pdf -)" "הצרה"
 
+# Petite capitals: the font's "pcap"/"c2pc" when it has them (a copy of Noto Serif whose small capitals
+# are renamed petite ones), else its small capitals, else imitated ones, as small-caps would show.
+tools=$(cd "$DATA/../../tools" && pwd)
+if /usr/bin/python3 "$tools/make_petite_font.py" $NOTO/NotoSerif-Regular.ttf "Petite Test" petite.ttf 2>petite-tool.err; then
+    {
+        cat <<'HTML'
+<!DOCTYPE html><html><head><style>
+@font-face { font-family: Petite; src: url(petite.ttf) }
+@page { size: 300pt 60pt; margin: 10pt }
+body { font: 24pt "Noto Serif" }
+.p { font-family: Petite } .d { font-family: "DejaVu Serif" }
+</style></head><body>
+HTML
+        page "font-variant-caps: petite-caps" "Petite caps" 'class="p"'           # 1: the font's pcap
+        page "font-variant-caps: small-caps" "Petite caps"                        # 2: Noto's smcp
+        page "font-variant-caps: small-caps" "Petite caps" 'class="p"'            # 3: imitated
+        page "font-variant-caps: petite-caps" "Petite caps"                       # 4: falls back to smcp
+        page "font-variant-caps: petite-caps" "Petite caps" 'class="d"'           # 5: imitated
+        page "font-variant-caps: small-caps" "Petite caps" 'class="d"'            # 6
+        page "font-variant-caps: all-petite-caps" "Petite Caps" 'class="p"'       # 7: pcap and c2pc
+        page "font-variant-caps: all-small-caps" "Petite Caps"                    # 8: smcp and c2sc
+        page "font-variant-caps: all-petite-caps" "Petite Caps"                   # 9: falls back
+        page "font-variant: all-petite-caps" "Petite Caps" 'class="d"'            # 10: imitated
+        page "font-variant: all-small-caps" "Petite Caps" 'class="d"'             # 11
+        page "" "Petite Caps"                                                     # 12
+        echo '</body></html>'
+    } >petite.html
+    timeout 60 "$VELLUM" petite.html -o petite.pdf 2>petite.err
+    expect_eq "petite: status" "$?" 0
+    qpdf_clean "petite" petite.pdf
+    expect_eq "petite: no warnings" "$(cat petite.err)" ""
+    expect_contains "petite: text" "$(pdftotext -f 1 -l 1 petite.pdf -)" "Petite caps"
+    pdftoppm -r 72 -gray -png petite.pdf q
+    expect_eq "petite-caps from the font's pcap" "$(same q-01.png q-02.png)" same
+    expect_eq "small-caps of a font with only petite ones is imitated" "$(same q-01.png q-03.png)" different
+    expect_eq "petite-caps falls back to the font's smcp" "$(same q-02.png q-04.png)" same
+    expect_eq "petite-caps imitated without either" "$(same q-05.png q-06.png)" same
+    expect_eq "all-petite-caps from pcap and c2pc" "$(same q-07.png q-08.png)" same
+    expect_eq "all-petite-caps falls back to smcp and c2sc" "$(same q-08.png q-09.png)" same
+    expect_eq "all-petite-caps imitated" "$(same q-10.png q-11.png)" same
+    expect_eq "all-petite-caps shrinks the capitals" "$(same q-09.png q-12.png)" different
+else
+    echo "petite caps part skipped: $(cat petite-tool.err)"
+fi
+
+# An SVG font-variant attribute is read as the font-variant shorthand, as the property would be.
+svg_text() {
+    printf '<div style="page-break-after: always"><svg width="280" height="40"><text x="0" y="30" font-family="Noto Serif" font-size="24" %s>Small caps</text></svg></div>\n' "$1"
+}
+{
+    echo '<!DOCTYPE html><html><head><style>@page { size: 300pt 60pt; margin: 10pt }</style></head><body>'
+    svg_text 'font-variant="small-caps"'
+    svg_text 'style="font-variant: small-caps"'
+    svg_text ''
+    echo '</body></html>'
+} >svg.html
+timeout 60 "$VELLUM" svg.html -o svg.pdf 2>svg.err
+expect_eq "svg: status" "$?" 0
+expect_eq "svg: no warnings" "$(cat svg.err)" ""
+pdftoppm -r 72 -gray -png svg.pdf s
+expect_eq "svg: font-variant attribute as the property" "$(same s-1.png s-2.png)" same
+expect_eq "svg: font-variant attribute shows small capitals" "$(same s-1.png s-3.png)" different
+
 finish

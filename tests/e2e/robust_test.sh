@@ -98,6 +98,14 @@ timeout 120 "$VELLUM" tables.html -o tables.pdf 2>err.txt
 expect_eq "100 nested tables: status" "$?" 0
 expect_contains "100 nested tables: text" "$(pdftotext tables.pdf - 2>/dev/null)" "innermost"
 
+# Past 32 levels, tables are laid out as blocks, with one warning: every level of nesting measures and
+# cuts the levels inside it again, and 10,000 levels of that never finished.
+python3 -c "print('<table><tr><td>' * 10000 + 'innermost' + '</td></tr></table>' * 10000)" > tables.html
+timeout 120 "$VELLUM" tables.html -o tables.pdf 2>err.txt
+expect_eq "10,000 nested tables: status" "$?" 0
+expect_contains "10,000 nested tables: text" "$(pdftotext tables.pdf - 2>/dev/null)" "innermost"
+expect_eq "10,000 nested tables: one warning" "$(grep -c 'tables nested more than 32 deep are laid out as blocks' err.txt)" 1
+
 # Multi-column containers nested in each other: only the outer two search for balanced heights.
 python3 -c "print('<div style=\"columns: 2\">' * 30 + 'one two three' + '</div>' * 30)" > cols.html
 timeout 120 "$VELLUM" cols.html -o cols.pdf 2>err.txt

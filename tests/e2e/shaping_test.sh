@@ -91,4 +91,56 @@ for word in हिन्दी किताब पढ़ना धर्म क�
     expect_contains "Hindi text in logical order: $word" "$hi" "$word"
 done
 
+# An Arabic paragraph with vowel marks, a shadda under its vowel, hamza marks and ligatures: text tools
+# read every word back as typed (before, marks came out ahead of their letters and ligatures reversed).
+cat >ar.html <<'HTML'
+<!DOCTYPE html><html><head><meta charset="utf-8"><style>body { font: 16pt "Noto Naskh Arabic"; direction: rtl }</style></head><body>
+<p lang="ar">بِسْمِ ٱللَّهِ ٱلرَّحْمَٰنِ ٱلرَّحِيمِ لا السلام عليكم تَّ بَٔ سِٕ كُٔن بِّٕ مستشفى عام 2024</p>
+</body></html>
+HTML
+timeout 60 "$VELLUM" ar.html -o ar.pdf 2>ar.err
+expect_eq "Arabic status" "$?" 0
+qpdf_clean "Arabic" ar.pdf
+ar_text=$(pdftotext ar.pdf - | tr '\n' ' ')
+for word in بِسْمِ ٱللَّهِ ٱلرَّحْمَٰنِ ٱلرَّحِيمِ لا السلام عليكم تَّ بَٔ سِٕ كُٔن بِّٕ مستشفى عام 2024; do
+    expect_contains "Arabic text in logical order: $word" "$ar_text" "$word"
+done
+# The words whose glyphs read back otherwise carry their text in spans; plain words and digits do not.
+spans=$(qpdf --qdf --object-streams=disable ar.pdf - | grep -a -c ActualText)
+if [ "$spans" -lt 9 ] || [ "$spans" -gt 13 ]; then
+    fail "Arabic: $spans ActualText spans, expected one for each of the 9 to 13 words with marks or ligatures"
+fi
+
+# Malayalam: the pre-base form of Ra after a virama is drawn before its consonant, and the dot reph
+# U+0D4E typed before a consonant is drawn after it; copied text stays as typed. Glyph numbers are the
+# font's own, as the font goes out whole.
+ml_font=$NOTO/NotoSansMalayalam-Regular.ttf
+if [ -f "$ml_font" ]; then
+    glyph_order() {
+        printf '<!DOCTYPE html><html><head><meta charset="utf-8"><style>body { font: 20pt "Noto Sans Malayalam" }</style></head><body><p>%s</p></body></html>' "$2" >"$1.html"
+        timeout 60 "$VELLUM" --no-subset-fonts "$1.html" -o "$1.pdf" 2>"$1.err"
+        expect_eq "$1: status" "$?" 0
+        qpdf --qdf --object-streams=disable "$1.pdf" "$1-q.pdf"
+        # The glyph numbers of the text, in drawing order.
+        grep -a -o '<[0-9a-f]*> Tj' "$1-q.pdf" | tr -d '<> Tj\n'
+    }
+    ka=0017 pre_ra=00a2 dot_reph=004e
+    expect_eq "Malayalam pre-base Ra before its consonant" "$(glyph_order ml-pref 'ക്ര')" "$pre_ra$ka"
+    expect_eq "Malayalam dot reph after its consonant" "$(glyph_order ml-reph 'ൎക')" "$ka$dot_reph"
+    cat >ml.html <<'HTML'
+<!DOCTYPE html><html><head><meta charset="utf-8"><style>body { font: 14pt "Noto Sans Malayalam" }</style></head><body>
+<p lang="ml">പ്രധാനമന്ത്രി ക്രമം ഗ്രാമം ധൎമ്മം കാൎയ്യം അവൻ കൽ</p>
+</body></html>
+HTML
+    timeout 60 "$VELLUM" ml.html -o ml.pdf 2>ml.err
+    expect_eq "Malayalam status" "$?" 0
+    qpdf_clean "Malayalam" ml.pdf
+    ml=$(pdftotext ml.pdf - | tr '\n' ' ')
+    for word in പ്രധാനമന്ത്രി ക്രമം ഗ്രാമം ധൎമ്മം കാൎയ്യം അവൻ കൽ; do
+        expect_contains "Malayalam text in logical order: $word" "$ml" "$word"
+    done
+else
+    echo "Malayalam part skipped: $ml_font is not installed"
+fi
+
 finish

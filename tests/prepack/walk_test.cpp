@@ -309,6 +309,52 @@ para const* first_para_of(block const& b) {
     return nullptr;
 }
 
+TEST(walk, tables_nested_past_the_budget_are_blocks) {
+    auto const nest = [](int n, std::string const& open, std::string const& close) {
+        std::string html;
+        for (int i = 0; i < n; ++i) {
+            html += open;
+        }
+        html += "innermost";
+        for (int i = 0; i < n; ++i) {
+            html += close;
+        }
+        return html;
+    };
+    auto const message = "tables nested more than 32 deep are laid out as blocks";
+    {
+        // Thirty-two levels are tables, with no message.
+        auto const w = walk_html(nest(32, "<table><tr><td>", "</td></tr></table>"));
+        EXPECT_EQ(count_of(w.dump, "table\n"), 32u);
+        EXPECT_EQ(count_of(w.messages, message), 0u) << w.messages;
+    }
+    {
+        // Below that, tables, rows and cells are blocks, with their text; one message says so.
+        auto const w = walk_html(nest(40, "<table><tr><td>", "</td></tr></table>"));
+        EXPECT_EQ(count_of(w.dump, "table\n"), 32u);
+        EXPECT_EQ(count_of(w.dump, "block <td>"), 8u);
+        EXPECT_NE(w.dump.find("innermost"), std::string::npos);
+        EXPECT_EQ(count_of(w.messages, message), 1u) << w.messages;
+    }
+    {
+        // Cells in cells stand in anonymous tables, and count as nesting too.
+        auto const w = walk_html(nest(100, "<div style='display: table-cell'>", "</div>"));
+        EXPECT_LE(count_of(w.dump, "table\n"), 64u);
+        EXPECT_NE(w.dump.find("innermost"), std::string::npos);
+        EXPECT_EQ(count_of(w.messages, message), 1u) << w.messages;
+    }
+    {
+        // Tables beside each other do not add up.
+        std::string html;
+        for (int i = 0; i < 50; ++i) {
+            html += "<table><tr><td>x</td></tr></table>";
+        }
+        auto const w = walk_html(html);
+        EXPECT_EQ(count_of(w.dump, "table\n"), 50u);
+        EXPECT_EQ(count_of(w.messages, message), 0u) << w.messages;
+    }
+}
+
 TEST(walk, deep_trees) {
     int const blocks = 10000;
     int const spans = 100000;

@@ -15,6 +15,7 @@ namespace vellum::font_test {
 
 inline std::string const dejavu = "/usr/share/fonts/truetype/dejavu/";
 inline std::string const liberation = "/usr/share/fonts/truetype/liberation2/";
+inline std::string const noto = "/usr/share/fonts/truetype/noto/";
 
 inline std::vector<std::uint8_t> read_file(std::string const& path) {
     std::ifstream in(path, std::ios::binary);

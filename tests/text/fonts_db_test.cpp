@@ -14,6 +14,7 @@ namespace {
 
 using font_test::captured_log;
 using font_test::dejavu;
+using font_test::noto;
 using font_test::liberation;
 namespace locator = resource::locator;
 
@@ -399,6 +400,30 @@ TEST(fonts_db, small_capitals_are_capitals_at_four_fifths) {
     auto const first_two = std::span(sc).first(2);
     EXPECT_NEAR(graphemes_width(false, false, first_two, 0, 10), (a * 0.8f + b) * 10, 1e-4);
     EXPECT_NEAR(graphemes_metrics(std::span(sc).first(1), 10).up, 1901.0 * 8 / 2048, 1e-4);
+}
+
+TEST(fonts_db, petite_capitals_fall_back_to_small_ones) {
+    // Neither font has petite capitals: Noto Serif shows its small capitals, DejaVu Sans imitates them,
+    // exactly as for small-caps; all-petite-caps shrinks the capitals too, as all-small-caps does.
+    for (auto const& path : {noto + "NotoSerif-Regular.ttf", dejavu + "DejaVuSans.ttf"}) {
+        SCOPED_TRACE(path);
+        fixture f(face("A", path));
+        auto glyphs_of = [&](std::vector<feature> features) {
+            auto q = family("A");
+            q.query_variant = match::font_variant::small_caps;
+            q.query_features = std::move(features);
+            std::vector<std::pair<std::uint32_t, bool>> out;
+            for (auto const& g : text_to_graphemes(f.db, *f.req(q), direction::ltr, U"Petite Caps")) {
+                out.emplace_back(g.base_glyph.glyph_source, g.base_glyph.glyph_small_caps);
+            }
+            return out;
+        };
+        auto const small = glyphs_of({});
+        EXPECT_EQ(glyphs_of({{.feature_tag = "pcap"}}), small);
+        auto const all_small = glyphs_of({{.feature_tag = "c2sc"}});
+        EXPECT_NE(all_small, small);
+        EXPECT_EQ(glyphs_of({{.feature_tag = "pcap"}, {.feature_tag = "c2pc"}}), all_small);
+    }
 }
 
 TEST(fonts_db, fitting_cuts_only_between_grapheme_clusters) {

@@ -137,7 +137,10 @@ std::vector<pdeclaration> svg_hints(dom::dom_element const& e, resource::locator
         if (name == nullptr || !filters.known_property(name->local)) {
             continue;
         }
-        if (filters.is_shorthand && filters.is_shorthand(name->local) && name->local != "text-decoration") {
+        // SVG names no shorthand as an attribute, but for two that were single properties when SVG took
+        // them over: they are read as their shorthands are in a style sheet.
+        if (filters.is_shorthand && filters.is_shorthand(name->local) && name->local != "text-decoration" &&
+            name->local != "font-variant") {
             continue;
         }
         if (auto v = css::parser::parse_value(base_text, a->dom_attribute_value.get())) {

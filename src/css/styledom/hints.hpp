@@ -17,7 +17,8 @@ namespace vellum::styledom::hints {
 struct hint_filters {
     /// Whether a name is a property; without it no SVG attribute becomes a declaration.
     css::terms::property_filter known_property = nullptr;
-    /// Whether a property is a shorthand; SVG attributes may not name one (text-decoration excepted).
+    /// Whether a property is a shorthand; SVG attributes may not name one (text-decoration and
+    /// font-variant excepted).
     css::terms::property_filter is_shorthand = nullptr;
 };
 

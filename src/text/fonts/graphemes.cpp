@@ -55,22 +55,40 @@ void map_run(fonts const& db, font_req const& req, direction dir, std::u32string
     }
     bool small_caps = req.font_req_variant == match::font_variant::small_caps;
     auto features = req.font_req_features;
-    // All small capitals: the capitals shrink too, by the font's "c2sc" or by imitation.
-    bool const all_small_caps = small_caps && std::any_of(features.begin(), features.end(), [](feature const& f) {
-        return f.feature_tag == "c2sc" && f.feature_param != 0;
-    });
-    // Small capitals from the font itself when it has them: the letters are shaped with its "smcp"
-    // feature instead of being imitated by smaller capitals.
+    auto const asks = [&](char const* tag) {
+        return std::any_of(features.begin(), features.end(),
+                           [tag](feature const& f) { return f.feature_tag == tag && f.feature_param != 0; });
+    };
+    // All small (or petite) capitals: the capitals shrink too, by the font's "c2sc" ("c2pc") or by
+    // imitation.
+    bool const all_small_caps = small_caps && (asks("c2sc") || asks("c2pc"));
+    // Small or petite capitals from the font itself when it has them: the letters are shaped with its
+    // "pcap" or "smcp" feature instead of being imitated by smaller capitals. Petite capitals fall back
+    // to the font's small capitals, then to imitated ones, as small capitals do.
     if (small_caps) {
         auto const first = std::find_if(run.begin(), run.end(), [all_small_caps](char32_t c) {
             return unicode::to_upper(c) != c || (all_small_caps && unicode::to_lower(c) != c);
         });
+        bool const petite = asks("pcap");
+        std::erase_if(features, [](feature const& f) { return f.feature_tag == "pcap" || f.feature_tag == "c2pc"; });
         if (first != run.end()) {
             auto const probe = char_to_glyph(db, req, *first);
-            if (shaping::shape::has_substitution_feature(*probe.raw_glyph_font_ref->used_font_data, run_script,
-                                                          opentype::reader::make_tag("smcp"))) {
+            auto const& font = *probe.raw_glyph_font_ref->used_font_data;
+            auto const has = [&](char const* tag) {
+                return shaping::shape::has_substitution_feature(font, run_script, opentype::reader::make_tag(tag));
+            };
+            if (petite && has("pcap")) {
+                small_caps = false;
+                features.push_back({.feature_tag = "pcap"});
+                if (all_small_caps) {
+                    features.push_back({.feature_tag = "c2pc"});
+                }
+            } else if (has("smcp")) {
                 small_caps = false;
                 features.push_back({.feature_tag = "smcp"});
+                if (all_small_caps && !asks("c2sc")) {
+                    features.push_back({.feature_tag = "c2sc"});
+                }
             }
         }
     }

@@ -87,16 +87,22 @@ std::vector<feature> features_of(css::fonts::font_features const& f, bool letter
     put_toggle(out, l.ligatures_discretionary, {"dlig"});
     put_toggle(out, l.ligatures_historical, {"hlig"});
     put_toggle(out, l.ligatures_contextual, {"calt"});
-    // Small and petite capitals of lower-case letters come from "smcp" (or are imitated) through the
-    // small-caps variant of the request; capitals shrink too with "c2sc".
+    // Small and petite capitals of lower-case letters come from "smcp" or "pcap" (or are imitated)
+    // through the small-caps variant of the request; capitals shrink too with "c2sc" or "c2pc". A font
+    // without petite capitals shows small ones instead (see the mapping of runs).
     switch (f.features_caps) {
     case font_variant_caps::normal:
     case font_variant_caps::small_caps:
+        break;
     case font_variant_caps::petite_caps:
+        put(out, "pcap", 1);
         break;
     case font_variant_caps::all_small_caps:
-    case font_variant_caps::all_petite_caps:
         put(out, "c2sc", 1);
+        break;
+    case font_variant_caps::all_petite_caps:
+        put(out, "pcap", 1);
+        put(out, "c2pc", 1);
         break;
     case font_variant_caps::unicase:
         put(out, "unic", 1);

@@ -25,14 +25,28 @@ struct walker {
     std::vector<bool>& walker_global_marks;
     std::vector<bool>& walker_local_marks;
     std::vector<double> walker_stack;
+    // Where each number on the stack was written: its charstring and its bytes there.
+    struct origin {
+        std::uint8_t const* origin_code = nullptr;
+        std::size_t origin_at = 0;
+        std::size_t origin_size = 0;
+    };
+    std::vector<origin> walker_origins;
     std::size_t walker_stems = 0;
     std::size_t walker_calls = 0;
-    bool walker_accented = false;
+    walk_outcome walker_outcome;
+
+    void clear() {
+        walker_stack.clear();
+        walker_origins.clear();
+    }
 
     // Hint operators take their operands in pairs; an odd one out in front is the glyph's width.
     void count_stems() { walker_stems += walker_stack.size() / 2; }
 
-    result<step> call(cff::index const& subrs, std::vector<bool>& marks, int depth) {
+    result<step> call(data code, bool global, int depth) {
+        auto const& subrs = global ? walker_global : walker_local;
+        auto& marks = global ? walker_global_marks : walker_local_marks;
         if (walker_stack.empty()) {
             return fail("charstring: subroutine call without a number");
         }
@@ -40,7 +54,9 @@ struct walker {
             return fail("charstring: too many subroutine calls");
         }
         double const operand = walker_stack.back();
+        auto const from = walker_origins.back();
         walker_stack.pop_back();
+        walker_origins.pop_back();
         if (operand != std::floor(operand)) {
             return fail("charstring: subroutine number is not an integer");
         }
@@ -51,6 +67,15 @@ struct walker {
             return fail("charstring: subroutine " + std::to_string(number) + " is not in its INDEX");
         }
         marks[static_cast<std::size_t>(number)] = true;
+        if (from.origin_code != code.data() && walker_outcome.outcome_not_renumberable.empty()) {
+            walker_outcome.outcome_not_renumberable =
+                "charstring: subroutine " + std::to_string(number) + " is called with a number from another charstring";
+        }
+        walker_outcome.outcome_calls.push_back(call_site{.site_code = from.origin_code,
+                                                         .site_at = from.origin_at,
+                                                         .site_size = from.origin_size,
+                                                         .site_global = global,
+                                                         .site_target = static_cast<std::size_t>(number)});
         return run(subrs.index_items[static_cast<std::size_t>(number)], depth + 1);
     }
 
@@ -60,6 +85,7 @@ struct walker {
         }
         reader::cursor c{.cursor_data = code};
         while (c.has(1)) {
+            std::size_t const token_at = c.cursor_pos;
             auto const b0 = c.u8();
             if (b0 >= 32 || b0 == 28) {
                 double v = 0;
@@ -78,6 +104,7 @@ struct walker {
                     return fail("charstring: operand stack overflow");
                 }
                 walker_stack.push_back(v);
+                walker_origins.push_back(origin{.origin_code = code.data(), .origin_at = token_at, .origin_size = c.cursor_pos - token_at});
             } else {
                 switch (b0) {
                 case 1:  // hstem
@@ -85,25 +112,25 @@ struct walker {
                 case 18: // hstemhm
                 case 23: // vstemhm
                     count_stems();
-                    walker_stack.clear();
+                    clear();
                     break;
                 case 19: // hintmask
                 case 20: // cntrmask
                     // Operands here are vertical stems whose operator was left out; the mask that
                     // follows has one bit per stem.
                     count_stems();
-                    walker_stack.clear();
+                    clear();
                     c.skip((walker_stems + 7) / 8);
                     break;
                 case 10: { // callsubr
-                    auto r = call(walker_local, walker_local_marks, depth);
+                    auto r = call(code, false, depth);
                     if (!r || *r == step::ended) {
                         return r;
                     }
                     break;
                 }
                 case 29: { // callgsubr
-                    auto r = call(walker_global, walker_global_marks, depth);
+                    auto r = call(code, true, depth);
                     if (!r || *r == step::ended) {
                         return r;
                     }
@@ -113,8 +140,9 @@ struct walker {
                     return step::go_on;
                 case 14: // endchar
                     // Four operands (five with a width) make it the accented-character form.
-                    if (walker_stack.size() >= 4) {
-                        walker_accented = true;
+                    if (auto const n = walker_stack.size(); n >= 4) {
+                        walker_outcome.outcome_accented = accent_parts{.parts_base = int(walker_stack[n - 2]),
+                                                                       .parts_accent = int(walker_stack[n - 1])};
                     }
                     return step::ended;
                 case 12: {
@@ -124,7 +152,7 @@ struct walker {
                         // compute what a later call takes.
                         return fail("charstring: operator 12 " + std::to_string(b1) + " is not followed");
                     }
-                    walker_stack.clear();
+                    clear();
                     break;
                 }
                 case 4:  // vmoveto
@@ -140,7 +168,7 @@ struct walker {
                 case 27: // hhcurveto
                 case 30: // vhcurveto
                 case 31: // hvcurveto
-                    walker_stack.clear();
+                    clear();
                     break;
                 default:
                     return fail("charstring: reserved operator " + std::to_string(b0));
@@ -173,7 +201,38 @@ result<walk_outcome> mark_subrs(data charstring,
     if (!r) {
         return fail(r.error());
     }
-    return walk_outcome{.outcome_accented = w.walker_accented};
+    return std::move(w.walker_outcome);
+}
+
+void put_number(std::vector<std::uint8_t>& out, int v) {
+    if (v >= -107 && v <= 107) {
+        out.push_back(static_cast<std::uint8_t>(v + 139));
+    } else if (v >= 108 && v <= 1131) {
+        v -= 108;
+        out.push_back(static_cast<std::uint8_t>((v >> 8) + 247));
+        out.push_back(static_cast<std::uint8_t>(v));
+    } else if (v >= -1131 && v <= -108) {
+        v = -v - 108;
+        out.push_back(static_cast<std::uint8_t>((v >> 8) + 251));
+        out.push_back(static_cast<std::uint8_t>(v));
+    } else {
+        out.push_back(28);
+        out.push_back(static_cast<std::uint8_t>(v >> 8));
+        out.push_back(static_cast<std::uint8_t>(v));
+    }
+}
+
+std::vector<std::uint8_t> rewritten(data code, std::vector<rewrite> const& rewrites) {
+    std::vector<std::uint8_t> out;
+    out.reserve(code.size() + 2 * rewrites.size());
+    std::size_t at = 0;
+    for (auto const& r : rewrites) {
+        out.insert(out.end(), code.begin() + std::ptrdiff_t(at), code.begin() + std::ptrdiff_t(r.rewrite_at));
+        put_number(out, r.rewrite_value);
+        at = r.rewrite_at + r.rewrite_size;
+    }
+    out.insert(out.end(), code.begin() + std::ptrdiff_t(at), code.end());
+    return out;
 }
 
 } // namespace vellum::opentype::charstring

@@ -59,7 +59,9 @@ enum class pos : std::uint8_t {
 
 enum class reph_position { after_main, before_sub, after_sub, before_post, after_post };
 
-enum class reph_mode { implicit, explicit_zwj };
+// How a reph is written: Ra + halant, Ra + halant + ZWJ, or (Malayalam's older spelling) the sign U+0D4E
+// typed before the consonant it stands on.
+enum class reph_mode { implicit, explicit_zwj, logical_repha };
 
 struct script_config {
     char32_t virama = 0;
@@ -89,7 +91,7 @@ script_config config_of(script s) {
     case script::knda:
         return {0x0CCD, 0x0CB0, reph_position::after_post, reph_mode::implicit, false};
     case script::mlym:
-        return {0x0D4D, 0x0D30, reph_position::after_main};
+        return {0x0D4D, 0x0D30, reph_position::after_main, reph_mode::logical_repha};
     default:
         return {};
     }
@@ -346,22 +348,31 @@ pos consonant_position(glyph_info const& g, std::uint32_t virama, font_access co
 void reorder_syllable(buffer::glyphs& g,
                       std::size_t start,
                       std::size_t end,
+                      script s,
                       script_config const& config,
                       masks const& m,
                       font_access const& font) {
     if (!is_consonant(g[start]) && !one_of(g, start, {cat::repha})) {
         return;
     }
+    // Kannada text of older fonts writes Ra + halant + ZWJ for the Ra of a subjoined form, which behaves as
+    // Ra + ZWJ + halant: the ZWJ before the halant asks for the form below.
+    if (s == script::knda && start + 3 <= end && cat_of(g[start]) == cat::ra && is_halant(g[start + 1]) &&
+        cat_of(g[start + 2]) == cat::zwj) {
+        std::swap(g[start + 1], g[start + 2]);
+    }
     // The base consonant: the last one that has no below-base or post-base form, leaving out a Ra that
     // becomes a reph.
     std::size_t base = end;
     bool has_reph = false;
     std::size_t limit = start;
-    if (m.mask_rphf && start + 3 <= end && cat_of(g[start]) == cat::ra && is_halant(g[start + 1])) {
-        bool const fits = config.mode == reph_mode::implicit ? !is_joiner(g[start + 2])
-                                                             : cat_of(g[start + 2]) == cat::zwj;
-        std::array<std::uint32_t, 2> const pair{g[start].info_glyph, g[start + 1].info_glyph};
-        if (fits && font.access_would(make_tag("rphf"), pair)) {
+    bool const fits = start + 3 <= end && (config.mode == reph_mode::explicit_zwj ? cat_of(g[start + 2]) == cat::zwj
+                                                                                  : !is_joiner(g[start + 2]));
+    if (m.mask_rphf && fits && cat_of(g[start]) == cat::ra && is_halant(g[start + 1])) {
+        // An explicit reph may be a ligature of all three, ZWJ included.
+        std::array<std::uint32_t, 3> const three{g[start].info_glyph, g[start + 1].info_glyph, g[start + 2].info_glyph};
+        if (font.access_would(make_tag("rphf"), std::span(three).first(2)) ||
+            (config.mode == reph_mode::explicit_zwj && font.access_would(make_tag("rphf"), three))) {
             limit += 2;
             while (limit < end && is_joiner(g[limit])) {
                 ++limit;
@@ -369,6 +380,14 @@ void reorder_syllable(buffer::glyphs& g,
             base = start;
             has_reph = true;
         }
+    } else if (config.mode == reph_mode::logical_repha && cat_of(g[start]) == cat::repha) {
+        // The dot reph is a reph already: it only has to move behind its consonant.
+        limit += 1;
+        while (limit < end && is_joiner(g[limit])) {
+            ++limit;
+        }
+        base = start;
+        has_reph = true;
     }
     {
         std::size_t i = end;
@@ -468,6 +487,18 @@ void reorder_syllable(buffer::glyphs& g,
     for (std::size_t i = base + 1; i < end; ++i) {
         g[i].info_mask |= m.mask_blwf | m.mask_abvf | m.mask_pstf;
     }
+    // A halant + consonant after the base that the font turns into a pre-base form (Malayalam's Ra after a
+    // virama) is marked for that feature; the final reordering moves the form in front.
+    if (m.mask_pref && base + 2 < end) {
+        for (std::size_t i = base + 1; i + 1 < end; ++i) {
+            std::array<std::uint32_t, 2> const pair{g[i].info_glyph, g[i + 1].info_glyph};
+            if (font.access_would(make_tag("pref"), pair)) {
+                g[i].info_mask |= m.mask_pref;
+                g[i + 1].info_mask |= m.mask_pref;
+                break;
+            }
+        }
+    }
     // A ZWNJ keeps the consonants before it from taking half forms.
     for (std::size_t i = start + 1; i < end; ++i) {
         if (cat_of(g[i]) != cat::zwnj) {
@@ -563,9 +594,18 @@ void initial_reordering(buffer::glyphs& g, script s, masks const& m, font_access
     }
     insert_dotted_circles(g, found, font);
     for (auto const& sp : found) {
-        reorder_syllable(g, sp.first, sp.last, config, m, font);
+        reorder_syllable(g, sp.first, sp.last, s, config, m, font);
     }
 }
+
+namespace {
+
+// Whether a glyph is a ligature the basic features made (and not a piece of a multiple substitution).
+bool formed(glyph_info const& g) {
+    return g.info_chars.size() > 1 && !g.info_multi_dup;
+}
+
+} // namespace
 
 void final_reordering(buffer::glyphs& g, script s, masks const& m) {
     auto const config = config_of(s);
@@ -573,10 +613,53 @@ void final_reordering(buffer::glyphs& g, script s, masks const& m) {
         std::size_t const start = sp.first;
         std::size_t const end = sp.last;
         std::size_t base = start;
+        bool try_pref = m.mask_pref != 0;
         for (; base < end; ++base) {
-            if (pos_of(g[base]) >= pos::base_c) {
-                break;
+            if (pos_of(g[base]) < pos::base_c) {
+                continue;
             }
+            if (try_pref && base + 1 < end) {
+                for (std::size_t i = base + 1; i < end; ++i) {
+                    if ((g[i].info_mask & m.mask_pref) == 0) {
+                        continue;
+                    }
+                    if (!formed(g[i])) {
+                        // A pre-base candidate that the font did not form: the base is around it.
+                        base = i;
+                        while (base < end && is_halant(g[base])) {
+                            ++base;
+                        }
+                        if (base < end) {
+                            set_pos(g[base], pos::base_c);
+                        }
+                        try_pref = false;
+                    }
+                    break;
+                }
+            }
+            // In Malayalam a below-base consonant that formed nothing becomes the base.
+            if (s == script::mlym) {
+                for (std::size_t i = base + 1; i < end; ++i) {
+                    while (i < end && is_joiner(g[i])) {
+                        ++i;
+                    }
+                    if (i == end || !is_halant(g[i])) {
+                        break;
+                    }
+                    ++i;
+                    while (i < end && is_joiner(g[i])) {
+                        ++i;
+                    }
+                    if (i < end && is_consonant(g[i]) && pos_of(g[i]) == pos::below_c) {
+                        base = i;
+                        set_pos(g[base], pos::base_c);
+                    }
+                }
+            }
+            if (start < base && pos_of(g[base]) > pos::base_c) {
+                --base;
+            }
+            break;
         }
         if (base == end && start < base && cat_of(g[base - 1]) == cat::zwj) {
             --base;
@@ -625,7 +708,7 @@ void final_reordering(buffer::glyphs& g, script s, masks const& m) {
         }
 
         // The reph goes to its written place.
-        bool const reph_formed = g[start].info_chars.size() > 1 && !g[start].info_multi_dup;
+        bool const reph_formed = formed(g[start]);
         if (start + 1 < end && pos_of(g[start]) == pos::ra_to_become_reph &&
             ((cat_of(g[start]) == cat::repha) != reph_formed)) {
             std::size_t new_reph = start;
@@ -681,6 +764,39 @@ void final_reordering(buffer::glyphs& g, script s, masks const& m) {
             std::move(g.begin() + std::ptrdiff_t(start + 1), g.begin() + std::ptrdiff_t(new_reph + 1),
                       g.begin() + std::ptrdiff_t(start));
             g[new_reph] = reph;
+            if (start < base && base <= new_reph) {
+                --base;
+            }
+        }
+
+        // A pre-base form goes where a pre-base vowel sign would, or else just before the base.
+        if (try_pref && base + 1 < end) {
+            for (std::size_t i = base + 1; i < end; ++i) {
+                if ((g[i].info_mask & m.mask_pref) == 0) {
+                    continue;
+                }
+                if (formed(g[i])) {
+                    std::size_t new_pos = base;
+                    // Malayalam and Tamil have no half forms: what 'half' made there are chillus, and the
+                    // form stays behind them.
+                    if (s != script::mlym && s != script::taml) {
+                        while (new_pos > start && !one_of(g, new_pos - 1, {cat::matra, cat::halant})) {
+                            --new_pos;
+                        }
+                    }
+                    if (new_pos > start && is_halant(g[new_pos - 1]) && new_pos < end && is_joiner(g[new_pos])) {
+                        ++new_pos;
+                    }
+                    auto const moved = g[i];
+                    std::move_backward(g.begin() + std::ptrdiff_t(new_pos), g.begin() + std::ptrdiff_t(i),
+                                       g.begin() + std::ptrdiff_t(i + 1));
+                    g[new_pos] = moved;
+                    if (new_pos <= base && base < i) {
+                        ++base;
+                    }
+                }
+                break;
+            }
         }
 
         // A vowel sign in front at the start of a word takes its initial form.

@@ -144,12 +144,14 @@ bool apply_nested(context& c, std::uint16_t lookup_index, std::size_t pos, std::
 
 // ---- Contexts --------------------------------------------------------------------------------------------
 
-// The input sequence from a position: its first glyph is already known to match.
+// The input sequence from a position: its first glyph is already known to match. The input is matched as
+// a ligature's components are: a ZWJ there is passed over only if the feature does not handle joiners
+// itself (so a ZWJ keeps Arabic contextual forms apart), and the glyphs must carry the feature's bit.
 std::optional<std::vector<std::size_t>>
 match_input(context const& c, lookup const& l, std::size_t i, std::size_t count, element_match const& m) {
     std::vector<std::size_t> positions{i};
     for (std::size_t k = 1; k < count; ++k) {
-        auto const j = step(c, l, positions.back(), 1, k, m, true);
+        auto const j = step(c, l, positions.back(), 1, k, m, false);
         if (!j) {
             return std::nullopt;
         }

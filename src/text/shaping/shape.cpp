@@ -444,28 +444,27 @@ void sort_marks(buffer::glyphs& glyphs, bool arabic) {
 }
 
 // Indic vowel signs in two parts, and letters with nukta that are never composed, are shaped as their
-// parts, when the font has both.
+// parts, when the font has both. A first part that is itself in two parts (Kannada's oo sign is the o
+// sign and a length mark, the o sign the e sign and the uu sign) is split again.
 void decompose_indic(font_data::font_data const& font, buffer::glyphs& glyphs) {
     for (std::size_t i = 0; i < glyphs.size(); ++i) {
-        if (glyphs[i].info_chars.size() != 1) {
-            continue;
+        while (glyphs[i].info_chars.size() == 1) {
+            auto const parts = unicode::shaping_props::indic_decomposition(glyphs[i].info_chars[0]);
+            if (!parts) {
+                break;
+            }
+            auto const a = font_data::char_to_glyph(font, parts->first);
+            auto const b = font_data::char_to_glyph(font, parts->second);
+            if (a == 0 || b == 0) {
+                break;
+            }
+            auto second = glyphs[i];
+            glyphs[i].info_glyph = a;
+            glyphs[i].info_chars = std::u32string(1, parts->first);
+            second.info_glyph = b;
+            second.info_chars = std::u32string(1, parts->second);
+            glyphs.insert(glyphs.begin() + std::ptrdiff_t(i + 1), second);
         }
-        auto const parts = unicode::shaping_props::indic_decomposition(glyphs[i].info_chars[0]);
-        if (!parts) {
-            continue;
-        }
-        auto const a = font_data::char_to_glyph(font, parts->first);
-        auto const b = font_data::char_to_glyph(font, parts->second);
-        if (a == 0 || b == 0) {
-            continue;
-        }
-        auto second = glyphs[i];
-        glyphs[i].info_glyph = a;
-        glyphs[i].info_chars = std::u32string(1, parts->first);
-        second.info_glyph = b;
-        second.info_chars = std::u32string(1, parts->second);
-        glyphs.insert(glyphs.begin() + std::ptrdiff_t(i + 1), second);
-        ++i;
     }
 }
 
@@ -714,6 +713,33 @@ std::vector<fonts::grapheme> shape_font_run(log::log const& log,
             gr.grapheme_kerning = float(g.pos_x_advance - nominal) / upem;
         }
         out.push_back(std::move(gr));
+    }
+    // PDF text stands in drawing order, left to right, and readers turn right-to-left text back into
+    // reading order by reversing it. A right-to-left Arabic run whose glyphs' characters, reversed, are
+    // not its text (a ligature's letters, marks drawn after their base, marks reordered for stacking)
+    // carries its text in a span, given in drawing order like the rest of the page's text: reversed, so
+    // that the reader's reversal gives it back as typed. Runs with digits or other letters are left as
+    // they are, since readers keep those in their own order.
+    bool const all_right_to_left = std::all_of(original.begin(), original.end(), [](char32_t c) {
+        auto const s = unicode::script::script_of(c);
+        return s == script::arab || s == script::syrc || s == script::qaai;
+    });
+    if (model_of(request.run_script) == model::arabic && rtl && !out.empty() && clusters.empty() &&
+        all_right_to_left) {
+        std::u32string read_back;
+        for (auto const& gr : out) {
+            std::u32string part = gr.base_glyph.glyph_unicodes;
+            for (auto const& m : gr.grapheme_marks) {
+                part += m.mark_glyph.glyph_unicodes;
+            }
+            read_back.append(part.rbegin(), part.rend());
+        }
+        if (read_back != original) {
+            clusters.push_back(std::make_shared<fonts::cluster_text>(
+                fonts::cluster_text{.cluster_chars = std::u32string(original.rbegin(), original.rend())}));
+            starts.push_back(0);
+            std::fill(syllable_of.begin(), syllable_of.end(), std::uint16_t(1));
+        }
     }
     for (std::size_t k = 0; k < clusters.size(); ++k) {
         std::size_t stop = starts[k] + 1;
