@@ -22,7 +22,7 @@ float free_length(areas::areas const& a) {
 } // namespace
 
 bool is_turned(page_info const& info, prepack::block const& b) {
-    return b.block_style && b.block_style->writing_mode != info.writing_mode;
+    return b.block_style && b.block_style->writing_mode != info.general.writing_mode;
 }
 
 block::block_out pack_turned(page_info info,
@@ -51,7 +51,7 @@ block::block_out pack_turned(page_info info,
     auto inner = b;
     inner.block_style = share(std::move(inner_style));
     page_info inner_info = info;
-    inner_info.writing_mode = s.writing_mode;
+    inner_info.general.writing_mode = s.writing_mode;
     inner_info.flags.max_page_area = true;
     inner_info.flags.pack_page_stuff = false;
     float const far = 1000000.0f;
@@ -67,7 +67,7 @@ block::block_out pack_turned(page_info info,
     // Then the box in the flow: as wide as the lines reach across and as high as they are long, placed
     // like any block of that size, and kept whole.
     auto outer_style = s;
-    outer_style.writing_mode = info.writing_mode;
+    outer_style.writing_mode = info.general.writing_mode;
     outer_style.width = std::max(0.0f, content.box_h - edges_across);
     outer_style.height = std::max(0.0f, content.box_w - edges_along);
     outer_style.min_height = 0.0f;

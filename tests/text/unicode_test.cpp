@@ -414,8 +414,8 @@ TEST(unicode_vertical, orientation_of_east_asian_and_latin_text) {
         {U'1', orientation::rotated, false},
         {U'\u0627', orientation::rotated, false}, // Arabic alef
         {U'\u00A9', orientation::upright, true},  // copyright sign
-        {U'\u20000', orientation::upright, true}, // CJK extension B
-        {U'\u3FFFD', orientation::upright, true}, // unassigned, in the CJK plane
+        {U'\U00020000', orientation::upright, true}, // CJK extension B
+        {U'\U0003FFFD', orientation::upright, true}, // unassigned, in the CJK plane
         {char32_t(0x110000), orientation::rotated, false},
     };
     for (auto const& r : rows) {
