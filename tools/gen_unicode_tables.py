@@ -4,7 +4,8 @@
 Run from the repository root:  python3 tools/gen_unicode_tables.py [ucd-dir]
 The data comes from the Unicode Character Database as Debian's unicode-data package installs it
 (default /usr/share/unicode): UnicodeData.txt, Scripts.txt, PropertyValueAliases.txt,
-BidiMirroring.txt, LineBreak.txt, EastAsianWidth.txt, emoji/emoji-data.txt, and from extracted/ and
+BidiMirroring.txt, LineBreak.txt, EastAsianWidth.txt, VerticalOrientation.txt, emoji/emoji-data.txt,
+and from extracted/ and
 auxiliary/ the derived general category, bidi class, joining type and grapheme break properties.
 
 Every property becomes a two-stage table: stage 1, indexed by the code point shifted right by 8, holds a
@@ -56,6 +57,11 @@ LINE_BREAK = ["BK", "CR", "LF", "CM", "NL", "SG", "WJ", "ZW", "GL", "SP", "ZWJ",
 # Extended_Pictographic property (rule LB30b keeps an emoji modifier on it).
 LB_EAST_ASIAN = 0x40
 LB_PICTOGRAPHIC_RESERVED = 0x80
+
+# unicode.vertical.orientation, in enumeration order, by the values of the Vertical_Orientation
+# property: rotated sideways, upright, and the two that a font's vertical forms transform, falling back
+# to upright or to rotated where the font has none.
+VERTICAL = ["R", "U", "Tu", "Tr"]
 
 
 def data_lines(path):
@@ -251,6 +257,9 @@ def main():
             v |= LB_PICTOGRAPHIC_RESERVED
         line_break.append(v)
 
+    vertical = [VERTICAL.index(v or "R") for v in
+                property_table(os.path.join(ucd, "VerticalOrientation.txt"))]
+
     upper, lower = unicode_data(ucd)
     mirror = {}
     for first, _, fields in data_lines(os.path.join(ucd, "BidiMirroring.txt")):
@@ -259,7 +268,8 @@ def main():
     parts = []
     total = 0
     for name, values in (("category", category), ("bidi", bidi), ("joining", joining),
-                         ("script", script), ("grapheme", grapheme), ("line_break", line_break)):
+                         ("script", script), ("grapheme", grapheme), ("line_break", line_break),
+                         ("vertical", vertical)):
         text, size = two_stage(name, values)
         parts.append(text)
         total += size

@@ -9,6 +9,7 @@
 #include "pack/para_main.hpp"
 #include "pack/positioned.hpp"
 #include "pack/table_pack.hpp"
+#include "pack/turned.hpp"
 #include "util/ref.hpp"
 #include "util/result.hpp"
 
@@ -406,6 +407,9 @@ util::size::size replaced_size(css::style::style const& s,
 
 block_out
 pack_block(page_info info, block_type const& type, prepack::block const& b, mc::gap gap, areas::areas a) {
+    if (turned::is_turned(info, b)) {
+        return turned::pack_turned(std::move(info), type, b, std::move(gap), std::move(a));
+    }
     auto const& s = *b.block_style;
     float const container_width = areas::width_of(a.container);
     auto used = css::used_style::used_style_of(s, container_width, std::nullopt);

@@ -442,7 +442,8 @@ font_req_ref font_req_of(fonts::fonts const& db, css::style::style const& s) {
     auto const* spacing = std::get_if<float>(&s.letter_spacing);
     auto const& lang = s.vellum_lang ? s.vellum_lang : s.vellum_lang_value;
     return fonts::get_font_req(
-        db, fonts::query::query_of(*s.font_props, lang.value_or(""), spacing && *spacing != 0));
+        db, fonts::query::query_of(*s.font_props, lang.value_or(""), spacing && *spacing != 0,
+                                   s.writing_mode == css::box::writing_mode::vertical));
 }
 
 std::optional<first_line_form> first_line_form_of(fonts::fonts const& db,

@@ -5,6 +5,8 @@
 #include "pdf/paint_color.hpp"
 #include "pdf/painted.hpp"
 #include "pdf/pdf_fonts.hpp"
+#include "text/font_data.hpp"
+#include "text/vertical_origin.hpp"
 #include "text/fonts/query.hpp"
 #include "util/ref.hpp"
 #include "util/result.hpp"
@@ -12,6 +14,9 @@
 #include <cmath>
 #include <algorithm>
 #include <cstdio>
+#include <optional>
+#include <string>
+#include <utility>
 #include <vector>
 
 namespace vellum::pdf::paint_text {
@@ -32,6 +37,9 @@ struct placed_glyph {
     /// On the first glyph of a reordered cluster: its text, and the index past its last placed glyph.
     fonts::cluster_text const* placed_cluster = nullptr;
     std::size_t placed_cluster_end = 0;
+    /// Stands upright in a vertical line: the glyph is turned a quarter turn back against the line,
+    /// and its place is the origin of that turned text matrix.
+    bool placed_upright = false;
 };
 
 double spacing_of(css::box::letter_word_spacing const& s) {
@@ -46,15 +54,41 @@ double size_of(fonts::glyph const& g, double size) {
     return g.glyph_small_caps ? size * 0.8 : size;
 }
 
+// Where an upright glyph of a vertical line stands. The line is laid out as a horizontal one that the
+// block turns a quarter turn clockwise, so the glyph is turned back by the opposite quarter turn: its
+// text matrix maps the glyph's x axis onto the line's upward direction and its y axis onto the line's
+// backward direction. The top of its em box (its vertical origin) meets the start of its cell along the
+// line, and the middle of its advance the middle of the line's ascent and descent.
+struct upright_frame {
+    double frame_x = 0;
+    double frame_y = 0;
+
+    // A point given in the glyph's own upright coordinates (points, from its origin) on the page.
+    std::pair<double, double> at(double local_x, double local_y) const {
+        return {frame_x - local_y, frame_y + local_x};
+    }
+};
+
+upright_frame upright_frame_of(fonts::glyph const& gl, double start, double baseline, double size) {
+    auto const& data = *gl.glyph_font_ref->used_font_data;
+    double const upem = data.font_info.units_per_em;
+    auto const metrics = font_data::scaled_metrics(data, size);
+    double const middle = baseline + (metrics.up - metrics.down) / 2;
+    double const origin_y = vertical_origin::glyph_vert_origin_y(data, gl.glyph_source) / upem * size;
+    return {.frame_x = start + origin_y, .frame_y = middle - gl.glyph_hori_advance * size / 2};
+}
+
 // Lays graphemes out as layout measured them: each base glyph after the end of the one before, moved
 // by its placement; kerning and letter spacing move the next one. A mark sits on its base: by anchors
 // from the base's origin, otherwise at the pen position after the base (zero-width marks are drawn
-// to the left of their origin), moved by its distance.
+// to the left of their origin), moved by its distance. In a vertical line, upright graphemes take their
+// vertical advance and are drawn turned back, each in a run of its own.
 std::vector<placed_glyph> place(std::span<fonts::grapheme const> graphemes,
                                 double x,
                                 double baseline,
                                 double size,
-                                double letter_spacing) {
+                                double letter_spacing,
+                                bool vertical) {
     std::vector<placed_glyph> out;
     double prev_start = x;
     double prev_end = x;
@@ -86,19 +120,31 @@ std::vector<placed_glyph> place(std::span<fonts::grapheme const> graphemes,
                        [&](fonts::distance const&) {},
                    },
                    gr.grapheme_place);
+        bool const upright = vertical && fonts::stands_upright(gr);
+        // The base glyph's origin: on the line for glyphs that follow it, in the glyph's own upright
+        // frame for upright ones (turned onto the line when placed).
+        std::optional<upright_frame> frame;
         double gx = start;
         double gy = y;
+        if (upright) {
+            frame = upright_frame_of(gr.base_glyph, start, y, s);
+            gx = 0;
+            gy = 0;
+        }
         if (auto const* d = std::get_if<fonts::distance>(&gr.grapheme_place)) {
             gx += d->distance_x * s;
             gy += d->distance_y * s;
         }
-        out.push_back({&gr.base_glyph, gx, gy, s, !gr.grapheme_marks.empty() || after_mark || opens});
+        auto on_line = [&](double px, double py) { return frame ? frame->at(px, py) : std::pair{px, py}; };
+        auto const [bx, by] = on_line(gx, gy);
+        out.push_back({&gr.base_glyph, bx, by, s, !gr.grapheme_marks.empty() || after_mark || opens || upright});
+        out.back().placed_upright = upright;
         if (opens) {
             out.back().placed_cluster = gr.grapheme_cluster.get();
             cluster_first = out.size() - 1;
             cluster_left = gr.grapheme_cluster->cluster_graphemes;
         }
-        after_mark = !gr.grapheme_marks.empty();
+        after_mark = !gr.grapheme_marks.empty() || upright;
         double const advance = gr.base_glyph.glyph_hori_advance * s;
         for (auto const& m : gr.grapheme_marks) {
             double const ms = size_of(m.mark_glyph, size);
@@ -116,9 +162,11 @@ std::vector<placed_glyph> place(std::span<fonts::grapheme const> graphemes,
                            },
                        },
                        m.mark_place);
-            out.push_back({&m.mark_glyph, mx, my, ms, true});
+            auto const [px, py] = on_line(mx, my);
+            out.push_back({&m.mark_glyph, px, py, ms, true});
+            out.back().placed_upright = upright;
         }
-        double end = start + advance;
+        double end = start + (upright ? gr.base_glyph.glyph_vert_advance * s : advance);
         if (gr.grapheme_kerning) {
             end += *gr.grapheme_kerning * s;
         }
@@ -169,7 +217,12 @@ void show_run(content::out const& o,
     std::string const bytes = record ? std::string() : glyph_bytes(glyphs);
     bool const hex = !record && font->used_font_encoding->get() == fonts::font_pdf_encoding::identity_encoding;
     auto show = [&](double x, double y) {
-        if (imitate.synthesis_italic) {
+        if (first.placed_upright) {
+            // Turned back a quarter turn against the line that the block turns.
+            content::text_matrix(o, g, {.a = std::int64_t{0}, .b = std::int64_t{1}, .c = std::int64_t{-1},
+                                        .d = std::int64_t{0}, .e = x, .f = y});
+            cursor = {x, y, true};
+        } else if (imitate.synthesis_italic) {
             content::text_matrix(o, g, {.c = 0.2, .e = x, .f = y});
             cursor = {x, y, true};
         } else if (cursor.cursor_slanted) {
@@ -190,7 +243,13 @@ void show_run(content::out const& o,
     };
     show(first.placed_x, first.placed_y);
     if (imitate.synthesis_bold) {
-        show(first.placed_x + 0.02 * first.placed_size, first.placed_y);
+        // To the glyph's right: across the line for an upright glyph.
+        double const shift = 0.02 * first.placed_size;
+        if (first.placed_upright) {
+            show(first.placed_x, first.placed_y + shift);
+        } else {
+            show(first.placed_x + shift, first.placed_y);
+        }
     }
 }
 
@@ -206,18 +265,31 @@ void paint_placed(content::out const& o,
     // Glyphs of a reordered cluster are shown inside a span that gives their text in logical order, so
     // that copied text reads as written and not in the order the glyphs stand.
     std::size_t cluster_end = 0;
+    auto actual_text = [&](auto const& chars) {
+        std::string text = "<FEFF";
+        for (char32_t ch : chars) {
+            text += font_objects::utf16_hex(ch);
+        }
+        content::begin_marked_properties(o, "Span", "<< /ActualText " + text + "> >>");
+    };
     while (i < placed.size()) {
         if (cluster_end > 0 && i >= cluster_end) {
             content::end_marked(o);
             cluster_end = 0;
         }
         if (auto const* c = placed[i].placed_cluster) {
-            std::string text = "<FEFF";
-            for (char32_t ch : c->cluster_chars) {
-                text += font_objects::utf16_hex(ch);
-            }
-            content::begin_marked_properties(o, "Span", "<< /ActualText " + text + "> >>");
+            actual_text(c->cluster_chars);
             cluster_end = std::max(placed[i].placed_cluster_end, i + 1);
+        } else if (cluster_end == 0 && placed[i].placed_upright) {
+            // Upright glyphs stand each on their own, one below the other, where text extraction would
+            // read them as lines of one character: a stretch of them carries its text as one piece.
+            std::u32string chars;
+            std::size_t k = i;
+            for (; k < placed.size() && placed[k].placed_upright && (k == i || !placed[k].placed_cluster); ++k) {
+                chars += placed[k].placed->glyph_unicodes;
+            }
+            actual_text(chars);
+            cluster_end = k;
         }
         // A run goes on while the glyphs keep the font and size, and each stands where the one before
         // leaves the text position: its advance plus the letter spacing.
@@ -327,15 +399,18 @@ std::string glyph_bytes(std::span<fonts::glyph const* const> glyphs) {
     return out;
 }
 
-void paint_graphemes(content::out const& o,
-                     content::gs& g,
-                     text_cursor& cursor,
-                     std::span<fonts::grapheme const> graphemes,
-                     double x,
-                     double baseline,
-                     css::style::style const& style,
-                     double context_alpha,
-                     text_options const& options) {
+namespace {
+
+void paint_line_graphemes(content::out const& o,
+                          content::gs& g,
+                          text_cursor& cursor,
+                          std::span<fonts::grapheme const> graphemes,
+                          double x,
+                          double baseline,
+                          css::style::style const& style,
+                          double context_alpha,
+                          text_options const& options,
+                          bool vertical) {
     if (graphemes.empty()) {
         return;
     }
@@ -347,8 +422,22 @@ void paint_graphemes(content::out const& o,
     paint_color::set_fill(o, g, *p, context_alpha);
     content::character_spacing(o, g, letter_spacing);
     content::word_spacing(o, g, 0);
-    auto const placed = place(graphemes, x, baseline, style.font_size, letter_spacing);
+    auto const placed = place(graphemes, x, baseline, style.font_size, letter_spacing, vertical);
     paint_placed(o, g, cursor, placed, letter_spacing, style, options);
+}
+
+} // namespace
+
+void paint_graphemes(content::out const& o,
+                     content::gs& g,
+                     text_cursor& cursor,
+                     std::span<fonts::grapheme const> graphemes,
+                     double x,
+                     double baseline,
+                     css::style::style const& style,
+                     double context_alpha,
+                     text_options const& options) {
+    paint_line_graphemes(o, g, cursor, graphemes, x, baseline, style, context_alpha, options, false);
 }
 
 void paint_chars(content::out const& o,
@@ -383,6 +472,7 @@ void paint_chars(content::out const& o,
         visual = reversed;
     }
     double const y = baseline + run.charsbox_y;
+    bool const vertical = run.charsbox_writing_mode == css::box::writing_mode::vertical;
     if (auto const* l = std::get_if<pack::leader>(&run.charsbox_type)) {
         // The pattern repeats as many whole times as fit, ending where the run ends.
         double const one = l->leader_width;
@@ -392,11 +482,11 @@ void paint_chars(content::out const& o,
         int const copies = int(std::floor(run.charsbox_w / one + 1e-4));
         double x = run.charsbox_x + run.charsbox_w - copies * one;
         for (int i = 0; i < copies; ++i, x += one) {
-            paint_graphemes(o, g, cursor, visual, x, y, style, context_alpha, options);
+            paint_line_graphemes(o, g, cursor, visual, x, y, style, context_alpha, options, vertical);
         }
         return;
     }
-    paint_graphemes(o, g, cursor, visual, run.charsbox_x, y, style, context_alpha, options);
+    paint_line_graphemes(o, g, cursor, visual, run.charsbox_x, y, style, context_alpha, options, vertical);
 }
 
 void paint_decorations(content::out const& o,

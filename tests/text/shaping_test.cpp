@@ -7,6 +7,7 @@
 #include "text/shaping/shape.hpp"
 #include "text/unicode/script.hpp"
 #include "text/unicode/utf8.hpp"
+#include "text/vertical_origin.hpp"
 
 #include "text/font_test_util.hpp"
 
@@ -311,6 +312,57 @@ TEST(language_tags, bcp47_to_opentype) {
     EXPECT_EQ(cjk_region("zh-TW"), std::optional<std::string_view>("TC"));
     EXPECT_EQ(cjk_region("zh"), std::optional<std::string_view>("SC"));
     EXPECT_EQ(cjk_region("en"), std::nullopt);
+}
+
+// Noto Sans CJK JP, the first face of the collection.
+std::string const noto_cjk = "/usr/share/fonts/opentype/noto/NotoSansCJK-Regular.ttc";
+
+TEST(shaping, vertical_text_takes_the_vertical_forms) {
+    auto const font = load(noto_cjk);
+    if (!font) {
+        GTEST_SKIP() << "Noto Sans CJK is not installed";
+    }
+    std::u32string const text = U"猫。「ー」";
+    auto shape = [&](bool vertical) {
+        shaping::buffer::glyphs input;
+        for (std::size_t i = 0; i < text.size(); ++i) {
+            input.push_back({.info_glyph = font_data::char_to_glyph(**font, text[i]),
+                             .info_chars = std::u32string(1, text[i]),
+                             .info_cluster = std::uint32_t(i)});
+        }
+        font_test::captured_log l;
+        return shaping::shape::shape_glyphs(
+            l.log, **font, {.run_script = unicode::script::script::hani, .run_vertical = vertical}, std::move(input));
+    };
+    auto const across = shape(false);
+    auto const down = shape(true);
+    ASSERT_EQ(across.size(), text.size());
+    ASSERT_EQ(down.size(), text.size());
+    // The glyphs `hb-shape --direction=ttb` gives for the same text and face; the ideograph keeps its
+    // glyph, the full stop, the brackets and the long vowel mark take their vertical forms.
+    std::uint32_t const expected[] = {26145, 58981, 59006, 65339, 59007};
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        SCOPED_TRACE(i);
+        EXPECT_EQ(down[i].info_glyph, expected[i]);
+        EXPECT_EQ(down[i].info_vert_alt, i > 0);
+        EXPECT_EQ(across[i].info_glyph == down[i].info_glyph, i == 0);
+        EXPECT_FALSE(across[i].info_vert_alt);
+    }
+    // The vertical origin: the font's VORG puts the top of the em box 880 units above the baseline.
+    EXPECT_EQ(vertical_origin::glyph_vert_origin_y(**font, expected[1]), 880);
+    EXPECT_EQ(font_data::glyph_vert_advance(**font, expected[1]), 1000);
+}
+
+TEST(shaping, vertical_origin_without_vertical_metrics) {
+    auto const font = load("/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf");
+    if (!font) {
+        GTEST_SKIP() << "DejaVu Sans is not installed";
+    }
+    // Without VORG and vmtx the em box of an upright glyph is the font's ascender to descender.
+    auto const& m = (*font)->font_info.font_metrics;
+    auto const glyph = font_data::char_to_glyph(**font, U'A');
+    EXPECT_EQ(font_data::glyph_vert_advance(**font, glyph), m.ascender - m.descender);
+    EXPECT_NEAR(vertical_origin::glyph_vert_origin_y(**font, glyph), m.ascender, 1);
 }
 
 } // namespace vellum

@@ -7,6 +7,7 @@
 #include "text/unicode/script.hpp"
 #include "text/unicode/unicache.hpp"
 #include "text/unicode/utf8.hpp"
+#include "text/unicode/vertical.hpp"
 
 #include <cstdio>
 #include <string>
@@ -391,4 +392,54 @@ TEST(unicode_category, table_matches_the_character_data) {
                            }
                        });
     EXPECT_GT(lines, 3000);
+}
+
+TEST(unicode_vertical, orientation_of_east_asian_and_latin_text) {
+    using vertical::orientation;
+    struct row {
+        char32_t cp;
+        orientation expected;
+        bool upright;
+    };
+    row const rows[] = {
+        {U'\u4E00', orientation::upright, true},             // CJK ideograph
+        {U'\u3042', orientation::upright, true},             // hiragana a
+        {U'\uAC00', orientation::upright, true},             // Hangul syllable
+        {U'\u3002', orientation::transformed_upright, true}, // ideographic full stop
+        {U'\u3001', orientation::transformed_upright, true}, // ideographic comma
+        {U'\u300C', orientation::transformed_rotated, false}, // corner bracket: turns only by its vertical form
+        {U'\u30FC', orientation::transformed_rotated, false}, // prolonged sound mark
+        {U'\uFF01', orientation::transformed_upright, true},  // full-width exclamation mark
+        {U'A', orientation::rotated, false},
+        {U'1', orientation::rotated, false},
+        {U'\u0627', orientation::rotated, false}, // Arabic alef
+        {U'\u00A9', orientation::upright, true},  // copyright sign
+        {U'\U00020000', orientation::upright, true}, // CJK extension B
+        {U'\U0003FFFD', orientation::upright, true}, // unassigned, in the CJK plane
+        {char32_t(0x110000), orientation::rotated, false},
+    };
+    for (auto const& r : rows) {
+        SCOPED_TRACE(static_cast<unsigned>(r.cp));
+        EXPECT_EQ(vertical::orientation_of(r.cp), r.expected);
+        EXPECT_EQ(vertical::stays_upright(r.cp), r.upright);
+    }
+}
+
+// The compiled table against VerticalOrientation.txt for every code point it lists.
+TEST(unicode_vertical, table_matches_the_character_data) {
+    int wrong = 0;
+    int const lines = for_each_range("/usr/share/unicode/VerticalOrientation.txt",
+                                     [&](char32_t first, char32_t last, std::string const& value) {
+                                         static char const* const names[] = {"R", "U", "Tu", "Tr"};
+                                         for (char32_t cp = first; cp <= last && wrong <= 10; ++cp) {
+                                             if (names[int(vertical::orientation_of(cp))] != value) {
+                                                 ADD_FAILURE() << std::hex << static_cast<unsigned>(cp);
+                                                 ++wrong;
+                                             }
+                                         }
+                                     });
+    if (lines == 0) {
+        GTEST_SKIP() << "VerticalOrientation.txt is not installed";
+    }
+    EXPECT_GT(lines, 1000);
 }

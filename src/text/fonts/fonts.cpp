@@ -564,6 +564,7 @@ ref<font_req> get_font_req(fonts const& db, font_query const& query) {
         .font_req_features = query.query_features,
         .font_req_kerning = query.query_kerning,
         .font_req_language = query.query_language,
+        .font_req_vertical = query.query_vertical,
         .font_req_style = query.query_style,
         .font_req_weight = query.query_weight,
         .font_req_glyph_cache = std::make_shared<cell<unicode::unicache::unicache<raw_glyph>>>(),

@@ -60,6 +60,8 @@ struct font_query {
     /// The language of the text, BCP 47 lower-cased ("sr", "zh-hant"); empty when unknown. It picks
     /// the OpenType language system and the face of a family made for that language.
     std::string query_language;
+    /// Text set in vertical lines: the font's vertical forms are used.
+    bool query_vertical = false;
     auto operator<=>(font_query const&) const = default;
 };
 
@@ -218,6 +220,8 @@ struct font_req {
     bool font_req_kerning = true;
     /// The language of the text, as in the query.
     std::string font_req_language;
+    /// Shaped for vertical lines, with the font's vertical forms.
+    bool font_req_vertical = false;
     /// What was asked for, so that the painter can tell when a face lacks the slant or weight.
     match::font_style font_req_style = match::font_style::normal;
     truetype::truetype_weight font_req_weight = truetype::truetype_weight::normal;

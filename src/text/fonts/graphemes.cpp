@@ -6,6 +6,7 @@
 #include "text/shaping/shape.hpp"
 #include "text/unicode.hpp"
 #include "text/unicode/script.hpp"
+#include "text/unicode/vertical.hpp"
 
 #include <algorithm>
 
@@ -111,7 +112,8 @@ void map_run(fonts const& db, font_req const& req, direction dir, std::u32string
                                                                   req.font_req_language)
                                                                   .value_or(0),
                                               .run_features = features,
-                                              .run_kerning = req.font_req_kerning};
+                                              .run_kerning = req.font_req_kerning,
+                                              .run_vertical = req.font_req_vertical};
     std::size_t start = 0;
     for (std::size_t i = 1; i <= raws.size(); ++i) {
         if (i < raws.size() && raws[i].raw_glyph_font_ref == raws[start].raw_glyph_font_ref &&
@@ -132,12 +134,7 @@ float size_of(grapheme const& g, float size) {
 
 float advance_of(grapheme const& g, bool vertical) {
     auto const& b = g.base_glyph;
-    if (!vertical) {
-        return b.glyph_hori_advance;
-    }
-    bool const upright =
-        b.glyph_is_vert_alt || (!b.glyph_unicodes.empty() && stays_upright(b.glyph_unicodes.front()));
-    return upright ? b.glyph_vert_advance : b.glyph_hori_advance;
+    return vertical && stands_upright(g) ? b.glyph_vert_advance : b.glyph_hori_advance;
 }
 
 // Walks graphemes, keeping the previous size, start and end; calls visit(index, end) after each.
@@ -253,18 +250,9 @@ font_metrics::font_metrics_scaled graphemes_metrics(std::span<grapheme const> gr
     return out;
 }
 
-bool stays_upright(char32_t c) {
-    // The blocks whose characters keep their upright form in vertical text: the East Asian scripts,
-    // their symbols and compatibility forms, and pictographs.
-    static constexpr std::pair<char32_t, char32_t> upright[] = {
-        {0x00A7, 0x00A7}, {0x00A9, 0x00A9}, {0x00AE, 0x00AE},   {0x00B1, 0x00B1},   {0x00BC, 0x00BE},
-        {0x00D7, 0x00D7}, {0x00F7, 0x00F7}, {0x1100, 0x11FF},   {0x2E80, 0x2FFF},   {0x3000, 0x3007},
-        {0x3012, 0x3013}, {0x3020, 0x303F}, {0x3040, 0x318F},   {0x3190, 0x9FFF},   {0xA000, 0xA4CF},
-        {0xA960, 0xA97F}, {0xAC00, 0xD7FF}, {0xE000, 0xFAFF},   {0xFE10, 0xFE1F},   {0xFE30, 0xFE4F},
-        {0xFF01, 0xFF60}, {0xFFE0, 0xFFE7}, {0x1F000, 0x1FAFF}, {0x20000, 0x3FFFD},
-    };
-    return std::any_of(std::begin(upright), std::end(upright),
-                       [c](auto const& r) { return c >= r.first && c <= r.second; });
+bool stands_upright(grapheme const& g) {
+    auto const& b = g.base_glyph;
+    return b.glyph_is_vert_alt || (!b.glyph_unicodes.empty() && unicode::vertical::stays_upright(b.glyph_unicodes.front()));
 }
 
 float graphemes_width(

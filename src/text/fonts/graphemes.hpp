@@ -142,8 +142,10 @@ text_to_graphemes(fonts const& db, font_req const& req, direction dir, std::u32s
 /// The largest ascent and descent among the base glyphs' fonts at a size (0.8 of it for small capitals).
 font_metrics::font_metrics_scaled graphemes_metrics(std::span<grapheme const> graphemes, double size);
 
-/// Whether a character stands upright in vertical text.
-bool stays_upright(char32_t c);
+/// Whether a grapheme stands upright in vertical text, taking the font's vertical advance along the
+/// line: a vertical form from the font, or a character that keeps its upright form (ideographs, kana).
+/// Other text lies sideways, as it does in the turned line.
+bool stands_upright(grapheme const& g);
 
 /// The width of a run: the end of its last grapheme, plus the letter spacing after each grapheme.
 float graphemes_width(

@@ -171,7 +171,7 @@ std::vector<feature> features_of(css::fonts::font_features const& f, bool letter
     return out;
 }
 
-font_query query_of(css::fonts::font_props const& props, std::string_view language, bool letter_spaced) {
+font_query query_of(css::fonts::font_props const& props, std::string_view language, bool letter_spaced, bool vertical) {
     auto features = features_of(props.font_props_features, letter_spaced);
     bool const kerning =
         std::none_of(features.begin(), features.end(), [](feature const& f) {
@@ -188,6 +188,7 @@ font_query query_of(css::fonts::font_props const& props, std::string_view langua
         .query_features = std::move(features),
         .query_kerning = kerning,
         .query_language = std::move(lang),
+        .query_vertical = vertical,
     };
 }
 

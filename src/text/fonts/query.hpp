@@ -19,7 +19,11 @@ truetype::truetype_width width_of(css::fonts::font_stretch stretch);
 std::vector<feature> features_of(css::fonts::font_features const& features, bool letter_spaced);
 
 /// The query for a style's font properties; family names are kept as written and in order. The language
-/// (BCP 47, as in a lang attribute) chooses language-specific faces and glyphs.
-font_query query_of(css::fonts::font_props const& props, std::string_view language = {}, bool letter_spaced = false);
+/// (BCP 47, as in a lang attribute) chooses language-specific faces and glyphs; vertical text takes the
+/// font's vertical forms.
+font_query query_of(css::fonts::font_props const& props,
+                    std::string_view language = {},
+                    bool letter_spaced = false,
+                    bool vertical = false);
 
 } // namespace vellum::fonts::query

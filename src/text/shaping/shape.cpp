@@ -204,6 +204,13 @@ std::vector<stage> gsub_stages(model m,
     case model::plain:
         stages.push_back({{global("ccmp"), global("locl"), global("rlig"), global("calt"), global("clig"),
                            global("liga"), global("rclt")}});
+        if (request.run_vertical) {
+            // The vertical forms: "vrt2" where the font has it, as it also turns the glyphs that are
+            // meant to lie sideways; otherwise "vert", which holds the punctuation and brackets only.
+            bool const has_vrt2 = t && sys && layout::find_feature(t->table_data, *sys, make_tag("vrt2"));
+            stages.back().stage_features.insert(stages.back().stage_features.begin(),
+                                                global(has_vrt2 ? "vrt2" : "vert"));
+        }
         break;
     case model::arabic:
         stages.push_back({{global("ccmp"), global("locl")}});
@@ -276,13 +283,21 @@ std::vector<stage> gsub_stages(model m,
     return stages;
 }
 
+// Scripts whose letters stand upright in vertical lines.
+bool upright_script(script s) {
+    return s == script::hani || s == script::hira || s == script::kana || s == script::hang || s == script::bopo ||
+           s == script::yiii;
+}
+
 std::vector<stage> gpos_stages(model m, run_request const& request) {
     stage s{{global("mark"), global("mkmk"), global("curs"), global("dist")}};
     if (m == model::indic) {
         s.stage_features.push_back(global("abvm"));
         s.stage_features.push_back(global("blwm"));
     }
-    if (request.run_kerning) {
+    // Kerning pairs move glyphs along a horizontal line; upright glyphs in a vertical line would be
+    // moved across their column, so East Asian runs set vertically are not kerned.
+    if (request.run_kerning && !(request.run_vertical && upright_script(request.run_script))) {
         s.stage_features.push_back(global("kern"));
     }
     std::vector<fonts::feature> positioning;

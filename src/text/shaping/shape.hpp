@@ -24,6 +24,8 @@ struct run_request {
     /// Features asked for by the document, added to the defaults; a parameter of 0 turns one off.
     std::vector<fonts::feature> run_features;
     bool run_kerning = true;
+    /// Set in vertical lines: the font's vertical forms replace glyphs that turn or move there.
+    bool run_vertical = false;
 };
 
 /// The OpenType script tags for a script, the preferred first ("dev2" before "deva").

@@ -26,6 +26,7 @@ extern two_stage const joining;
 extern two_stage const script;
 extern two_stage const grapheme;
 extern two_stage const line_break;
+extern two_stage const vertical;
 extern delta_map const lower;
 extern delta_map const upper;
 extern delta_map const mirror;

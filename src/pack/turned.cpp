@@ -1,0 +1,96 @@
+#include "pack/turned.hpp"
+
+#include "css/used_style.hpp"
+#include "util/ref.hpp"
+#include "util/result.hpp"
+
+#include <algorithm>
+
+namespace vellum::pack::turned {
+
+namespace mc = margin_collapsing;
+
+namespace {
+
+// The length of the area's height that a turned block may take for its lines when it sets none
+// itself: what the area offers, or, in a trial area that reaches far below any page, its width.
+float free_length(areas::areas const& a) {
+    float const h = areas::height_of(a.container);
+    return h > 0 && h < 100000.0f ? h : areas::width_of(a.container);
+}
+
+} // namespace
+
+bool is_turned(page_info const& info, prepack::block const& b) {
+    return b.block_style && b.block_style->writing_mode != info.general.writing_mode;
+}
+
+block::block_out pack_turned(page_info info,
+                             block::block_type const& type,
+                             prepack::block const& b,
+                             mc::gap gap,
+                             areas::areas a) {
+    auto const& s = *b.block_style;
+    auto const used = css::used_style::used_style_of(s, areas::width_of(a.container), std::nullopt);
+    auto const& bd = used.used_borders;
+    float const edges_across = bd.borders_left.border_width + used.used_padding_left + used.used_padding_right +
+                               bd.borders_right.border_width;
+    float const edges_along = bd.borders_top.border_width + used.used_padding_top + used.used_padding_bottom +
+                              bd.borders_bottom.border_width;
+    // The lines run down the block: as long as its content height.
+    float const length = used.used_height ? *used.used_height : std::max(0.0f, free_length(a) - edges_along);
+
+    // First the content in its own writing mode, its lines as long as the block is high, in a trial area
+    // that nothing on the page narrows and that reaches far below any page.
+    auto inner_style = s;
+    inner_style.width = length;
+    inner_style.height = css::box::auto_value{};
+    inner_style.min_height = 0.0f;
+    inner_style.max_height = css::box::none_value{};
+    inner_style.box_sizing = css::box::box_sizing::content_box;
+    auto inner = b;
+    inner.block_style = share(std::move(inner_style));
+    page_info inner_info = info;
+    inner_info.general.writing_mode = s.writing_mode;
+    inner_info.flags.max_page_area = true;
+    inner_info.flags.pack_page_stuff = false;
+    float const far = 1000000.0f;
+    areas::area const trial{.top = 0, .bottom = -far, .left = 0, .right = length + edges_across};
+    auto lines = block::pack_block(std::move(inner_info), block::inline_block{}, inner, mc::fresh(),
+                                   areas::areas{.container = trial, .available = {trial}});
+    auto const* packed_lines = std::get_if<block::packed_main>(&lines.res);
+    if (!packed_lines) {
+        throw internal_error("horizontal to vertical block: unexpected Res.");
+    }
+    auto content = *packed_lines->b_packed_box;
+
+    // Then the box in the flow: as wide as the lines reach across and as high as they are long, placed
+    // like any block of that size, and kept whole.
+    auto outer_style = s;
+    outer_style.writing_mode = info.general.writing_mode;
+    outer_style.width = std::max(0.0f, content.box_h - edges_across);
+    outer_style.height = std::max(0.0f, content.box_w - edges_along);
+    outer_style.min_height = 0.0f;
+    outer_style.max_height = css::box::none_value{};
+    outer_style.box_sizing = css::box::box_sizing::content_box;
+    outer_style.bit_props.bit_props_page_break_inside = css::box::page_break::avoid;
+    auto outer = b;
+    outer.block_style = share(std::move(outer_style));
+    outer.block_content = prepack::bcontent_blocks{};
+    auto out = block::pack_block(std::move(info), type, outer, std::move(gap), std::move(a));
+    auto* placed = std::get_if<block::packed_main>(&out.res);
+    if (!placed) {
+        return out;
+    }
+    // The lines are moved so that their frame's top left corner is the box's; the painter turns them
+    // about it into the box.
+    auto box = *placed->b_packed_box;
+    block::shift_box(content, box.box_x - content.box_x, box.box_y - content.box_y);
+    box.box_content = std::move(content.box_content);
+    box.box_style = b.block_style;
+    box.rotate_content = true;
+    placed->b_packed_box = share(std::move(box));
+    return out;
+}
+
+} // namespace vellum::pack::turned

@@ -1,0 +1,94 @@
+#!/usr/bin/env bash
+# Vertical text: a block in writing-mode vertical-rl inside a horizontal page. Its lines run down the page
+# from right to left; ideographs and kana stand upright, the ideographic full stop takes its vertical
+# form, Latin text lies sideways, and the text copies out in logical order.
+VELLUM=$1
+DATA=$2
+source "$DATA/lib.sh"
+cd "$work"
+
+cjk=/usr/share/fonts/opentype/noto/NotoSansCJK-Regular.ttc
+if [ ! -f "$cjk" ]; then
+    echo "Noto Sans CJK is not installed" >&2
+    exit 77
+fi
+
+cat >vertical.html <<HTML
+<!DOCTYPE html><html><head><style>
+@font-face { font-family: "CJK"; src: url("$cjk") }
+@page { size: 400pt 800pt; margin: 20pt }
+body { margin: 0; font: 16pt/24pt "CJK" }
+.v { writing-mode: vertical-rl; height: 300pt }
+.en { height: 200pt }
+</style></head><body>
+<div class="v" lang="ja">吾輩は猫である。名前はまだ無い。</div>
+<div class="v en">Vertical English text</div>
+<p>After the blocks.</p>
+</body></html>
+HTML
+timeout 60 "$VELLUM" vertical.html -o vertical.pdf 2>vertical.err
+expect_eq "status" "$?" 0
+qpdf_clean "vertical" vertical.pdf
+expect_contains "CJK font embedded" "$(pdffonts vertical.pdf)" "NotoSansCJK"
+
+# Copying gives the characters in the order they are read, the Latin words too.
+text=$(pdftotext vertical.pdf - | tr -d ' \n')
+expect_contains "Japanese text in logical order" "$text" "吾輩は猫である。名前はまだ無い。"
+expect_contains "English text" "$(pdftotext vertical.pdf - | tr -s ' \n' ' ')" "Vertical English text"
+
+# The Japanese block stands as one column 300pt high: its first character at the top, the paragraph
+# after both blocks below them.
+bbox=$(pdftotext -bbox vertical.pdf -)
+ymin_of() { grep -m1 ">$1" <<<"$bbox" | sed 's/.*yMin="\([0-9.]*\)".*/\1/'; }
+first_y=$(ymin_of '吾')
+after_y=$(ymin_of 'After')
+awk -v a="$first_y" -v b="$after_y" 'BEGIN { exit !(a < 40 && b > 500) }' ||
+    fail "layout: the column starts at y=$first_y, the paragraph after it at y=$after_y"
+
+# Pixels of single large characters: an ideograph taller than wide stays taller than wide (lying
+# sideways it would be wider), and the full stop after it sits in the upper right of its own cell, as
+# its vertical form does (the horizontal one sits low and to the left, and turned with the line it
+# would sit high and to the left).
+cat >cells.html <<HTML
+<!DOCTYPE html><html><head><style>
+@font-face { font-family: "CJK"; src: url("$cjk") }
+@page { size: 200pt 300pt; margin: 20pt }
+body { margin: 0; font: 60pt/80pt "CJK" }
+.v { writing-mode: vertical-rl; height: 200pt }
+</style></head><body><div class="v" lang="ja">日。</div></body></html>
+HTML
+timeout 60 "$VELLUM" cells.html -o cells.pdf 2>cells.err
+expect_eq "cells status" "$?" 0
+qpdf_clean "cells" cells.pdf
+pdftoppm -r 72 -png cells.pdf cells
+shapes=$(/usr/bin/python3 - <<'PY'
+from PIL import Image
+im = Image.open("cells-1.png").convert("L")
+w, h = im.size
+ink = [[im.getpixel((x, y)) < 128 for x in range(w)] for y in range(h)]
+rows = [y for y in range(h) if any(ink[y])]
+# Two groups of inked rows: the ideograph, then the full stop below it.
+groups = []
+for y in rows:
+    if groups and y - groups[-1][-1] <= 2:
+        groups[-1].append(y)
+    else:
+        groups.append([y])
+if len(groups) != 2:
+    print("groups", len(groups))
+    raise SystemExit
+def box(ys):
+    xs = [x for y in ys for x in range(w) if ink[y][x]]
+    return min(xs), ys[0], max(xs), ys[-1]
+x0, y0, x1, y1 = box(groups[0])
+sx0, sy0, sx1, sy1 = box(groups[1])
+em = 60
+cell_top = y0 + (y1 - y0) / 2 + em / 2   # the ideograph's cell is one em, centred on its ink
+print("upright" if (y1 - y0) > 1.15 * (x1 - x0) else "sideways",
+      "right" if (sx0 + sx1) / 2 > (x0 + x1) / 2 + em / 8 else "left",
+      "upper" if (sy0 + sy1) / 2 < cell_top + em / 2 else "lower")
+PY
+)
+expect_eq "upright ideograph, vertical full stop" "$shapes" "upright right upper"
+
+finish
