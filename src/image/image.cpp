@@ -21,13 +21,28 @@ constexpr std::array all_formats{resource::image_format::gif, resource::image_fo
 // The samples as one zlib stream, at zlib's default level (the level the PDF writer uses for its own
 // streams).
 bytes::bytes deflate_bytes(bytes::bytes const& samples) {
-    auto const in = samples.view();
-    uLongf size = compressBound(static_cast<uLong>(in.size()));
-    std::vector<std::uint8_t> out(size);
-    if (compress2(out.data(), &size, in.data(), static_cast<uLong>(in.size()), Z_DEFAULT_COMPRESSION) != Z_OK) {
+    // Streamed through a small buffer, so that what is held besides the samples is the compressed
+    // result, not zlib's bound on it (which is larger than the samples).
+    z_stream z{};
+    if (deflateInit(&z, Z_DEFAULT_COMPRESSION) != Z_OK) {
         throw std::bad_alloc();
     }
-    out.resize(size);
+    auto const in = samples.view();
+    z.next_in = const_cast<Bytef*>(in.data());
+    z.avail_in = static_cast<uInt>(in.size());
+    std::vector<std::uint8_t> out;
+    std::array<std::uint8_t, 64 * 1024> chunk{};
+    int status = Z_OK;
+    while (status == Z_OK) {
+        z.next_out = chunk.data();
+        z.avail_out = static_cast<uInt>(chunk.size());
+        status = deflate(&z, Z_FINISH);
+        out.insert(out.end(), chunk.data(), chunk.data() + (chunk.size() - z.avail_out));
+    }
+    deflateEnd(&z);
+    if (status != Z_STREAM_END) {
+        throw std::bad_alloc();
+    }
     out.shrink_to_fit();
     return bytes::from_vector(std::move(out));
 }
