@@ -1,10 +1,15 @@
 #include "image/image.hpp"
 
 #include "image/codecs.hpp"
+#include "util/ref.hpp"
 
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <new>
+#include <vector>
+
+#include <zlib.h>
 
 namespace vellum::image {
 
@@ -12,6 +17,81 @@ namespace {
 
 constexpr std::array all_formats{resource::image_format::gif, resource::image_format::jpeg,
                                  resource::image_format::png, resource::image_format::tiff};
+
+// The samples as one zlib stream, at zlib's default level (the level the PDF writer uses for its own
+// streams).
+bytes::bytes deflate_bytes(bytes::bytes const& samples) {
+    // Streamed through a small buffer, so that what is held besides the samples is the compressed
+    // result, not zlib's bound on it (which is larger than the samples).
+    z_stream z{};
+    if (deflateInit(&z, Z_DEFAULT_COMPRESSION) != Z_OK) {
+        throw std::bad_alloc();
+    }
+    auto const in = samples.view();
+    z.next_in = const_cast<Bytef*>(in.data());
+    z.avail_in = static_cast<uInt>(in.size());
+    std::vector<std::uint8_t> out;
+    std::array<std::uint8_t, 64 * 1024> chunk{};
+    int status = Z_OK;
+    while (status == Z_OK) {
+        z.next_out = chunk.data();
+        z.avail_out = static_cast<uInt>(chunk.size());
+        status = deflate(&z, Z_FINISH);
+        out.insert(out.end(), chunk.data(), chunk.data() + (chunk.size() - z.avail_out));
+    }
+    deflateEnd(&z);
+    if (status != Z_STREAM_END) {
+        throw std::bad_alloc();
+    }
+    out.shrink_to_fit();
+    return bytes::from_vector(std::move(out));
+}
+
+result<bytes::bytes> inflate_bytes(bytes::bytes const& data) {
+    z_stream z{};
+    if (inflateInit(&z) != Z_OK) {
+        return fail("could not expand image data");
+    }
+    auto const in = data.view();
+    z.next_in = const_cast<Bytef*>(in.data());
+    z.avail_in = static_cast<uInt>(in.size());
+    std::vector<std::uint8_t> out(std::max<std::size_t>(in.size() * 4, 4096));
+    int status = Z_OK;
+    while (status == Z_OK) {
+        if (z.total_out == out.size()) {
+            out.resize(out.size() * 2);
+        }
+        z.next_out = out.data() + z.total_out;
+        z.avail_out = static_cast<uInt>(out.size() - z.total_out);
+        status = inflate(&z, Z_NO_FLUSH);
+    }
+    out.resize(z.total_out);
+    inflateEnd(&z);
+    if (status != Z_STREAM_END) {
+        return fail("could not expand image data");
+    }
+    return bytes::from_vector(std::move(out));
+}
+
+void deflate_buffer(image_buffer& b) {
+    if (!b.buffer_deflated && b.image_buffer_kind != buffer_kind::image_buffer_jpeg) {
+        b.buffer_bytes = deflate_bytes(b.buffer_bytes);
+        b.buffer_deflated = true;
+    }
+}
+
+bool inflate_buffer(image_buffer& b) {
+    if (!b.buffer_deflated) {
+        return true;
+    }
+    auto plain = inflate_bytes(b.buffer_bytes);
+    if (!plain) {
+        return false;
+    }
+    b.buffer_bytes = std::move(*plain);
+    b.buffer_deflated = false;
+    return true;
+}
 
 } // namespace
 
@@ -140,6 +220,46 @@ result<image> decode_image(bytes::bytes const& data, resource::image_format form
     }
     }
     return fail("Unknown image format");
+}
+
+image deflate_buffers(image img) {
+    std::visit(overloaded{
+                   [](image_data_normal& n) {
+                       deflate_buffer(n.image_data_buffer);
+                       if (n.image_data_alpha) {
+                           deflate_buffer(*n.image_data_alpha);
+                       }
+                   },
+                   [](image_data_indexed& x) { deflate_buffer(x.buffer); },
+               },
+               img.image_data);
+    return img;
+}
+
+result<image> inflate_buffers(image img) {
+    bool const whole = std::visit(overloaded{
+                                      [](image_data_normal& n) {
+                                          return inflate_buffer(n.image_data_buffer) &&
+                                                 (!n.image_data_alpha || inflate_buffer(*n.image_data_alpha));
+                                      },
+                                      [](image_data_indexed& x) { return inflate_buffer(x.buffer); },
+                                  },
+                                  img.image_data);
+    if (!whole) {
+        return fail("could not expand image data");
+    }
+    return img;
+}
+
+bool has_deflated_buffers(image const& img) {
+    return std::visit(overloaded{
+                          [](image_data_normal const& n) {
+                              return n.image_data_buffer.buffer_deflated ||
+                                     (n.image_data_alpha && n.image_data_alpha->buffer_deflated);
+                          },
+                          [](image_data_indexed const& x) { return x.buffer.buffer_deflated; },
+                      },
+                      img.image_data);
 }
 
 } // namespace vellum::image

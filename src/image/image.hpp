@@ -63,6 +63,8 @@ enum class buffer_kind { image_buffer_1_bit, image_buffer_8_bit, image_buffer_16
 struct image_buffer {
     image::buffer_kind image_buffer_kind = buffer_kind::image_buffer_8_bit;
     bytes::bytes buffer_bytes;
+    /// The samples are held compressed, as a zlib stream: what a PDF stream with /FlateDecode holds.
+    bool buffer_deflated = false;
     bool operator==(image_buffer const&) const = default;
 };
 
@@ -127,5 +129,20 @@ read_any_header(bytes::bytes const& data, std::optional<resource::image_format> 
 /// Decodes an image for the PDF. JPEG stays as it is unless `reencode_quality` asks for a new encoding.
 [[nodiscard]] result<image>
 decode_image(bytes::bytes const& data, resource::image_format format, std::optional<int> reencode_quality);
+
+/// The image with its sample buffers compressed as zlib streams (JPEG data stays as it is), so that it
+/// can wait for the PDF at the size of a compressed file and be written without decoding it again.
+[[nodiscard]] image deflate_buffers(image img);
+
+/// The image with compressed sample buffers expanded again, for what works on samples.
+[[nodiscard]] result<image> inflate_buffers(image img);
+
+/// Whether any sample buffer of the image is held compressed.
+bool has_deflated_buffers(image const& img);
+
+/// Images up to this many pixels are decoded once, when they are loaded, and kept compressed until the
+/// PDF is written; larger ones are checked row by row at load and decoded when they are written, so that
+/// layout never holds the pixels of a large image.
+inline constexpr std::int64_t keep_decoded_pixels = std::int64_t{1} << 24;
 
 } // namespace vellum::image

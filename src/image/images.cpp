@@ -96,18 +96,36 @@ result<std::pair<image_source, image::image_info>> load_image_info(log::log cons
     if (!presumed && (svg_name(path) || image::looks_like_svg(loaded->data))) {
         return as_svg();
     }
-    auto header = image::read_any_header(loaded->data, presumed, true);
+    auto header = image::read_any_header(loaded->data, presumed, false);
     if (!header) {
         if (svg_name(path) || image::looks_like_svg(loaded->data)) {
             return as_svg();
         }
         return fail(header.error());
     }
-    image::image_external ext{.image_url = url, .image_format = header->first};
-    if (!loaded->rereadable) {
-        ext.image_bytes = loaded->data;
+    auto const format = header->first;
+    auto const& info = header->second;
+    external_image out{.external = {.image_url = url, .image_format = format}};
+    if (format != resource::image_format::jpeg &&
+        static_cast<std::int64_t>(info.image_width) * info.image_height <= image::keep_decoded_pixels) {
+        // Decoded once, now: a broken file is found before layout counts on it, and what waits for the
+        // PDF is the compressed samples, not the file.
+        auto decoded = image::decode_image(loaded->data, format, std::nullopt);
+        if (!decoded) {
+            return fail(decoded.error());
+        }
+        out.external_kept = image::deflate_buffers(std::move(*decoded));
+    } else {
+        // A JPEG goes into the PDF as it stands, and a very large image is decoded only when it is
+        // written: here every row is decoded into one row buffer to find a broken file.
+        if (auto checked = image::read_header(loaded->data, format, true); !checked) {
+            return fail(checked.error());
+        }
+        if (!loaded->rereadable) {
+            out.external.image_bytes = loaded->data;
+        }
     }
-    return std::pair{image_source{external_image{std::move(ext)}}, header->second};
+    return std::pair{image_source{std::move(out)}, info};
 }
 
 } // namespace
@@ -222,6 +240,9 @@ result<image::image> images::read_image(log::log const& log, image_id const& id)
                               return image::image{.image_info = id.image_info, .image_data = std::move(d)};
                           },
                           [&](external_image const& ex) -> result<image::image> {
+                              if (ex.external_kept) {
+                                  return *ex.external_kept;
+                              }
                               auto data = ex.external.image_bytes;
                               if (!data) {
                                   auto loaded = load_bytes(log, *table_loader, ex.external.image_url);

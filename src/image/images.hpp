@@ -1,5 +1,7 @@
-// The image table of a run: each image is read once (its header, for layout) and named once, however
-// often the documents show it; the PDF writer reads the pixels of each again at the end.
+// The image table of a run: each image is read once and named once, however often the documents show
+// it. An image of ordinary size is decoded when it is loaded (a broken file is found before layout
+// counts on it) and waits for the PDF with its samples compressed; a JPEG goes in as it stands, and only
+// a very large image is read again for the PDF, so that layout never holds its pixels.
 #pragma once
 
 #include "driver/log.hpp"
@@ -34,6 +36,10 @@ struct internal_image {
 /// An image read from a file or URL.
 struct external_image {
     image::image_external external;
+    /// The image decoded when it was loaded, its samples kept compressed for the PDF; nothing for a JPEG
+    /// that goes in as it stands and for an image too large to decode during layout, which are read
+    /// again when the PDF is written.
+    std::optional<image::image> external_kept;
     bool operator==(external_image const&) const = default;
 };
 
@@ -99,7 +105,8 @@ public:
     /// Whether an image of the table has 16-bit samples, which needs PDF 1.5.
     bool any_16bit_image() const;
 
-    /// The decoded image (or the JPEG data) for the PDF, read again from its source.
+    /// The decoded image (or the JPEG data) for the PDF: the one kept from loading (its sample buffers
+    /// compressed), or read again from its source.
     [[nodiscard]] result<image::image> read_image(log::log const& log, image_id const& id) const;
 
     /// Resolves a url() of a style sheet (its text and the base the parser kept), for images that

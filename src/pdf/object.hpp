@@ -76,8 +76,9 @@ struct object : std::variant<null, bool, std::int64_t, double, number, string, h
 /// The version written in the file header.
 enum class pdf_version { pdf_1_4, pdf_1_5, pdf_1_6, pdf_1_7 };
 
-/// The encoding of a stream's data.
-enum class stream_filter { as_is, deflate, ascii_hex, dctdecode };
+/// The encoding of a stream's data. `flate_encoded` is data compressed already (a zlib stream), written
+/// as it stands under /FlateDecode.
+enum class stream_filter { as_is, deflate, ascii_hex, dctdecode, flate_encoded };
 
 /// What the caller says about a stream before writing it.
 struct stream {

@@ -442,6 +442,10 @@ void write_image_data(log::log const& log,
                       std::map<std::pair<int, std::string>, ref>& icc_streams) {
     auto const& info = img.image_info;
     stream_filter const flate = compress ? stream_filter::deflate : stream_filter::ascii_hex;
+    // Samples that wait compressed go in as they stand.
+    auto const filter_of = [&](image::image_buffer const& b) {
+        return b.buffer_deflated ? stream_filter::flate_encoded : flate;
+    };
     dict d{{{"Type", name{"XObject"}},
             {"Subtype", name{"Image"}},
             {"Width", std::int64_t{info.image_width}},
@@ -494,7 +498,7 @@ void write_image_data(log::log const& log,
                 }
                 if (n.image_data_alpha && keep_alpha) {
                     ref const mask = new_ref(w);
-                    write_stream_bytes(w, mask, flate,
+                    write_stream_bytes(w, mask, filter_of(*n.image_data_alpha),
                                        dict{{{"Type", name{"XObject"}},
                                              {"Subtype", name{"Image"}},
                                              {"Width", std::int64_t{info.image_width}},
@@ -505,7 +509,7 @@ void write_image_data(log::log const& log,
                     d.dict_entries.emplace_back("SMask", mask);
                 }
                 bool const jpeg = n.image_data_buffer.image_buffer_kind == image::buffer_kind::image_buffer_jpeg;
-                write_stream_bytes(w, r, jpeg ? stream_filter::dctdecode : flate, std::move(d),
+                write_stream_bytes(w, r, jpeg ? stream_filter::dctdecode : filter_of(n.image_data_buffer), std::move(d),
                                    n.image_data_buffer.buffer_bytes.view());
             },
             [&](image::image_data_indexed const& x) {
@@ -521,7 +525,7 @@ void write_image_data(log::log const& log,
                     d.dict_entries.emplace_back("Mask", array{{std::int64_t{*ix.image_indexed_mask},
                                                                std::int64_t{*ix.image_indexed_mask}}});
                 }
-                write_stream_bytes(w, r, flate, std::move(d), x.buffer.buffer_bytes.view());
+                write_stream_bytes(w, r, filter_of(x.buffer), std::move(d), x.buffer.buffer_bytes.view());
             },
         },
         img.image_data);
@@ -536,17 +540,28 @@ void write_image(log::log const& log,
                  images::image_magic const& magic,
                  bool compress,
                  std::map<std::pair<int, std::string>, ref>& icc_streams) {
+    // Samples kept compressed are expanded for what works on them: a conversion, or hexadecimal output.
+    std::optional<image::image> expanded;
+    if ((forbids_device_rgb(w) || !compress) && image::has_deflated_buffers(img)) {
+        auto plain = image::inflate_buffers(img);
+        if (!plain) {
+            log::log_warning(log, plain.error());
+            plain = blank_image();
+        }
+        expanded = std::move(*plain);
+    }
+    image::image const& source = expanded ? *expanded : img;
     // A press profile gets process colours: device RGB pixels are turned to CMYK first.
     std::optional<image::image> converted;
     if (forbids_device_rgb(w)) {
-        auto cmyk = image::convert::device_cmyk(img);
+        auto cmyk = image::convert::device_cmyk(source);
         if (!cmyk) {
             log::log_warning(log, cmyk.error());
         } else {
             converted = std::move(*cmyk);
         }
     }
-    image::image const& shown = converted ? *converted : img;
+    image::image const& shown = converted ? *converted : source;
     write_image_data(log, w, r, shown, magic, compress, icc_streams);
 }
 

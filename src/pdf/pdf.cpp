@@ -125,6 +125,7 @@ char const* filter_name(stream_filter f) {
     case stream_filter::as_is:
         return nullptr;
     case stream_filter::deflate:
+    case stream_filter::flate_encoded:
         return "FlateDecode";
     case stream_filter::ascii_hex:
         return "ASCIIHexDecode";
@@ -272,6 +273,7 @@ stream_data begin_stream(writer& w, ref r, stream const& s) {
     }
     case stream_filter::as_is:
     case stream_filter::dctdecode:
+    case stream_filter::flate_encoded:
         break;
     }
     if (data.stream_wrappers.empty() && !data.stream_crypt) {

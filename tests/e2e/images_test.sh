@@ -27,8 +27,11 @@ qpdf_clean "pixels" pixels.pdf
 expect_eq "pixels: no warnings" "$(cat pixels.err)" ""
 expect_eq "pixels: pages" "$(pdfinfo pixels.pdf | awk '/^Pages:/ {print $2}')" "$(echo $kinds | wc -w)"
 expect_eq "pixels: 16-bit images need PDF 1.5" "$(head -c 8 pixels.pdf)" "%PDF-1.5"
-pdftoppm -r 72 -png pixels.pdf page
-result=$($PY - $kinds <<'PY'
+# Each page of a PDF of $kinds against its source image: the quadrant centres within a tolerance.
+pixels_match() {
+    rm -f page-*.png
+    pdftoppm -r 72 -png "$1" page
+    $PY - $kinds <<'PY'
 import sys, glob
 from PIL import Image
 kinds = sys.argv[1:]
@@ -55,8 +58,17 @@ for kind, page in zip(kinds, pages):
         bad.append(f"{kind}: paint outside the picture")
 print("\n".join(bad) if bad else "ok")
 PY
-)
+}
+result=$(pixels_match pixels.pdf)
 expect_eq "pixels match the sources" "$result" "ok"
+# Images wait for the file with their samples compressed; written without compression, they are
+# expanded again, and still show their sources' colours.
+timeout 60 "$VELLUM" --no-compress pixels.html -o plain.pdf 2>plain.err
+expect_eq "uncompressed: status" "$?" 0
+expect_eq "uncompressed: no warnings" "$(cat plain.err)" ""
+qpdf_clean "uncompressed" plain.pdf
+expect_eq "uncompressed: pixels match the sources" "$(pixels_match plain.pdf)" "ok"
+expect_eq "uncompressed: no Flate data" "$(grep -ac FlateDecode plain.pdf)" "0"
 objects=$(qpdf --show-xref pixels.pdf | wc -l)
 expect_contains "soft mask for alpha" "$(qpdf --qdf --object-streams=disable pixels.pdf - | tr -d '\r' | grep -a '/SMask')" "/SMask"
 expect_contains "JPEG passed through" "$(qpdf --qdf --object-streams=disable pixels.pdf - | grep -a '/DCTDecode' | head -1)" "/DCTDecode"
