@@ -4,6 +4,7 @@
 #include "css/used_style.hpp"
 #include "pack/blocks.hpp"
 #include "pack/margin_collapsing.hpp"
+#include "prepack/counter_style.hpp"
 
 #include <limits>
 
@@ -14,6 +15,72 @@ namespace {
 bool started(prepack::block const& b) {
     return std::holds_alternative<prepack::type_remaining>(b.block_type) ||
            std::holds_alternative<prepack::type_overflowing>(b.block_type);
+}
+
+// The footnote counter in an inline footnote's marker written out as its number: the notes of one
+// run share a paragraph, and each marker shows its own note's number.
+void number_markers(std::vector<prepack::span>& spans, int number) {
+    for (auto& sp : spans) {
+        if (auto* n = std::get_if<prepack::span_nested>(&sp)) {
+            number_markers(n->nested->span_content, number);
+        } else if (auto* g = std::get_if<prepack::span_gen_content>(&sp)) {
+            auto const* c = std::get_if<prepack::gen_counter>(&*g->gen);
+            auto const* f = c ? std::get_if<prepack::footnote_counter>(&c->counter) : nullptr;
+            if (f) {
+                sp = prepack::span_text{prepack::counter_style::format_counter(number, f->counter_style)};
+            }
+        }
+    }
+}
+
+// One piece of the footnote area: a footnote's body, or a run of inline footnotes set together in
+// one paragraph, with the footnotes it holds.
+struct piece {
+    page_footnote piece_note;
+    std::vector<page_footnote> piece_notes;
+};
+
+// An inline footnote not yet started: its body is still the paragraph of its spans.
+bool runs_on(page_footnote const& n) {
+    auto const* s = n.footnote_style.get();
+    auto const* f = s ? std::get_if<css::box::float_footnote>(&s->float_) : nullptr;
+    auto const* d = s ? std::get_if<css::box::display_footnote>(&s->bit_props.bit_props_display) : nullptr;
+    bool const is_inline = d ? d->display_is_inline : f && f->float_is_inline;
+    return is_inline && !started(*n.footnote_body) &&
+           std::holds_alternative<prepack::bcontent_para>(n.footnote_body->block_content);
+}
+
+// The footnotes as pieces: inline footnotes next to each other run together, an em space and a
+// word space between one and the next.
+std::vector<piece> pieces_of(std::span<page_footnote const> list) {
+    std::vector<piece> out;
+    for (std::size_t i = 0; i < list.size();) {
+        if (!runs_on(list[i])) {
+            out.push_back({.piece_note = list[i], .piece_notes = {list[i]}});
+            ++i;
+            continue;
+        }
+        std::vector<prepack::span> spans;
+        std::vector<page_footnote> notes;
+        for (; i < list.size() && runs_on(list[i]); ++i) {
+            auto const& n = list[i];
+            auto more = std::get<prepack::bcontent_para>(n.footnote_body->block_content).para.para_spans;
+            number_markers(more, n.footnote_number);
+            if (!spans.empty()) {
+                spans.push_back(prepack::span_text{textbuf::from_utf8("\u2003")});
+                spans.push_back(prepack::span_sep{prepack::sep_space{}});
+            }
+            // Each note keeps its own style: its text goes in a span of it.
+            spans.push_back(prepack::span_nested{prepack::nested_span{.span_content = std::move(more),
+                                                                      .span_style = n.footnote_style}});
+            notes.push_back(n);
+        }
+        auto first = notes.front();
+        first.footnote_body = share(prepack::block{.block_content = prepack::bcontent_para{prepack::para{.para_spans = std::move(spans)}},
+                                                   .block_style = first.footnote_style});
+        out.push_back({.piece_note = std::move(first), .piece_notes = std::move(notes)});
+    }
+    return out;
 }
 
 } // namespace
@@ -64,9 +131,10 @@ area_res pack_area(page_info const& info,
     fi.accum.page_footnotes = nullptr;
     fi.accum.abs_blocks.clear();
     std::vector<ref<box>> boxes;
+    auto const pieces = pieces_of(list);
     std::size_t i = 0;
-    for (; i < list.size(); ++i) {
-        auto const& note = list[i];
+    for (; i < pieces.size(); ++i) {
+        auto const& note = pieces[i].piece_note;
         fi.general.footnote_counter = note.footnote_number;
         fi.flags = flags{.max_page_area = must_place && boxes.empty()};
         auto r = blocks::pack_blocks(fi, prepack::block_list(std::vector<prepack::block>{*note.footnote_body}),
@@ -91,9 +159,11 @@ area_res pack_area(page_info const& info,
             break;
         }
     }
-    for (std::size_t k = i; k < list.size(); ++k) {
-        out.area_unstarted = out.area_unstarted || !started(*list[k].footnote_body);
-        out.area_leftover.push_back(list[k]);
+    for (std::size_t k = i; k < pieces.size(); ++k) {
+        for (auto const& n : pieces[k].piece_notes) {
+            out.area_unstarted = out.area_unstarted || !started(*n.footnote_body);
+            out.area_leftover.push_back(n);
+        }
     }
     if (boxes.empty()) {
         return out;

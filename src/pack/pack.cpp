@@ -466,13 +466,20 @@ page_out pack_page(doc_state& st,
         st.floats_carried = floats_in;
     }
     std::optional<blocks::blocks_out> flowed;
+    // The footnotes that go on to the next page when none are placed on this one.
+    auto unplaced = carried;
+    // Where the body's text ends on the page.
+    std::optional<float> flow_foot;
     if (!blank && (!blocks.empty() || !floats_in.empty()) && !notes_only) {
         flowed = flow_floats();
     }
     if (!blank && (!blocks.empty() || !floats_in.empty()) && !notes_only && !flowed) {
-        // A page float carried over is taller than the room the page has: it has the page to itself.
+        // A page float carried over is taller than the room the page has: it has the page to itself,
+        // and the footnotes it calls go on to the next page.
         out.remaining = blocks;
-        st.footnotes_carried = carried;
+        auto const float_notes = page_floats::notes_of(float_set);
+        unplaced.insert(unplaced.end(), float_notes.begin(), float_notes.end());
+        info.general.footnote_counter += static_cast<int>(float_notes.size());
     } else if (flowed) {
         auto r = std::move(*flowed);
         if (ps.page_shrink_to_fit == css::page::shrink_to_fit::auto_) {
@@ -499,6 +506,7 @@ page_out pack_page(doc_state& st,
         }
         notes = footnotes::pack_area(r.out_info, footnotes_of(r.out_info.accum), pa.pa_body_area,
                                      r.out_info.packed_stuff.footnotes_height, false);
+        flow_foot = r.out_areas.container.top;
         if (auto* p = std::get_if<blocks::packed_main>(&r.res)) {
             content = std::move(p->bs_packed_boxes);
             out.remaining = std::move(p->bs_remain_portion);
@@ -527,6 +535,21 @@ page_out pack_page(doc_state& st,
         content.push_back(std::move(b));
     }
     if (notes) {
+        // A footnote area of position "static" follows the text directly, on a page whose text ends
+        // short of the foot; any other takes the foot of the page. Floats to the bottom keep it there.
+        if (notes->area_box && flow_foot && float_set.bottoms.empty() &&
+            css::page::region_style(ps, css::page_rule::region::footnotes).bit_props.bit_props_position ==
+                css::box::position{css::box::position_kind::static_}) {
+            float const rise = *flow_foot - (pa.pa_body_area.bottom + notes->area_height);
+            if (rise > knuth::tolerance) {
+                auto moved = **notes->area_box;
+                block::shift_box(moved, 0, rise);
+                notes->area_box = share(std::move(moved));
+                for (auto& a : notes->area_absolutes) {
+                    a.second.y += rise;
+                }
+            }
+        }
         if (notes->area_box) {
             content.push_back(*notes->area_box);
         }
@@ -538,7 +561,7 @@ page_out pack_page(doc_state& st,
         }
         st.footnotes_carried = std::move(notes->area_leftover);
     } else {
-        st.footnotes_carried = carried;
+        st.footnotes_carried = std::move(unplaced);
     }
     info.accum.page_footnotes = nullptr;
     if (!blank) {

@@ -1,6 +1,7 @@
 #include "pack/page_floats.hpp"
 
 #include "css/page.hpp"
+#include "css/used_style.hpp"
 #include "pack/block.hpp"
 #include "pack/margin_collapsing.hpp"
 
@@ -41,10 +42,6 @@ std::vector<page_float> met_by(blocks::blocks_out const& r) {
     return out;
 }
 
-bool is_top(page_float const& f) {
-    return f.page_float_how.float_to_edge == css::box::float_edge::top;
-}
-
 // The height of an edge's box around its floats: its margins, borders and padding.
 float frame_height(std::optional<edge_box> const& e) {
     if (!e) {
@@ -52,6 +49,10 @@ float frame_height(std::optional<edge_box> const& e) {
     }
     auto const& f = e->edge_frame;
     return f.margin_top + f.inner_top + f.inner_bottom + f.margin_bottom;
+}
+
+bool is_top(page_float const& f) {
+    return f.page_float_how.float_to_edge == css::box::float_edge::top;
 }
 
 // What a float of height `h` adds to its edge's height: the edge box's frame comes with the first.
@@ -71,13 +72,14 @@ areas::area inner_of(page_set const& set, page_float const& f, areas::area body)
     return body;
 }
 
-void add(page_set& set, page_float const& f, packed const& p) {
+void add(page_set& set, page_float const& f, packed p, int counter) {
     float const h = cost(set, f, p.packed_height);
+    placed_float pf{.placed_what = f, .placed_packed = std::move(p), .placed_counter = counter};
     if (is_top(f)) {
-        set.tops.push_back({f, p});
+        set.tops.push_back(std::move(pf));
         set.tops_height += h;
     } else {
-        set.bottoms.push_back({f, p});
+        set.bottoms.push_back(std::move(pf));
         set.bottoms_height += h;
     }
 }
@@ -103,8 +105,47 @@ page_info with_body(page_info info, areas::area const& a) {
     return info;
 }
 
+// The page before the flow with the footnotes of the placed floats among its own: their area takes
+// its room from the foot of the body as the flow begins, and the body's calls count on after them.
+page_info with_float_notes(page_info info, page_set const& set) {
+    auto const notes = notes_of(set);
+    if (notes.empty()) {
+        return info;
+    }
+    auto list = std::vector<page_footnote>(footnotes_of(info.accum).begin(), footnotes_of(info.accum).end());
+    list.insert(list.end(), notes.begin(), notes.end());
+    info.packed_stuff.footnotes_height =
+        std::max(info.packed_stuff.footnotes_height, footnotes::height_needed(info, list, info.general.body_area));
+    info.accum.page_footnotes = share(std::move(list));
+    info.general.footnote_counter += static_cast<int>(notes.size());
+    return info;
+}
+
+// The floats' footnotes take the page's first numbers, in the order of `notes_of`: a float packed
+// when others were placed, or taken away since, is packed again with its numbers. The height it had
+// is kept, which only the widths of its numbers can change.
+void renumber(page_set& set, page_info const& info, areas::area const& body) {
+    int counter = info.general.footnote_counter;
+    for (auto* list : {&set.tops, &set.bottoms}) {
+        for (auto& p : *list) {
+            if (p.placed_counter != counter) {
+                auto const& f = p.placed_what;
+                auto again = p.placed_packed.packed_rest
+                                 ? pack_part(info, f.page_float_body, inner_of(set, f, body), counter,
+                                             p.placed_packed.packed_height)
+                                 : pack_float(info, f.page_float_body, inner_of(set, f, body), counter);
+                if (again) {
+                    again->packed_height = p.placed_packed.packed_height;
+                    p.placed_packed = std::move(*again);
+                    p.placed_counter = counter;
+                }
+            }
+            counter += static_cast<int>(p.placed_packed.packed_notes.size());
+        }
+    }
+}
+
 std::atomic<bool> said_in_flow{false};
-std::atomic<bool> said_footnotes{false};
 
 } // namespace
 
@@ -126,25 +167,56 @@ bool takes_page_float(page_info const& info, css::style::style const& s) {
     return info.flags.pack_page_stuff && page_float_of(s).has_value();
 }
 
-std::optional<packed> pack_float(page_info info, prepack::block const& b, areas::area const& body) {
-    // A page float is never split: it is packed in an area of the body's width that never ends, and
-    // page floats met inside it are its own content.
-    areas::area const a{.top = 0, .bottom = -1000000.0f, .left = body.left, .right = body.right};
+namespace {
+
+// The footnotes a float's packing called, past the `called` the page had before it.
+std::vector<page_footnote> notes_called(accum const& a, std::size_t called) {
+    auto const list = footnotes_of(a);
+    if (list.size() <= called) {
+        return {};
+    }
+    return {list.begin() + static_cast<std::ptrdiff_t>(called), list.end()};
+}
+
+// A float packed as wide as the body, in an area `room` tall: unbounded for a float never split.
+std::optional<packed> pack_wide(page_info info, prepack::block const& b, areas::area const& body, int counter,
+                                std::optional<float> room) {
+    areas::area const a{.top = 0, .bottom = room ? -*room : -1000000.0f, .left = body.left, .right = body.right};
     info.flags = flags{.max_page_area = true};
+    info.general.footnote_counter = counter;
     auto const called = footnotes_of(info.accum).size();
-    auto const log = info.general.log;
     auto r = block::pack_block(std::move(info), block::page_float_block{}, b, mc::fresh(),
                                areas::areas{.container = a, .available = {a}});
-    auto const* p = std::get_if<block::packed_main>(&r.res);
+    auto* p = std::get_if<block::packed_main>(&r.res);
     if (!p) {
         return std::nullopt;
     }
-    if (footnotes_of(r.out_info.accum).size() > called && !said_footnotes.exchange(true)) {
-        log::log_warning(log, "footnotes called inside page floats are not supported yet: their "
-                                           "bodies are left out");
-    }
     float const bottom = r.out_areas.container.top - std::max(0.0f, mc::value_of(r.out_gap));
-    return packed{.packed_box = p->b_packed_box, .packed_height = -bottom};
+    return packed{.packed_box = p->b_packed_box,
+                  .packed_height = room ? std::min(-bottom, *room) : -bottom,
+                  .packed_notes = notes_called(r.out_info.accum, called),
+                  .packed_rest = std::move(p->b_remain_portion)};
+}
+
+} // namespace
+
+std::optional<packed> pack_float(page_info info, prepack::block const& b, areas::area const& body, int counter) {
+    return pack_wide(std::move(info), b, body, counter, std::nullopt);
+}
+
+std::optional<packed> pack_part(page_info info, prepack::block const& b, areas::area const& body, int counter,
+                                float room) {
+    return pack_wide(std::move(info), b, body, counter, std::max(room, 1.0f));
+}
+
+std::vector<page_footnote> notes_of(page_set const& set) {
+    std::vector<page_footnote> out;
+    for (auto const* list : {&set.tops, &set.bottoms}) {
+        for (auto const& p : *list) {
+            out.insert(out.end(), p.placed_packed.packed_notes.begin(), p.placed_packed.packed_notes.end());
+        }
+    }
+    return out;
 }
 
 areas::area flow_area(page_set const& set, areas::area const& body) {
@@ -218,24 +290,41 @@ page_res flow_page(page_info const& info, std::vector<page_float> const& carried
     auto const body = info.general.body_area;
     out.res_set.tops_box = edge_box_of(info, true, body);
     out.res_set.bottoms_box = edge_box_of(info, false, body);
+    // The floats' footnotes are numbered first on the page, in the order they are placed.
+    int const counter = info.general.footnote_counter;
+    auto next_counter = [&]() { return counter + static_cast<int>(notes_of(out.res_set).size()); };
     // Once a float waits, the floats after it wait too, so that they keep their order.
     bool blocked = false;
 
-    // The floats carried over come first, while the page has room for them. The first of them is
-    // placed whatever its height: a float taller than the page would otherwise wait for ever. Then it
-    // has the page to itself.
+    // The floats carried over come first, while the page has room for them. The first of them that
+    // does not fit on a page of its own is split: its first part has the page to itself, and its rest
+    // waits at the head of the floats for the next page.
     bool floats_only = false;
     for (auto const& f : carried) {
-        auto const p = blocked ? std::nullopt : pack_float(info, f.page_float_body, inner_of(out.res_set, f, body));
+        auto p = blocked ? std::nullopt
+                         : pack_float(info, f.page_float_body, inner_of(out.res_set, f, body), next_counter());
         float const room = areas::height_of(flow_area(out.res_set, body)) - info.packed_stuff.footnotes_height;
         if (p && cost(out.res_set, f, p->packed_height) <= room + tolerance) {
-            add(out.res_set, f, *p);
+            int const c = next_counter();
+            add(out.res_set, f, std::move(*p), c);
             continue;
         }
         if (p && out.res_set.tops.empty() && out.res_set.bottoms.empty()) {
-            add(out.res_set, f, *p);
-            floats_only = true;
-            continue;
+            float const inner = room - cost(out.res_set, f, 0);
+            auto part = pack_part(info, f.page_float_body, inner_of(out.res_set, f, body), next_counter(), inner);
+            if (part) {
+                auto rest = part->packed_rest;
+                int const c = next_counter();
+                add(out.res_set, f, std::move(*part), c);
+                if (rest) {
+                    auto again = f;
+                    again.page_float_body = std::move(*rest);
+                    out.res_waiting.push_back(std::move(again));
+                    blocked = true;
+                }
+                floats_only = true;
+                continue;
+            }
         }
         blocked = true;
         out.res_waiting.push_back(f);
@@ -252,8 +341,9 @@ page_res flow_page(page_info const& info, std::vector<page_float> const& carried
     // Floats taken away again because their call left the page: they are not tried again here.
     std::vector<page_float> refused;
     for (int round = 0;; ++round) {
+        renumber(out.res_set, info, body);
         auto const a = flow_area(out.res_set, body);
-        auto r = flow(with_body(info, a), a);
+        auto r = flow(with_float_notes(with_body(info, a), out.res_set), a);
         auto const met = met_by(r);
         bool changed = false;
         for (auto it = placed.begin(); it != placed.end();) {
@@ -274,12 +364,15 @@ page_res flow_page(page_info const& info, std::vector<page_float> const& carried
             }
             bool const may_place =
                 round < placing_rounds && !blocked && !f.page_float_how.float_next && !contains(refused, f);
-            auto const p = may_place ? pack_float(info, f.page_float_body, inner_of(out.res_set, f, body)) : std::nullopt;
+            auto p = may_place
+                         ? pack_float(info, f.page_float_body, inner_of(out.res_set, f, body), next_counter())
+                         : std::nullopt;
             // The floats placed in this round take their room from below the call too.
             float const taken = out.res_set.tops_height + out.res_set.bottoms_height -
                                 (body.top - a.top) - (a.bottom - body.bottom);
             if (p && f.page_float_y - taken - cost(out.res_set, f, p->packed_height) >= floor - tolerance) {
-                add(out.res_set, f, *p);
+                int const c = next_counter();
+                add(out.res_set, f, std::move(*p), c);
                 placed.push_back(f);
                 changed = true;
             } else {

@@ -1,7 +1,8 @@
-// Page floats: blocks floated to the top or bottom of the page area. The flow sets them aside where it
-// meets them; the page loop stacks them at the top and bottom of the body, in the order met, and flows
-// the body again in the room they leave. One that doesn't fit, or asks for the next page, waits for
-// the next page, and those met after it wait behind it.
+// Page floats: blocks floated to the top or bottom of the page area. The flow
+// sets them aside where it meets them; the page loop stacks them at the top and bottom of the body, in
+// the order met, and flows the body again in the room they leave. One that doesn't fit, or asks for
+// the next page, waits for the next page, and those met after it wait behind it; one taller than a
+// page is split, its rest first on the next page.
 #pragma once
 
 #include "css/style.hpp"
@@ -28,19 +29,29 @@ void note_in_flow(log::log const& log, css::style::style const& s);
 /// How a style floats to the page, if it does.
 std::optional<css::box::page_column_float> page_float_of(css::style::style const& s);
 
-/// A page float packed as wide as the body: its box with the top of its margin box at y = 0, and
-/// its height with its margins.
+/// A page float packed: its box with the top of its margin box at y = 0, its height with its margins,
+/// and the footnotes its text calls.
 struct packed {
     ref<box> packed_box;
     float packed_height = 0;
+    std::vector<page_footnote> packed_notes;
+    /// The rest of a float split at the foot of the room it was given.
+    std::optional<prepack::block> packed_rest;
 };
 
-/// Packs a page float for a body area; it is never split. None when it gives no box.
-std::optional<packed> pack_float(page_info info, prepack::block const& b, areas::area const& body);
+/// Packs a page float whole for a body area, its footnotes numbered after `counter`. None when it
+/// gives no box.
+std::optional<packed> pack_float(page_info info, prepack::block const& b, areas::area const& body, int counter);
+
+/// Packs the part of a page float that fits in `room` (with its margins), the rest handed back.
+std::optional<packed> pack_part(page_info info, prepack::block const& b, areas::area const& body, int counter,
+                                float room);
 
 struct placed_float {
     page_float placed_what;
     packed placed_packed;
+    /// The footnote counter its footnotes were numbered after.
+    int placed_counter = 0;
 };
 
 /// The box that the floats to one edge of the page stand in, when the page rule styles its region
@@ -66,6 +77,10 @@ struct page_set {
     std::optional<edge_box> bottoms_box;
 };
 
+/// The footnotes the placed floats call: the tops', then the bottoms', each in order. They come
+/// first among the page's footnotes and take the first numbers of the page.
+std::vector<page_footnote> notes_of(page_set const& set);
+
 /// The body area less the room the floats take.
 areas::area flow_area(page_set const& set, areas::area const& body);
 
@@ -87,7 +102,10 @@ struct page_res {
 
 /// Places the floats carried from the page before, then flows the body and places the floats its
 /// flow met, flowing again after each change, until the floats placed are those whose calls the
-/// flow holds. `info.general.body_area` is the page's body.
+/// flow holds. `info.general.body_area` is the page's body. The first float carried over that is
+/// taller than the page is split: its first part has the page to itself, its rest waits first.
+/// The footnotes that the placed floats call join the page's, numbered first on the page: the body's
+/// calls are numbered after them.
 page_res flow_page(page_info const& info, std::vector<page_float> const& carried, flow_fn const& flow);
 
 } // namespace vellum::pack::page_floats

@@ -304,21 +304,31 @@ bool pack_outflow(run_state& s, linebreak::outflow const& out, bool max_area) {
         return true;
     }
     // A float to the top or bottom of the page is set aside for the page loop where the line stands.
-    // Where page floats can't be placed it floats to the left.
+    // Where page floats can't be placed it floats to the left. With `unless-fit` it stays where it is
+    // called, beside the text at the left like an ordinary float, when it fits there.
     auto const& style = *ib->inline_block_style;
-    if (page_floats::takes_page_float(s.info, style)) {
-        s.info.accum.page_floats.push_back(page_float{.page_float_body = *ib->inline_block_block,
-                                                      .page_float_how = *page_floats::page_float_of(style),
-                                                      .page_float_y = s.areas.container.top});
-        return true;
-    }
-    page_floats::note_in_flow(s.info.general.log, style);
-    auto const side = floats::float_side(style, s.info).value_or(floats::side::left);
     auto const flags = s.info.flags;
     // The calls on the part of the line in front of the float are counted when that line is placed.
     int const counter = s.info.general.footnote_counter;
-    auto placed = floats::place_float(with_state(s.info, out.outflow_page_info), *ib->inline_block_block, side,
-                                      s.areas.container.top, s.areas, max_area);
+    std::optional<floats::placed> placed;
+    if (page_floats::takes_page_float(s.info, style)) {
+        auto const how = *page_floats::page_float_of(style);
+        if (how.float_unless_fit) {
+            placed = floats::place_float(with_state(s.info, out.outflow_page_info), *ib->inline_block_block,
+                                         floats::side::left, s.areas.container.top, s.areas, false);
+        }
+        if (!placed) {
+            s.info.accum.page_floats.push_back(page_float{.page_float_body = *ib->inline_block_block,
+                                                          .page_float_how = how,
+                                                          .page_float_y = s.areas.container.top});
+            return true;
+        }
+    } else {
+        page_floats::note_in_flow(s.info.general.log, style);
+        auto const side = floats::float_side(style, s.info).value_or(floats::side::left);
+        placed = floats::place_float(with_state(s.info, out.outflow_page_info), *ib->inline_block_block, side,
+                                     s.areas.container.top, s.areas, max_area);
+    }
     if (!placed) {
         return false;
     }

@@ -7,6 +7,7 @@
 #include "prepack/box_support.hpp"
 
 #include <cmath>
+#include <optional>
 #include <fstream>
 #include <sstream>
 
@@ -33,17 +34,31 @@ struct page_walk {
     std::ostringstream& out;
     float top = 0;
     int lines = 0;
+    /// With the body's left edge: ids also give their x, and lines their x where it isn't the left.
+    std::optional<float> left;
 
     void box(pack::box const& b) {
         if (auto const* o = std::get_if<prepack::type_original>(&b.box_type); o && o->stuff->given_ids) {
             for (auto const& id : o->stuff->given_ids->second) {
-                out << " " << id.id << "@" << std::lround(top - b.box_y);
+                out << " " << id.id << "@";
+                if (left) {
+                    out << std::lround(b.box_x - *left) << ",";
+                }
+                out << std::lround(top - b.box_y);
             }
         }
         std::visit(overloaded{
                        [&](para const& p) {
                            for (auto const& l : p.para_lines) {
-                               lines += std::holds_alternative<linebox>(l) ? 1 : 0;
+                               if (auto const* lb = std::get_if<linebox>(&l)) {
+                                   ++lines;
+                                   if (left && std::lround(lb->linebox_x - *left) != 0) {
+                                       out << " line@" << std::lround(lb->linebox_x - *left) << ","
+                                           << std::lround(top - lb->linebox_base);
+                                   }
+                               } else if (auto const* f = std::get_if<float_box>(&l)) {
+                                   box(*f->float_box_box);
+                               }
                            }
                        },
                        [&](boxes const& bs) {
@@ -63,19 +78,35 @@ struct page_walk {
                        },
                        [](table_anony_box const&) {},
                        [](table const&) {},
-                       [](list const&) {},
+                       [&](list const& l) {
+                           // A marker's box has no extent: its line says where it stands.
+                           if (l.list_box.markerbox && left) {
+                               auto const* mp = std::get_if<para>(&(*l.list_box.markerbox)->box_content);
+                               auto const* ml = mp && !mp->para_lines.empty()
+                                                    ? std::get_if<linebox>(&mp->para_lines.front())
+                                                    : nullptr;
+                               if (ml) {
+                                   out << " marker@" << std::lround(ml->linebox_x - *left);
+                               }
+                           }
+                           box(*l.list_box.list_content);
+                       },
                        [](image const&) {},
                    },
                    b.box_content);
     }
 };
 
-// "page N: lines=L id@y ..." for each page, the ids in painting order.
-std::string dump(std::vector<ref<packed_page>> const& pages) {
+// "page N: lines=L id@y ..." for each page, the ids in painting order; with `xs`, "id@x,y", and the
+// lines that don't start at the body's left edge as "line@x,baseline".
+std::string dump(std::vector<ref<packed_page>> const& pages, bool xs = false) {
     std::ostringstream out;
     for (std::size_t i = 0; i < pages.size(); ++i) {
         std::ostringstream ids;
-        page_walk w{.out = ids, .top = pages[i]->body_box.body_pos.y};
+        auto const& body = pages[i]->body_box;
+        page_walk w{.out = ids,
+                    .top = body.body_pos.y,
+                    .left = xs ? std::optional<float>(body.body_pos.x) : std::nullopt};
         for (auto const& b : pages[i]->body_box.body_content) {
             w.box(*b);
         }
@@ -125,10 +156,28 @@ TEST(page_floats, unless_fit_stays_in_the_flow_where_it_fits) {
               "page 1: lines=9\npage 2: lines=0 u@50\n");
 }
 
-TEST(page_floats, a_float_taller_than_the_page_gets_a_page_of_its_own) {
-    EXPECT_EQ(dump(pack_html(".t { float: top; height: 300pt }", paras(1) + "<div class=t id=huge></div>" +
+TEST(page_floats, a_float_taller_than_the_page_is_split_over_the_pages_after_its_call) {
+    // 25 lines of 10pt in a body of 100pt: the float waits for the page after its call, fills it and
+    // the next, and its last five lines come first on the third, where the text goes on.
+    EXPECT_EQ(dump(pack_html(".t { float: top } .t p { margin: 0 }",
+                             paras(1) + "<section class=t id=huge>" + paras(25) + "</section>" + paras(12))),
+              "page 1: lines=10\npage 2: lines=10 huge@0\npage 3: lines=10\npage 4: lines=8\n");
+    // A float of fixed height is cut at the foot of the page too, its rest on the next page.
+    EXPECT_EQ(dump(pack_html(".t { float: top; height: 250pt }", paras(1) + "<div class=t id=huge></div>" +
                                                                       paras(1))),
-              "page 1: lines=2\npage 2: lines=0 huge@0\n");
+              "page 1: lines=2\npage 2: lines=0 huge@0\npage 3: lines=0\npage 4: lines=0\n");
+}
+
+TEST(page_floats, unless_fit_called_in_a_paragraph_stays_beside_its_line_where_it_fits) {
+    // The float fits where it is called: it stands at the left of the line, which runs beside it.
+    EXPECT_EQ(dump(pack_html(".u { display: block; float: top unless-fit; width: 40pt; height: 15pt }",
+                             "<p>one <span class=u id=u></span>two</p>" + paras(1)),
+                   true),
+              "page 1: lines=2 u@0,0 line@40,8 line@40,18\n");
+    // Called on the last line of the page it doesn't fit there: it goes to the top of the next page.
+    EXPECT_EQ(dump(pack_html(".u { display: block; float: top unless-fit; width: 40pt; height: 15pt }",
+                             paras(9) + "<p>one <span class=u id=u></span>two</p>" + paras(1))),
+              "page 1: lines=10\npage 2: lines=1 u@0\n");
 }
 
 TEST(page_floats, column_floats_go_to_the_top_and_bottom_of_their_column) {
@@ -138,6 +187,33 @@ TEST(page_floats, column_floats_go_to_the_top_and_bottom_of_their_column) {
                              "<section class=m>" + paras(1) + "<div class=b id=b></div><div class=t id=t></div>" +
                                  paras(2) + "</section>")),
               "page 1: lines=3 t@0 b@80\n");
+}
+
+// A page float's footnotes reach the foot of the page it is placed on. They take the page's first
+// numbers: the float stands above the text of the page.
+TEST(page_floats, footnotes_called_in_a_page_float_come_first_in_the_footnote_area) {
+    auto const pages = pack_html(".t { float: top } .fn { float: footnote }",
+                                 "<p>a<span class=fn id=n1>x</span></p><section class=t><p>f<span class=fn "
+                                 "id=n2>y</span></p></section><p>b<span class=fn id=n3>z</span></p>");
+    ASSERT_EQ(pages.size(), 1u);
+    auto const d = dump(pages);
+    auto const at = [&](std::string const& id) { return d.find(" " + id + "@"); };
+    ASSERT_NE(at("n1"), std::string::npos) << d;
+    ASSERT_NE(at("n2"), std::string::npos) << d;
+    ASSERT_NE(at("n3"), std::string::npos) << d;
+    EXPECT_LT(at("n2"), at("n1")) << d;
+    EXPECT_LT(at("n1"), at("n3")) << d;
+}
+
+TEST(page_floats, a_footnote_marker_outside_hangs_left_of_the_body) {
+    // Outside (the default) the marker box stands left of the body's edge; inside it starts the text.
+    auto const outside = dump(pack_html(".fn { float: footnote }", "<p>a<span class=fn id=n>x</span></p>"), true);
+    EXPECT_NE(outside.find(" marker@-"), std::string::npos) << outside;
+    EXPECT_EQ(dump(pack_html(".fn { float: footnote; footnote-style-position: inside }",
+                             "<p>a<span class=fn id=n>x</span></p>"),
+                   true)
+                  .find(" marker@"),
+              std::string::npos);
 }
 
 } // namespace

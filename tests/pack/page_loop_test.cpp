@@ -64,6 +64,17 @@ void text_of(std::string& out, box const& b) {
                 out += "\n";
             }
         }
+    } else if (auto const* li = std::get_if<list>(&b.box_content)) {
+        // An outside marker reads as the start of its item's first line.
+        if (li->list_box.markerbox) {
+            std::string marker;
+            text_of(marker, **li->list_box.markerbox);
+            while (!marker.empty() && (marker.back() == '\n' || marker.back() == ' ')) {
+                marker.pop_back();
+            }
+            out += marker + " ";
+        }
+        text_of(out, *li->list_box.list_content);
     }
 }
 

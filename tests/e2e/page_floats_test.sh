@@ -1,0 +1,106 @@
+#!/usr/bin/env bash
+# Page floats through the program: a float taller than the page is split over the pages after its
+# call; `unless-fit` inside a paragraph keeps a float that fits beside its line; footnotes called
+# inside a page float reach the foot of the page, numbered first there, above the text's.
+VELLUM=$1
+DATA=$2
+source "$DATA/lib.sh"
+cd "$work"
+
+# box_of PDF PAGE WORD: "x y" of the first such word on the page, from pdftotext -bbox.
+box_of() {
+    pdftotext -f "$2" -l "$2" -bbox "$1" - |
+        sed -n 's/.*xMin="\([0-9.]*\)" yMin="\([0-9.]*\)".*>\([^<]*\)<\/word>/\3 \1 \2/p' |
+        awk -v w="$3" '$1 == w { print $2, $3; exit }'
+}
+pages_of() { pdfinfo "$1" | awk '/^Pages:/ { print $2 }'; }
+
+head='<!DOCTYPE html><html><head><style>
+@page { size: 300pt 400pt; margin: 30pt }
+body { margin: 0; font: 10pt/12pt "DejaVu Sans" }
+p { margin: 0 }'
+
+# A float taller than the page: its first part fills the page after its call, its rest comes first
+# on the next page, followed by the text after the call that page 1 had no room for.
+{
+    echo "$head"
+    echo '.t { float: top }
+</style></head><body><p>Callpage text.</p><div class="t">'
+    for i in $(seq 1 40); do echo "<p>Floatline$i</p>"; done
+    echo '</div>'
+    for i in $(seq 1 40); do echo "<p>Body$i text.</p>"; done
+    echo '</body></html>'
+} >tall.html
+timeout 60 "$VELLUM" tall.html -o tall.pdf 2>tall.err
+expect_eq "tall: status" "$?" 0
+qpdf_clean "tall" tall.pdf
+expect_eq "tall: no warnings" "$(cat tall.err)" ""
+text=$(pdftotext tall.pdf -)
+expect_eq "tall: every line of the float once" "$(grep -o 'Floatline[0-9]*' <<<"$text" | sort -u | wc -l)" 40
+expect_eq "tall: no line of the float twice" "$(grep -o 'Floatline[0-9]*' <<<"$text" | wc -l)" 40
+[ -n "$(box_of tall.pdf 2 Floatline1)" ] || fail "tall: the float does not start on page 2"
+# 28 lines of 12pt fill a body of 340pt: the rest of the float, from line 29, opens page 3.
+read -r fx fy <<<"$(box_of tall.pdf 3 Floatline29)"
+awk -v y="$fy" 'BEGIN { exit !(y < 33) }' || fail "tall: the float's rest is not at the top of page 3 ($fy)"
+read -r bx by <<<"$(box_of tall.pdf 3 Body40)"
+awk -v b="$by" -v f="$fy" 'BEGIN { exit !(b > f) }' || fail "tall: the text below the float's rest on page 3"
+[ -n "$(box_of tall.pdf 1 Body1)" ] || fail "tall: the text after the call does not go on on page 1"
+
+# unless-fit inside a paragraph: where the float fits it stays beside its line at the left.
+cat >unless.html <<HTML
+$head
+.u { display: block; float: top unless-fit; width: 70pt; border: 1pt solid }
+</style></head><body><p>Before words <span class="u">Keptfloat</span> after words.</p></body></html>
+HTML
+timeout 60 "$VELLUM" unless.html -o unless.pdf 2>unless.err
+expect_eq "unless-fit: status" "$?" 0
+read -r kx ky <<<"$(box_of unless.pdf 1 Keptfloat)"
+read -r bx by <<<"$(box_of unless.pdf 1 Before)"
+awk -v x="$kx" -v y="$ky" 'BEGIN { exit !(x < 33 && y < 35) }' || fail "unless-fit: float at $kx,$ky"
+awk -v x="$bx" 'BEGIN { exit !(x > 100) }' || fail "unless-fit: the line ($bx) does not run beside the float"
+
+# Footnotes called in a page float are placed at the foot of the page, numbered first there: the
+# float stands above the text. The text's calls before and after it are 2 and 3.
+cat >notes.html <<HTML
+$head
+.t { float: top; border-bottom: 1pt solid }
+.fn { float: footnote; font-size: 8pt }
+</style></head><body><p>Textone<span class="fn">Noteone.</span> words.</p>
+<div class="t">Floattext<span class="fn">Notefloat.</span> here.</div>
+<p>Texttwo<span class="fn">Notetwo.</span> words.</p></body></html>
+HTML
+timeout 60 "$VELLUM" notes.html -o notes.pdf 2>notes.err
+expect_eq "float notes: status" "$?" 0
+qpdf_clean "float notes" notes.pdf
+expect_eq "float notes: no warnings" "$(cat notes.err)" ""
+text=$(pdftotext -layout notes.pdf -)
+expect_contains "float notes: call in the float" "$text" "Floattext1"
+expect_contains "float notes: call before the float" "$text" "Textone2"
+expect_contains "float notes: call after the float" "$text" "Texttwo3"
+read -r n1x n1y <<<"$(box_of notes.pdf 1 Notefloat.)"
+read -r n2x n2y <<<"$(box_of notes.pdf 1 Noteone.)"
+read -r n3x n3y <<<"$(box_of notes.pdf 1 Notetwo.)"
+awk -v a="$n1y" -v b="$n2y" -v c="$n3y" 'BEGIN { exit !(a > 300 && b > a && c > b) }' ||
+    fail "float notes: bodies at $n1y, $n2y, $n3y, not at the foot in the order of their numbers"
+
+# A float taller than the page calling a footnote: the note goes on to the page after the float's first
+# part, numbered after the calls of page 1 (the text after the float goes on there).
+{
+    echo "$head"
+    echo '.t { float: top } .fn { float: footnote; font-size: 8pt }
+</style></head><body><p>Start<span class="fn">Firstnote.</span> text.</p><div class="t">'
+    echo '<p>Tallfloat<span class="fn">Tallnote.</span> begins.</p>'
+    for i in $(seq 1 40); do echo "<p>More$i</p>"; done
+    echo '</div><p>Later<span class="fn">Laternote.</span> text.</p></body></html>'
+} >tallnote.html
+timeout 60 "$VELLUM" tallnote.html -o tallnote.pdf 2>tallnote.err
+expect_eq "tall float note: status" "$?" 0
+expect_eq "tall float note: no warnings" "$(cat tallnote.err)" ""
+text=$(pdftotext -layout tallnote.pdf -)
+expect_eq "tall float note: each note once" "$(grep -o -e Firstnote -e Tallnote -e Laternote <<<"$text" | sort -u | wc -l)" 3
+# The float's note goes on to page 3, under the rest of the float.
+[ -n "$(box_of tallnote.pdf 3 Tallnote.)" ] || fail "tall float note: the float's note is not on page 3"
+expect_contains "tall float note: the float's call, placed after the text of page 1" "$text" "Tallfloat3"
+expect_contains "tall float note: the call after it, on page 1" "$text" "Later2"
+
+finish
