@@ -59,6 +59,11 @@ TEST(default_sheets, read_without_warnings_and_keep_every_declaration) {
             for (auto const& d : p.page_declarations) {
                 kept.insert(d.index);
             }
+            for (auto const& [region, declarations] : p.page_regions) {
+                for (auto const& d : declarations) {
+                    kept.insert(d.index);
+                }
+            }
         }
         for (auto const& f : e.fonts) {
             for (auto const& d : f) {
