@@ -71,13 +71,14 @@ std::vector<piece> pieces_of(std::span<page_footnote const> list) {
                 spans.push_back(prepack::span_sep{prepack::sep_space{}});
             }
             // Each note keeps its own style: its text goes in a span of it.
-            spans.push_back(prepack::span_nested{prepack::nested_span{.span_content = std::move(more),
-                                                                      .span_style = n.footnote_style}});
+            spans.push_back(prepack::span_nested{
+                prepack::nested_span{.span_content = std::move(more), .span_style = n.footnote_style}});
             notes.push_back(n);
         }
         auto first = notes.front();
-        first.footnote_body = share(prepack::block{.block_content = prepack::bcontent_para{prepack::para{.para_spans = std::move(spans)}},
-                                                   .block_style = first.footnote_style});
+        first.footnote_body = share(prepack::block{
+            .block_content = prepack::bcontent_para{prepack::para{.para_spans = std::move(spans)}},
+            .block_style = first.footnote_style});
         out.push_back({.piece_note = std::move(first), .piece_notes = std::move(notes)});
     }
     return out;

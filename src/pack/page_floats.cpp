@@ -114,8 +114,8 @@ page_info with_float_notes(page_info info, page_set const& set) {
     }
     auto list = std::vector<page_footnote>(footnotes_of(info.accum).begin(), footnotes_of(info.accum).end());
     list.insert(list.end(), notes.begin(), notes.end());
-    info.packed_stuff.footnotes_height =
-        std::max(info.packed_stuff.footnotes_height, footnotes::height_needed(info, list, info.general.body_area));
+    info.packed_stuff.footnotes_height = std::max(
+        info.packed_stuff.footnotes_height, footnotes::height_needed(info, list, info.general.body_area));
     info.accum.page_footnotes = share(std::move(list));
     info.general.footnote_counter += static_cast<int>(notes.size());
     return info;
@@ -179,9 +179,13 @@ std::vector<page_footnote> notes_called(accum const& a, std::size_t called) {
 }
 
 // A float packed as wide as the body, in an area `room` tall: unbounded for a float never split.
-std::optional<packed> pack_wide(page_info info, prepack::block const& b, areas::area const& body, int counter,
+std::optional<packed> pack_wide(page_info info,
+                                prepack::block const& b,
+                                areas::area const& body,
+                                int counter,
                                 std::optional<float> room) {
-    areas::area const a{.top = 0, .bottom = room ? -*room : -1000000.0f, .left = body.left, .right = body.right};
+    areas::area const a{
+        .top = 0, .bottom = room ? -*room : -1000000.0f, .left = body.left, .right = body.right};
     info.flags = flags{.max_page_area = true};
     info.general.footnote_counter = counter;
     auto const called = footnotes_of(info.accum).size();
@@ -200,12 +204,13 @@ std::optional<packed> pack_wide(page_info info, prepack::block const& b, areas::
 
 } // namespace
 
-std::optional<packed> pack_float(page_info info, prepack::block const& b, areas::area const& body, int counter) {
+std::optional<packed>
+pack_float(page_info info, prepack::block const& b, areas::area const& body, int counter) {
     return pack_wide(std::move(info), b, body, counter, std::nullopt);
 }
 
-std::optional<packed> pack_part(page_info info, prepack::block const& b, areas::area const& body, int counter,
-                                float room) {
+std::optional<packed>
+pack_part(page_info info, prepack::block const& b, areas::area const& body, int counter, float room) {
     return pack_wide(std::move(info), b, body, counter, std::max(room, 1.0f));
 }
 
@@ -301,8 +306,9 @@ page_res flow_page(page_info const& info, std::vector<page_float> const& carried
     // waits at the head of the floats for the next page.
     bool floats_only = false;
     for (auto const& f : carried) {
-        auto p = blocked ? std::nullopt
-                         : pack_float(info, f.page_float_body, inner_of(out.res_set, f, body), next_counter());
+        auto p = blocked
+                     ? std::nullopt
+                     : pack_float(info, f.page_float_body, inner_of(out.res_set, f, body), next_counter());
         float const room = areas::height_of(flow_area(out.res_set, body)) - info.packed_stuff.footnotes_height;
         if (p && cost(out.res_set, f, p->packed_height) <= room + tolerance) {
             int const c = next_counter();
@@ -311,7 +317,8 @@ page_res flow_page(page_info const& info, std::vector<page_float> const& carried
         }
         if (p && out.res_set.tops.empty() && out.res_set.bottoms.empty()) {
             float const inner = room - cost(out.res_set, f, 0);
-            auto part = pack_part(info, f.page_float_body, inner_of(out.res_set, f, body), next_counter(), inner);
+            auto part =
+                pack_part(info, f.page_float_body, inner_of(out.res_set, f, body), next_counter(), inner);
             if (part) {
                 auto rest = part->packed_rest;
                 int const c = next_counter();

@@ -41,11 +41,12 @@ struct packed {
 
 /// Packs a page float whole for a body area, its footnotes numbered after `counter`. None when it
 /// gives no box.
-std::optional<packed> pack_float(page_info info, prepack::block const& b, areas::area const& body, int counter);
+std::optional<packed>
+pack_float(page_info info, prepack::block const& b, areas::area const& body, int counter);
 
 /// Packs the part of a page float that fits in `room` (with its margins), the rest handed back.
-std::optional<packed> pack_part(page_info info, prepack::block const& b, areas::area const& body, int counter,
-                                float room);
+std::optional<packed>
+pack_part(page_info info, prepack::block const& b, areas::area const& body, int counter, float room);
 
 struct placed_float {
     page_float placed_what;

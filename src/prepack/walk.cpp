@@ -1064,7 +1064,8 @@ struct walker {
             auto marker = pseudo_box(e, info, pseudo_element::footnote_marker);
             // A block footnote with its marker outside hangs the marker in the margin left of its
             // body, as a list item does; inside, and in an inline footnote, the marker starts the text.
-            bool const hang = !*footnote && s.footnote_style_position == css::box::list_style_position::outside &&
+            bool const hang = !*footnote &&
+                              s.footnote_style_position == css::box::list_style_position::outside &&
                               marker.size() == 1 && std::holds_alternative<th_span>(marker.front());
             if (hang) {
                 auto marker_spans = std::move(std::get<th_span>(marker.front()).spans);
@@ -1074,11 +1075,13 @@ struct walker {
                     blocks = std::move(b->blocks);
                 } else {
                     std::vector<block> one;
-                    one.push_back(block{.block_content = std::move(content), .block_style = anonymous_style(style)});
+                    one.push_back(
+                        block{.block_content = std::move(content), .block_style = anonymous_style(style)});
                     blocks = std::move(one);
                 }
-                auto const mb = share(block{.block_content = bcontent_para{para{.para_spans = std::move(marker_spans)}},
-                                            .block_style = anonymous_style(style)});
+                auto const mb =
+                    share(block{.block_content = bcontent_para{para{.para_spans = std::move(marker_spans)}},
+                                .block_style = anonymous_style(style)});
                 footnote_body body = block_footnote{share(block{
                     .block_content = bcontent_list_item{list_item{marker_outside{mb}, std::move(blocks)}},
                     .block_style = style,

@@ -7,8 +7,8 @@
 #include "prepack/box_support.hpp"
 
 #include <cmath>
-#include <optional>
 #include <fstream>
+#include <optional>
 #include <sstream>
 
 #include "pack/pack_html.hpp"
@@ -163,8 +163,8 @@ TEST(page_floats, a_float_taller_than_the_page_is_split_over_the_pages_after_its
                              paras(1) + "<section class=t id=huge>" + paras(25) + "</section>" + paras(12))),
               "page 1: lines=10\npage 2: lines=10 huge@0\npage 3: lines=10\npage 4: lines=8\n");
     // A float of fixed height is cut at the foot of the page too, its rest on the next page.
-    EXPECT_EQ(dump(pack_html(".t { float: top; height: 250pt }", paras(1) + "<div class=t id=huge></div>" +
-                                                                      paras(1))),
+    EXPECT_EQ(dump(pack_html(".t { float: top; height: 250pt }",
+                             paras(1) + "<div class=t id=huge></div>" + paras(1))),
               "page 1: lines=2\npage 2: lines=0 huge@0\npage 3: lines=0\npage 4: lines=0\n");
 }
 
@@ -207,7 +207,8 @@ TEST(page_floats, footnotes_called_in_a_page_float_come_first_in_the_footnote_ar
 
 TEST(page_floats, a_footnote_marker_outside_hangs_left_of_the_body) {
     // Outside (the default) the marker box stands left of the body's edge; inside it starts the text.
-    auto const outside = dump(pack_html(".fn { float: footnote }", "<p>a<span class=fn id=n>x</span></p>"), true);
+    auto const outside =
+        dump(pack_html(".fn { float: footnote }", "<p>a<span class=fn id=n>x</span></p>"), true);
     EXPECT_NE(outside.find(" marker@-"), std::string::npos) << outside;
     EXPECT_EQ(dump(pack_html(".fn { float: footnote; footnote-style-position: inside }",
                              "<p>a<span class=fn id=n>x</span></p>"),
