@@ -82,8 +82,9 @@ std::optional<prepack::block> run_in_merged(page_info const& info, prepack::bloc
         .span_type = run_in.block_type,
         .span_bg = run_in.block_bg,
     }};
-    auto items = spans_to_knuth::para_to_knuths(info, next.block_style,
-                                                prepack::para{.para_spans = {std::move(inline_run_in)}}, width)
+    auto items = spans_to_knuth::para_to_knuths(
+                     info, next.block_style,
+                     prepack::para{.para_spans = {std::move(inline_run_in)}, .para_text = own->para.para_text}, width)
                      .res_items;
     // The paragraph's own end stays: the run-in's forced break goes.
     while (!items.empty() && knuth::is_forced_break(items.back())) {

@@ -77,7 +77,8 @@ bool same_content(prepack::block const& a, prepack::block const& b) {
     }
     if (auto const* x = std::get_if<prepack::bcontent_para>(&a.block_content)) {
         auto const* y = std::get_if<prepack::bcontent_para>(&b.block_content);
-        return y && x->para.pass_in == y->para.pass_in && x->para.para_spans == y->para.para_spans &&
+        return y && x->para.pass_in == y->para.pass_in && x->para.para_text == y->para.para_text &&
+               x->para.para_spans == y->para.para_spans &&
                x->para.first_line_style == y->para.first_line_style;
     }
     return false;

@@ -953,7 +953,8 @@ para_res pack_para(page_info info,
     if (!res.done) {
         // The spans are needed only to build the items, which the rest carries: they are not copied
         // on to every page of a long paragraph.
-        prepack::para rest{.first_line_style = para.first_line_style,
+        prepack::para rest{.para_text = para.para_text,
+                           .first_line_style = para.first_line_style,
                            .current_line_number = para.current_line_number + res.placed,
                            .pass_in = para.pass_in};
         if (lines) {

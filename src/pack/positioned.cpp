@@ -373,7 +373,7 @@ void gather_fixed_spans(std::vector<prepack::span> const& spans, std::vector<pre
         } else if (auto const* ib = std::get_if<prepack::span_inline_block>(&sp); ib && ib->inline_block) {
             gather_fixed(*ib->inline_block, out);
         } else if (auto const* f = std::get_if<prepack::span_footnote>(&sp)) {
-            if (auto const* bf = std::get_if<prepack::block_footnote>(&*f->footnote_body); bf && bf->footnote_block) {
+            if (auto const* bf = std::get_if<prepack::block_footnote>(&f->note->footnote_body); bf && bf->footnote_block) {
                 gather_fixed(*bf->footnote_block, out);
             }
         }

@@ -86,6 +86,8 @@ textbuf::textbuf string_value(prepack::page_values const& v, prepack::gen_string
 
 struct builder {
     page_info const& info;
+    /// The paragraph text that the spans' text ranges point into.
+    prepack::para_text const& text;
     /// The slots of `out` that no inline box used (see `open_box`).
     mutable std::vector<std::size_t> dead_slots;
 
@@ -105,17 +107,17 @@ struct builder {
     }
 
     // A word under `hyphens: -vellum-expand-all` shows its hyphenation points as middle dots.
-    textbuf::textbuf expanded(css::style::style const& s, textbuf::textbuf const& text) const {
+    textbuf::textbuf expanded(css::style::style const& s, std::u32string_view word) const {
         if (s.hyphens != css::text::hyphens::vellum_expand_all || s.hyphenate_patterns.empty() ||
             !info.general.loader) {
-            return text;
+            return textbuf::textbuf(word);
         }
         auto const rules = eval_knuth::patterns_of(info.general.log, *info.general.hyph,
                                                    *info.general.loader)(s.hyphenate_patterns);
         if (!rules) {
-            return text;
+            return textbuf::textbuf(word);
         }
-        auto const parts = hyphenation::hyphenate(**rules, s.hyphenate_before, s.hyphenate_after, text);
+        auto const parts = hyphenation::hyphenate(**rules, s.hyphenate_before, s.hyphenate_after, textbuf::textbuf(word));
         textbuf::textbuf out;
         for (std::size_t i = 0; i < parts.size(); ++i) {
             if (i > 0) {
@@ -314,29 +316,33 @@ struct builder {
                     join_box(std::move(o), mark, out);
                 },
                 [&](prepack::span_footnote const& f) {
-                    multicol::note_column_stuff(info.general.log, *f.footnote_style, info.general.column_id.has_value());
+                    multicol::note_column_stuff(info.general.log, *f.note->footnote_style,
+                                                info.general.column_id.has_value());
                     // The footnote item comes first, so that the call's counter shows the number the
                     // item has just taken.
+                    auto const& note = *f.note;
                     std::visit(overloaded{
                                    [&](prepack::block_footnote const& b) {
                                        out.push_back(footnote{.footnote_body = b.footnote_block,
-                                                              .footnote_style = f.footnote_style,
+                                                              .footnote_style = note.footnote_style,
                                                               .footnote_type = footnote_page{
                                                                   .page_display = footnote_display::block_footnote}});
                                    },
                                    [&](prepack::inline_footnote const& i) {
-                                       // An inline body travels as an anonymous paragraph of its spans.
+                                       // An inline body travels as an anonymous paragraph of its spans,
+                                       // whose text lies in this paragraph's.
                                        auto body = share(prepack::block{
-                                           .block_content = prepack::bcontent_para{prepack::para{.para_spans = i.footnote_spans}},
-                                           .block_style = f.footnote_style});
+                                           .block_content = prepack::bcontent_para{prepack::para{
+                                               .para_spans = i.footnote_spans, .para_text = text}},
+                                           .block_style = note.footnote_style});
                                        out.push_back(footnote{.footnote_body = body,
-                                                              .footnote_style = f.footnote_style,
+                                                              .footnote_style = note.footnote_style,
                                                               .footnote_type = footnote_page{
                                                                   .page_display = footnote_display::inline_footnote}});
                                    },
                                },
-                               *f.footnote_body);
-                    one(req, style, fl, dir, width, *f.call, out);
+                               note.footnote_body);
+                    one(req, style, fl, dir, width, *note.call, out);
                 },
                 [&](prepack::span_inline_block const& b) {
                     bool const w = wraps(*style);
@@ -349,9 +355,11 @@ struct builder {
                         out.push_back(wrap_item());
                     }
                 },
-                [&](prepack::span_text const& t) { out.push_back(word_of(req, style, fl, dir, expanded(*style, t.text))); },
+                [&](prepack::span_text const& t) {
+                    out.push_back(word_of(req, style, fl, dir, expanded(*style, prepack::text_of(text, t.text))));
+                },
                 [&](prepack::span_text_with_hyphen const& t) {
-                    out.push_back(word_of(req, style, fl, dir, t.text));
+                    out.push_back(word_of(req, style, fl, dir, textbuf::textbuf(prepack::text_of(text, t.text))));
                     if (t.hyphen == prepack::hyphen_type::soft) {
                         out.push_back(knuth_penalty{
                             soft{.penaly_font_req = req, .penaly_style = style, .penalty_first_line_style = fl}});
@@ -368,7 +376,7 @@ struct builder {
                 [&](prepack::span_sep const& sp) { separator(req, style, fl, sp.sep, out); },
                 [&](prepack::span_leader const& l) {
                     out.push_back(knuth_leader{.leader_width = l.leader_min_width,
-                                               .leader_textbuf = l.leader_pattern,
+                                               .leader_textbuf = *l.leader_pattern,
                                                .leader_font_req = req,
                                                .leader_style = style,
                                                .leader_first_line_style = fl,
@@ -378,9 +386,9 @@ struct builder {
                 [&](prepack::span_gen_content const& g) {
                     std::visit(overloaded{
                                    [&](prepack::gen_string const& str) {
-                                       auto text = string_value(*info.general.page_values, str);
-                                       if (!text.empty()) {
-                                           out.push_back(word_of(req, style, fl, dir, std::move(text)));
+                                       auto value = string_value(*info.general.page_values, str);
+                                       if (!value.empty()) {
+                                           out.push_back(word_of(req, style, fl, dir, std::move(value)));
                                        }
                                    },
                                    [&](prepack::gen_counter const& c) {
@@ -420,14 +428,14 @@ struct builder {
                         // A floated first letter leaves the line as a float of its own.
                         auto body = share(prepack::block{
                             .block_content = prepack::bcontent_para{prepack::para{
-                                .para_spans = {prepack::span_text{f.first_letter_text}}}},
+                                .para_spans = {prepack::span_text{f.first_letter_text}}, .para_text = text}},
                             .block_style = ls});
                         out.push_back(knuth_box{knuth::inline_block{.inline_block_block = body, .inline_block_style = ls}});
                         return;
                     }
                     auto o = open_of(style, ls, lfl, std::nullopt, prepack::type_anonymous{}, width);
                     std::size_t const mark = open_box(out);
-                    out.push_back(word_of(lreq, ls, lfl, dir, f.first_letter_text));
+                    out.push_back(word_of(lreq, ls, lfl, dir, textbuf::textbuf(prepack::text_of(text, f.first_letter_text))));
                     join_box(std::move(o), mark, out);
                 },
             },
@@ -497,10 +505,12 @@ eval_knuth::script_caller script_caller_of(page_info const& info,
             return std::nullopt;
         }
         bool at_word_start = true;
-        auto const spans = prepack::text::prepare_text(result, prepack::text::settings_of(*f.script_style), at_word_start);
+        textbuf::textbuf words;
+        auto const spans =
+            prepack::text::prepare_text(words, result, prepack::text::settings_of(*f.script_style), at_word_start);
         eval_knuth::script_result out{.result_text = result};
         spans_to_knuths(*page, f.script_font_req, f.script_style, f.script_first_line, f.script_direction, 0.0f, spans,
-                        out.result_items);
+                        share(std::move(words)), out.result_items);
         return out;
     };
 }
@@ -512,8 +522,9 @@ void spans_to_knuths(page_info const& info,
                      fonts::direction dir,
                      float width,
                      std::span<prepack::span const> spans,
+                     prepack::para_text const& text,
                      std::vector<knuth::knuth>& out) {
-    builder b{.info = info};
+    builder b{.info = info, .text = text};
     b.spans(font_req, style, first_line, dir, width, spans, out);
     b.drop_unused_slots(out);
 }
@@ -527,7 +538,7 @@ items_res para_to_knuths(page_info const& info, style_ref const& style, prepack:
     auto const dir = style->rare_props->rare_props_direction == css::box::direction::rtl ? fonts::direction::rtl
                                                                                         : fonts::direction::ltr;
     std::vector<knuth::knuth> items;
-    spans_to_knuths(info, req, style, fl, dir, width, para.para_spans, items);
+    spans_to_knuths(info, req, style, fl, dir, width, para.para_spans, para.para_text, items);
     while (!items.empty() && discardable(items.back())) {
         items.pop_back();
     }

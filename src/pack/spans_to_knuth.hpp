@@ -32,7 +32,7 @@ std::optional<knuth::first_line_form> first_line_form_of(fonts::fonts const& db,
 items_res para_to_knuths(page_info const& info, knuth::style_ref const& style, prepack::para const& para, float width);
 
 /// The items of some spans in a style, with the first-line form of that style if the paragraph has
-/// one; `out` receives them in document order.
+/// one; their text ranges are of `text`. `out` receives them in document order.
 void spans_to_knuths(page_info const& info,
                      knuth::font_req_ref const& font_req,
                      knuth::style_ref const& style,
@@ -40,6 +40,7 @@ void spans_to_knuths(page_info const& info,
                      fonts::direction dir,
                      float width,
                      std::span<prepack::span const> spans,
+                     prepack::para_text const& text,
                      std::vector<knuth::knuth>& out);
 
 /// Calls of script functions on the page of `info`: the arguments rendered for the page (counters

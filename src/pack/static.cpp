@@ -458,13 +458,14 @@ std::optional<prepack::para> para_of(css::style::style const& s, textbuf::textbu
         .transform = s.text->text_props_text_transform,
     };
     bool at_word_start = true;
-    auto spans = prepack::text::prepare_text(text, settings, at_word_start);
+    textbuf::textbuf words;
+    auto spans = prepack::text::prepare_text(words, text, settings, at_word_start);
     prepack::text::collapse_spaces(spans);
     if (!prepack::text::has_content(spans)) {
         return std::nullopt;
     }
-    prepack::text::apply_bidi(spans, s);
-    return prepack::para{.para_spans = std::move(spans)};
+    prepack::text::apply_bidi(spans, words, s);
+    return prepack::para{.para_spans = std::move(spans), .para_text = share(std::move(words))};
 }
 
 struct packed_text {

@@ -13,7 +13,7 @@ std::string indent(int depth) {
     return std::string(static_cast<std::size_t>(depth) * 2, ' ');
 }
 
-std::string quoted(textbuf::textbuf const& t) {
+std::string quoted(std::u32string_view t) {
     return "\"" + textbuf::to_utf8(t) + "\"";
 }
 
@@ -135,7 +135,7 @@ std::string sep_text(separator const& s) {
 void blocks(std::string& out, block_list const& list, int depth);
 void one_block(std::string& out, block const& b, int depth);
 
-void spans(std::string& out, std::vector<span> const& list, int depth) {
+void spans(std::string& out, std::vector<span> const& list, std::u32string_view text, int depth) {
     for (auto const& s : list) {
         std::visit(overloaded{
                        [&](span_nested const& n) {
@@ -144,34 +144,34 @@ void spans(std::string& out, std::vector<span> const& list, int depth) {
                                out += " level=" + std::to_string(*n.nested->span_direction);
                            }
                            out += "\n";
-                           spans(out, n.nested->span_content, depth + 1);
+                           spans(out, n.nested->span_content, text, depth + 1);
                        },
                        [&](span_footnote const& f) {
                            out += indent(depth) + "footnote\n";
                            std::visit(overloaded{
                                           [&](block_footnote const& b) { one_block(out, *b.footnote_block, depth + 1); },
-                                          [&](inline_footnote const& i) { spans(out, i.footnote_spans, depth + 1); },
+                                          [&](inline_footnote const& i) { spans(out, i.footnote_spans, text, depth + 1); },
                                       },
-                                      *f.footnote_body);
+                                      f.note->footnote_body);
                        },
                        [&](span_inline_block const& b) {
                            out += indent(depth) + "inline_block\n";
                            one_block(out, *b.inline_block, depth + 1);
                        },
-                       [&](span_text const& t) { out += indent(depth) + "text " + quoted(t.text) + "\n"; },
+                       [&](span_text const& t) { out += indent(depth) + "text " + quoted(text_of(text, t.text)) + "\n"; },
                        [&](span_text_with_hyphen const& t) {
-                           out += indent(depth) + "text_with_hyphen " + quoted(t.text) +
+                           out += indent(depth) + "text_with_hyphen " + quoted(text_of(text, t.text)) +
                                   (t.hyphen == hyphen_type::soft ? " soft" : " hard") + "\n";
                        },
                        [&](span_glyph_index const& g) {
                            out += indent(depth) + "glyph " + std::to_string(g.glyph_index) + "\n";
                        },
                        [&](span_sep const& s) { out += indent(depth) + "sep " + sep_text(s.sep) + "\n"; },
-                       [&](span_leader const& l) { out += indent(depth) + "leader " + quoted(l.leader_pattern) + "\n"; },
+                       [&](span_leader const& l) { out += indent(depth) + "leader " + quoted(*l.leader_pattern) + "\n"; },
                        [&](span_gen_content const&) { out += indent(depth) + "gen_content\n"; },
                        [&](span_script_func const&) { out += indent(depth) + "script_func\n"; },
                        [&](span_first_letter const& f) {
-                           out += indent(depth) + "first_letter " + quoted(f.first_letter_text) + "\n";
+                           out += indent(depth) + "first_letter " + quoted(text_of(text, f.first_letter_text)) + "\n";
                        },
                    },
                    s);
@@ -216,7 +216,7 @@ void content(std::string& out, bcontent const& c, int depth) {
                            out += " first-line(" + std::to_string(p.para.first_line_style->size()) + ")";
                        }
                        out += "\n";
-                       spans(out, p.para.para_spans, depth + 1);
+                       spans(out, p.para.para_spans, p.para.para_text ? std::u32string_view(*p.para.para_text) : std::u32string_view(), depth + 1);
                    },
                    [&](bcontent_table const& t) {
                        out += indent(depth) + "table\n";
@@ -286,9 +286,9 @@ std::string reset_text(std::optional<page_reset> const& r) {
 
 } // namespace
 
-std::string dump_spans(std::vector<span> const& list, int depth) {
+std::string dump_spans(std::vector<span> const& list, std::u32string_view text, int depth) {
     std::string out;
-    spans(out, list, depth);
+    spans(out, list, text, depth);
     return out;
 }
 

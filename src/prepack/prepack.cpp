@@ -1,6 +1,9 @@
 #include "prepack/prepack.hpp"
 
+#include "util/result.hpp"
+
 #include <algorithm>
+#include <limits>
 
 namespace vellum::prepack {
 
@@ -26,12 +29,41 @@ bool block::operator==(block const& o) const {
 }
 
 bool nested_span::operator==(nested_span const&) const = default;
+bool footnote::operator==(footnote const&) const = default;
 bool inline_footnote::operator==(inline_footnote const&) const = default;
 bool list_item::operator==(list_item const&) const = default;
 bool blocks_with_column::operator==(blocks_with_column const&) const = default;
 bool table_anony_box::operator==(table_anony_box const&) const = default;
 bool computed_table_anony_box::operator==(computed_table_anony_box const&) const = default;
 bool bcontent_blocks::operator==(bcontent_blocks const&) const = default;
+
+std::u32string_view text_of(std::u32string_view text, text_range r) {
+    check(std::size_t{r.text_offset} + r.text_length <= text.size(), "text_of");
+    return text.substr(r.text_offset, r.text_length);
+}
+
+std::u32string_view text_of(para_text const& text, text_range r) {
+    if (r.text_length == 0) {
+        return {};
+    }
+    check(text != nullptr, "text_of");
+    return text_of(*text, r);
+}
+
+text_range sub_range(text_range r, std::size_t from, std::size_t count) {
+    check(from <= r.text_length && count <= r.text_length - from, "sub_range");
+    return {.text_offset = r.text_offset + static_cast<std::uint32_t>(from),
+            .text_length = static_cast<std::uint32_t>(count)};
+}
+
+text_range append_text(textbuf::textbuf& text, std::u32string_view more) {
+    // Offsets are 32 bits: four thousand million code points of text in one document.
+    check(text.size() + more.size() <= std::numeric_limits<std::uint32_t>::max(), "append_text");
+    text_range const r{.text_offset = static_cast<std::uint32_t>(text.size()),
+                       .text_length = static_cast<std::uint32_t>(more.size())};
+    text.append(more);
+    return r;
+}
 
 block_list::block_list(std::vector<block> blocks)
     : list_rest(blocks.empty() ? nullptr : std::make_shared<std::vector<block> const>(std::move(blocks))) {}

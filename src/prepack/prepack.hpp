@@ -16,12 +16,14 @@
 #include "util/ref.hpp"
 #include "util/textbuf.hpp"
 
+#include <cstdint>
 #include <functional>
 #include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -120,7 +122,31 @@ using separator = std::variant<sep_newline,
                                sep_cjk_zw_space,
                                sep_charlike_space>;
 
-enum class hyphen_type { soft, hard };
+enum class hyphen_type : std::uint8_t { soft, hard };
+
+/// A run of a paragraph's text: the code points [text_offset, text_offset + text_length) of the text
+/// the paragraph holds (`para::para_text`). A word costs this small record, not a string of its own.
+struct text_range {
+    std::uint32_t text_offset = 0;
+    std::uint32_t text_length = 0;
+    bool operator==(text_range const&) const = default;
+};
+
+/// The paragraph text that text ranges point into: the words of every paragraph of a document, one after
+/// another, shared by all of them and by every fragment layout makes of them.
+using para_text = ref<textbuf::textbuf>;
+
+/// The code points a range covers; a range reaching past the end of the text is an internal error.
+std::u32string_view text_of(std::u32string_view text, text_range r);
+
+/// The same in a paragraph's shared text; an empty range needs none.
+std::u32string_view text_of(para_text const& text, text_range r);
+
+/// The `count` code points of a range from `from` on (both within the range).
+text_range sub_range(text_range r, std::size_t from, std::size_t count);
+
+/// Appends code points to a paragraph text under construction and gives their range there.
+text_range append_text(textbuf::textbuf& text, std::u32string_view more);
 
 // ---- Generated content that waits for the page --------------------------------------------------------
 
@@ -427,11 +453,18 @@ struct span_nested {
     bool operator==(span_nested const&) const = default;
 };
 
-/// A footnote: the call left in the text and the body moved to the foot of the page.
-struct span_footnote {
+/// A footnote: the call left in the text and the body moved to the foot of the page. The text of both
+/// lies in the text of the paragraph that holds the call.
+struct footnote {
     ref<span> call;
-    boxed<prepack::footnote_body> footnote_body;
+    prepack::footnote_body footnote_body;
     ref<css::style::style> footnote_style;
+    bool operator==(footnote const&) const;
+};
+
+/// Footnotes are rare and their record is larger than a word's: boxed.
+struct span_footnote {
+    boxed<prepack::footnote> note;
     bool operator==(span_footnote const&) const = default;
 };
 
@@ -441,15 +474,15 @@ struct span_inline_block {
     bool operator==(span_inline_block const&) const = default;
 };
 
-/// A run of word characters.
+/// A run of word characters, in the paragraph's text.
 struct span_text {
-    textbuf::textbuf text;
+    text_range text;
     bool operator==(span_text const&) const = default;
 };
 
 /// A run of text that ends in a soft (U+00AD) or hard hyphen, where the line may break.
 struct span_text_with_hyphen {
-    textbuf::textbuf text;
+    text_range text;
     prepack::hyphen_type hyphen = hyphen_type::soft;
     bool operator==(span_text_with_hyphen const&) const = default;
 };
@@ -465,9 +498,11 @@ struct span_sep {
     bool operator==(span_sep const&) const = default;
 };
 
-/// A leader: its pattern repeated to fill the line, and the room it needs at least.
+/// A leader: its pattern repeated to fill the line, and the room it needs at least. Leaders are rare:
+/// the pattern is boxed rather than kept in the paragraph's text, so that generated content can make
+/// one without it.
 struct span_leader {
-    textbuf::textbuf leader_pattern;
+    boxed<textbuf::textbuf> leader_pattern;
     float leader_min_width = 0;
     bool operator==(span_leader const&) const = default;
 };
@@ -483,10 +518,11 @@ struct span_script_func {
     bool operator==(span_script_func const& other) const { return *func == *other.func; }
 };
 
-/// The first letter of a paragraph with the ::first-letter styles that apply to it, outermost first.
+/// The first letter of a paragraph with the ::first-letter styles that apply to it, outermost first; its
+/// text lies in the paragraph's text.
 struct span_first_letter {
     boxed<std::vector<styled_context>> first_letter_styles;
-    textbuf::textbuf first_letter_text;
+    text_range first_letter_text;
     bool operator==(span_first_letter const&) const = default;
 };
 
@@ -503,11 +539,12 @@ using span_alternative = std::variant<span_nested,
                                       span_first_letter>;
 
 /// One piece of a paragraph. Paragraphs hold many of them (one per word and per space), so each
-/// alternative stays small and the large, rare ones are boxed.
+/// alternative stays small: text is a range of the paragraph's text, and the large, rare alternatives
+/// are boxed.
 struct span : span_alternative {
     using span_alternative::span_alternative;
 };
-static_assert(sizeof(span) <= 48, "a span is one word of a paragraph: keep it small");
+static_assert(sizeof(span) <= 24, "a span is one word of a paragraph: keep it small");
 
 /// Spans compare alternative by alternative.
 bool operator==(span const& a, span const& b);
@@ -532,6 +569,9 @@ struct para_pass_in;
 
 struct para {
     std::vector<span> para_spans;
+    /// The text that the text spans (nested ones and those of inline footnotes included) are ranges
+    /// of. Paragraphs compare it by identity: equal spans of one text are equal paragraphs.
+    prepack::para_text para_text;
     /// The ::first-line styles of the paragraph's block and of the blocks it starts, outermost first.
     std::optional<std::vector<styled_context>> first_line_style;
     int current_line_number = 0;

@@ -10,6 +10,7 @@
 #include "util/result.hpp"
 
 #include <algorithm>
+#include <limits>
 #include <set>
 #include <type_traits>
 
@@ -58,15 +59,23 @@ bool wraps(white_space w) {
     return w == white_space::normal || w == white_space::pre_wrap || w == white_space::pre_line;
 }
 
-// Cuts one word (a run of word characters) into text spans at its break opportunities and hyphens.
-// `breaks[i]` says whether the line may end after word[i].
-void emit_word(std::vector<span>& out, std::u32string_view word, std::vector<lb::break_action> const& breaks,
-               bool wrapping) {
-    textbuf::textbuf run;
+// Cuts one word (a run of word characters) into text spans at its break opportunities and hyphens, its
+// characters appended to the paragraph text `store`. `breaks[i]` says whether the line may end after
+// word[i].
+void emit_word(std::vector<span>& out, textbuf::textbuf& store, std::u32string_view word,
+               std::vector<lb::break_action> const& breaks, bool wrapping) {
+    // The run being cut off lies at the end of the store, from `run_start` on.
+    std::size_t run_start = store.size();
+    auto const run_empty = [&] { return store.size() == run_start; };
+    auto const take_run = [&] {
+        text_range const r{.text_offset = static_cast<std::uint32_t>(run_start),
+                           .text_length = static_cast<std::uint32_t>(store.size() - run_start)};
+        run_start = store.size();
+        return r;
+    };
     auto const flush_text = [&] {
-        if (!run.empty()) {
-            out.push_back(span_text{std::move(run)});
-            run.clear();
+        if (!run_empty()) {
+            out.push_back(span_text{take_run()});
         }
     };
     for (std::size_t i = 0; i < word.size(); ++i) {
@@ -74,19 +83,17 @@ void emit_word(std::vector<span>& out, std::u32string_view word, std::vector<lb:
         bool const last = i + 1 == word.size();
         if (c == soft_hyphen) {
             // The soft hyphen itself is invisible; it shows only when the line breaks there.
-            if (!last && !run.empty()) {
-                out.push_back(span_text_with_hyphen{std::move(run), hyphen_type::soft});
-                run.clear();
+            if (!last && !run_empty()) {
+                out.push_back(span_text_with_hyphen{take_run(), hyphen_type::soft});
             }
             continue;
         }
-        run.push_back(c);
+        store.push_back(c);
         if (last) {
             break;
         }
-        if (is_hard_hyphen(c) && wrapping && run.size() > 1) {
-            out.push_back(span_text_with_hyphen{std::move(run), hyphen_type::hard});
-            run.clear();
+        if (is_hard_hyphen(c) && wrapping && store.size() - run_start > 1) {
+            out.push_back(span_text_with_hyphen{take_run(), hyphen_type::hard});
         } else if (wrapping && breaks[i] == lb::break_action::allowed) {
             bool const cjk = is_cjk(c) && is_cjk(word[i + 1]);
             flush_text();
@@ -251,8 +258,12 @@ textbuf::textbuf transform_case(std::u32string_view text, css::text::text_transf
     return textbuf::textbuf(text);
 }
 
-std::vector<span>
-prepare_text(std::u32string_view input, text_settings const& settings, text_position& position) {
+std::vector<span> prepare_text(textbuf::textbuf& store,
+                               std::u32string_view input,
+                               text_settings const& settings,
+                               text_position& position) {
+    // Offsets into the store are 32 bits; whatever this text adds must stay within them.
+    check(store.size() + input.size() * 3 <= std::numeric_limits<std::uint32_t>::max(), "prepare_text");
     auto const ws = settings.white_space;
     auto const text = transform_case(input, settings.transform, position.at_word_start);
     bool const wrapping = wraps(ws);
@@ -287,7 +298,7 @@ prepare_text(std::u32string_view input, text_settings const& settings, text_posi
                 word_breaks.assign(breaks.begin() + static_cast<std::ptrdiff_t>(i),
                                    breaks.begin() + static_cast<std::ptrdiff_t>(j));
             }
-            emit_word(out, std::u32string_view(text).substr(i, j - i), word_breaks, wrapping);
+            emit_word(out, store, std::u32string_view(text).substr(i, j - i), word_breaks, wrapping);
             i = j;
             continue;
         }
@@ -328,9 +339,12 @@ prepare_text(std::u32string_view input, text_settings const& settings, text_posi
     return out;
 }
 
-std::vector<span> prepare_text(std::u32string_view text, text_settings const& settings, bool& at_word_start) {
+std::vector<span> prepare_text(textbuf::textbuf& store,
+                               std::u32string_view text,
+                               text_settings const& settings,
+                               bool& at_word_start) {
     text_position position{.at_word_start = at_word_start};
-    auto out = prepare_text(text, settings, position);
+    auto out = prepare_text(store, text, settings, position);
     at_word_start = position.at_word_start;
     return out;
 }
@@ -454,7 +468,7 @@ struct explicit_stack {
 };
 
 // The direction of the first strong character after `from`, for a first-strong isolate.
-bool first_strong_rtl(textbuf::textbuf const& text, std::size_t from) {
+bool first_strong_rtl(std::u32string_view text, std::size_t from) {
     int depth = 0;
     for (std::size_t i = from; i < text.size(); ++i) {
         char32_t const c = text[i];
@@ -477,7 +491,7 @@ bool first_strong_rtl(textbuf::textbuf const& text, std::size_t from) {
     return false;
 }
 
-void add_text(textbuf::textbuf const& text, int level, std::optional<bidi_class> forced, explicit_stack& stack,
+void add_text(std::u32string_view text, int level, std::optional<bidi_class> forced, explicit_stack& stack,
               std::vector<bidi_thing>& things, bool& needed) {
     for (std::size_t i = 0; i < text.size(); ++i) {
         char32_t const c = text[i];
@@ -512,7 +526,7 @@ void add_text(textbuf::textbuf const& text, int level, std::optional<bidi_class>
 // visits them again.
 // `contexts` gets, for each nested span in the order visited, the level around it: its parent's level, or
 // that of an embedding its parent's text opened with control characters before it.
-void flatten(std::vector<span> const& spans, int level, std::optional<bidi_class> forced,
+void flatten(std::vector<span> const& spans, std::u32string_view text, int level, std::optional<bidi_class> forced,
              std::vector<bidi_thing>& things, std::vector<int>& contexts, bool& needed) {
     explicit_stack stack;
     auto const current = [&] { return stack.entries.empty() ? level : stack.entries.back().level; };
@@ -531,10 +545,12 @@ void flatten(std::vector<span> const& spans, int level, std::optional<bidi_class
                                    inner_forced = is_rtl(*n.nested->span_style) ? bidi_class::r : bidi_class::l;
                                }
                            }
-                           flatten(n.nested->span_content, inner, inner_forced, things, contexts, needed);
+                           flatten(n.nested->span_content, text, inner, inner_forced, things, contexts, needed);
                        },
-                       [&](span_text const& t) { add_text(t.text, level, forced, stack, things, needed); },
-                       [&](span_text_with_hyphen const& t) { add_text(t.text, level, forced, stack, things, needed); },
+                       [&](span_text const& t) { add_text(text_of(text, t.text), level, forced, stack, things, needed); },
+                       [&](span_text_with_hyphen const& t) {
+                           add_text(text_of(text, t.text), level, forced, stack, things, needed);
+                       },
                        [&](span_sep const& sep) {
                            auto t = thing_of(sep.sep, current());
                            if (current_forced() && !t.transparent) {
@@ -549,7 +565,7 @@ void flatten(std::vector<span> const& spans, int level, std::optional<bidi_class
                        [&](span_gen_content const&) { object(); },
                        [&](span_script_func const&) { object(); },
                        [&](span_first_letter const& f) {
-                           add_text(f.first_letter_text, level, forced, stack, things, needed);
+                           add_text(text_of(text, f.first_letter_text), level, forced, stack, things, needed);
                        },
                    },
                    s);
@@ -780,22 +796,22 @@ int lowest_level(std::vector<unit> const& units, int fallback) {
 template <class Text>
 void cut_text(Text& t, std::vector<bidi_thing> const& things, std::size_t& next, std::vector<unit>& out) {
     std::size_t const start = next;
-    std::size_t const end = next + t.text.size();
+    std::size_t const end = next + t.text.text_length;
     next = end;
     for (std::size_t i = start; i < end;) {
         std::size_t j = i;
         while (j < end && things[j].level == things[i].level) {
             ++j;
         }
-        auto piece = t.text.substr(i - start, j - i);
+        auto const piece = sub_range(t.text, i - start, j - i);
         if constexpr (std::is_same_v<Text, span_text_with_hyphen>) {
             if (j == end) {
-                out.push_back({span_text_with_hyphen{std::move(piece), t.hyphen}, things[i].level});
+                out.push_back({span_text_with_hyphen{piece, t.hyphen}, things[i].level});
             } else {
-                out.push_back({span_text{std::move(piece)}, things[i].level});
+                out.push_back({span_text{piece}, things[i].level});
             }
         } else {
-            out.push_back({span_text{std::move(piece)}, things[i].level});
+            out.push_back({span_text{piece}, things[i].level});
         }
         i = j;
     }
@@ -832,7 +848,7 @@ std::vector<unit> units_of(std::vector<span>& spans, int context, css::style::st
         } else {
             // A first letter is one piece; it takes the level of its first character.
             auto const* f = std::get_if<span_first_letter>(&s);
-            std::size_t const count = f ? f->first_letter_text.size() : 1;
+            std::size_t const count = f ? f->first_letter_text.text_length : 1;
             int const level = count > 0 ? things[next].level : context;
             next += count;
             units.push_back({std::move(s), level});
@@ -843,7 +859,7 @@ std::vector<unit> units_of(std::vector<span>& spans, int context, css::style::st
 
 } // namespace
 
-void apply_bidi(std::vector<span>& spans, css::style::style const& paragraph_style) {
+void apply_bidi(std::vector<span>& spans, std::u32string_view text, css::style::style const& paragraph_style) {
     int const base = is_rtl(paragraph_style) ? 1 : 0;
     std::vector<bidi_thing> things;
     bool needed = base != 0;
@@ -854,7 +870,7 @@ void apply_bidi(std::vector<span>& spans, css::style::style const& paragraph_sty
         forced = base != 0 ? bidi_class::r : bidi_class::l;
     }
     std::vector<int> contexts;
-    flatten(spans, base, forced, things, contexts, needed);
+    flatten(spans, text, base, forced, things, contexts, needed);
     if (!needed) {
         return;
     }

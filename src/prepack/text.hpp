@@ -1,6 +1,7 @@
 // Text preparation: the text of a document node cut into word runs and separators by white-space,
 // with case transformed, break opportunities between the characters of words marked, and soft and hard
-// hyphens noted. Nothing is measured; all text stays in code points.
+// hyphens noted. Nothing is measured; all text stays in code points, held once in the paragraph text
+// that the text spans are ranges of.
 #pragma once
 
 #include "css/text.hpp"
@@ -48,15 +49,21 @@ struct text_position {
     int column = 0;
 };
 
-/// The spans of one text node. Collapsible white space gives one `space` per run (or `nowrap_space`
-/// under nowrap); spaces across node boundaries and at the ends of paragraphs are settled later by
-/// `collapse_spaces`. Under pre and pre-wrap a tab becomes the preserved spaces that reach the next
-/// tab stop.
-std::vector<span>
-prepare_text(std::u32string_view text, text_settings const& settings, text_position& position);
+/// The spans of one text node, whose words are appended to the paragraph text `store` (which `text`
+/// must not lie in) and are ranges of it. Collapsible white space gives one `space` per run (or
+/// `nowrap_space` under nowrap); spaces across node boundaries and at the ends of paragraphs are settled
+/// later by `collapse_spaces`. Under pre and pre-wrap a tab becomes the preserved spaces that reach the
+/// next tab stop.
+std::vector<span> prepare_text(textbuf::textbuf& store,
+                               std::u32string_view text,
+                               text_settings const& settings,
+                               text_position& position);
 
 /// The same for text that starts a paragraph of its own.
-std::vector<span> prepare_text(std::u32string_view text, text_settings const& settings, bool& at_word_start);
+std::vector<span> prepare_text(textbuf::textbuf& store,
+                               std::u32string_view text,
+                               text_settings const& settings,
+                               bool& at_word_start);
 
 /// Settles collapsible spaces across a paragraph, looking into nested spans: a run of `space` or
 /// `nowrap_space` separators keeps its first, and those at the start and end of the paragraph and
@@ -70,7 +77,8 @@ bool has_content(std::vector<span> const& spans);
 /// holds a strong right-to-left character, its text is given levels by the bidirectional algorithm and
 /// runs of a level above their context's are wrapped in spans with that `span_direction`, which carry
 /// the inherited style of the element or paragraph they lie in (no borders, padding or background of
-/// their own). Separators and inline objects take part as neutrals.
-void apply_bidi(std::vector<span>& spans, css::style::style const& paragraph_style);
+/// their own). Separators and inline objects take part as neutrals. `text` is the paragraph text that
+/// the text spans are ranges of.
+void apply_bidi(std::vector<span>& spans, std::u32string_view text, css::style::style const& paragraph_style);
 
 } // namespace vellum::prepack::text

@@ -169,6 +169,9 @@ struct walker {
     /// Where the text of the paragraph being gathered stands: word starts for capitalize, and the
     /// column for tab stops.
     text::text_position text_at;
+    /// The text of every paragraph of the document, which their text spans are ranges of. It only
+    /// grows while the walk goes on, and every paragraph shares it.
+    std::shared_ptr<textbuf::textbuf> text_store = std::make_shared<textbuf::textbuf>();
     /// The nesting of open-quote and close-quote so far.
     int quote_depth = 0;
     /// Every target the document names, for the registry of cross-references.
@@ -397,7 +400,8 @@ struct walker {
                            [&](text_thing& t) {
                                std::visit(overloaded{
                                               [&](text_thing_text& x) {
-                                                  auto more = text::prepare_text(x.text, text::settings_of(s), text_at);
+                                                  auto more = text::prepare_text(*text_store, x.text,
+                                                                                 text::settings_of(s), text_at);
                                                   std::move(more.begin(), more.end(), std::back_inserter(out));
                                               },
                                               [&](text_thing_gen& g) {
@@ -550,16 +554,19 @@ struct walker {
                                                     .span_type = type_original{share(std::move(stuff))},
                                                     .span_bg = backgrounds(*style)}})};
         }
-        return {th_block{block{.block_content = para_of(std::move(spans), *style),
+        return {th_block{block{.block_content = bcontent_para{para_of(std::move(spans), *style)},
                                .block_style = style,
                                .block_type = type_original{share(std::move(stuff))},
                                .block_bg = backgrounds(*style)}}};
     }
 
-    static bcontent para_of(std::vector<span> spans, css::style::style const& s) {
+    // A paragraph of spans gathered in this walk: its spaces settled, its embedding levels found, and
+    // the document's text shared. A paragraph's spans are kept for the whole run: no spare room.
+    para para_of(std::vector<span> spans, css::style::style const& s) const {
         text::collapse_spaces(spans);
-        text::apply_bidi(spans, s);
-        return bcontent_para{para{.para_spans = std::move(spans)}};
+        text::apply_bidi(spans, *text_store, s);
+        spans.shrink_to_fit();
+        return para{.para_spans = std::move(spans), .para_text = text_store};
     }
 
     // The marker of a list item: its text from ::marker's content, or from the list style and the
@@ -579,7 +586,7 @@ struct walker {
             for (auto& p : content_pieces(*list, *e, *ms, "::marker")) {
                 if (auto* t = std::get_if<text_thing>(&p)) {
                     if (auto* tt = std::get_if<text_thing_text>(t)) {
-                        auto more = text::prepare_text(tt->text, text::settings_of(*ms), start);
+                        auto more = text::prepare_text(*text_store, tt->text, text::settings_of(*ms), start);
                         std::move(more.begin(), more.end(), std::back_inserter(out));
                     } else if (auto* g = std::get_if<text_thing_gen>(t)) {
                         out.push_back(span_gen_content{std::move(g->gen)});
@@ -614,10 +621,11 @@ struct walker {
                               [&](css::box::list_style_named const& n) {
                                   auto text = format_counter(counter_value("list-item").value_or(0), n.list_style_name);
                                   text += counter_style::marker_suffix(n.list_style_name);
-                                  return std::vector<span>{span_text{std::move(text)}};
+                                  return std::vector<span>{span_text{append_text(*text_store, text)}};
                               },
-                              [](css::box::list_style_string const& t) {
-                                  return std::vector<span>{span_text{textbuf::from_utf8(t.list_style_text)}};
+                              [&](css::box::list_style_string const& t) {
+                                  return std::vector<span>{
+                                      span_text{append_text(*text_store, textbuf::from_utf8(t.list_style_text))}};
                               },
                           },
                           s.list_style_type);
@@ -629,7 +637,7 @@ struct walker {
         std::vector<thing> out;
         auto const* replace = s.text ? &s.text->text_props_vellum_text_replace : nullptr;
         auto const text = replace && !replace->empty() ? replaced(value, *replace) : value;
-        out.push_back(th_span{text::prepare_text(textbuf::from_utf8(text), text::settings_of(s), text_at)});
+        out.push_back(th_span{text::prepare_text(*text_store, textbuf::from_utf8(text), text::settings_of(s), text_at)});
         return out;
     }
 
@@ -1106,7 +1114,8 @@ struct walker {
                                                   .block_type = type_original{share(std::move(stuff))},
                                                   .block_bg = bgs})};
             }
-            return {one_span(span_footnote{share(std::move(call)), std::move(body), style})};
+            return {one_span(span_footnote{prepack::footnote{
+                .call = share(std::move(call)), .footnote_body = std::move(body), .footnote_style = style}})};
         }
 
         auto const whole_block = [&]() {
@@ -1135,7 +1144,9 @@ struct walker {
             } else if (!inside) {
                 std::optional<ref<block>> mb;
                 if (marker && !marker->empty()) {
-                    mb = share(block{.block_content = bcontent_para{para{.para_spans = std::move(*marker)}},
+                    marker->shrink_to_fit();
+                    mb = share(block{.block_content = bcontent_para{para{.para_spans = std::move(*marker),
+                                                                         .para_text = text_store}},
                                      .block_style = anonymous_style(style)});
                 }
                 m = marker_outside{mb};
@@ -1300,8 +1311,10 @@ struct walker {
                 }
                 carried.clear();
                 run.insert(run.begin(), std::make_move_iterator(front.begin()), std::make_move_iterator(front.end()));
-                text::apply_bidi(run, *style);
-                blocks.push_back(block{.block_content = bcontent_para{para{.para_spans = std::move(run)}},
+                text::apply_bidi(run, *text_store, *style);
+                run.shrink_to_fit();
+                blocks.push_back(block{.block_content = bcontent_para{para{.para_spans = std::move(run),
+                                                                           .para_text = text_store}},
                                        .block_style = anonymous_style(style)});
             } else {
                 // No paragraph, but the empty elements in it may still name targets or set strings.
@@ -1469,46 +1482,48 @@ struct walker {
                                         styled_context{context, styledom::properties_of(line)});
         }
         if (!letter.empty()) {
-            split_first_letter(p->para_spans, styled_context{context, styledom::properties_of(letter)});
+            split_first_letter(p->para_spans, *text_store, styled_context{context, styledom::properties_of(letter)});
         }
     }
 
     // Turns the first letter of the spans, with punctuation before and after it, into a first_letter span.
-    static bool split_first_letter(std::vector<span>& spans, styled_context const& ctx) {
+    static bool split_first_letter(std::vector<span>& spans, std::u32string_view text, styled_context const& ctx) {
         for (std::size_t i = 0; i < spans.size(); ++i) {
             if (auto* fl = std::get_if<span_first_letter>(&spans[i])) {
                 fl->first_letter_styles->insert(fl->first_letter_styles->begin(), ctx);
                 return true;
             }
             if (auto* n = std::get_if<span_nested>(&spans[i])) {
-                if (split_first_letter(n->nested->span_content, ctx)) {
+                if (split_first_letter(n->nested->span_content, text, ctx)) {
                     return true;
                 }
                 continue;
             }
             auto* t = std::get_if<span_text>(&spans[i]);
-            if (!t || t->text.empty()) {
+            if (!t || t->text.text_length == 0) {
                 if (std::holds_alternative<span_sep>(spans[i])) {
                     continue;
                 }
                 return false;
             }
+            auto const word = text_of(text, t->text);
             std::size_t n = 0;
-            while (n < t->text.size() && unicode::is_punctuation(t->text[n])) {
+            while (n < word.size() && unicode::is_punctuation(word[n])) {
                 ++n;
             }
-            if (n < t->text.size()) {
+            if (n < word.size()) {
                 ++n;
             }
-            while (n < t->text.size() && unicode::is_punctuation(t->text[n])) {
+            while (n < word.size() && unicode::is_punctuation(word[n])) {
                 ++n;
             }
-            span first = span_first_letter{std::vector<styled_context>{ctx}, t->text.substr(0, n)};
-            auto rest = t->text.substr(n);
-            if (rest.empty()) {
+            // The letter and the rest are both parts of the word's range: the text stays where it is.
+            span first = span_first_letter{std::vector<styled_context>{ctx}, sub_range(t->text, 0, n)};
+            auto const rest = sub_range(t->text, n, word.size() - n);
+            if (rest.text_length == 0) {
                 spans[i] = std::move(first);
             } else {
-                t->text = std::move(rest);
+                t->text = rest;
                 spans.insert(spans.begin() + static_cast<std::ptrdiff_t>(i), std::move(first));
             }
             return true;
@@ -2030,6 +2045,8 @@ pack_document prepack_document(log::log const& log,
         root_block = block{.block_content = bcontent_blocks{w.group_blocks(std::move(things), root_style)},
                            .block_style = root_style};
     }
+    // The text grew by doubling as the walk went; what layout keeps is exactly what the paragraphs hold.
+    w.text_store->shrink_to_fit();
     return pack_document{.pack_doc_name = dom_doc.dom_document_url,
                          .pack_doc_pages = doc.styled_rules.rules_env.pages,
                          .pack_doc_content = sections_of(root_block),

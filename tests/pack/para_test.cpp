@@ -62,6 +62,14 @@ areas::areas area(float top, float bottom, float left, float right) {
     return {.container = a, .available = {a}};
 }
 
+// A word added to a paragraph's text, as a span of it.
+prepack::span word_span(prepack::para& p, std::u32string_view word) {
+    auto text = p.para_text ? *p.para_text : textbuf::textbuf{};
+    auto const range = prepack::append_text(text, word);
+    p.para_text = share(std::move(text));
+    return prepack::span_text{range};
+}
+
 // A paragraph of words between spaces.
 prepack::para words(std::vector<std::u32string> const& ws) {
     prepack::para p;
@@ -69,7 +77,7 @@ prepack::para words(std::vector<std::u32string> const& ws) {
         if (i > 0) {
             p.para_spans.emplace_back(prepack::span_sep{prepack::sep_space{}});
         }
-        p.para_spans.emplace_back(prepack::span_text{textbuf::textbuf(ws[i])});
+        p.para_spans.push_back(word_span(p, ws[i]));
     }
     return p;
 }
@@ -330,9 +338,9 @@ prepack::para with_span(style_ref const& span_style) {
     prepack::para p = words({U"a"});
     p.para_spans.emplace_back(prepack::span_sep{prepack::sep_space{}});
     p.para_spans.emplace_back(prepack::span_nested{prepack::nested_span{
-        .span_content = {prepack::span_text{U"b"}}, .span_style = span_style}});
+        .span_content = {word_span(p, U"b")}, .span_style = span_style}});
     p.para_spans.emplace_back(prepack::span_sep{prepack::sep_space{}});
-    p.para_spans.emplace_back(prepack::span_text{U"c"});
+    p.para_spans.push_back(word_span(p, U"c"));
     return p;
 }
 
@@ -397,9 +405,10 @@ TEST(para, a_line_too_tall_for_the_area_is_refused_unless_it_must_stay) {
 
 TEST(para, an_inline_box_over_two_lines_continues_on_the_second) {
     auto const s = make_style({.line_height = 12.0f});
-    prepack::para p;
+    auto const inner = words({U"wxyz", U"wxyz"});
+    prepack::para p{.para_text = inner.para_text};
     p.para_spans.emplace_back(prepack::span_nested{prepack::nested_span{
-        .span_content = words({U"wxyz", U"wxyz"}).para_spans, .span_style = make_style()}});
+        .span_content = inner.para_spans, .span_style = make_style()}});
     auto const r = para_main::pack_para(make_info(), s, {}, area(800, 0, 0, 40), p);
     auto const ls = lines_of(r);
     ASSERT_EQ(ls.size(), 2u);

@@ -165,8 +165,8 @@ TEST(generated, attributes_text_leaders_and_targets) {
     EXPECT_EQ(f.text({fn("target-text", {v::url{"#nowhere", ""}})}), "");
     auto const pieces = f.eval({str("Intro"), fn("leader", {id("dotted")}), fn("leader", {str("-"), v::dimension{2, "in"}})});
     ASSERT_EQ(pieces.size(), 3u);
-    EXPECT_EQ(std::get<span_leader>(pieces[1]).leader_pattern, U". ");
-    EXPECT_EQ(std::get<span_leader>(pieces[2]).leader_pattern, U"-");
+    EXPECT_EQ(*std::get<span_leader>(pieces[1]).leader_pattern, U". ");
+    EXPECT_EQ(*std::get<span_leader>(pieces[2]).leader_pattern, U"-");
     EXPECT_FLOAT_EQ(std::get<span_leader>(pieces[2]).leader_min_width, 144);
     // string-set and bookmark labels take no leaders.
     EXPECT_EQ(generated::text_things(f.eval({str("a"), fn("leader", {id("solid")}), str("b")})).size(), 2u);

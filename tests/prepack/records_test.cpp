@@ -4,6 +4,7 @@
 #include "box_support.hpp"
 
 #include <functional>
+#include <string>
 
 #include <gtest/gtest.h>
 
@@ -44,9 +45,102 @@ bool has_id(block const& b, std::string const& id) {
 }
 
 TEST(records, hot_records_stay_small) {
-    EXPECT_LE(sizeof(span), 48u);
+    // A word or a space of a paragraph is one span: its text lies in the paragraph's text.
+    EXPECT_LE(sizeof(span), 24u);
+    EXPECT_EQ(sizeof(text_range), 8u);
     EXPECT_LE(sizeof(element_type), 48u);
     EXPECT_LE(sizeof(element_info), 32u);
+}
+
+TEST(records, text_ranges_view_cut_and_check_their_text) {
+    textbuf::textbuf text;
+    auto const hello = append_text(text, U"hello");
+    auto const world = append_text(text, U"w\u00F6rld");
+    EXPECT_EQ(hello, (text_range{.text_offset = 0, .text_length = 5}));
+    EXPECT_EQ(world, (text_range{.text_offset = 5, .text_length = 5}));
+    EXPECT_EQ(text_of(text, hello), U"hello");
+    EXPECT_EQ(text_of(text, world), U"w\u00F6rld");
+    // Nothing appended makes an empty range at the end, which needs no text at all.
+    auto const none = append_text(text, U"");
+    EXPECT_EQ(none.text_length, 0u);
+    EXPECT_EQ(text_of(para_text{}, none), U"");
+
+    // Cutting a range keeps the text where it is.
+    EXPECT_EQ(text_of(text, sub_range(world, 1, 3)), U"\u00F6rl");
+    EXPECT_EQ(text_of(text, sub_range(world, 5, 0)), U"");
+    EXPECT_EQ(text.size(), 10u);
+
+    // A range outside its text, or a cut outside its range, is a fault of the program, never a read
+    // past the end.
+    EXPECT_THROW((void)text_of(text, text_range{.text_offset = 8, .text_length = 3}), internal_error);
+    EXPECT_THROW((void)text_of(para_text{}, hello), internal_error);
+    EXPECT_THROW((void)sub_range(hello, 4, 2), internal_error);
+    EXPECT_THROW((void)sub_range(hello, 6, 0), internal_error);
+}
+
+// The text ranges of spans in document order, with those of nested spans and first letters.
+void ranges_of(std::vector<span> const& spans, std::vector<text_range>& out) {
+    for (auto const& s : spans) {
+        if (auto const* n = std::get_if<span_nested>(&s)) {
+            ranges_of(n->nested->span_content, out);
+        } else if (auto const* t = std::get_if<span_text>(&s)) {
+            out.push_back(t->text);
+        } else if (auto const* h = std::get_if<span_text_with_hyphen>(&s)) {
+            out.push_back(h->text);
+        } else if (auto const* f = std::get_if<span_first_letter>(&s)) {
+            out.push_back(f->first_letter_text);
+        }
+    }
+}
+
+// The paragraphs under some blocks in document order.
+void paras_of(block_list const& blocks, std::vector<para const*>& out) {
+    for (auto const& b : blocks) {
+        if (auto const* p = std::get_if<bcontent_para>(&b.block_content)) {
+            out.push_back(&p->para);
+        } else if (auto const* bs = std::get_if<bcontent_blocks>(&b.block_content)) {
+            paras_of(bs->blocks, out);
+        }
+    }
+}
+
+TEST(records, a_documents_words_are_held_once_in_one_shared_text) {
+    auto const doc = document_of("<style>p.first::first-letter { color: red }</style>"
+                                 "<p class='first'>\u201CHello\u201D <em>wide</em>   world.</p>"
+                                 "<p>Co&shy;op well-known \u05E9\u05DC\u05D5\u05DD!</p>"
+                                 "<div>one<p>two</p>three</div>");
+    ASSERT_TRUE(doc);
+    std::vector<para const*> paras;
+    for (auto const& sec : doc->pack_doc_content) {
+        paras_of(sec.sec_blocks, paras);
+    }
+    ASSERT_EQ(paras.size(), 5u);
+    auto const& text = paras.front()->para_text;
+    ASSERT_TRUE(text);
+    std::u32string words;
+    text_range last{};
+    for (auto const* p : paras) {
+        // Every paragraph of the document shares the one text.
+        EXPECT_EQ(p->para_text.get(), text.get());
+        std::vector<text_range> ranges;
+        ranges_of(p->para_spans, ranges);
+        for (auto const r : ranges) {
+            // Each word follows the one before it in the text: nothing is stored twice or out of
+            // order, and spaces are separators, not text.
+            EXPECT_EQ(r.text_offset, last.text_offset + last.text_length);
+            words += text_of(text, r);
+            last = r;
+        }
+    }
+    EXPECT_EQ(words, U"\u201CHello\u201Dwideworld.Coopwell-known\u05E9\u05DC\u05D5\u05DD!onetwothree");
+    EXPECT_EQ(*text, words);
+    // The first letter is cut from the word's range, with the quotation mark before it.
+    std::vector<text_range> first;
+    ranges_of(paras.front()->para_spans, first);
+    ASSERT_GE(first.size(), 2u);
+    ASSERT_TRUE(std::holds_alternative<span_first_letter>(paras.front()->para_spans.front()));
+    EXPECT_EQ(text_of(text, first[0]), U"\u201CH");
+    EXPECT_EQ(text_of(text, first[1]), U"ello\u201D");
 }
 
 TEST(records, copies_of_a_box_type_share_the_element_and_compare_by_value) {

@@ -13,9 +13,10 @@ using css::text::white_space;
 
 std::string prepared(std::u32string_view s, white_space ws, text_transform t = text_transform::none) {
     bool start = true;
-    auto spans = prepare_text(s, {.white_space = ws, .transform = t}, start);
+    textbuf::textbuf store;
+    auto spans = prepare_text(store, s, {.white_space = ws, .transform = t}, start);
     collapse_spaces(spans);
-    return dump::dump_spans(spans);
+    return dump::dump_spans(spans, store);
 }
 
 TEST(text, fixed_width_spaces_follow_the_table) {
@@ -66,7 +67,9 @@ TEST(text, hyphens_and_break_opportunities) {
 TEST(text, word_break_opens_and_closes_opportunities_inside_words) {
     auto const with = [](std::u32string_view s, css::text::word_break wb) {
         bool start = true;
-        return dump::dump_spans(prepare_text(s, {.white_space = white_space::normal, .word_break = wb}, start));
+        textbuf::textbuf store;
+        auto const spans = prepare_text(store, s, {.white_space = white_space::normal, .word_break = wb}, start);
+        return dump::dump_spans(spans, store);
     };
     using css::text::word_break;
     EXPECT_EQ(with(U"abc", word_break::break_all),
@@ -78,9 +81,10 @@ TEST(text, word_break_opens_and_closes_opportunities_inside_words) {
     EXPECT_EQ(with(U"漢字 漢字", word_break::keep_all), "text \"漢字\"\nsep space\ntext \"漢字\"\n");
     // Without wrapping, break-all opens nothing.
     bool start = true;
-    EXPECT_EQ(dump::dump_spans(prepare_text(U"ab", {.white_space = white_space::nowrap,
-                                                    .word_break = word_break::break_all}, start)),
-              "text \"ab\"\n");
+    textbuf::textbuf store;
+    auto const spans =
+        prepare_text(store, U"ab", {.white_space = white_space::nowrap, .word_break = word_break::break_all}, start);
+    EXPECT_EQ(dump::dump_spans(spans, store), "text \"ab\"\n");
 }
 
 TEST(text, case_transforms) {
@@ -94,31 +98,33 @@ TEST(text, case_transforms) {
 
 TEST(text, spaces_collapse_across_nested_spans) {
     bool start = true;
-    auto inner = prepare_text(U" b ", {}, start);
-    std::vector<span> spans = prepare_text(U" a ", {}, start);
+    textbuf::textbuf store;
+    auto inner = prepare_text(store, U" b ", {}, start);
+    std::vector<span> spans = prepare_text(store, U" a ", {}, start);
     spans.push_back(span_nested{nested_span{.span_content = inner}});
-    auto tail = prepare_text(U" c ", {}, start);
+    auto tail = prepare_text(store, U" c ", {}, start);
     spans.insert(spans.end(), tail.begin(), tail.end());
     collapse_spaces(spans);
-    EXPECT_EQ(dump::dump_spans(spans), "text \"a\"\nsep space\nspan anonymous\n  text \"b\"\n  sep space\ntext \"c\"\n");
+    EXPECT_EQ(dump::dump_spans(spans, store), "text \"a\"\nsep space\nspan anonymous\n  text \"b\"\n  sep space\ntext \"c\"\n");
 }
 
 // A paragraph of text pieces, each either in the paragraph itself or, written "<...>", in a nested span.
 std::string collapsed(std::vector<std::u32string> const& pieces, white_space ws) {
     bool start = true;
+    textbuf::textbuf store;
     std::vector<span> spans;
     for (auto const& p : pieces) {
         if (p.size() > 1 && p.front() == U'<' && p.back() == U'>') {
             auto inner =
-                prepare_text(std::u32string_view(p).substr(1, p.size() - 2), {.white_space = ws}, start);
+                prepare_text(store, std::u32string_view(p).substr(1, p.size() - 2), {.white_space = ws}, start);
             spans.push_back(span_nested{nested_span{.span_content = std::move(inner)}});
         } else {
-            auto more = prepare_text(p, {.white_space = ws}, start);
+            auto more = prepare_text(store, p, {.white_space = ws}, start);
             spans.insert(spans.end(), more.begin(), more.end());
         }
     }
     collapse_spaces(spans);
-    return dump::dump_spans(spans);
+    return dump::dump_spans(spans, store);
 }
 
 TEST(text, spaces_around_preserved_line_ends_go_across_inline_boundaries) {
@@ -143,11 +149,12 @@ TEST(text, spaces_around_preserved_line_ends_go_across_inline_boundaries) {
 // for each preserved space, "|" for a line end, "." for anything else.
 std::string line_of(std::vector<std::u32string_view> const& texts, white_space ws) {
     text_position at;
+    textbuf::textbuf store;
     std::string out;
     for (auto const t : texts) {
-        for (auto const& s : prepare_text(t, {.white_space = ws}, at)) {
+        for (auto const& s : prepare_text(store, t, {.white_space = ws}, at)) {
             if (auto const* w = std::get_if<span_text>(&s)) {
-                out += textbuf::to_utf8(w->text);
+                out += textbuf::to_utf8(text_of(store, w->text));
             } else if (auto const* sep = std::get_if<span_sep>(&s)) {
                 if (std::holds_alternative<sep_wrap_opportunity>(sep->sep)) {
                     continue; // where pre-wrap lines may end; columns are what this counts
@@ -200,12 +207,20 @@ css::style::style style_with(css::box::direction d, css::box::unicode_bidi b = c
     return s;
 }
 
-std::vector<span> bidi_of(std::u32string_view text, css::style::style const& para) {
+// Spans with the text they are ranges of.
+struct spans_in_text {
+    textbuf::textbuf text;
+    std::vector<span> spans;
+    std::string dumped() const { return dump::dump_spans(spans, text); }
+};
+
+spans_in_text bidi_of(std::u32string_view text, css::style::style const& para) {
     bool start = true;
-    auto spans = prepare_text(text, {}, start);
-    collapse_spaces(spans);
-    apply_bidi(spans, para);
-    return spans;
+    spans_in_text out;
+    out.spans = prepare_text(out.text, text, {}, start);
+    collapse_spaces(out.spans);
+    apply_bidi(out.spans, out.text, para);
+    return out;
 }
 
 // Every span the pass made has a style and a level; returns how many it made.
@@ -254,15 +269,16 @@ TEST(text, bidi_level_runs_become_styled_spans) {
     };
     for (auto const& c : cases) {
         SCOPED_TRACE(c.name);
-        auto const spans = bidi_of(c.text, c.para);
-        EXPECT_EQ(dump::dump_spans(spans), c.expected);
-        check_made_spans(spans);
+        auto const p = bidi_of(c.text, c.para);
+        EXPECT_EQ(p.dumped(), c.expected);
+        check_made_spans(p.spans);
     }
     // A paragraph with only left-to-right text is left alone.
     bool start = true;
-    auto plain = prepare_text(U"abc def", {}, start);
+    textbuf::textbuf store;
+    auto plain = prepare_text(store, U"abc def", {}, start);
     auto const before = plain;
-    apply_bidi(plain, ltr);
+    apply_bidi(plain, store, ltr);
     EXPECT_EQ(plain, before);
 }
 
@@ -280,18 +296,18 @@ int deepest_level(std::vector<span> const& spans) {
 TEST(text, bidi_control_characters_open_and_close_embeddings) {
     auto const ltr = style_with(css::box::direction::ltr);
     // A right-to-left override makes Latin letters right-to-left: they go one level up.
-    auto const rlo = dump::dump_spans(bidi_of(U"x \u202Eabc\u202C y", ltr));
+    auto const rlo = bidi_of(U"x \u202Eabc\u202C y", ltr).dumped();
     EXPECT_NE(rlo.find("span anonymous level=1\n  text \"abc"), std::string::npos) << rlo;
     // A left-to-right embedding inside a right-to-left one: Latin two levels up, Hebrew at one.
-    auto const nested = dump::dump_spans(bidi_of(U"\u202B\u05D0 \u202Aabc\u202C\u202C", ltr));
+    auto const nested = bidi_of(U"\u202B\u05D0 \u202Aabc\u202C\u202C", ltr).dumped();
     EXPECT_NE(nested.find("level=2"), std::string::npos) << nested;
     EXPECT_NE(nested.find("level=1"), std::string::npos) << nested;
     // An isolate reads as an embedding of its direction; first-strong takes that of its first letter.
-    auto const fsi = dump::dump_spans(bidi_of(U"a \u2068\u05D0\u05D1\u2069 b", ltr));
+    auto const fsi = bidi_of(U"a \u2068\u05D0\u05D1\u2069 b", ltr).dumped();
     EXPECT_NE(fsi.find("level=1"), std::string::npos) << fsi;
     // A closing character with nothing open is ignored; an embedding left open ends with the paragraph.
     auto const stray = bidi_of(U"\u202Cab \u202Bcd", ltr);
-    EXPECT_EQ(check_made_spans(stray), 1);
+    EXPECT_EQ(check_made_spans(stray.spans), 1);
     // Deeper than the deepest level, embeddings are counted but raise nothing, and every closing
     // character finds its opening one.
     std::u32string deep;
@@ -302,9 +318,9 @@ TEST(text, bidi_control_characters_open_and_close_embeddings) {
     deep += std::u32string(200, U'\u202C');
     deep += U" y";
     auto const deep_spans = bidi_of(deep, ltr);
-    EXPECT_LE(deepest_level(deep_spans), 126); // 125 explicit, one more by the implicit rules
-    EXPECT_GE(deepest_level(deep_spans), 124);
-    auto const dumped = dump::dump_spans(deep_spans);
+    EXPECT_LE(deepest_level(deep_spans.spans), 126); // 125 explicit, one more by the implicit rules
+    EXPECT_GE(deepest_level(deep_spans.spans), 124);
+    auto const dumped = deep_spans.dumped();
     EXPECT_EQ(dumped.rfind("text \"y\""), dumped.size() - 9) << dumped.substr(dumped.size() - 60);
 }
 
@@ -312,15 +328,16 @@ TEST(text, bidi_embedding_elements_inside_control_characters) {
     auto const ltr = style_with(css::box::direction::ltr);
     auto const embed_rtl = share(style_with(css::box::direction::rtl, css::box::unicode_bidi::embed));
     bool start = true;
+    textbuf::textbuf store;
     // An element that embeds inside a left-to-right embedding opened by a character: the element's
     // level is counted from that embedding's, in both passes over the paragraph.
-    std::vector<span> spans{span_text{U"\u202Aa"},
-                            span_nested{nested_span{.span_content = prepare_text(U"\u05D0 b", {}, start),
+    std::vector<span> spans{span_text{append_text(store, U"\u202Aa")},
+                            span_nested{nested_span{.span_content = prepare_text(store, U"\u05D0 b", {}, start),
                                                     .span_style = embed_rtl,
                                                     .span_type = type_remaining{}}},
-                            span_text{U"\u202Cc"}};
-    apply_bidi(spans, ltr);
-    auto const out = dump::dump_spans(spans);
+                            span_text{append_text(store, U"\u202Cc")}};
+    apply_bidi(spans, store, ltr);
+    auto const out = dump::dump_spans(spans, store);
     EXPECT_NE(out.find("span remaining level=3"), std::string::npos) << out;
 }
 
@@ -329,7 +346,7 @@ TEST(text, bidi_spans_inherit_without_box_properties) {
     para.padding_left = 12.0f;
     para.margin_left = 7.0f;
     para.font_size = 20;
-    auto const spans = bidi_of(U"a \u05D0", para);
+    auto const spans = bidi_of(U"a \u05D0", para).spans;
     ASSERT_EQ(spans.size(), 3u);
     auto const* n = std::get_if<span_nested>(&spans[2]);
     ASSERT_TRUE(n && n->nested->span_style);
@@ -343,30 +360,32 @@ TEST(text, bidi_embeddings_and_overrides) {
     auto const override_rtl = share(style_with(css::box::direction::rtl, css::box::unicode_bidi::bidi_override));
     auto const element = share(style_with(css::box::direction::ltr));
     bool start = true;
+    textbuf::textbuf store;
     // An override gives the element's own span the level; its letters are right-to-left inside it.
-    std::vector<span> spans{span_text{U"x"}, span_sep{sep_space{}},
-                            span_nested{nested_span{.span_content = prepare_text(U"abc def", {}, start),
+    std::vector<span> spans{span_text{append_text(store, U"x")}, span_sep{sep_space{}},
+                            span_nested{nested_span{.span_content = prepare_text(store, U"abc def", {}, start),
                                                     .span_style = override_rtl,
                                                     .span_type = type_remaining{}}}};
-    apply_bidi(spans, ltr);
-    EXPECT_EQ(dump::dump_spans(spans),
+    apply_bidi(spans, store, ltr);
+    EXPECT_EQ(dump::dump_spans(spans, store),
               "text \"x\"\nsep space\nspan remaining level=1\n  text \"abc\"\n  sep space\n  text \"def\"\n");
 
     // A plain element that lies whole in a right-to-left run goes into the run's span.
-    std::vector<span> inside{span_text{U"\u05D0"}, span_sep{sep_space{}},
-                             span_nested{nested_span{.span_content = {span_text{U"\u05D1"}},
+    std::vector<span> inside{span_text{append_text(store, U"\u05D0")}, span_sep{sep_space{}},
+                             span_nested{nested_span{.span_content = {span_text{append_text(store, U"\u05D1")}},
                                                      .span_style = element,
                                                      .span_type = type_remaining{}}}};
-    apply_bidi(inside, ltr);
-    EXPECT_EQ(dump::dump_spans(inside),
+    apply_bidi(inside, store, ltr);
+    EXPECT_EQ(dump::dump_spans(inside, store),
               "span anonymous level=1\n  text \"\u05D0\"\n  sep space\n  span remaining\n    text \"\u05D1\"\n");
     EXPECT_EQ(check_made_spans(inside), 1);
 
     // Inline boxes and generated content stand in as neutrals; none is lost or doubled.
-    std::vector<span> objects{span_text{U"\u05D0"}, span_gen_content{gen_content{gen_string{"x"}}}, span_text{U"\u05D1"},
-                              span_leader{U".", 0}, span_text{U"c"}};
-    apply_bidi(objects, ltr);
-    EXPECT_EQ(dump::dump_spans(objects).find("span anonymous level=1\n"), 0u);
+    std::vector<span> objects{span_text{append_text(store, U"\u05D0")}, span_gen_content{gen_content{gen_string{"x"}}},
+                              span_text{append_text(store, U"\u05D1")}, span_leader{textbuf::textbuf(U"."), 0},
+                              span_text{append_text(store, U"c")}};
+    apply_bidi(objects, store, ltr);
+    EXPECT_EQ(dump::dump_spans(objects, store).find("span anonymous level=1\n"), 0u);
     EXPECT_EQ(check_made_spans(objects), 1);
 }
 

@@ -268,13 +268,14 @@ std::string repeated(std::string const& s, int n) {
 }
 
 // How deep nested spans go from a paragraph's spans, and the text at the bottom.
-std::pair<int, std::string> span_depth(std::vector<span> const* spans) {
+std::pair<int, std::string> span_depth(para const& p) {
     int depth = 0;
+    auto const* spans = &p.para_spans;
     while (spans && !spans->empty()) {
         auto const* n = std::get_if<span_nested>(&spans->back());
         if (!n) {
             auto const* t = std::get_if<span_text>(&spans->back());
-            return {depth, t ? textbuf::to_utf8(t->text) : ""};
+            return {depth, t ? textbuf::to_utf8(text_of(p.para_text, t->text)) : ""};
         }
         ++depth;
         spans = &n->nested->span_content;
@@ -363,20 +364,20 @@ TEST(walk, deep_trees) {
         ASSERT_EQ(doc.pack_doc_content.size(), 1u);
         auto const* p = first_para_of(doc.pack_doc_content[0].sec_blocks.front());
         ASSERT_TRUE(p);
-        EXPECT_EQ(span_depth(&p->para_spans).second, "x");
+        EXPECT_EQ(span_depth(*p).second, "x");
     }
     {
         auto const doc = deep_boxes(repeated("<ul><li>", blocks) + "x" + repeated("</li></ul>", blocks));
         auto const* p = first_para_of(doc.pack_doc_content[0].sec_blocks.front());
         ASSERT_TRUE(p);
-        EXPECT_EQ(span_depth(&p->para_spans).second, "x");
+        EXPECT_EQ(span_depth(*p).second, "x");
     }
     {
         auto const doc =
             deep_boxes("<p>" + repeated("<span>a ", spans) + "x" + repeated("</span>", spans) + "</p>");
         auto const* p = first_para_of(doc.pack_doc_content[0].sec_blocks.front());
         ASSERT_TRUE(p);
-        auto const [depth, bottom] = span_depth(&p->para_spans);
+        auto const [depth, bottom] = span_depth(*p);
         // Nesting goes as deep as the tree builder's budget lets it.
         EXPECT_GE(depth, 500);
         EXPECT_EQ(bottom, "x");
@@ -387,7 +388,7 @@ TEST(walk, deep_trees) {
             deep_boxes("<p>" + repeated("<span>a ", spans) + "\u05D0" + repeated("</span>", spans) + "</p>");
         auto const* p = first_para_of(doc.pack_doc_content[0].sec_blocks.front());
         ASSERT_TRUE(p);
-        auto const [depth, bottom] = span_depth(&p->para_spans);
+        auto const [depth, bottom] = span_depth(*p);
         EXPECT_GE(depth, 500);
         EXPECT_EQ(bottom, "\u05D0");
     }
