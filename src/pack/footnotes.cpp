@@ -17,17 +17,34 @@ bool started(prepack::block const& b) {
            std::holds_alternative<prepack::type_overflowing>(b.block_type);
 }
 
+// The words of spans copied into `to`, their ranges pointing there: a run of inline footnotes is one
+// paragraph with a text of its own, which holds its markers' numbers too.
+void rebase(std::vector<prepack::span>& spans, prepack::para_text const& from, textbuf::textbuf& to) {
+    for (auto& sp : spans) {
+        if (auto* t = std::get_if<prepack::span_text>(&sp)) {
+            t->text = prepack::append_text(to, prepack::text_of(from, t->text));
+        } else if (auto* h = std::get_if<prepack::span_text_with_hyphen>(&sp)) {
+            h->text = prepack::append_text(to, prepack::text_of(from, h->text));
+        } else if (auto* f = std::get_if<prepack::span_first_letter>(&sp)) {
+            f->first_letter_text = prepack::append_text(to, prepack::text_of(from, f->first_letter_text));
+        } else if (auto* n = std::get_if<prepack::span_nested>(&sp)) {
+            rebase(n->nested->span_content, from, to);
+        }
+    }
+}
+
 // The footnote counter in an inline footnote's marker written out as its number: the notes of one
 // run share a paragraph, and each marker shows its own note's number.
-void number_markers(std::vector<prepack::span>& spans, int number) {
+void number_markers(std::vector<prepack::span>& spans, int number, textbuf::textbuf& text) {
     for (auto& sp : spans) {
         if (auto* n = std::get_if<prepack::span_nested>(&sp)) {
-            number_markers(n->nested->span_content, number);
+            number_markers(n->nested->span_content, number, text);
         } else if (auto* g = std::get_if<prepack::span_gen_content>(&sp)) {
             auto const* c = std::get_if<prepack::gen_counter>(&*g->gen);
             auto const* f = c ? std::get_if<prepack::footnote_counter>(&c->counter) : nullptr;
             if (f) {
-                sp = prepack::span_text{prepack::counter_style::format_counter(number, f->counter_style)};
+                auto const digits = prepack::counter_style::format_counter(number, f->counter_style);
+                sp = prepack::span_text{prepack::append_text(text, digits)};
             }
         }
     }
@@ -62,12 +79,15 @@ std::vector<piece> pieces_of(std::span<page_footnote const> list) {
         }
         std::vector<prepack::span> spans;
         std::vector<page_footnote> notes;
+        textbuf::textbuf text;
         for (; i < list.size() && runs_on(list[i]); ++i) {
             auto const& n = list[i];
-            auto more = std::get<prepack::bcontent_para>(n.footnote_body->block_content).para.para_spans;
-            number_markers(more, n.footnote_number);
+            auto const& body = std::get<prepack::bcontent_para>(n.footnote_body->block_content).para;
+            auto more = body.para_spans;
+            rebase(more, body.para_text, text);
+            number_markers(more, n.footnote_number, text);
             if (!spans.empty()) {
-                spans.push_back(prepack::span_text{textbuf::from_utf8("\u2003")});
+                spans.push_back(prepack::span_text{prepack::append_text(text, U"\u2003")});
                 spans.push_back(prepack::span_sep{prepack::sep_space{}});
             }
             // Each note keeps its own style: its text goes in a span of it.
@@ -77,7 +97,8 @@ std::vector<piece> pieces_of(std::span<page_footnote const> list) {
         }
         auto first = notes.front();
         first.footnote_body = share(prepack::block{
-            .block_content = prepack::bcontent_para{prepack::para{.para_spans = std::move(spans)}},
+            .block_content = prepack::bcontent_para{prepack::para{.para_spans = std::move(spans),
+                                                                  .para_text = share(std::move(text))}},
             .block_style = first.footnote_style});
         out.push_back({.piece_note = std::move(first), .piece_notes = std::move(notes)});
     }

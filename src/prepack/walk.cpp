@@ -1088,14 +1088,16 @@ struct walker {
                     blocks = std::move(one);
                 }
                 auto const mb =
-                    share(block{.block_content = bcontent_para{para{.para_spans = std::move(marker_spans)}},
+                    share(block{.block_content = bcontent_para{para{.para_spans = std::move(marker_spans),
+                                                                    .para_text = text_store}},
                                 .block_style = anonymous_style(style)});
                 footnote_body body = block_footnote{share(block{
                     .block_content = bcontent_list_item{list_item{marker_outside{mb}, std::move(blocks)}},
                     .block_style = style,
                     .block_type = type_original{share(std::move(stuff))},
                     .block_bg = bgs})};
-                return {one_span(span_footnote{share(std::move(call)), std::move(body), style})};
+                return {one_span(span_footnote{prepack::footnote{
+                    .call = share(std::move(call)), .footnote_body = std::move(body), .footnote_style = style}})};
             }
             things.insert(things.begin(), std::make_move_iterator(marker.begin()),
                           std::make_move_iterator(marker.end()));
