@@ -2,13 +2,45 @@
 
 #include "pdf/content.hpp"
 #include "text/macroman.hpp"
+#include "util/result.hpp"
 
+#include <limits>
+#include <optional>
 #include <utility>
+
+#include <zlib.h>
 
 namespace vellum::pdf::painted {
 
+namespace {
+
+// Compresses a page's operators for the wait until the file is written. The fastest level does: the
+// operators are numbers and a few names that repeat, which even it takes to a fifth or less, and
+// every page of the document passes through here. Nothing when zlib cannot start or fails.
+std::optional<std::string> packed(std::string_view bytes) {
+    z_stream z{};
+    if (deflateInit_(&z, Z_BEST_SPEED, ZLIB_VERSION, sizeof(z_stream)) != Z_OK) {
+        return std::nullopt;
+    }
+    std::string out(deflateBound(&z, uLong(bytes.size())), '\0');
+    z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
+    z.avail_in = uInt(bytes.size());
+    z.next_out = reinterpret_cast<Bytef*>(out.data());
+    z.avail_out = uInt(out.size());
+    int const status = ::deflate(&z, Z_FINISH);
+    out.resize(out.size() - z.avail_out);
+    deflateEnd(&z);
+    if (status != Z_STREAM_END) {
+        return std::nullopt;
+    }
+    out.shrink_to_fit();
+    return out;
+}
+
+} // namespace
+
 bool recorder::sink_write(void* target, std::uint8_t const* data, std::size_t size) {
-    static_cast<recorder*>(target)->recorder_content.content_bytes.append(reinterpret_cast<char const*>(data), size);
+    static_cast<recorder*>(target)->recorder_bytes.append(reinterpret_cast<char const*>(data), size);
     return true;
 }
 
@@ -22,7 +54,7 @@ recorder* recorder_of(bulkio::output::output const& o) {
 
 void recorder::show(fonts::font_ref const& font, std::span<fonts::glyph const* const> glyphs) {
     auto& c = recorder_content;
-    glyph_show s{.show_at = std::uint32_t(c.content_bytes.size()),
+    glyph_show s{.show_at = std::uint32_t(recorder_bytes.size()),
                  .show_font = font.get(),
                  .show_first = std::uint32_t(c.content_glyphs.size()),
                  .show_count = std::uint32_t(glyphs.size())};
@@ -52,7 +84,16 @@ void recorder::show(fonts::font_ref const& font, std::span<fonts::glyph const* c
 recorded_content recorder::take() {
     recorder_known.clear();
     auto out = std::exchange(recorder_content, {});
-    out.content_bytes.shrink_to_fit();
+    // The places of the shows are 32 bits, and so is zlib's count of input.
+    check(recorder_bytes.size() <= std::numeric_limits<std::uint32_t>::max(), "recorder::take");
+    out.content_size = std::uint32_t(recorder_bytes.size());
+    if (auto p = packed(recorder_bytes)) {
+        out.content_packed = std::move(*p);
+        out.content_compressed = true;
+    } else {
+        out.content_packed = recorder_bytes;
+    }
+    recorder_bytes.clear();
     out.content_shows.shrink_to_fit();
     out.content_glyphs.shrink_to_fit();
     out.content_glyph_table.shrink_to_fit();
@@ -83,8 +124,23 @@ std::string show_bytes(recorded_content const& content, glyph_show const& show) 
     return out;
 }
 
+std::string operator_bytes(recorded_content const& content) {
+    if (!content.content_compressed) {
+        return content.content_packed;
+    }
+    std::string out(content.content_size, '\0');
+    uLongf size = content.content_size;
+    int const status = uncompress(reinterpret_cast<Bytef*>(out.data()), &size,
+                                  reinterpret_cast<Bytef const*>(content.content_packed.data()),
+                                  uLong(content.content_packed.size()));
+    // The data was compressed here, in this run: anything but its own size back is a fault.
+    check(status == Z_OK && size == content.content_size, "operator_bytes");
+    return out;
+}
+
 void replay(recorded_content const& content, bulkio::output::output const& o) {
-    auto const bytes = std::string_view(content.content_bytes);
+    auto const operators = operator_bytes(content);
+    auto const bytes = std::string_view(operators);
     std::size_t done = 0;
     for (auto const& s : content.content_shows) {
         bulkio::output::write_all(o, bulkio::output::as_bytes(bytes.substr(done, s.show_at - done)));

@@ -1,6 +1,7 @@
 // A content stream painted ahead of writing. The operators are kept as bytes, but the strings that show
 // glyphs are kept as glyphs: a font's encoding (MacRoman, one byte, two bytes) and its glyph numbers are
-// settled only when subsetting has seen every page, so the codes are written when the stream is.
+// settled only when subsetting has seen every page, so the codes are written when the stream is. Every
+// page of a document waits for that, so its operators wait compressed.
 #pragma once
 
 #include "pdf/bulkio/output.hpp"
@@ -12,6 +13,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -35,8 +37,12 @@ struct glyph_show {
 
 /// A painted content stream.
 struct recorded_content {
-    /// Every operator but the shown strings.
-    std::string content_bytes;
+    /// Every operator but the shown strings, compressed by zlib (`operator_bytes` gives them back);
+    /// kept as they are when zlib could not start.
+    std::string content_packed;
+    bool content_compressed = false;
+    /// The size of the operators uncompressed: the places of the shows count in it.
+    std::uint32_t content_size = 0;
     /// In the order of their places in the bytes.
     std::vector<glyph_show> content_shows;
     /// The glyphs of the shows, as places in `content_glyph_table`.
@@ -56,6 +62,9 @@ public:
 
     /// The content, leaving the recorder empty.
     recorded_content take();
+
+    /// The operator bytes recorded so far, uncompressed.
+    std::string_view bytes() const { return recorder_bytes; }
 
     /// The write function of the recorder's sink.
     static bool sink_write(void* target, std::uint8_t const* data, std::size_t size);
@@ -78,11 +87,16 @@ private:
         bool known_chars = false;
     };
     recorded_content recorder_content;
+    /// The operators of the page being painted; the buffer serves page after page.
+    std::string recorder_bytes;
     std::unordered_map<glyph_key, known_glyph, key_hash> recorder_known;
 };
 
 /// The recorder a sink writes into, if it is one.
 recorder* recorder_of(bulkio::output::output const& o);
+
+/// The operators of a recorded content, uncompressed.
+std::string operator_bytes(recorded_content const& content);
 
 /// The bytes of a shown string in the font's encoding as it now stands.
 std::string show_bytes(recorded_content const& content, glyph_show const& show);

@@ -73,9 +73,28 @@ TEST(painted, replay_writes_what_direct_painting_writes) {
     // ones.
     EXPECT_EQ(c.content_glyph_table.size(), 12u);
     EXPECT_EQ(c.content_shows.size(), 3u);
-    // The operators around the strings are there, the strings are not.
-    EXPECT_NE(c.content_bytes.find(" Tf\n"), std::string::npos) << c.content_bytes;
-    EXPECT_EQ(c.content_bytes.find("Tj"), std::string::npos) << c.content_bytes;
+    // The operators around the strings are there, the strings are not; they wait compressed.
+    auto const operators = operator_bytes(c);
+    EXPECT_NE(operators.find(" Tf\n"), std::string::npos) << operators;
+    EXPECT_EQ(operators.find("Tj"), std::string::npos) << operators;
+    EXPECT_TRUE(c.content_compressed);
+    EXPECT_EQ(c.content_size, operators.size());
+}
+
+TEST(painted, a_page_of_text_waits_compressed) {
+    font_fixture f;
+    std::vector<std::pair<float, std::vector<fonts::grapheme>>> runs;
+    auto const word = f.text("Sans", U"word");
+    for (int i = 0; i < 400; ++i) {
+        runs.emplace_back(float(i % 20) * 25, word);
+    }
+    auto const box = para_of(runs);
+    auto const c = recorded(box);
+    // Operators repeat from word to word: the page keeps a small part of their size, and gives them
+    // back whole.
+    EXPECT_GT(c.content_size, 4000u);
+    EXPECT_LT(c.content_packed.size() * 4, c.content_size);
+    EXPECT_EQ(replayed(c), direct(box));
 }
 
 TEST(painted, codes_follow_the_encoding_settled_after_painting) {
