@@ -8,13 +8,6 @@ DATA=$2
 source "$DATA/lib.sh"
 cd "$work"
 
-# box_of PDF PAGE WORD: "xmin ymin" of the first such word on the page.
-box_of() {
-    pdftotext -f "$2" -l "$2" -bbox "$1" - |
-        sed -n 's/.*xMin="\([0-9.]*\)" yMin="\([0-9.]*\)".*>\([^<]*\)<\/word>/\3 \1 \2/p' |
-        awk -v w="$3" '$1 == w { print $2, $3; exit }'
-}
-
 cat >floats.html <<'HTML'
 <!DOCTYPE html><html><head><style>
 @page { size: 400pt 500pt; margin: 30pt }

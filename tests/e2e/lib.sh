@@ -49,6 +49,14 @@ qpdf_clean() {
     esac
 }
 
+# box_of PDF PAGE WORD: "xmin ymin" of the first such word on the page, from pdftotext -bbox (words
+# compared as text, so that "10" and "10.0" differ).
+box_of() {
+    pdftotext -f "$2" -l "$2" -bbox "$1" - |
+        sed -n 's/.*xMin="\([0-9.]*\)" yMin="\([0-9.]*\)".*>\([^<]*\)<\/word>/\3 \1 \2/p' |
+        awk -v w="$3" '($1 "") == (w "") { print $2, $3; exit }'
+}
+
 finish() {
     if [ "$failures" -ne 0 ]; then
         echo "$failures check(s) failed" >&2

@@ -7,12 +7,6 @@ DATA=$2
 source "$DATA/lib.sh"
 cd "$work"
 
-# box_of PDF PAGE WORD: "x y" of the first such word on the page, from pdftotext -bbox.
-box_of() {
-    pdftotext -f "$2" -l "$2" -bbox "$1" - |
-        sed -n 's/.*xMin="\([0-9.]*\)" yMin="\([0-9.]*\)".*>\([^<]*\)<\/word>/\3 \1 \2/p' |
-        awk -v w="$3" '$1 == w { print $2, $3; exit }'
-}
 pages_of() { pdfinfo "$1" | awk '/^Pages:/ { print $2 }'; }
 
 head='<!DOCTYPE html><html><head><style>
