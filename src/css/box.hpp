@@ -106,8 +106,10 @@ using display = std::variant<display_kind, display_footnote>;
 
 enum class float_kind { none, inside, outside, left, right };
 
-/// Which edge of the page or column a page float goes to.
-enum class float_edge { top, bottom };
+/// Which edge of the page or column a page float goes to. The corners are the top or bottom edge at
+/// the outside of the page (right on a right page, left on a left one); `snap` goes to the edge nearer
+/// to where the float was met.
+enum class float_edge { top, bottom, top_corner, bottom_corner, snap };
 
 /// A float to the top or bottom of a page or column; `next` defers it to the next one, `unless_fit`
 /// floats it only when it doesn't fit where it stands.

@@ -7,6 +7,12 @@
 
 namespace vellum::prepack {
 
+// Written out rather than defaulted: clang (14 to 16) crashes on a defaulted comparison of a record that
+// holds vectors of the variant that holds the record.
+bool script_func::operator==(script_func const& o) const {
+    return script_func_name == o.script_func_name && script_func_args == o.script_func_args;
+}
+
 // These records hold lists of blocks or spans, which are complete only here.
 // Spans and blocks, variants of recursive records, are compared alternative by alternative here, in one
 // place, rather than by the standard variant's operator== at every use: its instantiation over these

@@ -244,8 +244,6 @@ struct text_thing : std::variant<text_thing_text, text_thing_gen, text_thing_scr
     using variant::variant;
 };
 
-inline bool script_func::operator==(script_func const&) const = default;
-
 // ---- Element identity, counters and strings --------------------------------------------------------------
 
 /// A counter scope: the counters an element opened, with their values.
