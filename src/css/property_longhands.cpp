@@ -772,8 +772,8 @@ opt<box::floaty> parse_floaty(value::value const& v) {
             return box::float_footnote{box::footnote_container::column, true};
         }
     }
-    // Page and column floats: "top", "bottom", "column-top", "column-bottom", each optionally followed by
-    // "next" or "unless-fit".
+    // Page and column floats: "top", "bottom", "top-corner", "bottom-corner", "snap", and the same with
+    // "column-" in front, each optionally followed by "next" or "unless-fit".
     if (terms.empty() || terms.size() > 2) {
         return std::nullopt;
     }
@@ -792,6 +792,12 @@ opt<box::floaty> parse_floaty(value::value const& v) {
         pf.float_to_edge = box::float_edge::top;
     } else if (edge == "bottom") {
         pf.float_to_edge = box::float_edge::bottom;
+    } else if (edge == "top-corner") {
+        pf.float_to_edge = box::float_edge::top_corner;
+    } else if (edge == "bottom-corner") {
+        pf.float_to_edge = box::float_edge::bottom_corner;
+    } else if (edge == "snap") {
+        pf.float_to_edge = box::float_edge::snap;
     } else {
         return std::nullopt;
     }

@@ -207,7 +207,8 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
             page_floats::note_in_flow(info.general.log, *b.block_style);
         }
         if (is_original(b) && page_floats::takes_page_float(cur_info, *b.block_style)) {
-            auto const how = *page_floats::page_float_of(*b.block_style);
+            auto const how = page_floats::settle_snap(*page_floats::page_float_of(*b.block_style),
+                                                      flow_top(cur_areas, cur_gap), cur_info.general.body_area);
             bool stays = false;
             if (how.float_unless_fit) {
                 auto trial_info = cur_info;

@@ -133,7 +133,9 @@ columns_res one_pass(pass_input const& in, float bottom) {
                 continue;
             }
             auto const* cf = std::get_if<css::box::float_column>(&f.block_style->float_);
-            if (cf && cf->column_float.float_to_edge == css::box::float_edge::bottom) {
+            // Columns have no outside corner: a corner float goes to the column's top or bottom.
+            if (cf && (cf->column_float.float_to_edge == css::box::float_edge::bottom ||
+                       cf->column_float.float_to_edge == css::box::float_edge::bottom_corner)) {
                 bottoms_height += pf->cf_height;
                 bottoms.push_back(std::move(*pf));
                 continue;

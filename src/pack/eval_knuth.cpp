@@ -49,18 +49,18 @@ textbuf::textbuf transformed(css::style::style const& s, std::u32string_view tex
     return textbuf::textbuf(text);
 }
 
-knuth::graphemes shape(eval_env const& env, measure_form const& f, fonts::direction dir, std::u32string_view text) {
+pack::knuth::graphemes shape(eval_env const& env, measure_form const& f, fonts::direction dir, std::u32string_view text) {
     check(static_cast<bool>(env.env_shape) && f.form_font_req != nullptr, "eval_knuth");
     return env.env_shape(*f.form_font_req, dir, text);
 }
 
-float width_of(measure_form const& f, knuth::graphemes const& g, float letter_spacing) {
+float width_of(measure_form const& f, pack::knuth::graphemes const& g, float letter_spacing) {
     return fonts::graphemes_width(false, vertical(*f.form_style), g, letter_spacing, f.form_style->font_size);
 }
 
 // The advance of a character in the form's font, without any spacing.
 struct char_measure {
-    knuth::graphemes char_graphemes;
+    pack::knuth::graphemes char_graphemes;
     float char_width = 0;
 };
 
@@ -167,7 +167,7 @@ box_eval eval_box(eval_env const& env,
 
 // The number of items from the start of `rest` up to, not including, the tail of the script result
 // that starts before it.
-int items_to_tail(std::span<knuth::knuth const> rest) {
+int items_to_tail(std::span<pack::knuth::knuth const> rest) {
     int depth = 0;
     for (std::size_t i = 0; i < rest.size(); ++i) {
         if (std::holds_alternative<script_func_head>(rest[i])) {
@@ -191,7 +191,7 @@ measure_form form_of(text_head const& head, line_kind kind) {
 shaper shaper_of(fonts::fonts const& db, std::shared_ptr<fonts::shape_cache::shape_cache> cache) {
     if (!cache) {
         return [db](fonts::font_req const& req, fonts::direction dir, std::u32string_view text) {
-            return knuth::graphemes(fonts::text_to_graphemes(db, req, dir, text));
+            return pack::knuth::graphemes(fonts::text_to_graphemes(db, req, dir, text));
         };
     }
     return [db, cache](fonts::font_req const& req, fonts::direction dir, std::u32string_view text) {
@@ -229,8 +229,8 @@ eval_res eval_knuth(eval_env const& env,
                     line_kind kind,
                     std::optional<float> containing_height,
                     page_state state,
-                    knuth::knuth const& item,
-                    std::span<knuth::knuth const> rest) {
+                    pack::knuth::knuth const& item,
+                    std::span<pack::knuth::knuth const> rest) {
     eval_res res{.res_state = std::move(state), .res_item = item};
     std::visit(overloaded{
                    [&](knuth_box const& b) {
@@ -318,7 +318,7 @@ struct word_view {
     textbuf::textbuf const* text = nullptr;
 };
 
-std::optional<word_view> word_or_non_word(knuth::knuth const& item) {
+std::optional<word_view> word_or_non_word(pack::knuth::knuth const& item) {
     auto const* b = std::get_if<knuth_box>(&item);
     if (b == nullptr) {
         return std::nullopt;
@@ -344,13 +344,13 @@ namespace {
 // that hyphen; the last item of the line is the break and is never joined over. The result points
 // into `line`, or into `made` for the words joined again (a list, which allocates nothing until a word
 // is joined and never moves what it holds).
-std::vector<knuth::knuth const*> join_pieces(eval_env const& env,
+std::vector<pack::knuth::knuth const*> join_pieces(eval_env const& env,
                                              line_kind kind,
-                                             std::span<knuth::knuth const> line,
-                                             std::forward_list<knuth::knuth>& made) {
-    std::vector<knuth::knuth const*> joined;
+                                             std::span<pack::knuth::knuth const> line,
+                                             std::forward_list<pack::knuth::knuth>& made) {
+    std::vector<pack::knuth::knuth const*> joined;
     joined.reserve(line.size());
-    auto const replace_back = [&](knuth::knuth item) {
+    auto const replace_back = [&](pack::knuth::knuth item) {
         made.push_front(std::move(item));
         joined.back() = &made.front();
     };
@@ -388,10 +388,10 @@ std::vector<knuth::knuth const*> join_pieces(eval_env const& env,
 
 } // namespace
 
-std::vector<knuth::knuth> trim_line(eval_env const& env, line_kind kind, std::span<knuth::knuth const> line) {
-    std::forward_list<knuth::knuth> made;
+std::vector<pack::knuth::knuth> trim_line(eval_env const& env, line_kind kind, std::span<pack::knuth::knuth const> line) {
+    std::forward_list<pack::knuth::knuth> made;
     auto const pieces = join_pieces(env, kind, line, made);
-    std::vector<knuth::knuth> joined;
+    std::vector<pack::knuth::knuth> joined;
     joined.reserve(pieces.size());
     for (auto const* item : pieces) {
         joined.push_back(*item);
@@ -408,11 +408,11 @@ std::vector<knuth::knuth> trim_line(eval_env const& env, line_kind kind, std::sp
     return stripped;
 }
 
-knuth::line_sum trimmed_line_sums(eval_env const& env,
+pack::knuth::line_sum trimmed_line_sums(eval_env const& env,
                                   line_kind kind,
-                                  std::optional<knuth::knuth> const& first,
-                                  std::span<knuth::knuth const> line) {
-    std::forward_list<knuth::knuth> made;
+                                  std::optional<pack::knuth::knuth> const& first,
+                                  std::span<pack::knuth::knuth const> line) {
+    std::forward_list<pack::knuth::knuth> made;
     auto const pieces = join_pieces(env, kind, line, made);
     return stripped_line_sums(first, pieces);
 }
@@ -421,7 +421,7 @@ namespace {
 
 // The width of pieces `first`, `first + 2`, ..., `last` of `items` joined into one word, as
 // `join_pieces` measures it: the text of all, in the first piece's font, style and direction.
-float joined_width(eval_env const& env, line_kind kind, std::span<knuth::knuth const> items, std::size_t first, std::size_t last) {
+float joined_width(eval_env const& env, line_kind kind, std::span<pack::knuth::knuth const> items, std::size_t first, std::size_t last) {
     auto const head = word_or_non_word(items[first]);
     check(head.has_value(), "joined_width");
     textbuf::textbuf text = *head->text;
@@ -437,8 +437,8 @@ float joined_width(eval_env const& env, line_kind kind, std::span<knuth::knuth c
 
 } // namespace
 
-void measured_push(measured_items& m, knuth::knuth item) {
-    knuth::sums_push(m.measured_sums, item);
+void measured_push(measured_items& m, pack::knuth::knuth item) {
+    pack::knuth::sums_push(m.measured_sums, item);
     m.measured_list.push_back(std::move(item));
     std::size_t const i = m.measured_list.size() - 1;
     if (i < 2) {
@@ -469,7 +469,7 @@ void measured_truncate(measured_items& m, std::size_t count) {
         return;
     }
     m.measured_list.resize(count);
-    knuth::sums_truncate(m.measured_sums, count);
+    pack::knuth::sums_truncate(m.measured_sums, count);
     while (!m.measured_runs.empty()) {
         auto& r = m.measured_runs.back();
         if (r.run_last < count) {
@@ -488,13 +488,13 @@ void measured_truncate(measured_items& m, std::size_t count) {
     std::erase_if(m.measured_joined, [count](auto const& e) { return (e.first & 0xffffffffu) >= count; });
 }
 
-knuth::line_sum measured_line_sums(eval_env const& env,
+pack::knuth::line_sum measured_line_sums(eval_env const& env,
                                    measured_items& m,
                                    std::size_t from,
                                    std::size_t to,
-                                   std::optional<knuth::knuth> const& first) {
+                                   std::optional<pack::knuth::knuth> const& first) {
     check(to <= m.measured_list.size(), "measured_line_sums");
-    auto sum = knuth::sums_of_line(m.measured_sums, from, to);
+    auto sum = pack::knuth::sums_of_line(m.measured_sums, from, to);
     if (first) {
         sum.sum_width += item_width(*first);
     }
@@ -529,10 +529,10 @@ knuth::line_sum measured_line_sums(eval_env const& env,
 
 std::optional<hyphenated> try_hyphenate(eval_env const& env,
                                         line_kind kind,
-                                        knuth::knuth const* previous,
-                                        std::span<knuth::knuth const> items) {
+                                        pack::knuth::knuth const* previous,
+                                        std::span<pack::knuth::knuth const> items) {
     for (std::size_t i = 0; i < items.size(); ++i) {
-        knuth::knuth const* prev = i == 0 ? previous : &items[i - 1];
+        pack::knuth::knuth const* prev = i == 0 ? previous : &items[i - 1];
         if (i > 0 && legal_break(prev, items[i])) {
             return std::nullopt;
         }
@@ -602,7 +602,7 @@ std::size_t code_points_of(std::span<fonts::grapheme const> graphemes) {
     return n;
 }
 
-bool skipped_at_end(knuth::knuth const& item) {
+bool skipped_at_end(pack::knuth::knuth const& item) {
     if (std::holds_alternative<knuth_glue>(item) || std::holds_alternative<knuth_penalty>(item)) {
         return true;
     }
@@ -612,7 +612,7 @@ bool skipped_at_end(knuth::knuth const& item) {
 
 } // namespace
 
-overflow_wrap0_res overflow_wrap(eval_env const&, line_kind kind, std::span<knuth::knuth const> line, float width) {
+overflow_wrap0_res overflow_wrap(eval_env const&, line_kind kind, std::span<pack::knuth::knuth const> line, float width) {
     std::size_t end = line.size();
     while (end > 0 && skipped_at_end(line[end - 1])) {
         --end;

@@ -11,12 +11,12 @@ using namespace knuth;
 
 namespace {
 
-knuth::inline_block const* inline_block_of(knuth::knuth const& item) {
+pack::knuth::inline_block const* inline_block_of(pack::knuth::knuth const& item) {
     auto const* b = std::get_if<knuth_box>(&item);
-    return b != nullptr ? std::get_if<knuth::inline_block>(b) : nullptr;
+    return b != nullptr ? std::get_if<pack::knuth::inline_block>(b) : nullptr;
 }
 
-bool holds_only_indent(std::span<knuth::knuth const> packed) {
+bool holds_only_indent(std::span<pack::knuth::knuth const> packed) {
     if (packed.empty()) {
         return true;
     }
@@ -30,14 +30,14 @@ struct scan {
     line_request const& request;
     eval_knuth::page_state start_page;
     /// The paragraph's items not yet looked at.
-    knuth::item_stream& source;
+    pack::knuth::item_stream& source;
     /// The items of this line looked at so far, taken from `source` as the scan reaches them.
-    std::vector<knuth::knuth> items{};
+    std::vector<pack::knuth::knuth> items{};
     /// The items packed so far, measured, with their sums: a state holds the first `packed_count`.
     eval_knuth::measured_items packed{.measured_kind = request.line_kind};
 
-    std::span<knuth::knuth const> packed_items(pack_state const& s) const {
-        return std::span<knuth::knuth const>(packed.measured_list).first(s.packed_count);
+    std::span<pack::knuth::knuth const> packed_items(pack_state const& s) const {
+        return std::span<pack::knuth::knuth const>(packed.measured_list).first(s.packed_count);
     }
 
     // Whether item `i` is there, taking it from the source if need be.
@@ -64,7 +64,7 @@ struct scan {
     }
 
     // Gives the items from `from` on back to the source, after `front`: they come first next time.
-    void give_back(std::size_t from, std::vector<knuth::knuth> front = {}) {
+    void give_back(std::size_t from, std::vector<pack::knuth::knuth> front = {}) {
         for (std::size_t j = items.size(); j-- > std::min(from, items.size());) {
             stream_put_back(source, std::move(items[j]));
         }
@@ -75,10 +75,10 @@ struct scan {
     }
 
     // A break where the state stands, weighed by the sums of its line: the line is not made.
-    break_point make_break_point(pack_state const& s, knuth::break_type type) {
+    break_point make_break_point(pack_state const& s, pack::knuth::break_type type) {
         auto const sums = eval_knuth::measured_line_sums(env, packed, 0, s.packed_count, std::nullopt);
         return break_point{.break_state = s,
-                           .line_empty = knuth::line_strips_to_nothing(packed.measured_sums, 0, s.packed_count),
+                           .line_empty = pack::knuth::line_strips_to_nothing(packed.measured_sums, 0, s.packed_count),
                            .line_width = sums.sum_width,
                            .line_stretch = sums.sum_stretch,
                            .line_shrink = sums.sum_shrink,
@@ -94,7 +94,7 @@ struct scan {
     // The break point (its line made) with the rest of the paragraph behind it in the source: `front`
     // (the rest of a cut word) first, then the floats held back, then what the scan looked at past the
     // break.
-    line_res give_back_after(break_point bp, std::vector<knuth::knuth> front = {}) {
+    line_res give_back_after(break_point bp, std::vector<pack::knuth::knuth> front = {}) {
         auto& delayed = bp.break_state.delay_floats;
         front.insert(front.end(), std::make_move_iterator(delayed.begin()), std::make_move_iterator(delayed.end()));
         delayed.clear();
@@ -111,7 +111,7 @@ struct scan {
                 reach_script_tail(i);
             }
             auto ev = eval_knuth::eval_knuth(env, request.line_kind, request.containing_height, st.curr_page_info,
-                                             items[i], std::span<knuth::knuth const>(items).subspan(i + 1));
+                                             items[i], std::span<pack::knuth::knuth const>(items).subspan(i + 1));
             if (ev.res_splice) {
                 auto const first = items.begin() + static_cast<std::ptrdiff_t>(i + 1);
                 items.erase(first, first + ev.res_splice->splice_count);
@@ -120,7 +120,7 @@ struct scan {
             }
             items[i] = std::move(ev.res_item);
             st.curr_page_info = std::move(ev.res_state);
-            knuth::knuth const& item = items[i];
+            pack::knuth::knuth const& item = items[i];
             float const w = item_width(item);
 
             if (auto const* ib = inline_block_of(item)) {
@@ -159,7 +159,7 @@ struct scan {
             measured_push(packed, item);
             st.packed_count = packed.measured_list.size();
             // The item before this one on the line, the floats held back aside.
-            knuth::knuth const* prev = st.packed_count >= 2 ? &packed.measured_list[st.packed_count - 2] : nullptr;
+            pack::knuth::knuth const* prev = st.packed_count >= 2 ? &packed.measured_list[st.packed_count - 2] : nullptr;
             bool const legal = legal_break(prev, packed.measured_list.back());
             st.next_index = i + 1;
             if (!legal) {
@@ -183,9 +183,9 @@ struct scan {
             if (request.hyphenate_ok) {
                 std::size_t const from = best ? best->break_state.next_index : 0;
                 std::size_t const kept = best ? best->break_state.packed_count : 0;
-                knuth::knuth const* before = kept > 0 ? &packed.measured_list[kept - 1] : nullptr;
+                pack::knuth::knuth const* before = kept > 0 ? &packed.measured_list[kept - 1] : nullptr;
                 auto h = eval_knuth::try_hyphenate(env, request.line_kind, before,
-                                                   std::span<knuth::knuth const>(items).subspan(from));
+                                                   std::span<pack::knuth::knuth const>(items).subspan(from));
                 if (h) {
                     auto const at = items.begin() + static_cast<std::ptrdiff_t>(from + h->word_index);
                     auto const pos = items.erase(at);
@@ -245,7 +245,7 @@ line_res fill_line(eval_knuth::eval_env const& env,
                    method m,
                    line_request const& request,
                    eval_knuth::page_state page_info,
-                   knuth::item_stream& items) {
+                   pack::knuth::item_stream& items) {
     scan s{.env = env, .m = m, .request = request, .start_page = std::move(page_info), .source = items};
     return s.run();
 }

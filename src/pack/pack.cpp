@@ -531,7 +531,8 @@ page_out pack_page(doc_state& st,
     }
     // The page floats stand at the top of the body and on top of the footnote area.
     for (auto& b : page_floats::place(float_set, pa.pa_body_area,
-                                      pa.pa_body_area.bottom + (notes ? notes->area_height : 0))) {
+                                      pa.pa_body_area.bottom + (notes ? notes->area_height : 0),
+                                      info.general.pdf_page_num % 2 == 1)) {
         content.push_back(std::move(b));
     }
     if (notes) {

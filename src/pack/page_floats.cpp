@@ -52,7 +52,35 @@ float frame_height(std::optional<edge_box> const& e) {
 }
 
 bool is_top(page_float const& f) {
-    return f.page_float_how.float_to_edge == css::box::float_edge::top;
+    switch (f.page_float_how.float_to_edge) {
+    case css::box::float_edge::top:
+    case css::box::float_edge::top_corner:
+    case css::box::float_edge::snap: // settled when met; a float never settled goes to the top
+        return true;
+    case css::box::float_edge::bottom:
+    case css::box::float_edge::bottom_corner:
+        return false;
+    }
+    return true;
+}
+
+bool in_corner(page_float const& f) {
+    auto const e = f.page_float_how.float_to_edge;
+    return e == css::box::float_edge::top_corner || e == css::box::float_edge::bottom_corner;
+}
+
+// Moves a float's box across to the outside edge of the body, its margins kept: the right edge on a
+// right-hand page, the left on a left-hand one.
+void to_corner(box& bx, areas::area const& body, bool right_page) {
+    float margin_left = 0;
+    float margin_right = 0;
+    if (auto const* m = std::get_if<css::used_style::used_margins>(&bx.box_used_style.used_margins)) {
+        margin_left = m->margin_left.value_or(0);
+        margin_right = m->margin_right.value_or(0);
+    }
+    float const dx =
+        right_page ? body.right - margin_right - (bx.box_x + bx.box_w) : body.left + margin_left - bx.box_x;
+    block::shift_box(bx, dx, 0);
 }
 
 // What a float of height `h` adds to its edge's height: the edge box's frame comes with the first.
@@ -163,6 +191,14 @@ std::optional<css::box::page_column_float> page_float_of(css::style::style const
     return std::nullopt;
 }
 
+css::box::page_column_float settle_snap(css::box::page_column_float how, float y, areas::area const& body) {
+    if (how.float_to_edge == css::box::float_edge::snap) {
+        how.float_to_edge =
+            y >= (body.top + body.bottom) / 2 ? css::box::float_edge::top : css::box::float_edge::bottom;
+    }
+    return how;
+}
+
 bool takes_page_float(page_info const& info, css::style::style const& s) {
     return info.flags.pack_page_stuff && page_float_of(s).has_value();
 }
@@ -250,15 +286,21 @@ namespace {
 // The floats of one edge stacked down from `top` (the top of their edge's margin box), in the edge's
 // box when there is one.
 void place_edge(std::vector<placed_float> const& list, std::optional<edge_box> const& e, areas::area const& body,
-                float top, float height, std::vector<ref<box>>& out) {
+                float top, float height, bool right_page, std::vector<ref<box>>& out) {
     if (list.empty()) {
         return;
     }
     auto const fr = e ? e->edge_frame : footnotes::frame{};
+    auto inner = body;
+    inner.left += fr.left;
+    inner.right -= fr.right;
     float y = top - fr.margin_top - fr.inner_top;
     std::vector<ref<box>> boxes;
     for (auto const& f : list) {
         auto bx = *f.placed_packed.packed_box;
+        if (in_corner(f.placed_what)) {
+            to_corner(bx, inner, right_page);
+        }
         block::shift_box(bx, 0, y);
         boxes.push_back(share(std::move(bx)));
         y -= f.placed_packed.packed_height;
@@ -283,10 +325,11 @@ void place_edge(std::vector<placed_float> const& list, std::optional<edge_box> c
 
 } // namespace
 
-std::vector<ref<box>> place(page_set const& set, areas::area const& body, float floor) {
+std::vector<ref<box>> place(page_set const& set, areas::area const& body, float floor, bool right_page) {
     std::vector<ref<box>> out;
-    place_edge(set.tops, set.tops_box, body, body.top, set.tops_height, out);
-    place_edge(set.bottoms, set.bottoms_box, body, floor + set.bottoms_height, set.bottoms_height, out);
+    place_edge(set.tops, set.tops_box, body, body.top, set.tops_height, right_page, out);
+    place_edge(set.bottoms, set.bottoms_box, body, floor + set.bottoms_height, set.bottoms_height, right_page,
+               out);
     return out;
 }
 

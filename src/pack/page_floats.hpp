@@ -29,6 +29,10 @@ void note_in_flow(log::log const& log, css::style::style const& s);
 /// How a style floats to the page, if it does.
 std::optional<css::box::page_column_float> page_float_of(css::style::style const& s);
 
+/// A float met at height `y` of the page body: `snap` becomes `top` when the call stands in the upper
+/// half of the body and `bottom` otherwise; any other edge stays as it is.
+css::box::page_column_float settle_snap(css::box::page_column_float how, float y, areas::area const& body);
+
 /// A page float packed: its box with the top of its margin box at y = 0, its height with its margins,
 /// and the footnotes its text calls.
 struct packed {
@@ -87,7 +91,8 @@ areas::area flow_area(page_set const& set, areas::area const& body);
 
 /// The floats' boxes at their places: the tops from the body's top down, the bottoms up from `floor`
 /// (the top of the footnote area, or the body's bottom), each set in its edge's box if it has one.
-std::vector<ref<box>> place(page_set const& set, areas::area const& body, float floor);
+/// Floats to a corner stand at the outside of the body: its right on a right-hand page.
+std::vector<ref<box>> place(page_set const& set, areas::area const& body, float floor, bool right_page);
 
 /// Flows the body in the area it is given (the body less the floats placed so far).
 using flow_fn = std::function<blocks::blocks_out(page_info, areas::area const&)>;

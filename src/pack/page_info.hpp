@@ -66,7 +66,7 @@ struct general {
     /// The current multi-column container.
     std::optional<int> column_id;
     /// The source of new column ids; shared by every copy, so that ids stay unique over trials.
-    std::shared_ptr<cell<int>> column_id_mutvar = std::make_shared<cell<int>>(0);
+    std::shared_ptr<cell<int>> column_id_mutvar = std::make_shared<cell<int>>(cell<int>{0});
     // column_info (the container's geometry) joins with columns.
     /// The running number of footnote calls.
     int footnote_counter = 0;

@@ -9,7 +9,7 @@ using namespace knuth;
 namespace {
 
 // Whether an item shows nothing at a line's edge and goes: a space, a line end, an empty text run.
-bool droppable(knuth::knuth const& item) {
+bool droppable(pack::knuth::knuth const& item) {
     if (std::holds_alternative<knuth_glue>(item)) {
         return true;
     }
@@ -28,7 +28,7 @@ bool droppable(knuth::knuth const& item) {
 }
 
 // Items that an edge scan passes over: the edges of inline boxes and the indent.
-bool passed_over(knuth::knuth const& item) {
+bool passed_over(pack::knuth::knuth const& item) {
     auto const* b = std::get_if<knuth_box>(&item);
     return b != nullptr && (std::holds_alternative<open>(*b) || std::holds_alternative<close>(*b) ||
                             std::holds_alternative<indent>(*b));

@@ -19,14 +19,14 @@ using para_halign::placed_item;
 
 namespace {
 
-knuth::inline_block const* inline_block_of(knuth::knuth const& item) {
+pack::knuth::inline_block const* inline_block_of(pack::knuth::knuth const& item) {
     auto const* b = std::get_if<knuth_box>(&item);
-    return b != nullptr ? std::get_if<knuth::inline_block>(b) : nullptr;
+    return b != nullptr ? std::get_if<pack::knuth::inline_block>(b) : nullptr;
 }
 
-bool is_indent(knuth::knuth const& item) {
+bool is_indent(pack::knuth::knuth const& item) {
     auto const* b = std::get_if<knuth_box>(&item);
-    return b != nullptr && std::holds_alternative<knuth::indent>(*b);
+    return b != nullptr && std::holds_alternative<pack::knuth::indent>(*b);
 }
 
 areas::area band_of(areas::areas const& a) {
@@ -50,8 +50,8 @@ areas::areas after_line(areas::areas a, float h) {
     return a;
 }
 
-knuth::style_ref line_style(knuth::style_ref const& style,
-                            std::optional<knuth::style_ref> const& first_line_style,
+pack::knuth::style_ref line_style(pack::knuth::style_ref const& style,
+                            std::optional<pack::knuth::style_ref> const& first_line_style,
                             line_kind kind) {
     return kind == line_kind::first_line && first_line_style ? *first_line_style : style;
 }
@@ -166,7 +166,7 @@ void cut_line_at(std::vector<spanbox>& boxes, css::style::style const& style, fl
 
 // An inline box continued on the next line: under `box-decoration-break: slice` its start edge
 // (margin, border, padding) was drawn on the first line only.
-knuth::open continued(knuth::open o) {
+pack::knuth::open continued(pack::knuth::open o) {
     if (o.box_style->box_decoration_break != css::box::box_decoration_break::slice) {
         return o;
     }
@@ -191,9 +191,9 @@ void drop_indent(item_stream& items) {
 // ---- Placing lines --------------------------------------------------------------------------------------
 
 struct para_ctx {
-    knuth::style_ref style;
+    pack::knuth::style_ref style;
     css::used_style::used_style used;
-    std::optional<knuth::style_ref> first_line_style;
+    std::optional<pack::knuth::style_ref> first_line_style;
     pack_method method = pack_method::first_fit;
     eval_knuth::eval_env env;
 };
@@ -205,7 +205,7 @@ struct run_state {
     areas::areas areas;
     std::vector<parabox> boxes;
     int placed = 0;
-    std::vector<knuth::open> open_tags;
+    std::vector<pack::knuth::open> open_tags;
     int line_number = 1;
     int consecutive_hyphens = 0;
     item_stream rest;
@@ -215,10 +215,10 @@ struct run_state {
 
 // A line is placed: the footnotes it calls join the page's, with the numbers their calls showed, and
 // the footnote counter stands where the line breaker left it at the line's end.
-void take_footnotes(page_info& info, std::span<knuth::knuth const> line, std::optional<int> counter_after) {
+void take_footnotes(page_info& info, std::span<pack::knuth::knuth const> line, std::optional<int> counter_after) {
     int number = info.general.footnote_counter;
     for (auto const& item : line) {
-        if (auto const* f = std::get_if<knuth::footnote>(&item)) {
+        if (auto const* f = std::get_if<pack::knuth::footnote>(&item)) {
             add_footnote(info.accum, page_footnote{.footnote_body = f->footnote_body,
                                                    .footnote_style = f->footnote_style,
                                                    .footnote_number = ++number});
@@ -231,11 +231,11 @@ void take_footnotes(page_info& info, std::span<knuth::knuth const> line, std::op
 // takes room from the body. They do if the footnote area, grown by them, stays below the line; or,
 // under the `auto` policy, if they can at least start below it, to run on to the next page; or if the
 // line must be placed here. When they do, the line's footnotes join the page's and the area grows.
-bool footnotes_fit(run_state& s, std::span<knuth::knuth const> line, float line_bottom, bool max_area,
+bool footnotes_fit(run_state& s, std::span<pack::knuth::knuth const> line, float line_bottom, bool max_area,
                    std::optional<int> counter_after) {
     auto& info = s.info;
     if (!info.flags.pack_page_stuff ||
-        std::none_of(line.begin(), line.end(), [](knuth::knuth const& i) { return std::holds_alternative<knuth::footnote>(i); })) {
+        std::none_of(line.begin(), line.end(), [](pack::knuth::knuth const& i) { return std::holds_alternative<pack::knuth::footnote>(i); })) {
         take_footnotes(info, line, counter_after);
         return true;
     }
@@ -248,8 +248,8 @@ bool footnotes_fit(run_state& s, std::span<knuth::knuth const> line, float line_
     if (need <= room + tolerance) {
         trial.packed_stuff.footnotes_height = need;
     } else {
-        bool const keep = std::any_of(line.begin(), line.end(), [](knuth::knuth const& i) {
-            auto const* f = std::get_if<knuth::footnote>(&i);
+        bool const keep = std::any_of(line.begin(), line.end(), [](pack::knuth::knuth const& i) {
+            auto const* f = std::get_if<pack::knuth::footnote>(&i);
             return f && f->footnote_style->vellum_footnote_policy != css::box::vellum_footnote_policy::auto_;
         });
         bool const starts = room > tolerance && !footnotes::pack_area(trial, list, body, room, false).area_unstarted;
@@ -312,7 +312,8 @@ bool pack_outflow(run_state& s, linebreak::outflow const& out, bool max_area) {
     int const counter = s.info.general.footnote_counter;
     std::optional<floats::placed> placed;
     if (page_floats::takes_page_float(s.info, style)) {
-        auto const how = *page_floats::page_float_of(style);
+        auto const how = page_floats::settle_snap(*page_floats::page_float_of(style), s.areas.container.top,
+                                                  s.info.general.body_area);
         if (how.float_unless_fit) {
             placed = floats::place_float(with_state(s.info, out.outflow_page_info), *ib->inline_block_block,
                                          floats::side::left, s.areas.container.top, s.areas, false);
@@ -532,7 +533,7 @@ run_state with_orphans_and_widows(para_ctx const& ctx, run_state const& start, P
 
 } // namespace
 
-bool uses_total_fit(css::style::style const& s, areas::areas const& a, std::span<knuth::knuth const> items) {
+bool uses_total_fit(css::style::style const& s, areas::areas const& a, std::span<pack::knuth::knuth const> items) {
     auto const ws = s.rare_props->rare_props_white_space;
     if (s.text->text_props_text_align != css::text::text_align::justify) {
         return false;
@@ -544,13 +545,13 @@ bool uses_total_fit(css::style::style const& s, areas::areas const& a, std::span
     if (a.available.size() != 1) {
         return false;
     }
-    return std::none_of(items.begin(), items.end(), [](knuth::knuth const& item) {
+    return std::none_of(items.begin(), items.end(), [](pack::knuth::knuth const& item) {
         auto const* ib = inline_block_of(item);
         return ib != nullptr && is_float(*ib);
     });
 }
 
-placed_line place_items(std::span<knuth::knuth const> items, float left, float right, float grid_left) {
+placed_line place_items(std::span<pack::knuth::knuth const> items, float left, float right, float grid_left) {
     placed_line out;
     float natural = 0;
     for (std::size_t i = 0; i < items.size(); ++i) {
@@ -564,7 +565,7 @@ placed_line place_items(std::span<knuth::knuth const> items, float left, float r
     for (std::size_t i = 0; i < items.size(); ++i) {
         auto const& item = items[i];
         bool const last = i + 1 == items.size();
-        if (std::holds_alternative<knuth::footnote>(item) || std::holds_alternative<forced_break>(item) ||
+        if (std::holds_alternative<pack::knuth::footnote>(item) || std::holds_alternative<forced_break>(item) ||
             std::holds_alternative<prohibited_break>(item) || std::holds_alternative<script_func_head>(item) ||
             std::holds_alternative<script_func_tail>(item)) {
             continue;
@@ -574,7 +575,7 @@ placed_line place_items(std::span<knuth::knuth const> items, float left, float r
                 continue;
             }
         }
-        if (auto const* g = std::get_if<knuth_glue>(&item); g != nullptr && !std::holds_alternative<knuth::glue>(*g)) {
+        if (auto const* g = std::get_if<knuth_glue>(&item); g != nullptr && !std::holds_alternative<pack::knuth::glue>(*g)) {
             continue;
         }
         if (auto const* l = std::get_if<knuth_leader>(&item)) {
@@ -602,7 +603,7 @@ placed_line place_items(std::span<knuth::knuth const> items, float left, float r
 
 spanboxes_res to_spanboxes(fonts::fonts const& db, line_kind kind, std::span<placed_item const> items) {
     struct frame {
-        std::optional<knuth::open> frame_open;
+        std::optional<pack::knuth::open> frame_open;
         float frame_x = 0;
         std::vector<spanbox> frame_content;
     };
@@ -658,36 +659,36 @@ spanboxes_res to_spanboxes(fonts::fonts const& db, line_kind kind, std::span<pla
                                        chars(p, c.counter_head.head_graphemes, normal{}, c.counter_direction,
                                              c.counter_writing_mode);
                                    },
-                                   [&](knuth::pre_space const& s) {
+                                   [&](pack::knuth::pre_space const& s) {
                                        chars(p, s.pre_space_head.head_graphemes, pack::pre_space{},
                                              fonts::direction::ltr, css::box::writing_mode::horizontal);
                                    },
-                                   [&](knuth::charlike_space const& s) {
+                                   [&](pack::knuth::charlike_space const& s) {
                                        chars(p, s.charlike_head.head_graphemes, pack::charlike_space{},
                                              fonts::direction::ltr, css::box::writing_mode::horizontal);
                                    },
-                                   [&](knuth::newline const&) {
+                                   [&](pack::knuth::newline const&) {
                                        chars(p, {}, pack::newline{}, fonts::direction::ltr,
                                              css::box::writing_mode::horizontal);
                                    },
-                                   [&](knuth::open const& o) {
+                                   [&](pack::knuth::open const& o) {
                                        stack.push_back(frame{.frame_open = o, .frame_x = p.placed_x});
                                    },
-                                   [&](knuth::close const&) {
+                                   [&](pack::knuth::close const&) {
                                        // A close whose open lay on an earlier line of another fragment
                                        // has no frame: it only ends the line's width.
                                        if (stack.size() > 1) {
                                            close_frame(p.placed_x + p.placed_w);
                                        }
                                    },
-                                   [&](knuth::inline_block const& ib) {
+                                   [&](pack::knuth::inline_block const& ib) {
                                        check(ib.inline_block_box.has_value(), "to_spanboxes: inline_block unpacked.");
                                        // Packed with its left margin edge at 0.
                                        auto bx = **ib.inline_block_box;
                                        block::shift_box(bx, p.placed_x, 0);
                                        stack.back().frame_content.emplace_back(inline_box{share(std::move(bx))});
                                    },
-                                   [&](knuth::indent const&) {
+                                   [&](pack::knuth::indent const&) {
                                        chars(p, {}, pack::indent{}, fonts::direction::ltr,
                                              css::box::writing_mode::horizontal);
                                    },
@@ -704,7 +705,7 @@ spanboxes_res to_spanboxes(fonts::fonts const& db, line_kind kind, std::span<pla
                     }
                 },
                 [&](knuth_glue const& g) {
-                    if (auto const* gl = std::get_if<knuth::glue>(&g)) {
+                    if (auto const* gl = std::get_if<pack::knuth::glue>(&g)) {
                         chars(p, gl->glue_content,
                               pack::glue{.glue_stretchability = gl->stretchability,
                                          .glue_shrinkability = gl->shrinkability},
@@ -715,12 +716,12 @@ spanboxes_res to_spanboxes(fonts::fonts const& db, line_kind kind, std::span<pla
                 [](prohibited_break const&) {},
                 [](script_func_head const&) {},
                 [](script_func_tail const&) {},
-                [](knuth::footnote const&) {},
+                [](pack::knuth::footnote const&) {},
             },
             p.placed);
     }
     // Inline boxes that go on past the line end with it here and open again on the next line.
-    std::vector<knuth::open> unclosed;
+    std::vector<pack::knuth::open> unclosed;
     while (stack.size() > 1) {
         unclosed.insert(unclosed.begin(), *stack.back().frame_open);
         close_frame(line_end);
@@ -729,13 +730,13 @@ spanboxes_res to_spanboxes(fonts::fonts const& db, line_kind kind, std::span<pla
 }
 
 line_made make_line(page_info const& info,
-                    knuth::style_ref const& style,
-                    std::optional<knuth::style_ref> const& first_line_style,
+                    pack::knuth::style_ref const& style,
+                    std::optional<pack::knuth::style_ref> const& first_line_style,
                     areas::areas const& areas,
                     line_request const& request,
-                    std::span<knuth::knuth const> line) {
+                    std::span<pack::knuth::knuth const> line) {
     auto const band = band_of(areas);
-    std::vector<knuth::knuth> items;
+    std::vector<pack::knuth::knuth> items;
     items.reserve(request.open_tags.size() + line.size());
     for (auto const& o : request.open_tags) {
         items.emplace_back(knuth_box{o});
@@ -767,7 +768,7 @@ line_made make_line(page_info const& info,
     for (auto& b : spans.res_boxes) {
         reorder_levels(b, style->rare_props->rare_props_direction == css::box::direction::rtl);
     }
-    std::vector<knuth::open> unclosed;
+    std::vector<pack::knuth::open> unclosed;
     for (auto const& o : spans.res_unclosed) {
         unclosed.push_back(continued(o));
     }
@@ -842,7 +843,7 @@ line_made make_line(page_info const& info,
 }
 
 para_res pack_para(page_info info,
-                   knuth::style_ref const& style,
+                   pack::knuth::style_ref const& style,
                    css::used_style::used_style const& used,
                    areas::areas areas,
                    prepack::para const& para) {
@@ -864,7 +865,7 @@ para_res pack_para(page_info info,
     }
 
     run_state start{.info = info, .areas = areas, .line_number = para.current_line_number + 1};
-    std::vector<knuth::knuth> items;
+    std::vector<pack::knuth::knuth> items;
     // A paragraph continued from an earlier area goes on from its stream, shared with the earlier
     // fragment: nothing of the rest is copied.
     std::optional<item_stream> stream;
@@ -873,7 +874,7 @@ para_res pack_para(page_info info,
     std::visit(overloaded{
                    [&](prepack::para_initial const&) {
                        items = spans_to_knuth::para_to_knuths(info, style, para, width).res_items;
-                       may_hold_inline_blocks = std::any_of(items.begin(), items.end(), [](knuth::knuth const& item) {
+                       may_hold_inline_blocks = std::any_of(items.begin(), items.end(), [](pack::knuth::knuth const& item) {
                            return inline_block_of(item) != nullptr;
                        });
                    },
@@ -900,11 +901,11 @@ para_res pack_para(page_info info,
 
     // Inline blocks are packed as the line breakers meet them, in a container of the paragraph's width.
     if (may_hold_inline_blocks) {
-        ctx.env.env_pack_inline_block = [info, width](knuth::inline_block const& ib, std::optional<float>) {
+        ctx.env.env_pack_inline_block = [info, width](pack::knuth::inline_block const& ib, std::optional<float>) {
             // A box out of the flow is packed where it is placed, not here: the line breaker only asks
             // whether a float still fits beside the line, and an absolute box takes no room in it.
-            if (!knuth::is_in_flow(ib)) {
-                float const w = knuth::is_float(ib) ? block::float_width(info, *ib.inline_block_block, width) : 0;
+            if (!pack::knuth::is_in_flow(ib)) {
+                float const w = pack::knuth::is_float(ib) ? block::float_width(info, *ib.inline_block_block, width) : 0;
                 return eval_knuth::packed_inline_block{.packed_width = w, .packed_box = share(pack::box{})};
             }
             auto p = block::pack_inline_block(info, *ib.inline_block_block, width);

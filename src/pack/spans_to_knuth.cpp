@@ -20,15 +20,15 @@ bool wraps(css::style::style const& s) {
            ws == css::text::white_space::pre_line;
 }
 
-knuth::knuth wrap_item() {
+pack::knuth::knuth wrap_item() {
     return knuth_glue{wrap_opportunity{}};
 }
 
-bool is_glue(knuth::knuth const& item) {
+bool is_glue(pack::knuth::knuth const& item) {
     return std::holds_alternative<knuth_glue>(item);
 }
 
-bool is_wrap_or_cjk(knuth::knuth const& item) {
+bool is_wrap_or_cjk(pack::knuth::knuth const& item) {
     auto const* g = std::get_if<knuth_glue>(&item);
     return g != nullptr && (std::holds_alternative<wrap_opportunity>(*g) || std::holds_alternative<zero_width_cjk>(*g));
 }
@@ -42,7 +42,7 @@ float margin_of(css::used_style::margins const& m, bool left) {
 }
 
 // Whether an item may be dropped from the end of a paragraph.
-bool discardable(knuth::knuth const& item) {
+bool discardable(pack::knuth::knuth const& item) {
     return std::holds_alternative<knuth_glue>(item) || std::holds_alternative<knuth_penalty>(item) ||
            std::holds_alternative<prohibited_break>(item);
 }
@@ -95,7 +95,7 @@ struct builder {
         return {.head_font_req = req, .head_style = style, .head_first_line = fl};
     }
 
-    knuth::knuth word_of(font_req_ref const& req,
+    pack::knuth::knuth word_of(font_req_ref const& req,
                          style_ref const& style,
                          std::optional<first_line_form> const& fl,
                          fonts::direction dir,
@@ -137,7 +137,7 @@ struct builder {
         return first_line_form{.first_line_font_req = font_req_of(*info.general.fonts, *s), .first_line_style = s};
     }
 
-    knuth::open open_of(style_ref const& parent,
+    pack::knuth::open open_of(style_ref const& parent,
                         style_ref const& style,
                         std::optional<first_line_form> const& fl,
                         std::optional<int> dir,
@@ -146,7 +146,7 @@ struct builder {
         auto used = css::used_style::used_style_of(*style, width, std::nullopt);
         float const left = margin_of(used.used_margins, true) + used.used_borders.borders_left.border_width +
                            used.used_padding_left;
-        return knuth::open{
+        return pack::knuth::open{
             .box_left_edge = left,
             .box_font_req = font_req_of(*info.general.fonts, *style),
             .box_style = style,
@@ -163,21 +163,21 @@ struct builder {
     // depth of the nesting for every item.
     static constexpr std::size_t box_slots = 3;
 
-    std::size_t open_box(std::vector<knuth::knuth>& out) const {
+    std::size_t open_box(std::vector<pack::knuth::knuth>& out) const {
         std::size_t const mark = out.size();
-        out.insert(out.end(), box_slots, knuth::knuth{prohibited_break{}});
+        out.insert(out.end(), box_slots, pack::knuth::knuth{prohibited_break{}});
         return mark;
     }
 
     // Joins the items of an inline box, made after the slots at `mark`, to the items before it, so
     // that a space at either edge breaks outside the box and the box keeps its edges on the line of
     // its text. Slots left unused are dropped when the paragraph's items are complete.
-    void join_box(knuth::open o, std::size_t mark, std::vector<knuth::knuth>& out) const {
+    void join_box(pack::knuth::open o, std::size_t mark, std::vector<pack::knuth::knuth>& out) const {
         auto const& used = *o.box_used_style;
         float const right = used.used_padding_right + used.used_borders.borders_right.border_width +
                             margin_of(used.used_margins, false);
         bool const nowrap = o.box_style->rare_props->rare_props_white_space == css::text::white_space::nowrap;
-        knuth::knuth const close_item = knuth_box{knuth::close{.close_right_edge = right}};
+        pack::knuth::knuth const close_item = knuth_box{pack::knuth::close{.close_right_edge = right}};
         std::size_t from = mark + box_slots;
         auto const unused = [&](std::size_t slot) { dead_slots.push_back(slot); };
         if (out.size() == from) {
@@ -208,7 +208,7 @@ struct builder {
             out.pop_back();
         }
         if (!forced_at_end && out.size() > from && is_glue(out.back()) && !nowrap) {
-            knuth::knuth space = std::move(out.back());
+            pack::knuth::knuth space = std::move(out.back());
             out.back() = prohibited_break{};
             out.push_back(std::move(space));
             out.push_back(close_item);
@@ -222,7 +222,7 @@ struct builder {
     }
 
     // Drops the slots that no box used.
-    void drop_unused_slots(std::vector<knuth::knuth>& out) const {
+    void drop_unused_slots(std::vector<pack::knuth::knuth>& out) const {
         if (dead_slots.empty()) {
             return;
         }
@@ -243,7 +243,7 @@ struct builder {
         dead_slots.clear();
     }
 
-    knuth::knuth glue_of(font_req_ref const& req, style_ref const& style, std::optional<first_line_form> const& fl) const {
+    pack::knuth::knuth glue_of(font_req_ref const& req, style_ref const& style, std::optional<first_line_form> const& fl) const {
         return knuth_glue{glue{.glue_font_req = req, .glue_style = style, .glue_first_line_style = fl}};
     }
 
@@ -251,7 +251,7 @@ struct builder {
                    style_ref const& style,
                    std::optional<first_line_form> const& fl,
                    prepack::separator const& sep,
-                   std::vector<knuth::knuth>& out) const {
+                   std::vector<pack::knuth::knuth>& out) const {
         std::visit(overloaded{
                        [&](prepack::sep_newline const&) {
                            out.push_back(knuth_box{newline{}});
@@ -288,7 +288,7 @@ struct builder {
                fonts::direction dir,
                float width,
                std::span<prepack::span const> spans,
-               std::vector<knuth::knuth>& out) const {
+               std::vector<pack::knuth::knuth>& out) const {
         for (auto const& s : spans) {
             one(req, style, fl, dir, width, s, out);
         }
@@ -300,7 +300,7 @@ struct builder {
              fonts::direction dir,
              float width,
              prepack::span const& s,
-             std::vector<knuth::knuth>& out) const {
+             std::vector<pack::knuth::knuth>& out) const {
         std::visit(
             overloaded{
                 [&](prepack::span_nested const& n) {
@@ -349,7 +349,7 @@ struct builder {
                     if (w) {
                         out.push_back(wrap_item());
                     }
-                    out.push_back(knuth_box{knuth::inline_block{.inline_block_block = b.inline_block,
+                    out.push_back(knuth_box{pack::knuth::inline_block{.inline_block_block = b.inline_block,
                                                                 .inline_block_style = b.inline_block->block_style}});
                     if (w) {
                         out.push_back(wrap_item());
@@ -430,7 +430,7 @@ struct builder {
                             .block_content = prepack::bcontent_para{prepack::para{
                                 .para_spans = {prepack::span_text{f.first_letter_text}}, .para_text = text}},
                             .block_style = ls});
-                        out.push_back(knuth_box{knuth::inline_block{.inline_block_block = body, .inline_block_style = ls}});
+                        out.push_back(knuth_box{pack::knuth::inline_block{.inline_block_block = body, .inline_block_style = ls}});
                         return;
                     }
                     auto o = open_of(style, ls, lfl, std::nullopt, prepack::type_anonymous{}, width);
@@ -486,7 +486,7 @@ eval_knuth::script_caller script_caller_of(page_info const& info,
                                                       text += string_value(*page->general.page_values, s);
                                                   },
                                                   [&](prepack::gen_counter const& c) {
-                                                      text += render_counter(knuth::counter{.counter_content = c.counter}, state);
+                                                      text += render_counter(pack::knuth::counter{.counter_content = c.counter}, state);
                                                   },
                                               },
                                               g.gen);
@@ -523,7 +523,7 @@ void spans_to_knuths(page_info const& info,
                      float width,
                      std::span<prepack::span const> spans,
                      prepack::para_text const& text,
-                     std::vector<knuth::knuth>& out) {
+                     std::vector<pack::knuth::knuth>& out) {
     builder b{.info = info, .text = text};
     b.spans(font_req, style, first_line, dir, width, spans, out);
     b.drop_unused_slots(out);
@@ -537,7 +537,7 @@ items_res para_to_knuths(page_info const& info, style_ref const& style, prepack:
     }
     auto const dir = style->rare_props->rare_props_direction == css::box::direction::rtl ? fonts::direction::rtl
                                                                                         : fonts::direction::ltr;
-    std::vector<knuth::knuth> items;
+    std::vector<pack::knuth::knuth> items;
     spans_to_knuths(info, req, style, fl, dir, width, para.para_spans, para.para_text, items);
     while (!items.empty() && discardable(items.back())) {
         items.pop_back();

@@ -157,6 +157,47 @@ box pack_cell_box(page_info& info, prepack::cell0 const& c, float x, float w, fl
     return *p->b_packed_box;
 }
 
+// A cell with its content taken out.
+prepack::cell0 emptied(prepack::cell0 c) {
+    c.cell_content = prepack::blocks_with_column{};
+    return c;
+}
+
+// A cell's content packed from `y` down into `room`, taking at least something (the row is the first
+// of its page): the part that went in, and the rest of the cell when it didn't all go in.
+struct bounded_cell {
+    box part;
+    std::optional<prepack::cell0> rest;
+};
+
+std::optional<bounded_cell>
+pack_cell_bounded(page_info& info, prepack::cell0 const& c, float x, float w, float y, float room) {
+    auto const flags = info.flags;
+    info.flags.max_page_area = true;
+    areas::area const a{.top = y, .bottom = y - std::max(0.0f, room), .left = x, .right = x + std::max(0.0f, w)};
+    auto r = block::pack_block(info, block::inline_block{}, cell_block(c), mc::fresh(),
+                               areas::areas{.container = a, .available = {a}});
+    auto* p = std::get_if<block::packed_main>(&r.res);
+    if (!p) {
+        info.flags = flags;
+        return std::nullopt;
+    }
+    info = std::move(r.out_info);
+    info.flags = flags;
+    bounded_cell out{.part = *p->b_packed_box, .rest = std::nullopt};
+    if (p->b_remain_portion) {
+        auto const& rb = *p->b_remain_portion;
+        auto const* rest_blocks = std::get_if<prepack::bcontent_blocks>(&rb.block_content);
+        check(rest_blocks != nullptr, "pack_table: unexpected condition.");
+        auto rest = c;
+        rest.cell_content = prepack::blocks_with_column{rest_blocks->blocks, rest_blocks->column_id};
+        // The rest is a continuation: under `box-decoration-break: slice` it has no top edge.
+        rest.cell_type = rb.block_type;
+        out.rest = std::move(rest);
+    }
+    return out;
+}
+
 // The width of a cell's content at its narrowest and unwrapped, with its padding and borders. The
 // trials pack in `scratch`, whose gatherings are dropped.
 // A cell's measured widths, by the blocks it shows and the style it was declared with.
@@ -307,8 +348,15 @@ struct row_run {
                                             .height = h, .base = base, .valign = valign_of(*cc->cell.cell_style),
                                             .packed_at = packed_at});
         }
+        m.offset = offset;
+        settle(m);
+        return m;
+    }
+
+    // A row's height and baseline from its measured cells.
+    void settle(measured_row& m) const {
         float height = 0;
-        if (auto const* h = std::get_if<float>(&rr.row->row_style->height)) {
+        if (auto const* h = std::get_if<float>(&m.ref.row->row_style->height)) {
             height = *h;
         }
         float base = 0;
@@ -324,7 +372,6 @@ struct row_run {
             }
         }
         m.base = base;
-        m.offset = offset;
         // Cells spanning rows that end here: the row is as high as what is left of them.
         for (auto const& r : rows) {
             for (auto const& c : r.cells) {
@@ -334,10 +381,75 @@ struct row_run {
             }
         }
         m.height = height;
-        return m;
     }
 
     float total() const { return rows.empty() ? 0 : rows.back().offset + rows.back().height; }
+
+    // The first row of a page measured in the room the page has, its cells packed into that room at
+    // once: the row whole when it fits, or else its part on this page with the rest of the row. Packing
+    // the cells whole and then again into the room would, with tables nested in cells, pack each level
+    // anew for every level around it on every page. None when a cell spans rows (their room is not
+    // the row's) or a cell could not be packed.
+    struct first_row {
+        measured_row row;
+        /// The rest of the row when it was cut at the room.
+        std::optional<prepack::row> rest;
+    };
+    std::optional<first_row>
+    measure_first(page_info& info, row_ref const& rr, columns const& cols, float grid_left, float room) const {
+        auto const& content = rr.row->row_content;
+        for (auto const& c : content) {
+            if (auto const* cc = std::get_if<prepack::cell_cell>(&c); cc && cc->cell.cell_rowspan > 1) {
+                return std::nullopt;
+            }
+        }
+        auto trial = info;
+        measured_row m{.ref = rr};
+        float const packed_at = top_hint;
+        auto rest = *rr.row;
+        rest.row_type = prepack::type_remaining{};
+        bool cut = false;
+        for (int c = 0; c < static_cast<int>(content.size()) && c < static_cast<int>(cols.w.size()); ++c) {
+            auto const* cc = std::get_if<prepack::cell_cell>(&content[c]);
+            if (!cc || !cc->cell.cell_style) {
+                continue;
+            }
+            int const span = std::clamp(cc->cell.cell_colspan, 1, static_cast<int>(cols.w.size()) - c);
+            float const x = grid_left + cols.x[c];
+            float const w = cols.span_width(c, span);
+            auto b = pack_cell_bounded(trial, cc->cell, x, w, packed_at, room);
+            if (!b) {
+                return std::nullopt;
+            }
+            float const h = b->part.box_h;
+            auto const baseline = block::first_baseline(b->part);
+            float const base = baseline ? b->part.box_y - *baseline : h;
+            cut = cut || b->rest.has_value();
+            auto next = b->rest ? *b->rest : emptied(cc->cell);
+            rest.row_content[static_cast<std::size_t>(c)] = prepack::cell_cell{std::move(next)};
+            for (int k = 1; k < span; ++k) {
+                rest.row_content[static_cast<std::size_t>(c + k)] = prepack::cell_colspan{
+                    .colspan_style = cc->cell.cell_style, .colspan_borders = cc->cell.cell_borders, .colspan1 = k};
+            }
+            m.cells.push_back(measured_cell{.cell_box = std::move(b->part), .col = c, .rowspan = 1, .height = h,
+                                            .base = base, .valign = valign_of(*cc->cell.cell_style),
+                                            .packed_at = packed_at});
+        }
+        info = std::move(trial);
+        if (!cut) {
+            // The row fits: measured as it would be whole.
+            settle(m);
+            return first_row{.row = std::move(m), .rest = std::nullopt};
+        }
+        // Cut: its cells stand at the top of the room, which the row fills.
+        for (auto& c : m.cells) {
+            c.valign = css::box::vertical_align_kind::top;
+            c.base = 0;
+        }
+        m.height = room;
+        m.offset = 0;
+        return first_row{.row = std::move(m), .rest = std::move(rest)};
+    }
 };
 
 // ---- rows cut by a page break ----
@@ -348,11 +460,6 @@ struct cell_cut {
     std::optional<box> cut_part;
     std::optional<prepack::cell0> cut_rest;
 };
-
-prepack::cell0 emptied(prepack::cell0 c) {
-    c.cell_content = prepack::blocks_with_column{};
-    return c;
-}
 
 cell_cut cut_cell(page_info& info, prepack::cell0 const& c, float x, float w, float room) {
     auto const flags = info.flags;
@@ -997,7 +1104,20 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
             break;
         }
         info_before.push_back({info.accum, info.packed_stuff, state_of(info)});
-        auto m = run.measure(info, rr, cols, grid_left);
+        // The first row of a page that must take something is packed into the page's room straight
+        // away, and cut there when it is taller.
+        std::optional<row_run::first_row> first;
+        if (run.rows.empty() && must_place && body_top - limit > tolerance) {
+            first = run.measure_first(info, rr, cols, grid_left, body_top - limit);
+        }
+        if (first && first->rest) {
+            run.rows.push_back(std::move(first->row));
+            first_rest = std::move(first->rest);
+            split_last = true;
+            more = true;
+            break;
+        }
+        auto m = first ? std::move(first->row) : run.measure(info, rr, cols, grid_left);
         float const bottom = body_top - m.offset - m.height;
         if (bottom < limit - tolerance) {
             // A row taller than a whole page is split where the page ends, each cell going on in the

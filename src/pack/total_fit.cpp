@@ -48,7 +48,7 @@ fbp break_point_of(break_params const& params,
                    line_sum const& sums,
                    ref<fbp> const& previous,
                    int index,
-                   knuth::knuth const& break_item) {
+                   pack::knuth::knuth const& break_item) {
     auto const r = adjustment_ratio_of(params.width, sums.sum_width, sums.sum_stretch, sums.sum_shrink);
     int const consecutive = is_penalty(break_item) ? previous->consecutive_hyphens + 1 : 0;
 
@@ -91,10 +91,10 @@ fbp break_point_of(break_params const& params,
 fbp make_break_point(eval_knuth::eval_env const& env,
                      break_params const& params,
                      std::optional<float> art,
-                     std::span<knuth::knuth const> line_items,
+                     std::span<pack::knuth::knuth const> line_items,
                      ref<fbp> const& previous,
                      int index,
-                     knuth::knuth const& break_item) {
+                     pack::knuth::knuth const& break_item) {
     check(previous != nullptr && index >= previous->index, "make_break_point");
     line_kind const kind = kind_after(*previous);
     auto const sums = eval_knuth::trimmed_line_sums(env, kind, indent_box(params.used_indent, kind), line_items);
@@ -113,13 +113,13 @@ struct checkpoint {
 struct breaker {
     eval_knuth::eval_env const& env;
     break_params const& params;
-    std::vector<knuth::knuth> items;
+    std::vector<pack::knuth::knuth> items;
     // The items as evaluated, index for index with `items`: under ::first-line styling, and not.
     eval_knuth::measured_items accum_first_line{.measured_kind = line_kind::first_line};
     eval_knuth::measured_items accum{.measured_kind = line_kind::other_line};
     // The indent of a line after a break on the first line and on the others.
-    std::optional<knuth::knuth> first_indent = indent_box(params.used_indent, line_kind::first_line);
-    std::optional<knuth::knuth> other_indent = indent_box(params.used_indent, line_kind::other_line);
+    std::optional<pack::knuth::knuth> first_indent = indent_box(params.used_indent, line_kind::first_line);
+    std::optional<pack::knuth::knuth> other_indent = indent_box(params.used_indent, line_kind::other_line);
     eval_knuth::page_state page_info;
     ref<fbp> curr;
     std::vector<ref<fbp>> fbps;
@@ -156,7 +156,7 @@ struct breaker {
         eval_knuth::measured_truncate(accum_first_line, cp.cp_index);
     }
 
-    void replace_items(std::size_t from, std::size_t count, std::vector<knuth::knuth> const& with) {
+    void replace_items(std::size_t from, std::size_t count, std::vector<pack::knuth::knuth> const& with) {
         auto const first = items.begin() + static_cast<std::ptrdiff_t>(from);
         auto const pos = items.erase(first, first + static_cast<std::ptrdiff_t>(count));
         items.insert(pos, with.begin(), with.end());
@@ -165,7 +165,7 @@ struct breaker {
 
     // Evaluates item i under the styling its lines may have and appends it to the accumulators.
     void evaluate(std::size_t i) {
-        auto const rest = [&] { return std::span<knuth::knuth const>(items).subspan(i + 1); };
+        auto const rest = [&] { return std::span<pack::knuth::knuth const>(items).subspan(i + 1); };
         auto apply = [&](eval_knuth::eval_res& ev) {
             if (ev.res_splice) {
                 replace_items(i + 1, static_cast<std::size_t>(ev.res_splice->splice_count),
@@ -200,7 +200,7 @@ struct breaker {
     // Returns the index to go on from.
     std::size_t overfull(fbp cand, std::size_t end) {
         auto& acc = accum_for(*curr);
-        std::span<knuth::knuth const> const line(acc.measured_list.begin() + curr->index,
+        std::span<pack::knuth::knuth const> const line(acc.measured_list.begin() + curr->index,
                                                  acc.measured_list.begin() + static_cast<std::ptrdiff_t>(end));
         line_kind const kind = kind_after(*curr);
         float width = params.width;
@@ -211,7 +211,7 @@ struct breaker {
         if (auto* t = std::get_if<eval_knuth::truncated>(&cut)) {
             // The first part of the cut word ends the line; the rest is scanned again from there.
             auto const start = static_cast<std::size_t>(curr->index);
-            std::vector<knuth::knuth> replacement = t->truncated_line;
+            std::vector<pack::knuth::knuth> replacement = t->truncated_line;
             replacement.insert(replacement.end(), t->truncated_rest.begin(), t->truncated_rest.end());
             replace_items(start, end - start, replacement);
             eval_knuth::measured_truncate(accum, start);
@@ -261,7 +261,7 @@ struct breaker {
             }
             evaluated = false;
             auto const& measured = accum.measured_list;
-            knuth::knuth const* previous = i > 0 ? &measured[i - 1] : nullptr;
+            pack::knuth::knuth const* previous = i > 0 ? &measured[i - 1] : nullptr;
             if (!legal_break(previous, measured[i])) {
                 ++i;
                 continue;
@@ -276,7 +276,7 @@ struct breaker {
                 std::optional<eval_knuth::hyphenated> h;
                 if (unhyphenated != std::pair{from, kind}) {
                     h = eval_knuth::try_hyphenate(env, kind, from > 0 ? &accum.measured_list[from - 1] : nullptr,
-                                                  std::span<knuth::knuth const>(items).subspan(from));
+                                                  std::span<pack::knuth::knuth const>(items).subspan(from));
                     if (!h) {
                         unhyphenated = std::pair{from, kind};
                     }
@@ -368,7 +368,7 @@ struct breaker {
             // as it was measured.
             line_kind const kind = kind_after(from);
             auto line = eval_knuth::trim_line(
-                env, kind, std::span<knuth::knuth const>(acc.begin() + from.index, acc.begin() + f.index));
+                env, kind, std::span<pack::knuth::knuth const>(acc.begin() + from.index, acc.begin() + f.index));
             if (auto box = indent_box(params.used_indent, kind)) {
                 line.insert(line.begin(), std::move(*box));
             }
@@ -392,7 +392,7 @@ struct breaker {
 break_res break_lines(eval_knuth::eval_env const& env,
                       break_params const& params,
                       eval_knuth::page_state page_info,
-                      std::vector<knuth::knuth> items) {
+                      std::vector<pack::knuth::knuth> items) {
     breaker b{.env = env, .params = params, .items = std::move(items)};
     return b.run(std::move(page_info));
 }

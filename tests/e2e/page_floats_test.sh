@@ -97,4 +97,42 @@ expect_eq "tall float note: each note once" "$(grep -o -e Firstnote -e Tallnote 
 expect_contains "tall float note: the float's call, placed after the text of page 1" "$text" "Tallfloat3"
 expect_contains "tall float note: the call after it, on page 1" "$text" "Later2"
 
+# Corner floats stand at the outside of the body: at the right on page 1 (a right-hand page), at
+# the left on page 2. `snap` goes to the edge nearer to its call: a call near the top of the body
+# sends it to the top, one in the lower half to the bottom.
+{
+    echo "$head"
+    echo '.c { float: top-corner; width: 60pt; border: 1pt solid }
+.b { float: bottom-corner; width: 60pt }
+.s { float: snap; width: 60pt }
+</style></head><body><p>Firstline.</p><div class="c">Cornerone</div><div class="b">Cornerbottom</div>'
+    for i in $(seq 1 18); do echo "<p>Filler$i text.</p>"; done
+    echo '<div class="s">Snaplow</div>'
+    for i in $(seq 19 30); do echo "<p>Filler$i text.</p>"; done
+    echo '<div class="c">Cornertwo</div><div class="s">Snaphigh</div><p>Secondpage.</p>'
+    for i in $(seq 31 50); do echo "<p>Filler$i text.</p>"; done
+    echo '</body></html>'
+} >corner.html
+timeout 60 "$VELLUM" corner.html -o corner.pdf 2>corner.err
+expect_eq "corner: status" "$?" 0
+qpdf_clean "corner" corner.pdf
+expect_eq "corner: no warnings" "$(cat corner.err)" ""
+read -r c1x c1y <<<"$(box_of corner.pdf 1 Cornerone)"
+awk -v x="$c1x" -v y="$c1y" 'BEGIN { exit !(x > 200 && x < 270 && y < 40) }' ||
+    fail "corner: top corner float on page 1 at $c1x,$c1y, not at the top right"
+read -r cbx cby <<<"$(box_of corner.pdf 1 Cornerbottom)"
+awk -v x="$cbx" -v y="$cby" 'BEGIN { exit !(x > 200 && y > 340) }' ||
+    fail "corner: bottom corner float on page 1 at $cbx,$cby, not at the bottom right"
+read -r fx fy <<<"$(box_of corner.pdf 1 Firstline.)"
+awk -v x="$fx" -v y="$fy" 'BEGIN { exit !(x < 35 && y > 40) }' ||
+    fail "corner: the text at $fx,$fy does not start at the left below the top float"
+read -r slx sly <<<"$(box_of corner.pdf 1 Snaplow)"
+awk -v y="$sly" -v b="$cby" 'BEGIN { exit !(y > 300 && y < b) }' ||
+    fail "corner: a snap float called low on page 1 is at $sly, not at the bottom above the corner ($cby)"
+read -r c2x c2y <<<"$(box_of corner.pdf 2 Cornertwo)"
+awk -v x="$c2x" -v y="$c2y" 'BEGIN { exit !(x < 35 && y < 40) }' ||
+    fail "corner: top corner float on page 2 at $c2x,$c2y, not at the top left"
+read -r shx shy <<<"$(box_of corner.pdf 2 Snaphigh)"
+awk -v y="$shy" 'BEGIN { exit !(y < 60) }' || fail "corner: a snap float called high on page 2 is at $shy"
+
 finish
