@@ -54,7 +54,7 @@ struct object;
 
 /// An array of objects.
 struct array {
-    std::vector<object> array_items{};
+    std::vector<object> array_items;
     bool operator==(array const&) const;
 };
 
@@ -63,7 +63,7 @@ using dict_entry = std::pair<std::string, object>;
 
 /// A dictionary; entries are written in list order and duplicate keys are not looked for.
 struct dict {
-    std::vector<dict_entry> dict_entries{};
+    std::vector<dict_entry> dict_entries;
     bool operator==(dict const&) const;
 };
 

@@ -455,9 +455,10 @@ struct painter {
                           p);
     }
 
-    void set_stroke_style(scope& s, svg::used_svgstyle const& st) {
+    // The stroke's width, caps, joins and dashes; `width` in place of the style's (a text span's own).
+    void set_stroke_style(scope& s, svg::used_svgstyle const& st, std::optional<double> width = std::nullopt) {
         auto const o = s.out();
-        content::line_width(o, s.g, st.stroke_width);
+        content::line_width(o, s.g, width.value_or(st.stroke_width));
         content::line_cap(o, s.g,
                           st.stroke_linecap == css::svgstyle::linecap::round    ? content::stroke_linecap::round
                           : st.stroke_linecap == css::svgstyle::linecap::square ? content::stroke_linecap::square
@@ -590,7 +591,8 @@ struct painter {
                     content::stroke_color(o, s.g, d->paint_color);
                     content::opacity(o, s.g, s.g.current.alpha_fill, run.run_stroke_opacity * alpha * d->paint_alpha);
                 }
-                content::line_width(o, s.g, run.run_stroke_width);
+                // A span has its own stroke width; caps, joins and dashes are the text element's.
+                set_stroke_style(s, st, run.run_stroke_width);
             }
             content::begin_text(o);
             if (stroke) {

@@ -229,7 +229,7 @@ TEST(parser, reads_page_rules) {
     EXPECT_EQ(p.page_regions[0].first, region::top_center);
     EXPECT_EQ(p.page_regions[0].second.at(0).prop_name, "content");
     EXPECT_EQ(p.page_regions[1].first, region::bottom_right_corner);
-    EXPECT_EQ(e.pages[1], (page_rule::page_rule{{std::nullopt, {nth_page{1}}}, p.page_declarations, p.page_regions}));
+    EXPECT_EQ(e.pages[1], (css::page_rule::page_rule{{std::nullopt, {nth_page{1}}}, p.page_declarations, p.page_regions}));
 }
 
 TEST(parser, skips_page_rules_with_unknown_classes) {

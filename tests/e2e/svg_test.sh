@@ -212,6 +212,24 @@ PY
 )
 expect_eq "stroked text draws its outline only" "$ring" yes
 
+# Stroked text takes the stroke's dashes, joins and caps: the operators stand before the text object
+# that strokes the glyphs (render mode 1).
+cat >dashtext.html <<'HTML'
+<!DOCTYPE html><html><head><style>@page { size: 200pt 100pt; margin: 0 } body { margin: 0 }</style></head><body>
+<svg xmlns="http://www.w3.org/2000/svg" width="200" height="100"><text x="10" y="80" font-family="DejaVu Sans"
+font-size="60" fill="none" stroke="#000" stroke-width="2" stroke-dasharray="6 3" stroke-dashoffset="1"
+stroke-linejoin="round" stroke-linecap="square">Z</text></svg>
+</body></html>
+HTML
+"$VELLUM" --no-compress dashtext.html -o dashtext.pdf 2>dashtext.err
+expect_eq "dashed text: status" "$?" 0
+qpdf_clean "dashed text" dashtext.pdf
+ops=$(tr -d '\r' <dashtext.pdf | sed -n '/^2 w$/,/ Tr$/p' | tr '\n' ' ')
+expect_contains "dashed text: dashes" "$ops" "[6 3] 1 d"
+expect_contains "dashed text: round joins" "$ops" "1 j"
+expect_contains "dashed text: square caps" "$ops" "2 J"
+expect_contains "dashed text: stroked glyphs" "$ops" "1 Tr"
+
 # Masks: the brightness of the mask's drawing is the opacity of the masked element. A red square under
 # a mask that is white on its left half and 50% grey on its right half shows red, then pink; outside
 # the mask's drawing nothing shows.

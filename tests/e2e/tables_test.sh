@@ -244,4 +244,28 @@ low=$(pdftotext -bbox span.pdf - | grep '>line<' | sed 's/.*yMax="\([0-9.]*\)".*
 expect_eq "rowspan: lines within the page body" "$(echo "$low <= 180.5" | bc)" 1
 expect_eq "rowspan: over two pages or more" "$(( $(pdfinfo span.pdf | sed -n 's/^Pages: *//p') >= 2 ))" 1
 
+# Tables nested in cells, each cell holding a long paragraph before the next table: the rows split
+# over the pages at every level, every word shown once, in order, each page's text within its body.
+/usr/bin/python3 - >nested.html <<'PY'
+depth = 6
+para = lambda d: "<p>" + " ".join("w%dx%d" % (d, i) for i in range(120)) + "</p>"
+inner = ""
+for d in reversed(range(depth)):
+    inner = "<table><tr><td>" + para(d) + inner + "</td></tr></table>"
+print("""<!DOCTYPE html><html><head><style>
+@page { size: 300pt 200pt; margin: 20pt }
+body { margin: 0; font: 10pt/12pt "DejaVu Sans" }
+td { border: 1pt solid gray; padding: 1pt }
+p { margin: 0 }
+</style></head><body>""" + inner + "</body></html>")
+PY
+timeout 60 "$VELLUM" nested.html -o nested.pdf 2>nested.err
+expect_eq "nested: status" "$?" 0
+qpdf_clean "nested" nested.pdf
+words=$(pdftotext nested.pdf - | grep -o 'w[0-9]*x[0-9]*')
+expect_eq "nested: every word once" "$(sort -u <<<"$words" | wc -l) $(wc -l <<<"$words")" "720 720"
+expect_eq "nested: words in order" "$words" "$(sort -t x -k1.2,1n -k2,2n <<<"$words")"
+low=$(pdftotext -bbox nested.pdf - | grep '>w[0-9]*x' | sed 's/.*yMax="\([0-9.]*\)".*/\1/' | sort -n | tail -1)
+expect_eq "nested: words within the page body" "$(echo "$low <= 180.5" | bc)" 1
+
 finish
