@@ -26,23 +26,33 @@ fs::path const suite_dir = "/work/shared/html5lib-tests/tokenizer";
 
 // A JSON value, enough for the suite's files. Strings are kept as code points so that the lone
 // surrogates some cases hold survive until we decide what to do with them.
+struct json_member;
+
 struct json {
     enum class kind { null, boolean, number, string, array, object };
     kind json_kind = kind::null;
     bool json_bool = false;
     std::u32string json_string;
     std::vector<json> json_items;
-    std::vector<std::pair<std::string, json>> json_members;
+    std::vector<json_member> json_members;
 
-    json const* member(std::string const& name) const {
-        for (auto const& [k, v] : json_members) {
-            if (k == name) {
-                return &v;
-            }
-        }
-        return nullptr;
-    }
+    json const* member(std::string const& name) const;
 };
+
+/// A member of an object: its name and value.
+struct json_member {
+    std::string member_name;
+    json member_value;
+};
+
+json const* json::member(std::string const& name) const {
+    for (auto const& [k, v] : json_members) {
+        if (k == name) {
+            return &v;
+        }
+    }
+    return nullptr;
+}
 
 std::string to_utf8(std::u32string const& s) {
     std::string out;
@@ -175,7 +185,7 @@ struct json_reader {
                     std::string key = to_utf8(read_string());
                     skip_space();
                     ++json_pos; // ':'
-                    v.json_members.emplace_back(key, read_value());
+                    v.json_members.push_back(json_member{key, read_value()});
                 } else {
                     v.json_items.push_back(read_value());
                 }

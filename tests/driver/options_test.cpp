@@ -39,7 +39,7 @@ struct captured_log {
 };
 
 struct parse_result {
-    options::options value;
+    vellum::options::options value;
     std::string log_text;
 };
 
@@ -126,17 +126,17 @@ TEST(options, chooses_the_output_from_the_file_arguments) {
 
     EXPECT_EQ(error_of({"a.html", "b.html"}), "no output filename specified");
     EXPECT_EQ(error_of({"http://host/a.html"}), "no output filename specified");
-    EXPECT_EQ(parse({}).value, options::options(unknown{}));
+    EXPECT_EQ(parse({}).value, vellum::options::options(unknown{}));
 }
 
 TEST(options, picks_the_first_matching_result) {
-    EXPECT_EQ(parse({"--version", "--credits", "--help"}).value, options::options(options::help{}));
-    EXPECT_EQ(parse({"--version", "--credits"}).value, options::options(credits{}));
+    EXPECT_EQ(parse({"--version", "--credits", "--help"}).value, vellum::options::options(vellum::options::help{}));
+    EXPECT_EQ(parse({"--version", "--credits"}).value, vellum::options::options(credits{}));
     EXPECT_EQ(command_of({"--scanfonts", "--version"}).command, command(version{}));
     EXPECT_EQ(command_of({"--scanfonts", "a.ttf", "b.otf"}).command, command(scanfonts{{"a.ttf", "b.otf"}}));
     EXPECT_EQ(command_of({"--shell", "x.js"}).command, command(shell{{"x.js"}}));
     // Alone, --write-grammar prints the script parser's tables; beside documents it changes nothing.
-    EXPECT_EQ(command_of({"--write-grammar"}).command, command(options::write_grammar{}));
+    EXPECT_EQ(command_of({"--write-grammar"}).command, command(vellum::options::write_grammar{}));
     EXPECT_EQ(command_of({"--version", "--write-grammar"}).command, command(version{}));
     EXPECT_EQ(job_of({"--write-grammar", "a.html"}).output_dest, file_dest("a.pdf"));
 }
@@ -149,7 +149,7 @@ TEST(options, parses_gnu_style_forms) {
     EXPECT_EQ(c.log_options.log_verbosity, log::verbosity::verbose);
     EXPECT_EQ(std::get<job_command>(c.command).command_job.output_dest, file_dest("o.pdf"));
     EXPECT_EQ(job_of({"-oo.pdf", "a.html"}).output_dest, file_dest("o.pdf"));
-    EXPECT_EQ(parse({"-vh"}).value, options::options(options::help{}));
+    EXPECT_EQ(parse({"-vh"}).value, vellum::options::options(vellum::options::help{}));
     // A value may itself begin with a dash.
     EXPECT_EQ(job_of({"a.html", "-o", "-x.pdf"}).output_dest, file_dest("-x.pdf"));
     // "--" ends the options.
@@ -462,7 +462,7 @@ TEST(options, reads_input_lists) {
 
     auto const missing = (dir.path / "missing.txt").string();
     auto r = parse({"-l", l1, "-l", missing, "-o", "out.pdf"});
-    EXPECT_EQ(r.value, options::options(input_list_failed{}));
+    EXPECT_EQ(r.value, vellum::options::options(input_list_failed{}));
     EXPECT_EQ(r.log_text, "vellum: " + missing + ": error: No such file or directory\n");
 }
 
@@ -496,12 +496,12 @@ TEST(options, takes_a_separate_log_argument_only_when_it_is_a_log) {
 }
 
 TEST(help, prints_usage_and_option_help_exactly) {
-    EXPECT_EQ(help::usage_text(), "Usage:\n"
+    EXPECT_EQ(vellum::help::usage_text(), "Usage:\n"
                                   "  vellum [OPTIONS] doc.html              Convert doc.html to doc.pdf\n"
                                   "  vellum [OPTIONS] doc.html -o out.pdf   Convert doc.html to out.pdf\n"
                                   "  vellum [OPTIONS] FILES... -o out.pdf   Combine multiple files to out.pdf\n"
                                   "\n");
-    std::string const text = help::option_help_text();
+    std::string const text = vellum::help::option_help_text();
     EXPECT_TRUE(text.starts_with("General Options:\n"
                                  "  -h, --help                Display usage and options.\n"
                                  "      --version             Display version information.\n"
@@ -522,11 +522,11 @@ TEST(help, prints_usage_and_option_help_exactly) {
         ++groups;
     }
     EXPECT_EQ(groups, 10u);
-    EXPECT_EQ(help::try_help_text(), "Try 'vellum --help' for more information.");
+    EXPECT_EQ(vellum::help::try_help_text(), "Try 'vellum --help' for more information.");
 }
 
 TEST(help, credits_each_library_with_its_own_version) {
-    std::string const text = help::credits_text();
+    std::string const text = vellum::help::credits_text();
     EXPECT_TRUE(text.starts_with("Vellum uses the following open source libraries:\n\n"));
     for (char const* name : {"Fontconfig ", "FreeType ", "libcurl ", "libxml ", "jpeglib ", "GIFLIB ", "zlib "}) {
         EXPECT_NE(text.find(std::string("\n") + name), std::string::npos) << name;
@@ -536,10 +536,10 @@ TEST(help, credits_each_library_with_its_own_version) {
 }
 
 TEST(help, reports_build_properties_only_with_debug) {
-    std::string const plain = help::version_text(false);
+    std::string const plain = vellum::help::version_text(false);
     EXPECT_TRUE(plain.starts_with("Vellum "));
     EXPECT_EQ(plain.find("build-"), std::string::npos);
-    std::string const debug = help::version_text(true);
+    std::string const debug = vellum::help::version_text(true);
     for (char const* key : {"\nbuild-date: ", "\nbuild-commit: ", "\nbuild-compiler: ", "\nbuild-grade: "}) {
         EXPECT_NE(debug.find(key), std::string::npos) << key;
     }
