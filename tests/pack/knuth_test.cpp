@@ -19,7 +19,7 @@ using namespace knuth;
 
 // A monospaced test font: every character is half an em wide, so at 10pt a letter or a space is 5pt,
 // a space stretches by 2.5pt and shrinks by 5/6pt.
-knuth::graphemes mono(fonts::font_req const&, fonts::direction, std::u32string_view text) {
+pack::knuth::graphemes mono(fonts::font_req const&, fonts::direction, std::u32string_view text) {
     std::vector<fonts::grapheme> out;
     for (char32_t c : text) {
         out.push_back(fonts::grapheme{.base_glyph = {.glyph_unicodes = std::u32string(1, c), .glyph_hori_advance = 0.5f}});
@@ -45,22 +45,22 @@ style_ref make_style(style_opts o = {}) {
 
 font_req_ref const req = share(fonts::font_req{});
 
-knuth::knuth w(std::u32string text, style_ref const& s, std::optional<first_line_form> fl = std::nullopt) {
+pack::knuth::knuth w(std::u32string text, style_ref const& s, std::optional<first_line_form> fl = std::nullopt) {
     return knuth_box{word{.word_head = {.head_font_req = req, .head_style = s, .head_first_line = fl},
                           .word_text = std::move(text)}};
 }
 
-knuth::knuth sp(style_ref const& s) {
+pack::knuth::knuth sp(style_ref const& s) {
     return knuth_glue{glue{.glue_font_req = req, .glue_style = s}};
 }
 
-knuth::knuth hy(style_ref const& s) {
+pack::knuth::knuth hy(style_ref const& s) {
     return knuth_penalty{soft{.penaly_font_req = req, .penaly_style = s}};
 }
 
 // The items of a text: words between single spaces, and a forced break at the end.
-std::vector<knuth::knuth> para(std::u32string const& text, style_ref const& s) {
-    std::vector<knuth::knuth> out;
+std::vector<pack::knuth::knuth> para(std::u32string const& text, style_ref const& s) {
+    std::vector<pack::knuth::knuth> out;
     std::size_t from = 0;
     for (;;) {
         auto const at = text.find(U' ', from);
@@ -86,7 +86,7 @@ eval_knuth::eval_env make_env() {
 }
 
 // The text of a line: words as they are, spaces as " ", a hyphen at a penalty.
-std::string text_of(std::span<knuth::knuth const> line) {
+std::string text_of(std::span<pack::knuth::knuth const> line) {
     std::string out;
     for (auto const& it : line) {
         if (auto const* b = std::get_if<knuth_box>(&it)) {
@@ -105,7 +105,7 @@ std::string text_of(std::span<knuth::knuth const> line) {
 }
 
 // Breaks a whole paragraph with a greedy breaker, line after line.
-std::vector<std::string> greedy(linebreak::method m, std::vector<knuth::knuth> items, float width, bool hyphenate = true) {
+std::vector<std::string> greedy(linebreak::method m, std::vector<pack::knuth::knuth> items, float width, bool hyphenate = true) {
     auto const env = make_env();
     std::vector<std::string> lines;
     line_kind kind = line_kind::first_line;
@@ -128,32 +128,32 @@ std::vector<std::string> greedy(linebreak::method m, std::vector<knuth::knuth> i
 
 TEST(knuth, legal_breaks_and_stripping) {
     auto const s = make_style();
-    knuth::knuth const box = w(U"a", s);
-    knuth::knuth const glue_item = sp(s);
-    knuth::knuth const pen = hy(s);
+    pack::knuth::knuth const box = w(U"a", s);
+    pack::knuth::knuth const glue_item = sp(s);
+    pack::knuth::knuth const pen = hy(s);
     EXPECT_TRUE(legal_break(&box, glue_item));
     EXPECT_FALSE(legal_break(nullptr, glue_item));
     EXPECT_FALSE(legal_break(&glue_item, glue_item)) << "never after another glue";
     EXPECT_FALSE(legal_break(&pen, glue_item)) << "never after a penalty";
-    knuth::knuth const prohibit = prohibited_break{};
+    pack::knuth::knuth const prohibit = prohibited_break{};
     EXPECT_FALSE(legal_break(&prohibit, glue_item)) << "a non-breaking space";
     EXPECT_TRUE(legal_break(&glue_item, pen));
-    EXPECT_TRUE(legal_break(&glue_item, knuth::knuth{forced_break{}}));
+    EXPECT_TRUE(legal_break(&glue_item, pack::knuth::knuth{forced_break{}}));
     EXPECT_FALSE(legal_break(&glue_item, box));
 
-    knuth::knuth const o = knuth_box{open{}};
-    std::vector<knuth::knuth> const items{glue_item, pen, prohibit, o, glue_item, box, glue_item};
+    pack::knuth::knuth const o = knuth_box{open{}};
+    std::vector<pack::knuth::knuth> const items{glue_item, pen, prohibit, o, glue_item, box, glue_item};
     auto const stripped = strip_leading(items);
     ASSERT_EQ(stripped.size(), 3u);
     EXPECT_EQ(stripped[0], o) << "an inline box start is kept and the walk goes on";
     EXPECT_EQ(stripped[1], box);
-    std::vector<knuth::knuth> const note{glue_item, knuth::knuth{footnote{}}, glue_item};
+    std::vector<pack::knuth::knuth> const note{glue_item, pack::knuth::knuth{footnote{}}, glue_item};
     EXPECT_EQ(strip_leading(note).size(), 2u) << "a footnote ends the walk with everything kept";
 }
 
 TEST(knuth, widths_sums_and_ratios) {
     auto const s = make_style();
-    std::vector<knuth::knuth> const items{
+    std::vector<pack::knuth::knuth> const items{
         knuth_box{indent{.indent_width = 7}},
         knuth_penalty{soft{.penalty_width = 3}},
         knuth_glue{glue{.glue_width = 5, .stretchability = 2, .shrinkability = 1}},
@@ -169,7 +169,7 @@ TEST(knuth, widths_sums_and_ratios) {
     EXPECT_EQ(adjustment_ratio_of(100, 110, 5, 0), adjustment_ratio{negative_infinite{}});
     EXPECT_EQ(adjustment_ratio_of(100, 104, 5, 8), adjustment_ratio{ratio{-0.5f}});
     // A leader (or forced break) on a line makes it perfect, however short.
-    knuth::knuth const leader = knuth_leader{};
+    pack::knuth::knuth const leader = knuth_leader{};
     EXPECT_EQ(item_stretch_shrink(leader).stretch, infinite_stretch);
     EXPECT_EQ(adjustment_ratio_of(100, 10, infinite_stretch, 0), adjustment_ratio{ratio{0}});
 
@@ -205,27 +205,27 @@ TEST(knuth, evaluation_measures_text_spaces_and_hyphens) {
 
     // A footnote call is numbered, and stays in the list.
     auto const note = eval_knuth::eval_knuth(env, line_kind::other_line, std::nullopt, {.footnote_counter = 4},
-                                             knuth::knuth{footnote{}}, {});
+                                             pack::knuth::knuth{footnote{}}, {});
     EXPECT_EQ(note.res_state.footnote_counter, 5);
 }
 
 TEST(knuth, trimming_rejoins_the_pieces_of_a_word) {
     auto const env = make_env();
     auto const s = make_style();
-    std::vector<knuth::knuth> const line{w(U"ab", s), hy(s), w(U"cd", s), hy(s), w(U"ef", s), sp(s)};
+    std::vector<pack::knuth::knuth> const line{w(U"ab", s), hy(s), w(U"cd", s), hy(s), w(U"ef", s), sp(s)};
     auto const trimmed = eval_knuth::trim_line(env, line_kind::other_line, line);
     ASSERT_EQ(trimmed.size(), 1u) << "joined, and the space at the end dropped";
     EXPECT_EQ(text_of(trimmed), "abcdef");
     EXPECT_TRUE(std::holds_alternative<non_word>(std::get<knuth_box>(trimmed[0])));
     EXPECT_FLOAT_EQ(item_width(trimmed[0]), 30) << "measured again whole";
 
-    std::vector<knuth::knuth> const at_hyphen{w(U"xx", s), sp(s), w(U"ab", s), hy(s)};
+    std::vector<pack::knuth::knuth> const at_hyphen{w(U"xx", s), sp(s), w(U"ab", s), hy(s)};
     EXPECT_EQ(text_of(eval_knuth::trim_line(env, line_kind::other_line, at_hyphen)), "xx ab-") << "the hyphen stays";
 }
 
 // Like `mono`, but "fi" is one ligature 0.7 em wide: the pieces "f" and "i" of a hyphenated word are
 // narrower joined than apart.
-knuth::graphemes with_ligature(fonts::font_req const& r, fonts::direction d, std::u32string_view text) {
+pack::knuth::graphemes with_ligature(fonts::font_req const& r, fonts::direction d, std::u32string_view text) {
     std::vector<fonts::grapheme> out;
     for (std::size_t i = 0; i < text.size(); ++i) {
         if (text[i] == U'f' && i + 1 < text.size() && text[i + 1] == U'i') {
@@ -242,7 +242,7 @@ knuth::graphemes with_ligature(fonts::font_req const& r, fonts::direction d, std
 // A random measured paragraph: words cut into pieces at soft hyphens (some pieces in another style,
 // which do not join), hard hyphens, spaces, non-breaking spaces, inline box edges, indents, footnote
 // calls and forced breaks.
-std::vector<knuth::knuth> random_measured_items(eval_knuth::eval_env const& env,
+std::vector<pack::knuth::knuth> random_measured_items(eval_knuth::eval_env const& env,
                                                 line_kind kind,
                                                 std::mt19937& rng,
                                                 std::size_t count) {
@@ -252,7 +252,7 @@ std::vector<knuth::knuth> random_measured_items(eval_knuth::eval_env const& env,
     auto const s = make_style();
     auto const other = make_style({.overflow_wrap = css::text::overflow_wrap::break_word});
     std::uniform_int_distribution<int> pick(0, 99);
-    std::vector<knuth::knuth> raw;
+    std::vector<pack::knuth::knuth> raw;
     auto piece = [&] {
         std::u32string text;
         for (int k = pick(rng) % 3; k >= 0; --k) {
@@ -265,7 +265,7 @@ std::vector<knuth::knuth> random_measured_items(eval_knuth::eval_env const& env,
         if (r < 45) {
             raw.push_back(piece());
             while (pick(rng) < 45) {
-                raw.push_back(pick(rng) < 90 ? hy(s) : knuth::knuth{knuth_penalty{hard{}}});
+                raw.push_back(pick(rng) < 90 ? hy(s) : pack::knuth::knuth{knuth_penalty{hard{}}});
                 raw.push_back(piece());
             }
         } else if (r < 75) {
@@ -284,7 +284,7 @@ std::vector<knuth::knuth> random_measured_items(eval_knuth::eval_env const& env,
             raw.push_back(forced_break{});
         }
     }
-    std::vector<knuth::knuth> out;
+    std::vector<pack::knuth::knuth> out;
     for (auto const& item : raw) {
         out.push_back(eval_knuth::eval_knuth(env, kind, std::nullopt, {}, item, {}).res_item);
     }
@@ -318,12 +318,12 @@ TEST(knuth, prefix_sums_agree_with_summing_each_line) {
                 }
             }
             ASSERT_EQ(m.measured_list, items);
-            std::optional<knuth::knuth> const indent_item = knuth_box{indent{.indent_width = 11}};
+            std::optional<pack::knuth::knuth> const indent_item = knuth_box{indent{.indent_width = 11}};
             for (std::size_t from = 0; from <= items.size(); ++from) {
                 for (std::size_t to = from; to <= items.size(); ++to) {
-                    std::span<knuth::knuth const> const line(items.data() + from, to - from);
+                    std::span<pack::knuth::knuth const> const line(items.data() + from, to - from);
                     SCOPED_TRACE(testing::Message() << "round " << round << ", items " << from << " to " << to);
-                    for (auto const& first : {std::optional<knuth::knuth>{}, indent_item}) {
+                    for (auto const& first : {std::optional<pack::knuth::knuth>{}, indent_item}) {
                         auto const direct = eval_knuth::trimmed_line_sums(env, kind, first, line);
                         auto const fast = eval_knuth::measured_line_sums(env, m, from, to, first);
                         ASSERT_NEAR(fast.sum_width, direct.sum_width, 1e-3);
@@ -334,7 +334,7 @@ TEST(knuth, prefix_sums_agree_with_summing_each_line) {
                     ASSERT_EQ(line_strips_to_nothing(m.measured_sums, from, to), trimmed.empty());
                     empty_lines += trimmed.empty() && from < to;
                     joined_lines += trimmed.size() + 1 < line.size() &&
-                                    std::ranges::any_of(trimmed, [](knuth::knuth const& it) {
+                                    std::ranges::any_of(trimmed, [](pack::knuth::knuth const& it) {
                                         auto const* b = std::get_if<knuth_box>(&it);
                                         return b != nullptr && std::holds_alternative<non_word>(*b);
                                     });
@@ -397,7 +397,7 @@ TEST(first_fit, a_first_line_word_in_first_line_style_stays_whole) {
     auto const env = make_env();
     auto const s = make_style({.hyphens = css::text::hyphens::auto_});
     first_line_form const fl{.first_line_font_req = req, .first_line_style = s};
-    std::vector<knuth::knuth> const items{w(U"xx", s, fl), sp(s), w(U"xxaabb", s, fl), forced_break{}};
+    std::vector<pack::knuth::knuth> const items{w(U"xx", s, fl), sp(s), w(U"xxaabb", s, fl), forced_break{}};
     EXPECT_FALSE(eval_knuth::try_hyphenate(env, line_kind::first_line, nullptr, std::span(items).subspan(2)));
     EXPECT_TRUE(eval_knuth::try_hyphenate(env, line_kind::other_line, nullptr, std::span(items).subspan(2)));
 }
@@ -497,7 +497,7 @@ TEST(total_fit, demerits_of_hyphen_runs) {
     auto const env = make_env();
     auto const s = make_style();
     // Lines of exactly the width have badness 0.5: (0.5 + 10)^2 = 110.25 demerits, 2500 more at a hyphen.
-    std::vector<knuth::knuth> line{eval_knuth::eval_knuth(env, line_kind::other_line, std::nullopt, {}, w(U"abcd", s), {}).res_item,
+    std::vector<pack::knuth::knuth> line{eval_knuth::eval_knuth(env, line_kind::other_line, std::nullopt, {}, w(U"abcd", s), {}).res_item,
                                    knuth_penalty{soft{.penalty_width = 5}}};
     auto root = share(total_fit::fbp{.next_line_number = 2});
     total_fit::break_params params{.hyphenate_lines = 1, .width = 25};

@@ -95,7 +95,7 @@ std::vector<linebox> lines_of(para_main::para_res const& r) {
 // ---- Items from a real box tree ---------------------------------------------------------------------------
 
 // The kinds of items, one word each: text in quotes, edges with their width.
-std::string dump_items(std::span<knuth::knuth const> items) {
+std::string dump_items(std::span<pack::knuth::knuth const> items) {
     std::string out;
     auto add = [&](std::string s) {
         if (!out.empty()) {
@@ -112,13 +112,13 @@ std::string dump_items(std::span<knuth::knuth const> items) {
                                           [&](grapheme_seq const&) { add("seq"); },
                                           [&](glyph_index const&) { add("glyph"); },
                                           [&](counter const&) { add("counter"); },
-                                          [&](knuth::pre_space const&) { add("pre_space"); },
-                                          [&](knuth::charlike_space const&) { add("charlike"); },
-                                          [&](knuth::newline const&) { add("newline"); },
+                                          [&](pack::knuth::pre_space const&) { add("pre_space"); },
+                                          [&](pack::knuth::charlike_space const&) { add("charlike"); },
+                                          [&](pack::knuth::newline const&) { add("newline"); },
                                           [&](open const& o) { add("open(" + std::to_string(int(o.box_left_edge)) + ")"); },
                                           [&](close const& c) { add("close(" + std::to_string(int(c.close_right_edge)) + ")"); },
-                                          [&](knuth::inline_block const&) { add("inline_block"); },
-                                          [&](knuth::indent const&) { add("indent"); },
+                                          [&](pack::knuth::inline_block const&) { add("inline_block"); },
+                                          [&](pack::knuth::indent const&) { add("indent"); },
                                       },
                                       b);
                        },
@@ -126,7 +126,7 @@ std::string dump_items(std::span<knuth::knuth const> items) {
                        [&](knuth_penalty const& p) { add(std::holds_alternative<soft>(p) ? "soft" : "hard"); },
                        [&](knuth_glue const& g) {
                            add(std::visit(overloaded{
-                                              [](knuth::glue const&) { return "glue"; },
+                                              [](pack::knuth::glue const&) { return "glue"; },
                                               [](zwsp const&) { return "zwsp"; },
                                               [](wrap_opportunity const&) { return "wrap"; },
                                               [](zero_width_cjk const&) { return "cjk"; },
@@ -137,7 +137,7 @@ std::string dump_items(std::span<knuth::knuth const> items) {
                        [&](prohibited_break const&) { add("prohibited"); },
                        [&](script_func_head const&) { add("script"); },
                        [&](script_func_tail const&) { add("/script"); },
-                       [&](knuth::footnote const&) { add("footnote"); },
+                       [&](pack::knuth::footnote const&) { add("footnote"); },
                    },
                    it);
     }

@@ -25,7 +25,7 @@ using testing::run;
 
 TEST(navigation, destination_arrays_by_kind) {
     using namespace dest;
-    auto text = [](dest::dest const& d) { return to_text(dest_object(d, page_of)); };
+    auto text = [](pdf::dest::dest const& d) { return to_text(dest_object(d, page_of)); };
     EXPECT_EQ(text(explicit_dest{2, fit{}}), "[12 0 R /Fit]");
     EXPECT_EQ(text(explicit_dest{1, fit_width{std::int64_t{700}}}), "[11 0 R /FitH 700]");
     EXPECT_EQ(text(explicit_dest{3, fit_rect{{std::int64_t{1}, std::int64_t{2}, std::int64_t{3}, std::int64_t{4}}}}),
@@ -48,12 +48,12 @@ TEST(navigation, actions_and_link_annotations) {
               "<</Type /Annot\n/Subtype /Link\n/Rect [0 0 10 5]\n/Border [0 0 0.0000]\n"
               "/A <</S /URI\n/URI (http://example.org/?a=\\(b\\))>>\n/H /I>>");
     auto const internal = annot_dict({.rect = {}, .border = annot_border{2, border_style::dashed},
-                                      .subtype = link_dest{dest::explicit_dest{3, dest::fit{}}, std::nullopt}},
+                                      .subtype = link_dest{pdf::dest::explicit_dest{3, pdf::dest::fit{}}, std::nullopt}},
                                      page_of);
     auto const t = to_text(object{internal});
     EXPECT_NE(t.find("/BS <</W 2.0000\n/S /D>>"), std::string::npos) << t;
     EXPECT_NE(t.find("/Dest [13 0 R /Fit]"), std::string::npos) << t;
-    EXPECT_EQ(to_text(object{action::action_dict(action::goto_remote{"other.pdf", dest::named_dest{"x"}}, page_of)}),
+    EXPECT_EQ(to_text(object{action::action_dict(action::goto_remote{"other.pdf", pdf::dest::named_dest{"x"}}, page_of)}),
               "<</S /GoToR\n/F (other.pdf)\n/D (x)>>");
 }
 
@@ -70,19 +70,19 @@ TEST(navigation, outline_tree_reads_back_with_counts_of_direct_children) {
     for (int i = 0; i < 3; ++i) {
         page_refs.push_back(new_ref(w));
     }
-    dest::page_refs const lookup = [&](int n) -> std::optional<ref> {
+    pdf::dest::page_refs const lookup = [&](int n) -> std::optional<ref> {
         return n >= 1 && n <= 3 ? std::optional<ref>(page_refs[static_cast<std::size_t>(n - 1)]) : std::nullopt;
     };
     std::vector<outline> items{
         {.title = "Chapter 1",
-         .target = dest_target{dest::explicit_dest{1, dest::fit{}}},
+         .target = dest_target{pdf::dest::explicit_dest{1, pdf::dest::fit{}}},
          .state = outline_state::open,
-         .children = {{.title = "Section 1.1", .target = dest_target{dest::target_position(2, 72, 500)}},
+         .children = {{.title = "Section 1.1", .target = dest_target{pdf::dest::target_position(2, 72, 500)}},
                       {.title = "Section 1.2",
-                       .target = dest_target{dest::explicit_dest{2, dest::fit{}}},
+                       .target = dest_target{pdf::dest::explicit_dest{2, pdf::dest::fit{}}},
                        .state = outline_state::closed,
-                       .children = {{.title = "Deep", .target = dest_target{dest::explicit_dest{3, dest::fit{}}}},
-                                    {.title = "Deeper", .target = dest_target{dest::explicit_dest{3, dest::fit{}}}}}}}},
+                       .children = {{.title = "Deep", .target = dest_target{pdf::dest::explicit_dest{3, pdf::dest::fit{}}}},
+                                    {.title = "Deeper", .target = dest_target{pdf::dest::explicit_dest{3, pdf::dest::fit{}}}}}}}},
         {.title = "Caf\xC3\xA9", .target = action_target{action::uri{"http://example.org/"}}},
     };
     auto const root = write_outlines(w, items, lookup);
