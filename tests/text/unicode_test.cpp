@@ -255,8 +255,8 @@ TEST(unicode_utf8, decodes_and_encodes) {
     auto const block = utf8::decode_utf8(vellum::bytes::from_string(bytes));
     ASSERT_TRUE(block);
     EXPECT_EQ(*block, text);
-    EXPECT_EQ(utf8::decode_utf8(""), std::u32string());
-    EXPECT_EQ(utf8::decode_utf8("\xF4\x8F\xBF\xBF"), std::u32string(1, 0x10FFFF));
+    EXPECT_EQ(*utf8::decode_utf8(""), std::u32string());
+    EXPECT_EQ(*utf8::decode_utf8("\xF4\x8F\xBF\xBF"), std::u32string(1, 0x10FFFF));
     // Code points without a UTF-8 form are written as the replacement character.
     EXPECT_EQ(utf8::encode_utf8(std::u32string{0xD800, 0x110000}), "\xEF\xBF\xBD\xEF\xBF\xBD");
 }
