@@ -30,6 +30,12 @@ extern "C" char const* __asan_default_options() {
 namespace vellum {
 namespace {
 
+// Whether the prefetch threads started: a value that is true.
+template <class Result>
+bool started(Result const& r) {
+    return r && *r;
+}
+
 namespace rl = resource::loader;
 using rl::find_credentials;
 using rl::load_resource;
@@ -306,7 +312,7 @@ TEST_F(loader_http, never_sends_local_requests_through_the_proxy) {
 TEST_F(loader_http, fetches_one_url_once_for_simultaneous_requests) {
     testing::capture_log cl;
     auto const l = make(cl, options({.max_prefetch_threads = 4}));
-    ASSERT_TRUE(start_prefetch_threads(cl.log, l).value_or(false));
+    ASSERT_TRUE(started(start_prefetch_threads(cl.log, l)));
     auto const again = start_prefetch_threads(cl.log, l);
     ASSERT_FALSE(again);
     EXPECT_EQ(again.error(), "prefetch threads already started");
@@ -325,14 +331,14 @@ TEST_F(loader_http, fetches_one_url_once_for_simultaneous_requests) {
     EXPECT_EQ(cl.count("resource from cache: " + url("/item/shared")), 1);
     EXPECT_EQ(body(load_resource(cl.log, l, resource_description::image, web("/item/after"))), "item after");
     // The threads can start again after they stopped.
-    ASSERT_TRUE(start_prefetch_threads(cl.log, l).value_or(false));
+    ASSERT_TRUE(started(start_prefetch_threads(cl.log, l)));
     stop_prefetch_threads(cl.log, l);
 }
 
 TEST_F(loader_http, retries_a_prefetch_after_a_reset_connection) {
     testing::capture_log cl;
     auto const l = make(cl, options({.max_prefetch_threads = 1}));
-    ASSERT_TRUE(start_prefetch_threads(cl.log, l).value_or(false));
+    ASSERT_TRUE(started(start_prefetch_threads(cl.log, l)));
     auto const r = load_resource(cl.log, l, resource_description::image, web("/reset"));
     stop_prefetch_threads(cl.log, l);
     ASSERT_FALSE(r);
@@ -348,7 +354,7 @@ TEST_F(loader_http, retries_a_prefetch_after_a_reset_connection) {
 TEST_F(loader_http, loads_200_resources_over_6_threads) {
     testing::capture_log cl;
     auto const l = make(cl, options({.max_prefetch_threads = 6}));
-    ASSERT_TRUE(start_prefetch_threads(cl.log, l).value_or(false));
+    ASSERT_TRUE(started(start_prefetch_threads(cl.log, l)));
     for (int i = 0; i < 200; ++i) {
         prefetch(cl.log, l, web("/item/many-" + std::to_string(i)));
     }
