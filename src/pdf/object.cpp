@@ -218,9 +218,15 @@ std::string ref_list(std::vector<ref> const& refs) {
 
 } // namespace
 
-bool array::operator==(array const&) const = default;
+// Written out rather than defaulted: clang (14 to 16) crashes on a defaulted comparison of a record that
+// holds vectors of the variant that holds the record.
+bool array::operator==(array const& o) const {
+    return array_items == o.array_items;
+}
 
-bool dict::operator==(dict const&) const = default;
+bool dict::operator==(dict const& o) const {
+    return dict_entries == o.dict_entries;
+}
 
 pdf_error::pdf_error(pdf_exception e)
     : internal_error(describe(e))
