@@ -29,6 +29,8 @@ if [ "$name" = pipeline ]; then
     cp build-sanitize/tests/pipeline_fuzzer "$out/fuzzer"
     mkdir -p "tests/fuzz/corpus/$name" "$out/corpus-new"
     export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+    # Leaks inside the system's libraries (tools/lsan.supp says which) are not the program's.
+    export LSAN_OPTIONS=${LSAN_OPTIONS:-suppressions=$PWD/tools/lsan.supp:print_suppressions=0}
     # Each input must finish in 10 s; a deep document may take a large stack and much memory. The
     # seeds are the documents of the end-to-end tests (tools/fuzz_seeds.sh collects them).
     "$out/fuzzer" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=8192 -artifact_prefix="$out/" \

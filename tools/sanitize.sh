@@ -11,6 +11,8 @@ dir=build-sanitize
 step=${1:-all}
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=0:detect_stack_use_after_return=0}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+# Leaks inside the system's libraries (tools/lsan.supp says which) are not the program's.
+export LSAN_OPTIONS=${LSAN_OPTIONS:-suppressions=$PWD/tools/lsan.supp:print_suppressions=0}
 
 configure() {
     # No build type: the flags below are the whole optimisation setting (-O1 is what the sanitizers

@@ -20,7 +20,18 @@ void* operator new(std::size_t n) {
     throw std::bad_alloc();
 }
 
+// The non-throwing form too (the standard library's temporary buffers use it), so that every block
+// freed here came from malloc.
+void* operator new(std::size_t n, std::nothrow_t const&) noexcept {
+    ++allocations;
+    return std::malloc(n == 0 ? 1 : n);
+}
+
 void operator delete(void* p) noexcept {
+    std::free(p);
+}
+
+void operator delete(void* p, std::nothrow_t const&) noexcept {
     std::free(p);
 }
 
