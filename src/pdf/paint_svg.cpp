@@ -582,7 +582,7 @@ struct painter {
             if (!fill && !stroke) {
                 continue;
             }
-            style.color = fill.value_or(*stroke);
+            style.color = fill ? *fill : *stroke;
             content::save(o, s.g);
             content::concat(o, s.g, to_matrix(m));
             if (stroke) {
