@@ -175,7 +175,13 @@ cat > laughs.xml <<'XML'
 ]>
 <lolz>&lol9;</lolz>
 XML
-( ulimit -v 2000000; convert laughs laughs.xml )
+# The address-space limit catches a run-away expansion; a binary built with AddressSanitizer reserves
+# terabytes of shadow memory at start and cannot run under it.
+if [ -n "${ASAN_OPTIONS:-}" ]; then
+    convert laughs laughs.xml
+else
+    ( ulimit -v 2000000; convert laughs laughs.xml )
+fi
 expect_eq "billion laughs: status" "$(cat laughs.rc)" 1
 expect_contains "billion laughs: message" "$(cat laughs.err)" "could not load input file"
 
