@@ -127,8 +127,10 @@ read -r fx fy <<<"$(box_of corner.pdf 1 Firstline.)"
 awk -v x="$fx" -v y="$fy" 'BEGIN { exit !(x < 35 && y > 40) }' ||
     fail "corner: the text at $fx,$fy does not start at the left below the top float"
 read -r slx sly <<<"$(box_of corner.pdf 1 Snaplow)"
-awk -v y="$sly" -v b="$cby" 'BEGIN { exit !(y > 300 && y < b) }' ||
-    fail "corner: a snap float called low on page 1 is at $sly, not at the bottom above the corner ($cby)"
+# The bottom floats stack up from the foot in the order met: the corner float, met first, stands
+# highest.
+awk -v y="$sly" -v b="$cby" 'BEGIN { exit !(y > 300 && y > b) }' ||
+    fail "corner: a snap float called low on page 1 is at $sly, not at the bottom below the corner ($cby)"
 read -r c2x c2y <<<"$(box_of corner.pdf 2 Cornertwo)"
 awk -v x="$c2x" -v y="$c2y" 'BEGIN { exit !(x < 35 && y < 40) }' ||
     fail "corner: top corner float on page 2 at $c2x,$c2y, not at the top left"
