@@ -163,6 +163,17 @@ prepack::cell0 emptied(prepack::cell0 c) {
     return c;
 }
 
+// The rest of a cell whose content was cut: the cell holding the blocks left over.
+prepack::cell0 rest_of(prepack::cell0 const& c, prepack::block const& remain) {
+    auto const* rest_blocks = std::get_if<prepack::bcontent_blocks>(&remain.block_content);
+    check(rest_blocks != nullptr, "pack_table: unexpected condition.");
+    auto rest = c;
+    rest.cell_content = prepack::blocks_with_column{rest_blocks->blocks, rest_blocks->column_id};
+    // The rest is a continuation: under `box-decoration-break: slice` it has no top edge.
+    rest.cell_type = remain.block_type;
+    return rest;
+}
+
 // A cell's content packed from `y` down into `room`, taking at least something (the row is the first
 // of its page): the part that went in, and the rest of the cell when it didn't all go in.
 struct bounded_cell {
@@ -186,14 +197,7 @@ pack_cell_bounded(page_info& info, prepack::cell0 const& c, float x, float w, fl
     info.flags = flags;
     bounded_cell out{.part = *p->b_packed_box, .rest = std::nullopt};
     if (p->b_remain_portion) {
-        auto const& rb = *p->b_remain_portion;
-        auto const* rest_blocks = std::get_if<prepack::bcontent_blocks>(&rb.block_content);
-        check(rest_blocks != nullptr, "pack_table: unexpected condition.");
-        auto rest = c;
-        rest.cell_content = prepack::blocks_with_column{rest_blocks->blocks, rest_blocks->column_id};
-        // The rest is a continuation: under `box-decoration-break: slice` it has no top edge.
-        rest.cell_type = rb.block_type;
-        out.rest = std::move(rest);
+        out.rest = rest_of(c, *p->b_remain_portion);
     }
     return out;
 }
@@ -472,14 +476,7 @@ cell_cut cut_cell(page_info& info, prepack::cell0 const& c, float x, float w, fl
         info = std::move(r.out_info);
         out.cut_part = *p->b_packed_box;
         if (p->b_remain_portion) {
-            auto const& rb = *p->b_remain_portion;
-            auto const* rest_blocks = std::get_if<prepack::bcontent_blocks>(&rb.block_content);
-            check(rest_blocks != nullptr, "pack_table: unexpected condition.");
-            auto rest = c;
-            rest.cell_content = prepack::blocks_with_column{rest_blocks->blocks, rest_blocks->column_id};
-            // The rest is a continuation: under `box-decoration-break: slice` it has no top edge.
-            rest.cell_type = rb.block_type;
-            out.cut_rest = std::move(rest);
+            out.cut_rest = rest_of(c, *p->b_remain_portion);
         }
     } else {
         out.cut_rest = c;
