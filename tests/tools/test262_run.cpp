@@ -2,9 +2,10 @@
 // a test names (assert.js and sta.js unless the test is raw, and its `includes:`), in sloppy mode and, with
 // "use strict" put first, in strict mode, as its flags allow (`onlyStrict`, `noStrict`, `raw`). A
 // negative test must fail in its phase (parse, early, runtime) with its error type. Prints the pass rate
-// over all runs and the failures grouped by reason.
+// over all runs, and over the sloppy runs of the tests that stay inside the language this engine implements
+// (see `left_out_reason`), with the failures grouped by reason.
 //
-//   test262-run DIR [--harness DIR] [--min-pass PERCENT] [--list N] [--filter TEXT]
+//   test262-run DIR [--harness DIR] [--min-pass PERCENT] [--min-covered PERCENT] [--list N] [--filter TEXT]
 //
 // Each run happens in a child process with a time limit, so that a hang or a crash counts as a failure
 // of that test only. With a floor given, the exit status is 1 below it; 77 if the folder is missing.
@@ -145,6 +146,107 @@ std::string reason_text(std::string m) {
     return m;
 }
 
+/// The test's text with comments dropped and the insides of string literals blanked, for looking at the
+/// code alone. Regular expression literals are taken as code; that is close enough for this purpose.
+std::string code_of(std::string const& src) {
+    std::string code;
+    code.reserve(src.size());
+    enum { plain, line_comment, block_comment, quoted } state = plain;
+    char quote = 0;
+    for (std::size_t i = 0; i < src.size(); ++i) {
+        char const ch = src[i];
+        char const next = i + 1 < src.size() ? src[i + 1] : '\0';
+        switch (state) {
+        case plain:
+            if (ch == '/' && next == '/') {
+                state = line_comment;
+            } else if (ch == '/' && next == '*') {
+                state = block_comment;
+                ++i;
+            } else if (ch == '\'' || ch == '"') {
+                state = quoted;
+                quote = ch;
+                code += ch;
+            } else {
+                code += ch;
+            }
+            break;
+        case line_comment:
+            if (ch == '\n') {
+                state = plain;
+                code += ch;
+            }
+            break;
+        case block_comment:
+            if (ch == '*' && next == '/') {
+                state = plain;
+                code += ' ';
+                ++i;
+            }
+            break;
+        case quoted:
+            if (ch == '\\') {
+                ++i;
+                code += "  ";
+            } else if (ch == quote || ch == '\n') {
+                state = plain;
+                code += ch;
+            } else {
+                code += ' ';
+            }
+            break;
+        }
+    }
+    return code;
+}
+
+/// Why a test lies outside the language this engine sets out to implement, or "" when it lies inside.
+/// The engine is ECMAScript 5 without strict mode, without getters and setters in object literals, with
+/// a simpler scanner (line feed is the only line terminator, ASCII blanks only, identifiers kept as
+/// written, no octal literals), undeclared names read as undefined, and a listed subset of the built-ins.
+/// A test that needs any of these is left out of the covered figure whatever its result; the decision
+/// looks at the test's text and its harness files only.
+std::string left_out_reason(std::string const& src, std::string const& includes_text, metadata const& m) {
+    if (m.only_strict || src.find("use strict") != std::string::npos) {
+        return "strict mode";
+    }
+    static std::regex const accessor(R"((^|[{,]\s*)(get|set)\s+[A-Za-z_$0-9'"]+\s*\()");
+    std::string const code = code_of(src);
+    if (std::regex_search(code, accessor)) {
+        return "getters and setters in object literals";
+    }
+    // Raw characters the scanner does not take as blanks or line ends: CR, VT, NBSP, U+2028/2029 and the
+    // other Unicode spaces; and the same written as escapes for `eval`.
+    static std::regex const raw_space("\r|\x0B|\xC2\xA0|\xE2\x80[\x80-\x8A\xA8\xA9\xAF]|\xE1\x9A\x80|"
+                                      "\xE1\xA0\x8E|\xE2\x81\x9F|\xE3\x80\x80|\xEF\xBB\xBF");
+    static std::regex const escaped_space(
+        R"(\\u(000[bBdD]|00[aA]0|202[89fF]|1680|180[eE]|200[0-9aA]|205[fF]|3000|[fF][eE][fF][fF])|\\x0[bBdD]|\\v)");
+    if (std::regex_search(src, raw_space) || std::regex_search(src, escaped_space)) {
+        return "line terminators and blanks beyond line feed and ASCII";
+    }
+    // A `\u` escape outside quotes is part of an identifier; `0` followed by digits outside quotes is an
+    // octal literal.
+    if (code.find("\\u") != std::string::npos) {
+        return "escapes in identifiers";
+    }
+    static std::regex const octal(R"((^|[^\w.$])0[0-7]+($|[^\w.]))");
+    if (std::regex_search(code, octal)) {
+        return "octal literals";
+    }
+    if (code.find("ReferenceError") != std::string::npos) {
+        return "ReferenceError on reading an undeclared name";
+    }
+    static std::regex const missing_builtin(
+        R"(\b(getOwnPropertyDescriptor|getOwnPropertyNames|getPrototypeOf|freeze|isFrozen|seal|isSealed|)"
+        R"(preventExtensions|isExtensible|reduce|reduceRight|every|some|bind|toPrecision|toExponential|)"
+        R"(localeCompare|toJSON|getTimezoneOffset|MAX_VALUE|MIN_VALUE|EvalError|__proto__|)"
+        R"(__defineGetter__|__defineSetter__)\b|JSON\.(parse|stringify)|Number\.NaN)");
+    if (std::regex_search(code, missing_builtin) || std::regex_search(includes_text, missing_builtin)) {
+        return "built-ins left out";
+    }
+    return "";
+}
+
 /// Runs one test in this process: "" for a pass, otherwise the reason of the failure.
 std::string run_one(std::string const& source, metadata const& m, bool strict, std::vector<std::string> const& harness) {
     auto engine = new_engine(vellum::log::log{.log_stderr = vellum::log::no_stderr_log{}}, nullptr, nullptr);
@@ -235,12 +337,13 @@ std::string run_isolated(std::string const& source, metadata const& m, bool stri
 
 int main(int argc, char** argv) {
     if (argc < 2) {
-        std::fprintf(stderr, "usage: test262-run DIR [--harness DIR] [--min-pass PERCENT] [--list N] [--filter TEXT]\n");
+        std::fprintf(stderr, "usage: test262-run DIR [--harness DIR] [--min-pass PERCENT] [--min-covered PERCENT] [--list N] [--filter TEXT]\n");
         return 2;
     }
     fs::path root = argv[1];
     fs::path harness_dir = root.parent_path().parent_path() / "harness";
     double min_pass = 0;
+    double min_covered = 0;
     std::size_t list = 3;
     std::string filter;
     for (int i = 2; i + 1 < argc; i += 2) {
@@ -249,6 +352,8 @@ int main(int argc, char** argv) {
             harness_dir = argv[i + 1];
         } else if (opt == "--min-pass") {
             min_pass = std::atof(argv[i + 1]);
+        } else if (opt == "--min-covered") {
+            min_covered = std::atof(argv[i + 1]);
         } else if (opt == "--list") {
             list = static_cast<std::size_t>(std::atoi(argv[i + 1]));
         } else if (opt == "--filter") {
@@ -281,9 +386,10 @@ int main(int argc, char** argv) {
     };
     int runs = 0, passed = 0;
     int sloppy_runs = 0, sloppy_passed = 0, strict_runs = 0, strict_passed = 0;
-    // The language leaves strict mode out: runs of tests that only make sense in it are counted apart.
+    // Sloppy runs of tests inside the language this engine implements: the figure to aim at.
     int covered_runs = 0, covered_passed = 0;
-    std::map<std::string, std::vector<std::string>> failures;
+    std::map<std::string, std::pair<int, int>> left_out; // reason: runs, passes
+    std::map<std::string, std::vector<std::string>> failures, covered_failures;
     for (auto const& f : files) {
         std::string const src = read_file(f);
         metadata const m = read_metadata(src);
@@ -292,9 +398,12 @@ int main(int argc, char** argv) {
             harness.push_back(harness_file("assert.js"));
             harness.push_back(harness_file("sta.js"));
         }
+        std::string includes_text;
         for (auto const& inc : m.includes) {
             harness.push_back(harness_file(inc));
+            includes_text += harness.back();
         }
+        std::string const out_reason = left_out_reason(src, includes_text, m);
         std::string const name = fs::relative(f, root).string();
         for (bool strict : {false, true}) {
             if ((strict && (m.no_strict || m.raw)) || (!strict && m.only_strict)) {
@@ -303,14 +412,24 @@ int main(int argc, char** argv) {
             std::string const reason = run_isolated(src, m, strict, harness);
             ++runs;
             (strict ? strict_runs : sloppy_runs)++;
-            bool const covered = !strict && !m.only_strict && src.find("use strict") == std::string::npos;
-            covered_runs += covered ? 1 : 0;
-            if (reason.empty()) {
+            bool const pass = reason.empty();
+            bool const covered = !strict && out_reason.empty();
+            if (covered) {
+                ++covered_runs;
+                covered_passed += pass ? 1 : 0;
+            } else {
+                auto& [n, p] = left_out[strict ? std::string("strict mode") : out_reason];
+                ++n;
+                p += pass ? 1 : 0;
+            }
+            if (pass) {
                 ++passed;
-                covered_passed += covered ? 1 : 0;
                 (strict ? strict_passed : sloppy_passed)++;
             } else {
                 failures[reason].push_back(name + (strict ? " (strict)" : ""));
+                if (covered) {
+                    covered_failures[reason].push_back(name);
+                }
             }
         }
     }
@@ -319,20 +438,35 @@ int main(int argc, char** argv) {
     std::printf("passed: %d of %d runs (%.2f%%)\n", passed, runs, rate(passed, runs));
     std::printf("  sloppy mode: %d of %d (%.2f%%)\n", sloppy_passed, sloppy_runs, rate(sloppy_passed, sloppy_runs));
     std::printf("  strict mode: %d of %d (%.2f%%)\n", strict_passed, strict_runs, rate(strict_passed, strict_runs));
-    std::printf("  sloppy runs of tests that ask nothing of strict mode: %d of %d (%.2f%%)\n", covered_passed,
-                covered_runs, rate(covered_passed, covered_runs));
-    std::vector<std::pair<std::string, std::vector<std::string>>> sorted(failures.begin(), failures.end());
-    std::stable_sort(sorted.begin(), sorted.end(), [](auto const& a, auto const& b) { return a.second.size() > b.second.size(); });
-    std::printf("\nfailures, by reason:\n");
-    for (auto const& [reason, names] : sorted) {
-        std::printf("  %4zu  %s\n", names.size(), reason.c_str());
-        for (std::size_t i = 0; i < names.size() && i < list; ++i) {
-            std::printf("          %s\n", names[i].c_str());
-        }
+    std::printf("  tests the language covers (sloppy runs): %d of %d (%.2f%%)\n", covered_passed, covered_runs,
+                rate(covered_passed, covered_runs));
+    std::printf("\nruns left out of the covered figure, by what they need:\n");
+    for (auto const& [why, np] : left_out) {
+        std::printf("  %4d  %s (%d of them pass)\n", np.first, why.c_str(), np.second);
     }
-    bool const ok = rate(passed, runs) + 1e-9 >= min_pass;
-    if (!ok) {
-        std::printf("\nbelow the floor: %.2f%% (floor %.2f%%)\n", rate(passed, runs), min_pass);
+    auto print_failures = [&](char const* title, std::map<std::string, std::vector<std::string>> const& by_reason) {
+        std::vector<std::pair<std::string, std::vector<std::string>>> sorted(by_reason.begin(), by_reason.end());
+        std::stable_sort(sorted.begin(), sorted.end(),
+                         [](auto const& a, auto const& b) { return a.second.size() > b.second.size(); });
+        std::printf("\n%s:\n", title);
+        for (auto const& [reason, names] : sorted) {
+            std::printf("  %4zu  %s\n", names.size(), reason.c_str());
+            for (std::size_t i = 0; i < names.size() && i < list; ++i) {
+                std::printf("          %s\n", names[i].c_str());
+            }
+        }
+    };
+    print_failures("failures of covered tests, by reason", covered_failures);
+    print_failures("all failures, by reason", failures);
+    bool ok = true;
+    if (rate(passed, runs) + 1e-9 < min_pass) {
+        std::printf("\nbelow the floor: %.2f%% of all runs (floor %.2f%%)\n", rate(passed, runs), min_pass);
+        ok = false;
+    }
+    if (rate(covered_passed, covered_runs) + 1e-9 < min_covered) {
+        std::printf("\nbelow the floor: %.2f%% of covered tests (floor %.2f%%)\n", rate(covered_passed, covered_runs),
+                    min_covered);
+        ok = false;
     }
     return ok ? 0 : 1;
 }
