@@ -23,6 +23,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -390,6 +391,9 @@ int main(int argc, char** argv) {
     int covered_runs = 0, covered_passed = 0;
     std::map<std::string, std::pair<int, int>> left_out; // reason: runs, passes
     std::map<std::string, std::vector<std::string>> failures, covered_failures;
+    // Per top folder (an object of the built-ins, a kind of construct of the language): covered runs and
+    // passes, then all runs and passes.
+    std::map<std::string, std::array<int, 4>> by_folder;
     for (auto const& f : files) {
         std::string const src = read_file(f);
         metadata const m = read_metadata(src);
@@ -405,6 +409,7 @@ int main(int argc, char** argv) {
         }
         std::string const out_reason = left_out_reason(src, includes_text, m);
         std::string const name = fs::relative(f, root).string();
+        auto& folder = by_folder[name.substr(0, name.find('/'))];
         for (bool strict : {false, true}) {
             if ((strict && (m.no_strict || m.raw)) || (!strict && m.only_strict)) {
                 continue;
@@ -414,6 +419,10 @@ int main(int argc, char** argv) {
             (strict ? strict_runs : sloppy_runs)++;
             bool const pass = reason.empty();
             bool const covered = !strict && out_reason.empty();
+            folder[0] += covered ? 1 : 0;
+            folder[1] += covered && pass ? 1 : 0;
+            folder[2] += 1;
+            folder[3] += pass ? 1 : 0;
             if (covered) {
                 ++covered_runs;
                 covered_passed += pass ? 1 : 0;
@@ -440,6 +449,11 @@ int main(int argc, char** argv) {
     std::printf("  strict mode: %d of %d (%.2f%%)\n", strict_passed, strict_runs, rate(strict_passed, strict_runs));
     std::printf("  tests the language covers (sloppy runs): %d of %d (%.2f%%)\n", covered_passed, covered_runs,
                 rate(covered_passed, covered_runs));
+    std::printf("\nby folder: covered runs passed, all runs passed\n");
+    for (auto const& [name, n] : by_folder) {
+        std::printf("  %-28s %5d of %5d (%6.2f%%)   %5d of %5d (%6.2f%%)\n", name.c_str(), n[1], n[0], rate(n[1], n[0]), n[3],
+                    n[2], rate(n[3], n[2]));
+    }
     std::printf("\nruns left out of the covered figure, by what they need:\n");
     for (auto const& [why, np] : left_out) {
         std::printf("  %4d  %s (%d of them pass)\n", np.first, why.c_str(), np.second);
