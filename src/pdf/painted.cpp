@@ -4,6 +4,7 @@
 #include "text/macroman.hpp"
 #include "util/result.hpp"
 
+#include <algorithm>
 #include <limits>
 #include <optional>
 #include <utility>
@@ -37,6 +38,61 @@ std::optional<std::string> packed(std::string_view bytes) {
     return out;
 }
 
+void put_number(std::string& out, std::uint32_t n) {
+    while (n >= 0x80) {
+        out += char((n & 0x7F) | 0x80);
+        n >>= 7;
+    }
+    out += char(n);
+}
+
+std::uint32_t get_number(std::string_view in, std::size_t& pos) {
+    std::uint32_t n = 0;
+    for (int shift = 0; pos < in.size(); shift += 7) {
+        auto const b = std::uint8_t(in[pos++]);
+        n |= std::uint32_t(b & 0x7F) << shift;
+        if ((b & 0x80) == 0) {
+            return n;
+        }
+    }
+    // The shows were encoded here, in this run: running out of them is a fault.
+    throw internal_error("painted::get_number");
+}
+
+// The operators and the shows, uncompressed.
+std::string unpacked(recorded_content const& content) {
+    if (!content.content_compressed) {
+        return content.content_packed;
+    }
+    std::uint32_t const total = content.content_size + content.content_show_size;
+    std::string out(total, '\0');
+    uLongf size = total;
+    int const status = uncompress(reinterpret_cast<Bytef*>(out.data()), &size,
+                                  reinterpret_cast<Bytef const*>(content.content_packed.data()),
+                                  uLong(content.content_packed.size()));
+    // The data was compressed here, in this run: anything but its own size back is a fault.
+    check(status == Z_OK && size == total, "painted::unpacked");
+    return out;
+}
+
+void decode_shows(recorded_content const& content, std::string_view shows,
+                  std::function<void(glyph_show const&)> const& f) {
+    std::size_t pos = 0;
+    glyph_show s;
+    for (std::uint32_t i = 0; i < content.content_show_count; ++i) {
+        s.show_at += get_number(shows, pos);
+        auto const font = get_number(shows, pos);
+        check(font < content.content_fonts.size(), "painted::decode_shows");
+        s.show_font = content.content_fonts[font];
+        s.show_glyphs.resize(get_number(shows, pos));
+        for (auto& g : s.show_glyphs) {
+            g = get_number(shows, pos);
+            check(g < content.content_glyph_table.size(), "painted::decode_shows");
+        }
+        f(s);
+    }
+}
+
 } // namespace
 
 bool recorder::sink_write(void* target, std::uint8_t const* data, std::size_t size) {
@@ -54,10 +110,17 @@ recorder* recorder_of(bulkio::output::output const& o) {
 
 void recorder::show(fonts::font_ref const& font, std::span<fonts::glyph const* const> glyphs) {
     auto& c = recorder_content;
-    glyph_show s{.show_at = std::uint32_t(recorder_bytes.size()),
-                 .show_font = font.get(),
-                 .show_first = std::uint32_t(c.content_glyphs.size()),
-                 .show_count = std::uint32_t(glyphs.size())};
+    auto const at = std::uint32_t(recorder_bytes.size());
+    auto const font_index =
+        std::uint32_t(std::find(c.content_fonts.begin(), c.content_fonts.end(), font.get()) - c.content_fonts.begin());
+    if (font_index == c.content_fonts.size()) {
+        c.content_fonts.push_back(font.get());
+    }
+    put_number(recorder_shows, at - recorder_last_at);
+    put_number(recorder_shows, font_index);
+    put_number(recorder_shows, std::uint32_t(glyphs.size()));
+    recorder_last_at = at;
+    ++c.content_show_count;
     for (auto const* gl : glyphs) {
         std::uint8_t mac = '?';
         if (!gl->glyph_unicodes.empty()) {
@@ -76,17 +139,19 @@ void recorder::show(fonts::font_ref const& font, std::span<fonts::glyph const* c
             }
             it->second.known_chars = has_chars;
         }
-        c.content_glyphs.push_back(it->second.known_place);
+        put_number(recorder_shows, it->second.known_place);
     }
-    c.content_shows.push_back(s);
 }
 
 recorded_content recorder::take() {
     recorder_known.clear();
     auto out = std::exchange(recorder_content, {});
     // The places of the shows are 32 bits, and so is zlib's count of input.
-    check(recorder_bytes.size() <= std::numeric_limits<std::uint32_t>::max(), "recorder::take");
+    check(recorder_bytes.size() + recorder_shows.size() <= std::numeric_limits<std::uint32_t>::max(),
+          "recorder::take");
     out.content_size = std::uint32_t(recorder_bytes.size());
+    out.content_show_size = std::uint32_t(recorder_shows.size());
+    recorder_bytes += recorder_shows;
     if (auto p = packed(recorder_bytes)) {
         out.content_packed = std::move(*p);
         out.content_compressed = true;
@@ -94,18 +159,24 @@ recorded_content recorder::take() {
         out.content_packed = recorder_bytes;
     }
     recorder_bytes.clear();
-    out.content_shows.shrink_to_fit();
-    out.content_glyphs.shrink_to_fit();
+    recorder_shows.clear();
+    recorder_last_at = 0;
+    out.content_fonts.shrink_to_fit();
     out.content_glyph_table.shrink_to_fit();
     return out;
+}
+
+void for_each_show(recorded_content const& content, std::function<void(glyph_show const&)> const& f) {
+    auto const all = unpacked(content);
+    decode_shows(content, std::string_view(all).substr(content.content_size), f);
 }
 
 std::string show_bytes(recorded_content const& content, glyph_show const& show) {
     auto const encoding = show.show_font->used_font_encoding->get();
     std::string out;
-    out.reserve(show.show_count * (encoding == fonts::font_pdf_encoding::identity_encoding ? 2 : 1));
-    for (std::uint32_t i = 0; i < show.show_count; ++i) {
-        auto const& g = content.content_glyph_table[content.content_glyphs[show.show_first + i]];
+    out.reserve(show.show_glyphs.size() * (encoding == fonts::font_pdf_encoding::identity_encoding ? 2 : 1));
+    for (auto const place : show.show_glyphs) {
+        auto const& g = content.content_glyph_table[place];
         switch (encoding) {
         case fonts::font_pdf_encoding::macroman_encoding:
             out += char(g.page_glyph_macroman);
@@ -125,24 +196,16 @@ std::string show_bytes(recorded_content const& content, glyph_show const& show) 
 }
 
 std::string operator_bytes(recorded_content const& content) {
-    if (!content.content_compressed) {
-        return content.content_packed;
-    }
-    std::string out(content.content_size, '\0');
-    uLongf size = content.content_size;
-    int const status = uncompress(reinterpret_cast<Bytef*>(out.data()), &size,
-                                  reinterpret_cast<Bytef const*>(content.content_packed.data()),
-                                  uLong(content.content_packed.size()));
-    // The data was compressed here, in this run: anything but its own size back is a fault.
-    check(status == Z_OK && size == content.content_size, "operator_bytes");
-    return out;
+    auto all = unpacked(content);
+    all.resize(content.content_size);
+    return all;
 }
 
 void replay(recorded_content const& content, bulkio::output::output const& o) {
-    auto const operators = operator_bytes(content);
-    auto const bytes = std::string_view(operators);
+    auto const all = unpacked(content);
+    auto const bytes = std::string_view(all).substr(0, content.content_size);
     std::size_t done = 0;
-    for (auto const& s : content.content_shows) {
+    decode_shows(content, std::string_view(all).substr(content.content_size), [&](glyph_show const& s) {
         bulkio::output::write_all(o, bulkio::output::as_bytes(bytes.substr(done, s.show_at - done)));
         done = s.show_at;
         auto const shown = show_bytes(content, s);
@@ -151,7 +214,7 @@ void replay(recorded_content const& content, bulkio::output::output const& o) {
         } else {
             content::show_literal(o, shown);
         }
-    }
+    });
     bulkio::output::write_all(o, bulkio::output::as_bytes(bytes.substr(done)));
 }
 

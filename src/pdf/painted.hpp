@@ -10,6 +10,7 @@
 #include "util/cell.hpp"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -26,27 +27,31 @@ struct page_glyph {
     std::uint8_t page_glyph_macroman = '?';
 };
 
-/// A string shown with one font: where it goes in the operator bytes, and its glyphs.
+/// A string shown with one font: where it goes in the operator bytes, and its glyphs as places in the
+/// page's glyph table.
 struct glyph_show {
     std::uint32_t show_at = 0;
     /// Owned by the font table, which lives for the run.
     fonts::used_font const* show_font = nullptr;
-    std::uint32_t show_first = 0;
-    std::uint32_t show_count = 0;
+    std::vector<std::uint32_t> show_glyphs;
 };
 
-/// A painted content stream.
+/// A painted content stream. A page of justified text shows a string per word, so the shows are a large
+/// part of a page: they wait compressed with the operators, each as variable-length numbers (the place
+/// after the previous show, the font, the count and the glyphs' places), which is about a byte a glyph
+/// before compression.
 struct recorded_content {
-    /// Every operator but the shown strings, compressed by zlib (`operator_bytes` gives them back);
-    /// kept as they are when zlib could not start.
+    /// The operators but the shown strings, then the shows, compressed by zlib (`operator_bytes` and
+    /// `for_each_show` give them back); kept as they are when zlib could not start.
     std::string content_packed;
     bool content_compressed = false;
     /// The size of the operators uncompressed: the places of the shows count in it.
     std::uint32_t content_size = 0;
-    /// In the order of their places in the bytes.
-    std::vector<glyph_show> content_shows;
-    /// The glyphs of the shows, as places in `content_glyph_table`.
-    std::vector<std::uint32_t> content_glyphs;
+    /// The size of the shows uncompressed, after the operators.
+    std::uint32_t content_show_size = 0;
+    std::uint32_t content_show_count = 0;
+    /// The fonts of the shows, each once.
+    std::vector<fonts::used_font const*> content_fonts;
     std::vector<page_glyph> content_glyph_table;
 };
 
@@ -89,6 +94,9 @@ private:
     recorded_content recorder_content;
     /// The operators of the page being painted; the buffer serves page after page.
     std::string recorder_bytes;
+    /// The shows of the page being painted, encoded; likewise reused.
+    std::string recorder_shows;
+    std::uint32_t recorder_last_at = 0;
     std::unordered_map<glyph_key, known_glyph, key_hash> recorder_known;
 };
 
@@ -97,6 +105,9 @@ recorder* recorder_of(bulkio::output::output const& o);
 
 /// The operators of a recorded content, uncompressed.
 std::string operator_bytes(recorded_content const& content);
+
+/// Calls `f` with each show of a recorded content, in order.
+void for_each_show(recorded_content const& content, std::function<void(glyph_show const&)> const& f);
 
 /// The bytes of a shown string in the font's encoding as it now stands.
 std::string show_bytes(recorded_content const& content, glyph_show const& show);

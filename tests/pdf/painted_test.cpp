@@ -72,7 +72,7 @@ TEST(painted, replay_writes_what_direct_painting_writes) {
     // The glyphs are kept once per page: H, e, l, o, space, both parentheses, w, r, d and two Cyrillic
     // ones.
     EXPECT_EQ(c.content_glyph_table.size(), 12u);
-    EXPECT_EQ(c.content_shows.size(), 3u);
+    EXPECT_EQ(c.content_show_count, 3u);
     // The operators around the strings are there, the strings are not; they wait compressed.
     auto const operators = operator_bytes(c);
     EXPECT_NE(operators.find(" Tf\n"), std::string::npos) << operators;
@@ -95,6 +95,18 @@ TEST(painted, a_page_of_text_waits_compressed) {
     EXPECT_GT(c.content_size, 4000u);
     EXPECT_LT(c.content_packed.size() * 4, c.content_size);
     EXPECT_EQ(replayed(c), direct(box));
+    // The shows wait with them, come back in order, and take a byte a glyph and a few a show before
+    // compression: small numbers are one byte.
+    std::uint32_t shows = 0, glyphs = 0, last_at = 0;
+    for_each_show(c, [&](glyph_show const& s) {
+        EXPECT_GT(s.show_at, last_at);
+        last_at = s.show_at;
+        ++shows;
+        glyphs += std::uint32_t(s.show_glyphs.size());
+    });
+    EXPECT_EQ(shows, c.content_show_count);
+    EXPECT_EQ(glyphs, 1600u);
+    EXPECT_LE(c.content_show_size, glyphs + 3 * shows);
 }
 
 TEST(painted, codes_follow_the_encoding_settled_after_painting) {
