@@ -94,6 +94,14 @@ struct th_values {
 using thing = std::variant<th_span, th_block, th_inline_block, th_rowgroup, th_row, th_cell, th_caption, th_colgroup,
                            th_values>;
 
+// A list of one thing, moved in: a braced list would copy it, and with it the whole subtree.
+template <class T>
+std::vector<thing> one_thing(T&& t) {
+    std::vector<thing> out;
+    out.emplace_back(std::forward<T>(t));
+    return out;
+}
+
 bool is_table_part(thing const& t) {
     return std::holds_alternative<th_rowgroup>(t) || std::holds_alternative<th_row>(t) ||
            std::holds_alternative<th_cell>(t) || std::holds_alternative<th_colgroup>(t);
@@ -554,10 +562,10 @@ struct walker {
                                                     .span_type = type_original{share(std::move(stuff))},
                                                     .span_bg = backgrounds(*style)}})};
         }
-        return {th_block{block{.block_content = bcontent_para{para_of(std::move(spans), *style)},
+        return one_thing(th_block{block{.block_content = bcontent_para{para_of(std::move(spans), *style)},
                                .block_style = style,
                                .block_type = type_original{share(std::move(stuff))},
-                               .block_bg = backgrounds(*style)}}};
+                               .block_bg = backgrounds(*style)}});
     }
 
     // A paragraph of spans gathered in this walk: its spaces settled, its embedding levels found, and
@@ -989,9 +997,9 @@ struct walker {
             b.block_bg = backgrounds(s);
             auto const k = kind_of(s).value_or(display_kind::inline_);
             if (k == display_kind::inline_ || k == display_kind::inline_block) {
-                return {th_inline_block{std::move(b)}};
+                return one_thing(th_inline_block{std::move(b)});
             }
-            return {th_block{std::move(b)}};
+            return one_thing(th_block{std::move(b)});
         }
 
         bool const was_static = in_static;
@@ -1034,8 +1042,8 @@ struct walker {
             // The element's place in the flow is kept, so that the page it falls on shows it in its
             // margin boxes.
             if (first && !was_static) {
-                return {th_values{element_stuff{.element_info = info_element{e}, .running = std::pair{*flow_name, *first}},
-                                  style}};
+                return one_thing(th_values{element_stuff{.element_info = info_element{e}, .running = std::pair{*flow_name, *first}},
+                                  style});
             }
             return {};
         }
@@ -1131,7 +1139,7 @@ struct walker {
             return inline_things(std::move(things), style, context, decls, std::move(stuff), bgs);
         case display_kind::block:
         case display_kind::run_in:
-            return {th_block{whole_block()}};
+            return one_thing(th_block{whole_block()});
         case display_kind::list_item: {
             bool const inside = s.list_style_position == css::box::list_style_position::inside;
             prepack::marker m = marker_inside{};
@@ -1162,13 +1170,13 @@ struct walker {
                 one.push_back(block{.block_content = std::move(content), .block_style = anonymous_style(style)});
                 blocks = std::move(one);
             }
-            return {th_block{block{.block_content = bcontent_list_item{list_item{m, std::move(blocks)}},
+            return one_thing(th_block{block{.block_content = bcontent_list_item{list_item{m, std::move(blocks)}},
                                    .block_style = style,
                                    .block_type = type_original{share(std::move(stuff))},
-                                   .block_bg = bgs}}};
+                                   .block_bg = bgs}});
         }
         case display_kind::inline_block:
-            return {th_inline_block{whole_block()}};
+            return one_thing(th_inline_block{whole_block()});
         case display_kind::table:
         case display_kind::inline_table: {
             block b{.block_content = bcontent_table{build_table(std::move(things), style)},
@@ -1177,13 +1185,13 @@ struct walker {
                     .block_bg = bgs};
             std::get<bcontent_table>(b.block_content).table->table_bg = bgs;
             if (*kind_of(s) == display_kind::inline_table) {
-                return {th_inline_block{std::move(b)}};
+                return one_thing(th_inline_block{std::move(b)});
             }
-            return {th_block{std::move(b)}};
+            return one_thing(th_block{std::move(b)});
         }
         case display_kind::table_caption:
-            return {th_caption{whole_block(), s.rare_props ? s.rare_props->rare_props_caption_side
-                                                           : css::box::caption_side::top}};
+            return one_thing(th_caption{whole_block(), s.rare_props ? s.rare_props->rare_props_caption_side
+                                                           : css::box::caption_side::top});
         case display_kind::table_row_group:
         case display_kind::table_header_group:
         case display_kind::table_footer_group: {
@@ -1193,22 +1201,22 @@ struct walker {
             auto const k = *kind_of(s) == display_kind::table_header_group   ? group_kind::header
                            : *kind_of(s) == display_kind::table_footer_group ? group_kind::footer
                                                                             : group_kind::body;
-            return {th_rowgroup{std::move(g), k}};
+            return one_thing(th_rowgroup{std::move(g), k});
         }
         case display_kind::table_row: {
             auto r = build_row(std::move(things), style);
             r.row_type = type_original{share(std::move(stuff))};
             r.row_bg = bgs;
-            return {th_row{std::move(r)}};
+            return one_thing(th_row{std::move(r)});
         }
         case display_kind::table_cell: {
             auto c = make_cell(to_blocks(std::move(things), style, e, info), style);
             c.cell_type = type_original{share(std::move(stuff))};
             c.cell_bg = bgs;
-            return {th_cell{std::move(c)}};
+            return one_thing(th_cell{std::move(c)});
         }
         case display_kind::table_column:
-            return {th_colgroup{colgroup{.colgroup_cols = {make_col(style)}, .colgroup_style = anonymous_style(style)}}};
+            return one_thing(th_colgroup{colgroup{.colgroup_cols = {make_col(style)}, .colgroup_style = anonymous_style(style)}});
         case display_kind::table_column_group: {
             colgroup g{.colgroup_style = style};
             for (auto& t : things) {
@@ -1221,7 +1229,7 @@ struct walker {
             if (g.colgroup_cols.empty()) {
                 g.colgroup_cols.push_back(make_col(style));
             }
-            return {th_colgroup{std::move(g)}};
+            return one_thing(th_colgroup{std::move(g)});
         }
         case display_kind::none:
             break;
