@@ -112,24 +112,35 @@ expr_res<js_value> join(js& engine, js_object o, js_value const& separator, bool
 
 expr_res<js_value> concat(js& engine, js_object self, std::vector<js_value> const& args) {
     js_array<js_array_item> out;
-    auto append = [&](js_value const& v) {
+    // The elements of arrays are copied as plain values; an element with a getter is read through it.
+    auto append = [&](js_value const& v) -> std::optional<exception> {
         auto const* o = std::get_if<js_object>(&v);
         auto const* a = o ? std::get_if<class_array>(&(*o)->obj_class) : nullptr;
         if (a == nullptr) {
             out.push_back(item{.item_value = v});
-            return;
+            return std::nullopt;
         }
         for (std::size_t i = 0; i < a->array_items.length(); ++i) {
             js_array_item element = a->array_items[i];
-            if (auto* it = std::get_if<item>(&element)) {
-                it->item_attrs = {};
+            if (std::holds_alternative<no_item>(element)) {
+                out.push_back(no_item{});
+                continue;
             }
-            out.push_back(std::move(element));
+            js_value value;
+            if (auto e = take(get_index(engine, *o, static_cast<std::int64_t>(i)), value)) {
+                return e;
+            }
+            out.push_back(item{.item_value = std::move(value)});
         }
+        return std::nullopt;
     };
-    append(self);
+    if (auto e = append(self)) {
+        return *e;
+    }
     for (auto const& v : args) {
-        append(v);
+        if (auto e = append(v)) {
+            return *e;
+        }
     }
     return new_object_of(engine, class_array{.array_items = out}, yes_proto{.proto = engine.array_prototype});
 }

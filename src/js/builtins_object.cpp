@@ -103,38 +103,95 @@ exception cannot_modify(js& engine) {
     return type_error(engine, "cannot modify property");
 }
 
-// An element of an array: a value with attributes (an element cannot hold an accessor).
+// An element of an array: a value with attributes, or a getter and setter with attributes. A descriptor
+// that names neither a value nor an accessor keeps what the element holds.
 expr_res<js_value> define_element(js& engine, js_object o, std::uint32_t index, descriptor const& d) {
-    if (d.desc_get || d.desc_set) {
-        return type_error(engine, "cannot define an accessor on an array element");
-    }
     auto const& items = std::get<class_array>(o->obj_class).array_items;
     attrs current = all_attrs;
-    js_value value = undefined();
+    js_array_item old = no_item{};
     if (index < items.length()) {
-        if (auto const* it = std::get_if<item>(&items[index])) {
-            if (!may_redefine(it->item_attrs, false, d)) {
+        old = items[index];
+        if (auto element = element_attrs(old)) {
+            if (!may_redefine(*element, std::holds_alternative<accessor_item>(old), d)) {
                 return cannot_modify(engine);
             }
-            current = it->item_attrs;
-            value = it->item_value;
+            current = *element;
         }
+    } else if (array_length_read_only(o)) {
+        return cannot_modify(engine);
     } else if (auto r = put(engine, o, key_of_int(index), undefined()); is_exception(r)) {
         // Writing the element first grows the array, within its bounds.
         return r;
     }
-    items[index] = item{.item_value = d.desc_value.value_or(value), .item_attrs = attrs_of(d, current)};
+    attrs a = attrs_of(d, current);
+    auto const* old_accessor = std::get_if<accessor_item>(&old);
+    if (d.desc_get || d.desc_set || (old_accessor && !d.desc_value && !d.desc_writable)) {
+        // As for other properties, a setter alone reads as undefined through the do-nothing function.
+        accessor_item acc{.item_getter = engine.function_prototype};
+        if (old_accessor) {
+            acc = *old_accessor;
+        }
+        if (d.desc_get) {
+            acc.item_getter = function_or_none(d.desc_get).value_or(engine.function_prototype);
+        }
+        if (d.desc_set) {
+            acc.item_setter = function_or_none(d.desc_set);
+        }
+        acc.item_attrs.attr_bits =
+            static_cast<std::uint8_t>(a.attr_bits & ~static_cast<std::uint8_t>(attr::read_only));
+        items[index] = acc;
+        return o;
+    }
+    js_value value = undefined();
+    if (auto const* it = std::get_if<item>(&old)) {
+        value = it->item_value;
+    }
+    items[index] = item{.item_value = d.desc_value.value_or(value), .item_attrs = a};
     return o;
 }
 
-// The length of an array: permanent and hidden, so only its value may change. Shortening stops above
-// the last element that may not be deleted, and then fails.
+// Makes an array's length read-only: an own accessor of the array, with the getter of the one on
+// Array.prototype, that carries `read_only`.
+void make_array_length_read_only(js& engine, js_object o) {
+    js_object getter = engine.function_prototype;
+    if (auto pos = find_own_property(engine.array_prototype, key_of_utf8("length"))) {
+        if (auto const* h =
+                std::get_if<prop_host>(&engine.array_prototype->obj_properties[*pos].property_value)) {
+            if (auto const* g = std::get_if<js_accessor>(&h->host_getter)) {
+                getter = g->accessor_func;
+            }
+        }
+    }
+    define_own_property(o, key_of_utf8("length"),
+                        prop_host{.host_getter = js_accessor{.accessor_func = getter}}, all_attrs);
+}
+
+// The length of an array: permanent and hidden, so only its value may change, and only while it is
+// writable. Shortening stops above the last element that may not be deleted, and then fails.
 expr_res<js_value> define_array_length(js& engine, js_object o, descriptor const& d) {
     if (d.desc_get || d.desc_set || d.desc_configurable.value_or(false) ||
         d.desc_enumerable.value_or(false)) {
         return cannot_modify(engine);
     }
+    if (array_length_read_only(o)) {
+        if (d.desc_writable.value_or(false)) {
+            return cannot_modify(engine);
+        }
+        if (d.desc_value) {
+            double length = 0;
+            if (auto e = take(to_double_value(engine, *d.desc_value), length)) {
+                return *e;
+            }
+            if (length != static_cast<double>(array_length(o))) {
+                return cannot_modify(engine);
+            }
+        }
+        return o;
+    }
     if (!d.desc_value) {
+        if (d.desc_writable == false) {
+            make_array_length_read_only(engine, o);
+        }
         return o;
     }
     double length = 0;
@@ -147,15 +204,24 @@ expr_res<js_value> define_array_length(js& engine, js_object o, descriptor const
     auto const wanted = static_cast<std::uint32_t>(length);
     auto const& items = std::get<class_array>(o->obj_class).array_items;
     for (std::size_t i = items.length(); i > wanted; --i) {
-        if (auto const* it = std::get_if<item>(&items[i - 1]); it && it->item_attrs.has(attr::no_delete)) {
+        if (auto element = element_attrs(items[i - 1]); element && element->has(attr::no_delete)) {
             if (auto r = set_array_length(engine, o, int_value(static_cast<std::int64_t>(i)));
                 is_exception(r)) {
                 return r;
             }
+            if (d.desc_writable == false) {
+                make_array_length_read_only(engine, o);
+            }
             return cannot_modify(engine);
         }
     }
-    return set_array_length(engine, o, number_value(length));
+    if (auto r = set_array_length(engine, o, number_value(length)); is_exception(r)) {
+        return r;
+    }
+    if (d.desc_writable == false) {
+        make_array_length_read_only(engine, o);
+    }
+    return o;
 }
 
 bool is_length(js_prop_string const& key) {
