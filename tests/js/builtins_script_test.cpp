@@ -316,6 +316,11 @@ TEST_F(scripts, strings_numbers_and_uris) {
          "a.-caxc"},
         {"match without g returns groups",
          "var m = 'x12y'.match(/(\\d)(\\d)/); m.length + ' ' + m.index + ' ' + m.input", "3 1 x12y"},
+        {"the regexp prototype is a regexp with its flags",
+         "var p = RegExp.prototype; p.hasOwnProperty('global') + ' ' + p.ignoreCase + p.multiline + ' ' +"
+         "p.propertyIsEnumerable('source') + ' ' + (delete p.global) + ' ' + p.exec('x')[0].length + ' ' +"
+         "Object.prototype.toString.call(p)",
+         "true falsefalse false false 0 [object RegExp]"},
         {"search ignores g and lastIndex",
          "var r = /b/g; r.lastIndex = 5; 'abc'.search(r) + ' ' + r.lastIndex", "1 5"},
         {"substring swaps and clamps", "'abcdef'.substring(4, -1) + '|' + 'abcdef'.substring(NaN, 2)",
