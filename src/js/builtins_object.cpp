@@ -201,25 +201,14 @@ expr_res<js_value> define_array_length(js& engine, js_object o, descriptor const
     if (!(length >= 0 && length <= 4294967295.0 && length == std::trunc(length))) {
         return throw_error(engine, js_error::invalid_array_length);
     }
-    auto const wanted = static_cast<std::uint32_t>(length);
-    auto const& items = std::get<class_array>(o->obj_class).array_items;
-    for (std::size_t i = items.length(); i > wanted; --i) {
-        if (auto element = element_attrs(items[i - 1]); element && element->has(attr::no_delete)) {
-            if (auto r = set_array_length(engine, o, int_value(static_cast<std::int64_t>(i)));
-                is_exception(r)) {
-                return r;
-            }
-            if (d.desc_writable == false) {
-                make_array_length_read_only(engine, o);
-            }
-            return cannot_modify(engine);
-        }
-    }
     if (auto r = set_array_length(engine, o, number_value(length)); is_exception(r)) {
         return r;
     }
     if (d.desc_writable == false) {
         make_array_length_read_only(engine, o);
+    }
+    if (array_length(o) != length) {
+        return cannot_modify(engine);
     }
     return o;
 }

@@ -547,7 +547,15 @@ expr_res<js_value> set_array_length(js& engine, js_object o, js_value const& len
     if (!(d >= 0 && d <= 4294967295.0 && d == std::trunc(d)) || d > static_cast<double>(max_dense_array_length)) {
         return throw_error(engine, js_error::invalid_array_length);
     }
-    a->array_items.resize(static_cast<std::size_t>(d), no_item{});
+    // Shortening stops above the last element that may not be deleted.
+    auto wanted = static_cast<std::size_t>(d);
+    for (std::size_t i = a->array_items.length(); i > wanted; --i) {
+        if (auto element = element_attrs(a->array_items[i - 1]); element && element->has(attr::no_delete)) {
+            wanted = i;
+            break;
+        }
+    }
+    a->array_items.resize(wanted, no_item{});
     return length;
 }
 

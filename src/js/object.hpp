@@ -121,8 +121,9 @@ bool array_length_read_only(js_object o);
 /// The length of an array object (0 for any other object).
 std::uint32_t array_length(js_object o);
 
-/// Sets the length of an array: shorter cuts items off, longer adds holes. A value that is not a whole
-/// number from 0 to 2^32 - 1 throws `invalid_array_length`; a read-only length throws a `TypeError`.
+/// Sets the length of an array: shorter cuts items off, but stops above the last one that may not be
+/// deleted; longer adds holes. A value that is not a whole number from 0 to 2^32 - 1 throws
+/// `invalid_array_length`; a read-only length throws a `TypeError`.
 [[nodiscard]] expr_res<js_value> set_array_length(js& engine, js_object o, js_value const& length);
 
 } // namespace vellum::js::eval

@@ -258,6 +258,10 @@ TEST_F(scripts, array_elements_with_accessors) {
         {"setter only reads undefined",
          "var a = [1]; Object.defineProperty(a, '0', {set: function (v) {}}); String(a[0]) + ' ' + (0 in a)",
          "undefined true"},
+        {"assigned length stops at a permanent element",
+         "var a = [1, 2, 3]; Object.defineProperty(a, '1', {configurable: false}); a.length = 0;"
+         "a.length + ' ' + a.join()",
+         "2 1,2"},
         {"shortening stops at a permanent accessor",
          "var a = [1, , 3]; Object.defineProperty(a, '1', {get: function () { return 2; }});"
          "try { Object.defineProperty(a, 'length', {value: 0}); } catch (e) { a.length + e.name }",
