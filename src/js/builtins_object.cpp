@@ -1,6 +1,7 @@
 // `Object`, `Function`, `Boolean` and the error constructors, with their prototypes' members; property
 // descriptors of `Object.defineProperty`.
 #include "js/builtins.hpp"
+#include "util/ref.hpp"
 #include "util/result.hpp"
 
 #include <cmath>
@@ -74,22 +75,6 @@ attrs attrs_of(descriptor const& d, attrs current) {
     return current;
 }
 
-// Whether a descriptor may change a property that has these attributes. A permanent property that
-// cannot be written (a read-only value, or an accessor, which is never read-only itself) may not be
-// redefined at all; any other permanent property may not become deletable, change its visibility, or
-// turn into an accessor.
-bool may_redefine(attrs a, bool accessor, descriptor const& d) {
-    if (!a.has(attr::no_delete)) {
-        return true;
-    }
-    if (a.has(attr::read_only) || accessor) {
-        return false;
-    }
-    bool const enumerable = !a.has(attr::no_enum);
-    return !d.desc_configurable.value_or(false) && d.desc_enumerable.value_or(enumerable) == enumerable &&
-           !d.desc_get && !d.desc_set;
-}
-
 std::optional<js_object> function_or_none(std::optional<js_value> const& v) {
     if (v) {
         if (auto const* o = std::get_if<js_object>(&*v)) {
@@ -97,6 +82,50 @@ std::optional<js_object> function_or_none(std::optional<js_value> const& v) {
         }
     }
     return std::nullopt;
+}
+
+// What a property holds, as a redefinition looks at it: a value, a script getter and setter, or a host
+// property.
+using current_content = std::variant<js_value, prop_accessor, prop_host>;
+
+current_content content_of(property_value const& p) {
+    return std::visit(overloaded{
+                          [](prop_value const& v) -> current_content { return v.value; },
+                          [](prop_ref const& r) -> current_content { return *r.ref_cell; },
+                          [](prop_host const& h) -> current_content { return h; },
+                          [](prop_accessor const& a) -> current_content { return a; },
+                      },
+                      p);
+}
+
+// Whether a descriptor may redefine a property with these attributes and this content. A deletable
+// property may become anything. A permanent read-only value may not be redefined at all. Any other
+// permanent property may not become deletable, change its visibility, or turn from a value into an
+// accessor or back; a permanent accessor keeps its getter and setter, so a descriptor for it is
+// accepted only if it repeats them.
+bool may_redefine(js& engine, attrs a, current_content const& content, descriptor const& d) {
+    if (!a.has(attr::no_delete)) {
+        return true;
+    }
+    bool const enumerable = !a.has(attr::no_enum);
+    if (d.desc_configurable.value_or(false) || d.desc_enumerable.value_or(enumerable) != enumerable) {
+        return false;
+    }
+    bool const names_value = d.desc_value || d.desc_writable;
+    bool const names_accessor = d.desc_get || d.desc_set;
+    return std::visit(overloaded{
+                          [&](js_value const&) { return !names_accessor && !a.has(attr::read_only); },
+                          [&](prop_accessor const& acc) {
+                              // An absent getter is held as the do-nothing function.
+                              return !names_value &&
+                                     (!d.desc_get ||
+                                      function_or_none(d.desc_get).value_or(engine.function_prototype) ==
+                                          acc.getter) &&
+                                     (!d.desc_set || function_or_none(d.desc_set) == acc.setter);
+                          },
+                          [&](prop_host const&) { return !names_accessor && !a.has(attr::read_only); },
+                      },
+                      content);
 }
 
 exception cannot_modify(js& engine) {
@@ -112,7 +141,16 @@ expr_res<js_value> define_element(js& engine, js_object o, std::uint32_t index, 
     if (index < items.length()) {
         old = items[index];
         if (auto element = element_attrs(old)) {
-            if (!may_redefine(*element, std::holds_alternative<accessor_item>(old), d)) {
+            current_content const content =
+                std::visit(overloaded{
+                               [](no_item const&) -> current_content { return undefined(); },
+                               [](item const& it) -> current_content { return it.item_value; },
+                               [](accessor_item const& it) -> current_content {
+                                   return prop_accessor{.getter = it.item_getter, .setter = it.item_setter};
+                               },
+                           },
+                           old);
+            if (!may_redefine(engine, *element, content, d)) {
                 return cannot_modify(engine);
             }
             current = *element;
@@ -240,7 +278,7 @@ expr_res<js_value> define_property(js& engine, js_object o, js_prop_string const
     property_value content = prop_value{.value = undefined()};
     if (auto pos = find_own_property(o, key)) {
         js_property const& p = o->obj_properties[*pos];
-        if (!may_redefine(p.property_attrs, std::holds_alternative<prop_accessor>(p.property_value), d)) {
+        if (!may_redefine(engine, p.property_attrs, content_of(p.property_value), d)) {
             return cannot_modify(engine);
         }
         current = p.property_attrs;

@@ -396,6 +396,25 @@ TEST_F(scripts, objects_functions_errors_and_dates) {
          "var o = {x: 1}; Object.defineProperty(o, 'x', {enumerable: false}); o.x = 5;"
          "o.x + ' ' + Object.keys(o).length + ' ' + delete o.x",
          "5 0 true"},
+        {"a permanent accessor accepts only what it has",
+         "var o = {}; var g = function () { return 1; }; var r = [];"
+         "Object.defineProperty(o, 'x', {get: g}); Object.defineProperty(o, 'x', {get: g, set: undefined});"
+         "Object.defineProperty(o, 'x', {enumerable: false}); r.push(o.x);"
+         "var tries = [{get: function () {}}, {set: function () {}}, {value: 1}, {enumerable: true}];"
+         "for (var i = 0; i < tries.length; i++) {"
+         " try { Object.defineProperty(o, 'x', tries[i]); r.push('ok'); } catch (e) { r.push(e.name); } }"
+         "r.join()",
+         "1,TypeError,TypeError,TypeError,TypeError"},
+        {"a permanent writable value may change and become read-only",
+         "var o = {}; Object.defineProperty(o, 'x', {value: 1, writable: true});"
+         "Object.defineProperty(o, 'x', {value: 2}); Object.defineProperty(o, 'x', {writable: false});"
+         "var r = o.x; try { Object.defineProperty(o, 'x', {value: 2}); } catch (e) { r += e.name; } r",
+         "2TypeError"},
+        {"an array element that is a permanent accessor accepts its own getter",
+         "var a = []; var g = function () { return 'g'; }; Object.defineProperty(a, '0', {get: g});"
+         "Object.defineProperty(a, '0', {get: g}); var r = a[0];"
+         "try { Object.defineProperty(a, '0', {get: function () {}}); } catch (e) { r += e.name; } r",
+         "gTypeError"},
         {"value and get together",
          "try { Object.defineProperty({}, 'x', {value: 1, get: function () {}}) } catch (e) { e.name }",
          "TypeError"},
