@@ -270,6 +270,34 @@ TEST_F(scripts, array_elements_with_accessors) {
     check(cases);
 }
 
+TEST_F(scripts, array_methods_throw_where_a_write_or_delete_fails) {
+    script_case const cases[] = {
+        {"pop of a permanent element",
+         "var a = [1, 2]; Object.defineProperty(a, '1', {configurable: false});"
+         "try { a.pop(); } catch (e) { e.name + ' ' + a.length + ' ' + a[1] }",
+         "TypeError 2 2"},
+        {"shift moving onto a read-only element",
+         "var a = [1, 2]; Object.defineProperty(a, '0', {writable: false});"
+         "try { a.shift(); } catch (e) { e.name + ' ' + a.join() }",
+         "TypeError 1,2"},
+        {"reverse onto a getter without setter",
+         "var a = [1, 2]; Object.defineProperty(a, '0', {get: function () { return 'g'; }});"
+         "try { a.reverse(); } catch (e) { e.name }",
+         "TypeError"},
+        {"sort of read-only elements",
+         "var a = [2, 1]; Object.defineProperty(a, '0', {writable: false});"
+         "try { a.sort(); } catch (e) { e.name + ' ' + a.join() }",
+         "TypeError 2,1"},
+        {"array-likes with a read-only element",
+         "var o = {length: 1}; Object.defineProperty(o, '0', {value: 'x'});"
+         "try { Array.prototype.unshift.call(o, 'y'); } catch (e) { e.name + ' ' + o[0] }",
+         "TypeError x"},
+        {"assignment stays silent",
+         "var a = [1]; Object.defineProperty(a, '0', {writable: false}); a[0] = 2; a[0]", "1"},
+    };
+    check(cases);
+}
+
 TEST_F(scripts, read_only_array_length) {
     script_case const cases[] = {
         {"assignments are ignored",
