@@ -249,16 +249,16 @@ expr_res<js_value> get(js& engine, js_object o, js_prop_string const& key) {
             if (*index >= a->array_items.length()) {
                 return undefined();
             }
-            // A copy: a getter may change the array it came from.
-            js_array_item const element = a->array_items[*index];
             return std::visit(overloaded{
                                   [](no_item const&) -> expr_res<js_value> { return undefined(); },
                                   [](item const& it) -> expr_res<js_value> { return it.item_value; },
                                   [&](accessor_item const& it) -> expr_res<js_value> {
-                                      return call(engine, o, it.item_getter, {});
+                                      // A copy: the getter may change the array it came from.
+                                      js_object const getter = it.item_getter;
+                                      return call(engine, o, getter, {});
                                   },
                               },
-                              element);
+                              a->array_items[*index]);
         }
         if (auto const* s = std::get_if<class_string>(&c)) {
             if (index && *index < s->string_value.length()) {
@@ -370,8 +370,8 @@ expr_res<js_value> put(js& engine, js_object o, js_prop_string const& key, js_va
                                            it.item_value = value;
                                        }
                                    },
-                                   // Reached only through an object that inherits from the array: the
-                                   // setter has been called already.
+                                   // Not reached: `can_put` sends a write to such an element to its
+                                   // setter, or refuses it.
                                    [](accessor_item const&) {},
                                },
                                slot);
