@@ -19,14 +19,51 @@ expr_res<js_value> get_index(js& engine, js_object o, std::int64_t i) {
     return get(engine, o, index_key(i));
 }
 
+// Whether a write at the index would take effect: not at a read-only element, nor at one with a getter
+// and no setter, nor beyond the end of an array whose length is read-only.
+bool index_writable(js_object o, std::int64_t i) {
+    js_prop_string const key = index_key(i);
+    if (std::holds_alternative<cannot_put>(can_put(o, key))) {
+        return false;
+    }
+    auto const* a = std::get_if<class_array>(&o->obj_class);
+    if (a == nullptr) {
+        return true;
+    }
+    if (static_cast<std::size_t>(i) >= a->array_items.length()) {
+        return !array_length_read_only(o);
+    }
+    auto const* it = std::get_if<item>(&a->array_items[static_cast<std::size_t>(i)]);
+    return it == nullptr || !it->item_attrs.has(attr::read_only);
+}
+
+// The methods write and delete elements as assignment and `delete` do, except that what cannot be done
+// throws a TypeError rather than passing unnoticed.
 expr_res<js_value> put_index(js& engine, js_object o, std::int64_t i, js_value const& v) {
+    if (!index_writable(o, i)) {
+        return type_error(engine, "cannot write array element " + std::to_string(i));
+    }
     return put(engine, o, index_key(i), v);
 }
 
-// Sets `length`: directly for an array, by assignment for any other object.
+std::optional<exception> delete_index(js& engine, js_object o, std::int64_t i) {
+    if (!delete_property(o, index_key(i))) {
+        return type_error(engine, "cannot delete array element " + std::to_string(i));
+    }
+    return std::nullopt;
+}
+
+// Sets `length`: directly for an array, by assignment for any other object. An array that cannot be
+// cut short enough, for an element that may not be deleted, throws.
 expr_res<js_value> put_length(js& engine, js_object o, std::int64_t n) {
     if (std::holds_alternative<class_array>(o->obj_class)) {
-        return set_array_length(engine, o, int_value(n));
+        if (auto r = set_array_length(engine, o, int_value(n)); is_exception(r)) {
+            return r;
+        }
+        if (array_length(o) != n) {
+            return type_error(engine, "cannot delete array element " + std::to_string(array_length(o) - 1));
+        }
+        return int_value(n);
     }
     return put(engine, o, key_of_utf8("length"), int_value(n));
 }
@@ -41,15 +78,16 @@ std::optional<exception> move_index(js& engine, js_object o, std::int64_t from, 
         if (auto r = put_index(engine, o, to, v); is_exception(r)) {
             return std::get<exception>(r);
         }
-    } else {
-        delete_property(o, index_key(to));
+        return std::nullopt;
     }
-    return std::nullopt;
+    return delete_index(engine, o, to);
 }
 
 // Removes the last of `len` elements (pop and shift), giving `result`.
 expr_res<js_value> drop_last(js& engine, js_object o, std::int64_t len, js_value const& result) {
-    delete_property(o, index_key(len - 1));
+    if (auto e = delete_index(engine, o, len - 1)) {
+        return *e;
+    }
     if (auto r = put_length(engine, o, len - 1); is_exception(r)) {
         return r;
     }
@@ -112,24 +150,35 @@ expr_res<js_value> join(js& engine, js_object o, js_value const& separator, bool
 
 expr_res<js_value> concat(js& engine, js_object self, std::vector<js_value> const& args) {
     js_array<js_array_item> out;
-    auto append = [&](js_value const& v) {
+    // The elements of arrays are copied as plain values; an element with a getter is read through it.
+    auto append = [&](js_value const& v) -> std::optional<exception> {
         auto const* o = std::get_if<js_object>(&v);
         auto const* a = o ? std::get_if<class_array>(&(*o)->obj_class) : nullptr;
         if (a == nullptr) {
             out.push_back(item{.item_value = v});
-            return;
+            return std::nullopt;
         }
         for (std::size_t i = 0; i < a->array_items.length(); ++i) {
             js_array_item element = a->array_items[i];
-            if (auto* it = std::get_if<item>(&element)) {
-                it->item_attrs = {};
+            if (std::holds_alternative<no_item>(element)) {
+                out.push_back(no_item{});
+                continue;
             }
-            out.push_back(std::move(element));
+            js_value value;
+            if (auto e = take(get_index(engine, *o, static_cast<std::int64_t>(i)), value)) {
+                return e;
+            }
+            out.push_back(item{.item_value = std::move(value)});
         }
+        return std::nullopt;
     };
-    append(self);
+    if (auto e = append(self)) {
+        return *e;
+    }
     for (auto const& v : args) {
-        append(v);
+        if (auto e = append(v)) {
+            return *e;
+        }
     }
     return new_object_of(engine, class_array{.array_items = out}, yes_proto{.proto = engine.array_prototype});
 }
@@ -236,7 +285,9 @@ expr_res<js_value> sort(js& engine, js_object o, js_value const& comparator) {
         }
     }
     for (; at < len; ++at) {
-        delete_property(o, index_key(at));
+        if (auto e = delete_index(engine, o, at)) {
+            return *e;
+        }
     }
     return o;
 }
@@ -281,7 +332,9 @@ expr_res<js_value> splice(call_info const& c, js_object o, std::int64_t len) {
             }
         }
         for (std::int64_t k = len; k > len - remove + insert; --k) {
-            delete_property(o, index_key(k - 1));
+            if (auto e = delete_index(engine, o, k - 1)) {
+                return *e;
+            }
         }
     } else if (insert > remove) {
         for (std::int64_t k = len - remove; k > start; --k) {
@@ -462,7 +515,9 @@ expr_res<js_value> generic_member(call_info const& c, array_func f) {
             for (auto [at, present, v] :
                  {std::tuple{lower, has_upper, uv}, std::tuple{upper, has_lower, lv}}) {
                 if (!present) {
-                    delete_property(o, index_key(at));
+                    if (auto e = delete_index(engine, o, at)) {
+                        return *e;
+                    }
                 } else if (auto r = put_index(engine, o, at, v); is_exception(r)) {
                     return r;
                 }

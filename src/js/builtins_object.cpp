@@ -1,6 +1,7 @@
 // `Object`, `Function`, `Boolean` and the error constructors, with their prototypes' members; property
 // descriptors of `Object.defineProperty`.
 #include "js/builtins.hpp"
+#include "util/ref.hpp"
 #include "util/result.hpp"
 
 #include <cmath>
@@ -74,22 +75,6 @@ attrs attrs_of(descriptor const& d, attrs current) {
     return current;
 }
 
-// Whether a descriptor may change a property that has these attributes. A permanent property that
-// cannot be written (a read-only value, or an accessor, which is never read-only itself) may not be
-// redefined at all; any other permanent property may not become deletable, change its visibility, or
-// turn into an accessor.
-bool may_redefine(attrs a, bool accessor, descriptor const& d) {
-    if (!a.has(attr::no_delete)) {
-        return true;
-    }
-    if (a.has(attr::read_only) || accessor) {
-        return false;
-    }
-    bool const enumerable = !a.has(attr::no_enum);
-    return !d.desc_configurable.value_or(false) && d.desc_enumerable.value_or(enumerable) == enumerable &&
-           !d.desc_get && !d.desc_set;
-}
-
 std::optional<js_object> function_or_none(std::optional<js_value> const& v) {
     if (v) {
         if (auto const* o = std::get_if<js_object>(&*v)) {
@@ -99,42 +84,152 @@ std::optional<js_object> function_or_none(std::optional<js_value> const& v) {
     return std::nullopt;
 }
 
+// What a property holds, as a redefinition looks at it: a value, a script getter and setter, or a host
+// property.
+using current_content = std::variant<js_value, prop_accessor, prop_host>;
+
+current_content content_of(property_value const& p) {
+    return std::visit(overloaded{
+                          [](prop_value const& v) -> current_content { return v.value; },
+                          [](prop_ref const& r) -> current_content { return *r.ref_cell; },
+                          [](prop_host const& h) -> current_content { return h; },
+                          [](prop_accessor const& a) -> current_content { return a; },
+                      },
+                      p);
+}
+
+// Whether a descriptor may redefine a property with these attributes and this content. A deletable
+// property may become anything. A permanent read-only value may not be redefined at all. Any other
+// permanent property may not become deletable, change its visibility, or turn from a value into an
+// accessor or back; a permanent accessor keeps its getter and setter, so a descriptor for it is
+// accepted only if it repeats them.
+bool may_redefine(js& engine, attrs a, current_content const& content, descriptor const& d) {
+    if (!a.has(attr::no_delete)) {
+        return true;
+    }
+    bool const enumerable = !a.has(attr::no_enum);
+    if (d.desc_configurable.value_or(false) || d.desc_enumerable.value_or(enumerable) != enumerable) {
+        return false;
+    }
+    bool const names_value = d.desc_value || d.desc_writable;
+    bool const names_accessor = d.desc_get || d.desc_set;
+    return std::visit(overloaded{
+                          [&](js_value const&) { return !names_accessor && !a.has(attr::read_only); },
+                          [&](prop_accessor const& acc) {
+                              // An absent getter is held as the do-nothing function.
+                              return !names_value &&
+                                     (!d.desc_get ||
+                                      function_or_none(d.desc_get).value_or(engine.function_prototype) ==
+                                          acc.getter) &&
+                                     (!d.desc_set || function_or_none(d.desc_set) == acc.setter);
+                          },
+                          [&](prop_host const&) { return !names_accessor && !a.has(attr::read_only); },
+                      },
+                      content);
+}
+
 exception cannot_modify(js& engine) {
     return type_error(engine, "cannot modify property");
 }
 
-// An element of an array: a value with attributes (an element cannot hold an accessor).
+// An element of an array: a value with attributes, or a getter and setter with attributes. A descriptor
+// that names neither a value nor an accessor keeps what the element holds.
 expr_res<js_value> define_element(js& engine, js_object o, std::uint32_t index, descriptor const& d) {
-    if (d.desc_get || d.desc_set) {
-        return type_error(engine, "cannot define an accessor on an array element");
-    }
     auto const& items = std::get<class_array>(o->obj_class).array_items;
     attrs current = all_attrs;
-    js_value value = undefined();
+    js_array_item old = no_item{};
     if (index < items.length()) {
-        if (auto const* it = std::get_if<item>(&items[index])) {
-            if (!may_redefine(it->item_attrs, false, d)) {
+        old = items[index];
+        if (auto element = element_attrs(old)) {
+            current_content const content =
+                std::visit(overloaded{
+                               [](no_item const&) -> current_content { return undefined(); },
+                               [](item const& it) -> current_content { return it.item_value; },
+                               [](accessor_item const& it) -> current_content {
+                                   return prop_accessor{.getter = it.item_getter, .setter = it.item_setter};
+                               },
+                           },
+                           old);
+            if (!may_redefine(engine, *element, content, d)) {
                 return cannot_modify(engine);
             }
-            current = it->item_attrs;
-            value = it->item_value;
+            current = *element;
         }
+    } else if (array_length_read_only(o)) {
+        return cannot_modify(engine);
     } else if (auto r = put(engine, o, key_of_int(index), undefined()); is_exception(r)) {
         // Writing the element first grows the array, within its bounds.
         return r;
     }
-    items[index] = item{.item_value = d.desc_value.value_or(value), .item_attrs = attrs_of(d, current)};
+    attrs a = attrs_of(d, current);
+    auto const* old_accessor = std::get_if<accessor_item>(&old);
+    if (d.desc_get || d.desc_set || (old_accessor && !d.desc_value && !d.desc_writable)) {
+        // As for other properties, a setter alone reads as undefined through the do-nothing function.
+        accessor_item acc{.item_getter = engine.function_prototype};
+        if (old_accessor) {
+            acc = *old_accessor;
+        }
+        if (d.desc_get) {
+            acc.item_getter = function_or_none(d.desc_get).value_or(engine.function_prototype);
+        }
+        if (d.desc_set) {
+            acc.item_setter = function_or_none(d.desc_set);
+        }
+        acc.item_attrs.attr_bits =
+            static_cast<std::uint8_t>(a.attr_bits & ~static_cast<std::uint8_t>(attr::read_only));
+        items[index] = acc;
+        return o;
+    }
+    js_value value = undefined();
+    if (auto const* it = std::get_if<item>(&old)) {
+        value = it->item_value;
+    }
+    items[index] = item{.item_value = d.desc_value.value_or(value), .item_attrs = a};
     return o;
 }
 
-// The length of an array: permanent and hidden, so only its value may change. Shortening stops above
-// the last element that may not be deleted, and then fails.
+// Makes an array's length read-only: an own accessor of the array, with the getter of the one on
+// Array.prototype, that carries `read_only`.
+void make_array_length_read_only(js& engine, js_object o) {
+    js_object getter = engine.function_prototype;
+    if (auto pos = find_own_property(engine.array_prototype, key_of_utf8("length"))) {
+        if (auto const* h =
+                std::get_if<prop_host>(&engine.array_prototype->obj_properties[*pos].property_value)) {
+            if (auto const* g = std::get_if<js_accessor>(&h->host_getter)) {
+                getter = g->accessor_func;
+            }
+        }
+    }
+    define_own_property(o, key_of_utf8("length"),
+                        prop_host{.host_getter = js_accessor{.accessor_func = getter}}, all_attrs);
+}
+
+// The length of an array: permanent and hidden, so only its value may change, and only while it is
+// writable. Shortening stops above the last element that may not be deleted, and then fails.
 expr_res<js_value> define_array_length(js& engine, js_object o, descriptor const& d) {
     if (d.desc_get || d.desc_set || d.desc_configurable.value_or(false) ||
         d.desc_enumerable.value_or(false)) {
         return cannot_modify(engine);
     }
+    if (array_length_read_only(o)) {
+        if (d.desc_writable.value_or(false)) {
+            return cannot_modify(engine);
+        }
+        if (d.desc_value) {
+            double length = 0;
+            if (auto e = take(to_double_value(engine, *d.desc_value), length)) {
+                return *e;
+            }
+            if (length != static_cast<double>(array_length(o))) {
+                return cannot_modify(engine);
+            }
+        }
+        return o;
+    }
     if (!d.desc_value) {
+        if (d.desc_writable == false) {
+            make_array_length_read_only(engine, o);
+        }
         return o;
     }
     double length = 0;
@@ -144,18 +239,16 @@ expr_res<js_value> define_array_length(js& engine, js_object o, descriptor const
     if (!(length >= 0 && length <= 4294967295.0 && length == std::trunc(length))) {
         return throw_error(engine, js_error::invalid_array_length);
     }
-    auto const wanted = static_cast<std::uint32_t>(length);
-    auto const& items = std::get<class_array>(o->obj_class).array_items;
-    for (std::size_t i = items.length(); i > wanted; --i) {
-        if (auto const* it = std::get_if<item>(&items[i - 1]); it && it->item_attrs.has(attr::no_delete)) {
-            if (auto r = set_array_length(engine, o, int_value(static_cast<std::int64_t>(i)));
-                is_exception(r)) {
-                return r;
-            }
-            return cannot_modify(engine);
-        }
+    if (auto r = set_array_length(engine, o, number_value(length)); is_exception(r)) {
+        return r;
     }
-    return set_array_length(engine, o, number_value(length));
+    if (d.desc_writable == false) {
+        make_array_length_read_only(engine, o);
+    }
+    if (array_length(o) != length) {
+        return cannot_modify(engine);
+    }
+    return o;
 }
 
 bool is_length(js_prop_string const& key) {
@@ -185,7 +278,7 @@ expr_res<js_value> define_property(js& engine, js_object o, js_prop_string const
     property_value content = prop_value{.value = undefined()};
     if (auto pos = find_own_property(o, key)) {
         js_property const& p = o->obj_properties[*pos];
-        if (!may_redefine(p.property_attrs, std::holds_alternative<prop_accessor>(p.property_value), d)) {
+        if (!may_redefine(engine, p.property_attrs, content_of(p.property_value), d)) {
             return cannot_modify(engine);
         }
         current = p.property_attrs;

@@ -599,12 +599,17 @@ void install_string(js& engine) {
                        {"substr", {string_func::string_substr}, 2},
                        {"trim", {string_func::string_trim}, 0},
                    });
-    // The regexp prototype is itself a regexp, of the empty pattern.
+    // The regexp prototype is itself a regexp, of the empty pattern, with the own properties of one.
     js_object const proto = engine.regexp_prototype;
     if (auto empty = regexp::parse_pattern(js_string{})) {
         proto->obj_class =
             class_regexp{.regexp_disjunction = empty->parsed, .regexp_captures = empty->total_parens};
     }
+    define_value(proto, "source", js_string{}, all_attrs);
+    for (char const* flag : {"global", "ignoreCase", "multiline"}) {
+        define_value(proto, flag, false, all_attrs);
+    }
+    define_value(proto, "lastIndex", int_value(0), attrs{}.with(attr::no_enum).with(attr::no_delete));
     define_constructor(engine, "RegExp", standard_func{.standard_kind = string_func::regexp_constructor}, 2,
                        proto);
     define_method(engine, proto, "exec", standard_func{.standard_kind = string_func::regexp_exec}, 1);

@@ -121,8 +121,8 @@ void enumerate_object(js& engine,
     };
     if (auto const* a = std::get_if<class_array>(&o->obj_class)) {
         for (std::size_t i = 0; i < a->array_items.length(); ++i) {
-            if (auto const* it = std::get_if<item>(&a->array_items[i])) {
-                consider(key_of_int(static_cast<std::int64_t>(i)), !it->item_attrs.has(attr::no_enum));
+            if (auto element = element_attrs(a->array_items[i])) {
+                consider(key_of_int(static_cast<std::int64_t>(i)), !element->has(attr::no_enum));
             }
         }
     } else if (auto const* s = std::get_if<class_string>(&o->obj_class)) {
@@ -149,6 +149,23 @@ void enumerate_object(js& engine,
 }
 
 } // namespace
+
+std::optional<attrs> element_attrs(js_array_item const& element) {
+    return std::visit(overloaded{
+                          [](no_item const&) -> std::optional<attrs> { return std::nullopt; },
+                          [](item const& it) -> std::optional<attrs> { return it.item_attrs; },
+                          [](accessor_item const& it) -> std::optional<attrs> { return it.item_attrs; },
+                      },
+                      element);
+}
+
+bool array_length_read_only(js_object o) {
+    if (!std::holds_alternative<class_array>(o->obj_class)) {
+        return false;
+    }
+    auto pos = find_own_property(o, key_of_utf8("length"));
+    return pos && o->obj_properties[*pos].property_attrs.has(attr::read_only);
+}
 
 js_prop_string key_of_string(js_string const& s) {
     if (jsstring::has_nul(s)) {
@@ -229,12 +246,19 @@ expr_res<js_value> get(js& engine, js_object o, js_prop_string const& key) {
         if (auto const* a = std::get_if<class_array>(&c); a != nullptr && index) {
             // An array answers for all its indices: a hole reads as undefined, whatever the prototypes
             // hold at that index.
-            if (*index < a->array_items.length()) {
-                if (auto const* it = std::get_if<item>(&a->array_items[*index])) {
-                    return it->item_value;
-                }
+            if (*index >= a->array_items.length()) {
+                return undefined();
             }
-            return undefined();
+            return std::visit(overloaded{
+                                  [](no_item const&) -> expr_res<js_value> { return undefined(); },
+                                  [](item const& it) -> expr_res<js_value> { return it.item_value; },
+                                  [&](accessor_item const& it) -> expr_res<js_value> {
+                                      // A copy: the getter may change the array it came from.
+                                      js_object const getter = it.item_getter;
+                                      return call(engine, o, getter, {});
+                                  },
+                              },
+                              a->array_items[*index]);
         }
         if (auto const* s = std::get_if<class_string>(&c)) {
             if (index && *index < s->string_value.length()) {
@@ -257,7 +281,16 @@ can_put_res can_put(js_object o, js_prop_string const& key) {
     auto const index = array_index(key);
     for (std::optional<js_object> cur = o; cur; cur = prototype_of(*cur)) {
         object_class const& c = (*cur)->obj_class;
-        if (std::holds_alternative<class_array>(c) && index) {
+        if (auto const* a = std::get_if<class_array>(&c); a != nullptr && index) {
+            // An element with an accessor is written through its setter, and without one not at all.
+            if (*index < a->array_items.length()) {
+                if (auto const* it = std::get_if<accessor_item>(&a->array_items[*index])) {
+                    if (it->item_setter) {
+                        return can_put_setter{.put_setter = *it->item_setter};
+                    }
+                    return cannot_put{};
+                }
+            }
             return can_put_value{};
         }
         if (auto const* s = std::get_if<class_string>(&c)) {
@@ -320,19 +353,28 @@ expr_res<js_value> put(js& engine, js_object o, js_prop_string const& key, js_va
                 if (auto const* a = std::get_if<class_array>(&o->obj_class); a != nullptr && index) {
                     auto const& items = a->array_items;
                     if (*index >= items.length()) {
+                        // A read-only length keeps the array from growing.
+                        if (array_length_read_only(o)) {
+                            return value;
+                        }
                         if (std::uint64_t{*index} + 1 > max_dense_array_length) {
                             return throw_error(engine, js_error::invalid_array_length);
                         }
                         items.resize(std::size_t{*index} + 1, no_item{});
                     }
                     js_array_item& slot = items[*index];
-                    if (auto* it = std::get_if<item>(&slot)) {
-                        if (!it->item_attrs.has(attr::read_only)) {
-                            it->item_value = value;
-                        }
-                    } else {
-                        slot = item{.item_value = value};
-                    }
+                    std::visit(overloaded{
+                                   [&](no_item const&) { slot = item{.item_value = value}; },
+                                   [&](item& it) {
+                                       if (!it.item_attrs.has(attr::read_only)) {
+                                           it.item_value = value;
+                                       }
+                                   },
+                                   // Not reached: `can_put` sends a write to such an element to its
+                                   // setter, or refuses it.
+                                   [](accessor_item const&) {},
+                               },
+                               slot);
                     return value;
                 }
                 if (auto pos = find_own_property(o, key)) {
@@ -353,13 +395,16 @@ bool delete_property(js_object o, js_prop_string const& key) {
             return true;
         }
         js_array_item& slot = a->array_items[*index];
-        if (auto const* it = std::get_if<item>(&slot)) {
-            if (it->item_attrs.has(attr::no_delete)) {
+        if (auto element = element_attrs(slot)) {
+            if (element->has(attr::no_delete)) {
                 return false;
             }
             slot = no_item{};
         }
         return true;
+    }
+    if (std::holds_alternative<class_array>(o->obj_class) && is_length_key(key)) {
+        return false;
     }
     if (auto const* s = std::get_if<class_string>(&o->obj_class)) {
         if ((index && *index < s->string_value.length()) || is_length_key(key)) {
@@ -386,7 +431,7 @@ bool has_own_property(js& engine, js_object o, js_prop_string const& key) {
         }
     }
     if (auto const* a = std::get_if<class_array>(&c); a != nullptr && index) {
-        return *index < a->array_items.length() && std::holds_alternative<item>(a->array_items[*index]);
+        return *index < a->array_items.length() && element_attrs(a->array_items[*index]).has_value();
     }
     if (auto const* s = std::get_if<class_string>(&c)) {
         if ((index && *index < s->string_value.length()) || is_length_key(key)) {
@@ -490,6 +535,10 @@ expr_res<js_value> set_array_length(js& engine, js_object o, js_value const& len
     if (a == nullptr) {
         return throw_error(engine, js_error::not_array);
     }
+    if (array_length_read_only(o)) {
+        return exception{.exception_value = new_error(engine, native_error::type_error,
+                                                      jsstring::from_utf8("array length is read-only"))};
+    }
     auto n = to_number(engine, length);
     if (auto const* e = std::get_if<exception>(&n)) {
         return *e;
@@ -498,7 +547,15 @@ expr_res<js_value> set_array_length(js& engine, js_object o, js_value const& len
     if (!(d >= 0 && d <= 4294967295.0 && d == std::trunc(d)) || d > static_cast<double>(max_dense_array_length)) {
         return throw_error(engine, js_error::invalid_array_length);
     }
-    a->array_items.resize(static_cast<std::size_t>(d), no_item{});
+    // Shortening stops above the last element that may not be deleted.
+    auto wanted = static_cast<std::size_t>(d);
+    for (std::size_t i = a->array_items.length(); i > wanted; --i) {
+        if (auto element = element_attrs(a->array_items[i - 1]); element && element->has(attr::no_delete)) {
+            wanted = i;
+            break;
+        }
+    }
+    a->array_items.resize(wanted, no_item{});
     return length;
 }
 

@@ -111,11 +111,19 @@ std::vector<js_prop_string> enumerate_own(js& engine, js_object o);
 /// `key in o`: a right side that is no object throws `not_object`.
 [[nodiscard]] expr_res<bool> in_operator(js& engine, js_value const& key, js_value const& o);
 
+/// The attributes of a present array element; nothing for a hole.
+[[nodiscard]] std::optional<attrs> element_attrs(js_array_item const& element);
+
+/// Whether an array's length has been made read-only (by `Object.defineProperty`): it is then an own
+/// property of the array that carries `read_only`, and the array neither grows nor shrinks.
+bool array_length_read_only(js_object o);
+
 /// The length of an array object (0 for any other object).
 std::uint32_t array_length(js_object o);
 
-/// Sets the length of an array: shorter cuts items off, longer adds holes. A value that is not a whole
-/// number from 0 to 2^32 - 1 throws `invalid_array_length`.
+/// Sets the length of an array: shorter cuts items off, but stops above the last one that may not be
+/// deleted; longer adds holes. A value that is not a whole number from 0 to 2^32 - 1 throws
+/// `invalid_array_length`; a read-only length throws a `TypeError`.
 [[nodiscard]] expr_res<js_value> set_array_length(js& engine, js_object o, js_value const& length);
 
 } // namespace vellum::js::eval

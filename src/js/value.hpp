@@ -144,8 +144,16 @@ struct item {
     bool operator==(item const&) const = default;
 };
 
-/// An element of an array: a hole or a value with attributes.
-using js_array_item = std::variant<no_item, item>;
+/// An element of an array defined with a getter and an optional setter (`Object.defineProperty`).
+struct accessor_item {
+    js_object item_getter;
+    std::optional<js_object> item_setter;
+    attrs item_attrs;
+    bool operator==(accessor_item const&) const = default;
+};
+
+/// An element of an array: a hole, a value with attributes, or an accessor.
+using js_array_item = std::variant<no_item, item, accessor_item>;
 
 /// How a property getter or setter is reached: a script function (or any function object), or a host
 /// value whose reading the host performs (`to_js_value`).

@@ -209,6 +209,130 @@ TEST_F(scripts, arrays_are_generic_and_keep_holes) {
     check(cases);
 }
 
+TEST_F(scripts, array_elements_with_accessors) {
+    script_case const cases[] = {
+        {"getter runs with the array as this",
+         "var a = [1, 2]; a.k = 5; Object.defineProperty(a, '0', {get: function () { return this.k; }});"
+         "a[0] + ' ' + a.length",
+         "5 2"},
+        {"setter receives the value",
+         "var a = [1]; var got; Object.defineProperty(a, '0', {get: function () { return 7; },"
+         " set: function (v) { got = v; }}); a[0] = 3; got + ' ' + a[0]",
+         "3 7"},
+        {"no setter ignores writes",
+         "var a = [1]; Object.defineProperty(a, '0', {get: function () { return 7; }});"
+         " a[0] = 3; a[0]",
+         "7"},
+        {"beyond the end grows the array",
+         "var a = []; Object.defineProperty(a, '2', {get: function () { return 'x'; }, enumerable: true});"
+         " a.length + ' ' + (1 in a) + ' ' + Object.keys(a).join()",
+         "3 false 2"},
+        {"library methods read through the getter",
+         "var a = [1, 2, 3]; var n = 0;"
+         "Object.defineProperty(a, '1', {get: function () { n++; return 20; }, configurable: true});"
+         "a.join() + ' ' + a.indexOf(20) + ' ' + a.filter(function (v) { return v > 5; }).join() + ' ' +"
+         "[0].concat(a).join() + ' ' + n",
+         "1,20,3 1 20 0,1,20,3 4"},
+        {"a throwing getter passes its exception on",
+         "var a = [1]; Object.defineProperty(a, '0', {get: function () { throw new RangeError('g'); }});"
+         "var r = []; try { a.join(); } catch (e) { r.push(e.name); }"
+         "try { a.concat(); } catch (e) { r.push(e.name); } r.join()",
+         "RangeError,RangeError"},
+        {"configurable accessor deletes and turns back into a value",
+         "var a = [1, 2];"
+         "Object.defineProperty(a, '0', {get: function () { return 9; }, configurable: true});"
+         "Object.defineProperty(a, '1', {get: function () { return 8; }, configurable: true});"
+         "var d = delete a[0]; Object.defineProperty(a, '1', {value: 4});"
+         "d + ' ' + (0 in a) + ' ' + a[1] + ' ' + a.length",
+         "true false 4 2"},
+        {"permanent accessor stays",
+         "var a = []; Object.defineProperty(a, '0', {get: function () { return 9; }});"
+         "var r = delete a[0]; try { Object.defineProperty(a, '0', {value: 1}); } catch (e) { r += ' ' + "
+         "e.name; }"
+         "r + ' ' + a[0]",
+         "false TypeError 9"},
+        {"an element keeps the attributes it had",
+         "var a = [1]; Object.defineProperty(a, '0', {get: function () { return 9; }});"
+         "Object.keys(a).join() + ' ' + (delete a[0]) + ' ' + a.length",
+         "0 true 1"},
+        {"setter only reads undefined",
+         "var a = [1]; Object.defineProperty(a, '0', {set: function (v) {}}); String(a[0]) + ' ' + (0 in a)",
+         "undefined true"},
+        {"assigned length stops at a permanent element",
+         "var a = [1, 2, 3]; Object.defineProperty(a, '1', {configurable: false}); a.length = 0;"
+         "a.length + ' ' + a.join()",
+         "2 1,2"},
+        {"shortening stops at a permanent accessor",
+         "var a = [1, , 3]; Object.defineProperty(a, '1', {get: function () { return 2; }});"
+         "try { Object.defineProperty(a, 'length', {value: 0}); } catch (e) { a.length + e.name }",
+         "2TypeError"},
+    };
+    check(cases);
+}
+
+TEST_F(scripts, array_methods_throw_where_a_write_or_delete_fails) {
+    script_case const cases[] = {
+        {"pop of a permanent element",
+         "var a = [1, 2]; Object.defineProperty(a, '1', {configurable: false});"
+         "try { a.pop(); } catch (e) { e.name + ' ' + a.length + ' ' + a[1] }",
+         "TypeError 2 2"},
+        {"shift moving onto a read-only element",
+         "var a = [1, 2]; Object.defineProperty(a, '0', {writable: false});"
+         "try { a.shift(); } catch (e) { e.name + ' ' + a.join() }",
+         "TypeError 1,2"},
+        {"reverse onto a getter without setter",
+         "var a = [1, 2]; Object.defineProperty(a, '0', {get: function () { return 'g'; }});"
+         "try { a.reverse(); } catch (e) { e.name }",
+         "TypeError"},
+        {"sort of read-only elements",
+         "var a = [2, 1]; Object.defineProperty(a, '0', {writable: false});"
+         "try { a.sort(); } catch (e) { e.name + ' ' + a.join() }",
+         "TypeError 2,1"},
+        {"array-likes with a read-only element",
+         "var o = {length: 1}; Object.defineProperty(o, '0', {value: 'x'});"
+         "try { Array.prototype.unshift.call(o, 'y'); } catch (e) { e.name + ' ' + o[0] }",
+         "TypeError x"},
+        {"assignment stays silent",
+         "var a = [1]; Object.defineProperty(a, '0', {writable: false}); a[0] = 2; a[0]", "1"},
+    };
+    check(cases);
+}
+
+TEST_F(scripts, read_only_array_length) {
+    script_case const cases[] = {
+        {"assignments are ignored",
+         "var a = [1, 2]; Object.defineProperty(a, 'length', {writable: false});"
+         "a.length = 5; a[2] = 3; a.length = 0; a.length + ' ' + (2 in a) + ' ' + a.join()",
+         "2 false 1,2"},
+        {"elements inside the length stay writable",
+         "var a = [1, 2]; Object.defineProperty(a, 'length', {writable: false}); a[0] = 'x'; a.join()",
+         "x,2"},
+        {"push, pop, shift and unshift throw",
+         "var a = [1, 2]; Object.defineProperty(a, 'length', {value: 2, writable: false}); var r = [];"
+         "try { a.push(3); } catch (e) { r.push(e.name); }"
+         "try { a.unshift(0); } catch (e) { r.push(e.name); }"
+         "try { a.pop(); } catch (e) { r.push(e.name); }"
+         "r.join() + ' ' + a.length",
+         "TypeError,TypeError,TypeError 2"},
+        {"defining past the end fails",
+         "var a = [1]; Object.defineProperty(a, 'length', {writable: false});"
+         "try { Object.defineProperty(a, '1', {value: 2}); } catch (e) { e.name + a.length }",
+         "TypeError1"},
+        {"the length cannot become writable or change",
+         "var a = [1]; Object.defineProperty(a, 'length', {writable: false}); var r = [];"
+         "try { Object.defineProperty(a, 'length', {writable: true}); } catch (e) { r.push(e.name); }"
+         "try { Object.defineProperty(a, 'length', {value: 3}); } catch (e) { r.push(e.name); }"
+         "Object.defineProperty(a, 'length', {value: 1}); r.join() + ' ' + a.length",
+         "TypeError,TypeError 1"},
+        {"still own, hidden and permanent",
+         "var a = [1]; Object.defineProperty(a, 'length', {writable: false});"
+         "a.hasOwnProperty('length') + ' ' + Object.keys(a).join() + ' ' + (delete a.length) + ' ' +"
+         "(delete [].length)",
+         "true 0 false false"},
+    };
+    check(cases);
+}
+
 TEST_F(scripts, strings_numbers_and_uris) {
     script_case const cases[] = {
         {"split limit and captures", "'a1b2c3'.split(/(\\d)/, 4).join('|')", "a|1|b|2"},
@@ -224,6 +348,11 @@ TEST_F(scripts, strings_numbers_and_uris) {
          "a.-caxc"},
         {"match without g returns groups",
          "var m = 'x12y'.match(/(\\d)(\\d)/); m.length + ' ' + m.index + ' ' + m.input", "3 1 x12y"},
+        {"the regexp prototype is a regexp with its flags",
+         "var p = RegExp.prototype; p.hasOwnProperty('global') + ' ' + p.ignoreCase + p.multiline + ' ' +"
+         "p.propertyIsEnumerable('source') + ' ' + (delete p.global) + ' ' + p.exec('x')[0].length + ' ' +"
+         "Object.prototype.toString.call(p)",
+         "true falsefalse false false 0 [object RegExp]"},
         {"search ignores g and lastIndex",
          "var r = /b/g; r.lastIndex = 5; 'abc'.search(r) + ' ' + r.lastIndex", "1 5"},
         {"substring swaps and clamps", "'abcdef'.substring(4, -1) + '|' + 'abcdef'.substring(NaN, 2)",
@@ -295,6 +424,25 @@ TEST_F(scripts, objects_functions_errors_and_dates) {
          "var o = {x: 1}; Object.defineProperty(o, 'x', {enumerable: false}); o.x = 5;"
          "o.x + ' ' + Object.keys(o).length + ' ' + delete o.x",
          "5 0 true"},
+        {"a permanent accessor accepts only what it has",
+         "var o = {}; var g = function () { return 1; }; var r = [];"
+         "Object.defineProperty(o, 'x', {get: g}); Object.defineProperty(o, 'x', {get: g, set: undefined});"
+         "Object.defineProperty(o, 'x', {enumerable: false}); r.push(o.x);"
+         "var tries = [{get: function () {}}, {set: function () {}}, {value: 1}, {enumerable: true}];"
+         "for (var i = 0; i < tries.length; i++) {"
+         " try { Object.defineProperty(o, 'x', tries[i]); r.push('ok'); } catch (e) { r.push(e.name); } }"
+         "r.join()",
+         "1,TypeError,TypeError,TypeError,TypeError"},
+        {"a permanent writable value may change and become read-only",
+         "var o = {}; Object.defineProperty(o, 'x', {value: 1, writable: true});"
+         "Object.defineProperty(o, 'x', {value: 2}); Object.defineProperty(o, 'x', {writable: false});"
+         "var r = o.x; try { Object.defineProperty(o, 'x', {value: 2}); } catch (e) { r += e.name; } r",
+         "2TypeError"},
+        {"an array element that is a permanent accessor accepts its own getter",
+         "var a = []; var g = function () { return 'g'; }; Object.defineProperty(a, '0', {get: g});"
+         "Object.defineProperty(a, '0', {get: g}); var r = a[0];"
+         "try { Object.defineProperty(a, '0', {get: function () {}}); } catch (e) { r += e.name; } r",
+         "gTypeError"},
         {"value and get together",
          "try { Object.defineProperty({}, 'x', {value: 1, get: function () {}}) } catch (e) { e.name }",
          "TypeError"},
