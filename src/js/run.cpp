@@ -410,8 +410,9 @@ js_value global_this(js const& engine, js_value const& this_value) {
 /// A property store: the `length` of an array cuts or extends its elements, unless it is read-only;
 /// anything else is `put`.
 expr_res<js_value> put_property(js& engine, js_object o, js_prop_string const& key, js_value const& value) {
-    if (std::holds_alternative<class_array>(o->obj_class) && !array_length_read_only(o)) {
-        if (auto const* k = std::get_if<js_prop_utf8>(&key); k != nullptr && k->prop_text == "length") {
+    if (std::holds_alternative<class_array>(o->obj_class)) {
+        if (auto const* k = std::get_if<js_prop_utf8>(&key);
+            k != nullptr && k->prop_text == "length" && !array_length_read_only(o)) {
             return set_array_length(engine, o, value);
         }
     }
