@@ -55,14 +55,36 @@ block::block_out pack_turned(page_info info,
     inner_info.flags.max_page_area = true;
     inner_info.flags.pack_page_stuff = false;
     float const far = 1000000.0f;
-    areas::area const trial{.top = 0, .bottom = -far, .left = 0, .right = length + edges_across};
-    auto lines = block::pack_block(std::move(inner_info), block::inline_block{}, inner, mc::fresh(),
-                                   areas::areas{.container = trial, .available = {trial}});
-    auto const* packed_lines = std::get_if<block::packed_main>(&lines.res);
-    if (!packed_lines) {
-        throw internal_error("horizontal to vertical block: unexpected Res.");
+    auto lines_in = [&](float depth) {
+        areas::area const trial{.top = 0, .bottom = -depth, .left = 0, .right = length + edges_across};
+        auto out = block::pack_block(inner_info, block::inline_block{}, inner, mc::fresh(),
+                                     areas::areas{.container = trial, .available = {trial}});
+        auto* packed = std::get_if<block::packed_main>(&out.res);
+        if (!packed) {
+            throw internal_error("horizontal to vertical block: unexpected Res.");
+        }
+        return std::move(*packed);
+    };
+    auto lines = lines_in(far);
+    // Lines deeper than the flow is wide go on in another box: as many lines as the width takes (one at
+    // least, the area being the largest there is), and the rest continues the block below or on the
+    // next page, turned like it.
+    std::optional<prepack::block> rest;
+    float const margins_across = std::visit(overloaded{[](css::used_style::no_used_margins const&) { return 0.0f; },
+                                                       [](css::used_style::used_margins const& m) {
+                                                           return m.margin_left.value_or(0.0f) +
+                                                                  m.margin_right.value_or(0.0f);
+                                                       }},
+                                            used.used_margins);
+    float const room = areas::width_of(a.container) - margins_across;
+    if (lines.b_packed_box->box_h > room + 0.01f && room > edges_across) {
+        lines = lines_in(room);
+        if (lines.b_remain_portion) {
+            rest = std::move(lines.b_remain_portion);
+            rest->block_style = b.block_style;
+        }
     }
-    auto content = *packed_lines->b_packed_box;
+    auto content = *lines.b_packed_box;
 
     // Then the box in the flow: as wide as the lines reach across and as high as they are long, placed
     // like any block of that size, and kept whole.
@@ -90,6 +112,9 @@ block::block_out pack_turned(page_info info,
     box.box_style = b.block_style;
     box.rotate_content = true;
     placed->b_packed_box = share(std::move(box));
+    if (rest) {
+        placed->b_remain_portion = std::move(rest);
+    }
     return out;
 }
 

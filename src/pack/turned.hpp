@@ -12,7 +12,8 @@ bool is_turned(page_info const& info, prepack::block const& b);
 
 /// Packs a turned block: its content is laid out with width and height swapped, lines as long as the
 /// block is high (or as the area is, for an "auto" height), and its box takes the depth of those lines
-/// as its width. The box is never split across pages.
+/// as its width. Lines deeper than the flow is wide continue in the block's remaining portion, below or on
+/// the next page.
 block::block_out pack_turned(page_info info,
                              block::block_type const& type,
                              prepack::block const& b,

@@ -13,6 +13,7 @@
 #include "document/dom.hpp"
 #include "resource/locator.hpp"
 #include "util/boxed.hpp"
+#include "util/rare.hpp"
 #include "util/ref.hpp"
 #include "util/textbuf.hpp"
 
@@ -304,15 +305,15 @@ struct target_id {
 /// What an element that makes a box brings with it.
 struct element_stuff {
     prepack::element_info element_info;
-    /// The element's bookmark and its number in document order.
-    std::optional<std::pair<int, prepack::bookmark_stuff>> bookmark_stuff;
+    /// The element's bookmark and its number in document order. Rare, like the ids: on the heap.
+    rare<std::pair<int, prepack::bookmark_stuff>> bookmark_stuff;
     /// The document and the ids that name this box as a target.
-    std::optional<std::pair<resource::locator::locator, std::vector<target_id>>> given_ids;
+    rare<std::pair<resource::locator::locator, std::vector<target_id>>> given_ids;
     prepack::counter_scopes counter_scopes;
     prepack::text_values text_values;
     /// A running element taken out of the flow at this place: the name of its flow and its index in
     /// the document's static flows.
-    std::optional<std::pair<std::string, std::size_t>> running;
+    rare<std::pair<std::string, std::size_t>> running;
     bool operator==(element_stuff const&) const = default;
 };
 

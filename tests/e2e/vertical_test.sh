@@ -91,4 +91,31 @@ PY
 )
 expect_eq "upright ideograph, vertical full stop" "$shapes" "upright right upper"
 
+# A number in ideographic digits, which stand upright in vertical text as the rest does.
+kanji() { sed 'y/0123456789/〇一二三四五六七八九/' <<<"$1"; }
+
+# A vertical block whose lines reach across more than the page is wide goes on below, and then on the
+# next page: every sentence of it is there, and none of its columns lies beyond the page's right edge.
+{
+    echo "<!DOCTYPE html><html><head><style>"
+    echo "@font-face { font-family: \"CJK\"; src: url(\"$cjk\") }"
+    echo "@page { size: 300pt 400pt; margin: 20pt }"
+    echo "body { margin: 0; font: 12pt/18pt \"CJK\" } .v { writing-mode: vertical-rl; height: 160pt }"
+    echo "</style></head><body><div class=\"v\" lang=\"ja\">"
+    for i in $(seq 1 100); do echo "第$(kanji "$i")文。"; done
+    echo "</div></body></html>"
+} >long.html
+timeout 60 "$VELLUM" long.html -o long.pdf 2>long.err
+expect_eq "long status" "$?" 0
+qpdf_clean "long" long.pdf
+# In the order the content shows it (the columns are too many for pdftotext to read in order by place).
+long_text=$(pdftotext -raw long.pdf - | tr -d ' \n')
+for i in 1 17 40 77 100; do
+    expect_contains "sentence $i of the long vertical block" "$long_text" "第$(kanji "$i")文。"
+done
+long_pages=$(pdfinfo long.pdf | awk '/^Pages:/ {print $2}')
+[ "$long_pages" -ge 2 ] || fail "the long vertical block takes $long_pages page(s), not two or more"
+beyond=$(pdftotext -bbox long.pdf - | grep -c 'xMax="\(2[89][0-9]\|[3-9][0-9][0-9]\)\.' || true)
+expect_eq "columns beyond the page's right edge" "$beyond" 0
+
 finish
