@@ -6,6 +6,7 @@
 //
 // With a floor given, the exit status is 1 if a rate falls below it; 77 if the folder is missing.
 
+#include "grouped_report.hpp"
 #include "js/engine.hpp"
 #include "js/parse.hpp"
 
@@ -186,20 +187,8 @@ int main(int argc, char** argv) {
     std::printf("files: %zu\n", files.size());
     std::printf("accepted: %d of %d valid tests (%.2f%%)\n", accepted, positive, accept_rate);
     std::printf("rejected: %d of %d negative parse tests (%.2f%%)\n", rejected, negative, reject_rate);
-    auto report = [&](char const* title, std::map<std::string, std::vector<std::string>> const& groups) {
-        std::vector<std::pair<std::string, std::vector<std::string>>> sorted(groups.begin(), groups.end());
-        std::sort(sorted.begin(), sorted.end(),
-                  [](auto const& a, auto const& b) { return a.second.size() > b.second.size(); });
-        std::printf("\n%s\n", title);
-        for (auto const& [reason, names] : sorted) {
-            std::printf("  %4zu  %s\n", names.size(), reason.c_str());
-            for (std::size_t i = 0; i < names.size() && i < list; ++i) {
-                std::printf("          %s\n", names[i].c_str());
-            }
-        }
-    };
-    report("valid tests rejected, by reason:", accept_failures);
-    report("negative tests accepted, by reason:", reject_failures);
+    vellum::tools::print_grouped("valid tests rejected, by reason:", accept_failures, list);
+    vellum::tools::print_grouped("negative tests accepted, by reason:", reject_failures, list);
     bool ok = accept_rate + 1e-9 >= min_accept && reject_rate + 1e-9 >= min_reject;
     if (!ok) {
         std::printf("\nbelow the floor: accept %.2f%% (floor %.2f%%), reject %.2f%% (floor %.2f%%)\n", accept_rate,

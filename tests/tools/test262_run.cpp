@@ -10,6 +10,7 @@
 // Each run happens in a child process with a time limit, so that a hang or a crash counts as a failure
 // of that test only. With a floor given, the exit status is 1 below it; 77 if the folder is missing.
 
+#include "grouped_report.hpp"
 #include "js/convert.hpp"
 #include "js/engine.hpp"
 #include "js/errors.hpp"
@@ -458,20 +459,8 @@ int main(int argc, char** argv) {
     for (auto const& [why, np] : left_out) {
         std::printf("  %4d  %s (%d of them pass)\n", np.first, why.c_str(), np.second);
     }
-    auto print_failures = [&](char const* title, std::map<std::string, std::vector<std::string>> const& by_reason) {
-        std::vector<std::pair<std::string, std::vector<std::string>>> sorted(by_reason.begin(), by_reason.end());
-        std::stable_sort(sorted.begin(), sorted.end(),
-                         [](auto const& a, auto const& b) { return a.second.size() > b.second.size(); });
-        std::printf("\n%s:\n", title);
-        for (auto const& [reason, names] : sorted) {
-            std::printf("  %4zu  %s\n", names.size(), reason.c_str());
-            for (std::size_t i = 0; i < names.size() && i < list; ++i) {
-                std::printf("          %s\n", names[i].c_str());
-            }
-        }
-    };
-    print_failures("failures of covered tests, by reason", covered_failures);
-    print_failures("all failures, by reason", failures);
+    vellum::tools::print_grouped("failures of covered tests, by reason:", covered_failures, list);
+    vellum::tools::print_grouped("all failures, by reason:", failures, list);
     bool ok = true;
     if (rate(passed, runs) + 1e-9 < min_pass) {
         std::printf("\nbelow the floor: %.2f%% of all runs (floor %.2f%%)\n", rate(passed, runs), min_pass);
