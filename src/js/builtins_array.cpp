@@ -159,9 +159,13 @@ expr_res<js_value> concat(js& engine, js_object self, std::vector<js_value> cons
             return std::nullopt;
         }
         for (std::size_t i = 0; i < a->array_items.length(); ++i) {
-            js_array_item element = a->array_items[i];
+            js_array_item const& element = a->array_items[i];
             if (std::holds_alternative<no_item>(element)) {
                 out.push_back(no_item{});
+                continue;
+            }
+            if (auto const* it = std::get_if<item>(&element)) {
+                out.push_back(item{.item_value = it->item_value});
                 continue;
             }
             js_value value;
