@@ -18,7 +18,7 @@ namespace {
 std::atomic<std::uint64_t> next_serial{1};
 
 e::js_prop_string state_key() {
-    return e::key_of_string(jsstring::js_string{.code_points = std::u32string(U"\0vellum-dom", 11)});
+    return e::key_of_string(jsstring::js_string(std::u32string(U"\0vellum-dom", 11)));
 }
 
 } // namespace

@@ -1457,8 +1457,8 @@ void install_text(e::js& engine, js_object proto) {
             if (at < 0 || std::size_t(at) > whole.length()) {
                 return throw_dom(engine, dom_exception::index_size_err);
             }
-            auto const head = jsstring::js_string{.code_points = whole.code_points.substr(0, std::size_t(at))};
-            auto const tail = jsstring::js_string{.code_points = whole.code_points.substr(std::size_t(at))};
+            auto const head = jsstring::js_string(whole.code_points().substr(0, std::size_t(at)));
+            auto const tail = jsstring::js_string(whole.code_points().substr(std::size_t(at)));
             t->dom_text_value.set(jsstring::to_utf8(head));
             auto const rest = dom::new_text(t->dom_text_owner_doc.lock(), jsstring::to_utf8(tail));
             if (auto const parent = parent_of(dom::dom_node{t})) {

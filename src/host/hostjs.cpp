@@ -451,9 +451,11 @@ std::optional<int> add_timeout(log::log const& log, window_timeouts& timeouts, t
     }
     int const id = (*timeouts.timeouts_next_id)++;
     auto& list = timeouts.timeouts_list;
-    // The newest timer goes in front and the sort is stable, so of two equal delays the later runs first.
-    list.insert(list.begin(), {id, std::move(t)});
-    std::ranges::stable_sort(list, {}, [](auto const& p) { return p.second.timeout_delay; });
+    // The list stays ordered by delay; a new timer goes before those of equal delay, so of two equal
+    // delays the later runs first.
+    auto const at =
+        std::ranges::lower_bound(list, t.timeout_delay, {}, [](auto const& p) { return p.second.timeout_delay; });
+    list.insert(at, {id, std::move(t)});
     return id;
 }
 

@@ -117,7 +117,7 @@ expr_res<js_value> join(js& engine, js_object o, js_value const& separator, bool
     std::optional<exception> failed;
     for (std::uint32_t i = 0; i < len && !failed; ++i) {
         if (i > 0) {
-            out += sep.code_points;
+            out += sep.code_points();
         }
         js_value v;
         if ((failed = take(get_index(engine, o, i), v))) {
@@ -139,13 +139,13 @@ expr_res<js_value> join(js& engine, js_object o, js_value const& separator, bool
         if ((failed = take(to_string(engine, v), s))) {
             break;
         }
-        out += s.code_points;
+        out += s.code_points();
     }
     joining.pop_back();
     if (failed) {
         return *failed;
     }
-    return js_string{.code_points = std::move(out)};
+    return js_string(std::move(out));
 }
 
 expr_res<js_value> concat(js& engine, js_object self, std::vector<js_value> const& args) {

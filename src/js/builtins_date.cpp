@@ -536,8 +536,8 @@ double parse_loose(std::u32string_view s) {
 }
 
 double parse_date(js_string const& s) {
-    double const iso = parse_iso(s.code_points);
-    return std::isnan(iso) ? parse_loose(s.code_points) : iso;
+    double const iso = parse_iso(s.code_points());
+    return std::isnan(iso) ? parse_loose(s.code_points()) : iso;
 }
 
 double now() {

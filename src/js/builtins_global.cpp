@@ -74,8 +74,8 @@ expr_res<js_value> parse_int(call_info const& c) {
     double value = 0;
     if (radix == 10) {
         // Decimal digits go through the C library, which rounds long digit strings correctly.
-        std::string digits(s.code_points.begin() + static_cast<std::ptrdiff_t>(start),
-                           s.code_points.begin() + static_cast<std::ptrdiff_t>(i));
+        std::string digits(s.code_points().begin() + static_cast<std::ptrdiff_t>(start),
+                           s.code_points().begin() + static_cast<std::ptrdiff_t>(i));
         value = std::strtod(digits.c_str(), nullptr);
     } else {
         for (std::size_t k = start; k < i; ++k) {
@@ -100,7 +100,7 @@ std::size_t decimal_extent(js_string const& s, std::size_t i) {
         ++i;
     }
     static constexpr std::u32string_view infinity = U"Infinity";
-    if (std::u32string_view(s.code_points).substr(i, infinity.size()) == infinity) {
+    if (std::u32string_view(s.code_points()).substr(i, infinity.size()) == infinity) {
         return i + infinity.size();
     }
     bool const whole = digits();
@@ -138,8 +138,8 @@ expr_res<js_value> parse_float(call_info const& c) {
         return number{nan_value};
     }
     // The extent is ASCII, so its code points are its characters.
-    std::string const literal(s.code_points.begin() + static_cast<std::ptrdiff_t>(start),
-                              s.code_points.begin() + static_cast<std::ptrdiff_t>(end));
+    std::string const literal(s.code_points().begin() + static_cast<std::ptrdiff_t>(start),
+                              s.code_points().begin() + static_cast<std::ptrdiff_t>(end));
     double d = 0;
     char rest = 0;
     if (std::sscanf(literal.c_str(), "%lf%c", &d, &rest) != 1) {
@@ -181,7 +181,7 @@ bool in_set(char32_t c, std::u32string_view set) {
 
 js_string escape(js_string const& s) {
     std::u32string out;
-    for (char32_t c : s.code_points) {
+    for (char32_t c : s.code_points()) {
         if (is_ascii_alnum(c) || in_set(c, U"@*_+-./")) {
             out.push_back(c);
         } else if (c < 0x100) {
@@ -199,7 +199,7 @@ js_string escape(js_string const& s) {
             append_hex(out, 0xDC00 + (v & 0x3FF), 4);
         }
     }
-    return js_string{.code_points = std::move(out)};
+    return js_string(std::move(out));
 }
 
 js_string unescape(js_string const& s) {
@@ -220,7 +220,7 @@ js_string unescape(js_string const& s) {
         }
         out.push_back(s[i]);
     }
-    return js_string{.code_points = std::move(out)};
+    return js_string(std::move(out));
 }
 
 constexpr std::u32string_view uri_reserved = U";/?:@&=+$,";
@@ -232,7 +232,7 @@ expr_res<js_value> encode_uri(call_info const& c, bool component) {
         return *e;
     }
     std::u32string out;
-    for (char32_t ch : s.code_points) {
+    for (char32_t ch : s.code_points()) {
         if (is_ascii_alnum(ch) || in_set(ch, uri_mark) ||
             (!component && (in_set(ch, uri_reserved) || ch == '#'))) {
             out.push_back(ch);
@@ -241,13 +241,13 @@ expr_res<js_value> encode_uri(call_info const& c, bool component) {
         if ((ch >= 0xD800 && ch <= 0xDFFF) || ch > 0x10FFFF) {
             return throw_error(c.engine, js_error::invalid_uri);
         }
-        std::string const bytes = jsstring::to_utf8(js_string{.code_points = std::u32string(1, ch)});
+        std::string const bytes = jsstring::to_utf8(js_string(std::u32string(1, ch)));
         for (unsigned char b : bytes) {
             out.push_back('%');
             append_hex(out, b, 2);
         }
     }
-    return js_string{.code_points = std::move(out)};
+    return js_string(std::move(out));
 }
 
 expr_res<js_value> decode_uri(call_info const& c, bool component) {
@@ -272,7 +272,7 @@ expr_res<js_value> decode_uri(call_info const& c, bool component) {
             char32_t const ch = *first;
             // decodeURI keeps the escapes of characters that have a meaning in a URI.
             if (!component && (in_set(ch, uri_reserved) || ch == '#')) {
-                out.append(s.code_points, start, 3);
+                out.append(s.code_points(), start, 3);
             } else {
                 out.push_back(ch);
             }
@@ -303,7 +303,7 @@ expr_res<js_value> decode_uri(call_info const& c, bool component) {
         }
         out.push_back(cp);
     }
-    return js_string{.code_points = std::move(out)};
+    return js_string(std::move(out));
 }
 
 expr_res<js_value> string_function(call_info const& c, js_string (*f)(js_string const&)) {

@@ -449,12 +449,12 @@ expr_res<js_value> function_constructor(call_info const& c) {
         if (i > 0) {
             params.push_back(',');
         }
-        params += s.code_points;
+        params += s.code_points();
     }
     if (!c.engine.js_hooks.make_function) {
         throw internal_error("Function: the body cannot be compiled: no compiler is installed in the engine");
     }
-    return c.engine.js_hooks.make_function(c.engine, js_string{.code_points = std::move(params)}, body);
+    return c.engine.js_hooks.make_function(c.engine, js_string(std::move(params)), body);
 }
 
 expr_res<js_value> function_member(call_info const& c, object_func f) {

@@ -16,7 +16,7 @@ namespace {
 using std::size_t;
 
 js_string substring(js_string const& s, size_t from, size_t to) {
-    return js_string{.code_points = s.code_points.substr(from, to > from ? to - from : 0)};
+    return js_string(s.code_points().substr(from, to > from ? to - from : 0));
 }
 
 // `this` as a string, for the methods that the standard makes generic: anything but undefined and null.
@@ -105,7 +105,7 @@ expr_res<js_value> string_match(call_info const& c, js_string const& s) {
 // anything else after a `$` stays as written.
 js_string expand_replacement(js_string const& pattern, js_string const& s, regexp::match_info const& m) {
     std::u32string out;
-    auto const& p = pattern.code_points;
+    auto const& p = pattern.code_points();
     size_t const groups = m.captures.size();
     for (size_t i = 0; i < p.size(); ++i) {
         if (p[i] != '$' || i + 1 >= p.size()) {
@@ -117,13 +117,13 @@ js_string expand_replacement(js_string const& pattern, js_string const& s, regex
             out.push_back('$');
             ++i;
         } else if (next == '&') {
-            out += m.match_substring.code_points;
+            out += m.match_substring.code_points();
             ++i;
         } else if (next == '`') {
-            out += s.code_points.substr(0, m.start_index);
+            out += s.code_points().substr(0, m.start_index);
             ++i;
         } else if (next == '\'') {
-            out += s.code_points.substr(std::min(m.end_index, s.length()));
+            out += s.code_points().substr(std::min(m.end_index, s.length()));
             ++i;
         } else if (next >= '0' && next <= '9') {
             size_t n = next - '0';
@@ -137,7 +137,7 @@ js_string expand_replacement(js_string const& pattern, js_string const& s, regex
             }
             if (n >= 1 && n <= groups) {
                 if (m.captures[n - 1]) {
-                    out += m.captures[n - 1]->code_points;
+                    out += m.captures[n - 1]->code_points();
                 }
                 i += used;
             } else {
@@ -147,7 +147,7 @@ js_string expand_replacement(js_string const& pattern, js_string const& s, regex
             out.push_back('$');
         }
     }
-    return js_string{.code_points = std::move(out)};
+    return js_string(std::move(out));
 }
 
 expr_res<js_value> string_replace(call_info const& c, js_string const& s) {
@@ -176,7 +176,7 @@ expr_res<js_value> string_replace(call_info const& c, js_string const& s) {
         if (auto e = take(arg_string(c, 0), search)) {
             return *e;
         }
-        size_t const at = s.code_points.find(search.code_points);
+        size_t const at = s.code_points().find(search.code_points());
         if (at != std::u32string::npos) {
             found.push_back(regexp::match_info{
                 .match_substring = search, .start_index = at, .end_index = at + search.length()});
@@ -193,7 +193,7 @@ expr_res<js_value> string_replace(call_info const& c, js_string const& s) {
     std::u32string out;
     size_t done = 0;
     for (auto const& m : found) {
-        out += s.code_points.substr(done, m.start_index - done);
+        out += s.code_points().substr(done, m.start_index - done);
         js_string piece;
         if (by_function) {
             std::vector<js_value> args{m.match_substring};
@@ -212,11 +212,11 @@ expr_res<js_value> string_replace(call_info const& c, js_string const& s) {
         } else {
             piece = expand_replacement(pattern, s, m);
         }
-        out += piece.code_points;
+        out += piece.code_points();
         done = m.end_index;
     }
-    out += s.code_points.substr(std::min(done, s.length()));
-    return js_string{.code_points = std::move(out)};
+    out += s.code_points().substr(std::min(done, s.length()));
+    return js_string(std::move(out));
 }
 
 expr_res<js_value> string_search(call_info const& c, js_string const& s) {
@@ -272,7 +272,7 @@ expr_res<js_value> string_split(call_info const& c, js_string const& s) {
             return std::optional(
                 split_match{.split_end = m->end_index, .split_captures = std::move(m->captures)});
         }
-        if (s.code_points.compare(q, separator.length(), separator.code_points) == 0 &&
+        if (s.code_points().compare(q, separator.length(), separator.code_points()) == 0 &&
             q + separator.length() <= s.length()) {
             return std::optional(split_match{.split_end = q + separator.length()});
         }
@@ -370,7 +370,7 @@ expr_res<js_value> string_index_of(call_info const& c, js_string const& s, bool 
     }
     auto const start = static_cast<size_t>(std::min(std::max(pos, 0.0), n));
     size_t const at =
-        last ? s.code_points.rfind(search.code_points, start) : s.code_points.find(search.code_points, start);
+        last ? s.code_points().rfind(search.code_points(), start) : s.code_points().find(search.code_points(), start);
     return int_value(at == std::u32string::npos ? -1 : static_cast<std::int64_t>(at));
 }
 
@@ -389,7 +389,7 @@ expr_res<js_value> string_char(call_info const& c, js_string const& s, bool code
     if (code) {
         return int_value(ch);
     }
-    return js_string{.code_points = std::u32string(1, ch)};
+    return js_string(std::u32string(1, ch));
 }
 
 expr_res<js_value> string_value(call_info const& c) {
@@ -422,7 +422,7 @@ expr_res<js_value> from_char_code(call_info const& c) {
         }
         append_code_unit(out, unit & 0xFFFF);
     }
-    return js_string{.code_points = std::move(out)};
+    return js_string(std::move(out));
 }
 
 expr_res<js_value> regexp_constructor(call_info const& c) {
@@ -466,12 +466,12 @@ expr_res<js_value> regexp_member(call_info const& c, string_func f) {
     }
     if (f == string_func::regexp_to_string) {
         std::u32string out = U"/";
-        out += r->regexp_source.empty() ? U"(?:)" : r->regexp_source.code_points;
+        out += r->regexp_source.empty() ? U"(?:)" : r->regexp_source.code_points();
         out += U"/";
         out += r->regexp_global ? U"g" : U"";
         out += r->regexp_ignore_case ? U"i" : U"";
         out += r->regexp_multiline ? U"m" : U"";
-        return js_string{.code_points = std::move(out)};
+        return js_string(std::move(out));
     }
     js_string s;
     if (auto e = take(arg_string(c, 0), s)) {
@@ -518,15 +518,15 @@ expr_res<js_value> call_string(call_info const& c, string_func f) {
             [&](js_string const& s) { return string_char(c, s, f == string_func::string_char_code_at); });
     case string_func::string_concat:
         return on_this([&](js_string const& s) -> expr_res<js_value> {
-            std::u32string out = s.code_points;
+            std::u32string out(s.code_points());
             for (auto const& v : c.args) {
                 js_string more;
                 if (auto e = take(to_string(c.engine, v), more)) {
                     return *e;
                 }
-                out += more.code_points;
+                out += more.code_points();
             }
-            return js_string{.code_points = std::move(out)};
+            return js_string(std::move(out));
         });
     case string_func::string_index_of:
     case string_func::string_last_index_of:
@@ -538,12 +538,12 @@ expr_res<js_value> call_string(call_info const& c, string_func f) {
     case string_func::string_to_lower_case:
     case string_func::string_to_locale_lower_case:
         return on_this([](js_string const& s) -> expr_res<js_value> {
-            return js_string{.code_points = unicode::to_lower(s.code_points)};
+            return js_string(unicode::to_lower(s.code_points()));
         });
     case string_func::string_to_upper_case:
     case string_func::string_to_locale_upper_case:
         return on_this([](js_string const& s) -> expr_res<js_value> {
-            return js_string{.code_points = unicode::to_upper(s.code_points)};
+            return js_string(unicode::to_upper(s.code_points()));
         });
     case string_func::string_match:
         return on_this([&](js_string const& s) { return string_match(c, s); });

@@ -108,7 +108,7 @@ expr_res<js_object> new_regexp(js& engine, js_string const& pattern, js_string c
     bool global = false;
     bool ignore_case = false;
     bool multiline = false;
-    for (char32_t c : flags.code_points) {
+    for (char32_t c : flags.code_points()) {
         bool* flag = c == 'g' ? &global : c == 'i' ? &ignore_case : c == 'm' ? &multiline : nullptr;
         if (!flag || *flag) {
             return throw_error(engine, js_error::invalid_regexp);

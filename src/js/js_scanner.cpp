@@ -2,6 +2,7 @@
 
 #include "util/quote.hpp"
 #include "util/ref.hpp"
+#include "util/textbuf.hpp"
 
 #include <algorithm>
 #include <array>
@@ -427,7 +428,7 @@ scanned scanner::scan_token(scan_mode (*decide)(void const* context), void const
 }
 
 jsstring::js_string decode_string(std::string_view body) {
-    std::u32string in = jsstring::from_utf8(body).code_points;
+    std::u32string const in = textbuf::from_utf8(body);
     std::u32string out;
     out.reserve(in.size());
     auto hex_run = [&](std::size_t at, std::size_t n) {

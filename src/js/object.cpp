@@ -58,7 +58,7 @@ host_interface& host_of(js& engine) {
 }
 
 js_value char_at(js_string const& s, std::size_t i) {
-    return js_string{.code_points = std::u32string(1, s.code_points[i])};
+    return js_string(std::u32string(1, s.code_points()[i]));
 }
 
 // Reads a property's content with `self` as the `this` of accessors.

@@ -74,7 +74,7 @@ using class_atom = std::variant<code_point, character_class_escape>;
 
 class pattern_parser {
 public:
-    pattern_parser(std::u32string const& text, int total) : s(text), announced_parens(total) {}
+    pattern_parser(std::u32string_view text, int total) : s(text), announced_parens(total) {}
 
     result<parsed_pattern> run() {
         auto d = parse_disjunction();
@@ -92,7 +92,7 @@ public:
     }
 
 private:
-    std::u32string const& s;
+    std::u32string_view s;
     std::size_t pos = 0;
     int announced_parens = 0;
     int paren_count = 0;
@@ -451,7 +451,7 @@ private:
 
 // The number of capturing groups, counted ahead of parsing: a decimal escape is a back reference only if
 // the whole pattern has that many groups, even when the group comes after the escape.
-int count_capturing_parens(std::u32string const& s) {
+int count_capturing_parens(std::u32string_view s) {
     int count = 0;
     bool in_class = false;
     for (std::size_t i = 0; i < s.size(); ++i) {
@@ -537,7 +537,7 @@ struct choice_point {
 class matcher {
 public:
     matcher(int total, flags f, js_string const& subject)
-        : captures(static_cast<std::size_t>(total) + 1), fl(f), s(subject.code_points),
+        : captures(static_cast<std::size_t>(total) + 1), fl(f), s(subject.code_points()),
           steps_left(base_budget + per_character_budget * subject.length()) {}
 
     /// Whether a run stopped because the step budget ran out.
@@ -574,7 +574,7 @@ private:
     static constexpr std::uint64_t per_character_budget = 20;
 
     flags fl;
-    std::u32string const& s;
+    std::u32string_view s;
     std::uint64_t steps_left = 0;
     std::size_t pos = 0;
     continuation k;
@@ -864,7 +864,7 @@ private:
 
 match_info make_info(matcher const& m, js_string const& subject, std::size_t start, std::size_t end) {
     auto sub = [&](std::size_t from, std::size_t to) {
-        return js_string{subject.code_points.substr(from, to - from)};
+        return js_string{subject.code_points().substr(from, to - from)};
     };
     match_info info{.match_substring = sub(start, end), .captures = {}, .start_index = start, .end_index = end};
     for (std::size_t i = 1; i < m.captures.size(); ++i) {
@@ -877,7 +877,7 @@ match_info make_info(matcher const& m, js_string const& subject, std::size_t sta
 } // namespace
 
 result<parsed_pattern> parse_pattern(jsstring::js_string const& source) {
-    return pattern_parser(source.code_points, count_capturing_parens(source.code_points)).run();
+    return pattern_parser(source.code_points(), count_capturing_parens(source.code_points())).run();
 }
 
 result<std::optional<match_info>> match_at(pattern const& p,

@@ -36,7 +36,7 @@ TEST(property_keys, integer_text_is_normalised) {
         SCOPED_TRACE(not_int);
         EXPECT_TRUE(std::holds_alternative<js_prop_utf8>(key_of_utf8(not_int)));
     }
-    auto nul = vellum::jsstring::js_string{.code_points = std::u32string(U"a\0b", 3)};
+    auto nul = vellum::jsstring::js_string(std::u32string(U"a\0b", 3));
     js_prop_string key = key_of_string(nul);
     ASSERT_TRUE(std::holds_alternative<js_prop_string_nulls>(key));
     EXPECT_EQ(key_to_string(key), nul);
@@ -53,7 +53,7 @@ TEST_F(engine_test, string_and_number_keys_name_one_property) {
     EXPECT_EQ(ok(get(engine, o, ok(to_prop_string(engine, dbl(1.0))))), str("one"));
     EXPECT_EQ(o->obj_properties.length(), 1u);
     // A key with NUL is its own property, not the same as the text before the NUL.
-    auto nul = vellum::jsstring::js_string{.code_points = std::u32string(U"a\0", 2)};
+    auto nul = vellum::jsstring::js_string(std::u32string(U"a\0", 2));
     ok(put(engine, o, key_of_string(nul), num(2)));
     EXPECT_EQ(ok(get(engine, o, k("a"))), undefined());
     EXPECT_EQ(ok(get(engine, o, key_of_string(nul))), num(2));

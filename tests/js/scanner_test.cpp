@@ -115,7 +115,7 @@ TEST(js_scanner, decodes_string_escapes_in_order) {
     };
     for (auto const& c : cases) {
         SCOPED_TRACE(c.body);
-        EXPECT_EQ(decode_string(c.body).code_points, c.want);
+        EXPECT_EQ(decode_string(c.body).code_points(), c.want);
     }
 }
 
