@@ -83,6 +83,143 @@ std::optional<exception> move_index(js& engine, js_object o, std::int64_t from, 
     return delete_index(engine, o, to);
 }
 
+// Array-likes may claim any length up to 2^32 - 1 while holding a handful of elements
+// (`{0: 'a', length: 4294967295}`); visiting every index of such a length takes hours. Past this many
+// indices, when the elements held are far fewer, the methods visit only the indices held somewhere on
+// the prototype chain.
+constexpr std::int64_t sparse_walk_above = std::int64_t{1} << 16;
+
+// The array indices of [lo, hi) that the object or one of its prototypes holds, ascending; nothing when
+// an object on the chain answers for indices itself (a host collection), since only a visit of every
+// index is sure to find those.
+std::optional<std::vector<std::int64_t>> held_indices(js_object o, std::int64_t lo, std::int64_t hi) {
+    std::vector<std::int64_t> held;
+    auto const keep = [&](std::int64_t i) {
+        if (i >= lo && i < hi) {
+            held.push_back(i);
+        }
+    };
+    for (std::optional<js_object> cur = o; cur; cur = prototype_of(*cur)) {
+        object_class const& c = (*cur)->obj_class;
+        if (std::holds_alternative<class_host_collection>(c)) {
+            return std::nullopt;
+        }
+        if (auto const* a = std::get_if<class_array>(&c)) {
+            for (std::size_t i = 0; i < a->array_items.length(); ++i) {
+                if (!std::holds_alternative<no_item>(a->array_items[i])) {
+                    keep(static_cast<std::int64_t>(i));
+                }
+            }
+        }
+        if (auto const* str = std::get_if<class_string>(&c)) {
+            for (std::size_t i = 0; i < str->string_value.length(); ++i) {
+                keep(static_cast<std::int64_t>(i));
+            }
+        }
+        auto const& props = (*cur)->obj_properties;
+        for (std::size_t i = 0; i < props.length(); ++i) {
+            if (auto const index = array_index(props[i].property_name)) {
+                keep(static_cast<std::int64_t>(*index));
+            }
+        }
+    }
+    std::ranges::sort(held);
+    held.erase(std::unique(held.begin(), held.end()), held.end());
+    return held;
+}
+
+// A figure that changes when properties or elements are added anywhere on the chain, so that a walk
+// over held indices knows to look again after a callback.
+std::size_t chain_extent(js_object o) {
+    std::size_t n = 0;
+    for (std::optional<js_object> cur = o; cur; cur = prototype_of(*cur)) {
+        n += (*cur)->obj_properties.length() + 1;
+        if (auto const* a = std::get_if<class_array>(&(*cur)->obj_class)) {
+            n += a->array_items.length();
+        }
+    }
+    return n;
+}
+
+// The indices of [lo, hi) a method must look at, upward or downward: every one for an ordinary length,
+// only the held ones (looked up again when the chain has grown) for a vast and sparse one. The method
+// still checks `has_property` at each, as for every index.
+class index_walk {
+public:
+    index_walk(js_object o, std::int64_t lo, std::int64_t hi, bool down)
+        : o_(o), lo_(lo), hi_(hi), down_(down), next_(down ? hi - 1 : lo) {
+        if (hi - lo > sparse_walk_above) {
+            look();
+        }
+    }
+
+    std::optional<std::int64_t> next() {
+        if (!sparse_) {
+            if (down_ ? next_ < lo_ : next_ >= hi_) {
+                return std::nullopt;
+            }
+            std::int64_t const k = next_;
+            next_ += down_ ? -1 : 1;
+            return k;
+        }
+        if (chain_extent(o_) != extent_) {
+            look();
+        }
+        if (pos_ >= held_.size()) {
+            return std::nullopt;
+        }
+        std::int64_t const k = down_ ? held_[held_.size() - 1 - pos_] : held_[pos_];
+        ++pos_;
+        next_ = down_ ? k - 1 : k + 1;
+        return k;
+    }
+
+private:
+    // Lists the held indices not yet passed; a walk stays sparse only while they are few.
+    void look() {
+        std::int64_t const lo = down_ ? lo_ : next_;
+        std::int64_t const hi = down_ ? next_ + 1 : hi_;
+        auto held = held_indices(o_, lo, std::max(lo, hi));
+        sparse_ = held && static_cast<std::int64_t>(held->size()) * 4 < hi - lo;
+        if (sparse_) {
+            held_ = std::move(*held);
+            pos_ = 0;
+            extent_ = chain_extent(o_);
+        }
+    }
+
+    js_object o_;
+    std::int64_t lo_;
+    std::int64_t hi_;
+    bool down_;
+    std::int64_t next_;
+    bool sparse_ = false;
+    std::vector<std::int64_t> held_;
+    std::size_t pos_ = 0;
+    std::size_t extent_ = 0;
+};
+
+// For the methods that move elements (reverse, shift, unshift) over a vast and sparse array-like: the
+// loop positions that involve a held index, which `related` lists for each held index, ascending;
+// nothing when every position must be visited.
+template <class Related>
+std::optional<std::vector<std::int64_t>> sparse_positions(js_object o, std::int64_t len, Related related) {
+    if (len <= sparse_walk_above) {
+        return std::nullopt;
+    }
+    auto held = held_indices(o, 0, len);
+    if (!held || static_cast<std::int64_t>(held->size()) * 4 >= len) {
+        return std::nullopt;
+    }
+    std::vector<std::int64_t> positions;
+    for (std::int64_t h : *held) {
+        related(h, positions);
+    }
+    std::ranges::sort(positions);
+    positions.erase(std::unique(positions.begin(), positions.end()), positions.end());
+    return positions;
+}
+
 // Removes the last of `len` elements (pop and shift), giving `result`.
 expr_res<js_value> drop_last(js& engine, js_object o, std::int64_t len, js_value const& result) {
     if (auto e = delete_index(engine, o, len - 1)) {
@@ -115,10 +252,32 @@ expr_res<js_value> join(js& engine, js_object o, js_value const& separator, bool
     joining.push_back(o.object_rec);
     std::u32string out;
     std::optional<exception> failed;
-    for (std::uint32_t i = 0; i < len && !failed; ++i) {
-        if (i > 0) {
-            out += sep.code_points();
+    // Separators written so far; element k follows the k-th. Indices no object holds read as undefined
+    // and join as nothing, so a vast sparse array-like costs its separators only.
+    std::int64_t separators = 0;
+    auto const separate_to = [&](std::int64_t k) {
+        if (k <= separators) {
+            return true;
         }
+        if (!sep.empty()) {
+            if (out.size() + static_cast<std::size_t>(k - separators) * sep.length() > jsstring::max_length) {
+                failed = throw_error(engine, js_error_res{.error_kind = js_error::range_error,
+                                                          .error_detail = text("string too long")});
+                return false;
+            }
+            for (; separators < k; ++separators) {
+                out += sep.code_points();
+            }
+        }
+        separators = k;
+        return true;
+    };
+    index_walk walk(o, 0, len, false);
+    for (auto k = walk.next(); k && !failed; k = walk.next()) {
+        if (!separate_to(*k)) {
+            break;
+        }
+        std::int64_t const i = *k;
         js_value v;
         if ((failed = take(get_index(engine, o, i), v))) {
             break;
@@ -139,7 +298,15 @@ expr_res<js_value> join(js& engine, js_object o, js_value const& separator, bool
         if ((failed = take(to_string(engine, v), s))) {
             break;
         }
+        if (out.size() + s.length() > jsstring::max_length) {
+            failed = throw_error(engine, js_error_res{.error_kind = js_error::range_error,
+                                                      .error_detail = text("string too long")});
+            break;
+        }
         out += s.code_points();
+    }
+    if (!failed && len > 0) {
+        separate_to(std::int64_t{len} - 1);
     }
     joining.pop_back();
     if (failed) {
@@ -377,16 +544,17 @@ expr_res<js_value> index_of(call_info const& c, js_object o, std::int64_t len, b
         }
     }
     js_value const wanted = c.arg(0);
-    for (std::int64_t k = from; last ? k >= 0 : k < len; k += last ? -1 : 1) {
-        if (!has_property(c.engine, o, index_key(k))) {
+    index_walk walk = last ? index_walk(o, 0, from + 1, true) : index_walk(o, from, len, false);
+    for (auto k = walk.next(); k; k = walk.next()) {
+        if (!has_property(c.engine, o, index_key(*k))) {
             continue;
         }
         js_value v;
-        if (auto e = take(get_index(c.engine, o, k), v)) {
+        if (auto e = take(get_index(c.engine, o, *k), v)) {
             return *e;
         }
         if (strict_equality_comparison(v, wanted)) {
-            return int_value(k);
+            return int_value(*k);
         }
     }
     return int_value(-1);
@@ -405,20 +573,21 @@ expr_res<js_value> iterate(call_info const& c, js_object o, std::int64_t len, ar
         }
     }
     std::int64_t kept = 0;
-    for (std::int64_t k = 0; k < len; ++k) {
-        if (!has_property(c.engine, o, index_key(k))) {
+    index_walk walk(o, 0, len, false);
+    for (auto k = walk.next(); k; k = walk.next()) {
+        if (!has_property(c.engine, o, index_key(*k))) {
             continue;
         }
         js_value v;
-        if (auto e = take(get_index(c.engine, o, k), v)) {
+        if (auto e = take(get_index(c.engine, o, *k), v)) {
             return *e;
         }
         js_value r;
-        if (auto e = take(call(c.engine, c.arg(1), callback, {v, int_value(k), o}), r)) {
+        if (auto e = take(call(c.engine, c.arg(1), callback, {v, int_value(*k), o}), r)) {
             return *e;
         }
         if (f == array_func::array_map) {
-            if (auto p = put_index(c.engine, out, k, r); is_exception(p)) {
+            if (auto p = put_index(c.engine, out, *k, r); is_exception(p)) {
                 return p;
             }
         } else if (f == array_func::array_filter && to_boolean(r)) {
@@ -500,8 +669,20 @@ expr_res<js_value> generic_member(call_info const& c, array_func f) {
         }
         return int_value(n);
     }
-    case array_func::array_reverse:
-        for (std::int64_t lower = 0, upper = len - 1; lower < upper; ++lower, --upper) {
+    case array_func::array_reverse: {
+        // Each position pairs `lower` with its mirror `upper`; a pair matters when either is held.
+        auto const sparse = sparse_positions(o, len, [&](std::int64_t h, std::vector<std::int64_t>& out) {
+            out.push_back(std::min(h, len - 1 - h));
+        });
+        std::size_t pos = 0;
+        for (std::int64_t lower = 0; lower < len - 1 - lower; ++lower) {
+            if (sparse) {
+                if (pos >= sparse->size() || (*sparse)[pos] >= len - 1 - (*sparse)[pos]) {
+                    break;
+                }
+                lower = (*sparse)[pos++];
+            }
+            std::int64_t const upper = len - 1 - lower;
             bool const has_lower = has_property(engine, o, index_key(lower));
             bool const has_upper = has_property(engine, o, index_key(upper));
             js_value lv;
@@ -528,6 +709,7 @@ expr_res<js_value> generic_member(call_info const& c, array_func f) {
             }
         }
         return o;
+    }
     case array_func::array_shift: {
         if (len == 0) {
             if (auto r = put_length(engine, o, 0); is_exception(r)) {
@@ -539,18 +721,50 @@ expr_res<js_value> generic_member(call_info const& c, array_func f) {
         if (auto e = take(get_index(engine, o, 0), first)) {
             return *e;
         }
-        for (std::int64_t k = 1; k < len; ++k) {
-            if (auto e = move_index(engine, o, k, k - 1)) {
-                return *e;
+        // Position k moves element k down to k - 1: it matters when either is held.
+        auto const sparse = sparse_positions(o, len, [&](std::int64_t h, std::vector<std::int64_t>& out) {
+            for (std::int64_t k : {h, h + 1}) {
+                if (k >= 1 && k < len) {
+                    out.push_back(k);
+                }
+            }
+        });
+        if (sparse) {
+            for (std::int64_t k : *sparse) {
+                if (auto e = move_index(engine, o, k, k - 1)) {
+                    return *e;
+                }
+            }
+        } else {
+            for (std::int64_t k = 1; k < len; ++k) {
+                if (auto e = move_index(engine, o, k, k - 1)) {
+                    return *e;
+                }
             }
         }
         return drop_last(engine, o, len, first);
     }
     case array_func::array_unshift: {
         auto const count = static_cast<std::int64_t>(c.args.size());
-        for (std::int64_t k = len; k > 0; --k) {
-            if (auto e = move_index(engine, o, k - 1, k + count - 1)) {
-                return *e;
+        // Position k moves element k - 1 up to k + count - 1: it matters when either is held.
+        auto const sparse = sparse_positions(o, len, [&](std::int64_t h, std::vector<std::int64_t>& out) {
+            for (std::int64_t k : {h + 1, h - count + 1}) {
+                if (k >= 1 && k <= len) {
+                    out.push_back(k);
+                }
+            }
+        });
+        if (sparse) {
+            for (auto k = sparse->rbegin(); k != sparse->rend(); ++k) {
+                if (auto e = move_index(engine, o, *k - 1, *k + count - 1)) {
+                    return *e;
+                }
+            }
+        } else {
+            for (std::int64_t k = len; k > 0; --k) {
+                if (auto e = move_index(engine, o, k - 1, k + count - 1)) {
+                    return *e;
+                }
             }
         }
         for (std::int64_t k = 0; k < count; ++k) {
@@ -575,20 +789,20 @@ expr_res<js_value> generic_member(call_info const& c, array_func f) {
             return *e;
         }
         js_object out = new_array(engine, {});
-        std::int64_t n = 0;
-        for (std::int64_t k = start; k < end; ++k, ++n) {
-            if (!has_property(engine, o, index_key(k))) {
+        index_walk walk(o, start, end, false);
+        for (auto k = walk.next(); k; k = walk.next()) {
+            if (!has_property(engine, o, index_key(*k))) {
                 continue;
             }
             js_value v;
-            if (auto e = take(get_index(engine, o, k), v)) {
+            if (auto e = take(get_index(engine, o, *k), v)) {
                 return *e;
             }
-            if (auto r = put_index(engine, out, n, v); is_exception(r)) {
+            if (auto r = put_index(engine, out, *k - start, v); is_exception(r)) {
                 return r;
             }
         }
-        if (auto r = put_length(engine, out, std::max<std::int64_t>(n, 0)); is_exception(r)) {
+        if (auto r = put_length(engine, out, std::max<std::int64_t>(end - start, 0)); is_exception(r)) {
             return r;
         }
         return out;

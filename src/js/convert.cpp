@@ -373,6 +373,10 @@ expr_res<js_value> add(js& engine, js_value const& a, js_value const& b) {
         if (sy.empty()) {
             return sx;
         }
+        if (sx.length() + sy.length() > jsstring::max_length) {
+            return throw_error(engine, js_error_res{.error_kind = js_error::range_error,
+                                                    .error_detail = jsstring::from_utf8("string too long")});
+        }
         return jsstring::concat(sx, sy);
     }
     return then(two_numbers(engine, x, y), [](std::pair<number, number> n) -> expr_res<js_value> {

@@ -48,6 +48,10 @@ private:
     std::size_t len_ = 0;
 };
 
+/// The longest string scripts may make (a gibibyte of code points); operations that would exceed it throw
+/// a RangeError rather than exhaust memory.
+inline constexpr std::size_t max_length = std::size_t{1} << 28;
+
 /// Decodes UTF-8; invalid sequences become U+FFFD.
 js_string from_utf8(std::string_view text);
 

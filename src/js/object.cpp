@@ -13,6 +13,13 @@
 
 namespace vellum::js::eval {
 
+std::optional<js_object> prototype_of(js_object o) {
+    if (auto const* p = std::get_if<yes_proto>(&o->obj_prototype)) {
+        return p->proto;
+    }
+    return std::nullopt;
+}
+
 namespace {
 
 // Arrays are dense: a write far beyond the end fills the gap with holes. A script that writes at index
@@ -43,13 +50,6 @@ std::optional<std::int64_t> canonical_int(std::string_view t) {
         return std::nullopt;
     }
     return n;
-}
-
-std::optional<js_object> prototype_of(js_object o) {
-    if (auto const* p = std::get_if<yes_proto>(&o->obj_prototype)) {
-        return p->proto;
-    }
-    return std::nullopt;
 }
 
 host_interface& host_of(js& engine) {

@@ -34,6 +34,9 @@ std::string key_to_utf8(js_prop_string const& key);
 /// ordinary property names.
 [[nodiscard]] std::optional<std::uint32_t> array_index(js_prop_string const& key);
 
+/// The object's prototype, if it has one.
+[[nodiscard]] std::optional<js_object> prototype_of(js_object o);
+
 /// The position of an own property in the object's list, searched linearly in insertion order.
 [[nodiscard]] std::optional<std::size_t> find_own_property(js_object o, js_prop_string const& key);
 
