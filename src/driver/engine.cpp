@@ -625,8 +625,14 @@ std::optional<loaded_document> load_input_document(log::log const& log,
         data = read_all(stdin);
     }
     // The document and what it pulls in while parsing (DTDs, entities, XInclude) count as the document.
+    // With scripts on, the document's own bytes are kept for the lines of messages about its scripts.
+    std::optional<bytes::bytes> source = data;
     auto const fetch = [&](resource::locator::locator const& l) {
-        return fetch_bytes(log, loader, resource::loader::resource_description::document, l);
+        auto fetched = fetch_bytes(log, loader, resource::loader::resource_description::document, l);
+        if (doc.style_info.use_author_scripts && !source && l == doc.input_src && fetched) {
+            source = fetched->fetched_bytes;
+        }
+        return fetched;
     };
     auto const xdoc =
         document::input::load_document(log, doc.input_src, type, doc.input_base, doc.xml_options, fetch, data);
@@ -643,7 +649,8 @@ std::optional<loaded_document> load_input_document(log::log const& log,
         hostjs::prefetch_document_scripts(log, loader, prepared.prepared_dom);
     }
     auto host = hostjs::run_script_phase(log, std::shared_ptr<resource::loader::loader const>(std::shared_ptr<void>(), &loader),
-                                         script_settings(loader), doc.style_info, prepared.prepared_dom);
+                                         script_settings(loader), doc.style_info, prepared.prepared_dom,
+                                         source ? source->chars() : std::string_view{});
     log::log_progress_stage(log, "Applying style sheets...");
     auto styled = std::make_shared<styledom::styled_document>(
         styledom::style_document(log, loader, prepared.prepared_dom, styledom::computed::typed_hooks()));

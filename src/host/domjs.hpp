@@ -77,7 +77,8 @@ void bind_document(js::eval::js& engine, dom::document_ref const& doc);
 
 /// Runs the `script` elements of a document in tree order, as the walk reaches them: a script that an
 /// earlier script placed later in the tree runs too. A `body` with `onload` sets the global `onload`.
-void run_document_scripts(hostjs::host_js& host, dom::document_ref const& doc);
+/// With the document's source text, messages about inline scripts give lines of the document.
+void run_document_scripts(hostjs::host_js& host, dom::document_ref const& doc, std::string_view source = {});
 
 /// Hands the external scripts of a document to the loader without waiting, so that their loads overlap.
 void prefetch_document_scripts(log::log const& log, resource::loader::loader const& loader,

@@ -192,6 +192,72 @@ std::optional<dom::element_ref> first_element_child(dom::element_ref const& el) 
     return std::nullopt;
 }
 
+// The line of the document where each inline script's text begins.
+using script_lines = std::unordered_map<dom::dom_element const*, int>;
+
+void inline_scripts(dom::element_ref const& e, std::vector<dom::element_ref>& out) {
+    if (hostjs::is_html_script(*e)) {
+        if (!dom::attribute_value(*e, xml::make_name("src"))) {
+            out.push_back(e);
+        }
+        return;
+    }
+    for (auto const& child : e->dom_element_children.get()) {
+        if (auto const* c = std::get_if<dom::element_child>(&child)) {
+            inline_scripts(c->child_element, out);
+        }
+    }
+}
+
+// Finds the text of each inline script in the document's source, in tree order, each after the one
+// before and right after the end of a tag (`>`) or a CDATA opening (`[`), and counts the lines ahead of
+// it. A script whose text is not found as written (an encoding other than UTF-8, a character
+// reference in XML) keeps lines counted from its own start.
+script_lines find_script_lines(dom::document_ref const& doc, std::string_view source) {
+    script_lines lines;
+    if (source.empty()) {
+        return lines;
+    }
+    // Parsers turn CR LF and a lone CR into LF; the tree's text has only LF.
+    std::string src;
+    src.reserve(source.size());
+    for (std::size_t i = 0; i < source.size(); ++i) {
+        if (source[i] == '\r') {
+            src += '\n';
+            if (i + 1 < source.size() && source[i + 1] == '\n') {
+                ++i;
+            }
+        } else {
+            src += source[i];
+        }
+    }
+    std::vector<dom::element_ref> scripts;
+    if (auto const root = dom::document_element(*doc)) {
+        inline_scripts(*root, scripts);
+    }
+    std::size_t from = 0;
+    std::size_t counted = 0;
+    int line = 1;
+    for (auto const& el : scripts) {
+        std::string const text = text_of(el);
+        if (text.empty()) {
+            continue;
+        }
+        std::size_t at = src.find(text, from);
+        while (at != std::string::npos && !(at > 0 && (src[at - 1] == '>' || src[at - 1] == '['))) {
+            at = src.find(text, at + 1);
+        }
+        if (at == std::string::npos) {
+            continue;
+        }
+        line += static_cast<int>(std::count(src.begin() + std::ptrdiff_t(counted), src.begin() + std::ptrdiff_t(at), '\n'));
+        counted = at;
+        lines.emplace(&*el, line);
+        from = at + text.size();
+    }
+    return lines;
+}
+
 // The next element of a walk that doesn't enter `el`: its next sibling, or that of an ancestor.
 std::optional<dom::element_ref> after(dom::element_ref el) {
     for (;;) {
@@ -206,7 +272,8 @@ std::optional<dom::element_ref> after(dom::element_ref el) {
     }
 }
 
-void run_script_element(hostjs::host_js& host, dom::document_ref const& doc, dom::element_ref const& el) {
+void run_script_element(hostjs::host_js& host, dom::document_ref const& doc, dom::element_ref const& el,
+                        script_lines const& lines) {
     auto const& log = host.js->js_log;
     if (auto const src = dom::attribute_value(*el, xml::make_name("src"))) {
         auto const where = resource::locator::resolve_locator(dom::element_base(*el), hostjs::trimmed(*src));
@@ -223,7 +290,8 @@ void run_script_element(hostjs::host_js& host, dom::document_ref const& doc, dom
         hostjs::run_script(host, where, *text);
         return;
     }
-    hostjs::run_script(host, doc->dom_document_url, text_of(el));
+    auto const line = lines.find(&*el);
+    hostjs::run_script(host, doc->dom_document_url, text_of(el), line == lines.end() ? 1 : line->second);
 }
 
 void set_body_onload(hostjs::host_js& host, std::string const& body) {
@@ -244,7 +312,8 @@ void set_body_onload(hostjs::host_js& host, std::string const& body) {
 
 } // namespace
 
-void run_document_scripts(hostjs::host_js& host, dom::document_ref const& doc) {
+void run_document_scripts(hostjs::host_js& host, dom::document_ref const& doc, std::string_view source) {
+    auto const lines = find_script_lines(doc, source);
     // The walk follows the tree's links as they are when it gets there, so that a script placed later in
     // the tree by an earlier script runs, and one placed behind the walk doesn't.
     std::optional<dom::element_ref> cur = dom::document_element(*doc);
@@ -255,7 +324,7 @@ void run_document_scripts(hostjs::host_js& host, dom::document_ref const& doc) {
             auto const parent = parent_element(el);
             auto const next = next_element_sibling(el);
             if (hostjs::holds_javascript(*el)) {
-                run_script_element(host, doc, el);
+                run_script_element(host, doc, el, lines);
             } else {
                 auto const type = dom::attribute_value(*el, xml::make_name("type")).value_or("");
                 log::log_warning_once(host.js->js_log,

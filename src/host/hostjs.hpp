@@ -125,7 +125,7 @@ void report_script_error(log::log const& log, resource::locator::locator const& 
 
 /// Parses and runs script text as global code; a parse failure is logged with its position, an uncaught
 /// exception reported. False if either happened.
-bool run_script(host_js& host, resource::locator::locator const& where, std::string_view source);
+bool run_script(host_js& host, resource::locator::locator const& where, std::string_view source, int first_line = 1);
 
 /// Evaluates text as global code and gives its completion value, or the thrown value (for the shell and
 /// text timers).

@@ -8,8 +8,17 @@ namespace vellum::hostjs {
 
 namespace e = js::eval;
 
-bool run_script(host_js& host, resource::locator::locator const& where, std::string_view source) {
+bool run_script(host_js& host, resource::locator::locator const& where, std::string_view source, int first_line) {
     e::js& engine = *host.js;
+    // Lines count from the script's place in its file: blank lines ahead of the text shift every line the
+    // scanner counts, for messages and for the line table alike.
+    std::string shifted;
+    if (first_line > 1) {
+        shifted.reserve(source.size() + std::size_t(first_line - 1));
+        shifted.append(std::size_t(first_line - 1), '\n');
+        shifted.append(source);
+        source = shifted;
+    }
     auto parsed = js::parse::parse_string(engine, source);
     if (auto const* err = std::get_if<js::js_error>(&parsed)) {
         report_script_error(engine.js_log, where, err->error_line, err->error_message);

@@ -120,7 +120,8 @@ opt_host_js run_script_phase(log::log const& log,
                              std::shared_ptr<resource::loader::loader const> const& loader,
                              host_settings const& settings,
                              dom::doc_style_info const& style_info,
-                             dom::document_ref const& doc) {
+                             dom::document_ref const& doc,
+                             std::string_view doc_source) {
     if (!style_info.use_author_scripts && style_info.user_scripts.empty()) {
         return host_js_disabled{};
     }
@@ -136,7 +137,7 @@ opt_host_js run_script_phase(log::log const& log,
         run_located(*host, log, *loader, s);
     }
     if (style_info.use_author_scripts) {
-        domjs::run_document_scripts(*host, doc);
+        domjs::run_document_scripts(*host, doc, doc_source);
     }
     fire_event(*host->js, std::get<js_object>(domjs::wrap_node(*host->js, doc)), "DOMContentLoaded");
     fire_event(*host->js, host->js->global_object, "load", "onload");

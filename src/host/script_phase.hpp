@@ -49,12 +49,14 @@ void prefetch_document_scripts(log::log const& log, resource::loader::loader con
 
 /// Runs the script phase of a document if the command line names scripts or enables the document's own:
 /// "Running scripts...", the scripts, the events and the timers. The result says whether the engine is
-/// kept (`host_js_used`) or was dropped (`host_js_unused`); `host_js_disabled` if scripts are off.
+/// kept (`host_js_used`) or was dropped (`host_js_unused`); `host_js_disabled` if scripts are off. The
+/// document's source text, when given, lets messages about inline scripts give lines of the document.
 opt_host_js run_script_phase(log::log const& log,
                              std::shared_ptr<resource::loader::loader const> const& loader,
                              host_settings const& settings,
                              dom::doc_style_info const& style_info,
-                             dom::document_ref const& doc);
+                             dom::document_ref const& doc,
+                             std::string_view doc_source = {});
 
 /// A read-evaluate-print loop on a stream: runs the files first, then each line read is evaluated as
 /// global code and its value printed to `out`; uncaught exceptions are reported and the loop goes on.

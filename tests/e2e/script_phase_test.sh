@@ -133,6 +133,18 @@ HTML
 timeout 60 "$VELLUM" --javascript ext.html -o ext.pdf >out.txt 2>err.txt
 expect_eq "external script: output" "$(cat out.txt)" "external loaded"
 
+# Messages about inline scripts give lines of the document (CR LF line ends included, standard input
+# too, and a CDATA section in XHTML), not of the script.
+printf '<!DOCTYPE html>\r\n<html><head>\r\n<script>var a = 1;</script>\r\n</head><body><p>x</p>\r\n<script>\r\nvar ok = 2;\r\nnull.boom;\r\n</script>\r\n<script>\r\n\r\nvar = ;\r\n</script></body></html>\r\n' >lines.html
+timeout 60 "$VELLUM" --javascript lines.html -o lines.pdf 2>err.txt
+expect_contains "inline script lines: exception" "$(cat err.txt)" "lines.html:7: error: TypeError: null value is not an object"
+expect_contains "inline script lines: syntax error" "$(cat err.txt)" "lines.html:11: error:"
+timeout 60 "$VELLUM" --javascript - -o lines2.pdf <lines.html 2>err.txt
+expect_contains "inline script lines: standard input" "$(cat err.txt)" ":7: error: TypeError"
+printf '<?xml version="1.0"?>\n<html xmlns="http://www.w3.org/1999/xhtml"><head>\n<script><![CDATA[\nvar a = 1;\nnull.x;\n]]></script>\n</head><body><p>x</p></body></html>\n' >lines.xhtml
+timeout 60 "$VELLUM" --javascript lines.xhtml -o lines3.pdf 2>err.txt
+expect_contains "inline script lines: XHTML" "$(cat err.txt)" "lines.xhtml:5: error: TypeError"
+
 # The shell reads lines from a pipe, prints values and reports exceptions.
 printf '1 + 2\nvar s = "a" + "b"\ns + "c"\nnull.x\nLog.warning("w")\n"after"\n' |
     timeout 60 "$VELLUM" --shell >out.txt 2>err.txt
