@@ -356,22 +356,61 @@ void style_attr_set(dom::element_ref const& el, prop_name p, std::string const& 
 
 // ---- getComputedStyle --------------------------------------------------------------------------------------
 
-// Initial values as text, for the properties scripts ask about most; others read as the empty string
-// when nothing sets them.
+// The initial value of every longhand as text (and of the shorthands scripts most often read as one),
+// for properties that nothing sets on the element or, inherited, on an ancestor.
 std::optional<std::string> initial_text(std::string const& name) {
     static std::map<std::string, std::string, std::less<>> const table = {
-        {"background-color", "transparent"}, {"background-image", "none"}, {"clear", "none"},
-        {"color", "#000000"}, {"direction", "ltr"}, {"display", "inline"}, {"float", "none"},
-        {"font-size", "medium"}, {"font-style", "normal"}, {"font-variant", "normal"}, {"font-weight", "normal"},
-        {"height", "auto"}, {"left", "auto"}, {"letter-spacing", "normal"}, {"line-height", "normal"},
-        {"list-style-type", "disc"}, {"margin-bottom", "0"}, {"margin-left", "0"}, {"margin-right", "0"},
-        {"margin-top", "0"}, {"padding-bottom", "0"}, {"padding-left", "0"}, {"padding-right", "0"},
-        {"padding-top", "0"}, {"position", "static"}, {"text-align", "start"}, {"text-decoration", "none"},
-        {"text-indent", "0"}, {"text-transform", "none"}, {"top", "auto"}, {"visibility", "visible"},
-        {"white-space", "normal"}, {"width", "auto"}, {"word-spacing", "normal"},
-        {"border-top-style", "none"}, {"border-right-style", "none"}, {"border-bottom-style", "none"},
-        {"border-left-style", "none"}, {"border-top-width", "medium"}, {"border-right-width", "medium"},
-        {"border-bottom-width", "medium"}, {"border-left-width", "medium"},
+        {"background-attachment", "scroll"}, {"background-clip", "border-box"}, {"background-color", "transparent"},
+        {"background-image", "none"}, {"background-image-resolution", "normal"},
+        {"background-origin", "padding-box"}, {"background-position", "0% 0%"}, {"background-repeat", "repeat"},
+        {"background-size", "auto"}, {"bookmark-label", "content(contents)"}, {"bookmark-level", "none"},
+        {"bookmark-state", "open"}, {"bookmark-target", "none"}, {"border-bottom-color", "currentcolor"},
+        {"border-bottom-left-radius", "0"}, {"border-bottom-right-radius", "0"}, {"border-bottom-style", "none"},
+        {"border-bottom-width", "medium"}, {"border-clip", "normal"}, {"border-collapse", "separate"},
+        {"border-left-color", "currentcolor"}, {"border-left-style", "none"}, {"border-left-width", "medium"},
+        {"border-right-color", "currentcolor"}, {"border-right-style", "none"}, {"border-right-width", "medium"},
+        {"border-spacing", "0"}, {"border-top-color", "currentcolor"}, {"border-top-left-radius", "0"},
+        {"border-top-right-radius", "0"}, {"border-top-style", "none"}, {"border-top-width", "medium"},
+        {"bottom", "auto"}, {"box-decoration-break", "slice"}, {"box-sizing", "content-box"},
+        {"caption-page", "first"}, {"caption-side", "top"}, {"clear", "none"}, {"clip", "auto"},
+        {"clip-path", "none"}, {"clip-rule", "nonzero"}, {"color", "#000000"}, {"column-break-after", "auto"},
+        {"column-break-before", "auto"}, {"column-count", "auto"}, {"column-fill", "balance"},
+        {"column-gap", "normal"}, {"column-rule-color", "currentcolor"}, {"column-rule-style", "none"},
+        {"column-rule-width", "medium"}, {"column-span", "none"}, {"column-width", "auto"}, {"content", "normal"},
+        {"counter-increment", "none"}, {"counter-reset", "none"}, {"direction", "ltr"}, {"display", "inline"},
+        {"empty-cells", "show"}, {"fill", "black"}, {"fill-opacity", "1"}, {"fill-rule", "nonzero"},
+        {"float", "none"}, {"flow", "normal"}, {"font-family", "serif"}, {"font-feature-settings", "normal"},
+        {"font-kerning", "auto"}, {"font-size", "medium"}, {"font-stretch", "normal"}, {"font-style", "normal"},
+        {"font-variant-caps", "normal"}, {"font-variant-east-asian", "normal"},
+        {"font-variant-ligatures", "normal"}, {"font-variant-numeric", "normal"},
+        {"font-variant-position", "normal"}, {"font-weight", "normal"}, {"footnote-style-position", "outside"},
+        {"height", "auto"}, {"hyphenate-after", "2"}, {"hyphenate-before", "2"}, {"hyphenate-lines", "no-limit"},
+        {"hyphenate-patterns", "none"}, {"hyphens", "manual"}, {"image-resolution", "normal"}, {"left", "auto"},
+        {"letter-spacing", "normal"}, {"line-height", "normal"}, {"line-stacking-strategy", "inline-line-height"},
+        {"link", "none"}, {"list-style-image", "none"}, {"list-style-position", "outside"},
+        {"list-style-type", "disc"}, {"margin-bottom", "0"}, {"margin-inside", "0"}, {"margin-left", "0"},
+        {"margin-outside", "0"}, {"margin-right", "0"}, {"margin-top", "0"}, {"marker-end", "none"},
+        {"marker-mid", "none"}, {"marker-start", "none"}, {"max-height", "none"}, {"max-width", "none"},
+        {"min-height", "0"}, {"min-width", "0"}, {"object-fit", "fill"}, {"object-position", "50% 50%"},
+        {"opacity", "1"}, {"orphans", "2"}, {"overflow", "visible"}, {"overflow-wrap", "normal"},
+        {"padding-bottom", "0"}, {"padding-left", "0"}, {"padding-right", "0"}, {"padding-top", "0"},
+        {"page", "auto"}, {"page-break-after", "auto"}, {"page-break-before", "auto"},
+        {"page-break-inside", "auto"}, {"page-group", "auto"}, {"position", "static"},
+        {"-vellum-footnote-policy", "auto"}, {"-vellum-image-magic", "none"}, {"-vellum-lang", "none"},
+        {"-vellum-linebreak-magic", "none"}, {"-vellum-pdf-destination", "none"}, {"-vellum-pdf-link-type", "auto"},
+        {"-vellum-text-replace", "none"}, {"quotes", "none"}, {"right", "auto"}, {"stop-color", "black"},
+        {"stop-opacity", "1"}, {"string-set", "none"}, {"stroke", "none"}, {"stroke-dasharray", "none"},
+        {"stroke-dashoffset", "0"}, {"stroke-linecap", "butt"}, {"stroke-linejoin", "miter"},
+        {"stroke-miterlimit", "4"}, {"stroke-opacity", "1"}, {"stroke-width", "1"}, {"table-baseline", "1"},
+        {"table-column-span", "1"}, {"table-layout", "auto"}, {"table-row-span", "1"}, {"text-align", "start"},
+        {"text-align-last", "auto"}, {"text-anchor", "start"}, {"text-indent", "0"}, {"text-justify", "auto"},
+        {"text-line-through-color", "currentcolor"}, {"text-line-through-style", "none"}, {"text-overflow", "clip"},
+        {"text-overline-color", "currentcolor"}, {"text-overline-style", "none"}, {"text-transform", "none"},
+        {"text-underline-color", "currentcolor"}, {"text-underline-style", "none"}, {"top", "auto"},
+        {"transform", "none"}, {"transform-origin", "50% 50%"}, {"unicode-bidi", "normal"},
+        {"vertical-align", "baseline"}, {"visibility", "visible"}, {"white-space", "normal"}, {"widows", "2"},
+        {"width", "auto"}, {"word-break", "normal"}, {"word-spacing", "normal"}, {"writing-mode", "horizontal-tb"},
+        {"z-index", "auto"}, {"text-decoration", "none"}, {"font-variant", "normal"},
     };
     auto it = table.find(name);
     return it == table.end() ? std::nullopt : std::optional(it->second);
@@ -639,6 +678,12 @@ std::string computed_get(e::js& engine, dom::element_ref const& el, prop_name p)
     if (found.empty()) {
         found = initial_text(name).value_or("");
         at = 0;
+    }
+    // Colours that follow the text colour compute to it.
+    if (name != "color" && lower(found) == "currentcolor") {
+        if (auto const cp = css::propnames::lookup_property("color")) {
+            return computed_get(engine, el, *cp);
+        }
     }
     if (name.starts_with("border-") && name.ends_with("-width")) {
         static std::map<std::string, std::string, std::less<>> const widths = {

@@ -231,6 +231,12 @@ TEST(domjs, computed_style_follows_rules_and_class_changes) {
     EXPECT_EQ(f.eval("try { cs.color = 'red' } catch (x) { x.code }"), "11");
     // A custom property of the root reaches the element through var().
     EXPECT_EQ(f.eval("d.style.color = ''; d.className = 'cool'; cs.color"), "#0000ff");
+    // Properties nothing sets read as their initial values; colours that follow the text colour compute
+    // to it.
+    EXPECT_EQ(f.eval("[cs.tableLayout, cs.borderCollapse, cs.whiteSpace, cs.zIndex, cs.opacity, cs.orphans,"
+                     " cs.verticalAlign, cs.overflow, cs.boxSizing, cs.emptyCells].join()"),
+              "auto,separate,normal,auto,1,2,baseline,visible,content-box,show");
+    EXPECT_EQ(f.eval("cs.borderTopColor + ' ' + cs.columnRuleColor"), "#0000ff #0000ff");
 }
 
 TEST(domjs, computed_lengths_are_points) {
