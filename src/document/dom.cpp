@@ -282,6 +282,36 @@ void set_children(parent_node const& parent, std::vector<child_node> children) {
     c->set(std::move(children));
 }
 
+void insert_children(parent_node const& parent, std::vector<child_node> const& incoming,
+                     std::optional<child_node> const& before) {
+    std::shared_ptr<void> keep;
+    auto* c = children_cell(parent, keep);
+    check(c != nullptr, "insert_children");
+    if (incoming.empty()) {
+        return;
+    }
+    c->update([&](std::vector<child_node>& list) {
+        std::size_t at = list.size();
+        if (before) {
+            for (std::size_t i = 0; i < list.size(); ++i) {
+                if (same_node(list[i], *before)) {
+                    at = i;
+                    break;
+                }
+            }
+        }
+        list.insert(list.begin() + std::ptrdiff_t(at), incoming.begin(), incoming.end());
+        // The new children and the neighbours on either side get their links.
+        std::size_t const from = at == 0 ? 0 : at - 1;
+        std::size_t const to = std::min(list.size(), at + incoming.size() + 1);
+        for (std::size_t i = from; i < to; ++i) {
+            sibling_node prev = i == 0 ? sibling_node{no_sibling{}} : as_sibling(list[i - 1]);
+            sibling_node next = i + 1 == list.size() ? sibling_node{no_sibling{}} : as_sibling(list[i + 1]);
+            set_links(list[i], parent, std::move(prev), std::move(next));
+        }
+    });
+}
+
 void remove_child(parent_node const& parent, child_node const& child) {
     std::shared_ptr<void> keep;
     auto* c = children_cell(parent, keep);

@@ -266,6 +266,12 @@ parent_node parent_of(child_node const& child);
 /// Replaces the children of a parent, linking each to the parent and to its neighbours.
 void set_children(parent_node const& parent, std::vector<child_node> children);
 
+/// Inserts children before `before` (last without it, or when `before` is not a child of the parent),
+/// relinking only them and their two new neighbours: appending to a long list costs no more than
+/// appending to a short one. The children must not be in any list.
+void insert_children(parent_node const& parent, std::vector<child_node> const& incoming,
+                     std::optional<child_node> const& before);
+
 /// Removes a child from its parent and relinks the neighbours; internal error
 /// "remove_child: could not find child in parent" if it is not there.
 void remove_child(parent_node const& parent, child_node const& child);

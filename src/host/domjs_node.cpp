@@ -82,6 +82,55 @@ dom::attribute_ref find_attribute_ns(dom::dom_element const& el, std::optional<s
     return nullptr;
 }
 
+// ---- What scripts change, for live collections ----------------------------------------------------------
+
+// Live collections (`getElementsByTagName`, `getElementsByClassName`) keep their items while nothing they
+// could hold has changed. Every change a script makes to a tree goes through this file and is counted
+// here: a serial for each change, the serial of the last change to any child list, of the last change to
+// any attribute, and, by local name in lower case, of the last insertion or removal of an element of that
+// name. A loop that reads headings and appends paragraphs then walks the tree once, not once per turn.
+struct tree_changes {
+    std::uint64_t serial = 1;
+    std::uint64_t structure = 1;
+    std::uint64_t attributes = 1;
+    std::unordered_map<std::string, std::uint64_t> by_name;
+};
+
+tree_changes& changes() {
+    static tree_changes c;
+    return c;
+}
+
+// Notes that subtrees were inserted into or removed from a child list.
+void note_subtrees(std::span<dom::child_node const> subtrees) {
+    auto& c = changes();
+    std::uint64_t const now = ++c.serial;
+    c.structure = now;
+    for (auto const& child : subtrees) {
+        if (auto const* el = std::get_if<dom::element_child>(&child)) {
+            c.by_name[lower(xml::name_local(el->child_element->dom_element_name))] = now;
+            for_each_element(el->child_element, [&](dom::element_ref const& e) {
+                c.by_name[lower(xml::name_local(e->dom_element_name))] = now;
+                return true;
+            });
+        }
+    }
+}
+
+void note_subtree(dom::child_node const& child) {
+    note_subtrees(std::span(&child, 1));
+}
+
+void note_attribute_change() {
+    auto& c = changes();
+    c.attributes = ++c.serial;
+}
+
+void set_attribute_value(dom::attribute_ref const& a, std::string value) {
+    a->dom_attribute_value.set(std::move(value));
+    note_attribute_change();
+}
+
 dom::attribute_ref new_attribute(dom::document_ref const& doc, xml::name name, std::string value) {
     auto a = std::make_shared<dom::dom_attribute>();
     a->dom_attribute_name = std::move(name);
@@ -93,6 +142,7 @@ dom::attribute_ref new_attribute(dom::document_ref const& doc, xml::name name, s
 void detach_attribute(dom::element_ref const& el, dom::attribute_ref const& a) {
     el->dom_element_attrs.update([&](std::vector<dom::attribute_ref>& list) { std::erase(list, a); });
     a->dom_attribute_owner_element.set({});
+    note_attribute_change();
 }
 
 // Puts an attribute on an element in place of one of the same name, or last; gives the one replaced.
@@ -112,6 +162,7 @@ dom::attribute_ref put_attribute(dom::element_ref const& el, dom::attribute_ref 
         old->dom_attribute_owner_element.set({});
     }
     a->dom_attribute_owner_element.set(el);
+    note_attribute_change();
     return old;
 }
 
@@ -126,7 +177,7 @@ std::optional<std::string> get_attribute(dom::dom_element const& el, std::string
 
 void set_attribute(dom::element_ref const& el, std::string const& name, std::string const& value) {
     if (auto a = find_attribute(*el, name)) {
-        a->dom_attribute_value.set(value);
+        set_attribute_value(a, value);
         return;
     }
     put_attribute(el, new_attribute(el->dom_element_owner_doc.lock(), attribute_name_of(attribute_key(*el, name)), value));
@@ -182,7 +233,10 @@ dom::element_ref create_element(dom::document_ref const& doc, std::string const&
 void replace_children(dom::dom_node const& parent, std::vector<dom::child_node> children) {
     auto const p = as_parent(parent);
     check(p.has_value(), "replace_children");
-    for (auto const& old : children_of(parent)) {
+    auto const old_children = children_of(parent);
+    note_subtrees(old_children);
+    note_subtrees(children);
+    for (auto const& old : old_children) {
         dom::remove_child(*p, old);
     }
     for (auto const& c : children) {
@@ -267,27 +321,41 @@ ele_name make_ele_name(std::optional<js_uri_tag> uri, std::string const& tag) {
 }
 
 // The kinds of node list; all but the static one are live, reading the tree at each access.
-struct child_list {
-    dom::dom_node list_parent;
+using node_items = std::shared_ptr<std::vector<dom::dom_node> const>;
+
+/// The items a live list found, and the change serial they are good for.
+struct list_cache {
+    std::uint64_t cached_at = 0;
+    node_items cached_items;
 };
 
+/// The child nodes of a node, live (`childNodes`).
+struct child_list {
+    dom::dom_node list_parent;
+    std::shared_ptr<list_cache> list_cached = std::make_shared<list_cache>();
+};
+
+/// A list fixed when it was made (`querySelectorAll`), shared by every read of it.
 struct static_list {
-    std::vector<dom::dom_node> list_nodes;
+    node_items list_nodes;
 };
 
 struct by_tag_name {
     dom::dom_node list_root;
     ele_name list_name;
+    std::shared_ptr<list_cache> list_cached = std::make_shared<list_cache>();
 };
 
 struct by_class_name {
     dom::dom_node list_root;
     std::vector<std::string> list_classes;
+    std::shared_ptr<list_cache> list_cached = std::make_shared<list_cache>();
 };
 
 /// The element children of a node, live (`children`).
 struct element_children {
     dom::dom_node list_parent;
+    std::shared_ptr<list_cache> list_cached = std::make_shared<list_cache>();
 };
 
 using node_list_type = std::variant<child_list, static_list, by_tag_name, by_class_name, element_children>;
@@ -341,55 +409,98 @@ bool classes_fit(std::vector<std::string> const& wanted, dom::dom_element const&
     return std::ranges::all_of(wanted, [&](std::string const& w) { return std::ranges::find(have, w) != have.end(); });
 }
 
-// The items of a list in order; with a limit, the walk stops once it has that many.
-std::vector<dom::dom_node> list_items(node_list_type const& list, std::size_t limit = SIZE_MAX) {
-    std::vector<dom::dom_node> out;
+// Whether a live list's items are still those it found: no element of its name (or, for `*`, none at
+// all) was inserted or removed since, and for class lists no attribute changed either.
+bool still_valid(list_cache const& cache, by_tag_name const& t) {
+    auto const& c = changes();
+    if (!cache.cached_items) {
+        return false;
+    }
+    if (!t.list_name.ele_tag) {
+        return c.structure <= cache.cached_at;
+    }
+    auto const it = c.by_name.find(lower(*t.list_name.ele_tag));
+    return it == c.by_name.end() || it->second <= cache.cached_at;
+}
+
+// Child lists: no child list anywhere changed.
+template <class List>
+bool still_valid(list_cache const& cache, List const&) {
+    return cache.cached_items && changes().structure <= cache.cached_at;
+}
+
+bool still_valid(list_cache const& cache, by_class_name const&) {
+    auto const& c = changes();
+    return cache.cached_items && c.structure <= cache.cached_at && c.attributes <= cache.cached_at;
+}
+
+// The items of a list in order. Searches by name keep what they found until a change could alter it.
+node_items list_items(node_list_type const& list) {
+    auto const cached = [&](auto const& search, auto&& walk) -> node_items {
+        list_cache& cache = *search.list_cached;
+        if (!still_valid(cache, search)) {
+            std::vector<dom::dom_node> out;
+            walk(out);
+            cache.cached_items = std::make_shared<std::vector<dom::dom_node> const>(std::move(out));
+            cache.cached_at = changes().serial;
+        }
+        return cache.cached_items;
+    };
+    node_items found;
     std::visit(overloaded{
                    [&](child_list const& c) {
-                       for (auto const& x : children_of(c.list_parent)) {
-                           out.push_back(child_as_node(x));
-                       }
-                   },
-                   [&](static_list const& s) { out = s.list_nodes; },
-                   [&](by_tag_name const& t) {
-                       for_each_element(t.list_root, [&](dom::element_ref const& el) {
-                           if (tag_fits(t.list_name, *el)) {
-                               out.emplace_back(el);
+                       found = cached(c, [&](std::vector<dom::dom_node>& items) {
+                           for (auto const& x : children_of(c.list_parent)) {
+                               items.push_back(child_as_node(x));
                            }
-                           return out.size() < limit;
+                       });
+                   },
+                   [&](static_list const& s) { found = s.list_nodes; },
+                   [&](by_tag_name const& t) {
+                       found = cached(t, [&](std::vector<dom::dom_node>& items) {
+                           for_each_element(t.list_root, [&](dom::element_ref const& el) {
+                               if (tag_fits(t.list_name, *el)) {
+                                   items.emplace_back(el);
+                               }
+                               return true;
+                           });
                        });
                    },
                    [&](by_class_name const& c) {
-                       for_each_element(c.list_root, [&](dom::element_ref const& el) {
-                           if (classes_fit(c.list_classes, *el)) {
-                               out.emplace_back(el);
-                           }
-                           return out.size() < limit;
+                       found = cached(c, [&](std::vector<dom::dom_node>& items) {
+                           for_each_element(c.list_root, [&](dom::element_ref const& el) {
+                               if (classes_fit(c.list_classes, *el)) {
+                                   items.emplace_back(el);
+                               }
+                               return true;
+                           });
                        });
                    },
                    [&](element_children const& c) {
-                       for (auto const& x : children_of(c.list_parent)) {
-                           if (auto const* el = std::get_if<dom::element_child>(&x)) {
-                               out.emplace_back(el->child_element);
+                       found = cached(c, [&](std::vector<dom::dom_node>& items) {
+                           for (auto const& x : children_of(c.list_parent)) {
+                               if (auto const* el = std::get_if<dom::element_child>(&x)) {
+                                   items.emplace_back(el->child_element);
+                               }
                            }
-                       }
+                       });
                    },
                },
                list);
-    return out;
+    return found;
 }
 
-std::vector<dom::dom_node> collection_items(dom_collection const& c, std::size_t limit = SIZE_MAX) {
+node_items collection_items(dom_collection const& c) {
     return std::visit(overloaded{
-                          [](dom_named_node_map const& m) {
+                          [](dom_named_node_map const& m) -> node_items {
                               std::vector<dom::dom_node> out;
                               for (auto const& a : m.map_element->dom_element_attrs.get()) {
                                   out.emplace_back(a);
                               }
-                              return out;
+                              return std::make_shared<std::vector<dom::dom_node> const>(std::move(out));
                           },
-                          [&](dom_node_list const& l) { return list_items(l.node_list, limit); },
-                          [&](dom_html_collection const& h) { return list_items(h.html_list, limit); },
+                          [&](dom_node_list const& l) { return list_items(l.node_list); },
+                          [&](dom_html_collection const& h) { return list_items(h.html_list); },
                       },
                       c);
 }
@@ -403,7 +514,7 @@ std::optional<dom::dom_node> named_item(dom_collection const& c, std::string con
         return std::nullopt;
     }
     if (auto const* h = std::get_if<dom_html_collection>(&c)) {
-        for (auto const& n : list_items(h->html_list)) {
+        for (auto const& n : *list_items(h->html_list)) {
             if (auto const* el = std::get_if<dom::element_ref>(&n)) {
                 if (get_attribute(**el, "id") == name || get_attribute(**el, "name") == name) {
                     return n;
@@ -470,9 +581,9 @@ std::optional<js_value> collection_get(e::js& engine, js_object o, e::host_value
         if (i->prop_int < 0) {
             return std::nullopt;
         }
-        auto const items = collection_items(c->collection, std::size_t(i->prop_int) + 1);
-        if (i->prop_int >= 0 && std::size_t(i->prop_int) < items.size()) {
-            return wrap_node(engine, items[std::size_t(i->prop_int)]);
+        auto const items = collection_items(c->collection);
+        if (i->prop_int >= 0 && std::size_t(i->prop_int) < items->size()) {
+            return wrap_node(engine, (*items)[std::size_t(i->prop_int)]);
         }
         return std::nullopt;
     }
@@ -495,7 +606,7 @@ std::vector<e::js_prop_string> collection_names(e::host_value const& h) {
     if (c == nullptr || std::holds_alternative<dom_node_list>(c->collection)) {
         return out;
     }
-    for (auto const& n : collection_items(c->collection)) {
+    for (auto const& n : *collection_items(c->collection)) {
         if (auto const* a = std::get_if<dom::attribute_ref>(&n)) {
             out.push_back(e::key_of_utf8(attribute_script_name((*a)->dom_attribute_name)));
         } else if (auto const* el = std::get_if<dom::element_ref>(&n)) {
@@ -509,7 +620,7 @@ std::vector<e::js_prop_string> collection_names(e::host_value const& h) {
 
 std::int64_t collection_length(e::host_value const& h) {
     auto const* c = collection_of(h);
-    return c == nullptr ? 0 : std::int64_t(collection_items(c->collection).size());
+    return c == nullptr ? 0 : std::int64_t(collection_items(c->collection)->size());
 }
 
 std::optional<std::string> collection_class(e::host_value const& h) {
@@ -585,18 +696,13 @@ void insert_before(dom::dom_node const& parent, dom::dom_node const& node, std::
         // Inserting a node before itself leaves it where it is, as its next sibling stands after it.
         before = dom::next_sibling(*before);
     }
+    note_subtrees(incoming);
     for (auto const& c : incoming) {
         if (auto const from = parent_of(child_as_node(c))) {
             dom::remove_child(*as_parent(*from), c);
         }
     }
-    auto list = children_of(parent);
-    auto at = list.end();
-    if (before) {
-        at = std::ranges::find_if(list, [&](auto const& c) { return same_child(c, *before); });
-    }
-    list.insert(at, incoming.begin(), incoming.end());
-    dom::set_children(*as_parent(parent), std::move(list));
+    dom::insert_children(*as_parent(parent), incoming, before);
 }
 
 bool is_child_of(dom::dom_node const& parent, dom::dom_node const& node) {
@@ -840,7 +946,7 @@ void install_node_members(e::js& engine, js_object proto) {
             if (auto const* t = std::get_if<dom::text_ref>(&n)) {
                 (*t)->dom_text_value.set(std::get<std::string>(text));
             } else if (auto const* a = std::get_if<dom::attribute_ref>(&n)) {
-                (*a)->dom_attribute_value.set(std::get<std::string>(text));
+                set_attribute_value(*a, std::get<std::string>(text));
             }
             return e::undefined();
         }));
@@ -871,7 +977,7 @@ void install_node_members(e::js& engine, js_object proto) {
             if (auto const* t = std::get_if<dom::text_ref>(&n)) {
                 (*t)->dom_text_value.set(text);
             } else if (auto const* a = std::get_if<dom::attribute_ref>(&n)) {
-                (*a)->dom_attribute_value.set(text);
+                set_attribute_value(*a, text);
             } else if (!std::holds_alternative<dom::document_ref>(n)) {
                 std::vector<dom::child_node> children;
                 if (!text.empty()) {
@@ -955,6 +1061,7 @@ void install_node_members(e::js& engine, js_object proto) {
             }
         }
         insert_before(n, *child, as_child(*old));
+        note_subtree(*as_child(*old));
         dom::remove_child(*as_parent(n), *as_child(*old));
         return args[1];
     });
@@ -966,6 +1073,7 @@ void install_node_members(e::js& engine, js_object proto) {
         if (!is_child_of(n, *child)) {
             return throw_dom(engine, dom_exception::not_found_err);
         }
+        note_subtree(*as_child(*child));
         dom::remove_child(*as_parent(n), *as_child(*child));
         return args[0];
     });
@@ -1090,8 +1198,8 @@ void install_parent_members(e::js& engine, js_object proto) {
             if (first_only) {
                 return list.empty() ? js_value(e::js_null{}) : wrap_node(engine, list.front());
             }
-            std::vector<dom::dom_node> nodes(list.begin(), list.end());
-            return node_list_value(engine, static_list{nodes});
+            return node_list_value(
+                engine, static_list{std::make_shared<std::vector<dom::dom_node> const>(list.begin(), list.end())});
         };
     };
     add_method(engine, proto, "querySelector", 1, query(true));
@@ -1161,7 +1269,7 @@ void install_attribute_members(e::js& engine, js_object proto) {
         auto const ns = ns_arg(engine, args, 0);
         std::string const local = local_part(std::get<std::string>(qname));
         if (auto a = find_attribute_ns(*el, ns, local)) {
-            a->dom_attribute_value.set(std::get<std::string>(value));
+            set_attribute_value(a, std::get<std::string>(value));
         } else {
             put_attribute(el, new_attribute(el->dom_element_owner_doc.lock(),
                                             ns ? xml::make_name(xml::xmlns_of_uri(*ns), local) : xml::make_name(local),
@@ -1333,20 +1441,34 @@ void install_document(e::js& engine, js_object proto, js_object implementation) 
         if (auto const* x = std::get_if<e::exception>(&id)) {
             return *x;
         }
-        // A walk, not an index: an id set a moment ago is found at once.
-        std::optional<dom::dom_node> found;
-        auto const& wanted = std::get<std::string>(id);
-        for_each_element(d, [&](dom::element_ref const& el) {
-            auto const& attrs = el->dom_element_attrs.cell_value;  // the walk holds the lock
-            if (std::ranges::any_of(attrs, [&](dom::attribute_ref const& a) {
+        // An index of the document's ids, made by one walk and kept while no element is inserted or
+        // removed and no attribute changes: an id set a moment ago is still found at once.
+        struct id_index {
+            std::weak_ptr<dom::dom_document> index_doc;
+            std::uint64_t index_at = 0;
+            std::unordered_map<std::string, dom::element_ref> index_ids;
+        };
+        static id_index index;
+        auto const& c = changes();
+        if (index.index_doc.lock() != d || c.structure > index.index_at || c.attributes > index.index_at) {
+            index.index_ids.clear();
+            for_each_element(d, [&](dom::element_ref const& el) {
+                for (auto const& a : el->dom_element_attrs.cell_value) {  // the walk holds the lock
                     auto const* n = std::get_if<xml::local_name>(&a->dom_attribute_name);
-                    return n != nullptr && n->local == "id" && a->dom_attribute_value.cell_value == wanted;
-                })) {
-                found = el;
-                return false;
-            }
-            return true;
-        });
+                    if (n != nullptr && n->local == "id") {
+                        // The first element in tree order with an id wins.
+                        index.index_ids.try_emplace(a->dom_attribute_value.cell_value, el);
+                    }
+                }
+                return true;
+            });
+            index.index_doc = d;
+            index.index_at = c.serial;
+        }
+        std::optional<dom::dom_node> found;
+        if (auto const it = index.index_ids.find(std::get<std::string>(id)); it != index.index_ids.end()) {
+            found = it->second;
+        }
         return wrap_or_null(engine, found);
     });
     method("createElement", 1, [](e::js& engine, dom::document_ref const& d, args_t const& args) -> e::expr_res<js_value> {
@@ -1499,7 +1621,7 @@ void install_attribute(e::js& engine, js_object proto) {
             if (auto const* x = std::get_if<e::exception>(&text)) {
                 return *x;
             }
-            a->dom_attribute_value.set(std::get<std::string>(text));
+            set_attribute_value(a, std::get<std::string>(text));
             return e::undefined();
         }));
     webidl::add_native_accessor(engine, proto, "ownerElement", on_attr([](e::js& engine, dom::attribute_ref const& a, args_t const&) -> e::expr_res<js_value> {
@@ -1523,7 +1645,7 @@ native_fn on_collection(collection_fn f) {
 void install_collection(e::js& engine, js_object proto, bool named) {
     webidl::add_native_accessor(engine, proto, "length",
                                 on_collection([](e::js&, collection_host const& c, args_t const&) -> e::expr_res<js_value> {
-                                    return js::number{std::int64_t(collection_items(c.collection).size())};
+                                    return js::number{std::int64_t(collection_items(c.collection)->size())};
                                 }));
     webidl::add_native_method(engine, proto, "item", 1,
                               on_collection([](e::js& engine, collection_host const& c, args_t const& args) -> e::expr_res<js_value> {
@@ -1532,11 +1654,11 @@ void install_collection(e::js& engine, js_object proto, bool named) {
                                       return *x;
                                   }
                                   auto const at = std::get<std::int32_t>(i);
-                                  auto const items = collection_items(c.collection, at < 0 ? 0 : std::size_t(at) + 1);
-                                  if (at < 0 || std::size_t(at) >= items.size()) {
+                                  auto const items = collection_items(c.collection);
+                                  if (at < 0 || std::size_t(at) >= items->size()) {
                                       return e::js_null{};
                                   }
-                                  return wrap_node(engine, items[std::size_t(at)]);
+                                  return wrap_node(engine, (*items)[std::size_t(at)]);
                               }));
     if (named) {
         webidl::add_native_method(engine, proto, "namedItem", 1,

@@ -108,6 +108,38 @@ TEST(domjs, element_of_unwraps_only_elements) {
     EXPECT_EQ(element_of(e::js_value(e::new_object(engine))), nullptr);
 }
 
+// Live lists keep what they found between reads; every kind of change that could alter them must be
+// seen: nested insertions, removals, moves, class changes, markup and text replacing children.
+TEST(domjs, live_lists_follow_every_change) {
+    fixture f("live_changes", simple);
+    EXPECT_EQ(f.eval("var ps = document.getElementsByTagName('P'); var as = document.getElementsByClassName('a');"
+                     "var box = document.getElementById('box'); [ps.length, as.length].join()"),
+              "2,2");
+    // A p deep inside a subtree built apart and then inserted.
+    EXPECT_EQ(f.eval("var d = document.createElement('div'); d.innerHTML = '<span><p class=a>three</p></span>';"
+                     "document.body.appendChild(d); [ps.length, ps[2].textContent, as.length].join()"),
+              "3,three,3");
+    // A move changes the order; a class change the class list only.
+    EXPECT_EQ(f.eval("box.appendChild(box.firstChild); [ps[0].textContent, ps[1].textContent].join()"), "two,one");
+    EXPECT_EQ(f.eval("ps[0].className = 'c'; var n1 = as.length; ps[1].setAttribute('class', 'x a');"
+                     "var n2 = as.length; ps[1].removeAttribute('class'); [n1, n2, as.length, ps.length].join()"),
+              "2,2,1,3");
+    // Removal, replacement, and children replaced by text.
+    EXPECT_EQ(f.eval("d.parentNode.removeChild(d); var n3 = ps.length; var q = document.createElement('p');"
+                     "box.replaceChild(q, box.firstChild); var n4 = ps.length + ':' + (ps[0] === q);"
+                     "box.textContent = 'gone'; [n3, n4, ps.length].join()"),
+              "2,2:true,0");
+    // Child lists: text nodes count, a split text node adds one, children counts elements only.
+    EXPECT_EQ(f.eval("var kids = box.childNodes; var els = box.children; var k0 = kids.length;"
+                     "box.firstChild.splitText(2); var k1 = kids.length; box.appendChild(document.createElement('i'));"
+                     "[k0, k1, kids.length, els.length, kids[0].data, kids[1].data].join()"),
+              "1,2,3,1,go,ne");
+    // A list rooted at an element outside the document.
+    EXPECT_EQ(f.eval("var loose = document.createElement('div'); var is = loose.getElementsByTagName('i');"
+                     "var n5 = is.length; loose.innerHTML = '<i></i><b><i></i></b>'; n5 + ',' + is.length"),
+              "0,2");
+}
+
 TEST(domjs, live_and_static_lists) {
     fixture f("lists", simple);
     EXPECT_EQ(f.eval("var live = document.getElementsByTagName('p'); var fixed = document.querySelectorAll('p');"
