@@ -238,6 +238,51 @@ std::optional<std::vector<std::pair<std::string, std::string>>> expand_shorthand
         }
         return out;
     }
+    if (css::propnames::css_name(p) == "border-radius") {
+        // One to four horizontal radii, then after a slash one to four vertical ones, each list spread
+        // over the corners top-left, top-right, bottom-right, bottom-left as box sides are.
+        std::vector<css::value::value> h;
+        std::vector<css::value::value> vert;
+        bool slash = false;
+        for (auto const& t : terms) {
+            if (std::holds_alternative<css::value::slash>(t)) {
+                if (slash) {
+                    return std::nullopt;
+                }
+                slash = true;
+            } else {
+                (slash ? vert : h).push_back(t);
+            }
+        }
+        if (h.empty() || h.size() > 4 || vert.size() > 4 || (slash && vert.empty())) {
+            return std::nullopt;
+        }
+        static constexpr std::size_t pick[4][4] = {{0, 0, 0, 0}, {0, 1, 0, 1}, {0, 1, 2, 1}, {0, 1, 2, 3}};
+        std::string const corners[4] = {"border-top-left-radius", "border-top-right-radius",
+                                        "border-bottom-right-radius", "border-bottom-left-radius"};
+        std::map<std::string, std::string> by_corner;
+        for (std::size_t i = 0; i < 4; ++i) {
+            auto const& x = h[pick[h.size() - 1][i]];
+            if (!valid_for(corners[i], x)) {
+                return std::nullopt;
+            }
+            std::string text = canonical_text(corners[i], x);
+            if (slash) {
+                auto const& y = vert[pick[vert.size() - 1][i]];
+                if (!valid_for(corners[i], y)) {
+                    return std::nullopt;
+                }
+                if (auto const yt = canonical_text(corners[i], y); yt != text) {
+                    text += " " + yt;
+                }
+            }
+            by_corner[corners[i]] = text;
+        }
+        for (auto const& m : members) {
+            out.emplace_back(m, by_corner.contains(m) ? by_corner[m] : "initial");
+        }
+        return out;
+    }
     if (auto const sides = box_sides(members)) {
         if (terms.empty() || terms.size() > 4) {
             return std::nullopt;
