@@ -211,18 +211,22 @@ expr_res<js_value> define_array_length(js& engine, js_object o, descriptor const
         d.desc_enumerable.value_or(false)) {
         return cannot_modify(engine);
     }
+    // A value that is no valid length is a RangeError before anything else, read-only length or not.
+    double length = 0;
+    if (d.desc_value) {
+        if (auto e = take(to_double_value(engine, *d.desc_value), length)) {
+            return *e;
+        }
+        if (!(length >= 0 && length <= 4294967295.0 && length == std::trunc(length))) {
+            return throw_error(engine, js_error::invalid_array_length);
+        }
+    }
     if (array_length_read_only(o)) {
         if (d.desc_writable.value_or(false)) {
             return cannot_modify(engine);
         }
-        if (d.desc_value) {
-            double length = 0;
-            if (auto e = take(to_double_value(engine, *d.desc_value), length)) {
-                return *e;
-            }
-            if (length != static_cast<double>(array_length(o))) {
-                return cannot_modify(engine);
-            }
+        if (d.desc_value && length != static_cast<double>(array_length(o))) {
+            return cannot_modify(engine);
         }
         return o;
     }
@@ -231,13 +235,6 @@ expr_res<js_value> define_array_length(js& engine, js_object o, descriptor const
             make_array_length_read_only(engine, o);
         }
         return o;
-    }
-    double length = 0;
-    if (auto e = take(to_double_value(engine, *d.desc_value), length)) {
-        return *e;
-    }
-    if (!(length >= 0 && length <= 4294967295.0 && length == std::trunc(length))) {
-        return throw_error(engine, js_error::invalid_array_length);
     }
     if (auto r = set_array_length(engine, o, number_value(length)); is_exception(r)) {
         return r;

@@ -304,6 +304,12 @@ TEST_F(scripts, read_only_array_length) {
          "var a = [1, 2]; Object.defineProperty(a, 'length', {writable: false});"
          "a.length = 5; a[2] = 3; a.length = 0; a.length + ' ' + (2 in a) + ' ' + a.join()",
          "2 false 1,2"},
+        {"an invalid new length is a RangeError before the length is found read-only",
+         "var a = [1, 2]; Object.defineProperty(a, 'length', {writable: false}); var r = [];"
+         "try { Object.defineProperty(a, 'length', {value: -1}); } catch (e) { r.push(e.name); }"
+         "try { Object.defineProperty(a, 'length', {value: 3}); } catch (e) { r.push(e.name); }"
+         "r.join()",
+         "RangeError,TypeError"},
         {"elements inside the length stay writable",
          "var a = [1, 2]; Object.defineProperty(a, 'length', {writable: false}); a[0] = 'x'; a.join()",
          "x,2"},
