@@ -7,6 +7,7 @@
 #include "text/fonts/fonts.hpp"
 #include "text/fonts/graphemes.hpp"
 #include "text/fonts/query.hpp"
+#include "text/unicode/bidi.hpp"
 #include "util/textbuf.hpp"
 
 #include <algorithm>
@@ -157,6 +158,41 @@ struct painter {
         return share(css::compute_style::compute_style(base, css::compute_style::anonymous_context{}, {*prop}));
     }
 
+    // The glyphs of a line of canvas text from left to right: the text's direction is that of its first
+    // strong character, and each run of one embedding level is shaped in its direction and placed
+    // where the bidi reordering puts it, so that Hebrew and Arabic read right to left among Latin words
+    // and numbers.
+    std::vector<fonts::grapheme> visual_glyphs(fonts::font_req const& req, std::u32string const& text) {
+        namespace bd = unicode::bidi;
+        auto const levels = bd::levels_of(text, bd::first_strong_rtl(text, 0));
+        struct level_run {
+            std::size_t from;
+            std::size_t to;
+        };
+        std::vector<level_run> runs;
+        std::vector<int> run_levels;
+        for (std::size_t i = 0; i < text.size(); ++i) {
+            if (runs.empty() || run_levels.back() != levels[i]) {
+                runs.push_back({i, i});
+                run_levels.push_back(levels[i]);
+            }
+            runs.back().to = i + 1;
+        }
+        std::vector<fonts::grapheme> out;
+        for (std::size_t r : bd::visual_order(run_levels)) {
+            bool const rtl = run_levels[r] % 2 != 0;
+            auto glyphs = fonts::text_to_graphemes(*env.paint_fonts, req,
+                                                   rtl ? fonts::direction::rtl : fonts::direction::ltr,
+                                                   std::u32string_view(text).substr(runs[r].from, runs[r].to - runs[r].from));
+            if (rtl) {
+                // Shaping keeps the logical order; a right-to-left run is laid out from its last grapheme.
+                std::ranges::reverse(glyphs);
+            }
+            out.insert(out.end(), std::make_move_iterator(glyphs.begin()), std::make_move_iterator(glyphs.end()));
+        }
+        return out;
+    }
+
     std::optional<svg::svg> text_node(canvas_text const& t) {
         if (!env.paint_fonts) {
             log::log_warning_once(log, "canvas: no fonts in this run; canvas text is left out");
@@ -172,7 +208,7 @@ struct painter {
         // Line breaks and tabs are spaces in canvas text.
         auto chars = t.canvas_text_content;
         std::replace_if(chars.begin(), chars.end(), [](char c) { return c == '\n' || c == '\r' || c == '\t' || c == '\f'; }, ' ');
-        auto glyphs = fonts::text_to_graphemes(*env.paint_fonts, *req, fonts::direction::ltr, textbuf::from_utf8(chars));
+        auto glyphs = visual_glyphs(*req, textbuf::from_utf8(chars));
         double width = 0;
         for (auto const& gr : glyphs) {
             width += (gr.base_glyph.glyph_hori_advance + gr.grapheme_kerning.value_or(0)) * size;

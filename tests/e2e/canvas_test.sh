@@ -137,4 +137,23 @@ expect_contains "misc: stroked text in the stroke mode" "$(tr -d '\000' <misc-qd
 expect_eq "misc: isPointInPath warns once" "$(grep -c 'canvas isPointInPath is not yet supported' misc.err)" 1
 expect_eq "misc: shadowBlur warns" "$(grep -c 'canvas shadowBlur is not yet supported' misc.err)" 1
 
+# Text of both directions: the Hebrew word reads right to left after the number that follows it in
+# the source, and a right-to-left line shows its brackets mirrored (the text stays as written).
+cat >bidi.html <<'HTML'
+<!DOCTYPE html><html><body><canvas id="c" width="400" height="100"></canvas><script>
+var ctx = document.getElementById('c').getContext('2d');
+ctx.font = '20px "DejaVu Sans"';
+ctx.fillText('abc \u05D0\u05D1\u05D2 123 def', 10, 40);
+ctx.fillText('\u05E9\u05DC\u05D5\u05DD (\u05E2\u05D5\u05DC\u05DD)', 10, 80);
+</script></body></html>
+HTML
+timeout 60 "$VELLUM" --javascript bidi.html -o bidi.pdf 2>bidi.err
+abc_x=$(box_of bidi.pdf 1 abc | cut -d' ' -f1)
+num_x=$(box_of bidi.pdf 1 123 | cut -d' ' -f1)
+heb_x=$(box_of bidi.pdf 1 "$(printf '\u05D2\u05D1\u05D0')" | cut -d' ' -f1)
+def_x=$(box_of bidi.pdf 1 def | cut -d' ' -f1)
+expect_eq "bidi canvas: abc, number, Hebrew, def from left to right" \
+    "$(awk -v a="$abc_x" -v n="$num_x" -v h="$heb_x" -v d="$def_x" 'BEGIN { print (a < n && n < h && h < d) ? "yes" : "no" }')" yes
+expect_contains "bidi canvas: brackets keep their text" "$(pdftotext bidi.pdf -)" "$(printf '(\u05E2\u05D5\u05DC\u05DD)')"
+
 finish

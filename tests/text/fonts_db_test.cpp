@@ -384,6 +384,22 @@ TEST(fonts_db, measures_runs_against_the_fonts_own_metrics) {
     EXPECT_EQ(graphemes_metrics({}, 20), font_metrics::font_metrics_scaled{});
 }
 
+// In right-to-left runs a bracket takes its mirror's glyph but still stands for the character written.
+TEST(fonts_db, right_to_left_runs_mirror_brackets) {
+    fixture f(face("A", dejavu + "DejaVuSans.ttf"));
+    auto const req = f.req(family("A"));
+    auto const ltr = text_to_graphemes(f.db, *req, direction::ltr, U"()");
+    auto const rtl = text_to_graphemes(f.db, *req, direction::rtl, U"()");
+    ASSERT_EQ(ltr.size(), 2u);
+    ASSERT_EQ(rtl.size(), 2u);
+    EXPECT_EQ(rtl[0].base_glyph.glyph_source, ltr[1].base_glyph.glyph_source);
+    EXPECT_EQ(rtl[1].base_glyph.glyph_source, ltr[0].base_glyph.glyph_source);
+    EXPECT_EQ(rtl[0].base_glyph.glyph_unicodes, ltr[0].base_glyph.glyph_unicodes);
+    // Letters are not touched.
+    EXPECT_EQ(text_to_graphemes(f.db, *req, direction::rtl, U"a")[0].base_glyph.glyph_source,
+              text_to_graphemes(f.db, *req, direction::ltr, U"a")[0].base_glyph.glyph_source);
+}
+
 TEST(fonts_db, small_capitals_are_capitals_at_four_fifths) {
     fixture f(face("A", dejavu + "DejaVuSans.ttf"));
     auto q = family("A");

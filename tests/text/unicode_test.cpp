@@ -92,6 +92,26 @@ TEST(unicode, simple_case_mappings) {
     EXPECT_EQ(to_lower(U"ΑΒΓ Ǆ"), U"αβγ ǆ");
 }
 
+// Levels of plain text and the visual order they give: a Hebrew word with a number inside a
+// left-to-right line, a right-to-left line with Latin inside, and neutrals taking their neighbours' side.
+TEST(unicode_bidi, plain_text_levels_and_visual_order) {
+    std::u32string const ltr = U"ab \u05D0\u05D1 12 cd";
+    auto const levels = bidi::levels_of(ltr, false);
+    EXPECT_EQ(levels, (std::vector<int>{0, 0, 0, 1, 1, 1, 2, 2, 0, 0, 0}));
+    auto const order = bidi::visual_order(levels);
+    // Left to right: "ab ", the number, the space, the Hebrew letters last to first, " cd".
+    EXPECT_EQ(order, (std::vector<std::size_t>{0, 1, 2, 6, 7, 5, 4, 3, 8, 9, 10}));
+
+    std::u32string const rtl = U"\u05D0 xy!";
+    EXPECT_TRUE(bidi::first_strong_rtl(rtl, 0));
+    EXPECT_FALSE(bidi::first_strong_rtl(U"1 x \u05D0", 0));
+    auto const r = bidi::levels_of(rtl, true);
+    EXPECT_EQ(r, (std::vector<int>{1, 1, 2, 2, 1}));
+    EXPECT_EQ(bidi::visual_order(r), (std::vector<std::size_t>{4, 2, 3, 1, 0}));
+    EXPECT_EQ(bidi::levels_of(U"plain", false), (std::vector<int>(5, 0)));
+    EXPECT_TRUE(bidi::visual_order({}).empty());
+}
+
 TEST(unicode_bidi, classes_and_mirroring) {
     using bidi::bidi_class;
     EXPECT_EQ(bidi::bidi_class_of(U'a'), bidi_class::l);

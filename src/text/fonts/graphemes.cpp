@@ -1,4 +1,5 @@
 #include "text/fonts/graphemes.hpp"
+#include "text/unicode/bidi.hpp"
 
 #include "text/font_data.hpp"
 #include "text/grapheme_boundary.hpp"
@@ -103,6 +104,18 @@ void map_run(fonts const& db, font_req const& req, direction dir, std::u32string
             raw.raw_glyph_small_caps = true;
         } else {
             raw = char_to_glyph(db, req, c);
+        }
+        // In right-to-left text, brackets and other mirrored characters show their mirror image's
+        // glyph, while the text they stand for stays the character written.
+        if (dir == direction::rtl) {
+            if (char32_t const m = unicode::bidi::mirrored(c); m != c) {
+                auto mirror = char_to_glyph(db, req, m);
+                if (mirror.raw_glyph_index != 0 && mirror.raw_glyph_font_ref == raw.raw_glyph_font_ref) {
+                    mirror.raw_glyph_unicodes = raw.raw_glyph_unicodes;
+                    mirror.raw_glyph_small_caps = raw.raw_glyph_small_caps;
+                    raw = std::move(mirror);
+                }
+            }
         }
         raws.push_back(std::move(raw));
     }
