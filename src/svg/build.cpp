@@ -9,6 +9,7 @@
 #include "svg/path_data.hpp"
 #include "text/fonts/fonts.hpp"
 #include "text/fonts/query.hpp"
+#include "text/unicode/bidi.hpp"
 #include "util/textbuf.hpp"
 #include "util/cell.hpp"
 
@@ -1567,13 +1568,29 @@ struct builder {
         // path (each character there follows the path's direction).
         text t;
         std::vector<int> run_path;
+        // Embedding levels over the whole text, spans included, in the direction of the text element:
+        // a run is also cut where the level changes, and shaped in its own direction.
+        std::vector<int> levels;
+        auto const* first_style = lay.pieces.empty() ? nullptr : lay.pieces.front().piece_style.get();
+        bool const base_rtl = first_style != nullptr && first_style->rare_props &&
+                              first_style->rare_props->rare_props_direction == css::box::direction::rtl;
+        {
+            std::u32string all;
+            for (auto const& piece : lay.pieces) {
+                all += piece.piece_chars;
+            }
+            levels = unicode::bidi::levels_of(all, base_rtl);
+        }
+        std::vector<int> run_level;
         std::size_t index = 0;
         for (auto const& piece : lay.pieces) {
             auto const& ps = *piece.piece_style;
             auto const& g = *ps.svgstyle;
-            double const anchor = g.svgstyle_text_anchor == css::svgstyle::text_anchor::middle ? 0.5
-                                  : g.svgstyle_text_anchor == css::svgstyle::text_anchor::end ? 1
-                                                                                                : 0;
+            double const start_anchor = g.svgstyle_text_anchor == css::svgstyle::text_anchor::middle ? 0.5
+                                        : g.svgstyle_text_anchor == css::svgstyle::text_anchor::end ? 1
+                                                                                                      : 0;
+            // Right-to-left text starts at its right end.
+            double const anchor = base_rtl ? 1 - start_anchor : start_anchor;
             double const size = px_of_points(ps.font_size);
             double spacing = 0;
             if (auto const* ls = std::get_if<float>(&ps.letter_spacing)) {
@@ -1582,9 +1599,6 @@ struct builder {
             auto const& lang = ps.vellum_lang ? ps.vellum_lang : ps.vellum_lang_value;
             auto const req = fonts::get_font_req(
                 *env.env_fonts, fonts::query::query_of(*ps.font_props, lang.value_or(""), spacing != 0));
-            auto const dir = ps.rare_props && ps.rare_props->rare_props_direction == css::box::direction::rtl
-                                 ? fonts::direction::rtl
-                                 : fonts::direction::ltr;
             auto const used = used_of(ps);
             auto const& chars = piece.piece_chars;
             std::size_t from = 0;
@@ -1593,11 +1607,19 @@ struct builder {
                 bool const single = piece.piece_path >= 0 || rotates[index + from].value_or(0) != 0;
                 if (!single) {
                     while (to < chars.size() && !xs[index + to] && !ys[index + to] && !dxs[index + to] &&
-                           !dys[index + to] && rotates[index + to].value_or(0) == 0) {
+                           !dys[index + to] && rotates[index + to].value_or(0) == 0 &&
+                           levels[index + to] == levels[index + from]) {
                         ++to;
                     }
                 }
-                auto glyphs = fonts::text_to_graphemes(*env.env_fonts, *req, dir, chars.substr(from, to - from));
+                bool const rtl = levels[index + from] % 2 != 0;
+                auto glyphs = fonts::text_to_graphemes(*env.env_fonts, *req,
+                                                       rtl ? fonts::direction::rtl : fonts::direction::ltr,
+                                                       chars.substr(from, to - from));
+                if (rtl) {
+                    // Shaping keeps the logical order; a right-to-left run is laid out from its end.
+                    std::ranges::reverse(glyphs);
+                }
                 double width = 0;
                 for (auto const& gr : glyphs) {
                     width += (gr.base_glyph.glyph_hori_advance + gr.grapheme_kerning.value_or(0)) * size + spacing;
@@ -1617,9 +1639,37 @@ struct builder {
                                                .run_anchor = anchor,
                                                .run_rotate = rotates[at].value_or(0)});
                 run_path.push_back(piece.piece_path);
+                run_level.push_back(levels[index + from]);
                 from = to;
             }
             index += chars.size();
+        }
+        // Within a chunk (runs not on a path, up to the next absolute position) the runs go in visual order;
+        // the chunk's absolute position stays with whichever run comes first.
+        for (std::size_t a = 0; a < t.text_runs.size();) {
+            std::size_t b = a + 1;
+            while (b < t.text_runs.size() && run_path[a] < 0 && run_path[b] < 0 && !t.text_runs[b].run_x &&
+                   !t.text_runs[b].run_y) {
+                ++b;
+            }
+            if (b - a > 1) {
+                std::vector<int> const chunk_levels(run_level.begin() + std::ptrdiff_t(a), run_level.begin() + std::ptrdiff_t(b));
+                auto const order = unicode::bidi::visual_order(chunk_levels);
+                if (!std::ranges::is_sorted(order)) {
+                    auto const x = t.text_runs[a].run_x;
+                    auto const y = t.text_runs[a].run_y;
+                    t.text_runs[a].run_x.reset();
+                    t.text_runs[a].run_y.reset();
+                    std::vector<text_run> visual;
+                    for (std::size_t k : order) {
+                        visual.push_back(std::move(t.text_runs[a + k]));
+                    }
+                    visual.front().run_x = x;
+                    visual.front().run_y = y;
+                    std::ranges::move(visual, t.text_runs.begin() + std::ptrdiff_t(a));
+                }
+            }
+            a = b;
         }
         // Chunks: each absolute position starts one, and the anchor of its first run moves it back by its
         // width. Runs on a path are placed along it afterwards.

@@ -320,4 +320,26 @@ inside=$(echo "$first" | awk '{ print ($1 > 19 && $1 < 21 && $2 > 159 && $2 < 16
 expect_eq "svg links: rectangle over the shape" "$inside" yes
 expect_eq "svg links: two links, one to the paragraph" "$(echo "$rects" | wc -l) $(echo "$flat" | grep -a -c '/Dest \[')" "2 1"
 
+# Text of both directions across spans: the Hebrew span reads right to left after the number that
+# follows it, and right-to-left text starts at its right end.
+cat >svgbidi.html <<'HTML'
+<!DOCTYPE html><html><body>
+<svg width="400" height="120" xmlns="http://www.w3.org/2000/svg" style="font-family: 'DejaVu Sans'; font-size: 20px">
+<text x="10" y="40">abc <tspan fill="red">\u05D0\u05D1\u05D2</tspan> 123 def</text>
+<text x="390" y="90" direction="rtl">\u05E9\u05DC\u05D5\u05DD xyz</text>
+<rect x="389" y="60" width="2" height="40" fill="blue"/>
+</svg></body></html>
+HTML
+printf '%b' "$(cat svgbidi.html)" >svgbidi2.html
+timeout 60 "$VELLUM" svgbidi2.html -o svgbidi.pdf 2>svgbidi.err
+num_x=$(box_of svgbidi.pdf 1 123 | cut -d' ' -f1)
+heb_x=$(box_of svgbidi.pdf 1 "$(printf '\u05D2\u05D1\u05D0')" | cut -d' ' -f1)
+def_x=$(box_of svgbidi.pdf 1 def | cut -d' ' -f1)
+expect_eq "svg bidi: number, Hebrew span, def from left to right" \
+    "$(awk -v n="$num_x" -v h="$heb_x" -v d="$def_x" 'BEGIN { print (n < h && h < d) ? "yes" : "no" }')" yes
+xyz_x=$(box_of svgbidi.pdf 1 xyz | cut -d' ' -f1)
+word_x=$(box_of svgbidi.pdf 1 "$(printf '\u05DD\u05D5\u05DC\u05E9')" | cut -d' ' -f1)
+expect_eq "svg bidi: right-to-left text has its first word on the right" \
+    "$(awk -v x="$xyz_x" -v w="$word_x" 'BEGIN { print (x < w) ? "yes" : "no" }')" yes
+
 finish
