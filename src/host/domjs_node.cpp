@@ -1443,30 +1443,25 @@ void install_document(e::js& engine, js_object proto, js_object implementation) 
         }
         // An index of the document's ids, made by one walk and kept while no element is inserted or
         // removed and no attribute changes: an id set a moment ago is still found at once.
-        struct id_index {
-            std::weak_ptr<dom::dom_document> index_doc;
-            std::uint64_t index_at = 0;
-            std::unordered_map<std::string, dom::element_ref> index_ids;
-        };
-        static id_index index;
+        auto& state = state_of(engine);
         auto const& c = changes();
-        if (index.index_doc.lock() != d || c.structure > index.index_at || c.attributes > index.index_at) {
-            index.index_ids.clear();
+        if (state.state_id_doc.lock() != d || c.structure > state.state_id_at || c.attributes > state.state_id_at) {
+            state.state_ids.clear();
             for_each_element(d, [&](dom::element_ref const& el) {
                 for (auto const& a : el->dom_element_attrs.cell_value) {  // the walk holds the lock
                     auto const* n = std::get_if<xml::local_name>(&a->dom_attribute_name);
                     if (n != nullptr && n->local == "id") {
                         // The first element in tree order with an id wins.
-                        index.index_ids.try_emplace(a->dom_attribute_value.cell_value, el);
+                        state.state_ids.try_emplace(a->dom_attribute_value.cell_value, el);
                     }
                 }
                 return true;
             });
-            index.index_doc = d;
-            index.index_at = c.serial;
+            state.state_id_doc = d;
+            state.state_id_at = c.serial;
         }
         std::optional<dom::dom_node> found;
-        if (auto const it = index.index_ids.find(std::get<std::string>(id)); it != index.index_ids.end()) {
+        if (auto const it = state.state_ids.find(std::get<std::string>(id)); it != state.state_ids.end()) {
             found = it->second;
         }
         return wrap_or_null(engine, found);

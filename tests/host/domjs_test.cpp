@@ -134,6 +134,12 @@ TEST(domjs, live_lists_follow_every_change) {
                      "box.firstChild.splitText(2); var k1 = kids.length; box.appendChild(document.createElement('i'));"
                      "[k0, k1, kids.length, els.length, kids[0].data, kids[1].data].join()"),
               "1,2,3,1,go,ne");
+    // Ids found by an index that follows every change: set, duplicated, removed, detached.
+    EXPECT_EQ(f.eval("var g = function (id) { var e = document.getElementById(id); return e ? e.tagName : 'none'; };"
+                     "var r = [g('box')]; box.id = 'zz'; r.push(g('box'), g('zz'));"
+                     "var i2 = document.createElement('i'); i2.id = 'zz'; document.body.insertBefore(i2, box); r.push(g('zz'));"
+                     "i2.removeAttribute('id'); r.push(g('zz')); document.body.removeChild(box); r.push(g('zz')); r.join()"),
+              "DIV,none,DIV,I,DIV,none");
     // A list rooted at an element outside the document.
     EXPECT_EQ(f.eval("var loose = document.createElement('div'); var is = loose.getElementsByTagName('i');"
                      "var n5 = is.length; loose.innerHTML = '<i></i><b><i></i></b>'; n5 + ',' + is.length"),
