@@ -4,6 +4,7 @@
 #include "host/canvas_paint.hpp"
 #include "host/canvas_record.hpp"
 #include "host/domjs.hpp"
+#include "host/domjs_internal.hpp"
 #include "host/webidl.hpp"
 #include "js/builtins.hpp"
 #include "js/convert.hpp"
@@ -650,9 +651,16 @@ std::optional<canvas_image_ele> image_source(js_value const& v) {
     if (el->dom_element_canvas_context) {
         auto const c = el->dom_element_canvas_context->get();
         auto content = c.context_2d ? c.context_2d->content : std::vector<canvas_thing>{};
+        std::weak_ptr<dom::dom_element> source;
+        if (auto const n = domjs::node_of(v)) {
+            if (auto const* ref = std::get_if<dom::element_ref>(&*n)) {
+                source = *ref;
+            }
+        }
         return canvas_image_ele{image_ele_canvas{.source_width = c.context_size.canvas_width,
                                                  .source_height = c.context_size.canvas_height,
-                                                 .source_content = share(std::move(content))}};
+                                                 .source_content = share(std::move(content)),
+                                                 .source_element = source}};
     }
     if (!xml::is_xhtml_name(el->dom_element_name, "img")) {
         return std::nullopt;

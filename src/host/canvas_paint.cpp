@@ -2,6 +2,7 @@
 
 #include "css/compute_style.hpp"
 #include "css/parser.hpp"
+#include "document/dom.hpp"
 #include "css/property.hpp"
 #include "image/images.hpp"
 #include "text/fonts/fonts.hpp"
@@ -67,6 +68,8 @@ void erase(std::vector<svg::svg>& out, point const (&corners)[4]) {
 struct painter {
     log::log const& log;
     paint_env const& env;
+    /// While a copied canvas is painted, the style of the canvas element it came from.
+    ref<css::style::style> source_style;
 
     // A picture at its own size in its own pixels: the content, and its width and height.
     struct picture {
@@ -108,7 +111,18 @@ struct painter {
                                    .picture_height = ih};
                 },
                 [&](image_ele_canvas const& c) -> std::optional<picture> {
-                    return picture{.picture_nodes = c.source_content ? nodes(*c.source_content) : std::vector<svg::svg>{},
+                    // Text in the copy takes its relative font sizes from the canvas it was drawn on, when
+                    // that element has been styled.
+                    auto const saved = source_style;
+                    if (auto const el = c.source_element.lock()) {
+                        auto const info = el->dom_element_style_info.get();
+                        if (std::holds_alternative<dom::style_info_set>(info)) {
+                            source_style = dom::get_style_info(info).style_info_style;
+                        }
+                    }
+                    auto content = c.source_content ? nodes(*c.source_content) : std::vector<svg::svg>{};
+                    source_style = saved;
+                    return picture{.picture_nodes = std::move(content),
                                    .picture_width = double(c.source_width),
                                    .picture_height = double(c.source_height)};
                 },
@@ -150,7 +164,9 @@ struct painter {
     // The element's style with the context's font over it; the element's own font when the text is no
     // longer valid.
     ref<css::style::style> text_style(std::string const& font) {
-        auto base = env.paint_element_style ? env.paint_element_style : css::style::initial_style();
+        auto base = source_style              ? source_style
+                    : env.paint_element_style ? env.paint_element_style
+                                              : css::style::initial_style();
         auto const prop = font_property(font);
         if (!prop) {
             return base;

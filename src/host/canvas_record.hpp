@@ -16,6 +16,10 @@
 #include <variant>
 #include <vector>
 
+namespace vellum::dom {
+struct dom_element;
+}
+
 namespace vellum::canvas {
 
 /// A gradient made by `createLinearGradient` or `createRadialGradient`. It stays mutable:
@@ -40,6 +44,9 @@ struct image_ele_canvas {
     int source_width = 300;
     int source_height = 150;
     ref<std::vector<canvas_thing>> source_content;
+    /// The canvas element itself: its text's relative font sizes follow that element's font, not the
+    /// font of the canvas it is copied into.
+    std::weak_ptr<dom::dom_element> source_element;
 };
 
 /// What `drawImage` and `createPattern` take their picture from.

@@ -156,4 +156,22 @@ expect_eq "bidi canvas: abc, number, Hebrew, def from left to right" \
     "$(awk -v a="$abc_x" -v n="$num_x" -v h="$heb_x" -v d="$def_x" 'BEGIN { print (a < n && n < h && h < d) ? "yes" : "no" }')" yes
 expect_contains "bidi canvas: brackets keep their text" "$(pdftotext bidi.pdf -)" "$(printf '(\u05E2\u05D5\u05DC\u05DD)')"
 
+# Text in a canvas copied by drawImage keeps the size it had: its relative font size follows the canvas it
+# was drawn on (10pt), not the one it is copied into (40pt).
+cat >copyfont.html <<'HTML'
+<!DOCTYPE html><html><body>
+<canvas id="src" width="200" height="60" style="font-size: 10pt"></canvas>
+<canvas id="dst" width="200" height="60" style="font-size: 40pt"></canvas>
+<script>
+var s = document.getElementById('src').getContext('2d');
+s.font = "100% 'DejaVu Sans'";
+s.fillText('Tiny', 5, 30);
+document.getElementById('dst').getContext('2d').drawImage(document.getElementById('src'), 0, 0);
+</script></body></html>
+HTML
+timeout 60 "$VELLUM" --javascript copyfont.html -o copyfont.pdf 2>copyfont.err
+heights=$(pdftotext -bbox copyfont.pdf - | sed -n 's/.*yMin="\([0-9.]*\)".*yMax="\([0-9.]*\)".*>Tiny<.*/\1 \2/p' |
+    awk '{ printf "%.0f ", $2 - $1 }')
+expect_eq "copied canvas text: both copies the same height" "$heights" "12 12 "
+
 finish
