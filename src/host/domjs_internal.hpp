@@ -33,11 +33,6 @@ struct dom_state : e::host_data {
     std::unordered_map<dom::dom_element const*, std::vector<std::size_t>> state_boxes_of_element;
     std::vector<std::vector<std::size_t>> state_box_children;
     std::unordered_map<std::size_t, e::js_object> state_box_objects;
-    /// `getElementById`'s index of a document's ids (the first element of each), and the change serial
-    /// it is good for; it goes with the engine.
-    std::weak_ptr<dom::dom_document> state_id_doc;
-    std::uint64_t state_id_at = 0;
-    std::unordered_map<std::string, dom::element_ref> state_ids;
 };
 
 /// The `BoxInfo` objects of an element's boxes, in layout order: none before layout has finished or

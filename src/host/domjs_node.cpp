@@ -82,55 +82,6 @@ dom::attribute_ref find_attribute_ns(dom::dom_element const& el, std::optional<s
     return nullptr;
 }
 
-// ---- What scripts change, for live collections ----------------------------------------------------------
-
-// Live collections (`getElementsByTagName`, `getElementsByClassName`) keep their items while nothing they
-// could hold has changed. Every change a script makes to a tree goes through this file and is counted
-// here: a serial for each change, the serial of the last change to any child list, of the last change to
-// any attribute, and, by local name in lower case, of the last insertion or removal of an element of that
-// name. A loop that reads headings and appends paragraphs then walks the tree once, not once per turn.
-struct tree_changes {
-    std::uint64_t serial = 1;
-    std::uint64_t structure = 1;
-    std::uint64_t attributes = 1;
-    std::unordered_map<std::string, std::uint64_t> by_name;
-};
-
-tree_changes& changes() {
-    static tree_changes c;
-    return c;
-}
-
-// Notes that subtrees were inserted into or removed from a child list.
-void note_subtrees(std::span<dom::child_node const> subtrees) {
-    auto& c = changes();
-    std::uint64_t const now = ++c.serial;
-    c.structure = now;
-    for (auto const& child : subtrees) {
-        if (auto const* el = std::get_if<dom::element_child>(&child)) {
-            c.by_name[lower(xml::name_local(el->child_element->dom_element_name))] = now;
-            for_each_element(el->child_element, [&](dom::element_ref const& e) {
-                c.by_name[lower(xml::name_local(e->dom_element_name))] = now;
-                return true;
-            });
-        }
-    }
-}
-
-void note_subtree(dom::child_node const& child) {
-    note_subtrees(std::span(&child, 1));
-}
-
-void note_attribute_change() {
-    auto& c = changes();
-    c.attributes = ++c.serial;
-}
-
-void set_attribute_value(dom::attribute_ref const& a, std::string value) {
-    a->dom_attribute_value.set(std::move(value));
-    note_attribute_change();
-}
-
 dom::attribute_ref new_attribute(dom::document_ref const& doc, xml::name name, std::string value) {
     auto a = std::make_shared<dom::dom_attribute>();
     a->dom_attribute_name = std::move(name);
@@ -142,7 +93,6 @@ dom::attribute_ref new_attribute(dom::document_ref const& doc, xml::name name, s
 void detach_attribute(dom::element_ref const& el, dom::attribute_ref const& a) {
     el->dom_element_attrs.update([&](std::vector<dom::attribute_ref>& list) { std::erase(list, a); });
     a->dom_attribute_owner_element.set({});
-    note_attribute_change();
 }
 
 // Puts an attribute on an element in place of one of the same name, or last; gives the one replaced.
@@ -162,7 +112,6 @@ dom::attribute_ref put_attribute(dom::element_ref const& el, dom::attribute_ref 
         old->dom_attribute_owner_element.set({});
     }
     a->dom_attribute_owner_element.set(el);
-    note_attribute_change();
     return old;
 }
 
@@ -177,7 +126,7 @@ std::optional<std::string> get_attribute(dom::dom_element const& el, std::string
 
 void set_attribute(dom::element_ref const& el, std::string const& name, std::string const& value) {
     if (auto a = find_attribute(*el, name)) {
-        set_attribute_value(a, value);
+        a->dom_attribute_value.set(value);
         return;
     }
     put_attribute(el, new_attribute(el->dom_element_owner_doc.lock(), attribute_name_of(attribute_key(*el, name)), value));
@@ -233,10 +182,7 @@ dom::element_ref create_element(dom::document_ref const& doc, std::string const&
 void replace_children(dom::dom_node const& parent, std::vector<dom::child_node> children) {
     auto const p = as_parent(parent);
     check(p.has_value(), "replace_children");
-    auto const old_children = children_of(parent);
-    note_subtrees(old_children);
-    note_subtrees(children);
-    for (auto const& old : old_children) {
+    for (auto const& old : children_of(parent)) {
         dom::remove_child(*p, old);
     }
     for (auto const& c : children) {
@@ -321,21 +267,13 @@ ele_name make_ele_name(std::optional<js_uri_tag> uri, std::string const& tag) {
 }
 
 // The kinds of node list; all but the static one are live, reading the tree at each access.
-using node_items = std::shared_ptr<std::vector<dom::dom_node> const>;
-
-/// The items a live list found, and the change serial they are good for.
-struct list_cache {
-    std::uint64_t cached_at = 0;
-    node_items cached_items;
-};
-
-/// The child nodes of a node, live (`childNodes`).
 struct child_list {
     dom::dom_node list_parent;
-    std::shared_ptr<list_cache> list_cached = std::make_shared<list_cache>();
 };
 
-/// A list fixed when it was made (`querySelectorAll`), shared by every read of it.
+using node_items = std::shared_ptr<std::vector<dom::dom_node> const>;
+
+/// A list fixed when it was made (`querySelectorAll`), shared by every read of it rather than copied.
 struct static_list {
     node_items list_nodes;
 };
@@ -343,19 +281,16 @@ struct static_list {
 struct by_tag_name {
     dom::dom_node list_root;
     ele_name list_name;
-    std::shared_ptr<list_cache> list_cached = std::make_shared<list_cache>();
 };
 
 struct by_class_name {
     dom::dom_node list_root;
     std::vector<std::string> list_classes;
-    std::shared_ptr<list_cache> list_cached = std::make_shared<list_cache>();
 };
 
 /// The element children of a node, live (`children`).
 struct element_children {
     dom::dom_node list_parent;
-    std::shared_ptr<list_cache> list_cached = std::make_shared<list_cache>();
 };
 
 using node_list_type = std::variant<child_list, static_list, by_tag_name, by_class_name, element_children>;
@@ -409,88 +344,48 @@ bool classes_fit(std::vector<std::string> const& wanted, dom::dom_element const&
     return std::ranges::all_of(wanted, [&](std::string const& w) { return std::ranges::find(have, w) != have.end(); });
 }
 
-// Whether a live list's items are still those it found: no element of its name (or, for `*`, none at
-// all) was inserted or removed since, and for class lists no attribute changed either.
-bool still_valid(list_cache const& cache, by_tag_name const& t) {
-    auto const& c = changes();
-    if (!cache.cached_items) {
-        return false;
+// The items of a list in order; with a limit, the walk stops once it has that many.
+node_items list_items(node_list_type const& list, std::size_t limit = SIZE_MAX) {
+    if (auto const* s = std::get_if<static_list>(&list)) {
+        return s->list_nodes;
     }
-    if (!t.list_name.ele_tag) {
-        return c.structure <= cache.cached_at;
-    }
-    auto const it = c.by_name.find(lower(*t.list_name.ele_tag));
-    return it == c.by_name.end() || it->second <= cache.cached_at;
-}
-
-// Child lists: no child list anywhere changed.
-template <class List>
-bool still_valid(list_cache const& cache, List const&) {
-    return cache.cached_items && changes().structure <= cache.cached_at;
-}
-
-bool still_valid(list_cache const& cache, by_class_name const&) {
-    auto const& c = changes();
-    return cache.cached_items && c.structure <= cache.cached_at && c.attributes <= cache.cached_at;
-}
-
-// The items of a list in order. Searches by name keep what they found until a change could alter it.
-node_items list_items(node_list_type const& list) {
-    auto const cached = [&](auto const& search, auto&& walk) -> node_items {
-        list_cache& cache = *search.list_cached;
-        if (!still_valid(cache, search)) {
-            std::vector<dom::dom_node> out;
-            walk(out);
-            cache.cached_items = std::make_shared<std::vector<dom::dom_node> const>(std::move(out));
-            cache.cached_at = changes().serial;
-        }
-        return cache.cached_items;
-    };
-    node_items found;
+    std::vector<dom::dom_node> out;
     std::visit(overloaded{
                    [&](child_list const& c) {
-                       found = cached(c, [&](std::vector<dom::dom_node>& items) {
-                           for (auto const& x : children_of(c.list_parent)) {
-                               items.push_back(child_as_node(x));
-                           }
-                       });
+                       for (auto const& x : children_of(c.list_parent)) {
+                           out.push_back(child_as_node(x));
+                       }
                    },
-                   [&](static_list const& s) { found = s.list_nodes; },
+                   [&](static_list const&) {},
                    [&](by_tag_name const& t) {
-                       found = cached(t, [&](std::vector<dom::dom_node>& items) {
-                           for_each_element(t.list_root, [&](dom::element_ref const& el) {
-                               if (tag_fits(t.list_name, *el)) {
-                                   items.emplace_back(el);
-                               }
-                               return true;
-                           });
+                       for_each_element(t.list_root, [&](dom::element_ref const& el) {
+                           if (tag_fits(t.list_name, *el)) {
+                               out.emplace_back(el);
+                           }
+                           return out.size() < limit;
                        });
                    },
                    [&](by_class_name const& c) {
-                       found = cached(c, [&](std::vector<dom::dom_node>& items) {
-                           for_each_element(c.list_root, [&](dom::element_ref const& el) {
-                               if (classes_fit(c.list_classes, *el)) {
-                                   items.emplace_back(el);
-                               }
-                               return true;
-                           });
+                       for_each_element(c.list_root, [&](dom::element_ref const& el) {
+                           if (classes_fit(c.list_classes, *el)) {
+                               out.emplace_back(el);
+                           }
+                           return out.size() < limit;
                        });
                    },
                    [&](element_children const& c) {
-                       found = cached(c, [&](std::vector<dom::dom_node>& items) {
-                           for (auto const& x : children_of(c.list_parent)) {
-                               if (auto const* el = std::get_if<dom::element_child>(&x)) {
-                                   items.emplace_back(el->child_element);
-                               }
+                       for (auto const& x : children_of(c.list_parent)) {
+                           if (auto const* el = std::get_if<dom::element_child>(&x)) {
+                               out.emplace_back(el->child_element);
                            }
-                       });
+                       }
                    },
                },
                list);
-    return found;
+    return std::make_shared<std::vector<dom::dom_node> const>(std::move(out));
 }
 
-node_items collection_items(dom_collection const& c) {
+node_items collection_items(dom_collection const& c, std::size_t limit = SIZE_MAX) {
     return std::visit(overloaded{
                           [](dom_named_node_map const& m) -> node_items {
                               std::vector<dom::dom_node> out;
@@ -499,8 +394,8 @@ node_items collection_items(dom_collection const& c) {
                               }
                               return std::make_shared<std::vector<dom::dom_node> const>(std::move(out));
                           },
-                          [&](dom_node_list const& l) { return list_items(l.node_list); },
-                          [&](dom_html_collection const& h) { return list_items(h.html_list); },
+                          [&](dom_node_list const& l) { return list_items(l.node_list, limit); },
+                          [&](dom_html_collection const& h) { return list_items(h.html_list, limit); },
                       },
                       c);
 }
@@ -581,7 +476,7 @@ std::optional<js_value> collection_get(e::js& engine, js_object o, e::host_value
         if (i->prop_int < 0) {
             return std::nullopt;
         }
-        auto const items = collection_items(c->collection);
+        auto const items = collection_items(c->collection, std::size_t(i->prop_int) + 1);
         if (i->prop_int >= 0 && std::size_t(i->prop_int) < items->size()) {
             return wrap_node(engine, (*items)[std::size_t(i->prop_int)]);
         }
@@ -696,7 +591,6 @@ void insert_before(dom::dom_node const& parent, dom::dom_node const& node, std::
         // Inserting a node before itself leaves it where it is, as its next sibling stands after it.
         before = dom::next_sibling(*before);
     }
-    note_subtrees(incoming);
     for (auto const& c : incoming) {
         if (auto const from = parent_of(child_as_node(c))) {
             dom::remove_child(*as_parent(*from), c);
@@ -946,7 +840,7 @@ void install_node_members(e::js& engine, js_object proto) {
             if (auto const* t = std::get_if<dom::text_ref>(&n)) {
                 (*t)->dom_text_value.set(std::get<std::string>(text));
             } else if (auto const* a = std::get_if<dom::attribute_ref>(&n)) {
-                set_attribute_value(*a, std::get<std::string>(text));
+                (*a)->dom_attribute_value.set(std::get<std::string>(text));
             }
             return e::undefined();
         }));
@@ -977,7 +871,7 @@ void install_node_members(e::js& engine, js_object proto) {
             if (auto const* t = std::get_if<dom::text_ref>(&n)) {
                 (*t)->dom_text_value.set(text);
             } else if (auto const* a = std::get_if<dom::attribute_ref>(&n)) {
-                set_attribute_value(*a, text);
+                (*a)->dom_attribute_value.set(text);
             } else if (!std::holds_alternative<dom::document_ref>(n)) {
                 std::vector<dom::child_node> children;
                 if (!text.empty()) {
@@ -1061,7 +955,6 @@ void install_node_members(e::js& engine, js_object proto) {
             }
         }
         insert_before(n, *child, as_child(*old));
-        note_subtree(*as_child(*old));
         dom::remove_child(*as_parent(n), *as_child(*old));
         return args[1];
     });
@@ -1073,7 +966,6 @@ void install_node_members(e::js& engine, js_object proto) {
         if (!is_child_of(n, *child)) {
             return throw_dom(engine, dom_exception::not_found_err);
         }
-        note_subtree(*as_child(*child));
         dom::remove_child(*as_parent(n), *as_child(*child));
         return args[0];
     });
@@ -1269,7 +1161,7 @@ void install_attribute_members(e::js& engine, js_object proto) {
         auto const ns = ns_arg(engine, args, 0);
         std::string const local = local_part(std::get<std::string>(qname));
         if (auto a = find_attribute_ns(*el, ns, local)) {
-            set_attribute_value(a, std::get<std::string>(value));
+            a->dom_attribute_value.set(std::get<std::string>(value));
         } else {
             put_attribute(el, new_attribute(el->dom_element_owner_doc.lock(),
                                             ns ? xml::make_name(xml::xmlns_of_uri(*ns), local) : xml::make_name(local),
@@ -1441,29 +1333,20 @@ void install_document(e::js& engine, js_object proto, js_object implementation) 
         if (auto const* x = std::get_if<e::exception>(&id)) {
             return *x;
         }
-        // An index of the document's ids, made by one walk and kept while no element is inserted or
-        // removed and no attribute changes: an id set a moment ago is still found at once.
-        auto& state = state_of(engine);
-        auto const& c = changes();
-        if (state.state_id_doc.lock() != d || c.structure > state.state_id_at || c.attributes > state.state_id_at) {
-            state.state_ids.clear();
-            for_each_element(d, [&](dom::element_ref const& el) {
-                for (auto const& a : el->dom_element_attrs.cell_value) {  // the walk holds the lock
-                    auto const* n = std::get_if<xml::local_name>(&a->dom_attribute_name);
-                    if (n != nullptr && n->local == "id") {
-                        // The first element in tree order with an id wins.
-                        state.state_ids.try_emplace(a->dom_attribute_value.cell_value, el);
-                    }
-                }
-                return true;
-            });
-            state.state_id_doc = d;
-            state.state_id_at = c.serial;
-        }
+        // A walk, not an index: an id set a moment ago is found at once.
         std::optional<dom::dom_node> found;
-        if (auto const it = state.state_ids.find(std::get<std::string>(id)); it != state.state_ids.end()) {
-            found = it->second;
-        }
+        auto const& wanted = std::get<std::string>(id);
+        for_each_element(d, [&](dom::element_ref const& el) {
+            auto const& attrs = el->dom_element_attrs.cell_value;  // the walk holds the lock
+            if (std::ranges::any_of(attrs, [&](dom::attribute_ref const& a) {
+                    auto const* n = std::get_if<xml::local_name>(&a->dom_attribute_name);
+                    return n != nullptr && n->local == "id" && a->dom_attribute_value.cell_value == wanted;
+                })) {
+                found = el;
+                return false;
+            }
+            return true;
+        });
         return wrap_or_null(engine, found);
     });
     method("createElement", 1, [](e::js& engine, dom::document_ref const& d, args_t const& args) -> e::expr_res<js_value> {
@@ -1616,7 +1499,7 @@ void install_attribute(e::js& engine, js_object proto) {
             if (auto const* x = std::get_if<e::exception>(&text)) {
                 return *x;
             }
-            set_attribute_value(a, std::get<std::string>(text));
+            a->dom_attribute_value.set(std::get<std::string>(text));
             return e::undefined();
         }));
     webidl::add_native_accessor(engine, proto, "ownerElement", on_attr([](e::js& engine, dom::attribute_ref const& a, args_t const&) -> e::expr_res<js_value> {
@@ -1649,7 +1532,7 @@ void install_collection(e::js& engine, js_object proto, bool named) {
                                       return *x;
                                   }
                                   auto const at = std::get<std::int32_t>(i);
-                                  auto const items = collection_items(c.collection);
+                                  auto const items = collection_items(c.collection, at < 0 ? 0 : std::size_t(at) + 1);
                                   if (at < 0 || std::size_t(at) >= items->size()) {
                                       return e::js_null{};
                                   }

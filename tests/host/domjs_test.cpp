@@ -108,8 +108,8 @@ TEST(domjs, element_of_unwraps_only_elements) {
     EXPECT_EQ(element_of(e::js_value(e::new_object(engine))), nullptr);
 }
 
-// Live lists keep what they found between reads; every kind of change that could alter them must be
-// seen: nested insertions, removals, moves, class changes, markup and text replacing children.
+// Live lists see every kind of change that alters them: nested insertions, removals, moves, class
+// changes, markup and text replacing children.
 TEST(domjs, live_lists_follow_every_change) {
     fixture f("live_changes", simple);
     EXPECT_EQ(f.eval("var ps = document.getElementsByTagName('P'); var as = document.getElementsByClassName('a');"
@@ -134,7 +134,7 @@ TEST(domjs, live_lists_follow_every_change) {
                      "box.firstChild.splitText(2); var k1 = kids.length; box.appendChild(document.createElement('i'));"
                      "[k0, k1, kids.length, els.length, kids[0].data, kids[1].data].join()"),
               "1,2,3,1,go,ne");
-    // Ids found by an index that follows every change: set, duplicated, removed, detached.
+    // getElementById sees ids set, duplicated, removed and detached at once.
     EXPECT_EQ(f.eval("var g = function (id) { var e = document.getElementById(id); return e ? e.tagName : 'none'; };"
                      "var r = [g('box')]; box.id = 'zz'; r.push(g('box'), g('zz'));"
                      "var i2 = document.createElement('i'); i2.id = 'zz'; document.body.insertBefore(i2, box); r.push(g('zz'));"
