@@ -195,20 +195,6 @@ std::optional<dom::element_ref> first_element_child(dom::element_ref const& el) 
 // The line of the document where each inline script's text begins.
 using script_lines = std::unordered_map<dom::dom_element const*, int>;
 
-void inline_scripts(dom::element_ref const& e, std::vector<dom::element_ref>& out) {
-    if (hostjs::is_html_script(*e)) {
-        if (!dom::attribute_value(*e, xml::make_name("src"))) {
-            out.push_back(e);
-        }
-        return;
-    }
-    for (auto const& child : e->dom_element_children.get()) {
-        if (auto const* c = std::get_if<dom::element_child>(&child)) {
-            inline_scripts(c->child_element, out);
-        }
-    }
-}
-
 // Finds the text of each inline script in the document's source, in tree order, each after the one
 // before and right after the end of a tag (`>`) or a CDATA opening (`[`), and counts the lines ahead of
 // it. A script whose text is not found as written (an encoding other than UTF-8, a character
@@ -231,16 +217,12 @@ script_lines find_script_lines(dom::document_ref const& doc, std::string_view so
             src += source[i];
         }
     }
-    std::vector<dom::element_ref> scripts;
-    if (auto const root = dom::document_element(*doc)) {
-        inline_scripts(*root, scripts);
-    }
     std::size_t from = 0;
     std::size_t counted = 0;
     int line = 1;
-    for (auto const& el : scripts) {
-        std::string const text = text_of(el);
-        if (text.empty()) {
+    for (auto const& script : hostjs::document_scripts(doc)) {
+        std::string const& text = script.script_text;
+        if (script.script_src || text.empty()) {
             continue;
         }
         std::size_t at = src.find(text, from);
@@ -252,7 +234,7 @@ script_lines find_script_lines(dom::document_ref const& doc, std::string_view so
         }
         line += static_cast<int>(std::count(src.begin() + std::ptrdiff_t(counted), src.begin() + std::ptrdiff_t(at), '\n'));
         counted = at;
-        lines.emplace(&*el, line);
+        lines.emplace(script.script_element.get(), line);
         from = at + text.size();
     }
     return lines;

@@ -25,7 +25,7 @@ void collect(dom::element_ref const& e, resource::locator::locator const& doc_ur
         if (!holds_javascript(*e)) {
             return;
         }
-        document_script s{.script_where = doc_url};
+        document_script s{.script_where = doc_url, .script_element = e};
         if (auto const src = dom::attribute_value(*e, xml::make_name("src"))) {
             s.script_src = resource::locator::resolve_locator(dom::element_base(*e), trimmed(*src));
         } else {

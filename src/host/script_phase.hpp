@@ -22,6 +22,8 @@ struct document_script {
     std::string script_text;
     /// Where the text stands, for messages about inline scripts: the document.
     resource::locator::locator script_where;
+    /// The element itself.
+    dom::element_ref script_element;
 };
 
 /// Whether an element is a `script` element of HTML (in the XHTML namespace or in none).
