@@ -72,8 +72,9 @@ struct th_row {
     prepack::row row;
 };
 
+// A cell is three times as wide as the other things: on the heap, so that a list of things stays small.
 struct th_cell {
-    prepack::cell0 cell;
+    boxed<prepack::cell0> cell;
 };
 
 struct th_caption {
@@ -107,7 +108,7 @@ bool is_table_part(thing const& t) {
            std::holds_alternative<th_cell>(t) || std::holds_alternative<th_colgroup>(t);
 }
 
-style_ref anonymous_style(style_ref const& parent) {
+style_ref new_anonymous_style(style_ref const& parent) {
     return share(css::style::inherit_from(*parent));
 }
 
@@ -197,6 +198,18 @@ struct walker {
     // Names a kind of content that is not laid out as it asks, once per run however many elements
     // have it.
     void warn_once(std::string const& message) { log::log_warning_once(log, message); }
+
+    /// The style of anonymous boxes in a parent of each style, made once: siblings share their
+    /// computed style, and so do the anonymous paragraphs and rows of all of them.
+    std::unordered_map<css::style::style const*, std::pair<style_ref, style_ref>> anonymous_styles;
+    style_ref anonymous_style(style_ref const& parent) {
+        auto [it, fresh] = anonymous_styles.try_emplace(parent.get());
+        if (fresh) {
+            // The parent is held so that its address names it for the whole walk.
+            it->second = {parent, new_anonymous_style(parent)};
+        }
+        return it->second.second;
+    }
 
     // ---- counters and values ----
 
@@ -558,7 +571,7 @@ struct walker {
             return {one_span(span_nested{nested_span{.span_content = std::move(spans),
                                                     .span_style = style,
                                                     .span_context = css::compute_style::anonymous_context{},
-                                                    .span_decls = std::move(props),
+                                                    .span_decls = share(std::move(props)),
                                                     .span_type = type_original{share(std::move(stuff))},
                                                     .span_bg = backgrounds(*style)}})};
         }
@@ -612,7 +625,7 @@ struct walker {
         styled.push_back(span_nested{nested_span{.span_content = std::move(out),
                                                  .span_style = ms,
                                                  .span_context = css::compute_style::anonymous_context{},
-                                                 .span_decls = std::move(props)}});
+                                                 .span_decls = share(std::move(props))}});
         return styled;
     }
 
@@ -676,6 +689,8 @@ struct walker {
             list = e->dom_element_children.cell_value;
         }
         std::vector<thing> out;
+        // Most children make one thing each.
+        out.reserve(list.size());
         for (auto const& c : list) {
             std::vector<thing> part = std::visit(
                 overloaded{
@@ -1056,7 +1071,7 @@ struct walker {
         auto const& s = *style;
         auto const bgs = backgrounds(s);
         auto const context = styledom::computed::context_of(*e, info.style_info_base, info.style_info_lang);
-        auto const decls = styledom::properties_of(styledom::computed::declared_of(info).declared_pdecls);
+        auto const decls = share(styledom::properties_of(styledom::computed::declared_of(info).declared_pdecls));
 
         auto const footnote = [&]() -> std::optional<bool> {
             if (auto const* d = std::get_if<css::box::display_footnote>(&s.bit_props.bit_props_display)) {
@@ -1241,7 +1256,7 @@ struct walker {
     // between them each in a nested span that continues the element's style.
     std::vector<thing> inline_things(std::vector<thing> things, style_ref const& style,
                                      css::compute_style::compute_style_context const& context,
-                                     std::vector<css::property::property> const& decls, element_stuff stuff,
+                                     ref<std::vector<css::property::property>> const& decls, element_stuff stuff,
                                      std::vector<bg> const& bgs) {
         std::vector<thing> out;
         std::vector<span> run;
@@ -1287,7 +1302,7 @@ struct walker {
 
     // The elements of a run without text that name targets, set strings or ask for bookmarks, each as an
     // empty block in their place, since no paragraph will carry them.
-    static void values_blocks(std::vector<span> const& run, style_ref const& style, std::vector<block>& out) {
+    void values_blocks(std::vector<span> const& run, style_ref const& style, std::vector<block>& out) {
         for (auto const& s : run) {
             auto const* n = std::get_if<span_nested>(&s);
             if (!n) {
@@ -1599,7 +1614,7 @@ struct walker {
         for (auto& t : things) {
             if (auto* c = std::get_if<th_cell>(&t)) {
                 flush();
-                r.row_content.push_back(cell_cell{std::move(c->cell)});
+                r.row_content.push_back(cell_cell{std::move(*c->cell)});
             } else {
                 others.push_back(std::move(t));
             }

@@ -764,6 +764,26 @@ TEST(cascade, elements_with_the_same_rules_share_their_typed_declarations) {
     EXPECT_NE(color(0), color(3));
 }
 
+// Siblings with the same rules, base and language share their whole style record; a language of their
+// own or a different rule set gives a record of their own, with the right language in it.
+TEST(cascade, siblings_alike_share_one_style_record) {
+    fixture f("shared_info");
+    auto const doc = f.parse(R"(<style>.b { margin-left: 2pt }</style>
+        <div lang=en><p>1</p><p>2</p><p lang=fr>3</p><p class=b>4</p><p>5</p></div>)",
+                             doctype::doctype::html5);
+    auto const styled = style_document(f.log.value, f.loader, doc, computed::typed_hooks());
+    auto const ps = find_all(doc, "p");
+    ASSERT_EQ(ps.size(), 5U);
+    auto const info = [&](std::size_t i) { return &dom::get_style_info(ps[i]->dom_element_style_info.get()); };
+    EXPECT_EQ(info(0), info(1));
+    EXPECT_NE(info(0), info(2));
+    EXPECT_NE(info(0), info(3));
+    EXPECT_EQ(info(0)->style_info_lang, std::optional<std::string>("en"));
+    EXPECT_EQ(info(2)->style_info_lang, std::optional<std::string>("fr"));
+    // The fifth follows two others and still finds the record of its kind.
+    EXPECT_EQ(info(4), info(0));
+}
+
 // Pointers to declarations with given priorities, to merge.
 struct merge_case {
     std::vector<css::pdecls::pdeclaration> decls;

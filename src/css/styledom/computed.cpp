@@ -69,6 +69,9 @@ struct computed_entry {
     /// Keep the addresses of the key from being reused while the entry lives.
     ref<css::style::style> parent;
     ref<css::substitute::custom_properties> customs;
+    /// The record of the last element that took this style: the next with the same base URL and
+    /// language shares it.
+    ref<dom::style_info> info;
 };
 
 struct typed_cache {
@@ -333,10 +336,14 @@ style_hooks typed_hooks() {
                 computed.custom_properties = customs;
                 entry->second = computed_entry{.style = share(std::move(computed)), .parent = parent, .customs = customs};
             }
-            return share(dom::style_info{.style_info_base = r.request_base,
-                                         .style_info_lang = r.request_lang,
-                                         .style_info_style = entry->second.style,
-                                         .style_info_declared = std::move(declared)});
+            auto& info = entry->second.info;
+            if (!info || info->style_info_base != r.request_base || info->style_info_lang != r.request_lang) {
+                info = share(dom::style_info{.style_info_base = r.request_base,
+                                             .style_info_lang = r.request_lang,
+                                             .style_info_style = entry->second.style,
+                                             .style_info_declared = std::move(declared)});
+            }
+            return info;
         }
         declared = make_declared();
         auto computed = compute_from(*declared);
