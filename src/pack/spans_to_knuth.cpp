@@ -133,9 +133,8 @@ struct builder {
         if (!parent) {
             return std::nullopt;
         }
-        static std::vector<css::property::property> const none;
-        auto s = share(css::compute_style::compute_style(parent->first_line_style, n.span_context,
-                                                         n.span_decls ? *n.span_decls : none));
+        auto const decls = n.span_decls ? styledom::properties_of(*n.span_decls) : std::vector<css::property::property>{};
+        auto s = share(css::compute_style::compute_style(parent->first_line_style, n.span_context, decls));
         return first_line_form{.first_line_font_req = font_req_of(*info.general.fonts, *s), .first_line_style = s};
     }
 

@@ -10,6 +10,7 @@
 #include "css/property.hpp"
 #include "css/selector.hpp"
 #include "css/style.hpp"
+#include "css/styledom/declared.hpp"
 #include "document/dom.hpp"
 #include "resource/locator.hpp"
 #include "util/boxed.hpp"
@@ -423,10 +424,10 @@ struct styled_context {
 struct nested_span {
     std::vector<span> span_content;
     ref<css::style::style> span_style;
-    /// What is needed to compute the style again under ::first-line: the element's declarations are
-    /// shared by every span the element makes (null for none).
+    /// What is needed to compute the style again under ::first-line: the declarations the cascade
+    /// gave the element (or pseudo-element), shared with it (null for none).
     css::compute_style::compute_style_context span_context;
-    ref<std::vector<css::property::property>> span_decls;
+    ref<std::vector<styledom::typed_pdecl>> span_decls;
     /// A bidi embedding level, for a span made by the bidi pass.
     std::optional<int> span_direction;
     prepack::element_type span_type = type_anonymous{};

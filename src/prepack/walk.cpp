@@ -108,6 +108,15 @@ bool is_table_part(thing const& t) {
            std::holds_alternative<th_cell>(t) || std::holds_alternative<th_colgroup>(t);
 }
 
+// A list of an element's typed declarations, shared with the element's style record that holds it.
+ref<std::vector<styledom::typed_pdecl>> declarations_in(dom::style_info const& info,
+                                                       std::vector<styledom::typed_pdecl> const& list) {
+    if (list.empty() || !info.style_info_declared) {
+        return nullptr;
+    }
+    return {info.style_info_declared, &list};
+}
+
 style_ref new_anonymous_style(style_ref const& parent) {
     return share(css::style::inherit_from(*parent));
 }
@@ -563,7 +572,7 @@ struct walker {
         auto spans = content_spans(content_pieces(*list, *e, *style, "content"), *style);
         pseudo_element_info pinfo{.pseudo_element_style = style,
                                   .pseudo_element_pseudos = {which},
-                                  .pseudo_element_pdecls = props,
+                                  .pseudo_element_pdecls = std::move(props),
                                   .pseudo_element_parent = e};
         element_stuff stuff{.element_info = info_pseudo_element{share(std::move(pinfo))}, .counter_scopes = scopes_now(false)};
         auto const kind = kind_of(*style).value_or(display_kind::inline_);
@@ -571,7 +580,7 @@ struct walker {
             return {one_span(span_nested{nested_span{.span_content = std::move(spans),
                                                     .span_style = style,
                                                     .span_context = css::compute_style::anonymous_context{},
-                                                    .span_decls = share(std::move(props)),
+                                                    .span_decls = declarations_in(info, decls),
                                                     .span_type = type_original{share(std::move(stuff))},
                                                     .span_bg = backgrounds(*style)}})};
         }
@@ -625,7 +634,7 @@ struct walker {
         styled.push_back(span_nested{nested_span{.span_content = std::move(out),
                                                  .span_style = ms,
                                                  .span_context = css::compute_style::anonymous_context{},
-                                                 .span_decls = share(std::move(props))}});
+                                                 .span_decls = declarations_in(info, decls)}});
         return styled;
     }
 
@@ -1071,7 +1080,7 @@ struct walker {
         auto const& s = *style;
         auto const bgs = backgrounds(s);
         auto const context = styledom::computed::context_of(*e, info.style_info_base, info.style_info_lang);
-        auto const decls = share(styledom::properties_of(styledom::computed::declared_of(info).declared_pdecls));
+        auto const decls = declarations_in(info, styledom::computed::declared_of(info).declared_pdecls);
 
         auto const footnote = [&]() -> std::optional<bool> {
             if (auto const* d = std::get_if<css::box::display_footnote>(&s.bit_props.bit_props_display)) {
@@ -1256,7 +1265,7 @@ struct walker {
     // between them each in a nested span that continues the element's style.
     std::vector<thing> inline_things(std::vector<thing> things, style_ref const& style,
                                      css::compute_style::compute_style_context const& context,
-                                     ref<std::vector<css::property::property>> const& decls, element_stuff stuff,
+                                     ref<std::vector<styledom::typed_pdecl>> const& decls, element_stuff stuff,
                                      std::vector<bg> const& bgs) {
         std::vector<thing> out;
         std::vector<span> run;

@@ -77,7 +77,8 @@ struct computed_entry {
 struct typed_cache {
     /// Computed styles by what they follow from: siblings with the same rules and attributes share one.
     std::unordered_map<computed_key, computed_entry, computed_key_hash> cache_computed;
-    std::unordered_map<css::pdecls::pdeclaration const*, std::optional<css::property::property>> cache_entries;
+    /// The typed property of each declaration of the sheets, null where the value is invalid.
+    std::unordered_map<css::pdecls::pdeclaration const*, ref<css::property::property>> cache_entries;
     /// The typed declarations of the elements that have none of their own, by what the cascade gave
     /// them (see `cascade_key`): elements matched by the same rules share one copy, which in a long
     /// document is most of them.
@@ -105,12 +106,14 @@ void cascade_key(cascaded const& c, std::vector<std::uintptr_t>& key) {
     }
 }
 
-std::optional<css::property::property> const& typed(typed_cache& cache, css::pdecls::pdeclaration const* d) {
-    auto const it = cache.cache_entries.find(d);
-    if (it != cache.cache_entries.end()) {
-        return it->second;
+ref<css::property::property> const& typed(typed_cache& cache, css::pdecls::pdeclaration const* d) {
+    auto [it, fresh] = cache.cache_entries.try_emplace(d);
+    if (fresh) {
+        if (auto p = css::property::parse_declaration(d->declaration)) {
+            it->second = share(std::move(*p));
+        }
     }
-    return cache.cache_entries.emplace(d, css::property::parse_declaration(d->declaration)).first->second;
+    return it->second;
 }
 
 // What a declaration whose value holds var(), rem, page units or math needs: the substitution context,
@@ -163,22 +166,23 @@ void add_typed(std::vector<typed_pdecl>& out,
                element_values const* ev = nullptr) {
     auto const own_begin = c.cascaded_own.data();
     auto const own_end = own_begin + c.cascaded_own.size();
+    out.reserve(out.size() + list.size());
     for (auto const* d : list) {
         if (is_custom(d->declaration)) {
             continue;
         }
         if (ev != nullptr && css::substitute::needs_element(d->declaration.value)) {
             if (auto p = typed_for_element(d->declaration, *ev)) {
-                out.push_back({std::move(*p), d->priority});
+                out.push_back({share(std::move(*p)), d->priority});
             }
             continue;
         }
         if (d >= own_begin && d < own_end) {
             if (auto p = css::property::parse_declaration(d->declaration)) {
-                out.push_back({std::move(*p), d->priority});
+                out.push_back({share(std::move(*p)), d->priority});
             }
         } else if (auto const& p = typed(cache, d)) {
-            out.push_back({*p, d->priority});
+            out.push_back({p, d->priority});
         }
     }
 }
@@ -301,7 +305,7 @@ style_hooks typed_hooks() {
         auto const compute_from = [&](declared_styles const& d) {
             css::scanprops::prop_array declared_values;
             for (auto const& t : d.declared_pdecls) {
-                css::scanprops::scan(declared_values, t.pdecl_property);
+                css::scanprops::scan(declared_values, *t.pdecl_property);
             }
             return css::compute_style::compute_style_from_slots(parent, context, declared_values);
         };

@@ -6,7 +6,7 @@ std::vector<css::property::property> properties_of(std::vector<typed_pdecl> cons
     std::vector<css::property::property> out;
     out.reserve(list.size());
     for (auto const& d : list) {
-        out.push_back(d.pdecl_property);
+        out.push_back(*d.pdecl_property);
     }
     return out;
 }

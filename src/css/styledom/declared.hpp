@@ -6,16 +6,21 @@
 #include "css/priority.hpp"
 #include "css/property.hpp"
 #include "css/selector.hpp"
+#include "util/ref.hpp"
 
 #include <vector>
 
 namespace vellum::styledom {
 
-/// A typed declaration with the priority it won or lost by.
+/// A typed declaration with the priority it won or lost by. The property is shared with every element
+/// the same declaration of a sheet applies to; never null.
 struct typed_pdecl {
-    css::property::property pdecl_property;
+    ref<css::property::property> pdecl_property;
     css::priority::priority pdecl_priority;
-    bool operator==(typed_pdecl const&) const = default;
+    bool operator==(typed_pdecl const& other) const {
+        return pdecl_priority == other.pdecl_priority &&
+               (pdecl_property == other.pdecl_property || *pdecl_property == *other.pdecl_property);
+    }
 };
 
 /// The declarations for one list of pseudo-elements ("::before", "::first-line", ...).
