@@ -228,6 +228,24 @@ struct painter {
             content::end_path(o);
             return;
         }
+        if (cp.clip_shapes.size() > 1 && !s.g.strip_transparency) {
+            // A clip path is the union of its shapes, each inside by its own rule. One path clips with
+            // one rule for all, so shapes wound in opposite directions would cancel where they overlap
+            // and a ring's hole would stay open: the shapes are painted white as a soft mask instead.
+            svg::mask m;
+            m.mask_region = svg::bbox{-1e5, -1e5, 1e5, 1e5};
+            for (auto const& shape : cp.clip_shapes) {
+                svg::svg node{.svgbody = svg::shape{.shape_fill = svg::paint_color{css::color::rgb{1, 1, 1}},
+                                                    .shape_stroke = svg::paint_none{},
+                                                    .shape_commands = shape.clip_commands}};
+                node.svgstyle.fill_rule = shape.clip_rule;
+                node.svg_transform = svg::then(shape.clip_shape_transform, cp.clip_matrix);
+                m.mask_content.push_back(std::move(node));
+            }
+            apply_mask(s, m);
+            return;
+        }
+        // Where the page may not use transparency, the shapes clip as one path.
         bool even_odd = cp.clip_shapes.size() == 1 && cp.clip_shapes[0].clip_rule == css::svgstyle::fill_rule::evenodd;
         for (auto const& shape : cp.clip_shapes) {
             emit_path(s, shape.clip_commands, svg::then(shape.clip_shape_transform, cp.clip_matrix));

@@ -342,4 +342,43 @@ word_x=$(box_of svgbidi.pdf 1 "$(printf '\u05DD\u05D5\u05DC\u05E9')" | cut -d' '
 expect_eq "svg bidi: right-to-left text has its first word on the right" \
     "$(awk -v x="$xyz_x" -v w="$word_x" 'BEGIN { print (x < w) ? "yes" : "no" }')" yes
 
+# A clip path is the union of its shapes, each by its own clip-rule: two rectangles wound in opposite
+# directions both clip in where they overlap, and a ring's hole stays out beside a rectangle.
+cat >union.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 200pt 200pt; margin: 0 } body { margin: 0 } svg { display: block }
+</style></head><body>
+<svg width="200" height="200">
+  <defs>
+    <clipPath id="both"><path d="M 10 10 H 110 V 60 H 10 Z"/><path d="M 60 10 V 60 H 160 V 10 Z"/></clipPath>
+    <clipPath id="ring">
+      <path clip-rule="evenodd" d="M 10 100 H 110 V 190 H 10 Z M 40 130 H 80 V 160 H 40 Z"/>
+      <rect x="130" y="100" width="50" height="50"/>
+    </clipPath>
+  </defs>
+  <rect width="200" height="90" fill="lime" clip-path="url(#both)"/>
+  <rect y="90" width="200" height="110" fill="lime" clip-path="url(#ring)"/>
+</svg>
+</body></html>
+HTML
+timeout 60 "$VELLUM" union.html -o union.pdf 2>union.err
+expect_eq "union: status" "$?" 0
+qpdf_clean "union" union.pdf
+pdftoppm -r 72 -png union.pdf union
+# User units are CSS pixels: a point is 0.75 of one.
+expect_eq "first rectangle alone" "$(is_color "$(pixel union-1.png 22 26)" 0 255 0)" yes
+expect_eq "overlap of opposite windings" "$(is_color "$(pixel union-1.png 64 26)" 0 255 0)" yes
+expect_eq "second rectangle alone" "$(is_color "$(pixel union-1.png 105 26)" 0 255 0)" yes
+expect_eq "outside both rectangles" "$(is_color "$(pixel union-1.png 64 55)" 255 255 255)" yes
+expect_eq "ring" "$(is_color "$(pixel union-1.png 15 83)" 0 255 0)" yes
+expect_eq "ring's hole" "$(is_color "$(pixel union-1.png 45 109)" 255 255 255)" yes
+expect_eq "rectangle beside the ring" "$(is_color "$(pixel union-1.png 116 94)" 0 255 0)" yes
+expect_eq "between ring and rectangle" "$(is_color "$(pixel union-1.png 90 94)" 255 255 255)" yes
+# Where the profile forbids transparency the shapes still clip, as one path.
+timeout 60 "$VELLUM" --pdf-profile="PDF/A-1b" union.html -o union-a.pdf 2>union-a.err
+expect_eq "union, PDF/A-1b: status" "$?" 0
+pdftoppm -r 72 -png union-a.pdf union-a
+expect_eq "PDF/A-1b: first rectangle" "$(is_color "$(pixel union-a-1.png 22 26)" 0 255 0)" yes
+expect_eq "PDF/A-1b: outside both rectangles" "$(is_color "$(pixel union-a-1.png 64 55)" 255 255 255)" yes
+
 finish
