@@ -118,4 +118,23 @@ long_pages=$(pdfinfo long.pdf | awk '/^Pages:/ {print $2}')
 beyond=$(pdftotext -bbox long.pdf - | grep -c 'xMax="\(2[89][0-9]\|[3-9][0-9][0-9]\)\.' || true)
 expect_eq "columns beyond the page's right edge" "$beyond" 0
 
+# A kana written with a combining voicing mark takes one cell of the column, as the composed kana
+# does: the two columns, one with the mark and one composed, end at the same height, and the text
+# copies out as written.
+cat >marks.html <<HTML
+<!DOCTYPE html><html><head><style>
+@font-face { font-family: "CJK"; src: url("$cjk") }
+@page { size: 200pt 300pt; margin: 20pt }
+body { margin: 0; font: 20pt/30pt "CJK" }
+.v { writing-mode: vertical-rl; height: 200pt; float: left; width: 40pt }
+</style></head><body><div class="v" lang="ja">か&#x3099;き日</div><div class="v" lang="ja">がき日</div></body></html>
+HTML
+timeout 60 "$VELLUM" marks.html -o marks.pdf 2>marks.err
+expect_eq "marks status" "$?" 0
+marks_bbox=$(pdftotext -bbox marks.pdf -)
+ends=$(grep '>日<' <<<"$marks_bbox" | sed 's/.*yMax="\([0-9.]*\)".*/\1/' | tr '\n' ' ')
+awk -v e="$ends" 'BEGIN { n = split(e, v, " "); exit !(n == 2 && v[1] - v[2] < 1 && v[2] - v[1] < 1) }' ||
+    fail "the last characters of the two columns end at $ends"
+expect_contains "the mark copies out as written" "$(pdftotext -raw marks.pdf - | tr -d ' \n')" "か$(printf '\u3099')き日"
+
 finish

@@ -353,6 +353,48 @@ TEST(shaping, vertical_text_takes_the_vertical_forms) {
     EXPECT_EQ(font_data::glyph_vert_advance(**font, expected[1]), 1000);
 }
 
+// A base and a combining mark are shown by their composite's glyph where the font has one, in both
+// directions of writing, as `hb-shape` does; the glyph keeps both characters for copied text.
+TEST(shaping, a_base_and_its_mark_take_the_composite_glyph) {
+    auto const shape_text = [](font_data::font_data const& font, std::u32string const& text, unicode::script::script sc,
+                               bool vertical) {
+        shaping::buffer::glyphs input;
+        for (std::size_t i = 0; i < text.size(); ++i) {
+            input.push_back({.info_glyph = font_data::char_to_glyph(font, text[i]),
+                             .info_chars = std::u32string(1, text[i]),
+                             .info_cluster = std::uint32_t(i)});
+        }
+        font_test::captured_log l;
+        return shaping::shape::shape_glyphs(l.log, font, {.run_script = sc, .run_vertical = vertical},
+                                            std::move(input));
+    };
+    if (auto const cjk = load(noto_cjk)) {
+        // ka with the voicing mark is ga: glyph 1471 across, its vertical form 65168 down; ki with the
+        // semi-voicing mark has no composite and stays the font's own pair.
+        for (bool const vertical : {false, true}) {
+            SCOPED_TRACE(vertical);
+            auto const out = shape_text(**cjk, U"\u304B\u3099\u304D", unicode::script::script::hira, vertical);
+            ASSERT_EQ(out.size(), 2U);
+            EXPECT_EQ(out[0].info_glyph, vertical ? 65168U : 1471U);
+            EXPECT_EQ(out[0].info_chars, U"\u304B\u3099");
+            EXPECT_EQ(out[1].info_chars, U"\u304D");
+        }
+    }
+    auto const serif = load("/usr/share/fonts/truetype/dejavu/DejaVuSerif.ttf");
+    ASSERT_TRUE(serif);
+    // e with an acute is e acute; a letter with two accents composes with each in turn.
+    auto const e = shape_text(**serif, U"e\u0301x", unicode::script::script::latn, false);
+    ASSERT_EQ(e.size(), 2U);
+    EXPECT_EQ(e[0].info_glyph, font_data::char_to_glyph(**serif, U'\u00E9'));
+    EXPECT_EQ(e[0].info_chars, U"e\u0301");
+    auto const two = shape_text(**serif, U"a\u0302\u0301", unicode::script::script::latn, false);
+    ASSERT_EQ(two.size(), 1U);
+    EXPECT_EQ(two[0].info_glyph, font_data::char_to_glyph(**serif, U'\u1EA5'));
+    // A mark on a base without a composite stays a glyph of its own.
+    auto const q = shape_text(**serif, U"q\u0301", unicode::script::script::latn, false);
+    EXPECT_EQ(q.size(), 2U);
+}
+
 TEST(shaping, vertical_origin_without_vertical_metrics) {
     auto const font = load("/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf");
     if (!font) {

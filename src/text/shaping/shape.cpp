@@ -468,6 +468,37 @@ void decompose_indic(font_data::font_data const& font, buffer::glyphs& glyphs) {
     }
 }
 
+// A base followed by a combining mark is shown by the glyph of their canonical composite where the
+// font has one (a kana and its voicing mark, a Latin letter and its accent), as the font designed it,
+// rather than by the mark placed over the base; in vertical text a mark placed on its own would also
+// take a place of its own. The glyph keeps both characters, so copied text is what was written.
+void compose_marks(font_data::font_data const& font, buffer::glyphs& glyphs) {
+    if (glyphs.size() < 2) {
+        return;
+    }
+    buffer::glyphs out;
+    out.reserve(glyphs.size());
+    // The character the last glyph out stands for as a whole, while it is a starter.
+    std::optional<char32_t> starter;
+    for (auto& g : glyphs) {
+        if (starter && g.info_chars.size() == 1 && unicode::shaping_props::combining_class(g.info_chars[0]) != 0) {
+            if (auto const whole = unicode::shaping_props::canonical_composition(*starter, g.info_chars[0])) {
+                if (auto const glyph = font_data::char_to_glyph(font, *whole); glyph != 0) {
+                    out.back().info_glyph = glyph;
+                    out.back().info_chars += g.info_chars;
+                    starter = *whole;
+                    continue;
+                }
+            }
+        }
+        starter = g.info_chars.size() == 1 && unicode::shaping_props::combining_class(g.info_chars[0]) == 0
+                      ? std::optional<char32_t>(g.info_chars[0])
+                      : std::nullopt;
+        out.push_back(std::move(g));
+    }
+    glyphs = std::move(out);
+}
+
 struct font_tables {
     std::optional<bytes::bytes> gsub;
     std::optional<bytes::bytes> gpos;
@@ -530,6 +561,9 @@ buffer::glyphs shape_glyphs(log::log const& log,
         decompose_indic(font, glyphs);
     }
     sort_marks(glyphs, m == model::arabic);
+    if (m == model::plain) {
+        compose_marks(font, glyphs);
+    }
     for (auto& g : glyphs) {
         g.info_mask = 1;
     }

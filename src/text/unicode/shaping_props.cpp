@@ -30,6 +30,12 @@ struct indic_decomposition {
     char32_t second;
 };
 
+struct canonical_composition {
+    char32_t first;
+    char32_t second;
+    char32_t composite;
+};
+
 #include "text/unicode/shaping_props.inc"
 
 std::optional<indic_entry> indic_of(char32_t cp) {
@@ -64,6 +70,16 @@ syllabic syllabic_category(char32_t cp) {
 positional positional_category(char32_t cp) {
     auto const e = indic_of(cp);
     return e ? positional(e->entry_positional) : positional::na;
+}
+
+std::optional<char32_t> canonical_composition(char32_t first, char32_t second) {
+    auto const key = std::pair{first, second};
+    auto const it = std::lower_bound(std::begin(canonical_compositions), std::end(canonical_compositions), key,
+                                     [](auto const& c, auto const& k) { return std::pair{c.first, c.second} < k; });
+    if (it != std::end(canonical_compositions) && it->first == first && it->second == second) {
+        return it->composite;
+    }
+    return std::nullopt;
 }
 
 std::optional<std::pair<char32_t, char32_t>> indic_decomposition(char32_t cp) {

@@ -81,4 +81,7 @@ positional positional_category(char32_t cp);
 /// that composition does not make.
 [[nodiscard]] std::optional<std::pair<char32_t, char32_t>> indic_decomposition(char32_t cp);
 
+/// The primary composite of a starter and a combining mark (U+304B and U+3099 make U+304C), if there is one.
+[[nodiscard]] std::optional<char32_t> canonical_composition(char32_t first, char32_t second);
+
 } // namespace vellum::unicode::shaping_props
