@@ -50,15 +50,21 @@ std::u32string decode(std::string const& s) {
     return r ? *r : std::u32string();
 }
 
-// Shapes text in a font and writes the glyphs in visual order as the reference does.
-std::string shape_text(font_data::font_data const& font, unicode::script::script s, bool rtl, std::u32string const& text,
-                       std::vector<fonts::feature> features = {}, opentype::reader::tag language = 0) {
+// One glyph per character, from the font's character map, as the shaper takes them.
+shaping::buffer::glyphs glyphs_of(font_data::font_data const& font, std::u32string const& text) {
     shaping::buffer::glyphs input;
     for (std::size_t i = 0; i < text.size(); ++i) {
         input.push_back({.info_glyph = font_data::char_to_glyph(font, text[i]),
                          .info_chars = std::u32string(1, text[i]),
                          .info_cluster = std::uint32_t(i)});
     }
+    return input;
+}
+
+// Shapes text in a font and writes the glyphs in visual order as the reference does.
+std::string shape_text(font_data::font_data const& font, unicode::script::script s, bool rtl, std::u32string const& text,
+                       std::vector<fonts::feature> features = {}, opentype::reader::tag language = 0) {
+    auto input = glyphs_of(font, text);
     font_test::captured_log l;
     auto out = shaping::shape::shape_glyphs(
         l.log, font,
@@ -358,15 +364,9 @@ TEST(shaping, vertical_text_takes_the_vertical_forms) {
 TEST(shaping, a_base_and_its_mark_take_the_composite_glyph) {
     auto const shape_text = [](font_data::font_data const& font, std::u32string const& text, unicode::script::script sc,
                                bool vertical) {
-        shaping::buffer::glyphs input;
-        for (std::size_t i = 0; i < text.size(); ++i) {
-            input.push_back({.info_glyph = font_data::char_to_glyph(font, text[i]),
-                             .info_chars = std::u32string(1, text[i]),
-                             .info_cluster = std::uint32_t(i)});
-        }
         font_test::captured_log l;
         return shaping::shape::shape_glyphs(l.log, font, {.run_script = sc, .run_vertical = vertical},
-                                            std::move(input));
+                                            glyphs_of(font, text));
     };
     if (auto const cjk = load(noto_cjk)) {
         // ka with the voicing mark is ga: glyph 1471 across, its vertical form 65168 down; ki with the
