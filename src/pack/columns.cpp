@@ -105,6 +105,8 @@ columns_res one_pass(pass_input const& in, float bottom) {
             p.flags.max_page_area = force;
             p.flags.pack_column_stuff = true;
             p.flags.last_column = i + 1 == total;
+            // The floats met in this column only: those of earlier columns and pages are placed.
+            p.accum.column_floats.clear();
             mc::gap const g = after_break ? mc::gap{mc::margin_eater{}} : mc::fresh();
             return blocks::pack_blocks(std::move(p), rest, g, areas::areas{.container = a, .available = {a}});
         };
@@ -192,6 +194,8 @@ columns_res one_pass(pass_input const& in, float bottom) {
         out.packed_columns.push_back(std::move(col));
     }
     out.page_stuff_height = cur.packed_stuff.footnotes_height;
+    // Every column float met here is placed in these columns, not in the columns around them.
+    cur.accum.column_floats.clear();
     out.s_remain_blocks = std::move(rest);
     out.s_out_page_info = std::move(cur);
     return out;

@@ -212,4 +212,22 @@ awk -v a="$c1" -v c="$c3" 'BEGIN { exit !(c <= a + 0.5 && c >= a - 36.5) }' ||
     fail "news: page 2 third column ($c3) not within three lines above the first ($c1)"
 awk -v a="$c1" 'BEGIN { exit !(a < 400) }' || fail "news: page 2 not balanced (first column down to $c1)"
 expect_eq "news: nothing lost" "$(pdftotext news.pdf - | grep -o 'S[0-9][0-9]' | sort -u | wc -l)" 25
+# A column float met on the first page of a container that goes on to the next is placed once, at the
+# top of its column, and not again on the next page.
+{
+    echo '<!DOCTYPE html><html><head><style>@page { size: 300pt 200pt; margin: 20pt }'
+    echo 'body { margin: 0; font: 10pt/12pt "DejaVu Serif" } p { margin: 0 }'
+    echo '.mc { columns: 2; column-gap: 10pt; column-fill: auto }'
+    echo '.f { float: column-top; height: 60pt; background: #ccf; margin: 0 }</style></head><body><div class="mc">'
+    for i in $(seq 1 6); do echo "<p>Line $i of the text.</p>"; done
+    echo '<div class="f">FLOATBOX</div>'
+    for i in $(seq 1 20); do echo "<p>After $i text.</p>"; done
+    echo '</div></body></html>'
+} >cfloat.html
+timeout 60 "$VELLUM" cfloat.html -o cfloat.pdf 2>cfloat.err
+expect_eq "column float: status" "$?" 0
+expect_eq "column float: pages" "$(pdfinfo cfloat.pdf | awk '/^Pages:/ {print $2}')" 2
+expect_eq "column float: placed once" "$(pdftotext cfloat.pdf - | grep -c FLOATBOX)" 1
+expect_eq "column float: on the first page" "$(pdftotext -f 1 -l 1 cfloat.pdf - | grep -c FLOATBOX)" 1
+expect_eq "column float: all of the text" "$(pdftotext cfloat.pdf - | grep -c 'After [0-9]* text')" 20
 finish
