@@ -196,10 +196,24 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
         };
         // Inside columns, a float to the top or bottom of a column is set aside for the columns, which
         // place it.
+        // With `unless-fit` it stays in the flow when it fits there whole.
         if (cur_info.general.column_id && is_original(b) && multicol::floats_to_column(*b.block_style)) {
-            cur_info.accum.column_floats.push_back(b);
-            leave_mark();
-            continue;
+            bool const placed = std::ranges::find(cur_info.accum.column_floats, b) != cur_info.accum.column_floats.end();
+            bool stays = false;
+            if (!placed && std::get<css::box::float_column>(b.block_style->float_).column_float.float_unless_fit) {
+                auto trial_info = cur_info;
+                trial_info.flags.max_page_area = false;
+                auto const t = block::pack_block(std::move(trial_info), block::inflow_block{}, b, cur_gap, cur_areas);
+                auto const* p = std::get_if<block::packed_main>(&t.res);
+                stays = p && !p->b_remain_portion;
+            }
+            if (!stays) {
+                if (!placed) {
+                    cur_info.accum.column_floats.push_back(b);
+                }
+                leave_mark();
+                continue;
+            }
         }
         // A float to the top or bottom of the page is set aside for the page loop, which places it.
         // With `unless-fit` it stays in the flow when it fits there whole.

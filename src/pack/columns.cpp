@@ -86,11 +86,13 @@ columns_res one_pass(pass_input const& in, float bottom) {
     // The column floats placed in this pass; one met again after a column was packed anew is not
     // placed twice.
     std::vector<prepack::block> placed;
+    // Floats with `next`, met in the column before, for the top or bottom of this one.
+    std::vector<prepack::block> deferred;
     bool const max_area = in.info.flags.max_page_area;
     int const total = in.geometry.column_total;
     for (int i = 0; i < total; ++i) {
         column_res col{.column_content_top = in.inner.top, .column_content_bottom = in.inner.top};
-        if (rest.empty() || out.s_page_break) {
+        if ((rest.empty() && deferred.empty()) || out.s_page_break) {
             out.packed_columns.push_back(std::move(col));
             continue;
         }
@@ -105,8 +107,9 @@ columns_res one_pass(pass_input const& in, float bottom) {
             p.flags.max_page_area = force;
             p.flags.pack_column_stuff = true;
             p.flags.last_column = i + 1 == total;
-            // The floats met in this column only: those of earlier columns and pages are placed.
-            p.accum.column_floats.clear();
+            // The floats this set of columns has placed, so that the flow does not keep one of them too
+            // (`unless-fit` when it fits further on); those of earlier pages are not there.
+            p.accum.column_floats = placed;
             mc::gap const g = after_break ? mc::gap{mc::margin_eater{}} : mc::fresh();
             return blocks::pack_blocks(std::move(p), rest, g, areas::areas{.container = a, .available = {a}});
         };
@@ -125,11 +128,23 @@ columns_res one_pass(pass_input const& in, float bottom) {
         std::vector<column_float> bottoms;
         float tops_height = 0;
         float bottoms_height = 0;
+        std::vector<prepack::block> here = std::move(deferred);
+        deferred.clear();
         for (auto const& f : r.out_info.accum.column_floats) {
             if (std::ranges::find(placed, f) != placed.end()) {
                 continue;
             }
             placed.push_back(f);
+            auto const* cf = std::get_if<css::box::float_column>(&f.block_style->float_);
+            bool const page_ends = r.out_forced_break && !r.out_column_break;
+            if (cf && cf->column_float.float_next && i + 1 < total && !page_ends) {
+                // `next`: to the next column of the set; the last column has none and keeps it.
+                deferred.push_back(f);
+                continue;
+            }
+            here.push_back(f);
+        }
+        for (auto const& f : here) {
             auto pf = pack_column_float(cur, f, full);
             if (!pf) {
                 continue;

@@ -212,22 +212,39 @@ awk -v a="$c1" -v c="$c3" 'BEGIN { exit !(c <= a + 0.5 && c >= a - 36.5) }' ||
     fail "news: page 2 third column ($c3) not within three lines above the first ($c1)"
 awk -v a="$c1" 'BEGIN { exit !(a < 400) }' || fail "news: page 2 not balanced (first column down to $c1)"
 expect_eq "news: nothing lost" "$(pdftotext news.pdf - | grep -o 'S[0-9][0-9]' | sort -u | wc -l)" 25
-# A column float met on the first page of a container that goes on to the next is placed once, at the
-# top of its column, and not again on the next page.
-{
-    echo '<!DOCTYPE html><html><head><style>@page { size: 300pt 200pt; margin: 20pt }'
-    echo 'body { margin: 0; font: 10pt/12pt "DejaVu Serif" } p { margin: 0 }'
-    echo '.mc { columns: 2; column-gap: 10pt; column-fill: auto }'
-    echo '.f { float: column-top; height: 60pt; background: #ccf; margin: 0 }</style></head><body><div class="mc">'
-    for i in $(seq 1 6); do echo "<p>Line $i of the text.</p>"; done
-    echo '<div class="f">FLOATBOX</div>'
-    for i in $(seq 1 20); do echo "<p>After $i text.</p>"; done
-    echo '</div></body></html>'
-} >cfloat.html
-timeout 60 "$VELLUM" cfloat.html -o cfloat.pdf 2>cfloat.err
-expect_eq "column float: status" "$?" 0
+# Column floats: met on the first page of a container that goes on to the next, one is placed once, at
+# the top of its column, and not again on the next page; with `next` it goes to the next column; with
+# `unless-fit` it stays in the flow where it fits whole, and floats (once) where it does not.
+# column_float_doc NAME FLOAT LINES_BEFORE LINES_AFTER
+column_float_doc() {
+    {
+        echo '<!DOCTYPE html><html><head><style>@page { size: 300pt 200pt; margin: 20pt }'
+        echo 'body { margin: 0; font: 10pt/12pt "DejaVu Serif" } p { margin: 0 }'
+        echo '.mc { columns: 2; column-gap: 10pt; column-fill: auto }'
+        echo ".f { float: $2; height: 60pt; background: #ccf; margin: 0 }</style></head><body><div class=\"mc\">"
+        for i in $(seq 1 "$3"); do echo "<p>Line $i of the text.</p>"; done
+        echo '<div class="f">FLOATBOX</div>'
+        for i in $(seq 1 "$4"); do echo "<p>After $i text.</p>"; done
+        echo '</div></body></html>'
+    } >"$1.html"
+    timeout 60 "$VELLUM" "$1.html" -o "$1.pdf" 2>"$1.err"
+    expect_eq "$1: status" "$?" 0
+    expect_eq "$1: placed once" "$(pdftotext "$1.pdf" - | grep -c FLOATBOX)" 1
+    expect_eq "$1: all of the text" "$(pdftotext "$1.pdf" - | grep -c 'After [0-9]* text')" "$4"
+}
+float_x() { pdftotext -bbox "$1.pdf" - | grep -m1 '>FLOATBOX<' | sed 's/.*xMin="\([0-9.]*\)".*/\1/'; }
+float_y() { pdftotext -bbox "$1.pdf" - | grep -m1 '>FLOATBOX<' | sed 's/.*yMin="\([0-9.]*\)".*/\1/'; }
+column_float_doc cfloat column-top 6 20
 expect_eq "column float: pages" "$(pdfinfo cfloat.pdf | awk '/^Pages:/ {print $2}')" 2
-expect_eq "column float: placed once" "$(pdftotext cfloat.pdf - | grep -c FLOATBOX)" 1
 expect_eq "column float: on the first page" "$(pdftotext -f 1 -l 1 cfloat.pdf - | grep -c FLOATBOX)" 1
-expect_eq "column float: all of the text" "$(pdftotext cfloat.pdf - | grep -c 'After [0-9]* text')" 20
+awk -v x="$(float_x cfloat)" -v y="$(float_y cfloat)" 'BEGIN { exit !(x < 100 && y < 30) }' ||
+    fail "column float: not at the top of the first column"
+column_float_doc cnext "column-top next" 3 20
+awk -v x="$(float_x cnext)" -v y="$(float_y cnext)" 'BEGIN { exit !(x > 150 && y < 30) }' ||
+    fail "column float with next: not at the top of the second column"
+column_float_doc cfits "column-top unless-fit" 3 5
+awk -v y="$(float_y cfits)" 'BEGIN { exit !(y > 50) }' || fail "unless-fit float that fits: not in the flow (y $(float_y cfits))"
+column_float_doc cnofit "column-top unless-fit" 12 20
+awk -v y="$(float_y cnofit)" 'BEGIN { exit !(y < 30) }' || fail "unless-fit float that does not fit: not at a column top"
+
 finish
