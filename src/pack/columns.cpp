@@ -86,8 +86,12 @@ columns_res one_pass(pass_input const& in, float bottom) {
     // The column floats placed in this pass; one met again after a column was packed anew is not
     // placed twice.
     std::vector<prepack::block> placed;
-    // Floats with `next`, met in the column before, for the top or bottom of this one.
-    std::vector<prepack::block> deferred;
+    // Floats with `next`, met in the column before (or in the last column of the page before), for the
+    // top or bottom of this one.
+    std::vector<prepack::block> deferred = std::move(cur.accum.column_floats);
+    cur.accum.column_floats.clear();
+    // Floats with `next` met in the last column, for the first column of the next page.
+    std::vector<prepack::block> carried;
     bool const max_area = in.info.flags.max_page_area;
     int const total = in.geometry.column_total;
     for (int i = 0; i < total; ++i) {
@@ -137,10 +141,18 @@ columns_res one_pass(pass_input const& in, float bottom) {
             placed.push_back(f);
             auto const* cf = std::get_if<css::box::float_column>(&f.block_style->float_);
             bool const page_ends = r.out_forced_break && !r.out_column_break;
-            if (cf && cf->column_float.float_next && i + 1 < total && !page_ends) {
-                // `next`: to the next column of the set; the last column has none and keeps it.
-                deferred.push_back(f);
-                continue;
+            if (cf && cf->column_float.float_next && !page_ends) {
+                // `next`: to the next column of the set, or from the last to the first column of the
+                // next page when the container goes on there; otherwise the last column keeps it.
+                if (i + 1 < total) {
+                    deferred.push_back(f);
+                    continue;
+                }
+                auto const* p = std::get_if<blocks::packed_main>(&r.res);
+                if (p && !p->bs_remain_portion.empty()) {
+                    carried.push_back(f);
+                    continue;
+                }
             }
             here.push_back(f);
         }
@@ -209,8 +221,10 @@ columns_res one_pass(pass_input const& in, float bottom) {
         out.packed_columns.push_back(std::move(col));
     }
     out.page_stuff_height = cur.packed_stuff.footnotes_height;
-    // Every column float met here is placed in these columns, not in the columns around them.
-    cur.accum.column_floats.clear();
+    // Every column float met here is placed in these columns, not in the columns around them, but for
+    // those that wait for the next page's first column.
+    carried.insert(carried.end(), deferred.begin(), deferred.end());
+    cur.accum.column_floats = std::move(carried);
     out.s_remain_blocks = std::move(rest);
     out.s_out_page_info = std::move(cur);
     return out;

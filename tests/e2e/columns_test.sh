@@ -213,7 +213,8 @@ awk -v a="$c1" -v c="$c3" 'BEGIN { exit !(c <= a + 0.5 && c >= a - 36.5) }' ||
 awk -v a="$c1" 'BEGIN { exit !(a < 400) }' || fail "news: page 2 not balanced (first column down to $c1)"
 expect_eq "news: nothing lost" "$(pdftotext news.pdf - | grep -o 'S[0-9][0-9]' | sort -u | wc -l)" 25
 # Column floats: met on the first page of a container that goes on to the next, one is placed once, at
-# the top of its column, and not again on the next page; with `next` it goes to the next column; with
+# the top of its column, and not again on the next page; with `next` it goes to the next column (from
+# the last one, to the first of the next page); with
 # `unless-fit` it stays in the flow where it fits whole, and floats (once) where it does not.
 # column_float_doc NAME FLOAT LINES_BEFORE LINES_AFTER
 column_float_doc() {
@@ -242,6 +243,10 @@ awk -v x="$(float_x cfloat)" -v y="$(float_y cfloat)" 'BEGIN { exit !(x < 100 &&
 column_float_doc cnext "column-top next" 3 20
 awk -v x="$(float_x cnext)" -v y="$(float_y cnext)" 'BEGIN { exit !(x > 150 && y < 30) }' ||
     fail "column float with next: not at the top of the second column"
+# Met in the last column with more of the container to come, it goes to the next page's first column.
+column_float_doc cnextpage "column-top next" 20 20
+expect_eq "column float with next from the last column: not on page 1" "$(pdftotext -f 1 -l 1 cnextpage.pdf - | grep -c FLOATBOX)" 0
+expect_eq "column float with next from the last column: on page 2" "$(pdftotext -f 2 -l 2 cnextpage.pdf - | grep -c FLOATBOX)" 1
 column_float_doc cfits "column-top unless-fit" 3 5
 awk -v y="$(float_y cfits)" 'BEGIN { exit !(y > 50) }' || fail "unless-fit float that fits: not in the flow (y $(float_y cfits))"
 column_float_doc cnofit "column-top unless-fit" 12 20
