@@ -194,19 +194,21 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
                                        .areas = cur_areas,
                                        .gap = cur_gap});
         };
+        // A page or column float with `unless-fit` stays in the flow when it fits there whole.
+        auto const fits_whole_in_flow = [&] {
+            auto trial_info = cur_info;
+            trial_info.flags.max_page_area = false;
+            auto const t = block::pack_block(std::move(trial_info), block::inflow_block{}, b, cur_gap, cur_areas);
+            auto const* p = std::get_if<block::packed_main>(&t.res);
+            return p && !p->b_remain_portion;
+        };
         // Inside columns, a float to the top or bottom of a column is set aside for the columns, which
-        // place it.
-        // With `unless-fit` it stays in the flow when it fits there whole.
+        // place it; one they have placed already is never kept in the flow too.
         if (cur_info.general.column_id && is_original(b) && multicol::floats_to_column(*b.block_style)) {
             bool const placed = std::ranges::find(cur_info.accum.column_floats, b) != cur_info.accum.column_floats.end();
-            bool stays = false;
-            if (!placed && std::get<css::box::float_column>(b.block_style->float_).column_float.float_unless_fit) {
-                auto trial_info = cur_info;
-                trial_info.flags.max_page_area = false;
-                auto const t = block::pack_block(std::move(trial_info), block::inflow_block{}, b, cur_gap, cur_areas);
-                auto const* p = std::get_if<block::packed_main>(&t.res);
-                stays = p && !p->b_remain_portion;
-            }
+            bool const stays = !placed &&
+                               std::get<css::box::float_column>(b.block_style->float_).column_float.float_unless_fit &&
+                               fits_whole_in_flow();
             if (!stays) {
                 if (!placed) {
                     cur_info.accum.column_floats.push_back(b);
@@ -216,21 +218,13 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
             }
         }
         // A float to the top or bottom of the page is set aside for the page loop, which places it.
-        // With `unless-fit` it stays in the flow when it fits there whole.
         if (is_original(b) && !cur_info.flags.pack_page_stuff) {
             page_floats::note_in_flow(info.general.log, *b.block_style);
         }
         if (is_original(b) && page_floats::takes_page_float(cur_info, *b.block_style)) {
             auto const how = page_floats::settle_snap(*page_floats::page_float_of(*b.block_style),
                                                       flow_top(cur_areas, cur_gap), cur_info.general.body_area);
-            bool stays = false;
-            if (how.float_unless_fit) {
-                auto trial_info = cur_info;
-                trial_info.flags.max_page_area = false;
-                auto const t = block::pack_block(std::move(trial_info), block::inflow_block{}, b, cur_gap, cur_areas);
-                auto const* p = std::get_if<block::packed_main>(&t.res);
-                stays = p && !p->b_remain_portion;
-            }
+            bool const stays = how.float_unless_fit && fits_whole_in_flow();
             if (!stays) {
                 cur_info.accum.page_floats.push_back(page_float{
                     .page_float_body = b, .page_float_how = how, .page_float_y = flow_top(cur_areas, cur_gap)});
