@@ -2,6 +2,7 @@
 
 #include "pack/block.hpp"
 #include "pack/blocks.hpp"
+#include "pack/footnotes.hpp"
 #include "pack/margin_collapsing.hpp"
 #include "pack/positioned.hpp"
 #include "util/ref.hpp"
@@ -37,6 +38,10 @@ struct search_scope {
 // The footnotes called in a later column may take room that an earlier column has filled: the set is
 // packed again above them, a few times at most.
 constexpr int page_stuff_passes = 4;
+
+// Footnotes carried into a column, or left over from a set of columns to the page, take at most this
+// share of its height: the rest of a long one runs on.
+constexpr float footnote_share = 0.8f;
 
 struct pass_input {
     page_info const& info;
@@ -92,11 +97,22 @@ columns_res one_pass(pass_input const& in, float bottom) {
     cur.accum.column_floats.clear();
     // Floats with `next` met in the last column, for the first column of the next page.
     std::vector<prepack::block> carried;
+    // A column of an outer container has its own footnotes: they are put back when these columns are
+    // done.
+    auto outer_notes = std::move(cur.accum.column_footnotes);
+    cur.accum.column_footnotes = nullptr;
+    auto const outer_area = cur.general.column_area;
+    cur.general.column_area.reset();
+    float const outer_notes_height = cur.packed_stuff.column_footnotes_height;
+    cur.packed_stuff.column_footnotes_height = 0;
+    // The footnotes, or the rests of them, that the column before could not hold: they come first at
+    // the foot of the next.
+    std::vector<page_footnote> notes_carried;
     bool const max_area = in.info.flags.max_page_area;
     int const total = in.geometry.column_total;
     for (int i = 0; i < total; ++i) {
         column_res col{.column_content_top = in.inner.top, .column_content_bottom = in.inner.top};
-        if ((rest.empty() && deferred.empty()) || out.s_page_break) {
+        if ((rest.empty() && deferred.empty() && notes_carried.empty()) || out.s_page_break) {
             out.packed_columns.push_back(std::move(col));
             continue;
         }
@@ -114,6 +130,13 @@ columns_res one_pass(pass_input const& in, float bottom) {
             // The floats this set of columns has placed, so that the flow does not keep one of them too
             // (`unless-fit` when it fits further on); those of earlier pages are not there.
             p.accum.column_floats = placed;
+            // The column's footnotes stand on its bottom, those carried from the column before first.
+            p.general.column_area = a;
+            p.accum.column_footnotes = notes_carried.empty() ? nullptr : share(notes_carried);
+            p.packed_stuff.column_footnotes_height =
+                notes_carried.empty() ? 0
+                                      : std::min(footnotes::height_needed(p, notes_carried, a),
+                                                 areas::height_of(a) * footnote_share);
             mc::gap const g = after_break ? mc::gap{mc::margin_eater{}} : mc::fresh();
             return blocks::pack_blocks(std::move(p), rest, g, areas::areas{.container = a, .available = {a}});
         };
@@ -174,15 +197,7 @@ columns_res one_pass(pass_input const& in, float bottom) {
             tops.push_back(share(std::move(moved)));
             tops_height += pf->cf_height;
         }
-        // The floats to the bottom stand on the column's bottom, the first met highest.
-        float y = full.bottom + bottoms_height;
-        for (auto const& f : bottoms) {
-            auto moved = *f.cf_box;
-            block::shift_box(moved, 0, y - full.top);
-            tops.push_back(share(std::move(moved)));
-            y -= f.cf_height;
-        }
-        if (!tops.empty()) {
+        if (!tops.empty() || !bottoms.empty()) {
             a.top = full.top - tops_height;
             a.bottom = std::min(a.top, full.bottom + bottoms_height);
             r = run_column();
@@ -192,6 +207,19 @@ columns_res one_pass(pass_input const& in, float bottom) {
             // The floats keep their place even when nothing of the flow went in below them.
             col.column_content_bottom = std::min(a.top, col.column_content_bottom);
         }
+        // The column's footnotes: those carried in, and those its lines called when it placed any.
+        std::vector<page_footnote> notes(notes_carried);
+        float notes_room = notes.empty() ? 0
+                                         : std::min(footnotes::height_needed(cur, notes, a),
+                                                    areas::height_of(a) * footnote_share);
+        if (!std::holds_alternative<blocks::none>(r.res)) {
+            auto const called = column_footnotes_of(r.out_info.accum);
+            notes.assign(called.begin(), called.end());
+            notes_room = r.out_info.packed_stuff.column_footnotes_height;
+        }
+        r.out_info.accum.column_footnotes = nullptr;
+        r.out_info.packed_stuff.column_footnotes_height = 0;
+        r.out_info.general.column_area.reset();
         std::visit(overloaded{
                        [&](blocks::packed_main& p) {
                            col.packed_column = std::move(p.bs_packed_boxes);
@@ -209,6 +237,31 @@ columns_res one_pass(pass_input const& in, float bottom) {
         if (r.out_forced_break && !r.out_column_break) {
             out.s_page_break = r.out_forced_break;
         }
+        // The footnotes take the foot of the column, as far as they fit in the room its lines left
+        // them; the rest goes on to the next column.
+        notes_carried.clear();
+        float notes_height = 0;
+        if (!notes.empty()) {
+            auto area = footnotes::pack_area(cur, notes, full, notes_room, false);
+            if (area.area_box) {
+                col.packed_column.push_back(*area.area_box);
+                notes_height = area.area_height;
+                col.notes_gap =
+                    std::max(0.0f, col.column_content_bottom - (full.bottom + notes_height + bottoms_height));
+                col.column_content_bottom = std::min(col.column_content_bottom, full.bottom);
+            }
+            std::move(area.area_absolutes.begin(), area.area_absolutes.end(),
+                      std::back_inserter(cur.accum.abs_blocks));
+            notes_carried = std::move(area.area_leftover);
+        }
+        // The floats to the bottom stand on the column's footnotes, the first met highest.
+        float y = full.bottom + notes_height + bottoms_height;
+        for (auto const& f : bottoms) {
+            auto moved = *f.cf_box;
+            block::shift_box(moved, 0, y - full.top);
+            tops.push_back(share(std::move(moved)));
+            y -= f.cf_height;
+        }
         if (!bottoms.empty()) {
             col.column_content_bottom = std::min(col.column_content_bottom, full.bottom);
         }
@@ -220,6 +273,21 @@ columns_res one_pass(pass_input const& in, float bottom) {
         out.max_column_height = std::max(out.max_column_height, in.inner.top - col.column_content_bottom);
         out.packed_columns.push_back(std::move(col));
     }
+    // Column footnotes that no column of the set could hold join the page's, and take room at its foot.
+    if (!notes_carried.empty()) {
+        for (auto& n : notes_carried) {
+            add_footnote(cur.accum, std::move(n));
+        }
+        if (cur.flags.pack_page_stuff) {
+            auto const& body = cur.general.body_area;
+            float const need = footnotes::height_needed(cur, footnotes_of(cur.accum), body);
+            cur.packed_stuff.footnotes_height = std::max(
+                cur.packed_stuff.footnotes_height, std::min(need, areas::height_of(body) * footnote_share));
+        }
+    }
+    cur.accum.column_footnotes = std::move(outer_notes);
+    cur.general.column_area = outer_area;
+    cur.packed_stuff.column_footnotes_height = outer_notes_height;
     out.page_stuff_height = cur.packed_stuff.footnotes_height;
     // Every column float met here is placed in these columns, not in the columns around them, but for
     // those that wait for the next page's first column.
@@ -265,7 +333,7 @@ bool holds_all(columns_res const& r) {
 float content_height(columns_res const& r, float top) {
     float h = 0;
     for (auto const& c : r.packed_columns) {
-        h += top - c.column_content_bottom;
+        h += top - c.column_content_bottom - c.notes_gap;
     }
     return h;
 }

@@ -43,6 +43,9 @@ struct column_res {
     float column_content_bottom = 0;
     /// The height the column left unused above the area's bottom.
     float bottom_diff = 0;
+    /// The room left between the column's text and the footnotes standing at its foot: the column
+    /// reaches its bottom, but its content would need that much less.
+    float notes_gap = 0;
 };
 
 /// One pass over the columns of a container.

@@ -130,11 +130,33 @@ void add_footnote(accum& a, page_footnote f) {
     a.page_footnotes = share(std::move(list));
 }
 
-std::optional<float> footnote_floor(page_info const& info) {
-    if (!info.flags.pack_page_stuff || info.packed_stuff.footnotes_height <= 0) {
-        return std::nullopt;
+std::span<page_footnote const> column_footnotes_of(accum const& a) {
+    if (!a.column_footnotes) {
+        return {};
     }
-    return info.general.body_area.bottom + info.packed_stuff.footnotes_height;
+    return *a.column_footnotes;
+}
+
+void add_column_footnote(accum& a, page_footnote f) {
+    std::vector<page_footnote> list;
+    if (a.column_footnotes) {
+        list.reserve(a.column_footnotes->size() + 1);
+        list = *a.column_footnotes;
+    }
+    list.push_back(std::move(f));
+    a.column_footnotes = share(std::move(list));
+}
+
+std::optional<float> footnote_floor(page_info const& info) {
+    std::optional<float> floor;
+    if (info.flags.pack_page_stuff && info.packed_stuff.footnotes_height > 0) {
+        floor = info.general.body_area.bottom + info.packed_stuff.footnotes_height;
+    }
+    if (info.general.column_area && info.packed_stuff.column_footnotes_height > 0) {
+        float const c = info.general.column_area->bottom + info.packed_stuff.column_footnotes_height;
+        floor = std::max(floor.value_or(c), c);
+    }
+    return floor;
 }
 
 areas::areas above_footnotes(page_info const& info, areas::areas a) {

@@ -65,6 +65,8 @@ struct general {
     std::shared_ptr<fonts::fonts const> fonts = std::make_shared<fonts::fonts const>();
     /// The current multi-column container.
     std::optional<int> column_id;
+    /// The area of the column being filled, while one is: its footnotes stand on its bottom.
+    std::optional<areas::area> column_area;
     /// The source of new column ids; shared by every copy, so that ids stay unique over trials.
     std::shared_ptr<cell<int>> column_id_mutvar = std::make_shared<cell<int>>(cell<int>{0});
     // column_info (the container's geometry) joins with columns.
@@ -126,12 +128,13 @@ struct accum {
     page_footnote_list page_footnotes;
     /// Absolutely positioned blocks met on the page, with their static position.
     std::vector<std::pair<prepack::block, util::pos::pos>> abs_blocks;
+    /// The footnotes of the column being filled, in order; none when empty.
+    page_footnote_list column_footnotes;
     /// Floats to the top or bottom of a column met in the current multi-column container, in order.
     std::vector<prepack::block> column_floats;
     /// Floats to the top or bottom of the page met in the flow, in order.
     std::vector<page_float> page_floats;
-    // static_flows, prev_page_inline_footnote, the column footnotes and the regions join with
-    // footnotes, columns and margin boxes.
+    // static_flows, prev_page_inline_footnote and the regions join with footnotes and margin boxes.
 };
 
 /// The page floats and footnotes placed on this page so far.
@@ -141,6 +144,8 @@ struct packed_stuff {
     float bottoms_height = 0;
     /// The height of the footnote area at the foot of the body, its margins included.
     float footnotes_height = 0;
+    /// The height of the footnote area at the foot of the column being filled, its margins included.
+    float column_footnotes_height = 0;
 };
 
 struct page_info {
@@ -163,8 +168,14 @@ std::span<page_footnote const> footnotes_of(accum const& a);
 /// Adds a footnote to the page's list.
 void add_footnote(accum& a, page_footnote f);
 
-/// The lowest the body may reach on this page: the top of the footnote area, when footnotes take
-/// room here.
+/// The column's footnotes, carried over from the column before and called, in order.
+std::span<page_footnote const> column_footnotes_of(accum const& a);
+
+/// Adds a footnote to the column's list.
+void add_column_footnote(accum& a, page_footnote f);
+
+/// The lowest the body may reach on this page or in this column: the top of the footnote area of
+/// the page or of the column being filled, whichever is higher, when footnotes take room there.
 std::optional<float> footnote_floor(page_info const& info);
 
 /// The areas with their bottom raised to the top of the page's footnote area.

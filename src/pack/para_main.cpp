@@ -213,54 +213,87 @@ struct run_state {
     bool done = false;
 };
 
-// A line is placed: the footnotes it calls join the page's, with the numbers their calls showed, and
-// the footnote counter stands where the line breaker left it at the line's end.
+// Whether a footnote goes to the foot of the column being filled rather than of the page: a column
+// footnote does, while a column is being filled; elsewhere it is the page's.
+bool to_column(page_info const& info, pack::knuth::footnote const& f) {
+    return std::holds_alternative<pack::knuth::footnote_column>(f.footnote_type) &&
+           info.general.column_area.has_value();
+}
+
+// A line is placed: the footnotes it calls join the page's or the column's, with the numbers their
+// calls showed, and the footnote counter stands where the line breaker left it at the line's end.
 void take_footnotes(page_info& info, std::span<pack::knuth::knuth const> line, std::optional<int> counter_after) {
     int number = info.general.footnote_counter;
     for (auto const& item : line) {
         if (auto const* f = std::get_if<pack::knuth::footnote>(&item)) {
-            add_footnote(info.accum, page_footnote{.footnote_body = f->footnote_body,
-                                                   .footnote_style = f->footnote_style,
-                                                   .footnote_number = ++number});
+            page_footnote note{.footnote_body = f->footnote_body,
+                               .footnote_style = f->footnote_style,
+                               .footnote_number = ++number};
+            if (to_column(info, *f)) {
+                add_column_footnote(info.accum, std::move(note));
+            } else {
+                add_footnote(info.accum, std::move(note));
+            }
         }
     }
     info.general.footnote_counter = counter_after.value_or(number);
 }
 
-// Whether the footnotes a line calls find room at the foot of the page with the line placed, which
-// takes room from the body. They do if the footnote area, grown by them, stays below the line; or,
-// under the `auto` policy, if they can at least start below it, to run on to the next page; or if the
-// line must be placed here. When they do, the line's footnotes join the page's and the area grows.
+// Gives the footnote area standing on `area`'s bottom the height its notes need, when they fit below
+// the line; or, under the `auto` policy, all the room below the line if they can at least start
+// there, to run on; or all the room when the line must be placed here. False when the line has to go.
+bool settle_area(page_info& trial,
+                 std::span<page_footnote const> list,
+                 areas::area const& area,
+                 float& height,
+                 float line_bottom,
+                 bool keep,
+                 bool max_area) {
+    float const need = footnotes::height_needed(trial, list, area);
+    float const room = line_bottom - area.bottom;
+    if (need <= room + tolerance) {
+        height = need;
+        return true;
+    }
+    bool const starts = room > tolerance && !footnotes::pack_area(trial, list, area, room, false).area_unstarted;
+    if (!max_area && (keep || !starts)) {
+        return false;
+    }
+    // The footnotes take all the room below the line; what doesn't fit runs on.
+    height = std::max(room, height);
+    return true;
+}
+
+// Whether the footnotes a line calls find room at the foot of the page, or of the column, with the
+// line placed, which takes room from the body. When they do, the line's footnotes join the list and
+// the area grows.
 bool footnotes_fit(run_state& s, std::span<pack::knuth::knuth const> line, float line_bottom, bool max_area,
                    std::optional<int> counter_after) {
     auto& info = s.info;
-    if (!info.flags.pack_page_stuff ||
-        std::none_of(line.begin(), line.end(), [](pack::knuth::knuth const& i) { return std::holds_alternative<pack::knuth::footnote>(i); })) {
-        take_footnotes(info, line, counter_after);
-        return true;
+    bool to_page = false;
+    bool to_col = false;
+    bool keep = false;
+    for (auto const& item : line) {
+        if (auto const* f = std::get_if<pack::knuth::footnote>(&item)) {
+            (to_column(info, *f) ? to_col : to_page) = true;
+            keep = keep || f->footnote_style->vellum_footnote_policy != css::box::vellum_footnote_policy::auto_;
+        }
     }
+    to_page = to_page && info.flags.pack_page_stuff;
     auto trial = info;
     take_footnotes(trial, line, counter_after);
-    auto const list = footnotes_of(trial.accum);
-    auto const& body = info.general.body_area;
-    float const need = footnotes::height_needed(trial, list, body);
-    float const room = line_bottom - body.bottom;
-    if (need <= room + tolerance) {
-        trial.packed_stuff.footnotes_height = need;
-    } else {
-        bool const keep = std::any_of(line.begin(), line.end(), [](pack::knuth::knuth const& i) {
-            auto const* f = std::get_if<pack::knuth::footnote>(&i);
-            return f && f->footnote_style->vellum_footnote_policy != css::box::vellum_footnote_policy::auto_;
-        });
-        bool const starts = room > tolerance && !footnotes::pack_area(trial, list, body, room, false).area_unstarted;
-        if (!max_area && (keep || !starts)) {
-            return false;
-        }
-        // The footnotes take all the room below the line; what doesn't fit goes on to the next page.
-        trial.packed_stuff.footnotes_height = std::max(room, info.packed_stuff.footnotes_height);
+    if (to_col && !settle_area(trial, column_footnotes_of(trial.accum), *info.general.column_area,
+                               trial.packed_stuff.column_footnotes_height, line_bottom, keep, max_area)) {
+        return false;
+    }
+    if (to_page && !settle_area(trial, footnotes_of(trial.accum), info.general.body_area,
+                                trial.packed_stuff.footnotes_height, line_bottom, keep, max_area)) {
+        return false;
     }
     info = std::move(trial);
-    s.areas = above_footnotes(info, std::move(s.areas));
+    if (to_page || to_col) {
+        s.areas = above_footnotes(info, std::move(s.areas));
+    }
     return true;
 }
 

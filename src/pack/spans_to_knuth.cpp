@@ -322,12 +322,19 @@ struct builder {
                     // The footnote item comes first, so that the call's counter shows the number the
                     // item has just taken.
                     auto const& note = *f.note;
+                    auto const type_of = [&](footnote_display d) -> footnote_type {
+                        if (multicol::is_column_footnote(*note.footnote_style)) {
+                            return footnote_column{.column_display = d,
+                                                   .column_id = info.general.column_id.value_or(-1)};
+                        }
+                        return footnote_page{.page_display = d};
+                    };
                     std::visit(overloaded{
                                    [&](prepack::block_footnote const& b) {
                                        out.push_back(footnote{.footnote_body = b.footnote_block,
                                                               .footnote_style = note.footnote_style,
-                                                              .footnote_type = footnote_page{
-                                                                  .page_display = footnote_display::block_footnote}});
+                                                              .footnote_type =
+                                                                  type_of(footnote_display::block_footnote)});
                                    },
                                    [&](prepack::inline_footnote const& i) {
                                        // An inline body travels as an anonymous paragraph of its spans,
@@ -338,8 +345,8 @@ struct builder {
                                            .block_style = note.footnote_style});
                                        out.push_back(footnote{.footnote_body = body,
                                                               .footnote_style = note.footnote_style,
-                                                              .footnote_type = footnote_page{
-                                                                  .page_display = footnote_display::inline_footnote}});
+                                                              .footnote_type =
+                                                                  type_of(footnote_display::inline_footnote)});
                                    },
                                },
                                note.footnote_body);

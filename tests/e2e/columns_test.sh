@@ -151,8 +151,8 @@ text=$(pdftotext nested.pdf -)
 expect_eq "nested: nothing lost" "$(grep -o '[NIMT][0-9][0-9]' <<<"$text" | sort -u | wc -l)" 50
 
 # Footnotes called in a column take room at the foot of the page: both columns end above them. A
-# float to the top of a column goes above the line before it; a column footnote is not laid out at
-# the foot of its column yet: one warning, and it joins the page's footnotes.
+# float to the top of a column goes above the line before it. A column footnote stands at the foot of
+# the column of its call, above the page's footnotes, and numbered with them.
 {
     echo "$head"
     echo '.m { columns: 2; column-gap: 20pt } .cf { float: column-top } .cn { float: column-footnote }'
@@ -167,8 +167,7 @@ timeout 60 "$VELLUM" notes.html -o notes.pdf 2>notes.err
 expect_eq "notes: status" "$?" 0
 qpdf_clean "notes" notes.pdf
 expect_not_contains "notes: no column float warning" "$(cat notes.err)" "column floats"
-expect_contains "notes: column footnote warning" "$(cat notes.err)" "column footnotes are not supported yet"
-expect_eq "notes: column footnote warned once" "$(grep -c 'column footnotes' notes.err)" 1
+expect_not_contains "notes: no column footnote warning" "$(cat notes.err)" "column footnotes"
 read -r fx fy <<<"$(at notes.pdf 1 Colfloat)"
 near "notes: column float at the column's top" "$fy" 30 1
 near "notes: column float in the first column" "$fx" 30 0.5
@@ -176,13 +175,41 @@ awk -v f="$fy" -v p="$(at notes.pdf 1 F01 | cut -d' ' -f2)" 'BEGIN { exit !(p >=
     fail "notes: F01 not below the column float"
 text=$(pdftotext notes.pdf -)
 expect_contains "notes: column float kept" "$text" "Colfloat"
-expect_contains "notes: column footnote kept" "$text" "Colnote text."
-note_y=$(at notes.pdf 1 Pagenote. | cut -d' ' -f2)
-[ -n "$note_y" ] || note_y=$(at notes.pdf 1 Pagenote | cut -d' ' -f2)
+expect_contains "notes: numbered after the page's" "$(pdftotext -layout notes.pdf - | tr -s ' ')" "2. Colnote text."
+note_y=$(at notes.pdf 1 Pagenote | cut -d' ' -f2)
+read -r cx cy <<<"$(at notes.pdf 1 Colnote)"
 low1=$(words notes.pdf 1 | awk '$1 ~ /^G[0-9]/ && $2 < 100 { if ($3 > m) m = $3 } END { print m }')
 low2=$(words notes.pdf 1 | awk '$1 ~ /^G[0-9]/ && $2 > 200 { if ($3 > m) m = $3 } END { print m }')
 awk -v n="$note_y" -v a="$low1" -v b="$low2" 'BEGIN { exit !(n != "" && a + 12 <= n && b + 12 <= n) }' ||
     fail "notes: columns (last lines at $low1, $low2) reach the footnote ($note_y)"
+awk -v x="$cx" -v y="$cy" -v a="$low1" -v n="$note_y" 'BEGIN { exit !(x != "" && x < 200 && a + 8 <= y && y + 8 <= n) }' ||
+    fail "notes: column footnote at ($cx, $cy) not between the first column's text ($low1) and the page's ($note_y)"
+awk -v a="$low1" -v b="$low2" 'BEGIN { exit !(b >= a + 8) }' ||
+    fail "notes: the second column ($low2) stops short as the first ($low1), above a footnote not its own"
+
+# A column footnote longer than its column runs on at the foot of the next; one outside columns
+# joins the page's footnotes, with one warning.
+long=$(seq -f 'L%g' 1 400 | tr '\n' ' ')
+{
+    echo "$head"
+    echo '.m { columns: 2; column-gap: 20pt } .cn { float: column-footnote; font-size: 7pt }'
+    echo '</style></head><body><div class="m">'
+    echo "<p>H01 long<span class=\"cn\">Longnote $long Endnote</span></p>"
+    paras H 20
+    echo '</div><p>Out<span class="cn">Outnote one.</span> and<span class="cn">Outnote two.</span></p></body></html>'
+} >longnote.html
+timeout 60 "$VELLUM" longnote.html -o longnote.pdf 2>longnote.err
+expect_eq "longnote: status" "$?" 0
+qpdf_clean "longnote" longnote.pdf
+expect_eq "longnote: warned once" "$(grep -c 'column footnotes outside a multi-column container' longnote.err)" 1
+text=$(pdftotext longnote.pdf -)
+expect_eq "longnote: every word of the note" "$(grep -o '\bL[0-9]*\b' <<<"$text" | sort -u | wc -l)" 400
+expect_eq "longnote: every paragraph" "$(grep -o '\bH[0-9][0-9]\b' <<<"$text" | sort -u | wc -l)" 20
+expect_contains "longnote: outside notes kept" "$text" "Outnote two."
+read -r sx sy <<<"$(at longnote.pdf 1 Longnote)"
+read -r ex ey <<<"$(at longnote.pdf 1 Endnote)"
+awk -v s="$sx" -v e="$ex" 'BEGIN { exit !(s != "" && e != "" && s < 200 && e > 200) }' ||
+    fail "longnote: the note starts in the first column ($sx) and ends in the second ($ex)"
 
 # A newsletter: a headline across three columns of running text longer than a page. Page 1 fills its
 # columns below the headline; page 2 goes on in the same three columns, balanced.

@@ -220,5 +220,19 @@ TEST(columns, nested_and_in_table_cells_do_not_break) {
     EXPECT_NE(cell.find("lines=3\n"), std::string::npos) << cell;
 }
 
+TEST(columns, column_footnotes_stand_at_the_foot_of_their_column) {
+    // Fifteen lines, the first calling a note of one line: the first column holds the note at its foot
+    // and fewer lines above it; the second column, with no note, is filled to its bottom.
+    auto const out = dump(pack_html(".m { columns: 2; column-gap: 20pt; column-fill: auto } "
+                                    ".n { float: column-footnote; font: 8pt/10pt Sans }",
+                                    "<div class=m><p>line<span class=n>note</span></p>" + paras(14) + "</div>"));
+    EXPECT_EQ(out, "page 1\ncolumns y=0 h=100\n  x=0 h=100 lines=9\n  x=110 h=100 lines=6\n") << out;
+    // Balanced, the note counts with the lines: sixteen lines' worth, eight a column.
+    auto const balanced = dump(pack_html(".m { columns: 2; column-gap: 20pt } "
+                                         ".n { float: column-footnote; font: 8pt/10pt Sans }",
+                                         "<div class=m><p>line<span class=n>note</span></p>" + paras(14) + "</div>"));
+    EXPECT_EQ(balanced, "page 1\ncolumns y=0 h=80\n  x=0 h=80 lines=7\n  x=110 h=80 lines=8\n") << balanced;
+}
+
 } // namespace
 } // namespace vellum::pack
