@@ -52,10 +52,14 @@ struct pass_input {
 };
 
 // A float to the top of a column, packed at the top of the column's area: its box, and its height
-// with its margins.
+// with its margins; and the footnotes its text calls, for the page and for the column, numbered up
+// to `cf_counter`.
 struct column_float {
     ref<box> cf_box;
     float cf_height = 0;
+    std::vector<page_footnote> cf_page_notes;
+    std::vector<page_footnote> cf_column_notes;
+    int cf_counter = 0;
 };
 
 std::optional<column_float> pack_column_float(page_info info, prepack::block const& b, areas::area a) {
@@ -63,6 +67,10 @@ std::optional<column_float> pack_column_float(page_info info, prepack::block con
     a.bottom = a.top - 1000000.0f;
     info.flags.max_page_area = true;
     info.flags.pack_page_stuff = false;
+    // The footnotes it calls are gathered apart from those of the flow, to be placed with them.
+    info.general.column_area = a;
+    info.accum.page_footnotes = nullptr;
+    info.accum.column_footnotes = nullptr;
     std::size_t const abs_from = info.accum.abs_blocks.size();
     auto r = block::pack_block(std::move(info), block::float_block{}, b, mc::fresh(),
                                areas::areas{.container = a, .available = {a}});
@@ -74,7 +82,25 @@ std::optional<column_float> pack_column_float(page_info info, prepack::block con
     // What the float gathered is not handed on: absolutely positioned boxes in it are placed against it.
     auto bx = *p->b_packed_box;
     positioned::hang_inner(r.out_info, abs_from, bx);
-    return column_float{.cf_box = share(std::move(bx)), .cf_height = a.top - bottom};
+    auto const page_notes = footnotes_of(r.out_info.accum);
+    auto const column_notes = column_footnotes_of(r.out_info.accum);
+    return column_float{.cf_box = share(std::move(bx)),
+                        .cf_height = a.top - bottom,
+                        .cf_page_notes = {page_notes.begin(), page_notes.end()},
+                        .cf_column_notes = {column_notes.begin(), column_notes.end()},
+                        .cf_counter = r.out_info.general.footnote_counter};
+}
+
+// The page's footnote area grows to hold the footnotes added to the page's list, at most to a share
+// of the body; what it can't hold runs on to the next page.
+void reserve_page_notes(page_info& info) {
+    if (!info.flags.pack_page_stuff) {
+        return;
+    }
+    auto const& body = info.general.body_area;
+    float const need = footnotes::height_needed(info, footnotes_of(info.accum), body);
+    info.packed_stuff.footnotes_height =
+        std::max(info.packed_stuff.footnotes_height, std::min(need, areas::height_of(body) * footnote_share));
 }
 
 bool nothing_placed(blocks::blocks_out const& r) {
@@ -179,11 +205,20 @@ columns_res one_pass(pass_input const& in, float bottom) {
             }
             here.push_back(f);
         }
+        // The footnotes the floats call are numbered in the order the floats are placed, before those
+        // the column's text calls.
+        int counter = cur.general.footnote_counter;
+        std::vector<page_footnote> float_page_notes;
         for (auto const& f : here) {
-            auto pf = pack_column_float(cur, f, full);
+            auto fi = cur;
+            fi.general.footnote_counter = counter;
+            auto pf = pack_column_float(std::move(fi), f, full);
             if (!pf) {
                 continue;
             }
+            counter = pf->cf_counter;
+            float_page_notes.insert(float_page_notes.end(), pf->cf_page_notes.begin(), pf->cf_page_notes.end());
+            notes_carried.insert(notes_carried.end(), pf->cf_column_notes.begin(), pf->cf_column_notes.end());
             auto const* cf = std::get_if<css::box::float_column>(&f.block_style->float_);
             // Columns have no outside corner: a corner float goes to the column's top or bottom.
             if (cf && (cf->column_float.float_to_edge == css::box::float_edge::bottom ||
@@ -196,6 +231,13 @@ columns_res one_pass(pass_input const& in, float bottom) {
             block::shift_box(moved, 0, -tops_height);
             tops.push_back(share(std::move(moved)));
             tops_height += pf->cf_height;
+        }
+        cur.general.footnote_counter = counter;
+        if (!float_page_notes.empty()) {
+            for (auto& n : float_page_notes) {
+                add_footnote(cur.accum, std::move(n));
+            }
+            reserve_page_notes(cur);
         }
         if (!tops.empty() || !bottoms.empty()) {
             a.top = full.top - tops_height;
@@ -278,12 +320,7 @@ columns_res one_pass(pass_input const& in, float bottom) {
         for (auto& n : notes_carried) {
             add_footnote(cur.accum, std::move(n));
         }
-        if (cur.flags.pack_page_stuff) {
-            auto const& body = cur.general.body_area;
-            float const need = footnotes::height_needed(cur, footnotes_of(cur.accum), body);
-            cur.packed_stuff.footnotes_height = std::max(
-                cur.packed_stuff.footnotes_height, std::min(need, areas::height_of(body) * footnote_share));
-        }
+        reserve_page_notes(cur);
     }
     cur.accum.column_footnotes = std::move(outer_notes);
     cur.general.column_area = outer_area;

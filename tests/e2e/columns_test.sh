@@ -211,6 +211,29 @@ read -r ex ey <<<"$(at longnote.pdf 1 Endnote)"
 awk -v s="$sx" -v e="$ex" 'BEGIN { exit !(s != "" && e != "" && s < 200 && e > 200) }' ||
     fail "longnote: the note starts in the first column ($sx) and ends in the second ($ex)"
 
+# The footnotes a column float calls are numbered before those of the text below it, and placed: the
+# page's at the foot of the page, the column's at the foot of the float's column.
+{
+    echo "$head"
+    echo '.m { columns: 2; column-gap: 20pt } .t { float: column-top } .n { float: footnote }'
+    echo '.c { float: column-footnote }'
+    echo '</style></head><body><div class="m"><p>K01 text<span class="n">Textnote.</span></p>'
+    echo '<div class="t">Float<span class="n">Floatpage.</span> and<span class="c">Floatcol.</span></div>'
+    paras K 6 | sed 's/K01/K00/'
+    echo '</div></body></html>'
+} >floatnotes.html
+timeout 60 "$VELLUM" floatnotes.html -o floatnotes.pdf 2>floatnotes.err
+expect_eq "floatnotes: status" "$?" 0
+qpdf_clean "floatnotes" floatnotes.pdf
+text=$(pdftotext -layout floatnotes.pdf - | tr -s ' ')
+expect_contains "floatnotes: float's page note first" "$text" "1. Floatpage."
+expect_contains "floatnotes: float's column note" "$text" "2. Floatcol."
+expect_contains "floatnotes: text's note after them" "$text" "3. Textnote."
+read -r cx cy <<<"$(at floatnotes.pdf 1 Floatcol.)"
+py=$(at floatnotes.pdf 1 Floatpage. | cut -d' ' -f2)
+awk -v x="$cx" -v y="$cy" -v p="$py" 'BEGIN { exit !(x != "" && x < 200 && y + 8 <= p) }' ||
+    fail "floatnotes: the column note ($cx, $cy) is not in the first column above the page's notes ($py)"
+
 # A newsletter: a headline across three columns of running text longer than a page. Page 1 fills its
 # columns below the headline; page 2 goes on in the same three columns, balanced.
 {
