@@ -42,7 +42,27 @@ block::block_out pack_turned(page_info info,
 
     // First the content in its own writing mode, its lines as long as the block is high, in a trial area
     // that nothing on the page narrows and that reaches far below any page.
+    // The lines are set in a frame that the painter turns a quarter clockwise into the box: the
+    // frame's top becomes the box's right side (where the first line stands), its left the box's top,
+    // its right the bottom and its bottom the left. The box's padding and borders, physical sides,
+    // are given to the frame's sides that become them; the outer box draws the borders themselves.
     auto inner_style = s;
+    inner_style.padding_top = s.padding_right;
+    inner_style.padding_right = s.padding_bottom;
+    inner_style.padding_bottom = s.padding_left;
+    inner_style.padding_left = s.padding_top;
+    if (s.borders) {
+        auto turned_borders = *s.borders;
+        turned_borders.borders_top = s.borders->borders_right;
+        turned_borders.borders_right = s.borders->borders_bottom;
+        turned_borders.borders_bottom = s.borders->borders_left;
+        turned_borders.borders_left = s.borders->borders_top;
+        inner_style.borders = share(std::move(turned_borders));
+    }
+    inner_style.margin_top = 0.0f;
+    inner_style.margin_right = 0.0f;
+    inner_style.margin_bottom = 0.0f;
+    inner_style.margin_left = 0.0f;
     inner_style.width = length;
     inner_style.height = css::box::auto_value{};
     inner_style.min_height = 0.0f;
@@ -56,7 +76,7 @@ block::block_out pack_turned(page_info info,
     inner_info.flags.pack_page_stuff = false;
     float const far = 1000000.0f;
     auto lines_in = [&](float depth) {
-        areas::area const trial{.top = 0, .bottom = -depth, .left = 0, .right = length + edges_across};
+        areas::area const trial{.top = 0, .bottom = -depth, .left = 0, .right = length + edges_along};
         auto out = block::pack_block(inner_info, block::inline_block{}, inner, mc::fresh(),
                                      areas::areas{.container = trial, .available = {trial}});
         auto* packed = std::get_if<block::packed_main>(&out.res);

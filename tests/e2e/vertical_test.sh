@@ -137,4 +137,23 @@ awk -v e="$ends" 'BEGIN { n = split(e, v, " "); exit !(n == 2 && v[1] - v[2] < 1
     fail "the last characters of the two columns end at $ends"
 expect_contains "the mark copies out as written" "$(pdftotext -raw marks.pdf - | tr -d ' \n')" "か$(printf '\u3099')き日"
 
+# Padding keeps its physical side when the block is turned: the wide left padding of a vertical block
+# lies between its border and its last column, on the left, and its narrow top padding above the
+# column's first character.
+cat >padded.html <<HTML
+<!DOCTYPE html><html><head><style>
+@font-face { font-family: "CJK"; src: url("$cjk") }
+@page { size: 300pt 300pt; margin: 20pt }
+body { margin: 0; font: 20pt/30pt "CJK" }
+.v { writing-mode: vertical-rl; height: 200pt; padding: 4pt 0 4pt 60pt; border-left: 6pt solid red }
+</style></head><body><div class="v" lang="ja">日</div></body></html>
+HTML
+timeout 60 "$VELLUM" padded.html -o padded.pdf 2>padded.err
+expect_eq "padded status" "$?" 0
+read -r px py <<<"$(pdftotext -bbox padded.pdf - | grep -m1 '>日<' | sed 's/.*xMin="\([0-9.]*\)" yMin="\([0-9.]*\)".*/\1 \2/')"
+# The block: border 20-26pt, padding to 86pt, the 30pt column from 86 to 116pt; the text near the top
+# (the left padding turned to the top would put it 60pt down).
+awk -v x="$px" -v y="$py" 'BEGIN { exit !(x >= 86 && x <= 116 && y >= 10 && y <= 35) }' ||
+    fail "the character of the padded block stands at ($px, $py), not right of the left padding and below the top"
+
 finish
