@@ -248,6 +248,24 @@ TEST(shaping, features_add_to_the_defaults_and_can_turn_one_off) {
     EXPECT_NE(off.find(' '), std::string::npos) << off;
 }
 
+TEST(shaping, a_feature_parameter_picks_that_alternate) {
+    auto const font = load("/usr/share/fonts/opentype/urw-base35/NimbusRoman-Regular.otf");
+    if (!font) {
+        GTEST_SKIP() << "Nimbus Roman is not installed";
+    }
+    auto const glyph = [&](int param) {
+        auto const line = shape_text(**font, unicode::script::script::latn, false, U"-",
+                                     {{.feature_tag = "aalt", .feature_param = param}});
+        return line.substr(0, line.find('@'));
+    };
+    // The hyphen has three alternates: en dash, em dash and minus, as `hb-shape --features=aalt=N` picks
+    // them; 0 turns the feature off.
+    EXPECT_EQ(glyph(0), "14");
+    EXPECT_EQ(glyph(1), "111");
+    EXPECT_EQ(glyph(2), "137");
+    EXPECT_EQ(glyph(3), "166");
+}
+
 TEST(shaping, small_capitals_from_the_font) {
     auto const font = load("/usr/share/fonts/truetype/noto/NotoSerif-Regular.ttf");
     if (!font) {
