@@ -25,11 +25,14 @@ bool is_turned(page_info const& info, prepack::block const& b) {
     return b.block_style && b.block_style->writing_mode != info.general.writing_mode;
 }
 
-block::block_out pack_turned(page_info info,
-                             block::block_type const& type,
-                             prepack::block const& b,
-                             mc::gap gap,
-                             areas::areas a) {
+namespace {
+
+// One part of a turned block: as many of its lines as the flow is wide.
+block::block_out pack_chunk(page_info info,
+                            block::block_type const& type,
+                            prepack::block const& b,
+                            mc::gap gap,
+                            areas::areas a) {
     auto const& s = *b.block_style;
     auto const used = css::used_style::used_style_of(s, areas::width_of(a.container), std::nullopt);
     auto const& bd = used.used_borders;
@@ -134,6 +137,71 @@ block::block_out pack_turned(page_info info,
     placed->b_packed_box = share(std::move(box));
     if (rest) {
         placed->b_remain_portion = std::move(rest);
+    }
+    return out;
+}
+
+} // namespace
+
+block::block_out pack_turned(page_info info,
+                             block::block_type const& type,
+                             prepack::block const& b,
+                             mc::gap gap,
+                             areas::areas a) {
+    auto out = pack_chunk(std::move(info), type, b, std::move(gap), std::move(a));
+    if (!std::holds_alternative<block::inflow_block>(type)) {
+        return out;
+    }
+    // Lines deeper than the flow is wide go on in a part below the first while the page has room for
+    // one as long, and the parts stand in the flow as one box.
+    std::vector<ref<box>> parts;
+    while (true) {
+        auto* placed = std::get_if<block::packed_main>(&out.res);
+        if (!placed || !placed->b_remain_portion) {
+            break;
+        }
+        auto rest = *placed->b_remain_portion;
+        auto rest_style = *rest.block_style;
+        rest_style.margin_top = 0.0f;
+        rest.block_style = share(std::move(rest_style));
+        auto next_info = out.out_info;
+        next_info.flags.max_page_area = false;
+        auto next = pack_chunk(std::move(next_info), type, rest, out.out_gap, out.out_areas);
+        auto* more = std::get_if<block::packed_main>(&next.res);
+        if (!more) {
+            break;
+        }
+        if (parts.empty()) {
+            parts.push_back(placed->b_packed_box);
+        }
+        parts.push_back(more->b_packed_box);
+        placed->b_remain_portion = std::move(more->b_remain_portion);
+        if (placed->b_remain_portion) {
+            placed->b_remain_portion->block_style = b.block_style;
+        }
+        placed->b_content_top_bottom.second = more->b_content_top_bottom.second;
+        out.out_info = std::move(next.out_info);
+        out.out_areas = std::move(next.out_areas);
+        out.out_gap = std::move(next.out_gap);
+    }
+    if (!parts.empty()) {
+        auto& placed = std::get<block::packed_main>(out.res);
+        float left = parts.front()->box_x;
+        float right = left;
+        float top = parts.front()->box_y;
+        float bottom = top;
+        for (auto const& p : parts) {
+            left = std::min(left, p->box_x);
+            right = std::max(right, p->box_x + p->box_w);
+            top = std::max(top, p->box_y);
+            bottom = std::min(bottom, p->box_y - p->box_h);
+        }
+        placed.b_packed_box = share(box{.box_x = left,
+                                        .box_y = top,
+                                        .box_w = right - left,
+                                        .box_h = top - bottom,
+                                        .box_content = boxes{std::move(parts)},
+                                        .box_style = share(css::style::inherit_from(*b.block_style))});
     }
     return out;
 }

@@ -115,6 +115,9 @@ for i in 1 17 40 77 100; do
 done
 long_pages=$(pdfinfo long.pdf | awk '/^Pages:/ {print $2}')
 [ "$long_pages" -ge 2 ] || fail "the long vertical block takes $long_pages page(s), not two or more"
+# The block is less than half as high as the page: the first page holds two parts, one below the other.
+page1=$(pdftotext -f 1 -l 1 -raw long.pdf - | tr -d ' \n')
+expect_contains "the second part on the first page" "$page1" "第$(kanji 50)文。"
 beyond=$(pdftotext -bbox long.pdf - | grep -c 'xMax="\(2[89][0-9]\|[3-9][0-9][0-9]\)\.' || true)
 expect_eq "columns beyond the page's right edge" "$beyond" 0
 
