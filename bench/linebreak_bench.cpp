@@ -135,7 +135,7 @@ int main(int argc, char** argv) {
 
     eval_knuth::eval_env const env{
         .env_log = quiet,
-        .env_shape = eval_knuth::shaper_of(*db),
+        .env_shape = eval_knuth::shaper_of(std::make_shared<fonts::fonts const>(*db)),
         .env_patterns =
             [shared_rules](css::text::hyphenate_patterns const&) {
                 return std::optional<ref<hyphen_parser::hyphen_rules>>(shared_rules);

@@ -188,18 +188,22 @@ measure_form form_of(text_head const& head, line_kind kind) {
     return form_of_parts(head.head_font_req, head.head_style, head.head_first_line, kind);
 }
 
-shaper shaper_of(fonts::fonts const& db, std::shared_ptr<fonts::shape_cache::shape_cache> cache) {
+shaper shaper_of(std::shared_ptr<fonts::fonts const> db, std::shared_ptr<fonts::shape_cache::shape_cache> cache) {
+    // The database is shared, not copied: a shaper is made for every paragraph.
     if (!cache) {
-        return [db](fonts::font_req const& req, fonts::direction dir, std::u32string_view text) {
-            return pack::knuth::graphemes(fonts::text_to_graphemes(db, req, dir, text));
+        return [db = std::move(db)](fonts::font_req const& req, fonts::direction dir, std::u32string_view text) {
+            return pack::knuth::graphemes(fonts::text_to_graphemes(*db, req, dir, text));
         };
     }
-    return [db, cache](fonts::font_req const& req, fonts::direction dir, std::u32string_view text) {
-        return fonts::shape_cache::shape(*cache, db, req, dir, text);
+    return [db = std::move(db), cache = std::move(cache)](fonts::font_req const& req, fonts::direction dir,
+                                                          std::u32string_view text) {
+        return fonts::shape_cache::shape(*cache, *db, req, dir, text);
     };
 }
 
-pattern_source patterns_of(log::log const& log, hyph::hyph& cache, resource::loader::loader const& loader) {
+pattern_source patterns_of(log::log const& log,
+                           hyph::hyph& cache,
+                           std::shared_ptr<resource::loader::loader const> loader) {
     // The names a paragraph's styles give resolve to the same patterns every time a line asks, and
     // resolving a URL is not cheap: the last answer is kept for the next question.
     struct last_answer {
@@ -207,7 +211,7 @@ pattern_source patterns_of(log::log const& log, hyph::hyph& cache, resource::loa
         std::optional<ref<hyphen_parser::hyphen_rules>> answer_rules;
     };
     auto last = std::make_shared<std::optional<last_answer>>();
-    return [log, &cache, loader, last](css::text::hyphenate_patterns const& names)
+    return [log, &cache, loader = std::move(loader), last](css::text::hyphenate_patterns const& names)
                -> std::optional<ref<hyphen_parser::hyphen_rules>> {
         if (*last && (*last)->answer_names == names) {
             return (*last)->answer_rules;
@@ -215,7 +219,7 @@ pattern_source patterns_of(log::log const& log, hyph::hyph& cache, resource::loa
         std::optional<ref<hyphen_parser::hyphen_rules>> found;
         // The first file that loads serves; a style may name a fallback after a preferred file.
         for (auto const& name : names) {
-            if (auto rules = hyph::get_patterns_for_url(log, cache, loader, name)) {
+            if (auto rules = hyph::get_patterns_for_url(log, cache, *loader, name)) {
                 found = std::move(rules);
                 break;
             }

@@ -76,12 +76,15 @@ struct eval_env {
     std::optional<script_caller> env_call_script;
 };
 
-/// The shaper of a font database; with a cache, each word is shaped once.
-shaper shaper_of(fonts::fonts const& db, std::shared_ptr<fonts::shape_cache::shape_cache> cache = nullptr);
+/// The shaper of a font database, which it shares; with a cache, each word is shaped once.
+shaper shaper_of(std::shared_ptr<fonts::fonts const> db,
+                 std::shared_ptr<fonts::shape_cache::shape_cache> cache = nullptr);
 
 /// The pattern source of a run: the style's pattern names resolved through the loader and read into
 /// the run's cache.
-pattern_source patterns_of(log::log const& log, hyph::hyph& cache, resource::loader::loader const& loader);
+pattern_source patterns_of(log::log const& log,
+                           hyph::hyph& cache,
+                           std::shared_ptr<resource::loader::loader const> loader);
 
 /// Replaces the `splice_count` items that follow the evaluated one by `splice_items`.
 struct splice {

@@ -78,13 +78,13 @@ eval_knuth::eval_env env_of(page_info const& info) {
     auto const& g = info.general;
     eval_knuth::eval_env env{
         .env_log = g.log,
-        .env_shape = eval_knuth::shaper_of(*g.fonts, g.shapes),
+        .env_shape = eval_knuth::shaper_of(g.fonts, g.shapes),
         .env_patterns = [](css::text::hyphenate_patterns const&) {
             return std::optional<ref<hyphen_parser::hyphen_rules>>();
         },
     };
     if (g.loader) {
-        env.env_patterns = eval_knuth::patterns_of(g.log, *g.hyph, *g.loader);
+        env.env_patterns = eval_knuth::patterns_of(g.log, *g.hyph, g.loader);
     }
     int const page = g.user_page_num;
     std::optional<int> const pages = pages_of(g);

@@ -113,7 +113,7 @@ struct builder {
             return textbuf::textbuf(word);
         }
         auto const rules = eval_knuth::patterns_of(info.general.log, *info.general.hyph,
-                                                   *info.general.loader)(s.hyphenate_patterns);
+                                                   info.general.loader)(s.hyphenate_patterns);
         if (!rules) {
             return textbuf::textbuf(word);
         }
