@@ -19,6 +19,8 @@ packages=(
     libgtest-dev libgmock-dev poppler-utils qpdf python3-fonttools python3-pil openssl
     # the reference shaper the shaping tests compare glyphs and positions with
     libharfbuzz-bin
+    # the reference rasteriser that made the SVG reference set's images (tools/gen_svg_reference.sh)
+    librsvg2-bin
 )
 
 missing=()

@@ -490,10 +490,13 @@ struct builder {
         }
         auto const value = [&](std::string_view name, axis a) -> double {
             auto const text = chain_attr(chain, name);
-            if (!text) {
-                return 0;
-            }
             if (obb) {
+                // A fraction of the box; an absent x or y is 0, the box's own corner.
+                double const extent = a == axis::x ? box->x1 - box->x0 : box->y1 - box->y0;
+                double const origin = a == axis::x ? box->x0 : box->y0;
+                if (!text) {
+                    return name == "x" || name == "y" ? origin : 0;
+                }
                 std::string v = *text;
                 bool const pct = !v.empty() && v.back() == '%';
                 if (pct) {
@@ -501,11 +504,9 @@ struct builder {
                 }
                 auto n = path_data::parse_numbers(v);
                 double const f = n && n->size() == 1 ? (pct ? (*n)[0] / 100 : (*n)[0]) : 0;
-                double const extent = a == axis::x ? box->x1 - box->x0 : box->y1 - box->y0;
-                double const origin = a == axis::x ? box->x0 : box->y0;
                 return name == "x" || name == "y" ? origin + f * extent : f * extent;
             }
-            return length(*text, a, 16).value_or(0);
+            return text ? length(*text, a, 16).value_or(0) : 0;
         };
         svg_tiling t{.tiling_x = value("x", axis::x),
                      .tiling_y = value("y", axis::y),
@@ -1586,6 +1587,11 @@ struct builder {
         for (auto const& piece : lay.pieces) {
             auto const& ps = *piece.piece_style;
             auto const& g = *ps.svgstyle;
+            if (ps.text_underline_style != css::text::text_line_style::none ||
+                ps.text_overline_style != css::text::text_line_style::none ||
+                ps.text_line_through_style != css::text::text_line_style::none) {
+                log::log_warning_once(log, "svg: text: text-decoration lines are not drawn yet");
+            }
             double const start_anchor = g.svgstyle_text_anchor == css::svgstyle::text_anchor::middle ? 0.5
                                         : g.svgstyle_text_anchor == css::svgstyle::text_anchor::end ? 1
                                                                                                       : 0;

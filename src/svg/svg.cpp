@@ -67,10 +67,12 @@ std::vector<c_curveto> arc_to_curves(arc const& a) {
 }
 
 std::vector<command> ellipse_curves(point c, double rx, double ry) {
-    // The unit circle as 13 points: a start and four groups of control, control, end.
-    static constexpr double k = 0.552;
-    static constexpr double unit[13][2] = {{0, 1},  {k, 1},   {1, k},   {1, 0},   {1, -k},  {k, -1}, {0, -1},
-                                           {-k, -1}, {-1, -k}, {-1, 0}, {-1, k}, {-k, 1}, {0, 1}};
+    // The unit circle as 13 points: a start and four groups of control, control, end. It starts at the
+    // right and turns towards +y (clockwise on a y-down page), where dashes and markers of a circle or
+    // an ellipse begin.
+    static constexpr double k = 0.5522847498;
+    static constexpr double unit[13][2] = {{1, 0},  {1, k},   {k, 1},   {0, 1},   {-k, 1},  {-1, k}, {-1, 0},
+                                           {-1, -k}, {-k, -1}, {0, -1}, {k, -1}, {1, -k}, {1, 0}};
     auto const at = [&](int i) { return point{c.x + rx * unit[i][0], c.y + ry * unit[i][1]}; };
     std::vector<command> out{moveto{at(0)}};
     for (int i = 1; i < 13; i += 3) {

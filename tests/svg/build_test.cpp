@@ -198,5 +198,36 @@ TEST(build, markers_follow_the_vertices) {
     EXPECT_NEAR(group[3].svg_transform.b, 2, 1e-9);
 }
 
+TEST(build, circles_start_at_the_right_and_turn_towards_positive_y) {
+    // Where dashes and markers of a circle or an ellipse begin, and which way they run.
+    drawn const d(svg_doc("<circle cx=\"50\" cy=\"40\" r=\"10\"/><ellipse cx=\"0\" cy=\"0\" rx=\"4\" ry=\"2\"/>"));
+    auto const s = shapes(*d.block);
+    ASSERT_EQ(s.size(), 2u);
+    auto const& c = s[0]->shape_commands;
+    ASSERT_GE(c.size(), 3u);
+    EXPECT_EQ(std::get<moveto>(c[0]).to, (point{60, 40}));
+    EXPECT_EQ(std::get<c_curveto>(c[1]).c_end, (point{50, 50}));
+    EXPECT_EQ(std::get<c_curveto>(c[2]).c_end, (point{40, 40}));
+    EXPECT_EQ(std::get<moveto>(s[1]->shape_commands[0]).to, (point{4, 0}));
+    EXPECT_EQ(std::get<c_curveto>(s[1]->shape_commands[1]).c_end, (point{0, 2}));
+}
+
+TEST(build, pattern_tiles_in_box_units_start_at_the_box) {
+    drawn const d(svg_doc("<pattern id=\"p\" width=\"0.25\" height=\"0.5\"><rect width=\"1\" height=\"1\"/></pattern>"
+                          "<pattern id=\"q\" x=\"0.5\" y=\"10%\" width=\"0.25\" height=\"0.5\"/>"
+                          "<rect x=\"10\" y=\"20\" width=\"80\" height=\"40\" fill=\"url(#p)\" stroke=\"url(#q)\"/>"));
+    auto const s = shapes(*d.block);
+    ASSERT_EQ(s.size(), 1u);
+    // No x or y: the tile's corner is the box's.
+    auto const& p = *std::get<paint_tiling>(s[0]->shape_fill).tiling;
+    EXPECT_DOUBLE_EQ(p.tiling_x, 10);
+    EXPECT_DOUBLE_EQ(p.tiling_y, 20);
+    EXPECT_DOUBLE_EQ(p.tiling_width, 20);
+    EXPECT_DOUBLE_EQ(p.tiling_height, 20);
+    auto const& q = *std::get<paint_tiling>(s[0]->shape_stroke).tiling;
+    EXPECT_DOUBLE_EQ(q.tiling_x, 50);
+    EXPECT_DOUBLE_EQ(q.tiling_y, 24);
+}
+
 } // namespace
 } // namespace vellum::svg::build
