@@ -1815,7 +1815,10 @@ struct builder {
             auto const box = path_bbox(*cmds);
             auto const& g = *s->svgstyle;
             svg n = node_of(*s, *e,
-                            shape{.shape_fill = paint_of(g.svgstyle_fill, box, "fill", s),
+                            // A line has no inside to fill; filling its zero-area path would leave a
+                            // hairline in some viewers.
+                            shape{.shape_fill = name == "line" ? used_paint{paint_none{}}
+                                                               : paint_of(g.svgstyle_fill, box, "fill", s),
                                   .shape_stroke = paint_of(g.svgstyle_stroke, box, "stroke", s),
                                   .shape_commands = *cmds});
             bool const markable = name == "path" || name == "line" || name == "polyline" || name == "polygon";

@@ -381,4 +381,28 @@ pdftoppm -r 72 -png union-a.pdf union-a
 expect_eq "PDF/A-1b: first rectangle" "$(is_color "$(pixel union-a-1.png 22 26)" 0 255 0)" yes
 expect_eq "PDF/A-1b: outside both rectangles" "$(is_color "$(pixel union-a-1.png 64 55)" 255 255 255)" yes
 
+# A horizontal line has a bounding box of no height: a gradient in bounding-box units paints nothing
+# on it, and a line is never filled, so nothing at all is drawn; a vertical line stroked in a plain
+# colour beside it still is.
+cat >zeroline.html <<'HTML'
+<!DOCTYPE html><html><head><style>@page { size: 150pt 150pt; margin: 0 } body { margin: 0 } svg { display: block }</style></head><body>
+<svg xmlns="http://www.w3.org/2000/svg" width="200" height="200">
+<defs><linearGradient id="g"><stop offset="0" stop-color="red"/><stop offset="1" stop-color="blue"/></linearGradient></defs>
+<line x1="10" y1="20" x2="190" y2="20" stroke="url(#g)" stroke-width="10"/>
+<line x1="100" y1="50" x2="100" y2="150" stroke="#00f" stroke-width="10"/>
+</svg></body></html>
+HTML
+timeout 60 "$VELLUM" zeroline.html -o zeroline.pdf 2>zeroline.err
+expect_eq "zeroline: status" "$?" 0
+pdftoppm -r 72 -png -singlefile zeroline.pdf zeroline
+ink=$($PY - <<'PY'
+from PIL import Image
+im = Image.open("zeroline.png").convert("RGB")
+band = [im.getpixel((x, y)) for x in range(0, 150) for y in range(8, 22)]
+print(sum(1 for p in band if min(p) < 250))
+PY
+)
+expect_eq "zeroline: nothing drawn for the horizontal line" "$ink" 0
+expect_eq "zeroline: the vertical line is drawn" "$(is_color "$(pixel zeroline.png 75 75)" 0 0 255)" yes
+
 finish
