@@ -612,15 +612,34 @@ struct painter {
                 // A span has its own stroke width; caps, joins and dashes are the text element's.
                 set_stroke_style(s, st, run.run_stroke_width);
             }
+            // Underlines and overlines go under the glyphs, lines through over them, across the run in
+            // the span's paint, placed by its font's underline numbers.
+            bool const decorated = style.text_underline_style != css::text::text_line_style::none ||
+                                   style.text_overline_style != css::text::text_line_style::none ||
+                                   style.text_line_through_style != css::text::text_line_style::none;
+            double const text_alpha = alpha * (fill ? st.fill_opacity : 1);
+            auto const decorate = [&](paint_text::decoration_layer layer) {
+                if (!decorated) {
+                    return;
+                }
+                auto deco = style;
+                deco.text_underline_color = style.color;
+                deco.text_overline_color = style.color;
+                deco.text_line_through_color = style.color;
+                paint_text::paint_decorations(o, s.g, layer, 0, run.run_width, 0, deco,
+                                              fonts::graphemes_metrics(run.run_glyphs.view(), run.run_font_size),
+                                              text_alpha);
+            };
+            decorate(paint_text::decoration_layer::under_text);
             content::begin_text(o);
             if (stroke) {
                 content::render_mode(o, fill ? content::text_render_mode::fill_and_stroke
                                              : content::text_render_mode::stroke);
             }
             paint_text::text_cursor cursor;
-            paint_text::paint_graphemes(o, s.g, cursor, run.run_glyphs.view(), 0, 0, style,
-                                        alpha * (fill ? st.fill_opacity : 1), {});
+            paint_text::paint_graphemes(o, s.g, cursor, run.run_glyphs.view(), 0, 0, style, text_alpha, {});
             content::end_text(o);
+            decorate(paint_text::decoration_layer::over_text);
             content::restore(o, s.g);
         }
     }

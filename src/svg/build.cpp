@@ -1587,11 +1587,6 @@ struct builder {
         for (auto const& piece : lay.pieces) {
             auto const& ps = *piece.piece_style;
             auto const& g = *ps.svgstyle;
-            if (ps.text_underline_style != css::text::text_line_style::none ||
-                ps.text_overline_style != css::text::text_line_style::none ||
-                ps.text_line_through_style != css::text::text_line_style::none) {
-                log::log_warning_once(log, "svg: text: text-decoration lines are not drawn yet");
-            }
             double const start_anchor = g.svgstyle_text_anchor == css::svgstyle::text_anchor::middle ? 0.5
                                         : g.svgstyle_text_anchor == css::svgstyle::text_anchor::end ? 1
                                                                                                       : 0;
