@@ -137,4 +137,42 @@ awk -v x="$c2x" -v y="$c2y" 'BEGIN { exit !(x < 35 && y < 40) }' ||
 read -r shx shy <<<"$(box_of corner.pdf 2 Snaphigh)"
 awk -v y="$shy" 'BEGIN { exit !(y < 60) }' || fail "corner: a snap float called high on page 2 is at $shy"
 
+# A float to the bottom styled by its page region stands on the footnote area: the region's border
+# above the float, the float, then the footnote area with its own border, and the note at the foot.
+{
+    echo '<!DOCTYPE html><html><head><style>
+@page { size: 300pt 300pt; margin: 20pt;
+  @page-float-bottom { border-top: 2pt solid #f00; padding-top: 4pt; margin-top: 6pt }
+  @footnote { border-top: 1pt solid #00f; margin-top: 4pt } }
+body { margin: 0; font: 10pt/12pt "DejaVu Sans" } p { margin: 0 }
+.b { float: bottom; height: 40pt } .n { float: footnote }
+</style></head><body><p>Notecall text<span class="n">Footbody text.</span></p>
+<div class="b">Bottomfloat</div><p>Aftertext.</p></body></html>'
+} >bottomnote.html
+timeout 60 "$VELLUM" bottomnote.html -o bottomnote.pdf 2>bottomnote.err
+expect_eq "bottomnote: status" "$?" 0
+expect_eq "bottomnote: no warnings" "$(cat bottomnote.err)" ""
+read -r _ floaty <<<"$(box_of bottomnote.pdf 1 Bottomfloat)"
+read -r _ notey <<<"$(box_of bottomnote.pdf 1 Footbody)"
+read -r _ aftery <<<"$(box_of bottomnote.pdf 1 Aftertext.)"
+# The float's 40pt and the footnote area's border and margin lie between the float's first line and
+# the note; the text after the call stays in the flow above the float.
+awk -v f="$floaty" -v n="$notey" -v a="$aftery" 'BEGIN { exit !(f != "" && n != "" && a < f && n >= f + 40 && n < 280) }' ||
+    fail "bottomnote: float at $floaty, note at $notey, text after at $aftery"
+pdftoppm -r 72 -png -singlefile bottomnote.pdf bottomnote
+rows=$(/usr/bin/python3 - <<'PY'
+from PIL import Image
+im = Image.open("bottomnote.png").convert("RGB")
+def row_of(colour):
+    for y in range(im.height):
+        if all(abs(a - b) < 60 for a, b in zip(im.getpixel((150, y)), colour)):
+            return y
+    return -1
+print(row_of((255, 0, 0)), row_of((0, 0, 255)))
+PY
+)
+read -r red blue <<<"$rows"
+awk -v r="$red" -v b="$blue" -v f="$floaty" -v n="$notey" 'BEGIN { exit !(r >= 0 && r < f && b > f + 40 && b < n) }' ||
+    fail "bottomnote: the region border ($red) is not above the float ($floaty), or the footnote border ($blue) not between it and the note ($notey)"
+
 finish
