@@ -769,13 +769,18 @@ line_made make_line(page_info const& info,
                     line_request const& request,
                     std::span<pack::knuth::knuth const> line) {
     auto const band = band_of(areas);
+    // The inline boxes left open by the line before open this one; most lines have none, and their
+    // items are placed where they lie.
     std::vector<pack::knuth::knuth> items;
-    items.reserve(request.open_tags.size() + line.size());
-    for (auto const& o : request.open_tags) {
-        items.emplace_back(knuth_box{o});
+    if (!request.open_tags.empty()) {
+        items.reserve(request.open_tags.size() + line.size());
+        for (auto const& o : request.open_tags) {
+            items.emplace_back(knuth_box{o});
+        }
+        items.insert(items.end(), line.begin(), line.end());
     }
-    items.insert(items.end(), line.begin(), line.end());
-    auto placed = place_items(items, band.left, band.right, info.general.body_area.left);
+    auto placed = place_items(request.open_tags.empty() ? line : std::span<pack::knuth::knuth const>(items),
+                              band.left, band.right, info.general.body_area.left);
     bool const empty = std::all_of(placed.placed_items.begin(), placed.placed_items.end(),
                                    [](placed_item const& p) { return is_indent(p.placed); });
     if (empty) {
