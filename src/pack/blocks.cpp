@@ -267,7 +267,8 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
         // Only the first block placed may be forced into the space: later ones can go on.
         auto child_info = cur_info;
         child_info.flags.max_page_area = max_area && stack.empty();
-        auto r = block::pack_block(std::move(child_info), block::inflow_block{}, b, block_gap, block_areas);
+        auto r = block::pack_block(std::move(child_info), block::inflow_block{}, b, std::move(block_gap),
+                                   std::move(block_areas));
         r.out_info.flags.max_page_area = max_area;
         if (std::holds_alternative<block::none>(r.res) && r.out_forced_break) {
             // A forced break in front of the block's first child falls in front of the block.
