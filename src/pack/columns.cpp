@@ -250,14 +250,15 @@ columns_res one_pass(pass_input const& in, float bottom) {
             col.column_content_bottom = std::min(a.top, col.column_content_bottom);
         }
         // The column's footnotes: those carried in, and those its lines called when it placed any.
-        std::vector<page_footnote> notes(notes_carried);
-        float notes_room = notes.empty() ? 0
-                                         : std::min(footnotes::height_needed(cur, notes, a),
-                                                    areas::height_of(a) * footnote_share);
+        std::vector<page_footnote> notes;
+        float notes_room = 0;
         if (!std::holds_alternative<blocks::none>(r.res)) {
             auto const called = column_footnotes_of(r.out_info.accum);
             notes.assign(called.begin(), called.end());
             notes_room = r.out_info.packed_stuff.column_footnotes_height;
+        } else if (!notes_carried.empty()) {
+            notes = notes_carried;
+            notes_room = std::min(footnotes::height_needed(cur, notes, a), areas::height_of(a) * footnote_share);
         }
         r.out_info.accum.column_footnotes = nullptr;
         r.out_info.packed_stuff.column_footnotes_height = 0;

@@ -113,38 +113,41 @@ eval_knuth::eval_env env_of(page_info const& info) {
     return env;
 }
 
-std::span<page_footnote const> footnotes_of(accum const& a) {
-    if (!a.page_footnotes) {
+namespace {
+
+std::span<page_footnote const> notes_in(page_footnote_list const& list) {
+    if (!list) {
         return {};
     }
-    return *a.page_footnotes;
+    return *list;
+}
+
+// The list with one footnote more: a new shared list, since copies of the page's state share the old.
+page_footnote_list appended(page_footnote_list const& list, page_footnote f) {
+    auto const old = notes_in(list);
+    std::vector<page_footnote> out;
+    out.reserve(old.size() + 1);
+    out.assign(old.begin(), old.end());
+    out.push_back(std::move(f));
+    return share(std::move(out));
+}
+
+} // namespace
+
+std::span<page_footnote const> footnotes_of(accum const& a) {
+    return notes_in(a.page_footnotes);
 }
 
 void add_footnote(accum& a, page_footnote f) {
-    std::vector<page_footnote> list;
-    if (a.page_footnotes) {
-        list.reserve(a.page_footnotes->size() + 1);
-        list = *a.page_footnotes;
-    }
-    list.push_back(std::move(f));
-    a.page_footnotes = share(std::move(list));
+    a.page_footnotes = appended(a.page_footnotes, std::move(f));
 }
 
 std::span<page_footnote const> column_footnotes_of(accum const& a) {
-    if (!a.column_footnotes) {
-        return {};
-    }
-    return *a.column_footnotes;
+    return notes_in(a.column_footnotes);
 }
 
 void add_column_footnote(accum& a, page_footnote f) {
-    std::vector<page_footnote> list;
-    if (a.column_footnotes) {
-        list.reserve(a.column_footnotes->size() + 1);
-        list = *a.column_footnotes;
-    }
-    list.push_back(std::move(f));
-    a.column_footnotes = share(std::move(list));
+    a.column_footnotes = appended(a.column_footnotes, std::move(f));
 }
 
 std::optional<float> footnote_floor(page_info const& info) {
