@@ -220,6 +220,112 @@ std::optional<std::vector<std::pair<std::string, std::string>>> expand_font(std:
     return out;
 }
 
+// `background` split among its members layer by layer: in each comma-separated layer an image, an
+// attachment, one or two boxes (one sets origin and clip, two set origin then clip), a repeat of one or
+// two keywords, a position of up to four terms with an optional "/" and size, and in the last layer
+// only a colour. A member no layer gives is "initial"; one that some layers give takes its initial text
+// in the others, so that the layers stay lined up. Nothing for a value that does not read so.
+std::optional<std::vector<std::pair<std::string, std::string>>> expand_background(
+    std::vector<std::string> const& members, css::value::value const& v) {
+    using css::value::value;
+    auto const runs = css::property::parse::comma_runs(v);
+    auto const joined = [](std::span<value const> terms) {
+        std::string out;
+        for (auto const& t : terms) {
+            out += (out.empty() ? "" : " ") + css::value::to_text(t);
+        }
+        return out;
+    };
+    // The longest run of terms from i, at most `most` long, whose text the member takes.
+    auto const longest = [&](std::vector<value> const& terms, std::size_t i, std::size_t most, std::string const& member)
+        -> std::optional<std::pair<std::size_t, std::string>> {
+        for (std::size_t n = std::min(most, terms.size() - i); n > 0; --n) {
+            auto const text = joined(std::span<value const>(terms).subspan(i, n));
+            if (text_valid_for(member, text)) {
+                return std::pair{n, text};
+            }
+        }
+        return std::nullopt;
+    };
+    std::vector<std::map<std::string, std::string>> layers;
+    for (std::size_t li = 0; li < runs.size(); ++li) {
+        auto const& terms = runs[li];
+        if (terms.empty()) {
+            return std::nullopt;
+        }
+        std::map<std::string, std::string> given;
+        int boxes = 0;
+        for (std::size_t i = 0; i < terms.size();) {
+            auto const& t = terms[i];
+            if (std::holds_alternative<css::value::slash>(t)) {
+                return std::nullopt;
+            }
+            if (!given.contains("background-image") && valid_for("background-image", t)) {
+                given["background-image"] = canonical_text("background-image", t);
+                ++i;
+            } else if (!given.contains("background-attachment") && valid_for("background-attachment", t)) {
+                given["background-attachment"] = lower(css::value::to_text(t));
+                ++i;
+            } else if (boxes < 2 && valid_for("background-origin", t)) {
+                auto const word = lower(css::value::to_text(t));
+                if (boxes++ == 0) {
+                    given["background-origin"] = word;
+                }
+                given["background-clip"] = word;
+                ++i;
+            } else if (auto const r = given.contains("background-repeat") ? std::nullopt
+                                                                          : longest(terms, i, 2, "background-repeat")) {
+                given["background-repeat"] = lower(r->second);
+                i += r->first;
+            } else if (auto const pos = given.contains("background-position")
+                                            ? std::nullopt
+                                            : longest(terms, i, 4, "background-position")) {
+                given["background-position"] = pos->second;
+                i += pos->first;
+                if (i < terms.size() && std::holds_alternative<css::value::slash>(terms[i])) {
+                    auto const size = i + 1 < terms.size() ? longest(terms, i + 1, 2, "background-size") : std::nullopt;
+                    if (!size) {
+                        return std::nullopt;
+                    }
+                    given["background-size"] = size->second;
+                    i += 1 + size->first;
+                }
+            } else if (li + 1 == runs.size() && !given.contains("background-color") && valid_for("background-color", t)) {
+                given["background-color"] = canonical_text("background-color", t);
+                ++i;
+            } else {
+                return std::nullopt;
+            }
+        }
+        layers.push_back(std::move(given));
+    }
+    static std::map<std::string, std::string> const initial_text = {
+        {"background-attachment", "scroll"}, {"background-clip", "border-box"},  {"background-image", "none"},
+        {"background-origin", "padding-box"}, {"background-position", "0% 0%"}, {"background-repeat", "repeat"},
+        {"background-size", "auto"}};
+    std::vector<std::pair<std::string, std::string>> out;
+    for (auto const& m : members) {
+        if (m == "background-color") {
+            auto const it = layers.back().find(m);
+            out.emplace_back(m, it != layers.back().end() ? it->second : "initial");
+            continue;
+        }
+        if (std::ranges::none_of(layers, [&](auto const& l) { return l.contains(m); })) {
+            out.emplace_back(m, "initial");
+            continue;
+        }
+        std::string text;
+        for (auto const& l : layers) {
+            auto const it = l.find(m);
+            auto const fallback = initial_text.find(m);
+            text += (text.empty() ? "" : ", ") +
+                    (it != l.end() ? it->second : fallback != initial_text.end() ? fallback->second : "initial");
+        }
+        out.emplace_back(m, text);
+    }
+    return out;
+}
+
 std::optional<std::vector<std::pair<std::string, std::string>>> expand_shorthand(prop_name p, css::value::value const& v) {
     auto const members = member_names(p);
     if (members.empty()) {
@@ -237,6 +343,9 @@ std::optional<std::vector<std::pair<std::string, std::string>>> expand_shorthand
             out.emplace_back(m, lower(*k));
         }
         return out;
+    }
+    if (css::propnames::css_name(p) == "background") {
+        return expand_background(members, v);
     }
     if (css::propnames::css_name(p) == "border-radius") {
         // One to four horizontal radii, then after a slash one to four vertical ones, each list spread
@@ -315,11 +424,10 @@ std::optional<std::vector<std::pair<std::string, std::string>>> expand_shorthand
     return out;
 }
 
-// The shorthands whose members don't stand apart term by term (layers, slashes between corners): kept
-// as written.
+// The corners' radii stand apart only with their slashes, and a script reads them back per corner from
+// the shorthand: `border-radius` is kept as written.
 bool keep_whole(prop_name p) {
-    auto const name = css::propnames::css_name(p);
-    return name == "background" || name == "border-radius";
+    return css::propnames::css_name(p) == "border-radius";
 }
 
 // `css_get_prop` on the style attribute: the text of the last declaration of the property, or of the

@@ -259,6 +259,20 @@ TEST(domjs, style_attribute_in_canonical_form) {
               "4px,2px,4px,2px");
     EXPECT_EQ(f.eval("s.borderRadius = '1px 2px 3px / 5px'; s.borderBottomLeftRadius + ',' + s.borderTopLeftRadius"),
               "2px 5px,1px 5px");
+    // background is set by its members, layer by layer, the colour from the last layer; the shorthand
+    // itself is no longer declared.
+    EXPECT_EQ(f.eval("s.background = 'url(a.png) no-repeat left 4px / 10px, red';"
+                     "[s.backgroundImage, s.backgroundRepeat, s.backgroundPosition, s.backgroundSize,"
+                     " s.backgroundColor, s.backgroundAttachment, '[' + s.background + ']'].join('|')"),
+              "url(\"a.png\"),none|no-repeat,repeat|left 4px,0% 0%|10px,auto|#ff0000|initial|[]");
+    EXPECT_EQ(f.eval("s.background = 'content-box border-box fixed blue'; [s.backgroundOrigin, s.backgroundClip,"
+                     " s.backgroundAttachment, s.backgroundColor, s.backgroundImage].join('|')"),
+              "content-box|border-box|fixed|#0000ff|initial");
+    EXPECT_EQ(f.eval("s.backgroundColor = 'green'; s.backgroundColor + '|' + s.backgroundAttachment"), "#008000|fixed");
+    // A colour before the last layer, or a size without a position, is no background: nothing changes.
+    EXPECT_EQ(f.eval("s.background = 'red, url(b.png)'; s.background = 'url(b.png) / 10px';"
+                     " s.backgroundColor + '|' + s.backgroundImage"),
+              "#008000|initial");
 }
 
 TEST(domjs, computed_style_follows_rules_and_class_changes) {
