@@ -173,7 +173,9 @@ enum class clear { none, left, right, inside, outside, both };
 
 // Breaks and pages.
 
-enum class page_break { auto_, always, avoid, left, right };
+/// A break before, after or inside a box. `avoid` avoids every break; `avoid_page` only a break that ends
+/// a page and `avoid_column` only one that ends a column.
+enum class page_break { auto_, always, avoid, left, right, avoid_page, avoid_column };
 enum class column_break { auto_, always };
 enum class page_group { auto_, start };
 

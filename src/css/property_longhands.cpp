@@ -909,15 +909,15 @@ opt<box::page_break> parse_page_break(value::value const& v) {
     static constexpr auto words =
         table<p>(std::pair{"auto", p::auto_}, std::pair{"always", p::always}, std::pair{"avoid", p::avoid},
                  std::pair{"left", p::left}, std::pair{"right", p::right}, std::pair{"page", p::always},
-                 std::pair{"avoid-page", p::avoid}, std::pair{"avoid-column", p::avoid}, std::pair{"recto", p::right}, std::pair{"verso", p::left});
+                 std::pair{"avoid-page", p::avoid_page}, std::pair{"avoid-column", p::avoid_column}, std::pair{"recto", p::right}, std::pair{"verso", p::left});
     return keyword(v, words);
 }
 
 opt<box::page_break> parse_page_break_inside(value::value const& v) {
     using p = box::page_break;
     static constexpr auto words =
-        table<p>(std::pair{"auto", p::auto_}, std::pair{"avoid", p::avoid}, std::pair{"avoid-page", p::avoid},
-                 std::pair{"avoid-column", p::avoid});
+        table<p>(std::pair{"auto", p::auto_}, std::pair{"avoid", p::avoid}, std::pair{"avoid-page", p::avoid_page},
+                 std::pair{"avoid-column", p::avoid_column});
     return keyword(v, words);
 }
 

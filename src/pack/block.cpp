@@ -671,8 +671,7 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
         return out;
     }
     bool const has_remain = c.remain.has_value();
-    if (has_remain && s.bit_props.bit_props_page_break_inside == css::box::page_break::avoid &&
-        !info.flags.max_page_area) {
+    if (has_remain && avoids_break(s.bit_props.bit_props_page_break_inside, info.flags) && !info.flags.max_page_area) {
         return refuse();
     }
 
@@ -729,8 +728,7 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
                 .block_type = prepack::type_overflowing{info_of(b.block_type)},
                 .block_bg = b.block_bg,
             };
-            if (s.bit_props.bit_props_page_break_inside == css::box::page_break::avoid &&
-                !info.flags.max_page_area) {
+            if (avoids_break(s.bit_props.bit_props_page_break_inside, info.flags) && !info.flags.max_page_area) {
                 return refuse();
             }
         }

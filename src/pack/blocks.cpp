@@ -329,8 +329,8 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
         auto avoided = [&](std::size_t k) {
             auto const& last = blocks[stack[k - 1].index];
             std::size_t const next = stack[k - 1].index + 1;
-            return break_after(last) == page_break::avoid ||
-                   (next < blocks.size() && break_before(blocks[next]) == page_break::avoid);
+            return avoids_break(break_after(last), info.flags) ||
+                   (next < blocks.size() && avoids_break(break_before(blocks[next]), info.flags));
         };
         while (keep > 0 && avoided(keep)) {
             --keep;

@@ -752,7 +752,9 @@ page_break section_break(page_break prev_after, page_break before) {
     if (before == page_break::always || prev_after == page_break::always) {
         return page_break::always;
     }
-    if (prev_after == page_break::avoid || before == page_break::avoid) {
+    // Between the pieces of the document every break ends a page, and none ends a column.
+    auto const avoid = [](page_break b) { return b == page_break::avoid || b == page_break::avoid_page; };
+    if (avoid(prev_after) || avoid(before)) {
         return page_break::avoid;
     }
     return page_break::auto_;

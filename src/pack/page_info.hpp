@@ -90,6 +90,25 @@ struct flags {
     bool operator==(flags const&) const = default;
 };
 
+/// Whether `b` asks to avoid a break here. Inside a multi-column container every break ends a column,
+/// and one in its last column ends the page too; elsewhere a break ends a page only.
+inline bool avoids_break(css::box::page_break b, flags const& f) {
+    switch (b) {
+    case css::box::page_break::avoid:
+        return true;
+    case css::box::page_break::avoid_page:
+        return !f.pack_column_stuff || f.last_column;
+    case css::box::page_break::avoid_column:
+        return f.pack_column_stuff;
+    case css::box::page_break::auto_:
+    case css::box::page_break::always:
+    case css::box::page_break::left:
+    case css::box::page_break::right:
+        break;
+    }
+    return false;
+}
+
 /// The flags as the bits of one word.
 inline unsigned flags_word(flags const& f) {
     return (f.max_page_area ? 1u : 0u) | (f.pack_page_stuff ? 2u : 0u) | (f.pack_column_stuff ? 4u : 0u) |

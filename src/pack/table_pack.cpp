@@ -570,7 +570,7 @@ enum class row_break { always, auto_, avoid };
 
 bool forced(css::box::page_break b) { return block::is_forced(b); }
 
-row_break break_between(row_ref const& prev, row_ref const& cur, style const& table_style) {
+row_break break_between(row_ref const& prev, row_ref const& cur, style const& table_style, flags const& f) {
     auto after = prev.row->row_breaks.row_page_break_after;
     auto before = cur.row->row_breaks.row_page_break_before;
     css::box::page_break group_after = css::box::page_break::auto_;
@@ -584,12 +584,12 @@ row_break break_between(row_ref const& prev, row_ref const& cur, style const& ta
     if (forced(after) || forced(before) || forced(group_after) || forced(group_before)) {
         return row_break::always;
     }
-    auto const avoid = css::box::page_break::avoid;
+    auto const avoid = [&f](css::box::page_break b) { return avoids_break(b, f); };
     bool const same_group = prev.group == cur.group;
-    if (after == avoid || before == avoid || group_after == avoid || group_before == avoid ||
+    if (avoid(after) || avoid(before) || avoid(group_after) || avoid(group_before) ||
         (same_group && cur.group->rowgroup_style &&
-         cur.group->rowgroup_style->bit_props.bit_props_page_break_inside == avoid) ||
-        table_style.bit_props.bit_props_page_break_inside == avoid) {
+         avoid(cur.group->rowgroup_style->bit_props.bit_props_page_break_inside)) ||
+        avoid(table_style.bit_props.bit_props_page_break_inside)) {
         return row_break::avoid;
     }
     return row_break::auto_;
@@ -1096,7 +1096,7 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
         bool const carried = ct.computed_first_row && g == ct.computed_group_from && r == ct.computed_row_from;
         row_ref const rr{carried ? &*ct.computed_first_row : &group.rowgroup_content[r], &group, r == 0,
                          r + 1 == group.rowgroup_content.size()};
-        if (!run.rows.empty() && break_between(run.rows.back().ref, rr, ts) == row_break::always) {
+        if (!run.rows.empty() && break_between(run.rows.back().ref, rr, ts, info.flags) == row_break::always) {
             more = true;
             break;
         }
@@ -1122,8 +1122,8 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
             // to go. Other rows go on whole.
             float const room = body_top - m.offset - limit;
             bool const taller_than_page = m.height > page_room + tolerance;
-            bool const may_split = rr.row->row_breaks.row_page_break_inside != css::box::page_break::avoid &&
-                                   ts.bit_props.bit_props_page_break_inside != css::box::page_break::avoid;
+            bool const may_split = !avoids_break(rr.row->row_breaks.row_page_break_inside, info.flags) &&
+                                   !avoids_break(ts.bit_props.bit_props_page_break_inside, info.flags);
             if (room > tolerance && ((run.rows.empty() && must_place) || (taller_than_page && may_split))) {
                 auto trial = info;
                 apply(trial, info_before.back());
@@ -1151,7 +1151,7 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
             // Back over the rows that mustn't be parted from the one that didn't fit.
             std::size_t keep = run.rows.size();
             auto cur = rr;
-            while (keep > 0 && break_between(run.rows[keep - 1].ref, cur, ts) == row_break::avoid) {
+            while (keep > 0 && break_between(run.rows[keep - 1].ref, cur, ts, info.flags) == row_break::avoid) {
                 cur = run.rows[keep - 1].ref;
                 --keep;
             }

@@ -35,6 +35,10 @@ std::string page_break_name(css::box::page_break b) {
         return "left";
     case css::box::page_break::right:
         return "right";
+    case css::box::page_break::avoid_page:
+        return "avoid-page";
+    case css::box::page_break::avoid_column:
+        return "avoid-column";
     }
     return "?";
 }

@@ -1777,6 +1777,8 @@ page_break stronger_break(page_break outer, page_break inner) {
         case page_break::always:
             return 2;
         case page_break::avoid:
+        case page_break::avoid_page:
+        case page_break::avoid_column:
             return 1;
         case page_break::auto_:
             break;

@@ -302,4 +302,38 @@ awk -v y="$(float_y cfits)" 'BEGIN { exit !(y > 50) }' || fail "unless-fit float
 column_float_doc cnofit "column-top unless-fit" 12 20
 awk -v y="$(float_y cnofit)" 'BEGIN { exit !(y < 30) }' || fail "unless-fit float that does not fit: not at a column top"
 
+# avoid-page and avoid-column: outside columns only a page break is avoided; inside them every break ends
+# a column, and one in the last column ends the page too.
+# avoid_doc NAME CLASS LINES_BEFORE [cols]: a block of ten lines A01..A10 after LINES_BEFORE lines.
+avoid_doc() {
+    {
+        echo "$head"
+        echo '.m { columns: 2; column-gap: 20pt } .ap { break-inside: avoid-page } .ac { break-inside: avoid-column }'
+        echo '</style></head><body>'
+        [ "${4:-}" = cols ] && echo '<div class="m">'
+        paras L "$3"
+        echo "<div class=\"$2\">"
+        paras A 10
+        echo '</div>'
+        paras Z 40
+        [ "${4:-}" = cols ] && echo '</div>'
+        echo '</body></html>'
+    } >"$1.html"
+    timeout 60 "$VELLUM" "$1.html" -o "$1.pdf" 2>"$1.err" || fail "$1: status $?"
+}
+avoid_doc flat_ap ap 30
+expect_eq "avoid-page outside columns: the block starts page 2" "$(at flat_ap.pdf 2 A01 | cut -d' ' -f2)" "$(at flat_ap.pdf 2 A02 | awk '{ print $2 - 12 }')"
+expect_eq "avoid-page outside columns: nothing of it on page 1" "$(at flat_ap.pdf 1 A01)" ""
+avoid_doc flat_ac ac 30
+expect_eq "avoid-column outside columns: the block splits at the page" "$(at flat_ac.pdf 1 A01 | cut -d' ' -f1)" 30
+avoid_doc cols_ac ac 30 cols
+near "avoid-column in columns: the block tops the second column" "$(at cols_ac.pdf 1 A01 | cut -d' ' -f1)" 210 0.5
+near "avoid-column in columns: level with the first column's top" "$(at cols_ac.pdf 1 A01 | cut -d' ' -f2)" "$(at cols_ac.pdf 1 L01 | cut -d' ' -f2)" 0.5
+avoid_doc cols_ap ap 30 cols
+near "avoid-page in columns: the block starts in the first column" "$(at cols_ap.pdf 1 A01 | cut -d' ' -f1)" 30 0.5
+near "avoid-page in columns: and goes on in the second" "$(at cols_ap.pdf 1 A10 | cut -d' ' -f1)" 210 0.5
+avoid_doc cols_ap_last ap 66 cols
+expect_eq "avoid-page in the last column: the block goes to page 2" "$(at cols_ap_last.pdf 1 A01)" ""
+near "avoid-page in the last column: first column of page 2" "$(at cols_ap_last.pdf 2 A01 | cut -d' ' -f1)" 30 0.5
+
 finish
