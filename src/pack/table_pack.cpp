@@ -389,6 +389,22 @@ struct row_run {
 
     float total() const { return rows.empty() ? 0 : rows.back().offset + rows.back().height; }
 
+    // Makes the rows `extra` taller together, each by its share of their heights (equal shares when
+    // they have none).
+    void grow(float extra) {
+        float sum = 0;
+        for (auto const& r : rows) {
+            sum += r.height;
+        }
+        float shift = 0;
+        for (auto& r : rows) {
+            r.offset += shift;
+            float const add = sum > 0 ? extra * r.height / sum : extra / static_cast<float>(rows.size());
+            r.height += add;
+            shift += add;
+        }
+    }
+
     // The first row of a page measured in the room the page has, its cells packed into that room at
     // once: the row whole when it fits, or else its part on this page with the rest of the row. Packing
     // the cells whole and then again into the room would, with tables nested in cells, pack each level
@@ -595,12 +611,72 @@ row_break break_between(row_ref const& prev, row_ref const& cur, style const& ta
     return row_break::auto_;
 }
 
-// A box that paints a background only: of a row or a row group, over the rows it covers.
-ref<box> background_box(ref<style> const& s, float x, float y, float w, float h) {
-    auto used = css::used_style::used_style_of(*s, w, std::nullopt);
-    css::used_style::used_style bg{.used_background_color = used.used_background_color,
-                                   .used_background = used.used_background};
-    return share(box{.box_x = x, .box_y = y, .box_w = w, .box_h = h, .box_style = s, .box_used_style = bg});
+// A rectangle of the page: left, top, width, height.
+struct area {
+    float x = 0;
+    float y = 0;
+    float w = 0;
+    float h = 0;
+};
+
+// The styles of the grid's columns and of the column groups around them, by column.
+struct column_styles {
+    std::vector<ref<style>> cols;
+    /// The group's style at the group's first column, empty elsewhere.
+    std::vector<ref<style>> groups;
+    std::vector<std::size_t> spans;
+
+    explicit column_styles(std::vector<prepack::colgroup> const& colgroups, int ncols) {
+        for (auto const& cg : colgroups) {
+            for (std::size_t k = 0; k < cg.colgroup_cols.size(); ++k) {
+                cols.push_back(cg.colgroup_cols[k].col_style);
+                groups.push_back(k == 0 ? cg.colgroup_style : ref<style>{});
+                spans.push_back(k == 0 ? cg.colgroup_cols.size() : 0);
+            }
+        }
+        // Columns of the grid that no column element stands for have no background; elements past
+        // the grid's last column have no cells to show theirs in.
+        std::size_t const n = static_cast<std::size_t>(std::max(0, ncols));
+        cols.resize(n);
+        groups.resize(n);
+        spans.resize(n);
+        for (std::size_t k = 0; k < n; ++k) {
+            spans[k] = std::min(spans[k], n - k);
+        }
+    }
+    std::size_t size() const { return cols.size(); }
+    bool group_starts(std::size_t k) const { return groups[k] && spans[k] > 0; }
+    std::size_t group_span(std::size_t k) const { return spans[k]; }
+};
+
+// The background of a column, a row or a group of them: it shows only where its cells are, so that
+// the border spacing between them shows the table's background. Its colour is painted in each cell's
+// area; its images, placed on the whole box, are painted over the whole box.
+void track_background(ref<style> const& s, area const& whole, std::vector<area> const& cells,
+                      std::vector<rowbox>& out) {
+    if (!s || !s->background) {
+        return;
+    }
+    auto const& bg = *s->background;
+    if (!std::holds_alternative<css::color::transparent>(static_cast<css::color::color_alternative const&>(bg.background_color))) {
+        auto colour = share(css::box::background{.background_color = bg.background_color});
+        for (auto const& a : cells) {
+            css::used_style::used_style u{.used_background_color = bg.background_color, .used_background = colour};
+            out.push_back({share(box{.box_x = a.x, .box_y = a.y, .box_w = a.w, .box_h = a.h, .box_style = s,
+                                     .box_used_style = u}),
+                           a.y});
+        }
+    }
+    bool const images = std::ranges::any_of(bg.background_image, [](auto const& i) {
+        return !std::holds_alternative<css::box::none_value>(i);
+    });
+    if (images) {
+        auto used = css::used_style::used_style_of(*s, whole.w, std::nullopt);
+        css::used_style::used_style u{.used_background = used.used_background};
+        out.push_back({share(box{.box_x = whole.x, .box_y = whole.y, .box_w = whole.w, .box_h = whole.h, .box_style = s,
+                                 .box_used_style = u}),
+                       whole.y});
+    }
 }
 
 // The boxes of a run of rows whose first row's top is at `top`, the cells spanning rows cut at the
@@ -609,7 +685,8 @@ void place_run(row_run const& run,
                float top,
                columns const& cols,
                float grid_left,
-               bool hide_empty,
+               bool collapse,
+               column_styles const& col_styles,
                std::vector<rowbox>& backgrounds,
                std::vector<rowbox>& cells) {
     if (run.rows.empty()) {
@@ -618,22 +695,58 @@ void place_run(row_run const& run,
     // A grid without columns (rows with no cell) still has its rows, of no width.
     float const left = grid_left + (cols.x.empty() ? 0 : cols.x.front());
     float const width = cols.x.empty() ? 0 : cols.x.back() + cols.w.back() - cols.x.front();
-    // The groups' backgrounds first, then the rows', then the cells.
+    float const run_top = top - run.rows.front().offset;
+    float const run_bottom = top - run.rows.back().offset - run.rows.back().height;
+    // The rectangles the cells of the run cover, by the row and the column they start in: the areas
+    // in which the columns', groups' and rows' backgrounds show.
+    std::vector<std::vector<area>> by_row(run.rows.size());
+    std::vector<std::vector<area>> by_col(col_styles.size());
+    for (std::size_t i = 0; i < run.rows.size(); ++i) {
+        float const y = top - run.rows[i].offset;
+        for (auto const& c : run.rows[i].cells) {
+            std::size_t const last = std::min(run.rows.size() - 1, i + static_cast<std::size_t>(c.rowspan) - 1);
+            area const a{c.cell_box.box_x, y, c.cell_box.box_w, y - (top - run.rows[last].offset - run.rows[last].height)};
+            by_row[i].push_back(a);
+            if (c.col >= 0 && static_cast<std::size_t>(c.col) < by_col.size()) {
+                by_col[static_cast<std::size_t>(c.col)].push_back(a);
+            }
+        }
+    }
+    // Painted from the bottom layer up: column groups, columns, row groups, rows; the cells last.
+    for (std::size_t k = 0; k < col_styles.size(); ++k) {
+        if (col_styles.group_starts(k)) {
+            std::vector<area> areas;
+            std::size_t const n = col_styles.group_span(k);
+            for (std::size_t j = k; j < k + n; ++j) {
+                areas.insert(areas.end(), by_col[j].begin(), by_col[j].end());
+            }
+            float const x1 = grid_left + cols.x[k + n - 1] + cols.w[k + n - 1];
+            track_background(col_styles.groups[k], {grid_left + cols.x[k], run_top, x1 - grid_left - cols.x[k], run_top - run_bottom},
+                             areas, backgrounds);
+        }
+    }
+    for (std::size_t k = 0; k < col_styles.size(); ++k) {
+        track_background(col_styles.cols[k], {grid_left + cols.x[k], run_top, cols.w[k], run_top - run_bottom}, by_col[k],
+                         backgrounds);
+    }
     std::size_t start = 0;
     for (std::size_t i = 0; i < run.rows.size(); ++i) {
         if (i + 1 == run.rows.size() || run.rows[i + 1].ref.group != run.rows[i].ref.group) {
             auto const* g = run.rows[i].ref.group;
-            if (g->rowgroup_style) {
-                float const y0 = top - run.rows[start].offset;
-                float const y1 = top - run.rows[i].offset - run.rows[i].height;
-                backgrounds.push_back({background_box(g->rowgroup_style, left, y0, width, y0 - y1), y0});
+            float const y0 = top - run.rows[start].offset;
+            float const y1 = top - run.rows[i].offset - run.rows[i].height;
+            std::vector<area> areas;
+            for (std::size_t j = start; j <= i; ++j) {
+                areas.insert(areas.end(), by_row[j].begin(), by_row[j].end());
             }
+            track_background(g->rowgroup_style, {left, y0, width, y0 - y1}, areas, backgrounds);
             start = i + 1;
         }
     }
-    for (auto const& r : run.rows) {
+    for (std::size_t i = 0; i < run.rows.size(); ++i) {
+        auto const& r = run.rows[i];
         float const y = top - r.offset;
-        backgrounds.push_back({background_box(r.ref.row->row_style, left, y, width, r.height), y - r.base});
+        track_background(r.ref.row->row_style, {left, y, width, r.height}, by_row[i], backgrounds);
     }
     for (std::size_t i = 0; i < run.rows.size(); ++i) {
         auto const& r = run.rows[i];
@@ -663,6 +776,8 @@ void place_run(row_run const& run,
             }
             b.box_y = y;
             b.box_h = h;
+            bool const hide_empty = !collapse && b.box_style && b.box_style->rare_props &&
+                                    b.box_style->rare_props->rare_props_empty_cells == css::box::empty_cells::hide;
             if (hide_empty && c.cell_box.box_h >= 0 && std::holds_alternative<pack::boxes>(b.box_content) &&
                 std::get<pack::boxes>(b.box_content).boxes_list.empty()) {
                 // empty-cells: hide draws neither background nor borders around a cell with no content.
@@ -949,6 +1064,8 @@ prepack::computed_table_anony_box compute_table(page_info const& info,
 
 void use_table_width(prepack::computed_table_anony_box const& t, css::used_style::used_style& used) {
     used.used_width = t.table_width;
+    // A table's height is a minimum, which its rows make up for: the box is as tall as its content.
+    used.used_height.reset();
     auto const& s = *t.table_blocks.at(0).block_style;
     if (collapsing(s)) {
         used.used_borders.borders_top.border_width = 0;
@@ -972,8 +1089,7 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
     bool const collapse = collapsing(ts);
     float const hs = ct.table_used_cellspacing.cellspacing_h;
     float const vs = ct.table_used_cellspacing.cellspacing_v;
-    bool const hide_empty = !collapse && ts.rare_props &&
-                            ts.rare_props->rare_props_empty_cells == css::box::empty_cells::hide;
+    column_styles const col_styles(ct.computed_colgroups, static_cast<int>(ct.column_widths.size()));
     int const ncols = static_cast<int>(ct.column_widths.size());
     auto const original_info = info;
 
@@ -990,6 +1106,7 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
     float y = inner.container.top;
     bool const first_part = !t.table_started;
     y = pack_captions(info, captions_on(t.caption_tops, first_part), inner, y, outside);
+    float const grid_start = y;
     // The captions below this part take their room from the rows.
     auto const bottom_captions = captions_on(t.caption_bottoms, first_part);
     float bottom_captions_h = 0;
@@ -1217,7 +1334,7 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
         if (part.rows.empty()) {
             return;
         }
-        place_run(part, cursor, cols, grid_left, hide_empty, backgrounds, cell_rows);
+        place_run(part, cursor, cols, grid_left, collapse, col_styles, backgrounds, cell_rows);
         for (auto const& m : part.rows) {
             row_tops.push_back(cursor - m.offset);
             row_heights.push_back(m.height);
@@ -1225,26 +1342,45 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
         }
         cursor -= part.total() + vs;
     };
-    place(header);
-    place(run);
-    place(footer);
-    float grid_bottom = row_tops.empty() ? y : cursor + vs - bottom_edge;
-    if (row_tops.empty()) {
-        grid_bottom = y;
+    auto place_all = [&] {
+        backgrounds.clear();
+        cell_rows.clear();
+        row_tops.clear();
+        row_heights.clear();
+        page_rows.clear();
+        cursor = y - top_edge;
+        place(header);
+        place(run);
+        place(footer);
+    };
+    place_all();
+    std::optional<bc::resolved> res;
+    float bottom_half = 0;
+    if (collapse && !page_rows.empty() && ncols > 0) {
+        res = bc::resolve(grid_of(page_rows, ts, ct.computed_colgroups, ncols));
+        for (int c = 0; c < ncols; ++c) {
+            bottom_half = std::max(bottom_half, bc::drawn_width(res->above(res->resolved_rows, c)) / 2);
+        }
     }
+    auto bottom_of_grid = [&] { return row_tops.empty() ? y : cursor + vs - bottom_edge - bottom_half; };
+    // A table's height is a minimum: a table in one part that its rows leave shorter gets taller
+    // body rows, each by its share of its height.
+    if (auto const spec = css::used_style::used_style_of(ts, t.table_width, std::nullopt).used_height;
+        spec && !more && first_part && !run.rows.empty()) {
+        float const extra = *spec - (grid_start - bottom_of_grid());
+        if (extra > tolerance) {
+            run.grow(extra);
+            place_all();
+        }
+    }
+    float const grid_bottom = bottom_of_grid();
 
     tablebox tb;
     tb.tablebox_cells_from = backgrounds.size();
     tb.rows = std::move(backgrounds);
     tb.rows.insert(tb.rows.end(), std::make_move_iterator(cell_rows.begin()), std::make_move_iterator(cell_rows.end()));
-    if (collapse && !page_rows.empty() && ncols > 0) {
-        auto const res = bc::resolve(grid_of(page_rows, ts, ct.computed_colgroups, ncols));
-        tb.borders = border_boxes(res, row_tops, row_heights, cols, grid_left);
-        float bottom_half = 0;
-        for (int c = 0; c < ncols; ++c) {
-            bottom_half = std::max(bottom_half, bc::drawn_width(res.above(res.resolved_rows, c)) / 2);
-        }
-        grid_bottom -= bottom_half;
+    if (res) {
+        tb.borders = border_boxes(*res, row_tops, row_heights, cols, grid_left);
     }
     float grid_top = y;
     pack::box_content grid_content = pack::table{std::move(tb)};
