@@ -320,7 +320,11 @@ css::box::vertical_align_kind valign_of(style const& s) {
 struct columns {
     std::vector<float> x;
     std::vector<float> w;
-    float span_width(int c, int n) const { return x[c + n - 1] + w[c + n - 1] - x[c]; }
+    /// The left edge of columns c to c + n - 1, whichever way they run.
+    float left(int c, int n) const { return std::min(x[c], x[c + n - 1]); }
+    float span_width(int c, int n) const {
+        return std::max(x[c] + w[c], x[c + n - 1] + w[c + n - 1]) - left(c, n);
+    }
 };
 
 // A run of rows packed one below the other, with the cells spanning rows due on their last row.
@@ -344,7 +348,7 @@ struct row_run {
                 continue;
             }
             int const span = std::clamp(cc->cell.cell_colspan, 1, static_cast<int>(cols.w.size()) - c);
-            auto b = pack_cell_box(info, cc->cell, grid_left + cols.x[c], cols.span_width(c, span), packed_at);
+            auto b = pack_cell_box(info, cc->cell, grid_left + cols.left(c, span), cols.span_width(c, span), packed_at);
             float const h = b.box_h;
             auto const baseline = block::first_baseline(b);
             float const base = baseline ? b.box_y - *baseline : h;
@@ -435,7 +439,7 @@ struct row_run {
                 continue;
             }
             int const span = std::clamp(cc->cell.cell_colspan, 1, static_cast<int>(cols.w.size()) - c);
-            float const x = grid_left + cols.x[c];
+            float const x = grid_left + cols.left(c, span);
             float const w = cols.span_width(c, span);
             auto b = pack_cell_bounded(trial, cc->cell, x, w, packed_at, room);
             if (!b) {
@@ -512,7 +516,7 @@ bool cut_into(page_info& info,
               prepack::row& rest,
               int rest_rowspan) {
     int const span = std::clamp(cell.cell_colspan, 1, static_cast<int>(cols.w.size()) - mc.col);
-    float const x = grid_left + cols.x[mc.col];
+    float const x = grid_left + cols.left(mc.col, span);
     float const w = cols.span_width(mc.col, span);
     auto cut = cut_cell(info, cell, x, w, room);
     bool const progress = cut.cut_part && !cell.cell_content.blocks.empty();
@@ -693,8 +697,9 @@ void place_run(row_run const& run,
         return;
     }
     // A grid without columns (rows with no cell) still has its rows, of no width.
-    float const left = grid_left + (cols.x.empty() ? 0 : cols.x.front());
-    float const width = cols.x.empty() ? 0 : cols.x.back() + cols.w.back() - cols.x.front();
+    int const ncols = static_cast<int>(cols.x.size());
+    float const left = grid_left + (ncols == 0 ? 0 : cols.left(0, ncols));
+    float const width = ncols == 0 ? 0 : cols.span_width(0, ncols);
     float const run_top = top - run.rows.front().offset;
     float const run_bottom = top - run.rows.back().offset - run.rows.back().height;
     // The rectangles the cells of the run cover, by the row and the column they start in: the areas
@@ -720,8 +725,10 @@ void place_run(row_run const& run,
             for (std::size_t j = k; j < k + n; ++j) {
                 areas.insert(areas.end(), by_col[j].begin(), by_col[j].end());
             }
-            float const x1 = grid_left + cols.x[k + n - 1] + cols.w[k + n - 1];
-            track_background(col_styles.groups[k], {grid_left + cols.x[k], run_top, x1 - grid_left - cols.x[k], run_top - run_bottom},
+            int const c = static_cast<int>(k);
+            int const span = static_cast<int>(n);
+            track_background(col_styles.groups[k],
+                             {grid_left + cols.left(c, span), run_top, cols.span_width(c, span), run_top - run_bottom},
                              areas, backgrounds);
         }
     }
@@ -1100,6 +1107,15 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
             cols.x.push_back(x);
             cols.w.push_back(w);
             x += w + hs;
+        }
+        // A right-to-left table runs its columns from the right. Under collapsing borders the grid
+        // stays left to right: the border resolution and the columns' shares of the borders are
+        // worked out in that order.
+        bool const rtl = ts.rare_props && ts.rare_props->rare_props_direction == css::box::direction::rtl;
+        if (rtl && !collapse) {
+            for (std::size_t k = 0; k < cols.x.size(); ++k) {
+                cols.x[k] = x - cols.x[k] - cols.w[k];
+            }
         }
     }
     std::vector<ref<box>> outside;
