@@ -30,6 +30,19 @@ bool collapsing(style const& s) {
 
 css::box::borders borders_of(ref<style> const& s) { return s && s->borders ? *s->borders : css::box::borders{}; }
 
+bool right_to_left(style const& s) {
+    return s.rare_props && s.rare_props->rare_props_direction == css::box::direction::rtl;
+}
+
+// Borders with their left and right sides exchanged. The grid of a right-to-left table is resolved in
+// the order of its columns, from the right: what the resolution calls the left side is the start side.
+css::box::borders mirrored(css::box::borders b, bool rtl) {
+    if (rtl) {
+        std::swap(b.borders_left, b.borders_right);
+    }
+    return b;
+}
+
 // ---- the grid ----
 
 // A row of the grid with its group.
@@ -55,26 +68,27 @@ bc::grid grid_of(std::vector<row_ref> const& rows,
                  style const& table_style,
                  std::vector<prepack::colgroup> const& colgroups,
                  int columns) {
+    bool const rtl = right_to_left(table_style);
     bc::grid g{.grid_rows = static_cast<int>(rows.size()),
                .grid_columns = columns,
-               .grid_table = table_style.borders ? *table_style.borders : css::box::borders{}};
+               .grid_table = mirrored(table_style.borders ? *table_style.borders : css::box::borders{}, rtl)};
     int col = 0;
     for (auto const& cg : colgroups) {
         int const n = static_cast<int>(cg.colgroup_cols.size());
-        g.grid_column_groups.push_back({.span_start = col, .span_count = n, .span_borders = borders_of(cg.colgroup_style)});
+        g.grid_column_groups.push_back({.span_start = col, .span_count = n, .span_borders = mirrored(borders_of(cg.colgroup_style), rtl)});
         for (auto const& c : cg.colgroup_cols) {
-            g.grid_column_borders.push_back(c.col_borders);
+            g.grid_column_borders.push_back(mirrored(c.col_borders, rtl));
         }
         col += n;
     }
     int r = 0;
     int group_start = 0;
     for (auto const& rr : rows) {
-        g.grid_row_borders.push_back(borders_of(rr.row->row_style));
+        g.grid_row_borders.push_back(mirrored(borders_of(rr.row->row_style), rtl));
         bool const next_other = r + 1 == static_cast<int>(rows.size()) || rows[r + 1].group != rr.group;
         if (next_other) {
             g.grid_row_groups.push_back({.span_start = group_start, .span_count = r - group_start + 1,
-                                         .span_borders = borders_of(rr.group->rowgroup_style)});
+                                         .span_borders = mirrored(borders_of(rr.group->rowgroup_style), rtl)});
             group_start = r + 1;
         }
         for (int c = 0; c < static_cast<int>(rr.row->row_content.size()) && c < columns; ++c) {
@@ -85,7 +99,7 @@ bc::grid grid_of(std::vector<row_ref> const& rows,
             int const rowspan = std::min(cc->cell.cell_rowspan, static_cast<int>(rows.size()) - r);
             g.grid_cells.push_back({.gc_row = r, .gc_col = c, .gc_rowspan = rowspan,
                                     .gc_colspan = std::min(cc->cell.cell_colspan, columns - c),
-                                    .gc_borders = cc->cell.cell_borders});
+                                    .gc_borders = mirrored(cc->cell.cell_borders, rtl)});
         }
         ++r;
     }
@@ -799,12 +813,14 @@ void place_run(row_run const& run,
 }
 
 // The collapsed borders of the rows of a page, one border box per grid position: each draws the edge
-// above it and the one on its left, and the last row and column the edges below and right.
+// above it and the one on its start side (its left, or its right when the columns run from the right),
+// and the last row and column the edges below and at the end.
 std::vector<std::vector<border_box>> border_boxes(bc::resolved const& res,
                                                   std::vector<float> const& row_tops,
                                                   std::vector<float> const& row_heights,
                                                   columns const& cols,
-                                                  float grid_left) {
+                                                  float grid_left,
+                                                  bool rtl) {
     std::vector<std::vector<border_box>> out;
     int const n = static_cast<int>(cols.w.size());
     for (int r = 0; r < res.resolved_rows; ++r) {
@@ -813,12 +829,15 @@ std::vector<std::vector<border_box>> border_boxes(bc::resolved const& res,
         for (int c = 0; c < n; ++c) {
             css::box::borders sides;
             sides.borders_top = res.above(r, c);
-            sides.borders_left = res.left_of(r, c);
+            // The resolution's left is the start side: the right one when the columns run from the right.
+            auto& start = rtl ? sides.borders_right : sides.borders_left;
+            auto& end = rtl ? sides.borders_left : sides.borders_right;
+            start = res.left_of(r, c);
             if (r + 1 == res.resolved_rows) {
                 sides.borders_bottom = res.above(r + 1, c);
             }
             if (c + 1 == n) {
-                sides.borders_right = res.left_of(r, c + 1);
+                end = res.left_of(r, c + 1);
             }
             float const x0 = grid_left + cols.x[c] - bc::drawn_width(sides.borders_left) / 2;
             float const x1 = grid_left + cols.x[c] + cols.w[c] + bc::drawn_width(sides.borders_right) / 2;
@@ -968,7 +987,8 @@ prepack::computed_table_anony_box compute_table(page_info const& info,
                 auto const& original = *cell.cell_style;
                 std::optional<css::box::borders> halves;
                 if (resolved) {
-                    halves = bc::cell_halves(*resolved, row_index, c, cell.cell_rowspan, cell.cell_colspan);
+                    halves = mirrored(bc::cell_halves(*resolved, row_index, c, cell.cell_rowspan, cell.cell_colspan),
+                                      right_to_left(ts));
                 }
                 cell.cell_style = cell_layout_style(original, halves);
                 auto const used = css::used_style::used_style_of(*cell.cell_style, 0, std::nullopt);
@@ -1014,7 +1034,9 @@ prepack::computed_table_anony_box compute_table(page_info const& info,
             right = std::max(right, bc::drawn_width(resolved->left_of(r, ncols)) / 2);
         }
         outer = left + right;
-        grid_left = left;
+        // The grid starts after the outer half of the border on the table's left: that of its last
+        // column when the columns run from the right.
+        grid_left = right_to_left(ts) ? right : left;
     }
     if (ncols == 0) {
         outer = 0;
@@ -1108,11 +1130,8 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
             cols.w.push_back(w);
             x += w + hs;
         }
-        // A right-to-left table runs its columns from the right. Under collapsing borders the grid
-        // stays left to right: the border resolution and the columns' shares of the borders are
-        // worked out in that order.
-        bool const rtl = ts.rare_props && ts.rare_props->rare_props_direction == css::box::direction::rtl;
-        if (rtl && !collapse) {
+        // A right-to-left table runs its columns from the right.
+        if (right_to_left(ts)) {
             for (std::size_t k = 0; k < cols.x.size(); ++k) {
                 cols.x[k] = x - cols.x[k] - cols.w[k];
             }
@@ -1396,7 +1415,7 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
     tb.rows = std::move(backgrounds);
     tb.rows.insert(tb.rows.end(), std::make_move_iterator(cell_rows.begin()), std::make_move_iterator(cell_rows.end()));
     if (res) {
-        tb.borders = border_boxes(*res, row_tops, row_heights, cols, grid_left);
+        tb.borders = border_boxes(*res, row_tops, row_heights, cols, grid_left, right_to_left(ts));
     }
     float grid_top = y;
     pack::box_content grid_content = pack::table{std::move(tb)};
