@@ -30,6 +30,19 @@ bool collapsing(style const& s) {
 
 css::box::borders borders_of(ref<style> const& s) { return s && s->borders ? *s->borders : css::box::borders{}; }
 
+bool right_to_left(style const& s) {
+    return s.rare_props && s.rare_props->rare_props_direction == css::box::direction::rtl;
+}
+
+// Borders with their left and right sides exchanged. The grid of a right-to-left table is resolved in
+// the order of its columns, from the right: what the resolution calls the left side is the start side.
+css::box::borders mirrored(css::box::borders b, bool rtl) {
+    if (rtl) {
+        std::swap(b.borders_left, b.borders_right);
+    }
+    return b;
+}
+
 // ---- the grid ----
 
 // A row of the grid with its group.
@@ -55,26 +68,27 @@ bc::grid grid_of(std::vector<row_ref> const& rows,
                  style const& table_style,
                  std::vector<prepack::colgroup> const& colgroups,
                  int columns) {
+    bool const rtl = right_to_left(table_style);
     bc::grid g{.grid_rows = static_cast<int>(rows.size()),
                .grid_columns = columns,
-               .grid_table = table_style.borders ? *table_style.borders : css::box::borders{}};
+               .grid_table = mirrored(table_style.borders ? *table_style.borders : css::box::borders{}, rtl)};
     int col = 0;
     for (auto const& cg : colgroups) {
         int const n = static_cast<int>(cg.colgroup_cols.size());
-        g.grid_column_groups.push_back({.span_start = col, .span_count = n, .span_borders = borders_of(cg.colgroup_style)});
+        g.grid_column_groups.push_back({.span_start = col, .span_count = n, .span_borders = mirrored(borders_of(cg.colgroup_style), rtl)});
         for (auto const& c : cg.colgroup_cols) {
-            g.grid_column_borders.push_back(c.col_borders);
+            g.grid_column_borders.push_back(mirrored(c.col_borders, rtl));
         }
         col += n;
     }
     int r = 0;
     int group_start = 0;
     for (auto const& rr : rows) {
-        g.grid_row_borders.push_back(borders_of(rr.row->row_style));
+        g.grid_row_borders.push_back(mirrored(borders_of(rr.row->row_style), rtl));
         bool const next_other = r + 1 == static_cast<int>(rows.size()) || rows[r + 1].group != rr.group;
         if (next_other) {
             g.grid_row_groups.push_back({.span_start = group_start, .span_count = r - group_start + 1,
-                                         .span_borders = borders_of(rr.group->rowgroup_style)});
+                                         .span_borders = mirrored(borders_of(rr.group->rowgroup_style), rtl)});
             group_start = r + 1;
         }
         for (int c = 0; c < static_cast<int>(rr.row->row_content.size()) && c < columns; ++c) {
@@ -85,7 +99,7 @@ bc::grid grid_of(std::vector<row_ref> const& rows,
             int const rowspan = std::min(cc->cell.cell_rowspan, static_cast<int>(rows.size()) - r);
             g.grid_cells.push_back({.gc_row = r, .gc_col = c, .gc_rowspan = rowspan,
                                     .gc_colspan = std::min(cc->cell.cell_colspan, columns - c),
-                                    .gc_borders = cc->cell.cell_borders});
+                                    .gc_borders = mirrored(cc->cell.cell_borders, rtl)});
         }
         ++r;
     }
@@ -320,7 +334,11 @@ css::box::vertical_align_kind valign_of(style const& s) {
 struct columns {
     std::vector<float> x;
     std::vector<float> w;
-    float span_width(int c, int n) const { return x[c + n - 1] + w[c + n - 1] - x[c]; }
+    /// The left edge of columns c to c + n - 1, whichever way they run.
+    float left(int c, int n) const { return std::min(x[c], x[c + n - 1]); }
+    float span_width(int c, int n) const {
+        return std::max(x[c] + w[c], x[c + n - 1] + w[c + n - 1]) - left(c, n);
+    }
 };
 
 // A run of rows packed one below the other, with the cells spanning rows due on their last row.
@@ -344,7 +362,7 @@ struct row_run {
                 continue;
             }
             int const span = std::clamp(cc->cell.cell_colspan, 1, static_cast<int>(cols.w.size()) - c);
-            auto b = pack_cell_box(info, cc->cell, grid_left + cols.x[c], cols.span_width(c, span), packed_at);
+            auto b = pack_cell_box(info, cc->cell, grid_left + cols.left(c, span), cols.span_width(c, span), packed_at);
             float const h = b.box_h;
             auto const baseline = block::first_baseline(b);
             float const base = baseline ? b.box_y - *baseline : h;
@@ -389,6 +407,22 @@ struct row_run {
 
     float total() const { return rows.empty() ? 0 : rows.back().offset + rows.back().height; }
 
+    // Makes the rows `extra` taller together, each by its share of their heights (equal shares when
+    // they have none).
+    void grow(float extra) {
+        float sum = 0;
+        for (auto const& r : rows) {
+            sum += r.height;
+        }
+        float shift = 0;
+        for (auto& r : rows) {
+            r.offset += shift;
+            float const add = sum > 0 ? extra * r.height / sum : extra / static_cast<float>(rows.size());
+            r.height += add;
+            shift += add;
+        }
+    }
+
     // The first row of a page measured in the room the page has, its cells packed into that room at
     // once: the row whole when it fits, or else its part on this page with the rest of the row. Packing
     // the cells whole and then again into the room would, with tables nested in cells, pack each level
@@ -419,7 +453,7 @@ struct row_run {
                 continue;
             }
             int const span = std::clamp(cc->cell.cell_colspan, 1, static_cast<int>(cols.w.size()) - c);
-            float const x = grid_left + cols.x[c];
+            float const x = grid_left + cols.left(c, span);
             float const w = cols.span_width(c, span);
             auto b = pack_cell_bounded(trial, cc->cell, x, w, packed_at, room);
             if (!b) {
@@ -496,7 +530,7 @@ bool cut_into(page_info& info,
               prepack::row& rest,
               int rest_rowspan) {
     int const span = std::clamp(cell.cell_colspan, 1, static_cast<int>(cols.w.size()) - mc.col);
-    float const x = grid_left + cols.x[mc.col];
+    float const x = grid_left + cols.left(mc.col, span);
     float const w = cols.span_width(mc.col, span);
     auto cut = cut_cell(info, cell, x, w, room);
     bool const progress = cut.cut_part && !cell.cell_content.blocks.empty();
@@ -595,12 +629,72 @@ row_break break_between(row_ref const& prev, row_ref const& cur, style const& ta
     return row_break::auto_;
 }
 
-// A box that paints a background only: of a row or a row group, over the rows it covers.
-ref<box> background_box(ref<style> const& s, float x, float y, float w, float h) {
-    auto used = css::used_style::used_style_of(*s, w, std::nullopt);
-    css::used_style::used_style bg{.used_background_color = used.used_background_color,
-                                   .used_background = used.used_background};
-    return share(box{.box_x = x, .box_y = y, .box_w = w, .box_h = h, .box_style = s, .box_used_style = bg});
+// A rectangle of the page: left, top, width, height.
+struct area {
+    float x = 0;
+    float y = 0;
+    float w = 0;
+    float h = 0;
+};
+
+// The styles of the grid's columns and of the column groups around them, by column.
+struct column_styles {
+    std::vector<ref<style>> cols;
+    /// The group's style at the group's first column, empty elsewhere.
+    std::vector<ref<style>> groups;
+    std::vector<std::size_t> spans;
+
+    explicit column_styles(std::vector<prepack::colgroup> const& colgroups, int ncols) {
+        for (auto const& cg : colgroups) {
+            for (std::size_t k = 0; k < cg.colgroup_cols.size(); ++k) {
+                cols.push_back(cg.colgroup_cols[k].col_style);
+                groups.push_back(k == 0 ? cg.colgroup_style : ref<style>{});
+                spans.push_back(k == 0 ? cg.colgroup_cols.size() : 0);
+            }
+        }
+        // Columns of the grid that no column element stands for have no background; elements past
+        // the grid's last column have no cells to show theirs in.
+        std::size_t const n = static_cast<std::size_t>(std::max(0, ncols));
+        cols.resize(n);
+        groups.resize(n);
+        spans.resize(n);
+        for (std::size_t k = 0; k < n; ++k) {
+            spans[k] = std::min(spans[k], n - k);
+        }
+    }
+    std::size_t size() const { return cols.size(); }
+    bool group_starts(std::size_t k) const { return groups[k] && spans[k] > 0; }
+    std::size_t group_span(std::size_t k) const { return spans[k]; }
+};
+
+// The background of a column, a row or a group of them: it shows only where its cells are, so that
+// the border spacing between them shows the table's background. Its colour is painted in each cell's
+// area; its images, placed on the whole box, are painted over the whole box.
+void track_background(ref<style> const& s, area const& whole, std::vector<area> const& cells,
+                      std::vector<rowbox>& out) {
+    if (!s || !s->background) {
+        return;
+    }
+    auto const& bg = *s->background;
+    if (!std::holds_alternative<css::color::transparent>(static_cast<css::color::color_alternative const&>(bg.background_color))) {
+        auto colour = share(css::box::background{.background_color = bg.background_color});
+        for (auto const& a : cells) {
+            css::used_style::used_style u{.used_background_color = bg.background_color, .used_background = colour};
+            out.push_back({share(box{.box_x = a.x, .box_y = a.y, .box_w = a.w, .box_h = a.h, .box_style = s,
+                                     .box_used_style = u}),
+                           a.y});
+        }
+    }
+    bool const images = std::ranges::any_of(bg.background_image, [](auto const& i) {
+        return !std::holds_alternative<css::box::none_value>(i);
+    });
+    if (images) {
+        auto used = css::used_style::used_style_of(*s, whole.w, std::nullopt);
+        css::used_style::used_style u{.used_background = used.used_background};
+        out.push_back({share(box{.box_x = whole.x, .box_y = whole.y, .box_w = whole.w, .box_h = whole.h, .box_style = s,
+                                 .box_used_style = u}),
+                       whole.y});
+    }
 }
 
 // The boxes of a run of rows whose first row's top is at `top`, the cells spanning rows cut at the
@@ -609,31 +703,71 @@ void place_run(row_run const& run,
                float top,
                columns const& cols,
                float grid_left,
-               bool hide_empty,
+               bool collapse,
+               column_styles const& col_styles,
                std::vector<rowbox>& backgrounds,
                std::vector<rowbox>& cells) {
     if (run.rows.empty()) {
         return;
     }
     // A grid without columns (rows with no cell) still has its rows, of no width.
-    float const left = grid_left + (cols.x.empty() ? 0 : cols.x.front());
-    float const width = cols.x.empty() ? 0 : cols.x.back() + cols.w.back() - cols.x.front();
-    // The groups' backgrounds first, then the rows', then the cells.
+    int const ncols = static_cast<int>(cols.x.size());
+    float const left = grid_left + (ncols == 0 ? 0 : cols.left(0, ncols));
+    float const width = ncols == 0 ? 0 : cols.span_width(0, ncols);
+    float const run_top = top - run.rows.front().offset;
+    float const run_bottom = top - run.rows.back().offset - run.rows.back().height;
+    // The rectangles the cells of the run cover, by the row and the column they start in: the areas
+    // in which the columns', groups' and rows' backgrounds show.
+    std::vector<std::vector<area>> by_row(run.rows.size());
+    std::vector<std::vector<area>> by_col(col_styles.size());
+    for (std::size_t i = 0; i < run.rows.size(); ++i) {
+        float const y = top - run.rows[i].offset;
+        for (auto const& c : run.rows[i].cells) {
+            std::size_t const last = std::min(run.rows.size() - 1, i + static_cast<std::size_t>(c.rowspan) - 1);
+            area const a{c.cell_box.box_x, y, c.cell_box.box_w, y - (top - run.rows[last].offset - run.rows[last].height)};
+            by_row[i].push_back(a);
+            if (c.col >= 0 && static_cast<std::size_t>(c.col) < by_col.size()) {
+                by_col[static_cast<std::size_t>(c.col)].push_back(a);
+            }
+        }
+    }
+    // Painted from the bottom layer up: column groups, columns, row groups, rows; the cells last.
+    for (std::size_t k = 0; k < col_styles.size(); ++k) {
+        if (col_styles.group_starts(k)) {
+            std::vector<area> areas;
+            std::size_t const n = col_styles.group_span(k);
+            for (std::size_t j = k; j < k + n; ++j) {
+                areas.insert(areas.end(), by_col[j].begin(), by_col[j].end());
+            }
+            int const c = static_cast<int>(k);
+            int const span = static_cast<int>(n);
+            track_background(col_styles.groups[k],
+                             {grid_left + cols.left(c, span), run_top, cols.span_width(c, span), run_top - run_bottom},
+                             areas, backgrounds);
+        }
+    }
+    for (std::size_t k = 0; k < col_styles.size(); ++k) {
+        track_background(col_styles.cols[k], {grid_left + cols.x[k], run_top, cols.w[k], run_top - run_bottom}, by_col[k],
+                         backgrounds);
+    }
     std::size_t start = 0;
     for (std::size_t i = 0; i < run.rows.size(); ++i) {
         if (i + 1 == run.rows.size() || run.rows[i + 1].ref.group != run.rows[i].ref.group) {
             auto const* g = run.rows[i].ref.group;
-            if (g->rowgroup_style) {
-                float const y0 = top - run.rows[start].offset;
-                float const y1 = top - run.rows[i].offset - run.rows[i].height;
-                backgrounds.push_back({background_box(g->rowgroup_style, left, y0, width, y0 - y1), y0});
+            float const y0 = top - run.rows[start].offset;
+            float const y1 = top - run.rows[i].offset - run.rows[i].height;
+            std::vector<area> areas;
+            for (std::size_t j = start; j <= i; ++j) {
+                areas.insert(areas.end(), by_row[j].begin(), by_row[j].end());
             }
+            track_background(g->rowgroup_style, {left, y0, width, y0 - y1}, areas, backgrounds);
             start = i + 1;
         }
     }
-    for (auto const& r : run.rows) {
+    for (std::size_t i = 0; i < run.rows.size(); ++i) {
+        auto const& r = run.rows[i];
         float const y = top - r.offset;
-        backgrounds.push_back({background_box(r.ref.row->row_style, left, y, width, r.height), y - r.base});
+        track_background(r.ref.row->row_style, {left, y, width, r.height}, by_row[i], backgrounds);
     }
     for (std::size_t i = 0; i < run.rows.size(); ++i) {
         auto const& r = run.rows[i];
@@ -663,6 +797,8 @@ void place_run(row_run const& run,
             }
             b.box_y = y;
             b.box_h = h;
+            bool const hide_empty = !collapse && b.box_style && b.box_style->rare_props &&
+                                    b.box_style->rare_props->rare_props_empty_cells == css::box::empty_cells::hide;
             if (hide_empty && c.cell_box.box_h >= 0 && std::holds_alternative<pack::boxes>(b.box_content) &&
                 std::get<pack::boxes>(b.box_content).boxes_list.empty()) {
                 // empty-cells: hide draws neither background nor borders around a cell with no content.
@@ -677,12 +813,14 @@ void place_run(row_run const& run,
 }
 
 // The collapsed borders of the rows of a page, one border box per grid position: each draws the edge
-// above it and the one on its left, and the last row and column the edges below and right.
+// above it and the one on its start side (its left, or its right when the columns run from the right),
+// and the last row and column the edges below and at the end.
 std::vector<std::vector<border_box>> border_boxes(bc::resolved const& res,
                                                   std::vector<float> const& row_tops,
                                                   std::vector<float> const& row_heights,
                                                   columns const& cols,
-                                                  float grid_left) {
+                                                  float grid_left,
+                                                  bool rtl) {
     std::vector<std::vector<border_box>> out;
     int const n = static_cast<int>(cols.w.size());
     for (int r = 0; r < res.resolved_rows; ++r) {
@@ -691,12 +829,15 @@ std::vector<std::vector<border_box>> border_boxes(bc::resolved const& res,
         for (int c = 0; c < n; ++c) {
             css::box::borders sides;
             sides.borders_top = res.above(r, c);
-            sides.borders_left = res.left_of(r, c);
+            // The resolution's left is the start side: the right one when the columns run from the right.
+            auto& start = rtl ? sides.borders_right : sides.borders_left;
+            auto& end = rtl ? sides.borders_left : sides.borders_right;
+            start = res.left_of(r, c);
             if (r + 1 == res.resolved_rows) {
                 sides.borders_bottom = res.above(r + 1, c);
             }
             if (c + 1 == n) {
-                sides.borders_right = res.left_of(r, c + 1);
+                end = res.left_of(r, c + 1);
             }
             float const x0 = grid_left + cols.x[c] - bc::drawn_width(sides.borders_left) / 2;
             float const x1 = grid_left + cols.x[c] + cols.w[c] + bc::drawn_width(sides.borders_right) / 2;
@@ -846,7 +987,8 @@ prepack::computed_table_anony_box compute_table(page_info const& info,
                 auto const& original = *cell.cell_style;
                 std::optional<css::box::borders> halves;
                 if (resolved) {
-                    halves = bc::cell_halves(*resolved, row_index, c, cell.cell_rowspan, cell.cell_colspan);
+                    halves = mirrored(bc::cell_halves(*resolved, row_index, c, cell.cell_rowspan, cell.cell_colspan),
+                                      right_to_left(ts));
                 }
                 cell.cell_style = cell_layout_style(original, halves);
                 auto const used = css::used_style::used_style_of(*cell.cell_style, 0, std::nullopt);
@@ -892,7 +1034,9 @@ prepack::computed_table_anony_box compute_table(page_info const& info,
             right = std::max(right, bc::drawn_width(resolved->left_of(r, ncols)) / 2);
         }
         outer = left + right;
-        grid_left = left;
+        // The grid starts after the outer half of the border on the table's left: that of its last
+        // column when the columns run from the right.
+        grid_left = right_to_left(ts) ? right : left;
     }
     if (ncols == 0) {
         outer = 0;
@@ -949,6 +1093,8 @@ prepack::computed_table_anony_box compute_table(page_info const& info,
 
 void use_table_width(prepack::computed_table_anony_box const& t, css::used_style::used_style& used) {
     used.used_width = t.table_width;
+    // A table's height is a minimum, which its rows make up for: the box is as tall as its content.
+    used.used_height.reset();
     auto const& s = *t.table_blocks.at(0).block_style;
     if (collapsing(s)) {
         used.used_borders.borders_top.border_width = 0;
@@ -972,8 +1118,7 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
     bool const collapse = collapsing(ts);
     float const hs = ct.table_used_cellspacing.cellspacing_h;
     float const vs = ct.table_used_cellspacing.cellspacing_v;
-    bool const hide_empty = !collapse && ts.rare_props &&
-                            ts.rare_props->rare_props_empty_cells == css::box::empty_cells::hide;
+    column_styles const col_styles(ct.computed_colgroups, static_cast<int>(ct.column_widths.size()));
     int const ncols = static_cast<int>(ct.column_widths.size());
     auto const original_info = info;
 
@@ -985,11 +1130,18 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
             cols.w.push_back(w);
             x += w + hs;
         }
+        // A right-to-left table runs its columns from the right.
+        if (right_to_left(ts)) {
+            for (std::size_t k = 0; k < cols.x.size(); ++k) {
+                cols.x[k] = x - cols.x[k] - cols.w[k];
+            }
+        }
     }
     std::vector<ref<box>> outside;
     float y = inner.container.top;
     bool const first_part = !t.table_started;
     y = pack_captions(info, captions_on(t.caption_tops, first_part), inner, y, outside);
+    float const grid_start = y;
     // The captions below this part take their room from the rows.
     auto const bottom_captions = captions_on(t.caption_bottoms, first_part);
     float bottom_captions_h = 0;
@@ -1217,7 +1369,7 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
         if (part.rows.empty()) {
             return;
         }
-        place_run(part, cursor, cols, grid_left, hide_empty, backgrounds, cell_rows);
+        place_run(part, cursor, cols, grid_left, collapse, col_styles, backgrounds, cell_rows);
         for (auto const& m : part.rows) {
             row_tops.push_back(cursor - m.offset);
             row_heights.push_back(m.height);
@@ -1225,26 +1377,45 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
         }
         cursor -= part.total() + vs;
     };
-    place(header);
-    place(run);
-    place(footer);
-    float grid_bottom = row_tops.empty() ? y : cursor + vs - bottom_edge;
-    if (row_tops.empty()) {
-        grid_bottom = y;
+    auto place_all = [&] {
+        backgrounds.clear();
+        cell_rows.clear();
+        row_tops.clear();
+        row_heights.clear();
+        page_rows.clear();
+        cursor = y - top_edge;
+        place(header);
+        place(run);
+        place(footer);
+    };
+    place_all();
+    std::optional<bc::resolved> res;
+    float bottom_half = 0;
+    if (collapse && !page_rows.empty() && ncols > 0) {
+        res = bc::resolve(grid_of(page_rows, ts, ct.computed_colgroups, ncols));
+        for (int c = 0; c < ncols; ++c) {
+            bottom_half = std::max(bottom_half, bc::drawn_width(res->above(res->resolved_rows, c)) / 2);
+        }
     }
+    auto bottom_of_grid = [&] { return row_tops.empty() ? y : cursor + vs - bottom_edge - bottom_half; };
+    // A table's height is a minimum: a table in one part that its rows leave shorter gets taller
+    // body rows, each by its share of its height.
+    if (auto const spec = css::used_style::used_style_of(ts, t.table_width, std::nullopt).used_height;
+        spec && !more && first_part && !run.rows.empty()) {
+        float const extra = *spec - (grid_start - bottom_of_grid());
+        if (extra > tolerance) {
+            run.grow(extra);
+            place_all();
+        }
+    }
+    float const grid_bottom = bottom_of_grid();
 
     tablebox tb;
     tb.tablebox_cells_from = backgrounds.size();
     tb.rows = std::move(backgrounds);
     tb.rows.insert(tb.rows.end(), std::make_move_iterator(cell_rows.begin()), std::make_move_iterator(cell_rows.end()));
-    if (collapse && !page_rows.empty() && ncols > 0) {
-        auto const res = bc::resolve(grid_of(page_rows, ts, ct.computed_colgroups, ncols));
-        tb.borders = border_boxes(res, row_tops, row_heights, cols, grid_left);
-        float bottom_half = 0;
-        for (int c = 0; c < ncols; ++c) {
-            bottom_half = std::max(bottom_half, bc::drawn_width(res.above(res.resolved_rows, c)) / 2);
-        }
-        grid_bottom -= bottom_half;
+    if (res) {
+        tb.borders = border_boxes(*res, row_tops, row_heights, cols, grid_left, right_to_left(ts));
     }
     float grid_top = y;
     pack::box_content grid_content = pack::table{std::move(tb)};

@@ -1240,7 +1240,8 @@ struct walker {
             return one_thing(th_cell{std::move(c)});
         }
         case display_kind::table_column:
-            return one_thing(th_colgroup{colgroup{.colgroup_cols = {make_col(style)}, .colgroup_style = anonymous_style(style)}});
+            return one_thing(th_colgroup{colgroup{.colgroup_cols = std::vector<col>(column_span(*style), make_col(style)),
+                                                  .colgroup_style = anonymous_style(style)}});
         case display_kind::table_column_group: {
             colgroup g{.colgroup_style = style};
             for (auto& t : things) {
@@ -1249,9 +1250,9 @@ struct walker {
                               std::back_inserter(g.colgroup_cols));
                 }
             }
-            // A column group without columns stands for one column.
+            // A column group without columns stands for as many columns as its span.
             if (g.colgroup_cols.empty()) {
-                g.colgroup_cols.push_back(make_col(style));
+                g.colgroup_cols.assign(column_span(*style), make_col(style));
             }
             return one_thing(th_colgroup{std::move(g)});
         }
@@ -1580,6 +1581,11 @@ struct walker {
                      // hostile span cannot make a grid of billions of slots.
                      .cell_colspan = std::clamp(s.table_column_span, 1, 1000),
                      .cell_rowspan = std::clamp(s.table_row_span, 1, 65534)};
+    }
+
+    // The number of grid columns a column or column group element stands for, within HTML's limit.
+    static std::size_t column_span(css::style::style const& s) {
+        return static_cast<std::size_t>(std::clamp(s.table_column_span, 1, 1000));
     }
 
     col make_col(style_ref const& style) const {
