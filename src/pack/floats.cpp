@@ -143,7 +143,8 @@ std::optional<placed> place_float(page_info info, prepack::block const& b, side 
         float const x = s == side::left ? a.container.left : a.container.right - w;
         return placed{.placed_box = share(box{.box_x = x, .box_y = top, .box_w = w}),
                       .placed_areas = a,
-                      .placed_info = std::move(info)};
+                      .placed_info = std::move(info),
+                      .placed_top = top};
     }
     // Packed first in a trial area as wide as the container and unbounded below: a float is not split.
     float const far = 1000000.0f;
@@ -219,7 +220,8 @@ std::optional<placed> place_float(page_info info, prepack::block const& b, side 
     bool const takes_room = rect.right - rect.left > tolerance && rect.top - rect.bottom > tolerance;
     return placed{.placed_box = share(std::move(bx)),
                   .placed_areas = takes_room ? cut(a, rect, s) : a,
-                  .placed_info = std::move(out_info)};
+                  .placed_info = std::move(out_info),
+                  .placed_top = at->top};
 }
 
 std::vector<areas::area> carry_out(std::vector<areas::area> const& inner, areas::area const& inner_container,
