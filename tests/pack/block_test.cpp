@@ -462,6 +462,14 @@ TEST(floats, a_float_stands_no_higher_than_the_floats_before_it) {
         "<div class=w></div><div class=r></div><div class=s></div>");
     auto const d = dump_geometry(pages);
     EXPECT_NE(d.find("    div x=50 y=10 w=50 h=10\n    div x=0 y=10 w=20 h=10\n"), std::string::npos) << d;
+    // The same floats met between the words of a paragraph.
+    auto const in_text = pack_html(
+        ".w { float: left; width: 70pt; height: 10pt } .r { float: right; width: 50pt; height: 10pt }"
+        " .s { float: left; width: 20pt; height: 10pt }",
+        "<p><span class=w></span>ab <span class=r></span>ab <span class=s></span>ab</p>");
+    auto const t = dump_geometry(in_text);
+    EXPECT_NE(t.find(" x=50 y=10 w=50 h=10\n"), std::string::npos) << t;
+    EXPECT_NE(t.find(" x=0 y=10 w=20 h=10\n"), std::string::npos) << t;
 }
 
 TEST(floats, a_block_with_hidden_overflow_keeps_its_own_flow_beside_the_floats) {
