@@ -472,6 +472,15 @@ TEST(floats, a_float_stands_no_higher_than_the_floats_before_it) {
     EXPECT_NE(t.find(" x=0 y=10 w=20 h=10\n"), std::string::npos) << t;
 }
 
+TEST(floats, a_relative_float_moves_by_its_offsets_and_leaves_its_room_where_it_was) {
+    auto const pages =
+        pack_html(".f { float: left; position: relative; left: 10pt; top: 5pt; width: 30pt; height: 20pt }",
+                  "<div class=f></div><p>ab</p>");
+    auto const d = dump_geometry(pages);
+    EXPECT_NE(d.find("    div x=10 y=5 w=30 h=20\n"), std::string::npos) << d;
+    EXPECT_NE(d.find("      line x=30\n"), std::string::npos) << d;
+}
+
 TEST(floats, a_block_with_hidden_overflow_keeps_its_own_flow_beside_the_floats) {
     std::string const css = ".f { float: left; width: 30pt; height: 20pt } .h { overflow: hidden }";
     // Narrowed to the room beside the float, its lines start at its own left edge.
