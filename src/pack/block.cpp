@@ -75,6 +75,61 @@ areas::areas narrowed(areas::areas a, float left, float right, float bottom) {
     return a;
 }
 
+// Whether an in-flow block holds a flow of its own, apart from the floats around it: its overflow is
+// hidden, or it is a table.
+bool makes_own_context(prepack::block const& b) {
+    return b.block_style->overflow != css::box::overflow::visible ||
+           std::holds_alternative<prepack::bcontent_table>(b.block_content) ||
+           std::holds_alternative<prepack::bcontent_computed_table_box>(b.block_content);
+}
+
+// The space a gap has taken from the area already.
+float committed_of(mc::gap const& g) {
+    auto const* n = std::get_if<mc::normal>(&g);
+    return n ? n->committed.value_or(0) : 0;
+}
+
+// The first band, from `top` down, at least `width` wide. Where floats leave no band wide enough, the
+// first band below them all that has the container's width. None when the bands are the container's.
+std::optional<areas::area> band_for(areas::areas const& a, float top, float width) {
+    bool narrowed_somewhere = false;
+    for (auto const& band : a.available) {
+        if (band.left > a.container.left + tolerance || band.right < a.container.right - tolerance) {
+            narrowed_somewhere = true;
+        }
+    }
+    if (!narrowed_somewhere) {
+        return std::nullopt;
+    }
+    std::optional<areas::area> widest;
+    for (auto band : a.available) {
+        if (band.bottom >= top - tolerance && band.bottom > a.container.bottom + tolerance) {
+            continue;
+        }
+        band.top = std::min(band.top, top);
+        if (areas::width_of(band) + tolerance >= width) {
+            return band;
+        }
+        if (!widest && areas::width_of(band) + tolerance >= areas::width_of(a.container)) {
+            widest = band;
+        }
+    }
+    return widest;
+}
+
+// The bottom of the lowest float in a flow's bands, if any float narrows them.
+std::optional<float> floats_bottom(areas::areas const& a) {
+    std::optional<float> low;
+    for (auto const& band : a.available) {
+        bool const cut =
+            band.left > a.container.left + tolerance || band.right < a.container.right - tolerance;
+        if (cut && (!low || band.bottom < *low)) {
+            low = band.bottom;
+        }
+    }
+    return low;
+}
+
 void shift_spans(std::vector<spanbox>& spans, float dx);
 
 void shift_span(spanbox& s, float dx, float dy) {
@@ -469,9 +524,32 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
     float bb = bd.borders_bottom.border_width;
     float pb = used.used_padding_bottom;
 
+    // A block in the flow that holds a flow of its own (its overflow hidden, a table) does not share
+    // its band with the floats around it: it goes in the first band from its top down that leaves
+    // its margin box room, and an auto width is narrowed to that band.
+    bool const own_context = own_flow || makes_own_context(b);
+    std::optional<areas::area> band;
+    if (std::holds_alternative<inflow_block>(type) && own_context && !fit::measuring()) {
+        float const ml0 = margin_left.value_or(0);
+        float const mr0 = margin_right.value_or(0);
+        bool const auto_width = std::holds_alternative<css::box::auto_value>(s.width) && !computed_table;
+        float const edges_w = bl + used.used_padding_left + used.used_padding_right + br;
+        float const needed = auto_width ? ml0 + mr0 + edges_w : ml0 + mr0 + edges_w + used.used_width;
+        float const hypothetical =
+            a.container.top -
+            std::max(0.0f, mc::value_of(mc::add_margin(gap, margin_top)) - committed_of(gap));
+        band = band_for(a, hypothetical, needed);
+        if (band && auto_width) {
+            float const narrower = container_width - areas::width_of(*band);
+            used.used_width = std::max(0.0f, used.used_width - narrower);
+        }
+    }
+    float const room_left = band ? band->left : a.container.left;
+    float const room_w = band ? areas::width_of(*band) : container_width;
+
     // Horizontal margins: "auto" ones share what a narrower box leaves, centring it when both are auto.
     float const border_box_w = bl + used.used_padding_left + used.used_width + used.used_padding_right + br;
-    float const free = container_width - border_box_w;
+    float const free = room_w - border_box_w;
     float ml = 0;
     if (margin_left && margin_right) {
         ml = *margin_left;
@@ -482,7 +560,7 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
     } else {
         ml = *margin_left;
     }
-    float const box_x = a.container.left + ml;
+    float const box_x = room_left + ml;
     float const content_left = box_x + bl + used.used_padding_left;
     float const content_right = content_left + used.used_width;
 
@@ -507,6 +585,10 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
     if (commit_top) {
         auto c = mc::commit(gap, a);
         a = std::move(c.commit_areas);
+        // Beside floats too wide to leave it room, the block goes down to the band that has it.
+        if (band && band->top < a.container.top) {
+            a = floats::moved_to(std::move(a), band->top);
+        }
         box_top = a.container.top;
         inner = mc::moved_down(a, bt + pt);
         inner_gap = mc::fresh();
@@ -514,6 +596,10 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
     areas::areas const unnarrowed = inner;
     auto pack_content = [&](float floor) {
         inner = narrowed(unnarrowed, content_left, content_right, std::min(floor, unnarrowed.container.top));
+        // The floats outside a flow of its own take no room inside it.
+        if (own_context) {
+            inner.available = {inner.container};
+        }
 
         // The content.
         content_out c;
@@ -699,6 +785,12 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
         trailing = mc::fresh();
     }
     float content_h = std::max(0.0f, content_top - after.container.top);
+    // A flow of its own holds its floats: its height reaches down to the lowest of them.
+    if (own_context && !has_remain) {
+        if (auto const low = floats_bottom(c.areas)) {
+            content_h = std::max(content_h, content_top - *low);
+        }
+    }
     std::optional<prepack::block> remain;
     if (has_remain) {
         // The part fills the area down to its bottom.
@@ -751,7 +843,9 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
     if (outer.front().top < after.container.top) {
         outer.front().top = after.container.top;
     }
-    after.available = floats::carry_out(c.areas.available, c.areas.container, outer, after.container.top);
+    after.available =
+        own_context ? floats::carry_out({}, c.areas.container, outer, after.container.top)
+                    : floats::carry_out(c.areas.available, c.areas.container, outer, after.container.top);
     if (after.available.empty()) {
         after.available = {after.container};
     }

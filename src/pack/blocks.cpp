@@ -1,5 +1,6 @@
 #include "pack/blocks.hpp"
 
+#include "css/used_style.hpp"
 #include "pack/floats.hpp"
 #include "pack/multicol.hpp"
 #include "pack/page_floats.hpp"
@@ -105,6 +106,16 @@ float flow_top(areas::areas const& a, mc::gap const& gap) {
     return a.container.top - std::max(0.0f, pending);
 }
 
+// The top margin of a block in a container of the given width; none on a continuation.
+float top_margin_of(prepack::block const& b, float container_width) {
+    if (!is_original(b)) {
+        return 0;
+    }
+    auto const used = css::used_style::used_style_of(*b.block_style, container_width, std::nullopt);
+    auto const* m = std::get_if<css::used_style::used_margins>(&used.used_margins);
+    return m ? m->margin_top.value_or(0) : 0;
+}
+
 } // namespace
 
 blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::gap gap, areas::areas areas) {
@@ -118,6 +129,8 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
     prepack::block_list remain;
     // Whether a block at `i` was refused whole, so that the break falls in front of it.
     std::optional<std::size_t> refused_at;
+    // The top of the margin box of the last float placed among these siblings.
+    std::optional<float> floats_top;
     // The absolutely positioned blocks met, with their place in the list and their static position;
     // those in front of the break are this page's.
     std::vector<std::pair<std::size_t, std::pair<prepack::block, util::pos::pos>>> absolutes;
@@ -235,6 +248,11 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
         // A float goes beside the flow: its room is cut out of the bands, and the flow's top stays.
         if (auto const side = floats::float_side(*b.block_style, cur_info)) {
             float top = flow_top(cur_areas, cur_gap);
+            // A float never stands higher than one placed before it, even where the bands above
+            // would have room for it.
+            if (floats_top) {
+                top = std::min(top, *floats_top);
+            }
             if (auto const y = floats::clearance(cur_areas, floats::clear_of(*b.block_style, cur_info), top)) {
                 top = *y;
             }
@@ -249,6 +267,7 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
                                        .info = placed->placed_info,
                                        .areas = placed->placed_areas,
                                        .gap = cur_gap});
+            floats_top = placed->placed_top;
             cur_info = std::move(placed->placed_info);
             cur_areas = std::move(placed->placed_areas);
             continue;
@@ -259,9 +278,17 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
         auto block_gap = cur_gap;
         if (is_original(b)) {
             auto const clear = floats::clear_of(*b.block_style, cur_info);
-            if (auto const y = floats::clearance(cur_areas, clear, flow_top(cur_areas, cur_gap))) {
+            // The block is cleared only when its top border edge, with its top margin collapsed into
+            // the run above it, would stand above the bottom of a float it clears. Then the edge goes
+            // to the float's bottom, and the margin is spent in the clearance.
+            float const margin =
+                clear.left || clear.right ? top_margin_of(b, areas::width_of(cur_areas.container)) : 0;
+            float const hypothetical = flow_top(cur_areas, mc::add_margin(cur_gap, margin));
+            if (auto const y = floats::clearance(cur_areas, clear, hypothetical)) {
                 block_areas = floats::moved_to(std::move(block_areas), *y);
-                block_gap = mc::fresh();
+                block_gap = mc::normal{.positive = std::max(0.0f, margin),
+                                       .negative = std::min(0.0f, margin),
+                                       .committed = margin};
             }
         }
         // Only the first block placed may be forced into the space: later ones can go on.

@@ -27,6 +27,18 @@ bool narrowed_right(areas::area const& band, areas::area const& container) {
     return band.right < container.right - tolerance;
 }
 
+// How far a relatively positioned box was moved from its place, right and up.
+std::pair<float, float> relative_offset(box const& b) {
+    auto const* o = std::get_if<css::used_style::used_offsets>(&b.box_used_style.used_offsets);
+    if (!o ||
+        b.box_style->bit_props.bit_props_position != css::box::position{css::box::position_kind::relative}) {
+        return {0, 0};
+    }
+    float const dx = o->offset_left ? *o->offset_left : o->offset_right ? -*o->offset_right : 0;
+    float const dy = o->offset_top ? -*o->offset_top : o->offset_bottom ? *o->offset_bottom : 0;
+    return {dx, dy};
+}
+
 } // namespace
 
 std::optional<side> float_side(css::style::style const& s, page_info const& info) {
@@ -143,7 +155,8 @@ std::optional<placed> place_float(page_info info, prepack::block const& b, side 
         float const x = s == side::left ? a.container.left : a.container.right - w;
         return placed{.placed_box = share(box{.box_x = x, .box_y = top, .box_w = w}),
                       .placed_areas = a,
-                      .placed_info = std::move(info)};
+                      .placed_info = std::move(info),
+                      .placed_top = top};
     }
     // Packed first in a trial area as wide as the container and unbounded below: a float is not split.
     float const far = 1000000.0f;
@@ -198,8 +211,10 @@ std::optional<placed> place_float(page_info info, prepack::block const& b, side 
         at = first;
     }
     float const left = s == side::left ? at->left : at->right - outer_w;
-    float const dx = left + ml - bx.box_x;
-    float const dy = at->top - mt - bx.box_y;
+    // A relatively positioned float keeps its offset from the place it is given.
+    auto const [rel_x, rel_y] = relative_offset(bx);
+    float const dx = left + ml + rel_x - bx.box_x;
+    float const dy = at->top - mt + rel_y - bx.box_y;
     block::shift_box(bx, dx, dy);
     // The room taken is the margin box within the container. A margin note pulled into the page
     // margin by a negative margin has a margin box of no width, or one that lies outside: it takes
@@ -219,7 +234,8 @@ std::optional<placed> place_float(page_info info, prepack::block const& b, side 
     bool const takes_room = rect.right - rect.left > tolerance && rect.top - rect.bottom > tolerance;
     return placed{.placed_box = share(std::move(bx)),
                   .placed_areas = takes_room ? cut(a, rect, s) : a,
-                  .placed_info = std::move(out_info)};
+                  .placed_info = std::move(out_info),
+                  .placed_top = at->top};
 }
 
 std::vector<areas::area> carry_out(std::vector<areas::area> const& inner, areas::area const& inner_container,

@@ -43,6 +43,8 @@ struct placed {
     ref<box> placed_box;
     areas::areas placed_areas;
     page_info placed_info;
+    /// The top of its margin box: no float after it may stand higher.
+    float placed_top = 0;
 };
 
 /// Packs the float `b` and places it at `top` or below, in the first band where its margin box fits.

@@ -211,6 +211,8 @@ struct run_state {
     item_stream rest;
     std::size_t next_line = 0;
     bool done = false;
+    /// The top of the margin box of the last float the paragraph placed: no float after it goes higher.
+    std::optional<float> floats_top;
 };
 
 // Whether a footnote goes to the foot of the column being filled rather than of the page: a column
@@ -360,13 +362,19 @@ bool pack_outflow(run_state& s, linebreak::outflow const& out, bool max_area) {
     } else {
         page_floats::note_in_flow(s.info.general.log, style);
         auto const side = floats::float_side(style, s.info).value_or(floats::side::left);
+        // At the line's top, but no higher than the float before it, and below the floats it clears.
+        float top = std::min(s.areas.container.top, s.floats_top.value_or(s.areas.container.top));
+        if (auto const y = floats::clearance(s.areas, floats::clear_of(style, s.info), top)) {
+            top = *y;
+        }
         placed = floats::place_float(with_state(s.info, out.outflow_page_info), *ib->inline_block_block, side,
-                                     s.areas.container.top, s.areas, max_area);
+                                     top, s.areas, max_area);
     }
     if (!placed) {
         return false;
     }
     s.boxes.emplace_back(float_box{placed->placed_box});
+    s.floats_top = placed->placed_top;
     s.areas = std::move(placed->placed_areas);
     s.info = std::move(placed->placed_info);
     s.info.flags = flags;

@@ -437,6 +437,72 @@ TEST(floats, clear_moves_a_block_below_the_floats_of_its_side) {
         << dump_geometry(none);
 }
 
+TEST(floats, clearance_takes_the_place_of_a_top_margin_only_where_the_margin_falls_short) {
+    // A 5pt block, a 30pt float below it; the cleared block's margin would put it at 15pt: its edge
+    // goes to the float's bottom (35) and the margin adds nothing. A 40pt margin puts it at 45, below the
+    // float already: it keeps the margin and gets no clearance.
+    std::string const css =
+        ".b { height: 5pt } .f { float: left; width: 30pt; height: 30pt } .c { clear: left; height: 5pt }";
+    auto const short_margin = pack_html(css + " .c { margin-top: 10pt }",
+                                        "<div class=b></div><div class=f></div><div class=c></div>");
+    EXPECT_NE(dump_geometry(short_margin).find("    div x=0 y=35 w=100 h=5\n"), std::string::npos)
+        << dump_geometry(short_margin);
+    auto const long_margin = pack_html(css + " .c { margin-top: 40pt }",
+                                       "<div class=b></div><div class=f></div><div class=c></div>");
+    EXPECT_NE(dump_geometry(long_margin).find("    div x=0 y=45 w=100 h=5\n"), std::string::npos)
+        << dump_geometry(long_margin);
+}
+
+TEST(floats, a_float_stands_no_higher_than_the_floats_before_it) {
+    // The right float finds no room beside the wide left one and goes below it; the small left float
+    // after it would fit beside the wide one, but may not stand above the right float.
+    auto const pages = pack_html(
+        ".w { float: left; width: 70pt; height: 10pt } .r { float: right; width: 50pt; height: 10pt }"
+        " .s { float: left; width: 20pt; height: 10pt }",
+        "<div class=w></div><div class=r></div><div class=s></div>");
+    auto const d = dump_geometry(pages);
+    EXPECT_NE(d.find("    div x=50 y=10 w=50 h=10\n    div x=0 y=10 w=20 h=10\n"), std::string::npos) << d;
+    // The same floats met between the words of a paragraph.
+    auto const in_text = pack_html(
+        ".w { float: left; width: 70pt; height: 10pt } .r { float: right; width: 50pt; height: 10pt }"
+        " .s { float: left; width: 20pt; height: 10pt }",
+        "<p><span class=w></span>ab <span class=r></span>ab <span class=s></span>ab</p>");
+    auto const t = dump_geometry(in_text);
+    EXPECT_NE(t.find(" x=50 y=10 w=50 h=10\n"), std::string::npos) << t;
+    EXPECT_NE(t.find(" x=0 y=10 w=20 h=10\n"), std::string::npos) << t;
+}
+
+TEST(floats, a_relative_float_moves_by_its_offsets_and_leaves_its_room_where_it_was) {
+    auto const pages =
+        pack_html(".f { float: left; position: relative; left: 10pt; top: 5pt; width: 30pt; height: 20pt }",
+                  "<div class=f></div><p>ab</p>");
+    auto const d = dump_geometry(pages);
+    EXPECT_NE(d.find("    div x=10 y=5 w=30 h=20\n"), std::string::npos) << d;
+    EXPECT_NE(d.find("      line x=30\n"), std::string::npos) << d;
+}
+
+TEST(floats, a_block_with_hidden_overflow_keeps_its_own_flow_beside_the_floats) {
+    std::string const css = ".f { float: left; width: 30pt; height: 20pt } .h { overflow: hidden }";
+    // Narrowed to the room beside the float, its lines start at its own left edge.
+    auto const beside = pack_html(css, "<div class=f></div><div class=h><p>" + words(3) + "</p></div>");
+    auto d = dump_geometry(beside);
+    EXPECT_NE(d.find("    div x=30 y=0 w=70 h=30\n      p x=30 y=0 w=70 h=30\n        line x=30\n"),
+              std::string::npos)
+        << d;
+    // Too wide for the room beside the float: below it.
+    auto const below =
+        pack_html(css + " .h { width: 80pt; height: 5pt }", "<div class=f></div><div class=h></div>");
+    d = dump_geometry(below);
+    EXPECT_NE(d.find("    div x=0 y=20 w=80 h=5\n"), std::string::npos) << d;
+    // Its own floats make it taller; a clear inside it does not see the float outside.
+    auto const holds = pack_html(
+        css + " .c { clear: left; height: 5pt }",
+        "<div class=h><div class=f></div></div><div class=f></div><div class=h><div class=c></div></div>");
+    d = dump_geometry(holds);
+    EXPECT_NE(d.find("    div x=0 y=0 w=100 h=20\n"), std::string::npos) << d;
+    EXPECT_NE(d.find("    div x=30 y=20 w=70 h=5\n      div x=30 y=20 w=70 h=5\n"), std::string::npos) << d;
+}
+
 TEST(floats, a_float_too_tall_for_the_page_goes_on_with_what_follows_it) {
     auto const pages = pack_html(".f { float: left; width: 30pt; height: 40pt }",
                                  lines(8) + "<div class=f></div>" + lines(2));
