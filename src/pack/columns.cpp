@@ -35,6 +35,20 @@ struct search_scope {
     search_scope& operator=(search_scope const&) = delete;
 };
 
+// How many trial passes of a balancing search are under way around the container being packed. In a
+// trial nothing is forced into a column, and a column that takes nothing of what is left ends the pass:
+// the trial height is too short for the first piece that can't be broken, and so is every column after
+// it, for this container and for every container around it. Without that, each level of nesting would
+// try its content again in every column of the level around it.
+thread_local int trials_around = 0;
+
+struct trial_scope {
+    trial_scope() { ++trials_around; }
+    ~trial_scope() { --trials_around; }
+    trial_scope(trial_scope const&) = delete;
+    trial_scope& operator=(trial_scope const&) = delete;
+};
+
 // The footnotes called in a later column may take room that an earlier column has filled: the set is
 // packed again above them, a few times at most.
 constexpr int page_stuff_passes = 4;
@@ -134,11 +148,15 @@ columns_res one_pass(pass_input const& in, float bottom) {
     // The footnotes, or the rests of them, that the column before could not hold: they come first at
     // the foot of the next.
     std::vector<page_footnote> notes_carried;
+    // The column before ended at a forced column break.
+    bool forced_into = false;
+    // In a trial, a column took nothing: the columns after it are left empty.
+    bool stalled = false;
     bool const max_area = in.info.flags.max_page_area;
     int const total = in.geometry.column_total;
     for (int i = 0; i < total; ++i) {
         column_res col{.column_content_top = in.inner.top, .column_content_bottom = in.inner.top};
-        if ((rest.empty() && deferred.empty() && notes_carried.empty()) || out.s_page_break) {
+        if ((rest.empty() && deferred.empty() && notes_carried.empty()) || out.s_page_break || stalled) {
             out.packed_columns.push_back(std::move(col));
             continue;
         }
@@ -146,8 +164,10 @@ columns_res one_pass(pass_input const& in, float bottom) {
         areas::area const full{
             .top = in.inner.top, .bottom = bottom, .left = left, .right = left + in.geometry.column_width};
         areas::area a = full;
-        // A column after a break swallows the margins at its top, as a page does.
+        // A column after a break swallows the margins at its top, as a page does; after a forced break
+        // the margins of the block that asked for it are kept.
         bool const after_break = i > 0 || in.continuation;
+        bool const eat_margins = after_break && !forced_into;
         auto run = [&](bool force) {
             auto p = cur;
             p.flags.max_page_area = force;
@@ -163,7 +183,7 @@ columns_res one_pass(pass_input const& in, float bottom) {
                 notes_carried.empty() ? 0
                                       : std::min(footnotes::height_needed(p, notes_carried, a),
                                                  areas::height_of(a) * footnote_share);
-            mc::gap const g = after_break ? mc::gap{mc::margin_eater{}} : mc::fresh();
+            mc::gap const g = eat_margins ? mc::gap{mc::margin_eater{}} : mc::fresh();
             return blocks::pack_blocks(std::move(p), rest, g, areas::areas{.container = a, .available = {a}});
         };
         auto run_column = [&] {
@@ -280,6 +300,7 @@ columns_res one_pass(pass_input const& in, float bottom) {
         if (r.out_forced_break && !r.out_column_break) {
             out.s_page_break = r.out_forced_break;
         }
+        forced_into = r.out_forced_break && r.out_column_break;
         // The footnotes take the foot of the column, as far as they fit in the room its lines left
         // them; the rest goes on to the next column.
         notes_carried.clear();
@@ -312,6 +333,7 @@ columns_res one_pass(pass_input const& in, float bottom) {
             tops.insert(tops.end(), col.packed_column.begin(), col.packed_column.end());
             col.packed_column = std::move(tops);
         }
+        stalled = trials_around > 0 && col.packed_column.empty() && !rest.empty();
         col.bottom_diff = std::max(0.0f, col.column_content_bottom - bottom);
         out.max_column_height = std::max(out.max_column_height, in.inner.top - col.column_content_bottom);
         out.packed_columns.push_back(std::move(col));
@@ -400,6 +422,16 @@ float balance_step(css::style::style const& s) {
 // everything at the least height.
 columns_res balanced(pass_input const& in, columns_res full, float step, int max_passes) {
     search_scope const searching;
+    // A trial height is shorter than the room the first pass had, so nothing is forced into it as on an
+    // empty page: a block that must not break, or lines that orphans and widows keep together, make a
+    // trial too short fail instead of being split to fit it.
+    page_info trial_info = in.info;
+    trial_info.flags.max_page_area = false;
+    pass_input const trial{.info = trial_info,
+                           .blocks = in.blocks,
+                           .inner = in.inner,
+                           .geometry = in.geometry,
+                           .continuation = in.continuation};
     float const top = in.inner.top;
     float hi = full.max_column_height;
     int passes = full.s_passes;
@@ -408,7 +440,8 @@ columns_res balanced(pass_input const& in, columns_res full, float step, int max
     // Tries a height; true when it holds everything.
     auto attempt = [&](float h) {
         --left;
-        auto r = pass_with_page_stuff(in, top - h);
+        trial_scope const trying;
+        auto r = pass_with_page_stuff(trial, top - h);
         passes += r.s_passes;
         if (!holds_all(r)) {
             return false;
@@ -479,7 +512,8 @@ multicol_res pack_columns(page_info info,
         bottom = std::max(bottom, inner.top - *fixed_height);
     }
     auto r = pass_with_page_stuff(in, bottom);
-    bool const balance = s.column_fill == css::box::column_fill::balance && !fixed_height;
+    // A set height is the most the columns may take: balanced, they may stand shorter inside it.
+    bool const balance = s.column_fill == css::box::column_fill::balance;
     if (balance && holds_all(r) && geometry.column_total > 1 && searches_around < 2) {
         int const passes = nested || searches_around > 0 ? nested_balance_passes : balance_passes;
         r = balanced(in, std::move(r), balance_step(s), passes);

@@ -335,5 +335,26 @@ near "avoid-page in columns: and goes on in the second" "$(at cols_ap.pdf 1 A10 
 avoid_doc cols_ap_last ap 66 cols
 expect_eq "avoid-page in the last column: the block goes to page 2" "$(at cols_ap_last.pdf 1 A01)" ""
 near "avoid-page in the last column: first column of page 2" "$(at cols_ap_last.pdf 2 A01 | cut -d' ' -f1)" 30 0.5
+# Thirty containers nested in each other below a paragraph, and a paragraph that may not break at the
+# top of the page. Balancing tries heights too short for some content: such a trial ends at the first
+# column that takes nothing, rather than trying the content again in every column of every level
+# (which took time doubling with each level), and it never splits what may not break to fit.
+python3 -c "print('<p>first</p>' + '<div style=\"columns: 2\">' * 30 + 'one two three' + '</div>' * 30)" >deep.html
+timeout 60 "$VELLUM" deep.html -o deep.pdf 2>deep.err
+expect_eq "deep: status" "$?" 0
+expect_eq "deep: all words" "$(pdftotext deep.pdf - | grep -o 'one\|two\|three' | sort | tr '\n' ' ')" "one three two "
+{
+    echo "$head"
+    echo '.m { columns: 2; column-gap: 20pt } .k { break-inside: avoid }'
+    echo '</style></head><body><div class="m"><p class="k">'
+    for i in $(seq 1 6); do echo "Whole$i<br>"; done
+    echo '</p></div></body></html>'
+} >whole.html
+timeout 60 "$VELLUM" whole.html -o whole.pdf 2>whole.err
+expect_eq "whole: status" "$?" 0
+for i in 1 6; do
+    read -r x y <<<"$(at whole.pdf 1 "Whole$i")"
+    near "whole: Whole$i in the first column" "$x" 30 0.5
+done
 
 finish

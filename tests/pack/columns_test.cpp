@@ -234,5 +234,68 @@ TEST(columns, column_footnotes_stand_at_the_foot_of_their_column) {
     EXPECT_EQ(balanced, "page 1\ncolumns y=0 h=80\n  x=0 h=80 lines=7\n  x=110 h=80 lines=8\n") << balanced;
 }
 
+TEST(columns, a_set_height_still_balances) {
+    // Six lines in a container 80pt tall: three a column, the columns as tall as the container.
+    EXPECT_EQ(dump(pack_html(".m { columns: 2; column-gap: 20pt; height: 80pt }",
+                             "<div class=m>" + paras(6) + "</div>")),
+              "page 1\ncolumns y=0 h=80\n  x=0 h=80 lines=3\n  x=110 h=80 lines=3\n");
+    EXPECT_EQ(dump(pack_html(".m { columns: 2; column-gap: 20pt; height: 80pt; column-fill: auto }",
+                             "<div class=m>" + paras(6) + "</div>")),
+              "page 1\ncolumns y=0 h=80\n  x=0 h=80 lines=6\n");
+}
+
+TEST(columns, balancing_at_the_top_of_a_page_keeps_what_may_not_break) {
+    // At the top of the page the first pass may force content into a column; the shorter heights tried
+    // in balancing may not. A paragraph that must stay whole stays in one column.
+    EXPECT_EQ(dump(pack_html(".m { columns: 2; column-gap: 20pt } .k { break-inside: avoid }",
+                             "<div class=m><p class=k>line<br>line<br>line<br>line</p></div>")),
+              "page 1\ncolumns y=0 h=40\n  x=0 h=40 lines=4\n");
+    // Three lines with orphans and widows of 2 can't be split at all.
+    EXPECT_EQ(dump(pack_html(".m { columns: 2; column-gap: 20pt; orphans: 2; widows: 2 }",
+                             "<div class=m><p>line<br>line<br>line</p></div>")),
+              "page 1\ncolumns y=0 h=30\n  x=0 h=30 lines=3\n");
+}
+
+// The first set of columns in a box, depth first.
+column const* first_columns(box const& b) {
+    if (auto const* c = std::get_if<column>(&b.box_content)) {
+        return c;
+    }
+    if (auto const* bs = std::get_if<boxes>(&b.box_content)) {
+        for (auto const& k : bs->boxes_list) {
+            if (auto const* c = first_columns(*k)) {
+                return c;
+            }
+        }
+    }
+    return nullptr;
+}
+
+// The distance from the top of the page body to the top of the first box in column `i` of the first
+// set of columns on the first page.
+float column_start(std::vector<ref<packed_page>> const& pages, std::size_t i) {
+    auto const& body = pages.at(0)->body_box;
+    for (auto const& b : body.body_content) {
+        if (auto const* c = first_columns(*b)) {
+            auto const& content = std::get<boxes>(c->column_box.column_content.at(i)->box_content);
+            return body.body_pos.y - content.boxes_list.front()->box_y;
+        }
+    }
+    return -1;
+}
+
+TEST(columns, margins_after_a_column_break) {
+    std::string const css = ".m { columns: 2; column-gap: 20pt; column-fill: auto; height: 30pt } "
+                            "p { margin-top: 5pt } ";
+    // An unforced break truncates the margin at the top of the next column; a forced one keeps it.
+    auto const unforced = pack_html(css + ".k { break-inside: avoid }",
+                                    "<div class=m><p>line</p><p class=k>line<br>line</p></div>");
+    EXPECT_NEAR(column_start(unforced, 0), 5, 0.01);
+    EXPECT_NEAR(column_start(unforced, 1), 0, 0.01);
+    auto const forced = pack_html(css + ".b { break-before: column }",
+                                  "<div class=m><p>line</p><p class=b>line</p></div>");
+    EXPECT_NEAR(column_start(forced, 1), 5, 0.01);
+}
+
 } // namespace
 } // namespace vellum::pack
