@@ -53,9 +53,9 @@ struct trial_scope {
 // packed again above them, a few times at most.
 constexpr int page_stuff_passes = 4;
 
-// Footnotes carried into a column, or left over from a set of columns to the page, take at most this
-// share of its height: the rest of a long one runs on.
-constexpr float footnote_share = 0.8f;
+// Footnotes carried into a column, or left over from a set of columns to the page, take at most the
+// footnotes' share of its height: the rest of a long one runs on.
+using footnotes::footnote_share;
 
 struct pass_input {
     page_info const& info;

@@ -13,6 +13,10 @@
 
 namespace vellum::pack::footnotes {
 
+/// Footnotes carried over from the page before may take at most this share of the body: the rest of a
+/// long footnote leaves room for text, unless it is longer, and then it has the page to itself.
+inline constexpr float footnote_share = 0.8f;
+
 /// What lies between the rectangle of a page region's box (the footnote area, the page float areas)
 /// and its content: margins, and borders with padding, top and bottom; and all three on each side.
 struct frame {

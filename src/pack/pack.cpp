@@ -366,9 +366,7 @@ blocks::blocks_out flow_body(page_info info,
     return blocks::pack_blocks(std::move(info), blocks, gap, body);
 }
 
-// Footnotes may take at most this share of the body: the rest of a long footnote carried over from
-// the page before leaves room for text, unless it is longer, and then it has the page to itself.
-constexpr float footnote_share = 0.8f;
+using footnotes::footnote_share;
 
 // With -vellum-shrink-to-fit: auto a page whose content holds something wider than the body (a long
 // word, a wide fixed-width block) is packed again in a body as much wider, and painted scaled down so

@@ -528,6 +528,11 @@ run_state lines_run(para_ctx const& ctx, para_lines const& lines, run_state s, s
     return s;
 }
 
+// How many footnotes the page and the column being filled hold.
+std::size_t notes_held(run_state const& s) {
+    return footnotes_of(s.info.accum).size() + column_footnotes_of(s.info.accum).size();
+}
+
 // Orphans and widows: a paragraph split over areas leaves at least `orphans` lines before the split
 // and at least `widows` after it, moving lines on (or the whole paragraph) where it must.
 template <class Placer>
@@ -567,7 +572,14 @@ run_state with_orphans_and_widows(para_ctx const& ctx, run_state const& start, P
         if (orphans > fewer || fewer < 1) {
             return must_place ? res : start;
         }
-        res = place(start, fewer);
+        // A line that calls a footnote keeps its place and its note under it: moved on to spare the
+        // paragraph's last lines a page of their own, it would take its note along and leave this page
+        // short by all the room the note had.
+        auto shorter = place(start, fewer);
+        if (notes_held(shorter) < notes_held(res)) {
+            return res;
+        }
+        res = std::move(shorter);
         n = fewer;
     }
 }

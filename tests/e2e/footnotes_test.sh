@@ -158,4 +158,24 @@ expect_contains "per page: first page counts from 1" "$ptext" "2. Secondnote bod
 expect_contains "per page: a later page counts from 1 again" "$ptext" "1. Thirdnote body."
 expect_contains "per page: the call too" "$ptext" "Gamma calls1"
 
+# A note longer than a page called in the next-to-last line of a paragraph: the call stays on the page
+# where its line falls and the note starts under it. The rest of the note has the next page to itself,
+# so moving the call's line on to spare the paragraph's last line a widow would only leave this page
+# three quarters empty.
+/usr/bin/python3 - >widow.html <<'PY'
+words = " ".join("word%d" % i for i in range(201))
+note = " ".join("n%d" % i for i in range(260))
+print('<!DOCTYPE html><html><head><style>@page { size: 300pt 400pt; margin: 30pt }'
+      ' body { margin: 0; font: 10pt/12pt "DejaVu Sans" } .fn { float: footnote }</style></head><body>'
+      '<p>%s CALLED<span class="fn">%s</span> and the last line of the paragraph.</p>'
+      '<p>NEXT paragraph.</p></body></html>' % (words, note))
+PY
+timeout 60 "$VELLUM" widow.html -o widow.pdf 2>widow.err
+expect_eq "widow: status" "$?" 0
+call_page=$(for p in 1 2 3; do [ -n "$(y_of widow.pdf $p CALLED)" ] && echo $p; done | head -1)
+expect_eq "widow: the call is on page 2" "$call_page" 2
+expect_eq "widow: the note starts on the page of its call" "$([ -n "$(y_of widow.pdf 2 n0)" ] && echo yes)" yes
+expect_eq "widow: page 2 is full" "$(pdftotext -f 2 -l 2 -layout widow.pdf - | grep -c .)" 29
+expect_eq "widow: nothing lost" "$(pdftotext widow.pdf - | grep -ow 'n[0-9]\+' | sort -u | wc -l)" 260
+
 finish
