@@ -424,12 +424,6 @@ std::optional<std::vector<std::pair<std::string, std::string>>> expand_shorthand
     return out;
 }
 
-// The corners' radii stand apart only with their slashes, and a script reads them back per corner from
-// the shorthand: `border-radius` is kept as written.
-bool keep_whole(prop_name p) {
-    return css::propnames::css_name(p) == "border-radius";
-}
-
 // `css_get_prop` on the style attribute: the text of the last declaration of the property, or of the
 // member in the last shorthand that sets it.
 std::string style_attr_get(dom::dom_element const& el, prop_name p) {
@@ -490,7 +484,7 @@ void style_attr_set(dom::element_ref const& el, prop_name p, std::string const& 
     if (!v || !valid_for(name, *v)) {
         return;
     }
-    if (!members.empty() && !keep_whole(p)) {
+    if (!members.empty()) {
         if (auto const parts = expand_shorthand(p, *v)) {
             drop(name);
             for (auto const& [m, t] : *parts) {

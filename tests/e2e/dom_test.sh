@@ -83,14 +83,14 @@ px = parts[3]
 print(sum(1 for i in range(0, len(px), 3) if px[i] > 180 and px[i + 1] < 80 and px[i + 2] < 80) > 5)')
 expect_eq "walk: the class change makes the text red" "$red" True
 
-# A background set through element.style goes in by its members, layer by layer, and paints as the same
-# declaration written in the sheet does.
+# A background and rounded corners set through element.style go in by their members (layer by layer,
+# corner by corner) and paint as the same declarations written in the sheet do.
 bg='linear-gradient(#ff0000, #ff0000) no-repeat 20px 10px / 30px 20px, #0000ff'
 cat >bg_static.html <<HTML
 <!DOCTYPE html><html><head><style>@page { size: 200px 100px; margin: 0 } body { margin: 0 }
-div { height: 60px; background: $bg }</style></head><body><div></div></body></html>
+div { height: 60px; background: $bg; border-radius: 30px 5px / 20px }</style></head><body><div></div></body></html>
 HTML
-sed -e "s|background: [^}]*}|}|" -e "s|</body>|<script>document.querySelector('div').style.background = '$bg';</script></body>|" \
+sed -e "s|background: [^}]*}|}|" -e "s|</body>|<script>var s = document.querySelector('div').style; s.background = '$bg'; s.borderRadius = '30px 5px / 20px';</script></body>|" \
     bg_static.html >bg_script.html
 timeout 60 "$VELLUM" --javascript bg_script.html -o bg_script.pdf 2>bg_err.txt
 expect_eq "background by script: status" "$?" 0
@@ -101,6 +101,7 @@ expect_eq "background by script: pixels as the static page's" "$(cmp -s bg_scrip
 expect_eq "background by script: red layer over blue" "$(/usr/bin/python3 -c '
 from PIL import Image
 im = Image.open("bg_script.png").convert("RGB")
-print(im.getpixel((25, 15)), im.getpixel((5, 5)), im.getpixel((5, 60)))')" "(255, 0, 0) (0, 0, 255) (255, 255, 255)"
+print(im.getpixel((25, 15)), im.getpixel((8, 12)), im.getpixel((5, 60)), im.getpixel((1, 1)))')" \
+    "(255, 0, 0) (0, 0, 255) (255, 255, 255) (255, 255, 255)"
 
 finish
