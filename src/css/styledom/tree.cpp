@@ -107,9 +107,9 @@ std::optional<element> found(element e) {
     return e != nullptr ? std::optional<element>(e) : std::nullopt;
 }
 
-// The id and class attributes as matching asks for them: "id" in any namespace, "class" in none.
+// The id and class attributes as matching asks for them: "id" in any namespace, "class" in none. The
+// caller holds the process lock.
 void add_attributes(dom::dom_element const& e, element_links& links) {
-    std::lock_guard guard(process_lock());
     for (auto const& a : e.dom_element_attrs.cell_value) {
         auto const& n = a->dom_attribute_name;
         if (!links.link_id && attribute_fits(n, css::selector::any{}, "id")) {
@@ -140,25 +140,33 @@ int& count_of(std::vector<type_count>& types, element e) {
     return types.emplace_back(type_count{local, ns, 0}).count;
 }
 
+// The caller holds the process lock: the whole walk reads the tree under it once.
 void add_links(dom::dom_element const& e, link_table& table, std::vector<type_count>& types) {
-    auto const children = element_children(e);
+    std::vector<dom::dom_element const*> children;
+    for (auto const& c : e.dom_element_children.cell_value) {
+        if (auto const* x = std::get_if<dom::element_child>(&c)) {
+            children.push_back(x->child_element.get());
+        }
+    }
     int const siblings = static_cast<int>(children.size());
     types.clear();
+    // Entries of the table keep their addresses as it grows.
+    std::vector<element_links*> entries(children.size());
     for (std::size_t i = 0; i < children.size(); ++i) {
-        auto& links = table[children[i].get()];
+        auto& links = table[children[i]];
         links = {.link_parent = &e,
-                 .link_prev = i > 0 ? children[i - 1].get() : nullptr,
-                 .link_next = i + 1 < children.size() ? children[i + 1].get() : nullptr,
+                 .link_prev = i > 0 ? children[i - 1] : nullptr,
+                 .link_next = i + 1 < children.size() ? children[i + 1] : nullptr,
                  .link_index = static_cast<int>(i),
                  .link_siblings = siblings,
-                 .link_type_index = count_of(types, children[i].get())++};
+                 .link_type_index = count_of(types, children[i])++};
+        entries[i] = &links;
     }
-    for (auto const& child : children) {
-        auto& links = table[child.get()];
-        links.link_type_siblings = count_of(types, child.get());
-        add_attributes(*child, links);
+    for (std::size_t i = 0; i < children.size(); ++i) {
+        entries[i]->link_type_siblings = count_of(types, children[i]);
+        add_attributes(*children[i], *entries[i]);
     }
-    for (auto const& child : children) {
+    for (auto const* child : children) {
         add_links(*child, table, types);
     }
 }
@@ -169,6 +177,7 @@ link_table make_link_table(dom::dom_element const& root) {
     dom_tree const plain;
     link_table table;
     // The root's siblings lie outside the subtree; its place is left unknown and counted when asked.
+    std::lock_guard guard(process_lock());
     auto& links = table[&root];
     links = {.link_parent = plain.parent_element(&root).value_or(nullptr),
              .link_prev = plain.previous_element(&root).value_or(nullptr),
