@@ -92,13 +92,7 @@ float committed_of(mc::gap const& g) {
 // The first band, from `top` down, at least `width` wide. Where floats leave no band wide enough, the
 // first band below them all that has the container's width. None when the bands are the container's.
 std::optional<areas::area> band_for(areas::areas const& a, float top, float width) {
-    bool narrowed_somewhere = false;
-    for (auto const& band : a.available) {
-        if (band.left > a.container.left + tolerance || band.right < a.container.right - tolerance) {
-            narrowed_somewhere = true;
-        }
-    }
-    if (!narrowed_somewhere) {
+    if (std::ranges::none_of(a.available, [&](areas::area const& band) { return floats::narrowed(band, a.container); })) {
         return std::nullopt;
     }
     std::optional<areas::area> widest;
@@ -121,9 +115,7 @@ std::optional<areas::area> band_for(areas::areas const& a, float top, float widt
 std::optional<float> floats_bottom(areas::areas const& a) {
     std::optional<float> low;
     for (auto const& band : a.available) {
-        bool const cut =
-            band.left > a.container.left + tolerance || band.right < a.container.right - tolerance;
-        if (cut && (!low || band.bottom < *low)) {
+        if (floats::narrowed(band, a.container) && (!low || band.bottom < *low)) {
             low = band.bottom;
         }
     }
@@ -274,6 +266,16 @@ content_out table_content(page_info info, prepack::computed_table_anony_box cons
 }
 
 } // namespace
+
+std::pair<float, float> relative_offset(css::style::style const& s, css::used_style::used_style const& used) {
+    auto const* o = std::get_if<css::used_style::used_offsets>(&used.used_offsets);
+    if (!o || s.bit_props.bit_props_position != css::box::position{css::box::position_kind::relative}) {
+        return {0, 0};
+    }
+    float const dx = o->offset_left ? *o->offset_left : o->offset_right ? -*o->offset_right : 0;
+    float const dy = o->offset_top ? -*o->offset_top : o->offset_bottom ? *o->offset_bottom : 0;
+    return {dx, dy};
+}
 
 bool is_forced(css::box::page_break b) {
     return b == css::box::page_break::always || b == css::box::page_break::left ||
@@ -871,10 +873,7 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
         positioned::hang_inner(c.info, abs_from, out);
     }
     // A relatively positioned box moves by its offsets with no effect on the flow.
-    if (auto const* o = std::get_if<css::used_style::used_offsets>(&used.used_offsets);
-        o && s.bit_props.bit_props_position == css::box::position{css::box::position_kind::relative}) {
-        float const dx = o->offset_left ? *o->offset_left : o->offset_right ? -*o->offset_right : 0;
-        float const dy = o->offset_top ? -*o->offset_top : o->offset_bottom ? *o->offset_bottom : 0;
+    if (auto const [dx, dy] = relative_offset(s, used); dx != 0 || dy != 0) {
         shift_box(out, dx, dy);
     }
     mc::gap out_gap = has_remain ? mc::gap{mc::fresh()} : mc::add_margin(trailing, margin_bottom);

@@ -96,6 +96,9 @@ block_out pack_block(page_info info,
 /// line and span.
 void shift_box(box& b, float dx, float dy);
 
+/// How far a relatively positioned box moves from its place, right and up; nothing for other boxes.
+std::pair<float, float> relative_offset(css::style::style const& s, css::used_style::used_style const& used);
+
 /// The baseline of the first line inside a box, if it holds a line.
 std::optional<float> first_baseline(box const& b);
 

@@ -27,19 +27,11 @@ bool narrowed_right(areas::area const& band, areas::area const& container) {
     return band.right < container.right - tolerance;
 }
 
-// How far a relatively positioned box was moved from its place, right and up.
-std::pair<float, float> relative_offset(box const& b) {
-    auto const* o = std::get_if<css::used_style::used_offsets>(&b.box_used_style.used_offsets);
-    if (!o ||
-        b.box_style->bit_props.bit_props_position != css::box::position{css::box::position_kind::relative}) {
-        return {0, 0};
-    }
-    float const dx = o->offset_left ? *o->offset_left : o->offset_right ? -*o->offset_right : 0;
-    float const dy = o->offset_top ? -*o->offset_top : o->offset_bottom ? *o->offset_bottom : 0;
-    return {dx, dy};
-}
-
 } // namespace
+
+bool narrowed(areas::area const& band, areas::area const& container) {
+    return narrowed_left(band, container) || narrowed_right(band, container);
+}
 
 std::optional<side> float_side(css::style::style const& s, page_info const& info) {
     auto const* kind = std::get_if<css::box::float_kind>(&s.float_);
@@ -212,7 +204,7 @@ std::optional<placed> place_float(page_info info, prepack::block const& b, side 
     }
     float const left = s == side::left ? at->left : at->right - outer_w;
     // A relatively positioned float keeps its offset from the place it is given.
-    auto const [rel_x, rel_y] = relative_offset(bx);
+    auto const [rel_x, rel_y] = block::relative_offset(*bx.box_style, bx.box_used_style);
     float const dx = left + ml + rel_x - bx.box_x;
     float const dy = at->top - mt + rel_y - bx.box_y;
     block::shift_box(bx, dx, dy);

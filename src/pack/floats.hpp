@@ -47,6 +47,9 @@ struct placed {
     float placed_top = 0;
 };
 
+/// Whether a float cuts into a band of the flow: it is narrower than its container on either side.
+bool narrowed(areas::area const& band, areas::area const& container);
+
 /// Packs the float `b` and places it at `top` or below, in the first band where its margin box fits.
 /// Nothing when it fits in no band down to the container's bottom, unless `max_area` is on: then it
 /// goes into the first band and overflows.
