@@ -16,6 +16,7 @@
 #include <cmath>
 #include <functional>
 #include <iterator>
+#include <limits>
 #include <set>
 
 namespace vellum::pdf::painter {
@@ -494,12 +495,163 @@ struct painter {
         walk(root, layer::block_backgrounds);
         walk(root, layer::floats);
         walk(root, layer::inline_content);
-        walk(root, layer::positioned);
+        paint_positioned(root);
         for (int z : zs) {
             if (z > 0) {
                 paint_z(root, z);
             }
         }
+    }
+
+    // The positioned layer: positioned boxes without a z-index and contexts of z-index 0, in the order
+    // of their elements in the document. An absolutely positioned box is packed with its containing
+    // block and hung on it after the flow content, so a walk of the boxes alone would paint it over
+    // positioned boxes that come after it in the document.
+    struct positioned_item {
+        box const* item_box = nullptr;
+        /// The boxes in flow from the context down to the item's parent, each with whether it is a row.
+        std::vector<std::pair<box const*, bool>> item_chain;
+        std::vector<std::size_t> item_order;
+    };
+
+    void gather_positioned(box const& b, std::vector<std::pair<box const*, bool>>& chain,
+                           std::vector<positioned_item>& out) {
+        for (auto const& c : children_of(b)) {
+            std::visit(overloaded{
+                           [&](in_flow const&) {
+                               chain.emplace_back(c.child_box, c.child_is_row);
+                               gather_positioned(*c.child_box, chain, out);
+                               chain.pop_back();
+                           },
+                           [](floating const&) {},
+                           [&](positioned_auto const&) { out.push_back({c.child_box, chain, {}}); },
+                           [&](stacking const& s) {
+                               if (s.stacking_z == 0) {
+                                   out.push_back({c.child_box, chain, {}});
+                               }
+                           },
+                       },
+                       participation_of(*c.child_box, c.child_is_float));
+        }
+    }
+
+    struct open_link {
+        bool link_entered = false;
+        bool link_clipped = false;
+        bool link_turned = false;
+    };
+
+    void paint_positioned(box const& root) {
+        std::vector<std::pair<box const*, bool>> chain;
+        std::vector<positioned_item> items;
+        gather_positioned(root, chain, items);
+        if (items.size() > 1) {
+            // A box whose element is not known keeps its place after the one before it.
+            for (std::size_t i = 0; i < items.size(); ++i) {
+                items[i].item_order = document_order(*items[i].item_box);
+                if (items[i].item_order.empty() && i > 0) {
+                    items[i].item_order = items[i - 1].item_order;
+                }
+            }
+            std::stable_sort(items.begin(), items.end(), [](positioned_item const& a, positioned_item const& b) {
+                return a.item_order < b.item_order;
+            });
+        }
+        // The clips, turns and structure elements of the boxes around an item stay open while the next
+        // item shares them.
+        std::vector<std::pair<box const*, open_link>> open;
+        auto close_to = [&](std::size_t n) {
+            while (open.size() > n) {
+                auto const link = open.back().second;
+                if (link.link_turned) {
+                    content::restore(o, g);
+                }
+                if (link.link_clipped) {
+                    content::restore(o, g);
+                }
+                leave(link.link_entered);
+                open.pop_back();
+            }
+        };
+        for (auto const& item : items) {
+            std::size_t common = 0;
+            while (common < open.size() && common < item.item_chain.size() &&
+                   open[common].first == item.item_chain[common].first) {
+                ++common;
+            }
+            close_to(common);
+            for (std::size_t i = common; i < item.item_chain.size(); ++i) {
+                auto const& [b, is_row] = item.item_chain[i];
+                open_link link;
+                link.link_entered = enter(*b, is_row);
+                link.link_clipped = open_clip(*b);
+                link.link_turned = open_rotation(*b);
+                open.emplace_back(b, link);
+            }
+            context(*item.item_box);
+        }
+        close_to(0);
+    }
+
+    // Where a box's element stands in its document: the index of each ancestor among its parent's
+    // children, from the root down; a pseudo-element stands just inside its element. Empty when the
+    // box stands for no element.
+    static std::vector<std::size_t> document_order(box const& b) {
+        std::optional<prepack::element_info> info;
+        std::visit(overloaded{
+                       [&](prepack::type_original const& t) { info = t.stuff->element_info; },
+                       [&](prepack::type_remaining const& t) { info = t.info; },
+                       [&](prepack::type_overflowing const& t) { info = t.info; },
+                       [](prepack::type_anonymous const&) {},
+                   },
+                   b.box_type);
+        if (!info) {
+            return {};
+        }
+        std::shared_ptr<dom::dom_element> e;
+        std::optional<std::size_t> last;
+        std::visit(overloaded{
+                       [&](prepack::info_element const& x) { e = x.element; },
+                       [&](prepack::info_pseudo_element const& x) {
+                           if (!x.pseudo) {
+                               return;
+                           }
+                           e = x.pseudo->pseudo_element_parent;
+                           bool const after = std::find(x.pseudo->pseudo_element_pseudos.begin(),
+                                                        x.pseudo->pseudo_element_pseudos.end(),
+                                                        css::selector::pseudo_element::after) !=
+                                              x.pseudo->pseudo_element_pseudos.end();
+                           last = after ? std::numeric_limits<std::size_t>::max() : 0;
+                       },
+                   },
+                   *info);
+        std::vector<std::size_t> path;
+        if (last) {
+            path.push_back(*last);
+        }
+        while (e) {
+            auto const parent = e->dom_element_parent.get();
+            auto const* p = std::get_if<dom::element_parent>(&parent);
+            auto const up = p ? p->parent_element.lock() : nullptr;
+            if (!up) {
+                break;
+            }
+            // Child 0 stands for the element's ::before; its children count from 1.
+            std::size_t index = 1;
+            up->dom_element_children.update([&](std::vector<dom::child_node> const& children) {
+                for (auto const& c : children) {
+                    auto const* ec = std::get_if<dom::element_child>(&c);
+                    if (ec && ec->child_element == e) {
+                        break;
+                    }
+                    ++index;
+                }
+            });
+            path.push_back(index);
+            e = up;
+        }
+        std::reverse(path.begin(), path.end());
+        return path;
     }
 
     void gather_z(box const& b, std::set<int>& zs) {
