@@ -98,7 +98,7 @@ struct computer {
     // The four paths of a reader: nothing declared, inherit, initial, a value.
     template <L X, class T, class F>
     T get(T const& parent_value, T const& initial_value, F compute) const {
-        auto const& slot = a.slot<X>();
+        auto const* slot = a.slot<X>();
         if (!slot) {
             return property::is_inherited(X) ? parent_value : initial_value;
         }

@@ -10,7 +10,7 @@ using setness = bool (*)(prop_array const&);
 
 template <std::size_t I>
 bool is_set(prop_array const& a) {
-    return std::get<I>(a.prop_slots).has_value();
+    return std::get<I>(a.prop_slots) != nullptr;
 }
 
 template <std::size_t... I>
@@ -24,7 +24,7 @@ constexpr auto set_checks = setness_table(std::make_index_sequence<property::lon
 
 void scan(prop_array& a, property::property const& p) {
     std::visit(overloaded{
-                   [&]<property::longhand L>(property::prop<L> const& one) { a.slot<L>() = one.prop_spec; },
+                   [&]<property::longhand L>(property::prop<L> const& one) { a.slot<L>() = &one.prop_spec; },
                    [&](property::compound const& c) {
                        for (auto const& m : c.compound_members) {
                            scan(a, m);

@@ -1,5 +1,7 @@
 // The winning declared value of each longhand of one element: a fixed array of slots, one per longhand,
 // filled from the declarations in ascending priority so that a later value overwrites an earlier one.
+// A slot points at the value in its declaration, which must outlive the array: filling one copies
+// nothing, and an empty array is a page of null pointers rather than of empty values.
 #pragma once
 
 #include "css/property.hpp"
@@ -18,31 +20,30 @@ struct slots_of;
 
 template <std::size_t... I>
 struct slots_of<std::index_sequence<I...>> {
-    using type = std::tuple<
-        std::optional<property::spec<property::longhand_value_t<static_cast<property::longhand>(I)>>>...>;
+    using type = std::tuple<property::spec<property::longhand_value_t<static_cast<property::longhand>(I)>> const*...>;
 };
 
 } // namespace detail
 
-/// One slot per longhand, empty where nothing was declared.
+/// One slot per longhand, null where nothing was declared.
 struct prop_array {
-    typename detail::slots_of<std::make_index_sequence<property::longhand_count>>::type prop_slots;
+    typename detail::slots_of<std::make_index_sequence<property::longhand_count>>::type prop_slots{};
 
     template <property::longhand L>
-    std::optional<property::spec<property::longhand_value_t<L>>> const& slot() const {
+    property::spec<property::longhand_value_t<L>> const* slot() const {
         return std::get<static_cast<std::size_t>(L)>(prop_slots);
     }
 
     template <property::longhand L>
-    std::optional<property::spec<property::longhand_value_t<L>>>& slot() {
+    property::spec<property::longhand_value_t<L>> const*& slot() {
         return std::get<static_cast<std::size_t>(L)>(prop_slots);
     }
 };
 
-/// Writes a property into its slot; a compound writes each of its members.
+/// Points the property's slot at it; a compound points the slots of each of its members.
 void scan(prop_array& a, property::property const& p);
 
-/// The slots of a list of properties in ascending priority.
+/// The slots of a list of properties in ascending priority; they point into `props`.
 prop_array scan_all(std::vector<property::property> const& props);
 
 /// Whether any of the given longhands has a declared value.
