@@ -161,6 +161,17 @@ struct pass_outcome {
     std::shared_ptr<pdf::painter::page_stream> pass_painted;
     std::vector<pack::packed_bookmark> pass_bookmarks;
     pack_loop::pass_report pass_report_of;
+    /// The sections the pass packed whole, for the next pass to take their pages again.
+    std::shared_ptr<pack::section_records const> pass_sections;
+    /// Some page was left unpainted: the pass cannot be written.
+    bool pass_skipped = false;
+};
+
+// What a pass leaves to the next one: its painted pages, some of which may be taken again, and the
+// sections that made them.
+struct pass_leftover {
+    std::shared_ptr<pdf::painter::page_stream> leftover_pages;
+    std::shared_ptr<pack::section_records const> leftover_sections;
 };
 
 enum class pass_painting { paint_while_it_may_last, paint_all };
@@ -173,9 +184,21 @@ pass_outcome pack_pass(log::log const& log,
                        pass_painting painting,
                        std::function<std::shared_ptr<pdf::painter::page_stream>()> const& new_stream,
                        glyph_tally& tally,
-                       std::shared_ptr<prepack::script_calls const> const& scripts) {
-    auto painted = new_stream();
+                       std::shared_ptr<prepack::script_calls const> const& scripts,
+                       pass_leftover const& before = {}) {
+    // The pages of the pass before stay in its stream, where this pass takes those that come out the
+    // same. Not with scripts: a function called for generated content may answer otherwise in each pass.
+    std::shared_ptr<pdf::painter::page_stream> painted;
+    if (before.leftover_pages && before.leftover_pages->keeps_pages() && !scripts) {
+        painted = before.leftover_pages;
+        painted->start_again();
+    } else {
+        painted = new_stream();
+    }
+    bool const keeps = painted->keeps_pages() && !scripts;
+    auto const sections = keeps ? std::make_shared<pack::section_records>() : nullptr;
     auto const looked_up = std::make_shared<prepack::targets::looked_up>();
+    bool skipped = false;
     pack::pass_input in{
         .pass_log = log,
         .pass_fonts = engine.engine_fonts,
@@ -184,9 +207,11 @@ pass_outcome pack_pass(log::log const& log,
         .pass_take_page =
             [&](ref<pack::packed_page> const& page) {
                 // The first pass knows no page of any target: once it has looked one up (or a page
-                // total), another pass will almost surely follow, and painting the rest is wasted.
-                if (first_pass && painting == pass_painting::paint_while_it_may_last && painted &&
-                    (!looked_up->pages.empty() || looked_up->pages_total)) {
+                // total), another pass will almost surely follow, and painting the rest is wasted. When
+                // the next pass may take pages again, only the sections that looked something up are
+                // left unpainted (by `pass_skip_page`).
+                if (first_pass && painting == pass_painting::paint_while_it_may_last && painted && !keeps &&
+                    (!looked_up->pages.empty() || !looked_up->counters.empty() || looked_up->pages_total)) {
                     painted.reset();
                 }
                 if (!painted) {
@@ -202,6 +227,18 @@ pass_outcome pack_pass(log::log const& log,
         .pass_hyph = engine.engine_hyph,
         .pass_shapes = engine.engine_shapes,
         .pass_scripts = scripts,
+        .pass_sections_before = keeps ? before.leftover_sections : nullptr,
+        .pass_sections = sections,
+        .pass_skip_page = first_pass && keeps && painting == pass_painting::paint_while_it_may_last
+                              ? std::function<void()>([&] {
+                                    painted->skip();
+                                    skipped = true;
+                                })
+                              : std::function<void()>(),
+        .pass_take_pages_before =
+            [&](int first, int count) {
+                return painted && painted->take_again(static_cast<std::size_t>(first - 1), static_cast<std::size_t>(count));
+            },
     };
     auto result = pack::pack_documents(in, documents);
     auto found = std::make_shared<prepack::targets::pass_targets const>(std::move(result.result_targets));
@@ -210,8 +247,11 @@ pass_outcome pack_pass(log::log const& log,
             .pass_report_of = {.report_targets = pack_loop::targets_of(*found),
                                .report_found = found,
                                .report_looked_up = std::move(result.result_looked_up.pages),
+                               .report_looked_up_counters = std::move(result.result_looked_up.counters),
                                .report_uses_page_counts = result.result_uses_pages,
-                               .report_first_pages = std::move(result.result_user_pages_totals)}};
+                               .report_first_pages = std::move(result.result_user_pages_totals)},
+            .pass_sections = sections,
+            .pass_skipped = skipped};
 }
 
 // What links resolve against: the input documents and where the last pass put their targets.
@@ -788,16 +828,18 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
     tally.mark();
     tally.keep_heads();
     auto const new_stream = [&] { return new_page_stream(first, image_table); };
+    pass_leftover leftover;
     auto const outcome =
         pack_loop::run(log, pack_loop::initial_targets(registry), [&](pack_loop::pack_state const& state) {
             auto r = pack_pass(log, engine, documents, state, first_pass, pass_painting::paint_while_it_may_last,
-                               new_stream, tally, scripts);
+                               new_stream, tally, scripts, leftover);
             // A pass that stopped painting and turns out to be the last is packed again, to be painted:
             // the same input gives the same pages.
-            if (!r.pass_painted && !pack_loop::needs_another_pass(state, r.pass_report_of)) {
+            if ((!r.pass_painted || r.pass_skipped) && !pack_loop::needs_another_pass(state, r.pass_report_of)) {
                 log::log_debug(log, "pack again to paint");
                 r = pack_pass(log, engine, documents, state, first_pass, pass_painting::paint_all, new_stream, tally, scripts);
             }
+            leftover = {.leftover_pages = r.pass_painted, .leftover_sections = r.pass_sections};
             first_pass = false;
             return r;
         });

@@ -17,6 +17,19 @@ bool needs_another_pass(pack_state const& before, pass_report const& after) {
             return true;
         }
     }
+    // The counters at a target are known from the pass that placed it: the first pass shows 0 for
+    // each, so a document that shows a chapter's number by target-counter() needs a second pass even
+    // when no page number is shown.
+    auto const& was = before.pack_found->counters;
+    auto const& now = after.report_found->counters;
+    for (auto const& id : after.report_looked_up_counters) {
+        auto const old = was.find(id);
+        auto const found = now.find(id);
+        bool const had = old != was.end();
+        if (had != (found != now.end()) || (had && old->second != found->second)) {
+            return true;
+        }
+    }
     return false;
 }
 

@@ -37,13 +37,16 @@ struct pass_report {
         std::make_shared<prepack::targets::pass_targets const>();
     /// The targets whose page the pass looked up.
     std::set<std::string> report_looked_up;
+    /// The targets whose other counters the pass looked up.
+    std::set<std::string> report_looked_up_counters;
     /// Whether the layout depends on page counts (as `counter(pages)` does).
     bool report_uses_page_counts = false;
     /// One entry per document, with each document's last page number at its head.
     std::vector<int> report_first_pages;
 };
 
-/// Whether the layout of a pass may still change: a page count it used, or a looked-up target, moved.
+/// Whether the layout of a pass may still change: a page count it used, or a looked-up target, moved,
+/// or the counters at a target it looked up changed.
 bool needs_another_pass(pack_state const& before, pass_report const& after);
 
 /// Every target known to the registry, with no page yet.

@@ -14,6 +14,7 @@
 #include "util/result.hpp"
 
 #include <algorithm>
+#include <set>
 
 namespace vellum::pack {
 
@@ -392,7 +393,200 @@ struct doc_state {
     std::vector<page_float> floats_carried;
     /// The document's fixed boxes, in document order: each repeats on every page.
     std::vector<prepack::block> fixed;
+    /// The document's place among the pass's documents.
+    std::size_t doc_index = 0;
+    /// The pass's record of what was looked up; a section being recorded notes its own first.
+    std::shared_ptr<prepack::targets::looked_up> pass_looked_up;
 };
+
+void merge_looked_up(prepack::targets::looked_up& into, prepack::targets::looked_up const& from) {
+    into.pages.insert(from.pages.begin(), from.pages.end());
+    into.counters.insert(from.counters.begin(), from.counters.end());
+    into.pages_total = into.pages_total || from.pages_total;
+}
+
+// ---- Sections taken again from the pass before -----------------------------------------------------------
+//
+// A document whose contents page shows page numbers is packed twice, but only the pages that look up
+// what moved can change: a section (a piece of the document that starts on a page of its own) that
+// starts in the same state as in the pass before, with nothing carried into it, and finds the same
+// answers to what it looked up, makes the same pages. Its pages as the pass before painted them are
+// taken again, and what it found is added as if it had been packed.
+
+section_state state_now(doc_state const& st) {
+    auto const& g = st.info.general;
+    return section_state{.state_pdf_page = g.pdf_page_num,
+                         .state_document_page = g.document_page_num,
+                         .state_user_page = g.user_page_num,
+                         .state_pages_counter = g.user_pages_counter,
+                         .state_footnote_counter = g.footnote_counter,
+                         .state_values = *g.page_values,
+                         .state_group = st.group,
+                         .state_group_page = st.group_page,
+                         .state_group_total = st.totals[st.group]};
+}
+
+// Nothing waits to go on the next page: no footnote, page float or absolutely positioned box.
+bool nothing_carried(doc_state const& st) {
+    auto const& a = st.info.accum;
+    return st.footnotes_carried.empty() && st.floats_carried.empty() && a.abs_blocks.empty() &&
+           a.page_floats.empty() && a.column_floats.empty() && !a.page_footnotes && !a.column_footnotes;
+}
+
+// Whether this pass gives the section the answers it had in the pass that recorded it.
+bool same_answers(doc_state const& st, section_record const& r) {
+    auto const& targets = *st.in.pass_targets;
+    for (auto const& [key, was] : r.record_looked_pages) {
+        auto const found = targets.page_nums.find(key);
+        std::optional<prepack::targets::page_num> const now =
+            found == targets.page_nums.end() ? std::nullopt : std::optional(found->second.num);
+        if (now != was) {
+            return false;
+        }
+    }
+    for (auto const& [key, was] : r.record_looked_counters) {
+        auto const found = targets.counters.find(key);
+        std::optional<prepack::counter_scopes> const now =
+            found == targets.counters.end() ? std::nullopt : std::optional(found->second);
+        if (now != was) {
+            return false;
+        }
+    }
+    return !r.record_looked_totals || *r.record_looked_totals == st.in.pass_user_pages_totals;
+}
+
+// The section as the pass before packed it, when its pages can be taken again: the state after it is
+// restored and what it found and looked up is noted.
+bool take_section_again(doc_state& st, std::size_t section) {
+    if (!st.in.pass_sections_before || !st.in.pass_take_pages_before || !nothing_carried(st)) {
+        return false;
+    }
+    auto const found = st.in.pass_sections_before->find({st.doc_index, section});
+    if (found == st.in.pass_sections_before->end()) {
+        return false;
+    }
+    auto const& r = found->second;
+    if (r.record_entry != state_now(st) || !same_answers(st, r) ||
+        !st.in.pass_take_pages_before(r.record_first_page, r.record_page_count)) {
+        return false;
+    }
+    auto& g = st.info.general;
+    auto const& out = r.record_exit;
+    g.pdf_page_num = out.state_pdf_page;
+    g.document_page_num = out.state_document_page;
+    g.user_page_num = out.state_user_page;
+    g.user_pages_counter = out.state_pages_counter;
+    g.footnote_counter = out.state_footnote_counter;
+    g.page_values = share(out.state_values);
+    st.group_page = out.state_group_page;
+    st.totals[st.group] = out.state_group_total;
+    for (auto const& [key, place] : r.record_found_pages) {
+        st.found.targets.page_nums.emplace(key, place);
+    }
+    for (auto const& [key, scopes] : r.record_found_counters) {
+        st.found.targets.counters.emplace(key, scopes);
+    }
+    st.found.bookmarks.insert(st.found.bookmarks.end(), r.record_bookmarks.begin(), r.record_bookmarks.end());
+    st.uses_pages = st.uses_pages || r.record_uses_pages;
+    if (st.pass_looked_up) {
+        for (auto const& [key, _] : r.record_looked_pages) {
+            st.pass_looked_up->pages.insert(key);
+        }
+        for (auto const& [key, _] : r.record_looked_counters) {
+            st.pass_looked_up->counters.insert(key);
+        }
+        st.pass_looked_up->pages_total = st.pass_looked_up->pages_total || r.record_looked_totals.has_value();
+    }
+    if (st.in.pass_sections) {
+        st.in.pass_sections->insert_or_assign({st.doc_index, section}, r);
+    }
+    log::log_debug(st.in.pass_log, "pages " + std::to_string(r.record_first_page) + " to " +
+                                       std::to_string(r.record_first_page + r.record_page_count - 1) +
+                                       " taken again from the pass before");
+    return true;
+}
+
+// A section being packed, watched so that the next pass may take its pages again.
+struct watched_section {
+    std::size_t watched_index = 0;
+    section_state watched_entry;
+    std::shared_ptr<prepack::targets::looked_up> watched_looked_up;
+    std::set<prepack::targets::target_key> watched_pages_before;
+    std::set<prepack::targets::target_key> watched_counters_before;
+    std::size_t watched_bookmarks_before = 0;
+    bool watched_uses_pages_before = false;
+};
+
+std::optional<watched_section> watch_section(doc_state& st, std::size_t section) {
+    if (!st.in.pass_sections || !nothing_carried(st)) {
+        return std::nullopt;
+    }
+    watched_section w{.watched_index = section,
+                      .watched_entry = state_now(st),
+                      .watched_looked_up = std::make_shared<prepack::targets::looked_up>(),
+                      .watched_bookmarks_before = st.found.bookmarks.size(),
+                      .watched_uses_pages_before = st.uses_pages};
+    for (auto const& [key, _] : st.found.targets.page_nums) {
+        w.watched_pages_before.insert(key);
+    }
+    for (auto const& [key, _] : st.found.targets.counters) {
+        w.watched_counters_before.insert(key);
+    }
+    // The section's lookups are noted apart, and joined to the pass's as each page is handed over.
+    st.info.general.looked_up = w.watched_looked_up;
+    st.uses_pages = false;
+    return w;
+}
+
+// Ends the watch of a section; `whole` when it ended with nothing carried into the next one, and it
+// is recorded.
+void end_watch(doc_state& st, std::optional<watched_section>& w, bool whole) {
+    if (!w) {
+        return;
+    }
+    auto const& looked = *w->watched_looked_up;
+    if (st.pass_looked_up) {
+        merge_looked_up(*st.pass_looked_up, looked);
+        st.info.general.looked_up = st.pass_looked_up;
+    }
+    bool const used_pages = st.uses_pages;
+    st.uses_pages = w->watched_uses_pages_before || used_pages;
+    if (whole && nothing_carried(st)) {
+        section_record r{.record_entry = w->watched_entry,
+                         .record_exit = state_now(st),
+                         .record_first_page = w->watched_entry.state_pdf_page,
+                         .record_page_count = st.info.general.pdf_page_num - w->watched_entry.state_pdf_page,
+                         .record_uses_pages = used_pages};
+        for (auto const& [key, place] : st.found.targets.page_nums) {
+            if (!w->watched_pages_before.contains(key)) {
+                r.record_found_pages.emplace_back(key, place);
+            }
+        }
+        for (auto const& [key, scopes] : st.found.targets.counters) {
+            if (!w->watched_counters_before.contains(key)) {
+                r.record_found_counters.emplace_back(key, scopes);
+            }
+        }
+        r.record_bookmarks.assign(st.found.bookmarks.begin() + static_cast<std::ptrdiff_t>(w->watched_bookmarks_before),
+                                  st.found.bookmarks.end());
+        auto const& targets = *st.in.pass_targets;
+        for (auto const& key : looked.pages) {
+            auto const found = targets.page_nums.find(key);
+            r.record_looked_pages.emplace(
+                key, found == targets.page_nums.end() ? std::nullopt : std::optional(found->second.num));
+        }
+        for (auto const& key : looked.counters) {
+            auto const found = targets.counters.find(key);
+            r.record_looked_counters.emplace(
+                key, found == targets.counters.end() ? std::nullopt : std::optional(found->second));
+        }
+        if (looked.pages_total || used_pages) {
+            r.record_looked_totals = st.in.pass_user_pages_totals;
+        }
+        st.in.pass_sections->insert_or_assign({st.doc_index, w->watched_index}, std::move(r));
+    }
+    w.reset();
+}
 
 struct page_out {
     prepack::block_list remaining;
@@ -613,7 +807,15 @@ page_out pack_page(doc_state& st,
         .margin_boxes = std::move(margins.res_margin_boxes),
         .page_label = page_label_of(info, ps.page_label),
     };
-    if (st.in.pass_take_page) {
+    bool section_looked_up = false;
+    if (info.general.looked_up != st.pass_looked_up && st.pass_looked_up) {
+        auto const& mine = *info.general.looked_up;
+        section_looked_up = !mine.pages.empty() || !mine.counters.empty() || mine.pages_total;
+        merge_looked_up(*st.pass_looked_up, mine);
+    }
+    if (section_looked_up && st.in.pass_skip_page) {
+        st.in.pass_skip_page();
+    } else if (st.in.pass_take_page) {
         st.in.pass_take_page(share(std::move(page)));
     } else {
         st.pages.push_back(share(std::move(page)));
@@ -665,6 +867,7 @@ void pack_doc(doc_state& st) {
         auto const percent = std::max(0LL, done * 100 / static_cast<long long>(st.prog.progress_total));
         log::log_progress_percent(st.in.pass_log, static_cast<int>(percent));
     };
+    std::optional<watched_section> watched;
     auto advance = [&]() {
         ++st.info.general.pdf_page_num;
         ++st.info.general.document_page_num;
@@ -678,6 +881,7 @@ void pack_doc(doc_state& st) {
         bool const right = st.info.general.pdf_page_num % 2 == 1;
         if (blocks.empty() && !section_first) {
             if (k + 1 < sections.size() && st.floats_carried.empty()) {
+                end_watch(st, watched, true);
                 ++k;
                 blocks = sections[k].sec_blocks;
                 begin_section();
@@ -690,6 +894,7 @@ void pack_doc(doc_state& st) {
                 advance();
                 continue;
             }
+            end_watch(st, watched, true);
             auto const after = desc.sec_page_break_after;
             if ((after == page_break::left && right) || (after == page_break::right && !right)) {
                 pack_page(st, desc, {}, true, false);
@@ -729,12 +934,22 @@ void pack_doc(doc_state& st) {
             section_first = false;
             continue;
         }
+        if (section_first) {
+            if (take_section_again(st, k)) {
+                blocks = {};
+                section_first = false;
+                continue;
+            }
+            end_watch(st, watched, false);
+            watched = watch_section(st, k);
+        }
         auto r = pack_page(st, desc, blocks, false, section_first);
         advance();
         section_first = false;
         blocks = std::move(r.remaining);
         carried = r.forced;
     }
+    end_watch(st, watched, false);
 }
 
 } // namespace
@@ -788,6 +1003,8 @@ pass_result pack_documents(pass_input const& in,
         st.info.general.targets = in.pass_targets;
         st.info.general.document = doc;
         st.info.general.looked_up = looked_up;
+        st.pass_looked_up = looked_up;
+        st.doc_index = static_cast<std::size_t>(&doc - documents.data());
         st.info.general.pdf_page_num = pdf_page;
         st.fixed = positioned::fixed_blocks(*doc);
         st.totals = totals;

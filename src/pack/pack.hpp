@@ -16,6 +16,7 @@
 #include "util/ref.hpp"
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -25,6 +26,60 @@ namespace vellum::pack {
 
 /// Which side of a spread a page is on: odd pages are on the right.
 enum class page_side { left, right };
+
+/// A bookmark as a pass placed it: the element's place in document order, its level, state and
+/// label (evaluated on its page), and where its box landed.
+struct packed_bookmark {
+    int bookmark_order = 0;
+    int bookmark_level = 1;
+    css::box::bookmark_state bookmark_state = css::box::bookmark_state::open;
+    std::string bookmark_label;
+    /// The page from 1, in the whole output.
+    int bookmark_page = 1;
+    float bookmark_x = 0;
+    float bookmark_y = 0;
+    /// A place named by `bookmark-target` instead of the element's own: the URL as written, and the
+    /// target it names. The engine resolves it once the last pass has placed every target.
+    std::optional<std::string> bookmark_url;
+    std::optional<prepack::target_name> bookmark_target;
+    bool operator==(packed_bookmark const&) const = default;
+};
+
+/// Where a section of a document starts or ends: what its pages depend on and change of the page loop.
+/// A section that starts in the same state as in the previous pass, and finds the same answers to
+/// what it looked up there, makes the same pages.
+struct section_state {
+    int state_pdf_page = 1;
+    int state_document_page = 1;
+    int state_user_page = 1;
+    std::optional<int> state_pages_counter;
+    int state_footnote_counter = 0;
+    prepack::page_values state_values;
+    std::size_t state_group = 0;
+    int state_group_page = 1;
+    int state_group_total = 0;
+    bool operator==(section_state const&) const = default;
+};
+
+/// A section a pass packed whole: its state at its first page and after its last, the pages it made,
+/// what it found, and what it looked up with the answers the pass had.
+struct section_record {
+    section_state record_entry;
+    section_state record_exit;
+    int record_first_page = 1;
+    int record_page_count = 0;
+    std::vector<std::pair<prepack::targets::target_key, prepack::targets::target_place>> record_found_pages;
+    std::vector<std::pair<prepack::targets::target_key, prepack::counter_scopes>> record_found_counters;
+    std::vector<packed_bookmark> record_bookmarks;
+    std::map<prepack::targets::target_key, std::optional<prepack::targets::page_num>> record_looked_pages;
+    std::map<prepack::targets::target_key, std::optional<prepack::counter_scopes>> record_looked_counters;
+    /// The page totals of the previous pass, when the section showed one.
+    std::optional<std::vector<int>> record_looked_totals;
+    bool record_uses_pages = false;
+};
+
+/// The sections of a pass by document and place among the document's sections.
+using section_records = std::map<std::pair<std::size_t, std::size_t>, section_record>;
 
 /// What a pass is given from the one before it.
 struct pass_input {
@@ -51,25 +106,19 @@ struct pass_input {
     std::shared_ptr<fonts::shape_cache::shape_cache> pass_shapes = fonts::shape_cache::make_shape_cache();
     /// The functions scripts registered for generated content; null without a script engine.
     std::shared_ptr<prepack::script_calls const> pass_scripts;
+    /// The sections of the previous pass whose pages may be taken again; null for none.
+    std::shared_ptr<section_records const> pass_sections_before;
+    /// Where this pass records its sections; null to record none.
+    std::shared_ptr<section_records> pass_sections;
+    /// Called instead of `pass_take_page` for a page that is not worth painting: its section looked
+    /// up a page number or a counter of this first pass, which knows none, so another pass follows that
+    /// packs the section again. Null to hand over every page.
+    std::function<void()> pass_skip_page;
+    /// Takes the given pages of the previous pass (the first one's number in the whole output, and a
+    /// count) as this pass's next pages, instead of packing them again; false when it has not kept them.
+    std::function<bool(int, int)> pass_take_pages_before;
 };
 
-/// A bookmark as a pass placed it: the element's place in document order, its level, state and
-/// label (evaluated on its page), and where its box landed.
-struct packed_bookmark {
-    int bookmark_order = 0;
-    int bookmark_level = 1;
-    css::box::bookmark_state bookmark_state = css::box::bookmark_state::open;
-    std::string bookmark_label;
-    /// The page from 1, in the whole output.
-    int bookmark_page = 1;
-    float bookmark_x = 0;
-    float bookmark_y = 0;
-    /// A place named by `bookmark-target` instead of the element's own: the URL as written, and the
-    /// target it names. The engine resolves it once the last pass has placed every target.
-    std::optional<std::string> bookmark_url;
-    std::optional<prepack::target_name> bookmark_target;
-    bool operator==(packed_bookmark const&) const = default;
-};
 
 /// What a pass gives: the pages, and what they depend on.
 struct pass_result {

@@ -29,6 +29,7 @@ textbuf::textbuf target_counter_text(prepack::targets::pass_targets const& targe
         looked_up.pages_total = true;
         return format_counter(pages.value_or(0), t.counter_style);
     }
+    looked_up.counters.insert(key);
     auto const found = targets.counters.find(key);
     std::vector<int> values;
     if (found != targets.counters.end()) {

@@ -1580,18 +1580,63 @@ void page_stream::add(log::log const& log, pack::packed_page const& page) {
     auto used = stream_state.used;
     used.ext_gs_list.resources_map.clear();
     stream_font_ids.insert(used.font_resources.begin(), used.font_resources.end());
+    std::vector<std::pair<std::string, dest::dest>> destinations;
+    for (auto const& [name, at] : page_destinations(page)) {
+        destinations.emplace_back(name, dest::dest{dest::target_position(number, at.x, at.y)});
+    }
+    add_destinations(destinations);
     stream_pages.push_back(painted_page{
         .painted_boxes = boxes_of(page),
         .painted_content = std::make_shared<painted::recorded_content const>(stream_recorder.take()),
         .painted_used = std::make_shared<content::used_resources const>(std::move(used)),
         .painted_links = page_links(page),
         .painted_label = page.page_label,
+        .painted_destinations = std::move(destinations),
     });
-    for (auto const& [name, at] : page_destinations(page)) {
+}
+
+void page_stream::add_destinations(std::vector<std::pair<std::string, dest::dest>> const& destinations) {
+    for (auto const& [name, d] : destinations) {
         if (stream_destination_names.insert(name).second) {
-            stream_destinations.emplace_back(name, dest::dest{dest::target_position(number, at.x, at.y)});
+            stream_destinations.emplace_back(name, d);
         }
     }
+}
+
+void page_stream::skip() {
+    stream_pages.push_back(painted_page{});
+}
+
+bool page_stream::keeps_pages() const {
+    return !stream_options.tags && !stream_options.track_element_boxes;
+}
+
+void page_stream::start_again() {
+    stream_before = std::move(stream_pages);
+    stream_pages.clear();
+    stream_destinations.clear();
+    stream_destination_names.clear();
+    stream_font_ids.clear();
+    stream_element_boxes.clear();
+}
+
+bool page_stream::take_again(std::size_t first, std::size_t count) {
+    // A page keeps its number: the places its ids name and its links were made for it.
+    if (!keeps_pages() || first != stream_pages.size() || first + count > stream_before.size()) {
+        return false;
+    }
+    for (std::size_t i = first; i < first + count; ++i) {
+        if (!stream_before[i].painted_content) {
+            return false;
+        }
+    }
+    for (std::size_t i = first; i < first + count; ++i) {
+        auto const& p = stream_before[i];
+        stream_font_ids.insert(p.painted_used->font_resources.begin(), p.painted_used->font_resources.end());
+        add_destinations(p.painted_destinations);
+        stream_pages.push_back(p);
+    }
+    return true;
 }
 
 void page_stream::finish(writepdf::pdf_document& doc, link_resolver const& resolve) {
@@ -1606,6 +1651,7 @@ void page_stream::finish(writepdf::pdf_document& doc, link_resolver const& resol
         });
     }
     stream_pages.clear();
+    stream_before.clear();
     for (auto& d : stream_destinations) {
         if (std::none_of(doc.destinations.begin(), doc.destinations.end(),
                          [&](auto const& known) { return known.first == d.first; })) {
@@ -1626,7 +1672,9 @@ void page_stream::finish(writepdf::pdf_document& doc, link_resolver const& resol
 std::vector<cell<int> const*> page_stream::shown_glyphs() const {
     std::vector<cell<int> const*> out;
     for (auto const& p : stream_pages) {
-        painted::add_glyph_cells(*p.painted_content, out);
+        if (p.painted_content) {
+            painted::add_glyph_cells(*p.painted_content, out);
+        }
     }
     return out;
 }

@@ -118,6 +118,8 @@ struct painted_page {
     std::shared_ptr<content::used_resources const> painted_used;
     std::vector<found_link> painted_links;
     std::optional<pack::page_label> painted_label;
+    /// The places that the ids on the page name.
+    std::vector<std::pair<std::string, dest::dest>> painted_destinations;
 };
 
 /// The pages of one packing pass, painted one at a time so that a packed page need not outlive its
@@ -132,6 +134,21 @@ public:
     /// Paints a page as the next one.
     void add(log::log const& log, pack::packed_page const& page);
 
+    /// Whether the pages of one pass can be taken again by the next: not when they build a tagged
+    /// structure or report the boxes of elements, which follow the pages as they are painted.
+    bool keeps_pages() const;
+
+    /// Keeps the place of a page that is not painted; a stream with such a page is not written.
+    void skip();
+
+    /// Begins the pages of another pass, keeping those painted so far to be taken again: what they
+    /// use (glyphs, images, forms, graphics states) stays recorded here.
+    void start_again();
+
+    /// Takes `count` pages of the pass before, from the one at `first` (from 0), as the next pages;
+    /// false, taking none, when they were not all painted or would land elsewhere.
+    bool take_again(std::size_t first, std::size_t count);
+
     std::vector<painted_page> const& pages() const { return stream_pages; }
 
     /// The boxes that elements made on the pages painted so far, when the options ask to track them.
@@ -145,10 +162,14 @@ public:
     std::vector<cell<int> const*> shown_glyphs() const;
 
 private:
+    void add_destinations(std::vector<std::pair<std::string, dest::dest>> const& destinations);
+
     paint_options stream_options;
     content::gs stream_state;
     painted::recorder stream_recorder;
     std::vector<painted_page> stream_pages;
+    /// The pages of the pass before, while another pass may take them again.
+    std::vector<painted_page> stream_before;
     std::vector<std::pair<std::string, dest::dest>> stream_destinations;
     std::set<std::string> stream_destination_names;
     std::set<int> stream_font_ids;

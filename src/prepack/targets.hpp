@@ -57,6 +57,8 @@ struct pass_targets {
 /// which only makes the comparison of passes look at one more target.
 struct looked_up {
     std::set<target_key> pages;
+    /// The targets whose other counters (a chapter's number, say) were looked up.
+    std::set<target_key> counters;
     bool pages_total = false;
 };
 

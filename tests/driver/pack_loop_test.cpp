@@ -38,6 +38,32 @@ TEST(pack_loop, decides_when_page_numbers_stand_still) {
     }
 }
 
+TEST(pack_loop, a_looked_up_counter_that_changed_asks_for_another_pass) {
+    using prepack::targets::pass_targets;
+    prepack::counter_scopes const chapter3{{{"chapter", 3}}};
+    prepack::counter_scopes const chapter4{{{"chapter", 4}}};
+    auto found = [](std::map<std::string, prepack::counter_scopes> counters) {
+        pass_targets t;
+        for (auto& [k, v] : counters) {
+            t.counters.emplace(k, v);
+        }
+        return std::make_shared<pass_targets const>(std::move(t));
+    };
+    // The first pass knows no counters: every looked-up target is new to it.
+    pack_state const first{};
+    EXPECT_TRUE(pack_loop::needs_another_pass(
+        first, {.report_found = found({{"c3", chapter3}}), .report_looked_up_counters = {"c3"}}));
+    // A target no pass places never holds the loop.
+    EXPECT_FALSE(pack_loop::needs_another_pass(first, {.report_looked_up_counters = {"nowhere"}}));
+    pack_state const second{.pack_found = found({{"c3", chapter3}})};
+    EXPECT_FALSE(pack_loop::needs_another_pass(
+        second, {.report_found = found({{"c3", chapter3}}), .report_looked_up_counters = {"c3"}}));
+    EXPECT_TRUE(pack_loop::needs_another_pass(
+        second, {.report_found = found({{"c3", chapter4}}), .report_looked_up_counters = {"c3"}}));
+    // Counters that changed at a target nobody looked up don't count.
+    EXPECT_FALSE(pack_loop::needs_another_pass(second, {.report_found = found({{"c3", chapter4}})}));
+}
+
 struct fake_outcome {
     int passes = 0;
     pass_report pass_report_of;

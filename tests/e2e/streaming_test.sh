@@ -119,4 +119,54 @@ print(sum(1 for b in pixels if b < 128))
 ' p-01.pgm)
     [ "${ink:-0}" -gt 50 ] || fail "contents page: expected ink, got $ink dark pixels"
 fi
+# A contents list in pages of its own (a named page) and chapters that look nothing up: the second pass
+# packs the contents again and takes the chapters' pages as the first pass painted them, images and
+# links included. Without the page numbers in the contents the same chapters are packed in one pass:
+# their pages must come out the same, pixel for pixel.
+/usr/bin/python3 - "$fonts" <<'PY'
+import sys
+from PIL import Image
+Image.new("RGB", (40, 20), (200, 30, 30)).save("red.png")
+fonts = sys.argv[1]
+toc = "".join(f'<a href="#c{i}">Chapter {i}</a>' for i in range(1, 6))
+chapters = "".join(f'<h1 id="c{i}">Chapter {i}</h1>' + f'<p>Text of chapter {i}, <a href="#c1">back to one</a>.</p>' * 8
+                   + '<img src="red.png">' for i in range(1, 6))
+for name, numbers in (("front", True), ("plain", False)):
+    after = 'nav a::after { content: leader(".") target-counter(attr(href), page) }' if numbers else ''
+    open(f"{name}.html", "w").write(f"""<!DOCTYPE html><html><head><style>
+@font-face {{ font-family: Sans; src: url({fonts}/DejaVuSans.ttf) }}
+@page {{ size: A7; margin: 1cm; @bottom-center {{ content: counter(page); font: 8pt Sans }} }}
+@page front {{ @bottom-center {{ content: none }} }}
+body {{ font: 9pt Sans }} nav {{ page: front }} nav a {{ display: block }} {after}
+h1 {{ break-before: page; font-size: 11pt }}
+</style></head><body><nav>{toc}</nav><main>{chapters}</main></body></html>""")
+PY
+timeout 60 "$VELLUM" --debug front.html -o front.pdf 2>err.txt
+expect_eq "taken again: status" "$?" 0
+qpdf_clean "taken again" front.pdf
+expect_eq "taken again: passes" "$(grep -c 'Resolving cross-references...' err.txt)" 1
+expect_contains "taken again: the chapters' pages" "$(grep 'taken again' err.txt)" "pages 2 to"
+timeout 60 "$VELLUM" plain.html -o plain.pdf 2>err.txt
+expect_eq "one pass: status" "$?" 0
+pages=$(pdfinfo front.pdf | sed -n 's/^Pages: *//p')
+expect_eq "taken again: pages" "$pages" "$(pdfinfo plain.pdf | sed -n 's/^Pages: *//p')"
+# The contents name the pages where the chapters are.
+for i in 1 3 5; do
+    page=$(pdftotext -f 1 -l 1 -layout front.pdf - | grep "Chapter $i" | grep -o '[0-9]\+$')
+    expect_contains "taken again: chapter $i on page $page" "$(pdftotext -f "$page" -l "$page" front.pdf - | head -1)" \
+        "Chapter $i"
+done
+if command -v pdftoppm >/dev/null; then
+    pdftoppm -r 30 -f 2 -png front.pdf f
+    pdftoppm -r 30 -f 2 -png plain.pdf g
+    same=0
+    for f in f-*.png; do
+        cmp -s "$f" "g-${f#f-}" && same=$((same + 1))
+    done
+    expect_eq "taken again: chapter pages as packed afresh" "$same" "$((pages - 1))"
+fi
+# The links on the pages taken again lead to chapter one's page.
+expect_eq "taken again: links" "$(qpdf --qdf --object-streams=disable front.pdf - | grep -ac '/Subtype /Link')" \
+    "$(qpdf --qdf --object-streams=disable plain.pdf - | grep -ac '/Subtype /Link')"
+
 finish

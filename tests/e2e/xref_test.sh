@@ -121,4 +121,22 @@ expect_eq "options: print on opening" "$(grep -ac '/N /Print' options.qdf)" 1
 expect_eq "options: attachment" "$(qpdf --show-attachment=Attach000 options.pdf)" "attached text"
 expect_contains "options: attachment name" "$(pdfdetach -list options.pdf)" "1: note.txt"
 
+# target-counter() of a counter other than the page: a chapter's number is shown right even though no
+# page number is looked up anywhere (the first pass knows no counters at targets and shows 0).
+cat > chapter_ref.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+body { counter-reset: chapter }
+h1 { counter-increment: chapter }
+h1::before { content: counter(chapter) ". " }
+a.ref::after { content: " (see chapter " target-counter(attr(href), chapter) ")" }
+</style></head><body>
+<p><a class="ref" href="#c3">third</a>, <a class="ref" href="#nowhere">missing</a></p>
+<h1 id="c1">One</h1><p>text</p><h1 id="c2">Two</h1><p>text</p><h1 id="c3">Three</h1><p>text</p>
+</body></html>
+HTML
+"$VELLUM" chapter_ref.html -o chapter_ref.pdf 2>err.txt; rc=$?
+expect_eq "chapter ref: status" "$rc" 0
+expect_contains "chapter ref: number of the chapter" "$(pdftotext chapter_ref.pdf - | head -1)" \
+    "third (see chapter 3), missing (see chapter 0)"
+
 finish

@@ -284,5 +284,77 @@ TEST(page_loop, a_long_footnote_goes_on_first_on_the_next_page) {
     EXPECT_EQ(page_text(*pages[0]).substr(0, 20), "line\nline\nline\ncall1");
 }
 
+// ---- Sections taken again by the next pass -------------------------------------------------------------
+
+// Contents in a named page that shows chapters' page numbers, chapters that look nothing up, and an
+// index that does: a second pass packs the contents and the index again and takes the chapters' pages
+// as the first pass made them.
+TEST(page_loop, a_section_that_looked_nothing_up_is_taken_again) {
+    auto const doc = document(
+        "@page front { size: 120pt 200pt } @page back { size: 120pt 200pt } nav { page: front } "
+        ".idx { page: back } nav a::after, .idx a::after { content: ' ' target-counter(attr(href), page) } "
+        "h1 { break-before: page; bookmark-level: 1; font-size: 8pt } a { display: block }",
+        "<nav><a href='#c1'>one</a><a href='#c2'>two</a></nav>"
+        "<main><h1 id=c1>One</h1>" + lines(12) + "<h1 id=c2>Two</h1>" + lines(20) + "</main>"
+        "<div class=idx><a href='#c2'>two</a></div>");
+    std::vector<int> handed;
+    int skipped = 0;
+    pass_input first{.pass_log = {}, .pass_fonts = test_fonts::db()};
+    auto const records = std::make_shared<section_records>();
+    first.pass_sections = records;
+    first.pass_take_page = [&](ref<packed_page> const&) { handed.push_back(int(handed.size() + 1)); };
+    first.pass_skip_page = [&] { handed.push_back(-int(handed.size() + 1)); ++skipped; };
+    auto const one = pack_documents(first, {doc});
+    // The contents and the index looked up pages the first pass doesn't know: not painted.
+    ASSERT_EQ(records->size(), 3u);
+    auto const& contents = records->at({0, 0});
+    auto const& chapters = records->at({0, 1});
+    auto const& index = records->at({0, 2});
+    EXPECT_EQ(contents.record_looked_pages.size(), 2u);
+    EXPECT_TRUE(chapters.record_looked_pages.empty());
+    EXPECT_EQ(index.record_looked_pages.size(), 1u);
+    EXPECT_EQ(skipped, contents.record_page_count + index.record_page_count);
+    EXPECT_EQ(chapters.record_first_page, contents.record_page_count + 1);
+    EXPECT_GE(chapters.record_page_count, 3);
+
+    // The second pass, with what the first found, once taking the chapters again and once packing all.
+    auto second = [&](bool take) {
+        pass_input in{.pass_log = {}, .pass_fonts = test_fonts::db()};
+        in.pass_targets = std::make_shared<prepack::targets::pass_targets const>(one.result_targets);
+        in.pass_sections_before = records;
+        in.pass_sections = std::make_shared<section_records>();
+        std::vector<std::pair<int, int>> taken;
+        std::vector<int> packed;
+        in.pass_take_page = [&](ref<packed_page> const&) { packed.push_back(int(packed.size() + taken.size())); };
+        in.pass_on_page = [&](int page) { packed.back() = page; };
+        in.pass_take_pages_before = [&](int from, int count) {
+            if (!take) {
+                return false;
+            }
+            taken.emplace_back(from, count);
+            return true;
+        };
+        auto r = pack_documents(in, {doc});
+        return std::tuple(std::move(r), taken, packed, in.pass_sections);
+    };
+    auto const [taken_pass, taken, packed, again] = second(true);
+    auto const [full_pass, none, all, again_full] = second(false);
+    ASSERT_EQ(taken.size(), 1u);
+    EXPECT_EQ(taken[0], std::pair(chapters.record_first_page, chapters.record_page_count));
+    EXPECT_TRUE(none.empty());
+    // The pages packed are those of the contents and the index, numbered as in the full pass.
+    EXPECT_EQ(int(packed.size()), contents.record_page_count + index.record_page_count);
+    EXPECT_EQ(int(all.size()), contents.record_page_count + chapters.record_page_count + index.record_page_count);
+    EXPECT_EQ(packed.back(), all.back());
+    // What the pass reports is what packing it all reports.
+    EXPECT_EQ(taken_pass.result_targets, full_pass.result_targets);
+    EXPECT_EQ(taken_pass.result_bookmarks, full_pass.result_bookmarks);
+    EXPECT_EQ(taken_pass.result_looked_up.pages, full_pass.result_looked_up.pages);
+    EXPECT_EQ(taken_pass.result_user_pages_totals, full_pass.result_user_pages_totals);
+    // A third pass may take the chapters again from the second.
+    EXPECT_TRUE(again->contains({0, 1}));
+    EXPECT_EQ(again->at({0, 1}).record_exit, again_full->at({0, 1}).record_exit);
+}
+
 } // namespace
 } // namespace vellum::pack
