@@ -14,7 +14,6 @@
 #include "util/result.hpp"
 
 #include <algorithm>
-#include <set>
 
 namespace vellum::pack {
 
@@ -27,6 +26,8 @@ using css::box::page_break;
 struct found_places {
     prepack::targets::pass_targets targets;
     std::vector<packed_bookmark> bookmarks;
+    /// The targets in the order they were first placed, so that a part of the pass can tell its own.
+    std::vector<prepack::targets::target_key> placed_order;
 };
 
 // The counters and strings that the elements on a page set, gathered in tree order, and the places
@@ -51,8 +52,11 @@ struct values_walk {
                 .y = y};
             for (auto const& id : stuff.given_ids->second) {
                 auto const key = prepack::targets::key_of(stuff.given_ids->first.locator_url, id.id);
-                found->targets.page_nums.emplace(key, where);
+                bool const first_place = found->targets.page_nums.emplace(key, where).second;
                 found->targets.counters.emplace(key, stuff.counter_scopes);
+                if (first_place) {
+                    found->placed_order.push_back(key);
+                }
             }
         }
         if (stuff.bookmark_stuff) {
@@ -455,20 +459,20 @@ bool same_answers(doc_state const& st, section_record const& r) {
     return !r.record_looked_totals || *r.record_looked_totals == st.in.pass_user_pages_totals;
 }
 
-// The section as the pass before packed it, when its pages can be taken again: the state after it is
-// restored and what it found and looked up is noted.
-bool take_section_again(doc_state& st, std::size_t section) {
+// The part of a section as the pass before packed it, when its pages can be taken again: the state
+// after it is restored and what it found and looked up is noted.
+section_record const* take_section_again(doc_state& st, section_key const& key) {
     if (!st.in.pass_sections_before || !st.in.pass_take_pages_before || !nothing_carried(st)) {
-        return false;
+        return nullptr;
     }
-    auto const found = st.in.pass_sections_before->find({st.doc_index, section});
+    auto const found = st.in.pass_sections_before->find(key);
     if (found == st.in.pass_sections_before->end()) {
-        return false;
+        return nullptr;
     }
     auto const& r = found->second;
     if (r.record_entry != state_now(st) || !same_answers(st, r) ||
         !st.in.pass_take_pages_before(r.record_first_page, r.record_page_count)) {
-        return false;
+        return nullptr;
     }
     auto& g = st.info.general;
     auto const& out = r.record_exit;
@@ -481,7 +485,9 @@ bool take_section_again(doc_state& st, std::size_t section) {
     st.group_page = out.state_group_page;
     st.totals[st.group] = out.state_group_total;
     for (auto const& [key, place] : r.record_found_pages) {
-        st.found.targets.page_nums.emplace(key, place);
+        if (st.found.targets.page_nums.emplace(key, place).second) {
+            st.found.placed_order.push_back(key);
+        }
     }
     for (auto const& [key, scopes] : r.record_found_counters) {
         st.found.targets.counters.emplace(key, scopes);
@@ -498,49 +504,47 @@ bool take_section_again(doc_state& st, std::size_t section) {
         st.pass_looked_up->pages_total = st.pass_looked_up->pages_total || r.record_looked_totals.has_value();
     }
     if (st.in.pass_sections) {
-        st.in.pass_sections->insert_or_assign({st.doc_index, section}, r);
+        st.in.pass_sections->insert_or_assign(key, r);
     }
     log::log_debug(st.in.pass_log, "pages " + std::to_string(r.record_first_page) + " to " +
                                        std::to_string(r.record_first_page + r.record_page_count - 1) +
                                        " taken again from the pass before");
-    return true;
+    return &r;
 }
 
-// A section being packed, watched so that the next pass may take its pages again.
+// A part of a section being packed, watched so that the next pass may take its pages again.
 struct watched_section {
-    std::size_t watched_index = 0;
+    section_key watched_key;
     section_state watched_entry;
     std::shared_ptr<prepack::targets::looked_up> watched_looked_up;
-    std::set<prepack::targets::target_key> watched_pages_before;
-    std::set<prepack::targets::target_key> watched_counters_before;
+    std::size_t watched_placed_before = 0;
     std::size_t watched_bookmarks_before = 0;
     bool watched_uses_pages_before = false;
 };
 
-std::optional<watched_section> watch_section(doc_state& st, std::size_t section) {
+std::optional<watched_section> watch_section(doc_state& st, section_key const& key) {
     if (!st.in.pass_sections || !nothing_carried(st)) {
         return std::nullopt;
     }
-    watched_section w{.watched_index = section,
+    watched_section w{.watched_key = key,
                       .watched_entry = state_now(st),
                       .watched_looked_up = std::make_shared<prepack::targets::looked_up>(),
+                      .watched_placed_before = st.found.placed_order.size(),
                       .watched_bookmarks_before = st.found.bookmarks.size(),
                       .watched_uses_pages_before = st.uses_pages};
-    for (auto const& [key, _] : st.found.targets.page_nums) {
-        w.watched_pages_before.insert(key);
-    }
-    for (auto const& [key, _] : st.found.targets.counters) {
-        w.watched_counters_before.insert(key);
-    }
     // The section's lookups are noted apart, and joined to the pass's as each page is handed over.
     st.info.general.looked_up = w.watched_looked_up;
     st.uses_pages = false;
     return w;
 }
 
-// Ends the watch of a section; `whole` when it ended with nothing carried into the next one, and it
-// is recorded.
-void end_watch(doc_state& st, std::optional<watched_section>& w, bool whole) {
+// Ends the watch of a part of a section; `whole` when it ended with nothing carried into what follows,
+// and it is recorded with what is left of the section and the break that ended its last page.
+void end_watch(doc_state& st,
+               std::optional<watched_section>& w,
+               bool whole,
+               prepack::block_list const& left = {},
+               std::optional<page_break> ended_by = std::nullopt) {
     if (!w) {
         return;
     }
@@ -554,18 +558,15 @@ void end_watch(doc_state& st, std::optional<watched_section>& w, bool whole) {
     if (whole && nothing_carried(st)) {
         section_record r{.record_entry = w->watched_entry,
                          .record_exit = state_now(st),
+                         .record_exit_blocks = left,
+                         .record_exit_break = ended_by,
                          .record_first_page = w->watched_entry.state_pdf_page,
                          .record_page_count = st.info.general.pdf_page_num - w->watched_entry.state_pdf_page,
                          .record_uses_pages = used_pages};
-        for (auto const& [key, place] : st.found.targets.page_nums) {
-            if (!w->watched_pages_before.contains(key)) {
-                r.record_found_pages.emplace_back(key, place);
-            }
-        }
-        for (auto const& [key, scopes] : st.found.targets.counters) {
-            if (!w->watched_counters_before.contains(key)) {
-                r.record_found_counters.emplace_back(key, scopes);
-            }
+        auto const& order = st.found.placed_order;
+        for (auto i = order.begin() + static_cast<std::ptrdiff_t>(w->watched_placed_before); i != order.end(); ++i) {
+            r.record_found_pages.emplace_back(*i, st.found.targets.page_nums.at(*i));
+            r.record_found_counters.emplace_back(*i, st.found.targets.counters.at(*i));
         }
         r.record_bookmarks.assign(st.found.bookmarks.begin() + static_cast<std::ptrdiff_t>(w->watched_bookmarks_before),
                                   st.found.bookmarks.end());
@@ -583,9 +584,36 @@ void end_watch(doc_state& st, std::optional<watched_section>& w, bool whole) {
         if (looked.pages_total || used_pages) {
             r.record_looked_totals = st.in.pass_user_pages_totals;
         }
-        st.in.pass_sections->insert_or_assign({st.doc_index, w->watched_index}, std::move(r));
+        st.in.pass_sections->insert_or_assign(w->watched_key, std::move(r));
     }
     w.reset();
+}
+
+// Where a part of a section may start in the middle of it: on a page that a forced break began at a
+// block of the section's main level, none of whose blocks is split yet. What is left of the section is
+// then the blocks that wrap the main level, each continued, and the main level's blocks from that one
+// on, a view of the document's own list.
+std::optional<section_key> resume_key(doc_state const& st,
+                                      std::size_t section,
+                                      prepack::block_list const& blocks,
+                                      std::size_t level,
+                                      std::optional<page_break> const& carried) {
+    if (!carried || !block::is_forced(*carried) || blocks.empty()) {
+        return std::nullopt;
+    }
+    prepack::block_list const* l = &blocks;
+    for (std::size_t d = 0; d < level; ++d) {
+        auto const* bs = l->size() == 1 ? std::get_if<prepack::bcontent_blocks>(&l->front().block_content) : nullptr;
+        if (!bs) {
+            return std::nullopt;
+        }
+        l = &bs->blocks;
+    }
+    auto const [shared, from] = l->shared_identity();
+    if (!shared || l->empty() || !std::holds_alternative<prepack::type_original>(l->front().block_type)) {
+        return std::nullopt;
+    }
+    return section_key{st.doc_index, section, shared, from};
 }
 
 struct page_out {
@@ -934,14 +962,23 @@ void pack_doc(doc_state& st) {
             section_first = false;
             continue;
         }
+        // A part of the section starts at its first page, and at a page that a forced break began at a
+        // block of its main level: the pass before may have packed it already.
+        std::optional<section_key> key;
         if (section_first) {
-            if (take_section_again(st, k)) {
-                blocks = {};
+            key = section_key{st.doc_index, k, nullptr, 0};
+        } else if ((st.in.pass_sections || st.in.pass_sections_before) && nothing_carried(st)) {
+            key = resume_key(st, k, blocks, level, carried);
+        }
+        if (key) {
+            end_watch(st, watched, !section_first, blocks, carried);
+            if (auto const* again = take_section_again(st, *key)) {
+                blocks = again->record_exit_blocks;
+                carried = again->record_exit_break;
                 section_first = false;
                 continue;
             }
-            end_watch(st, watched, false);
-            watched = watch_section(st, k);
+            watched = watch_section(st, *key);
         }
         auto r = pack_page(st, desc, blocks, false, section_first);
         advance();

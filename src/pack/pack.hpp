@@ -17,6 +17,7 @@
 
 #include <functional>
 #include <map>
+#include <tuple>
 #include <memory>
 #include <optional>
 #include <string>
@@ -61,11 +62,17 @@ struct section_state {
     bool operator==(section_state const&) const = default;
 };
 
-/// A section a pass packed whole: its state at its first page and after its last, the pages it made,
-/// what it found, and what it looked up with the answers the pass had.
+/// A part of a section a pass packed whole, from the section's start or a page that a forced break
+/// began at a block of the section's main level, to the next such page or the section's end: its state
+/// at its first page and after its last, the pages it made, what it found, and what it looked up with
+/// the answers the pass had.
 struct section_record {
     section_state record_entry;
     section_state record_exit;
+    /// What is left of the section after the part (nothing at the section's end), and the forced break
+    /// that ended its last page.
+    prepack::block_list record_exit_blocks;
+    std::optional<css::box::page_break> record_exit_break;
     int record_first_page = 1;
     int record_page_count = 0;
     std::vector<std::pair<prepack::targets::target_key, prepack::targets::target_place>> record_found_pages;
@@ -78,8 +85,13 @@ struct section_record {
     bool record_uses_pages = false;
 };
 
-/// The sections of a pass by document and place among the document's sections.
-using section_records = std::map<std::pair<std::size_t, std::size_t>, section_record>;
+/// Where a part of a section starts: the document's and the section's places, and the section's
+/// main-level blocks from there on, as the shared list they are a view of and the place in it (none
+/// at the section's start).
+using section_key = std::tuple<std::size_t, std::size_t, void const*, std::size_t>;
+
+/// The parts of sections a pass packed whole, by where they start.
+using section_records = std::map<section_key, section_record>;
 
 /// What a pass is given from the one before it.
 struct pass_input {

@@ -130,6 +130,7 @@ Image.new("RGB", (40, 20), (200, 30, 30)).save("red.png")
 fonts = sys.argv[1]
 toc = "".join(f'<a href="#c{i}">Chapter {i}</a>' for i in range(1, 6))
 chapters = "".join(f'<h1 id="c{i}">Chapter {i}</h1>' + f'<p>Text of chapter {i}, <a href="#c1">back to one</a>.</p>' * 8
+                   + ('<p>See <a class="x" href="#c5">five</a>.</p>' if i == 3 else '')
                    + '<img src="red.png">' for i in range(1, 6))
 for name, numbers in (("front", True), ("plain", False)):
     after = 'nav a::after { content: leader(".") target-counter(attr(href), page) }' if numbers else ''
@@ -138,6 +139,7 @@ for name, numbers in (("front", True), ("plain", False)):
 @page {{ size: A7; margin: 1cm; @bottom-center {{ content: counter(page); font: 8pt Sans }} }}
 @page front {{ @bottom-center {{ content: none }} }}
 body {{ font: 9pt Sans }} nav {{ page: front }} nav a {{ display: block }} {after}
+a.x::after {{ content: " on page " target-counter(attr(href), page) }}
 h1 {{ break-before: page; font-size: 11pt }}
 </style></head><body><nav>{toc}</nav><main>{chapters}</main></body></html>""")
 PY
@@ -145,7 +147,10 @@ timeout 60 "$VELLUM" --debug front.html -o front.pdf 2>err.txt
 expect_eq "taken again: status" "$?" 0
 qpdf_clean "taken again" front.pdf
 expect_eq "taken again: passes" "$(grep -c 'Resolving cross-references...' err.txt)" 1
+# Each chapter starts a page of its own: each is taken again but chapter three, whose reference to
+# chapter five's page the first pass did not know.
 expect_contains "taken again: the chapters' pages" "$(grep 'taken again' err.txt)" "pages 2 to"
+expect_eq "taken again: chapters" "$(grep -c 'taken again' err.txt)" 4
 timeout 60 "$VELLUM" plain.html -o plain.pdf 2>err.txt
 expect_eq "one pass: status" "$?" 0
 pages=$(pdfinfo front.pdf | sed -n 's/^Pages: *//p')
@@ -156,6 +161,9 @@ for i in 1 3 5; do
     expect_contains "taken again: chapter $i on page $page" "$(pdftotext -f "$page" -l "$page" front.pdf - | head -1)" \
         "Chapter $i"
 done
+five=$(pdftotext -f 1 -l 1 -layout front.pdf - | grep "Chapter 5" | grep -o '[0-9]\+$')
+expect_contains "taken again: reference in chapter three" "$(pdftotext -layout front.pdf - | tr -s ' \n' ' ')" \
+    "See five on page $five."
 if command -v pdftoppm >/dev/null; then
     pdftoppm -r 30 -f 2 -png front.pdf f
     pdftoppm -r 30 -f 2 -png plain.pdf g
