@@ -1128,13 +1128,17 @@ struct painter {
             for (auto const& m : p.margin_boxes) {
                 borders::frame const frame{m.margin_pos.x, m.margin_pos.y - m.margin_size.h,
                                            m.margin_pos.x + m.margin_size.w, m.margin_pos.y};
+                // A margin box's opacity applies to its background, borders and content alike.
+                double const outer_alpha = alpha;
                 if (m.margin_box_style) {
+                    alpha *= std::clamp(double(m.margin_box_style->opacity), 0.0, 1.0);
                     background(frame, *m.margin_box_style, m.margin_box_used_style);
                     border(frame, *m.margin_box_style, m.margin_box_used_style);
                 }
                 if (m.margin_content) {
                     root_context({*m.margin_content});
                 }
+                alpha = outer_alpha;
             }
         });
         if (shrink) {

@@ -99,4 +99,28 @@ if pdftoppm -r 36 -f 1 -l 1 -png long.pdf page >/dev/null 2>&1; then
     [ -s page-1.png ] || [ -s page-01.png ] || fail "long: no rendered page"
 fi
 
+# A margin box's opacity: a blue top-centre box at half opacity shows as light blue over the white
+# page, and its text as grey.
+cat > opacity.html <<'HTML'
+<!DOCTYPE html><html><head><style>
+@page { size: 200pt 200pt; margin: 50pt;
+  @top-center { content: ''; background: rgb(0, 0, 255); opacity: .5 }
+  @bottom-center { content: '\2588\2588\2588'; color: black; opacity: .5; font-size: 30pt } }
+</style></head><body><p>x</p></body></html>
+HTML
+"$VELLUM" opacity.html -o opacity.pdf 2>err.txt
+expect_eq "opacity: status" "$?" 0
+if pdftoppm -r 72 -png opacity.pdf opacity >/dev/null 2>&1; then
+    colours=$(/usr/bin/python3 - <<'PY'
+from PIL import Image
+im = Image.open("opacity-1.png").convert("RGB")
+box = im.getpixel((100, 25))
+# The darkest pixel of the bottom margin box's text.
+dark = min(sum(im.getpixel((x, y))) // 3 for x in range(60, 140) for y in range(155, 195))
+print("box %s text %s" % ("half" if 110 <= box[0] <= 145 and box[2] >= 250 else box, "half" if 100 <= dark <= 160 else dark))
+PY
+)
+    expect_eq "opacity: margin boxes at half opacity" "$colours" "box half text half"
+fi
+
 finish
