@@ -833,8 +833,8 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
         pack_loop::run(log, pack_loop::initial_targets(registry), [&](pack_loop::pack_state const& state) {
             auto r = pack_pass(log, engine, documents, state, first_pass, pass_painting::paint_while_it_may_last,
                                new_stream, tally, scripts, leftover);
-            // A pass that stopped painting and turns out to be the last is packed again, to be painted:
-            // the same input gives the same pages.
+            // A pass that stopped painting, or left pages unpainted, and turns out to be the last is
+            // packed again, to be painted: the same input gives the same pages.
             if ((!r.pass_painted || r.pass_skipped) && !pack_loop::needs_another_pass(state, r.pass_report_of)) {
                 log::log_debug(log, "pack again to paint");
                 r = pack_pass(log, engine, documents, state, first_pass, pass_painting::paint_all, new_stream, tally, scripts);

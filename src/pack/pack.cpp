@@ -437,22 +437,30 @@ bool nothing_carried(doc_state const& st) {
            a.page_floats.empty() && a.column_floats.empty() && !a.page_footnotes && !a.column_footnotes;
 }
 
+// What the pass before tells of a target: its page, and the counters there; nothing for one it did not
+// place.
+std::optional<prepack::targets::page_num> page_answer(prepack::targets::pass_targets const& t,
+                                                      prepack::targets::target_key const& key) {
+    auto const found = t.page_nums.find(key);
+    return found == t.page_nums.end() ? std::nullopt : std::optional(found->second.num);
+}
+
+std::optional<prepack::counter_scopes> counters_answer(prepack::targets::pass_targets const& t,
+                                                       prepack::targets::target_key const& key) {
+    auto const found = t.counters.find(key);
+    return found == t.counters.end() ? std::nullopt : std::optional(found->second);
+}
+
 // Whether this pass gives the section the answers it had in the pass that recorded it.
 bool same_answers(doc_state const& st, section_record const& r) {
     auto const& targets = *st.in.pass_targets;
     for (auto const& [key, was] : r.record_looked_pages) {
-        auto const found = targets.page_nums.find(key);
-        std::optional<prepack::targets::page_num> const now =
-            found == targets.page_nums.end() ? std::nullopt : std::optional(found->second.num);
-        if (now != was) {
+        if (page_answer(targets, key) != was) {
             return false;
         }
     }
     for (auto const& [key, was] : r.record_looked_counters) {
-        auto const found = targets.counters.find(key);
-        std::optional<prepack::counter_scopes> const now =
-            found == targets.counters.end() ? std::nullopt : std::optional(found->second);
-        if (now != was) {
+        if (counters_answer(targets, key) != was) {
             return false;
         }
     }
@@ -572,14 +580,10 @@ void end_watch(doc_state& st,
                                   st.found.bookmarks.end());
         auto const& targets = *st.in.pass_targets;
         for (auto const& key : looked.pages) {
-            auto const found = targets.page_nums.find(key);
-            r.record_looked_pages.emplace(
-                key, found == targets.page_nums.end() ? std::nullopt : std::optional(found->second.num));
+            r.record_looked_pages.emplace(key, page_answer(targets, key));
         }
         for (auto const& key : looked.counters) {
-            auto const found = targets.counters.find(key);
-            r.record_looked_counters.emplace(
-                key, found == targets.counters.end() ? std::nullopt : std::optional(found->second));
+            r.record_looked_counters.emplace(key, counters_answer(targets, key));
         }
         if (looked.pages_total || used_pages) {
             r.record_looked_totals = st.in.pass_user_pages_totals;

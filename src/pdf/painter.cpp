@@ -28,8 +28,9 @@ using pack::box;
 // ---- How a box takes part in its parent's stacking context ----------------------------------------------
 
 // The layers of a stacking context that the walks over its descendants paint, after its own background
-// and the contexts of negative z-index, before those of positive z-index.
-enum class layer { block_backgrounds, floats, inline_content, positioned };
+// and the contexts of negative z-index; the positioned layer follows in document order
+// (`paint_positioned`), then the contexts of positive z-index.
+enum class layer { block_backgrounds, floats, inline_content };
 
 // A box in normal flow, a float, a positioned box without a z-index (painted as if it made a context,
 // in the positioned layer), or a stacking context with a z-index.
@@ -211,16 +212,24 @@ struct painter {
 
     // ---- Tagging --------------------------------------------------------------------------------------
 
+    // What a box stands for: its element or pseudo-element, or nothing for an anonymous box.
+    static std::optional<prepack::element_info> element_info_of(box const& b) {
+        return std::visit(overloaded{
+                              [](prepack::type_original const& t) -> std::optional<prepack::element_info> {
+                                  return t.stuff->element_info;
+                              },
+                              [](prepack::type_remaining const& t) { return t.info; },
+                              [](prepack::type_overflowing const& t) { return t.info; },
+                              [](prepack::type_anonymous const&) -> std::optional<prepack::element_info> {
+                                  return std::nullopt;
+                              },
+                          },
+                          b.box_type);
+    }
+
     // The structure element a box stands for: the HTML elements with a standard structure type.
     static std::optional<tagging::element_key> key_of(box const& b) {
-        std::optional<prepack::element_info> info;
-        std::visit(overloaded{
-                       [&](prepack::type_original const& t) { info = t.stuff->element_info; },
-                       [&](prepack::type_remaining const& t) { info = t.info; },
-                       [&](prepack::type_overflowing const& t) { info = t.info; },
-                       [](prepack::type_anonymous const&) {},
-                   },
-                   b.box_type);
+        auto const info = element_info_of(b);
         auto const* e = info ? std::get_if<prepack::info_element>(&*info) : nullptr;
         if (e == nullptr || !e->element) {
             return std::nullopt;
@@ -597,14 +606,7 @@ struct painter {
     // children, from the root down; a pseudo-element stands just inside its element. Empty when the
     // box stands for no element.
     static std::vector<std::size_t> document_order(box const& b) {
-        std::optional<prepack::element_info> info;
-        std::visit(overloaded{
-                       [&](prepack::type_original const& t) { info = t.stuff->element_info; },
-                       [&](prepack::type_remaining const& t) { info = t.info; },
-                       [&](prepack::type_overflowing const& t) { info = t.info; },
-                       [](prepack::type_anonymous const&) {},
-                   },
-                   b.box_type);
+        auto const info = element_info_of(b);
         if (!info) {
             return {};
         }
@@ -707,16 +709,8 @@ struct painter {
                                    context(*c.child_box);
                                }
                            },
-                           [&](positioned_auto const&) {
-                               if (l == layer::positioned) {
-                                   context(*c.child_box);
-                               }
-                           },
-                           [&](stacking const& s) {
-                               if (l == layer::positioned && s.stacking_z == 0) {
-                                   context(*c.child_box);
-                               }
-                           },
+                           [](positioned_auto const&) {},
+                           [](stacking const&) {},
                        },
                        participation_of(*c.child_box, c.child_is_float));
         }
