@@ -852,9 +852,20 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
         after.available = {after.container};
     }
 
+    // An empty block whose margins collapse through it stands where its top border edge would be if
+    // it had a bottom border: below the run of margins above it, which the flow has not taken yet and
+    // hands on to what follows. What it holds (absolutely positioned boxes) is placed from there.
+    float shown_top = top;
+    if (through_bottom && !box_top && !c.first_top) {
+        float const taken = std::visit(overloaded{[](mc::margin_eater const&) { return 0.0f; },
+                                                  [](mc::normal const& n) { return n.committed.value_or(0.0f); }},
+                                       c.gap);
+        shown_top = top - (mc::value_of(c.gap) - taken);
+    }
+
     pack::box out{
         .box_x = box_x,
-        .box_y = top,
+        .box_y = shown_top,
         .box_w = border_box_w,
         .box_h = box_h,
         .box_content = std::move(c.content),

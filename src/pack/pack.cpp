@@ -742,9 +742,10 @@ page_out pack_page(doc_state& st,
         info.flags = {};
         info.general.body_area = pa.pa_body_area;
         // Every page must take something: the body is the largest space there is, so the flow forces
-        // its first block in. A page left empty would come again for ever.
+        // its first block in. A page left empty would come again for ever. An absolutely positioned
+        // block taken out of the flow (the root element itself may be one) is placed on this page.
         if (content.empty() && !(notes && notes->area_box) && float_set.tops.empty() &&
-            float_set.bottoms.empty()) {
+            float_set.bottoms.empty() && info.accum.abs_blocks.empty()) {
             throw internal_error("pack error: packed nothing.");
         }
     } else if (!blank && !carried.empty()) {

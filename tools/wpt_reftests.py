@@ -1,0 +1,204 @@
+#!/usr/bin/python3
+"""Runs reftests of a web-platform-tests checkout through the real program and reports the pass rate.
+
+Usage: tools/wpt_reftests.py VELLUM WPT_ROOT OUT_DIR DIR... [--sample N] [--jobs J]
+
+Every test page under the given directories (relative to WPT_ROOT, e.g. css/CSS2/floats) that names a
+reference with <link rel="match"> or <link rel="mismatch"> is converted, and so is its first reference;
+both PDFs are rasterised with pdftoppm at 48 dpi and compared page by page as tests/e2e/reftest_test.sh
+compares the project's own pairs (page counts equal; a pixel differs only when no pixel of the other
+picture within one pixel of it is close in every channel; a page passes with under 0.1% of its pixels
+differing). A conversion that fails, crashes or hangs fails the test.
+
+Tests written for a browser's continuous viewport are laid out here on the default paged medium; the test
+and its reference go through the same pages, so a pair agrees when the feature they exercise works. The
+Ahem font of the checkout's fonts/ folder is given to fontconfig, and root-relative URLs ("/css/support/...")
+resolve against WPT_ROOT with --fileroot. A page with a script is converted with --javascript: the
+program runs its scripts (and load handlers) before layout, which is where a browser would take the
+picture of most such tests. Tests whose reference is missing are left out and counted apart.
+
+--sample N takes every k-th test so that about N are run per directory (the same ones each time).
+OUT_DIR gets the PDFs, the pictures and report.txt: one line per failing test with the reason, then the
+pass rate per directory.
+"""
+import concurrent.futures
+import glob
+import os
+import re
+import subprocess
+import sys
+import threading
+
+from PIL import Image, ImageChops, ImageFilter
+
+TOLERANCE = 40
+SHARE = 0.001
+EXTENSIONS = (".html", ".htm", ".xht", ".xhtml")
+LINK = re.compile(r'<link\b[^>]*\brel\s*=\s*["\']?(match|mismatch)["\']?[^>]*>', re.I | re.S)
+HREF = re.compile(r'\bhref\s*=\s*["\']([^"\']*)["\']', re.I)
+
+
+def parse_args(argv):
+    args = {"sample": 0, "jobs": 2, "dirs": []}
+    rest = list(argv)
+    while rest:
+        a = rest.pop(0)
+        if a == "--sample":
+            args["sample"] = int(rest.pop(0))
+        elif a == "--jobs":
+            args["jobs"] = int(rest.pop(0))
+        else:
+            args["dirs"].append(a)
+    if len(args["dirs"]) < 4:
+        sys.exit(__doc__)
+    args["vellum"], args["root"], args["out"] = (os.path.abspath(p) for p in args["dirs"][:3])
+    args["dirs"] = args["dirs"][3:]
+    return args
+
+
+def reference_of(root, path):
+    """(kind, reference path) of a test page, or None when it is not a reftest, or a reason to skip it."""
+    text = open(path, encoding="utf-8", errors="replace").read()
+    m = LINK.search(text)
+    if not m:
+        return None
+    h = HREF.search(m.group(0))
+    if not h:
+        return None
+    href = h.group(1).split("#", 1)[0].split("?", 1)[0]
+    if href.startswith("/"):
+        ref = os.path.join(root, href.lstrip("/"))
+    else:
+        ref = os.path.join(os.path.dirname(path), href)
+    ref = os.path.normpath(ref)
+    if not os.path.exists(ref):
+        return "skip: reference %s missing" % href
+    return (m.group(1).lower(), ref)
+
+
+LOCKS = {}
+LOCKS_GUARD = threading.Lock()
+
+
+def render(args, path):
+    """Converts and rasterises PATH once; returns (status, base of the page pictures)."""
+    with LOCKS_GUARD:
+        lock = LOCKS.setdefault(path, threading.Lock())
+    with lock:
+        return render_once(args, path)
+
+
+def render_once(args, path):
+    rel = os.path.relpath(path, args["root"])
+    base = os.path.join(args["out"], rel)
+    os.makedirs(os.path.dirname(base), exist_ok=True)
+    done = base + ".status"
+    if os.path.exists(done):
+        return open(done).read().strip(), base
+    for old in glob.glob(glob.escape(base) + "-*.png"):
+        os.remove(old)
+    try:
+        # A page with a script (most change the document on load) is converted with scripts on.
+        text = open(path, encoding="utf-8", errors="replace").read()
+        scripts = ["--javascript"] if re.search(r"<script\b", text, re.I) else []
+        with open(base + ".err", "w") as err:
+            r = subprocess.run([args["vellum"], "--no-network"] + scripts + ["--fileroot=" + args["root"], rel,
+                                "-o", base + ".pdf"], stdout=subprocess.DEVNULL, stderr=err, timeout=60,
+                               env=args["env"], cwd=args["root"])
+        status = str(r.returncode)
+        if r.returncode == 0:
+            p = subprocess.run(["pdftoppm", "-r", "48", "-png", base + ".pdf", base],
+                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            if p.returncode != 0:
+                status = "rasterising failed"
+    except subprocess.TimeoutExpired:
+        status = "hung"
+    with open(done, "w") as f:
+        f.write(status)
+    return status, base
+
+
+def misses(a, b):
+    low = ImageChops.subtract(b.filter(ImageFilter.MinFilter(3)), a)
+    high = ImageChops.subtract(a, b.filter(ImageFilter.MaxFilter(3)))
+    r, g, b_ = ImageChops.lighter(low, high).split()
+    return ImageChops.lighter(ImageChops.lighter(r, g), b_).point(lambda v: 255 if v > TOLERANCE else 0)
+
+
+def pages(base):
+    return sorted(glob.glob(glob.escape(base) + "-*.png"), key=lambda p: int(re.search(r"-(\d+)\.png$", p).group(1)))
+
+
+def compare(test, ref):
+    a, b = pages(test), pages(ref)
+    if len(a) != len(b):
+        return "%d pages, the reference %d" % (len(a), len(b))
+    for n, (pa, pb) in enumerate(zip(a, b), 1):
+        ia, ib = Image.open(pa).convert("RGB"), Image.open(pb).convert("RGB")
+        if ia.size != ib.size:
+            return "page %d is %dx%d, the reference's %dx%d" % ((n,) + ia.size + ib.size)
+        both = ImageChops.lighter(misses(ia, ib), misses(ib, ia))
+        share = both.histogram()[255] / (ia.size[0] * ia.size[1])
+        if share >= SHARE:
+            return "page %d: %.2f%% of pixels differ" % (n, 100 * share)
+    return None
+
+
+def run_test(args, test, kind, ref):
+    (ts, tb), (rs, rb) = render(args, test), render(args, ref)
+    if ts != "0" or rs != "0":
+        return "conversion status %s, the reference's %s" % (ts, rs)
+    why = compare(tb, rb)
+    if kind == "match":
+        return why
+    return None if why is not None else "looks the same as its mismatch reference"
+
+
+def main():
+    args = parse_args(sys.argv[1:])
+    os.makedirs(args["out"], exist_ok=True)
+    conf = os.path.join(args["out"], "fonts.conf")
+    with open(conf, "w") as f:
+        f.write('<?xml version="1.0"?>\n<!DOCTYPE fontconfig SYSTEM "fonts.dtd">\n<fontconfig>\n'
+                '  <include ignore_missing="yes">/etc/fonts/fonts.conf</include>\n'
+                '  <dir>%s</dir>\n</fontconfig>\n' % os.path.join(args["root"], "fonts"))
+    args["env"] = dict(os.environ, FONTCONFIG_FILE=conf)
+    report = []
+    totals = []
+    for d in args["dirs"]:
+        tests, skipped = [], 0
+        for path in sorted(glob.glob(os.path.join(args["root"], d, "**", "*"), recursive=True)):
+            if not path.endswith(EXTENSIONS) or "/support/" in path or "/reference/" in path:
+                continue
+            name = os.path.basename(path)
+            if "-ref." in name or name.endswith("-ref") or "-notref." in name or re.search(r"-\d+r\.", name):
+                continue
+            r = reference_of(args["root"], path)
+            if r is None:
+                continue
+            if isinstance(r, str):
+                skipped += 1
+                continue
+            tests.append((path,) + r)
+        if args["sample"] and len(tests) > args["sample"]:
+            step = len(tests) / args["sample"]
+            tests = [tests[int(i * step)] for i in range(args["sample"])]
+        passed = 0
+        with concurrent.futures.ThreadPoolExecutor(args["jobs"]) as pool:
+            futures = [(t, pool.submit(run_test, args, *t)) for t in tests]
+            for (test, kind, ref), fut in futures:
+                why = fut.result()
+                if why is None:
+                    passed += 1
+                else:
+                    report.append("fail %s: %s" % (os.path.relpath(test, args["root"]), why))
+        line = "%s: %d of %d pass (%.0f%%), %d left out (reference missing)" % (
+            d, passed, len(tests), 100.0 * passed / max(1, len(tests)), skipped)
+        totals.append(line)
+        print(line, flush=True)
+    with open(os.path.join(args["out"], "report.txt"), "w") as f:
+        f.write("\n".join(report + [""] + totals) + "\n")
+
+
+if __name__ == "__main__":
+    main()
