@@ -89,20 +89,33 @@ float committed_of(mc::gap const& g) {
     return n ? n->committed.value_or(0) : 0;
 }
 
-// The first band, from `top` down, at least `width` wide. Where floats leave no band wide enough, the
-// first band below them all that has the container's width. None when the bands are the container's.
-std::optional<areas::area> band_for(areas::areas const& a, float top, float width) {
+// The first place, from `top` down, where a box `width` wide and `height` tall stands beside the
+// floats: the bands it would cross, from the one it starts in, all leave it that width, and the place
+// is their common part. Where floats leave no place wide enough, the first band below them all that
+// has the container's width. None when the bands are the container's.
+std::optional<areas::area> band_for(areas::areas const& a, float top, float width, float height) {
     if (std::ranges::none_of(a.available, [&](areas::area const& band) { return floats::narrowed(band, a.container); })) {
         return std::nullopt;
     }
+    auto const& bands = a.available;
+    auto const last_band = [&](areas::area const& band) { return band.bottom <= a.container.bottom + tolerance; };
     std::optional<areas::area> widest;
-    for (auto band : a.available) {
-        if (band.bottom >= top - tolerance && band.bottom > a.container.bottom + tolerance) {
+    for (std::size_t i = 0; i < bands.size(); ++i) {
+        auto band = bands[i];
+        if (band.bottom >= top - tolerance && !last_band(band)) {
             continue;
         }
         band.top = std::min(band.top, top);
-        if (areas::width_of(band) + tolerance >= width) {
-            return band;
+        // The common part of the bands the box reaches down into.
+        auto common = band;
+        for (std::size_t j = i + 1; j < bands.size() && !last_band(bands[j - 1]) &&
+                                    bands[j - 1].bottom > band.top - height + tolerance;
+             ++j) {
+            common.left = std::max(common.left, bands[j].left);
+            common.right = std::min(common.right, bands[j].right);
+        }
+        if (areas::width_of(common) + tolerance >= width) {
+            return common;
         }
         if (!widest && areas::width_of(band) + tolerance >= areas::width_of(a.container)) {
             widest = band;
@@ -469,7 +482,7 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
     }
     auto const& s = *b.block_style;
     float const container_width = areas::width_of(a.container);
-    auto used = css::used_style::used_style_of(s, container_width, std::nullopt);
+    auto used = css::used_style::used_style_of(s, container_width, info.flags.percent_height_base);
     std::size_t const abs_from = info.accum.abs_blocks.size();
     // A replaced image has the size of its picture; its box is never split.
     std::optional<util::size::size> image_size;
@@ -540,7 +553,11 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
         float const hypothetical =
             a.container.top -
             std::max(0.0f, mc::value_of(mc::add_margin(gap, margin_top)) - committed_of(gap));
-        band = band_for(a, hypothetical, needed);
+        // A box of a fixed height must have the room beside the floats all the way down.
+        float const tall = used.used_height ? bt + used.used_padding_top + *used.used_height +
+                                                  used.used_padding_bottom + bd.borders_bottom.border_width
+                                            : 0.0f;
+        band = band_for(a, hypothetical, needed, tall);
         if (band && auto_width) {
             float const narrower = container_width - areas::width_of(*band);
             used.used_width = std::max(0.0f, used.used_width - narrower);
@@ -741,12 +758,17 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
             b.block_content);
         return c;
     };
+    // The children's percentage heights resolve against this box's height when it has one of its own.
+    auto const outer_height_base = info.flags.percent_height_base;
+    info.flags.percent_height_base = used.used_height;
     content_out c = pack_content(a.container.bottom + bb + pb);
     // A sliced part followed by a continuation has no bottom edge, so its content may run down to the
     // bottom of the area: packed again without the room the edge would have taken.
     if (slice && c.remain && !c.refused && bb + pb > tolerance) {
         c = pack_content(a.container.bottom);
     }
+    info.flags.percent_height_base = outer_height_base;
+    c.info.flags.percent_height_base = outer_height_base;
     if (c.refused && !c.forced) {
         return refuse();
     }

@@ -650,7 +650,10 @@ page_out pack_page(doc_state& st,
     if (st.group < st.in.pass_user_pages_totals.size()) {
         info.general.user_pages_totals.push_back(st.in.pass_user_pages_totals[st.group]);
     }
-    info.flags = flags{.max_page_area = true, .pack_page_stuff = true};
+    // The root element's containing block is the page area: its percentage heights are of that.
+    info.flags = flags{.max_page_area = true,
+                       .pack_page_stuff = true,
+                       .percent_height_base = areas::height_of(pa.pa_body_area)};
     // "counter-reset: footnote" in a page rule numbers the footnotes afresh on each such page.
     for (auto const& [name, value] : ps.region_body->counter_reset) {
         if (name == "footnote") {
@@ -743,9 +746,10 @@ page_out pack_page(doc_state& st,
         info.general.body_area = pa.pa_body_area;
         // Every page must take something: the body is the largest space there is, so the flow forces
         // its first block in. A page left empty would come again for ever. An absolutely positioned
-        // block taken out of the flow (the root element itself may be one) is placed on this page.
+        // block taken out of the flow (the root element itself may be one) is placed on this page, and
+        // a flow that has ended (all of it fixed boxes, say) leaves nothing to come again.
         if (content.empty() && !(notes && notes->area_box) && float_set.tops.empty() &&
-            float_set.bottoms.empty() && info.accum.abs_blocks.empty()) {
+            float_set.bottoms.empty() && info.accum.abs_blocks.empty() && !out.remaining.empty()) {
             throw internal_error("pack error: packed nothing.");
         }
     } else if (!blank && !carried.empty()) {

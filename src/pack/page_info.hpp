@@ -87,6 +87,9 @@ struct flags {
     bool pack_page_stuff = false;
     bool pack_column_stuff = false;
     bool last_column = false;
+    /// The height of the containing block of the blocks packed now, when it is definite: their
+    /// percentage heights resolve against it (against nothing, as "auto", when it is not).
+    std::optional<float> percent_height_base;
     bool operator==(flags const&) const = default;
 };
 
