@@ -3,19 +3,22 @@
 
 Usage: tools/wpt_reftests.py VELLUM WPT_ROOT OUT_DIR DIR... [--sample N] [--jobs J]
 
-Every test page under the given directories (relative to WPT_ROOT, e.g. css/CSS2/floats) that names a
-reference with <link rel="match"> or <link rel="mismatch"> is converted, and so is its first reference;
-both PDFs are rasterised with pdftoppm at 48 dpi and compared page by page as tests/e2e/reftest_test.sh
+Every test page under the given directories (relative to WPT_ROOT, e.g. css/CSS2/floats) that names
+references with <link rel="match"> or <link rel="mismatch"> is converted, and so are its references; the
+PDFs are rasterised with pdftoppm at 48 dpi and compared page by page as tests/e2e/reftest_test.sh
 compares the project's own pairs (page counts equal; a pixel differs only when no pixel of the other
 picture within one pixel of it is close in every channel; a page passes with under 0.1% of its pixels
-differing). A conversion that fails, crashes or hangs fails the test.
+differing). A test passes when it looks like one of its match references (several are alternatives)
+and like none of its mismatch references. A conversion that fails, crashes or hangs fails the test.
 
-Tests written for a browser's continuous viewport are laid out here on the default paged medium; the test
-and its reference go through the same pages, so a pair agrees when the feature they exercise works. The
-Ahem font of the checkout's fonts/ folder is given to fontconfig, and root-relative URLs ("/css/support/...")
-resolve against WPT_ROOT with --fileroot. A page with a script is converted with --javascript: the
-program runs its scripts (and load handlers) before layout, which is where a browser would take the
-picture of most such tests. Tests whose reference is missing are left out and counted apart.
+Tests written for a browser's continuous viewport are laid out on pages of the viewport's size the
+reftests assume (800 by 600 pixels, no page margin), so that what fits on a line or a screen there fits
+here too; the test and its references go through the same pages, so they agree when the feature they
+exercise works. The Ahem font of the checkout's fonts/ folder is given to fontconfig, and root-relative
+URLs ("/css/support/...") resolve against WPT_ROOT with --fileroot. A page with a script is converted
+with --javascript: the program runs its scripts (and load handlers) before layout, which is where a
+browser would take the picture of most such tests. Tests whose reference is missing are left out and
+counted apart.
 
 --sample N takes every k-th test so that about N are run per directory (the same ones each time).
 OUT_DIR gets the PDFs, the pictures and report.txt: one line per failing test with the reason, then the
@@ -56,24 +59,24 @@ def parse_args(argv):
     return args
 
 
-def reference_of(root, path):
-    """(kind, reference path) of a test page, or None when it is not a reftest, or a reason to skip it."""
+def references_of(root, path):
+    """[(kind, reference path)] of a test page: empty when it is not a reftest, or a reason to skip it."""
     text = open(path, encoding="utf-8", errors="replace").read()
-    m = LINK.search(text)
-    if not m:
-        return None
-    h = HREF.search(m.group(0))
-    if not h:
-        return None
-    href = h.group(1).split("#", 1)[0].split("?", 1)[0]
-    if href.startswith("/"):
-        ref = os.path.join(root, href.lstrip("/"))
-    else:
-        ref = os.path.join(os.path.dirname(path), href)
-    ref = os.path.normpath(ref)
-    if not os.path.exists(ref):
-        return "skip: reference %s missing" % href
-    return (m.group(1).lower(), ref)
+    out = []
+    for m in LINK.finditer(text):
+        h = HREF.search(m.group(0))
+        if not h:
+            continue
+        href = h.group(1).split("#", 1)[0].split("?", 1)[0]
+        if href.startswith("/"):
+            ref = os.path.join(root, href.lstrip("/"))
+        else:
+            ref = os.path.join(os.path.dirname(path), href)
+        ref = os.path.normpath(ref)
+        if not os.path.exists(ref):
+            return "skip: reference %s missing" % href
+        out.append((m.group(1).lower(), ref))
+    return out
 
 
 LOCKS = {}
@@ -102,7 +105,7 @@ def render_once(args, path):
         text = open(path, encoding="utf-8", errors="replace").read()
         scripts = ["--javascript"] if re.search(r"<script\b", text, re.I) else []
         with open(base + ".err", "w") as err:
-            r = subprocess.run([args["vellum"], "--no-network"] + scripts + ["--fileroot=" + args["root"], rel,
+            r = subprocess.run([args["vellum"], "--no-network", "--page-size=800px 600px", "--page-margin=0"] + scripts + ["--fileroot=" + args["root"], rel,
                                 "-o", base + ".pdf"], stdout=subprocess.DEVNULL, stderr=err, timeout=60,
                                env=args["env"], cwd=args["root"])
         status = str(r.returncode)
@@ -144,14 +147,31 @@ def compare(test, ref):
     return None
 
 
-def run_test(args, test, kind, ref):
-    (ts, tb), (rs, rb) = render(args, test), render(args, ref)
-    if ts != "0" or rs != "0":
-        return "conversion status %s, the reference's %s" % (ts, rs)
-    why = compare(tb, rb)
-    if kind == "match":
-        return why
-    return None if why is not None else "looks the same as its mismatch reference"
+def run_test(args, test, refs):
+    """None when the test passes: it looks like one of its match references (they are alternatives)
+    and unlike every mismatch reference. Else why not."""
+    ts, tb = render(args, test)
+    if ts != "0":
+        return "conversion status %s" % ts
+    whys = []
+    matched = None
+    for kind, ref in refs:
+        rs, rb = render(args, ref)
+        if rs != "0":
+            why = "the reference's conversion status %s" % rs
+        else:
+            why = compare(tb, rb)
+        if kind == "mismatch":
+            if rs == "0" and why is None:
+                return "looks the same as its mismatch reference"
+        elif why is None:
+            matched = True
+        else:
+            whys.append(why)
+            matched = matched or False
+    if matched is False:
+        return "; ".join(whys)
+    return None
 
 
 def main():
@@ -173,20 +193,20 @@ def main():
             name = os.path.basename(path)
             if "-ref." in name or name.endswith("-ref") or "-notref." in name or re.search(r"-\d+r\.", name):
                 continue
-            r = reference_of(args["root"], path)
-            if r is None:
+            r = references_of(args["root"], path)
+            if not r:
                 continue
             if isinstance(r, str):
                 skipped += 1
                 continue
-            tests.append((path,) + r)
+            tests.append((path, r))
         if args["sample"] and len(tests) > args["sample"]:
             step = len(tests) / args["sample"]
             tests = [tests[int(i * step)] for i in range(args["sample"])]
         passed = 0
         with concurrent.futures.ThreadPoolExecutor(args["jobs"]) as pool:
             futures = [(t, pool.submit(run_test, args, *t)) for t in tests]
-            for (test, kind, ref), fut in futures:
+            for (test, _), fut in futures:
                 why = fut.result()
                 if why is None:
                     passed += 1

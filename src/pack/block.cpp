@@ -785,11 +785,6 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
         return refuse();
     }
 
-    // Where the box starts: at the committed top, or where the first child took the margins handed
-    // down to it; an empty block stays where it was.
-    float const top = box_top ? *box_top : c.first_top.value_or(original_areas.container.top);
-    float const content_top = box_top ? *box_top - bt - pt : top;
-
     // The bottom edge: a part followed by a continuation has none under `slice`.
     if (has_remain && slice) {
         bb = 0;
@@ -801,6 +796,23 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
     // The bottom margin joins the last child's when nothing stands between them.
     bool const through_bottom = !has_remain && bb == 0 && pb == 0 && !used.used_height &&
                                 used.used_min_height <= 0 && blocks_like && !own_flow;
+
+    // Where the box starts: at the committed top, or where the first child took the margins handed
+    // down to it. A block with nothing inside that took them starts below them, as its bottom edge
+    // or height takes them from the flow (a negative run pulls it up). An empty block whose margins
+    // collapse through it leaves them to what follows; it stands where its top border edge would be
+    // if it had a bottom border, below them too, so that what it holds (absolutely positioned boxes)
+    // is placed from there, while the flow goes on from where it was.
+    float const pending = mc::value_of(c.gap) - committed_of(c.gap);
+    bool const nothing_took_top = !box_top && !c.first_top && !has_remain;
+    float const flow_top = original_areas.container.top;
+    float const top = box_top        ? *box_top
+                      : c.first_top  ? *c.first_top
+                      : nothing_took_top && !through_bottom ? flow_top - pending
+                                                            : flow_top;
+    float const content_top = box_top ? *box_top - bt - pt : top;
+    float const shown_top = nothing_took_top && through_bottom ? flow_top - pending : top;
+
     areas::areas after = c.areas;
     mc::gap trailing = c.gap;
     if (!through_bottom && !has_remain) {
@@ -872,17 +884,6 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
                     : floats::carry_out(c.areas.available, c.areas.container, outer, after.container.top);
     if (after.available.empty()) {
         after.available = {after.container};
-    }
-
-    // An empty block whose margins collapse through it stands where its top border edge would be if
-    // it had a bottom border: below the run of margins above it, which the flow has not taken yet and
-    // hands on to what follows. What it holds (absolutely positioned boxes) is placed from there.
-    float shown_top = top;
-    if (through_bottom && !box_top && !c.first_top) {
-        float const taken = std::visit(overloaded{[](mc::margin_eater const&) { return 0.0f; },
-                                                  [](mc::normal const& n) { return n.committed.value_or(0.0f); }},
-                                       c.gap);
-        shown_top = top - (mc::value_of(c.gap) - taken);
     }
 
     pack::box out{
