@@ -267,8 +267,12 @@ content_out column_content(page_info info,
     return out;
 }
 
-content_out table_content(page_info info, prepack::computed_table_anony_box const& t, areas::areas const& inner) {
-    auto r = table_pack::pack_table(std::move(info), t, inner);
+content_out table_content(page_info info,
+                          prepack::computed_table_anony_box const& t,
+                          areas::areas const& inner,
+                          float caption_left,
+                          float caption_right) {
+    auto r = table_pack::pack_table(std::move(info), t, inner, caption_left, caption_right);
     content_out out{.refused = r.refused,
                     .content = std::move(r.content),
                     .remain = std::move(r.remain),
@@ -475,6 +479,51 @@ util::size::size replaced_size(css::style::style const& s,
 
 } // namespace
 
+// A table with captions is laid out as one block whose border and padding surround the captions too;
+// but the captions stand outside the table box, whose border, padding and background surround the
+// grid alone. The heights add up the same: the top captions move up over the top border and padding,
+// the bottom ones down under the bottom border and padding, and a frame box around the grid paints
+// the table's border and background in place of the block.
+void frame_captioned_table(pack::box& out, float top_edges, float bottom_edges) {
+    auto* parts = std::get_if<table_anony_box>(&out.box_content);
+    if (!parts) {
+        return;
+    }
+    auto& list = parts->table_anony_boxes;
+    auto const grid_at = std::ranges::find_if(list, [](ref<pack::box> const& p) {
+        return std::holds_alternative<pack::table>(p->box_content);
+    });
+    if (grid_at == list.end()) {
+        return;
+    }
+    auto const& grid = **grid_at;
+    pack::box frame{.box_x = out.box_x,
+                    .box_y = grid.box_y + top_edges,
+                    .box_w = out.box_w,
+                    .box_h = grid.box_h + top_edges + bottom_edges,
+                    .box_content = boxes{},
+                    .box_style = out.box_style,
+                    .box_used_style = out.box_used_style};
+    std::vector<ref<pack::box>> framed;
+    bool past_grid = false;
+    for (auto const& p : list) {
+        if (p.get() == grid_at->get()) {
+            framed.push_back(share(frame));
+            framed.push_back(p);
+            past_grid = true;
+            continue;
+        }
+        auto moved = *p;
+        shift_box(moved, 0, past_grid ? -bottom_edges : top_edges);
+        framed.push_back(share(std::move(moved)));
+    }
+    list = std::move(framed);
+    // The block itself paints nothing: the frame has its border and background.
+    out.box_used_style.used_borders = {};
+    out.box_used_style.used_background_color = css::color::transparent{};
+    out.box_used_style.used_background = share(css::box::background{});
+}
+
 block_out
 pack_block(page_info info, block_type const& type, prepack::block const& b, mc::gap gap, areas::areas a) {
     if (turned::is_turned(info, b)) {
@@ -613,6 +662,9 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
         inner_gap = mc::fresh();
     }
     areas::areas const unnarrowed = inner;
+    // A table's captions span its border box.
+    float const caption_left = bl + used.used_padding_left;
+    float const caption_right = br + used.used_padding_right;
     auto pack_content = [&](float floor) {
         inner = narrowed(unnarrowed, content_left, content_right, std::min(floor, unnarrowed.container.top));
         // The floats outside a flow of its own take no room inside it.
@@ -648,8 +700,12 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
                         std::get<prepack::bcontent_blocks>(*c.remain).column_id = bs.column_id;
                     }
                 },
-                [&](prepack::bcontent_table const&) { c = table_content(info, *computed_table, inner); },
-                [&](prepack::bcontent_computed_table_box const&) { c = table_content(info, *computed_table, inner); },
+                [&](prepack::bcontent_table const&) {
+                    c = table_content(info, *computed_table, inner, caption_left, caption_right);
+                },
+                [&](prepack::bcontent_computed_table_box const&) {
+                    c = table_content(info, *computed_table, inner, caption_left, caption_right);
+                },
                 [&](prepack::bcontent_computed_table const&) {
                     throw internal_error("unexpected content type: computed_table");
                 },
@@ -906,6 +962,7 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
          (!std::holds_alternative<inflow_block>(type) && !std::holds_alternative<float_block>(type)))) {
         positioned::hang_inner(c.info, abs_from, out);
     }
+    frame_captioned_table(out, bt + pt, pb + bb);
     // A relatively positioned box moves by its offsets with no effect on the flow.
     if (auto const [dx, dy] = relative_offset(s, used); dx != 0 || dy != 0) {
         shift_box(out, dx, dy);

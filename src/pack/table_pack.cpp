@@ -1112,7 +1112,11 @@ void use_table_width(prepack::computed_table_anony_box const& t, css::used_style
     }
 }
 
-packed_table pack_table(page_info info, prepack::computed_table_anony_box const& t, areas::areas const& inner) {
+packed_table pack_table(page_info info,
+                        prepack::computed_table_anony_box const& t,
+                        areas::areas const& inner,
+                        float caption_left,
+                        float caption_right) {
     auto const& ct = *std::get<prepack::bcontent_computed_table>(t.table_blocks.at(0).block_content).table;
     auto const& ts = *ct.table_used_style;
     bool const collapse = collapsing(ts);
@@ -1137,10 +1141,18 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
             }
         }
     }
+    // The captions span the table's border box.
+    auto caption_areas = inner;
+    caption_areas.container.left -= caption_left;
+    caption_areas.container.right += caption_right;
+    for (auto& band : caption_areas.available) {
+        band.left -= caption_left;
+        band.right += caption_right;
+    }
     std::vector<ref<box>> outside;
     float y = inner.container.top;
     bool const first_part = !t.table_started;
-    y = pack_captions(info, captions_on(t.caption_tops, first_part), inner, y, outside);
+    y = pack_captions(info, captions_on(t.caption_tops, first_part), caption_areas, y, outside);
     float const grid_start = y;
     // The captions below this part take their room from the rows.
     auto const bottom_captions = captions_on(t.caption_bottoms, first_part);
@@ -1148,7 +1160,8 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
     if (!bottom_captions.empty()) {
         auto trial = info;
         std::vector<ref<box>> ignored;
-        bottom_captions_h = inner.container.top - pack_captions(trial, bottom_captions, inner, inner.container.top, ignored);
+        bottom_captions_h =
+            inner.container.top - pack_captions(trial, bottom_captions, caption_areas, inner.container.top, ignored);
     }
 
     // The rows of this part.
@@ -1432,7 +1445,7 @@ packed_table pack_table(page_info info, prepack::computed_table_anony_box const&
         rest.table_blocks.at(0).block_content = prepack::bcontent_computed_table{std::move(rest_table)};
         remain = prepack::bcontent_computed_table_box{std::move(rest)};
     }
-    end = pack_captions(info, bottom_captions, inner, grid_bottom, outside);
+    end = pack_captions(info, bottom_captions, caption_areas, grid_bottom, outside);
 
     packed_table out{.info = std::move(info), .areas = mc::moved_down(inner, inner.container.top - end)};
     out.remain = std::move(remain);

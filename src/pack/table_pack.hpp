@@ -47,7 +47,13 @@ struct packed_table {
     areas::areas areas;
 };
 
-/// Packs a table (or the rest of one) into the areas narrowed to the table's content box.
-packed_table pack_table(page_info info, prepack::computed_table_anony_box const& t, areas::areas const& inner);
+/// Packs a table (or the rest of one) into the areas narrowed to the table's content box. The captions
+/// stand outside the table's border and padding: `caption_left` and `caption_right` are those edges'
+/// widths, which the captions span too.
+packed_table pack_table(page_info info,
+                        prepack::computed_table_anony_box const& t,
+                        areas::areas const& inner,
+                        float caption_left = 0,
+                        float caption_right = 0);
 
 } // namespace vellum::pack::table_pack
