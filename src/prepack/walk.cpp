@@ -89,7 +89,6 @@ struct th_colgroup {
 // An element without a box that still sets named strings or carries target ids.
 struct th_values {
     element_stuff stuff;
-    style_ref style;
 };
 
 using thing = std::variant<th_span, th_block, th_inline_block, th_rowgroup, th_row, th_cell, th_caption, th_colgroup,
@@ -925,7 +924,7 @@ struct walker {
         auto stuff = stuff_of(e, *style);
         if (!stuff.text_values.empty() || stuff.given_ids) {
             stuff.bookmark_stuff.reset();
-            out.push_back(th_values{std::move(stuff), style});
+            out.push_back(th_values{std::move(stuff)});
         }
         std::vector<dom::child_node> children;
         {
@@ -1066,8 +1065,8 @@ struct walker {
             // The element's place in the flow is kept, so that the page it falls on shows it in its
             // margin boxes.
             if (first && !was_static) {
-                return one_thing(th_values{element_stuff{.element_info = info_element{e}, .running = std::pair{*flow_name, *first}},
-                                  style});
+                return one_thing(
+                    th_values{element_stuff{.element_info = info_element{e}, .running = std::pair{*flow_name, *first}}});
             }
             return {};
         }
@@ -1292,7 +1291,7 @@ struct walker {
             } else if (auto* ib = std::get_if<th_inline_block>(&t)) {
                 run.push_back(span_inline_block{share(std::move(ib->block))});
             } else if (auto* v = std::get_if<th_values>(&t)) {
-                run.push_back(span_nested{nested_span{.span_style = v->style, .span_type = type_original{share(v->stuff)}}});
+                run.push_back(carrier_span(style, std::move(v->stuff)));
             } else if (auto* b = std::get_if<th_block>(&t); b && out_of_flow(b->block)) {
                 run.push_back(span_inline_block{share(std::move(b->block))});
             } else {
@@ -1305,6 +1304,13 @@ struct walker {
     }
 
     // ---- grouping ----
+
+    // The empty span that carries the named strings and target ids of an element without a box into
+    // the text. It takes the style of an anonymous box of the text around it, not the element's: the
+    // element makes no box, so its font must not make the line any taller.
+    span carrier_span(style_ref const& around, element_stuff stuff) {
+        return span_nested{nested_span{.span_style = anonymous_style(around), .span_type = type_original{share(std::move(stuff))}}};
+    }
 
     static bool carries_values(element_stuff const& stuff) {
         return stuff.given_ids || !stuff.text_values.empty() || stuff.bookmark_stuff || stuff.running;
@@ -1340,8 +1346,7 @@ struct walker {
                 std::vector<span> front;
                 for (auto& t : carried) {
                     if (auto* v = std::get_if<th_values>(&t)) {
-                        front.push_back(span_nested{
-                            nested_span{.span_style = v->style, .span_type = type_original{share(std::move(v->stuff))}}});
+                        front.push_back(carrier_span(style, std::move(v->stuff)));
                     }
                 }
                 carried.clear();
@@ -1385,8 +1390,7 @@ struct walker {
                 // Among text it rides in the paragraph; between blocks it becomes an empty block of its
                 // own when the run is flushed.
                 flush_table();
-                run.push_back(span_nested{
-                    nested_span{.span_style = v->style, .span_type = type_original{share(std::move(v->stuff))}}});
+                run.push_back(carrier_span(style, std::move(v->stuff)));
             } else if (auto* b = std::get_if<th_block>(&t); b && out_of_flow(b->block) && text::has_content(run)) {
                 run.push_back(span_inline_block{share(std::move(b->block))});
             } else if (auto* b = std::get_if<th_block>(&t)) {
