@@ -251,9 +251,10 @@ content_out column_content(page_info info,
                            prepack::bcontent_blocks const& bs,
                            areas::areas const& inner,
                            bool continuation,
-                           std::optional<float> fixed_height) {
+                           std::optional<float> fixed_height,
+                           std::optional<float> max_height) {
     auto r = columns::pack_columns(std::move(info), style, bs.blocks, *bs.column_id, inner.container, continuation,
-                                   fixed_height);
+                                   fixed_height, max_height);
     content_out out{.refused = r.refused, .info = std::move(r.info), .gap = mc::fresh(), .forced = r.forced};
     if (r.refused) {
         return out;
@@ -692,7 +693,8 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
                 },
                 [&](prepack::bcontent_blocks const& bs) {
                     if (bs.column_id) {
-                        c = column_content(info, b.block_style, bs, inner, continuation, used.used_height);
+                        c = column_content(info, b.block_style, bs, inner, continuation, used.used_height,
+                                           used.used_max_height);
                         return;
                     }
                     c = pack_child_blocks(info, bs.blocks, inner_gap, inner);

@@ -499,7 +499,8 @@ multicol_res pack_columns(page_info info,
                           int column_id,
                           areas::area const& inner,
                           bool continuation,
-                          std::optional<float> fixed_height) {
+                          std::optional<float> fixed_height,
+                          std::optional<float> max_height) {
     auto const& s = *container_style;
     auto const geometry = column_geometry(s, areas::width_of(inner));
     bool const nested = info.general.column_id.has_value();
@@ -510,6 +511,9 @@ multicol_res pack_columns(page_info info,
     float bottom = inner.bottom;
     if (fixed_height) {
         bottom = std::max(bottom, inner.top - *fixed_height);
+    }
+    if (max_height) {
+        bottom = std::max(bottom, inner.top - *max_height);
     }
     auto r = pass_with_page_stuff(in, bottom);
     // A set height is the most the columns may take: balanced, they may stand shorter inside it.

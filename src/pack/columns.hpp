@@ -82,13 +82,15 @@ struct multicol_res {
 
 /// Packs the content of a multi-column container (the blocks of its column id) into `inner`, the
 /// container's content area: `continuation` for a container continued from the page before (its
-/// first column's top margins are swallowed), `fixed_height` when the container's height is set.
+/// first column's top margins are swallowed), `fixed_height` when the container's height is set,
+/// `max_height` when its max-height is: the columns stand no taller, but may stand shorter.
 multicol_res pack_columns(page_info info,
                           ref<css::style::style> const& container_style,
                           prepack::block_list const& blocks,
                           int column_id,
                           areas::area const& inner,
                           bool continuation,
-                          std::optional<float> fixed_height);
+                          std::optional<float> fixed_height,
+                          std::optional<float> max_height = std::nullopt);
 
 } // namespace vellum::pack::columns
