@@ -817,8 +817,11 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
         return c;
     };
     // The children's percentage heights resolve against this box's height when it has one of its own.
+    // An anonymous box is passed through: percentages refer to the box around it.
     auto const outer_height_base = info.flags.percent_height_base;
-    info.flags.percent_height_base = used.used_height;
+    if (!std::holds_alternative<prepack::type_anonymous>(b.block_type)) {
+        info.flags.percent_height_base = used.used_height;
+    }
     content_out c = pack_content(a.container.bottom + bb + pb);
     // A sliced part followed by a continuation has no bottom edge, so its content may run down to the
     // bottom of the area: packed again without the room the edge would have taken.
