@@ -856,7 +856,8 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
     }
     // The bottom margin joins the last child's when nothing stands between them.
     bool const through_bottom = !has_remain && bb == 0 && pb == 0 && !used.used_height &&
-                                used.used_min_height <= 0 && blocks_like && !own_flow;
+                                used.used_min_height <= 0 && blocks_like && !own_flow &&
+                                !mc::after_clearance(c.gap);
 
     // Where the box starts: at the committed top, or where the first child took the margins handed
     // down to it. A block with nothing inside that took them starts below them, as its bottom edge

@@ -276,6 +276,7 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
         // above it no longer collapse with its own.
         auto block_areas = cur_areas;
         auto block_gap = cur_gap;
+        bool cleared = false;
         if (is_original(b)) {
             auto const clear = floats::clear_of(*b.block_style, cur_info);
             // The block is cleared only when its top border edge, with its top margin collapsed into
@@ -289,6 +290,7 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
                 block_gap = mc::normal{.positive = std::max(0.0f, margin),
                                        .negative = std::min(0.0f, margin),
                                        .committed = margin};
+                cleared = true;
             }
         }
         // Only the first block placed may be forced into the space: later ones can go on.
@@ -316,6 +318,10 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
             break;
         }
         auto& p = std::get<block::packed_main>(r.res);
+        // The margins after a block with clearance stay inside the block around them.
+        if (auto* n = std::get_if<mc::normal>(&r.out_gap); n && cleared) {
+            n->after_clearance = true;
+        }
         stack.push_back(temp_entry{.packed = p.b_packed_box,
                                    .index = i,
                                    .info = r.out_info,

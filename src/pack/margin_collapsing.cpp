@@ -12,7 +12,8 @@ gap add_margin(gap const& g, float margin) {
                           [&](normal const& n) -> gap {
                               return normal{.positive = std::max(n.positive, margin),
                                             .negative = std::min(n.negative, margin),
-                                            .committed = n.committed};
+                                            .committed = n.committed,
+                                            .after_clearance = n.after_clearance};
                           },
                       },
                       g);
@@ -24,6 +25,11 @@ float value_of(gap const& g) {
                           [](normal const& n) { return n.positive + n.negative; },
                       },
                       g);
+}
+
+bool after_clearance(gap const& g) {
+    auto const* n = std::get_if<normal>(&g);
+    return n && n->after_clearance;
 }
 
 areas::areas moved_down(areas::areas a, float h) {
@@ -45,7 +51,10 @@ committed_gap commit(gap const& g, areas::areas a) {
                               float const v = n.positive + n.negative;
                               float const taken = n.committed.value_or(0);
                               return committed_gap{moved_down(std::move(a), v - taken),
-                                                   normal{.positive = n.positive, .negative = n.negative, .committed = v}};
+                                                   normal{.positive = n.positive,
+                                                          .negative = n.negative,
+                                                          .committed = v,
+                                                          .after_clearance = n.after_clearance}};
                           },
                       },
                       g);

@@ -22,6 +22,9 @@ struct normal {
     float positive = 0;
     float negative = 0;
     std::optional<float> committed;
+    /// A block with clearance stands in the run: the margins after it collapse with each other but not
+    /// with the bottom margin of the block around them, which takes the run inside its height.
+    bool after_clearance = false;
     bool operator==(normal const&) const = default;
 };
 
@@ -32,6 +35,9 @@ gap add_margin(gap const& g, float margin);
 
 /// The space the run stands for.
 float value_of(gap const& g);
+
+/// Whether a block with clearance stands in the run.
+bool after_clearance(gap const& g);
 
 /// The areas with their top moved down by `h` (up, if negative).
 areas::areas moved_down(areas::areas a, float h);
