@@ -1413,15 +1413,19 @@ packed_table pack_table(page_info info,
     auto bottom_of_grid = [&] { return row_tops.empty() ? y : cursor + vs - bottom_edge - bottom_half; };
     // A table's height is a minimum: a table in one part that its rows leave shorter gets taller
     // body rows, each by its share of its height.
-    if (auto const spec = css::used_style::used_style_of(ts, t.table_width, std::nullopt).used_height;
-        spec && !more && first_part && !run.rows.empty()) {
+    auto const spec = css::used_style::used_style_of(ts, t.table_width, std::nullopt).used_height;
+    if (spec && !more && first_part && !run.rows.empty()) {
         float const extra = *spec - (grid_start - bottom_of_grid());
         if (extra > tolerance) {
             run.grow(extra);
             place_all();
         }
     }
-    float const grid_bottom = bottom_of_grid();
+    float grid_bottom = bottom_of_grid();
+    // A table without rows is as tall as its height says.
+    if (spec && !more && first_part && run.rows.empty()) {
+        grid_bottom = std::min(grid_bottom, grid_start - *spec);
+    }
 
     tablebox tb;
     tb.tablebox_cells_from = backgrounds.size();
