@@ -480,13 +480,18 @@ util::size::size replaced_size(css::style::style const& s,
 
 } // namespace
 
+namespace {
+
 // A table with captions is laid out as one block whose border and padding surround the captions too;
 // but the captions stand outside the table box, whose border, padding and background surround the
 // grid alone. The heights add up the same: the top captions move up over the top border and padding,
 // the bottom ones down under the bottom border and padding, and a frame box around the grid paints
 // the table's border and background in place of the block.
 void frame_captioned_table(pack::box& out, float top_edges, float bottom_edges) {
-    auto* parts = std::get_if<table_anony_box>(&out.box_content);
+    // The absolutely positioned boxes the table holds may wrap its content.
+    auto* wrapped = std::get_if<with_abs>(&out.box_content);
+    pack::box_content content = wrapped ? *wrapped->with_abs_content : out.box_content;
+    auto* parts = std::get_if<table_anony_box>(&content);
     if (!parts) {
         return;
     }
@@ -519,11 +524,18 @@ void frame_captioned_table(pack::box& out, float top_edges, float bottom_edges) 
         framed.push_back(share(std::move(moved)));
     }
     list = std::move(framed);
+    if (wrapped) {
+        wrapped->with_abs_content = share(std::move(content));
+    } else {
+        out.box_content = std::move(content);
+    }
     // The block itself paints nothing: the frame has its border and background.
     out.box_used_style.used_borders = {};
     out.box_used_style.used_background_color = css::color::transparent{};
     out.box_used_style.used_background = share(css::box::background{});
 }
+
+} // namespace
 
 block_out
 pack_block(page_info info, block_type const& type, prepack::block const& b, mc::gap gap, areas::areas a) {
