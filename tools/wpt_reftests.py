@@ -13,8 +13,9 @@ and like none of its mismatch references. A conversion that fails, crashes or ha
 
 Tests written for a browser's continuous viewport are laid out on pages of the viewport's size the
 reftests assume (800 by 600 pixels, no page margin), so that what fits on a line or a screen there fits
-here too; the test and its references go through the same pages, so they agree when the feature they
-exercise works. The Ahem font of the checkout's fonts/ folder is given to fontconfig, and root-relative
+here too, and a user style sheet gives the body the 8 pixel margin a browser's default sheet gives it
+(this program's default leaves the margins to the page); the test and its references go through the same
+pages, so they agree when the feature they exercise works. The Ahem font of the checkout's fonts/ folder is given to fontconfig, and root-relative
 URLs ("/css/support/...") resolve against WPT_ROOT with --fileroot. A page with a script is converted
 with --javascript: the program runs its scripts (and load handlers) before layout, which is where a
 browser would take the picture of most such tests. Tests whose reference is missing are left out and
@@ -105,8 +106,11 @@ def render_once(args, path):
         text = open(path, encoding="utf-8", errors="replace").read()
         scripts = ["--javascript"] if re.search(r"<script\b", text, re.I) else []
         with open(base + ".err", "w") as err:
-            r = subprocess.run([args["vellum"], "--no-network", "--page-size=800px 600px", "--page-margin=0"] + scripts + ["--fileroot=" + args["root"], rel,
-                                "-o", base + ".pdf"], stdout=subprocess.DEVNULL, stderr=err, timeout=60,
+            # Paths are given relative to the checkout: --fileroot would take absolute ones as under it.
+            sheet = os.path.relpath(args["browser_sheet"], args["root"])
+            r = subprocess.run([args["vellum"], "--no-network", "--page-size=800px 600px", "--page-margin=0",
+                                "--style=" + sheet, "--fileroot=" + args["root"]] + scripts +
+                               [rel, "-o", base + ".pdf"], stdout=subprocess.DEVNULL, stderr=err, timeout=60,
                                env=args["env"], cwd=args["root"])
         status = str(r.returncode)
         if r.returncode == 0:
@@ -183,6 +187,9 @@ def main():
                 '  <include ignore_missing="yes">/etc/fonts/fonts.conf</include>\n'
                 '  <dir>%s</dir>\n</fontconfig>\n' % os.path.join(args["root"], "fonts"))
     args["env"] = dict(os.environ, FONTCONFIG_FILE=conf)
+    args["browser_sheet"] = os.path.join(args["out"], "browser.css")
+    with open(args["browser_sheet"], "w") as f:
+        f.write("body { margin: 8px }\n")
     report = []
     totals = []
     for d in args["dirs"]:
