@@ -39,6 +39,7 @@ areas::areas moved_down(areas::areas a, float h) {
         // A band that the move has used up gives way to the next one.
         while (a.available.size() > 1 && a.available.front().top <= a.available.front().bottom) {
             a.available.erase(a.available.begin());
+            a.available.front().top = std::min(a.available.front().top, a.container.top);
         }
     }
     return a;

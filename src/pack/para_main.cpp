@@ -43,8 +43,11 @@ areas::areas after_line(areas::areas a, float h) {
     a.container.top -= h;
     if (!a.available.empty()) {
         a.available.front().top -= h;
-        if (a.available.size() > 1 && a.available.front().top <= a.available.front().bottom + tolerance) {
+        // A line that reached past the bottom of its band (beside a float) leaves the next band
+        // starting below it, not at the band's own top.
+        while (a.available.size() > 1 && a.available.front().top <= a.available.front().bottom + tolerance) {
             a.available.erase(a.available.begin());
+            a.available.front().top = std::min(a.available.front().top, a.container.top);
         }
     }
     return a;
