@@ -33,10 +33,8 @@ import subprocess
 import sys
 import threading
 
-from PIL import Image, ImageChops, ImageFilter
+from reftest_pictures import compare
 
-TOLERANCE = 40
-SHARE = 0.001
 EXTENSIONS = (".html", ".htm", ".xht", ".xhtml")
 LINK = re.compile(r'<link\b[^>]*\brel\s*=\s*["\']?(match|mismatch)["\']?[^>]*>', re.I | re.S)
 HREF = re.compile(r'\bhref\s*=\s*["\']([^"\']*)["\']', re.I)
@@ -123,32 +121,6 @@ def render_once(args, path):
     with open(done, "w") as f:
         f.write(status)
     return status, base
-
-
-def misses(a, b):
-    low = ImageChops.subtract(b.filter(ImageFilter.MinFilter(3)), a)
-    high = ImageChops.subtract(a, b.filter(ImageFilter.MaxFilter(3)))
-    r, g, b_ = ImageChops.lighter(low, high).split()
-    return ImageChops.lighter(ImageChops.lighter(r, g), b_).point(lambda v: 255 if v > TOLERANCE else 0)
-
-
-def pages(base):
-    return sorted(glob.glob(glob.escape(base) + "-*.png"), key=lambda p: int(re.search(r"-(\d+)\.png$", p).group(1)))
-
-
-def compare(test, ref):
-    a, b = pages(test), pages(ref)
-    if len(a) != len(b):
-        return "%d pages, the reference %d" % (len(a), len(b))
-    for n, (pa, pb) in enumerate(zip(a, b), 1):
-        ia, ib = Image.open(pa).convert("RGB"), Image.open(pb).convert("RGB")
-        if ia.size != ib.size:
-            return "page %d is %dx%d, the reference's %dx%d" % ((n,) + ia.size + ib.size)
-        both = ImageChops.lighter(misses(ia, ib), misses(ib, ia))
-        share = both.histogram()[255] / (ia.size[0] * ia.size[1])
-        if share >= SHARE:
-            return "page %d: %.2f%% of pixels differ" % (n, 100 * share)
-    return None
 
 
 def run_test(args, test, refs):

@@ -1,5 +1,7 @@
 #include "pack/margin_collapsing.hpp"
 
+#include "pack/knuth.hpp"
+
 #include "util/ref.hpp"
 
 #include <algorithm>
@@ -36,8 +38,9 @@ areas::areas moved_down(areas::areas a, float h) {
     a.container.top -= h;
     if (!a.available.empty()) {
         a.available.front().top -= h;
-        // A band that the move has used up gives way to the next one.
-        while (a.available.size() > 1 && a.available.front().top <= a.available.front().bottom) {
+        // A band that the move has used up gives way to the next one, which starts no higher than
+        // the new top (a line that reached past the bottom of its band beside a float pushes it down).
+        while (a.available.size() > 1 && a.available.front().top <= a.available.front().bottom + knuth::tolerance) {
             a.available.erase(a.available.begin());
             a.available.front().top = std::min(a.available.front().top, a.container.top);
         }

@@ -1,5 +1,7 @@
 #include "pack/para_main.hpp"
 
+#include "pack/margin_collapsing.hpp"
+
 #include "pack/block.hpp"
 #include "pack/floats.hpp"
 #include "pack/footnotes.hpp"
@@ -36,21 +38,6 @@ areas::area band_of(areas::areas const& a) {
     auto band = a.available.front();
     band.bottom = a.container.bottom;
     return band;
-}
-
-// The areas after a line of height `h` took its room off the top.
-areas::areas after_line(areas::areas a, float h) {
-    a.container.top -= h;
-    if (!a.available.empty()) {
-        a.available.front().top -= h;
-        // A line that reached past the bottom of its band (beside a float) leaves the next band
-        // starting below it, not at the band's own top.
-        while (a.available.size() > 1 && a.available.front().top <= a.available.front().bottom + tolerance) {
-            a.available.erase(a.available.begin());
-            a.available.front().top = std::min(a.available.front().top, a.container.top);
-        }
-    }
-    return a;
 }
 
 pack::knuth::style_ref line_style(pack::knuth::style_ref const& style,
@@ -304,7 +291,7 @@ bool footnotes_fit(run_state& s, std::span<pack::knuth::knuth const> line, float
 
 void accept(run_state& s, line_made const& made, bool hyphen_end) {
     s.boxes.emplace_back(*made.made_box);
-    s.areas = after_line(std::move(s.areas), made.made_height);
+    s.areas = margin_collapsing::moved_down(std::move(s.areas), made.made_height);
     s.info.flags.max_page_area = false;
     s.open_tags = made.made_unclosed;
     s.placed += 1;

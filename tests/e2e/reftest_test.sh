@@ -20,6 +20,7 @@ VELLUM=$(realpath "$1")
 DATA=$2
 source "$DATA/lib.sh"
 ROOT=$(cd "$DATA/../reftests" && pwd) || exit 1
+TOOLS=$(cd "$DATA/../../tools" && pwd) || exit 1
 cd "$work"
 PY=/usr/bin/python3
 if ! $PY -c 'import PIL' 2>/dev/null; then
@@ -79,40 +80,9 @@ for status in "$work"/*/*.status; do
     esac
 done
 
-summary=$($PY - "$ROOT" "$work" "${suites[@]}" <<'PY'
+summary=$(PYTHONPATH="$TOOLS" $PY - "$ROOT" "$work" "${suites[@]}" <<'PY'
 import glob, os, re, sys
-from PIL import Image, ImageChops, ImageFilter
-
-TOLERANCE = 40      # per channel, out of 255
-SHARE = 0.001       # differing pixels a page may have
-
-def misses(a, b):
-    """Pixels of a that are not within the range of b's pixels within one pixel of it, give or take the
-    tolerance, in some channel."""
-    low = ImageChops.subtract(b.filter(ImageFilter.MinFilter(3)), a)
-    high = ImageChops.subtract(a, b.filter(ImageFilter.MaxFilter(3)))
-    r, g, b_ = ImageChops.lighter(low, high).split()
-    return ImageChops.lighter(ImageChops.lighter(r, g), b_).point(lambda v: 255 if v > TOLERANCE else 0)
-
-def pages(base):
-    def number(p):
-        return int(re.search(r"-(\d+)\.png$", p).group(1))
-    return sorted(glob.glob(glob.escape(base) + "-*.png"), key=number)
-
-def compare(test, ref):
-    """None when the two look the same, else what differs."""
-    a, b = pages(test), pages(ref)
-    if len(a) != len(b):
-        return "%d pages, the reference %d" % (len(a), len(b))
-    for n, (pa, pb) in enumerate(zip(a, b), 1):
-        ia, ib = Image.open(pa).convert("RGB"), Image.open(pb).convert("RGB")
-        if ia.size != ib.size:
-            return "page %d is %dx%d, the reference's %dx%d" % ((n,) + ia.size + ib.size)
-        both = ImageChops.lighter(misses(ia, ib), misses(ib, ia))
-        share = both.histogram()[255] / (ia.size[0] * ia.size[1])
-        if share >= SHARE:
-            return "page %d: %.2f%% of pixels differ" % (n, 100 * share)
-    return None
+from reftest_pictures import compare
 
 root, work = sys.argv[1], sys.argv[2]
 unexpected = []
