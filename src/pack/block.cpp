@@ -685,8 +685,9 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
             inner.available = {inner.container};
         }
 
-        // The content.
-        content_out c;
+        // The content. Its page state starts as a copy: a default one allocates the shared parts of a
+        // fresh run.
+        content_out c{.info = info};
         std::visit(
             overloaded{
                 [&](prepack::bcontent_para const& p) {

@@ -982,18 +982,19 @@ para_res pack_para(page_info info,
         lines = std::move(br.res_lines);
     }
 
-    run_state res;
-    if (lines) {
-        auto const& ls = *lines;
-        res = with_orphans_and_widows(ctx, start, [&](run_state s, std::optional<int> max) {
-            return lines_run(ctx, ls, std::move(s), max);
-        });
-    } else {
+    // Made in one go: a default page state allocates the shared parts of a fresh run.
+    run_state res = [&] {
+        if (lines) {
+            auto const& ls = *lines;
+            return with_orphans_and_widows(ctx, start, [&](run_state s, std::optional<int> max) {
+                return lines_run(ctx, ls, std::move(s), max);
+            });
+        }
         start.rest = stream ? std::move(*stream) : stream_of(std::move(items));
-        res = with_orphans_and_widows(ctx, start, [&](run_state s, std::optional<int> max) {
+        return with_orphans_and_widows(ctx, start, [&](run_state s, std::optional<int> max) {
             return greedy_run(ctx, std::move(s), max);
         });
-    }
+    }();
 
     if (res.placed == 0 && !res.done) {
         return {.res_info = std::move(info), .res_areas = std::move(areas), .res_remaining = para};

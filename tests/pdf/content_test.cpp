@@ -5,6 +5,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
 namespace {
 
 using namespace vellum;
@@ -27,6 +33,33 @@ TEST(content_numbers, four_decimals_and_tiny_values_under_higher_precision) {
     EXPECT_EQ(c::format_number(0.5, c::precision::higher_precision), "0.5000");
     EXPECT_EQ(c::format_number(pdf::number{std::int64_t{12}}), "12");
     EXPECT_EQ(c::format_number(pdf::number{2.25}), "2.2500");
+}
+
+// The fast formatting of ordinary values gives what printf's "%.4f" gives, halfway cases and large
+// values included; only "-0.0000" differs, by design.
+TEST(content_numbers, ordinary_values_match_printf) {
+    auto printf_of = [](double v) {
+        char buf[512];
+        std::snprintf(buf, sizeof buf, "%.4f", v);
+        std::string out = buf;
+        return out == "-0.0000" ? std::string("0.0000") : out;
+    };
+    std::vector<double> values = {0.00005,  0.00015, -0.00005, 1.00005,  2.67885, 595.27559, -841.88976,
+                                  1e-300,   0.99995, 9.99995,  123456789.12345, 1e11 + 0.00005, 1e13 + 0.5,
+                                  -1e20,    4.5e15,  0.1,      0.7,      -0.3};
+    std::uint64_t seed = 0x9e3779b97f4a7c15ull;
+    for (int k = 0; k < 20000; ++k) {
+        seed = seed * 6364136223846793005ull + 1442695040888963407ull;
+        double const unit = static_cast<double>(seed >> 11) / static_cast<double>(1ull << 53);
+        // Values as the painter writes them: page coordinates, colour components, scaled font units,
+        // and quarter, half and three-quarter steps of a ten-thousandth.
+        values.push_back((unit - 0.5) * 2000);
+        values.push_back(unit);
+        values.push_back(std::round((unit - 0.5) * 4e7) / 4e4 / 10);
+    }
+    for (double v : values) {
+        ASSERT_EQ(c::format_number(v), printf_of(v)) << v;
+    }
 }
 
 TEST(content_state, repeated_settings_write_nothing) {
