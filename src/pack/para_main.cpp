@@ -976,6 +976,7 @@ para_res pack_para(page_info info,
                                              .used_indent = used.used_text_indent,
                                              .start_line_number = start.line_number,
                                              .width = width,
+                                             .first_line_forms = para.first_line_style.has_value(),
                                          },
                                          state_of(info), std::move(items));
         items = std::move(br.res_items);

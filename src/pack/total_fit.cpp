@@ -131,7 +131,7 @@ struct breaker {
     bool on_first_line(fbp const& f) const { return f.next_line_number == 1; }
 
     eval_knuth::measured_items& accum_for(fbp const& f) {
-        return on_first_line(f) ? accum_first_line : accum;
+        return params.first_line_forms && on_first_line(f) ? accum_first_line : accum;
     }
 
     // The line from `from` to `end` weighed by its sums alone: it is not made.
@@ -172,7 +172,7 @@ struct breaker {
                               ev.res_splice->splice_items);
             }
         };
-        if (std::holds_alternative<start>(curr->fbp_type) && on_first_line(*curr)) {
+        if (params.first_line_forms && std::holds_alternative<start>(curr->fbp_type) && on_first_line(*curr)) {
             auto first = eval_knuth::eval_knuth(env, line_kind::first_line, params.containing_height, page_info,
                                                 items[i], rest());
             apply(first);
@@ -191,7 +191,9 @@ struct breaker {
         auto ev = eval_knuth::eval_knuth(env, line_kind::other_line, params.containing_height, page_info, items[i],
                                          rest());
         apply(ev);
-        eval_knuth::measured_push(accum_first_line, ev.res_item);
+        if (params.first_line_forms) {
+            eval_knuth::measured_push(accum_first_line, ev.res_item);
+        }
         eval_knuth::measured_push(accum, std::move(ev.res_item));
         page_info = std::move(ev.res_state);
     }
@@ -218,7 +220,9 @@ struct breaker {
             eval_knuth::measured_truncate(accum_first_line, start);
             for (auto const& item : t->truncated_line) {
                 eval_knuth::measured_push(accum, item);
-                eval_knuth::measured_push(accum_first_line, item);
+                if (params.first_line_forms) {
+                    eval_knuth::measured_push(accum_first_line, item);
+                }
             }
             std::size_t const kept = start + t->truncated_line.size();
             curr = share(fbp{

@@ -52,6 +52,9 @@ struct break_params {
     css::used_style::used_indent used_indent;
     int start_line_number = 1;
     float width = 0;
+    /// Whether the items may carry a ::first-line form. Without one, an item measures the same on the
+    /// first line as on the others, and is measured and kept once.
+    bool first_line_forms = true;
 };
 
 /// A new feasible break after `previous` at item `index` (the break item being `break_item`), with the

@@ -493,6 +493,28 @@ TEST(total_fit, breaks_a_paragraph_and_reports_its_lines) {
     }
 }
 
+TEST(total_fit, items_without_first_line_forms_are_measured_once_with_the_same_lines) {
+    // Without ::first-line styling the first line measures as the others: keeping one list of measured
+    // items must give the very lines that two lists give, indent, overfull words and all.
+    auto const env = make_env();
+    auto const s = make_style({.overflow_wrap = css::text::overflow_wrap::break_word});
+    auto const items = para(U"aaa bbb ccc ddd eee ff ggg hhh iiiiiiiiiiiiii jj k llll mmm nn oooo", s);
+    for (float width : {22.0f, 40.0f, 55.0f, 90.0f}) {
+        for (float indent : {0.0f, 12.0f}) {
+            SCOPED_TRACE(testing::Message() << "width " << width << ", indent " << indent);
+            total_fit::break_params params{.used_indent = {.indent_amount = indent}, .width = width};
+            auto const two = total_fit::break_lines(env, params, {}, items);
+            params.first_line_forms = false;
+            auto const one = total_fit::break_lines(env, params, {}, items);
+            ASSERT_EQ(one.res_lines.size(), two.res_lines.size());
+            for (std::size_t k = 0; k < one.res_lines.size(); ++k) {
+                EXPECT_EQ(one.res_lines[k], two.res_lines[k]) << "line " << k;
+            }
+            EXPECT_EQ(one.res_items, two.res_items);
+        }
+    }
+}
+
 TEST(total_fit, demerits_of_hyphen_runs) {
     auto const env = make_env();
     auto const s = make_style();
