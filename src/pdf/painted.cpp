@@ -5,9 +5,12 @@
 #include "util/result.hpp"
 
 #include <algorithm>
+#include <cstdint>
 #include <limits>
 #include <optional>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include <zlib.h>
 
@@ -127,24 +130,58 @@ void recorder::show(fonts::font_ref const& font, std::span<fonts::glyph const* c
             mac = macroman::from_unicode(gl->glyph_unicodes.front()).value_or(std::uint8_t('?'));
         }
         glyph_key const key{.key_font = gl->glyph_font_ref.get(), .key_source = gl->glyph_source, .key_macroman = mac};
-        auto [it, fresh] = recorder_known.try_emplace(key);
+        bool fresh = false;
+        auto& entry = known(key, fresh);
         bool const has_chars = !gl->glyph_unicodes.empty();
-        if (fresh || (!it->second.known_chars && has_chars)) {
+        if (fresh || (!entry.known_chars && has_chars)) {
             // The font's glyph table learns the characters once per page, not at every occurrence: each
             // visit takes the process-wide lock.
             auto index = fonts::record_glyph(gl->glyph_font_ref, gl->glyph_source, gl->glyph_unicodes);
             if (fresh) {
-                it->second.known_place = std::uint32_t(c.content_glyph_table.size());
+                entry.known_place = std::uint32_t(c.content_glyph_table.size());
                 c.content_glyph_table.push_back({.page_glyph_index = std::move(index), .page_glyph_macroman = mac});
             }
-            it->second.known_chars = has_chars;
+            entry.known_chars = has_chars;
         }
-        put_number(recorder_shows, it->second.known_place);
+        put_number(recorder_shows, entry.known_place);
+    }
+}
+
+recorder::known_glyph& recorder::known(glyph_key const& key, bool& fresh) {
+    if ((recorder_known_count + 1) * 2 > recorder_known.size()) {
+        // Half full at most: twice the room, the page's glyphs moved over.
+        auto old = std::exchange(recorder_known, std::vector<known_slot>(std::max<std::size_t>(256, recorder_known.size() * 2)));
+        recorder_known_count = 0;
+        for (auto const& slot : old) {
+            if (slot.slot_page == recorder_page) {
+                bool moved = false;
+                known(slot.slot_key, moved) = slot.slot_glyph;
+            }
+        }
+    }
+    auto h = (std::uint64_t(reinterpret_cast<std::uintptr_t>(key.key_font)) >> 4) * 0x9e3779b97f4a7c15ull ^
+             (std::uint64_t(key.key_source) << 8 | key.key_macroman) * 0xc2b2ae3d27d4eb4full;
+    h ^= h >> 29;
+    std::size_t const mask = recorder_known.size() - 1;
+    for (std::size_t i = std::size_t(h) & mask;; i = (i + 1) & mask) {
+        auto& slot = recorder_known[i];
+        if (slot.slot_page != recorder_page) {
+            slot = known_slot{.slot_key = key, .slot_glyph = {}, .slot_page = recorder_page};
+            ++recorder_known_count;
+            fresh = true;
+            return slot.slot_glyph;
+        }
+        if (slot.slot_key == key) {
+            fresh = false;
+            return slot.slot_glyph;
+        }
     }
 }
 
 recorded_content recorder::take() {
-    recorder_known.clear();
+    // The next page's glyphs start afresh: the slots of this one count as empty from now on.
+    ++recorder_page;
+    recorder_known_count = 0;
     auto out = std::exchange(recorder_content, {});
     // The places of the shows are 32 bits, and so is zlib's count of input.
     check(recorder_bytes.size() + recorder_shows.size() <= std::numeric_limits<std::uint32_t>::max(),
@@ -204,17 +241,58 @@ std::string operator_bytes(recorded_content const& content) {
 void replay(recorded_content const& content, bulkio::output::output const& o) {
     auto const all = unpacked(content);
     auto const bytes = std::string_view(all).substr(0, content.content_size);
+    auto const shows = std::string_view(all).substr(content.content_size);
+    // The fonts' encodings and glyph numbers are settled before pages are written: each is read once
+    // for the page here rather than at every glyph shown, every read taking the process-wide lock.
+    std::vector<fonts::font_pdf_encoding> encodings;
+    encodings.reserve(content.content_fonts.size());
+    for (auto const* font : content.content_fonts) {
+        encodings.push_back(font->used_font_encoding->get());
+    }
+    std::vector<int> numbers(content.content_glyph_table.size(), 0);
+    bool const numbered = std::any_of(encodings.begin(), encodings.end(), [](fonts::font_pdf_encoding e) {
+        return e != fonts::font_pdf_encoding::macroman_encoding;
+    });
+    if (numbered) {
+        for (std::size_t k = 0; k < numbers.size(); ++k) {
+            numbers[k] = content.content_glyph_table[k].page_glyph_index->get();
+        }
+    }
+    std::size_t pos = 0;
     std::size_t done = 0;
-    decode_shows(content, std::string_view(all).substr(content.content_size), [&](glyph_show const& s) {
-        bulkio::output::write_all(o, bulkio::output::as_bytes(bytes.substr(done, s.show_at - done)));
-        done = s.show_at;
-        auto const shown = show_bytes(content, s);
-        if (s.show_font->used_font_encoding->get() == fonts::font_pdf_encoding::identity_encoding) {
+    std::uint32_t at = 0;
+    std::string shown;
+    for (std::uint32_t i = 0; i < content.content_show_count; ++i) {
+        at += get_number(shows, pos);
+        auto const font = get_number(shows, pos);
+        check(font < encodings.size() && at >= done && at <= bytes.size(), "painted::replay");
+        auto const encoding = encodings[font];
+        auto const count = get_number(shows, pos);
+        shown.clear();
+        for (std::uint32_t k = 0; k < count; ++k) {
+            auto const place = get_number(shows, pos);
+            check(place < numbers.size(), "painted::replay");
+            switch (encoding) {
+            case fonts::font_pdf_encoding::macroman_encoding:
+                shown += char(content.content_glyph_table[place].page_glyph_macroman);
+                break;
+            case fonts::font_pdf_encoding::standard_encoding:
+                shown += char(numbers[place] & 0xFF);
+                break;
+            case fonts::font_pdf_encoding::identity_encoding:
+                shown += char((numbers[place] >> 8) & 0xFF);
+                shown += char(numbers[place] & 0xFF);
+                break;
+            }
+        }
+        bulkio::output::write_all(o, bulkio::output::as_bytes(bytes.substr(done, at - done)));
+        done = at;
+        if (encoding == fonts::font_pdf_encoding::identity_encoding) {
             content::show_hex(o, shown);
         } else {
             content::show_literal(o, shown);
         }
-    });
+    }
     bulkio::output::write_all(o, bulkio::output::as_bytes(bytes.substr(done)));
 }
 

@@ -81,23 +81,31 @@ private:
         std::uint8_t key_macroman = 0;
         bool operator==(glyph_key const&) const = default;
     };
-    struct key_hash {
-        std::size_t operator()(glyph_key const& k) const noexcept {
-            return std::hash<void const*>{}(k.key_font) ^ (std::size_t(k.key_source) << 8 | k.key_macroman);
-        }
-    };
     /// A glyph painted before with no characters gets them from the first occurrence that has some.
     struct known_glyph {
         std::uint32_t known_place = 0;
         bool known_chars = false;
     };
+    /// A slot of the table of glyphs met on the page: a slot of an earlier page counts as empty.
+    struct known_slot {
+        glyph_key slot_key;
+        known_glyph slot_glyph;
+        std::uint32_t slot_page = 0;
+    };
+    /// The entry of `key` on the page being painted; `fresh` when the page had not shown it before.
+    known_glyph& known(glyph_key const& key, bool& fresh);
     recorded_content recorder_content;
     /// The operators of the page being painted; the buffer serves page after page.
     std::string recorder_bytes;
     /// The shows of the page being painted, encoded; likewise reused.
     std::string recorder_shows;
     std::uint32_t recorder_last_at = 0;
-    std::unordered_map<glyph_key, known_glyph, key_hash> recorder_known;
+    /// The glyphs the page being painted has shown, by open addressing, the table serving page after
+    /// page: every glyph of every page is looked up here, once per occurrence.
+    std::vector<known_slot> recorder_known;
+    std::size_t recorder_known_count = 0;
+    /// The page being painted, counted from 1, which marks its slots.
+    std::uint32_t recorder_page = 1;
 };
 
 /// The recorder a sink writes into, if it is one.
