@@ -75,9 +75,9 @@ measure_form form_of_parts(font_req_ref const& req,
                            std::optional<first_line_form> const& first_line,
                            line_kind kind) {
     if (kind == line_kind::first_line && first_line) {
-        return {.form_font_req = first_line->first_line_font_req, .form_style = first_line->first_line_style};
+        return {.form_font_req = first_line->first_line_font_req.get(), .form_style = first_line->first_line_style.get()};
     }
-    return {.form_font_req = req, .form_style = style};
+    return {.form_font_req = req.get(), .form_style = style.get()};
 }
 
 // Shapes a text box's text (after its style's text-transform) and sets its width.

@@ -113,10 +113,12 @@ eval_res eval_knuth(eval_env const& env,
                     knuth::knuth const& item,
                     std::span<knuth::knuth const> rest);
 
-/// The style an item is measured in on a line of this kind, and its font.
+/// The style an item is measured in on a line of this kind, and its font: borrowed from the item (or
+/// its first-line form), which owns them while it is measured; every item of every paragraph is
+/// measured through one, and taking shares of them would cost two reference counts each time.
 struct measure_form {
-    knuth::font_req_ref form_font_req;
-    knuth::style_ref form_style;
+    fonts::font_req const* form_font_req = nullptr;
+    css::style::style const* form_style = nullptr;
 };
 
 measure_form form_of(knuth::text_head const& head, knuth::line_kind kind);
