@@ -564,8 +564,11 @@ std::optional<hyphenated> try_hyphenate(eval_env const& env,
         if (!rules) {
             continue;
         }
-        auto const parts =
-            hyphenation::hyphenate(**rules, style.hyphenate_before, style.hyphenate_after, w->word_text);
+        auto const hyphenated_word =
+            env.env_hyph
+                ? hyph::hyphenate(*env.env_hyph, **rules, style.hyphenate_before, style.hyphenate_after, w->word_text)
+                : share(hyphenation::hyphenate(**rules, style.hyphenate_before, style.hyphenate_after, w->word_text));
+        auto const& parts = *hyphenated_word;
         if (parts.size() < 2) {
             continue;
         }

@@ -69,6 +69,9 @@ struct eval_env {
     log::log env_log;
     eval_knuth::shaper env_shape;
     eval_knuth::pattern_source env_patterns;
+    /// The run's hyphenation cache, whose words are hyphenated once; without it each word is
+    /// hyphenated where it is met.
+    hyph::hyph* env_hyph = nullptr;
     /// The services of the page; without them (item lists of known widths) such items keep what they
     /// hold.
     std::optional<counter_renderer> env_render_counter;

@@ -86,6 +86,8 @@ eval_knuth::eval_env env_of(page_info const& info) {
     };
     if (g.loader) {
         env.env_patterns = eval_knuth::patterns_of(g.log, *g.hyph, g.loader);
+        // The patterns come from this cache, which holds them for the run: its words can be kept by them.
+        env.env_hyph = g.hyph.get();
     }
     int const page = g.user_page_num;
     std::optional<int> const pages = pages_of(g);

@@ -109,6 +109,21 @@ TEST(hyphenation, limits_before_and_after) {
     EXPECT_EQ(hyphenated(rules_of("1a1b1\n"), "ab", 0, 0), "a-b");
 }
 
+TEST(hyphenation, the_run_cache_gives_each_word_its_parts_once) {
+    // The cache answers as the patterns do, keeps one answer per word, patterns and limits, and tells
+    // words apart that differ only in their limits or their patterns.
+    auto const rules = rules_of("a1b\nb1c\nc1d\nd1e\ne1f\n");
+    auto const other = rules_of("c1d\n");
+    hyph::hyph cache;
+    auto const first = hyph::hyphenate(cache, rules, 2, 2, u32("abcdef"));
+    EXPECT_EQ(*first, hyphenation::hyphenate(rules, 2, 2, u32("abcdef")));
+    EXPECT_EQ(hyph::hyphenate(cache, rules, 2, 2, u32("abcdef")), first) << "the same answer, shared";
+    EXPECT_EQ(*hyph::hyphenate(cache, rules, 3, 3, u32("abcdef")), hyphenation::hyphenate(rules, 3, 3, u32("abcdef")));
+    EXPECT_EQ(*hyph::hyphenate(cache, other, 2, 2, u32("abcdef")), hyphenation::hyphenate(other, 2, 2, u32("abcdef")));
+    EXPECT_EQ(*hyph::hyphenate(cache, rules, 2, 2, u32("abcde")), hyphenation::hyphenate(rules, 2, 2, u32("abcde")));
+    EXPECT_EQ(cache.hyph_words.get().size(), 4u);
+}
+
 TEST(hyphenation, even_priorities_inhibit) {
     EXPECT_EQ(hyphenated(rules_of("x1y\n"), "aaxyaa"), "aax-yaa");
     // A priority 2 at the same index beats the 1.

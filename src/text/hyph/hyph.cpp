@@ -1,6 +1,7 @@
 #include "text/hyph/hyph.hpp"
 
 #include "driver/log.hpp"
+#include "text/hyph/hyphenation.hpp"
 
 #include <algorithm>
 
@@ -24,7 +25,40 @@ std::optional<entry> lookup(hyph& cache, virtual_path::physical_path const& path
         });
 }
 
+// Past this many words the cache starts again: text that never repeats (generated data, word lists)
+// must not hold every word it hyphenated until the end.
+constexpr std::size_t most_words = 1u << 16;
+
 } // namespace
+
+std::size_t word_key_hash::operator()(word_view const& k) const noexcept {
+    return std::hash<std::u32string_view>{}(k.view_word) ^
+           (std::hash<void const*>{}(k.view_rules) * 31 + std::size_t(k.view_before) * 7 + std::size_t(k.view_after));
+}
+
+ref<std::vector<unicode::unicodes>> hyphenate(hyph& cache,
+                                              hyphen_parser::hyphen_rules const& rules,
+                                              int before,
+                                              int after,
+                                              std::u32string_view word) {
+    word_view const view{.view_rules = &rules, .view_before = before, .view_after = after, .view_word = word};
+    auto known = cache.hyph_words.update([&](hyphenated_words& words) -> ref<std::vector<unicode::unicodes>> {
+        auto const it = words.find(view);
+        return it == words.end() ? nullptr : it->second;
+    });
+    if (known) {
+        return known;
+    }
+    auto parts = share(hyphenation::hyphenate(rules, before, after, word));
+    cache.hyph_words.update([&](hyphenated_words& words) {
+        if (words.size() >= most_words) {
+            words.clear();
+        }
+        words.emplace(word_key{.key_rules = &rules, .key_before = before, .key_after = after, .key_word = std::u32string(word)},
+                      parts);
+    });
+    return parts;
+}
 
 std::optional<ref<hyphen_parser::hyphen_rules>>
 get_patterns_at(log::log const& log, hyph& cache, virtual_path::physical_path const& path) {
