@@ -605,6 +605,7 @@ placed_line place_items(std::span<pack::knuth::knuth const> items, float left, f
     }
     float const free_room = std::max(0.0f, (right - left) - natural);
     float x = left;
+    out.placed_items.reserve(items.size());
     for (std::size_t i = 0; i < items.size(); ++i) {
         auto const& item = items[i];
         bool const last = i + 1 == items.size();

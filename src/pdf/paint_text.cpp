@@ -90,6 +90,7 @@ std::vector<placed_glyph> place(std::span<fonts::grapheme const> graphemes,
                                 double letter_spacing,
                                 bool vertical) {
     std::vector<placed_glyph> out;
+    out.reserve(graphemes.size());
     double prev_start = x;
     double prev_end = x;
     double prev_size = size;
@@ -260,7 +261,13 @@ void paint_placed(content::out const& o,
                   double letter_spacing,
                   css::style::style const& style,
                   text_options const& options) {
-    fonts::font_req const req = request_of(style);
+    // The request the style makes is needed only to tell which styles a font lacks and must imitate.
+    std::optional<fonts::font_req> req;
+    if (options.artificial_fonts) {
+        req = request_of(style);
+    }
+    // The glyphs of one run, the vector serving run after run.
+    std::vector<fonts::glyph const*> run;
     std::size_t i = 0;
     // Glyphs of a reordered cluster are shown inside a span that gives their text in logical order, so
     // that copied text reads as written and not in the order the glyphs stand.
@@ -293,7 +300,7 @@ void paint_placed(content::out const& o,
         }
         // A run goes on while the glyphs keep the font and size, and each stands where the one before
         // leaves the text position: its advance plus the letter spacing.
-        std::vector<fonts::glyph const*> run{placed[i].placed};
+        run.assign(1, placed[i].placed);
         std::size_t j = i + 1;
         while (j < placed.size() && !placed[j].placed_starts_run) {
             auto const& prev = placed[j - 1];
@@ -308,9 +315,8 @@ void paint_placed(content::out const& o,
             run.push_back(next.placed);
             ++j;
         }
-        fonts::synthesis const imitate = options.artificial_fonts
-                                             ? fonts::synthesis_needed(req, placed[i].placed->glyph_font_ref)
-                                             : fonts::synthesis{};
+        fonts::synthesis const imitate =
+            req ? fonts::synthesis_needed(*req, placed[i].placed->glyph_font_ref) : fonts::synthesis{};
         show_run(o, g, cursor, run, placed[i], imitate);
         i = j;
     }
