@@ -55,7 +55,11 @@ void drop_edges(std::vector<placed_item>& items) {
         }
         drop[i] = true;
     }
-    std::vector<placed_item> kept;
+    if (std::find(drop.begin(), drop.end(), true) == drop.end()) {
+        return;
+    }
+    // The kept items close up in place.
+    std::size_t kept = 0;
     float shift = 0;
     for (std::size_t i = 0; i < items.size(); ++i) {
         if (drop[i]) {
@@ -63,9 +67,12 @@ void drop_edges(std::vector<placed_item>& items) {
             continue;
         }
         items[i].placed_x -= shift;
-        kept.push_back(std::move(items[i]));
+        if (kept != i) {
+            items[kept] = std::move(items[i]);
+        }
+        ++kept;
     }
-    items = std::move(kept);
+    items.erase(items.begin() + static_cast<std::ptrdiff_t>(kept), items.end());
 }
 
 used_text_align by_side(css::box::direction dir, bool start) {
