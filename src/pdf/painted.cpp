@@ -87,6 +87,7 @@ void decode_shows(recorded_content const& content, std::string_view shows,
         auto const font = get_number(shows, pos);
         check(font < content.content_fonts.size(), "painted::decode_shows");
         s.show_font = content.content_fonts[font];
+        s.show_font_index = font;
         s.show_glyphs.resize(get_number(shows, pos));
         for (auto& g : s.show_glyphs) {
             g = get_number(shows, pos);
@@ -208,30 +209,6 @@ void for_each_show(recorded_content const& content, std::function<void(glyph_sho
     decode_shows(content, std::string_view(all).substr(content.content_size), f);
 }
 
-std::string show_bytes(recorded_content const& content, glyph_show const& show) {
-    auto const encoding = show.show_font->used_font_encoding->get();
-    std::string out;
-    out.reserve(show.show_glyphs.size() * (encoding == fonts::font_pdf_encoding::identity_encoding ? 2 : 1));
-    for (auto const place : show.show_glyphs) {
-        auto const& g = content.content_glyph_table[place];
-        switch (encoding) {
-        case fonts::font_pdf_encoding::macroman_encoding:
-            out += char(g.page_glyph_macroman);
-            break;
-        case fonts::font_pdf_encoding::standard_encoding:
-            out += char(g.page_glyph_index->get() & 0xFF);
-            break;
-        case fonts::font_pdf_encoding::identity_encoding: {
-            int const n = g.page_glyph_index->get();
-            out += char((n >> 8) & 0xFF);
-            out += char(n & 0xFF);
-            break;
-        }
-        }
-    }
-    return out;
-}
-
 std::string operator_bytes(recorded_content const& content) {
     auto all = unpacked(content);
     all.resize(content.content_size);
@@ -258,20 +235,13 @@ void replay(recorded_content const& content, bulkio::output::output const& o) {
             numbers[k] = content.content_glyph_table[k].page_glyph_index->get();
         }
     }
-    std::size_t pos = 0;
     std::size_t done = 0;
-    std::uint32_t at = 0;
     std::string shown;
-    for (std::uint32_t i = 0; i < content.content_show_count; ++i) {
-        at += get_number(shows, pos);
-        auto const font = get_number(shows, pos);
-        check(font < encodings.size() && at >= done && at <= bytes.size(), "painted::replay");
-        auto const encoding = encodings[font];
-        auto const count = get_number(shows, pos);
+    decode_shows(content, shows, [&](glyph_show const& s) {
+        check(s.show_at >= done && s.show_at <= bytes.size(), "painted::replay");
+        auto const encoding = encodings[s.show_font_index];
         shown.clear();
-        for (std::uint32_t k = 0; k < count; ++k) {
-            auto const place = get_number(shows, pos);
-            check(place < numbers.size(), "painted::replay");
+        for (auto const place : s.show_glyphs) {
             switch (encoding) {
             case fonts::font_pdf_encoding::macroman_encoding:
                 shown += char(content.content_glyph_table[place].page_glyph_macroman);
@@ -285,14 +255,14 @@ void replay(recorded_content const& content, bulkio::output::output const& o) {
                 break;
             }
         }
-        bulkio::output::write_all(o, bulkio::output::as_bytes(bytes.substr(done, at - done)));
-        done = at;
+        bulkio::output::write_all(o, bulkio::output::as_bytes(bytes.substr(done, s.show_at - done)));
+        done = s.show_at;
         if (encoding == fonts::font_pdf_encoding::identity_encoding) {
             content::show_hex(o, shown);
         } else {
             content::show_literal(o, shown);
         }
-    }
+    });
     bulkio::output::write_all(o, bulkio::output::as_bytes(bytes.substr(done)));
 }
 

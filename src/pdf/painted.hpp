@@ -33,6 +33,8 @@ struct glyph_show {
     std::uint32_t show_at = 0;
     /// Owned by the font table, which lives for the run.
     fonts::used_font const* show_font = nullptr;
+    /// The font's place among the page's fonts.
+    std::uint32_t show_font_index = 0;
     std::vector<std::uint32_t> show_glyphs;
 };
 
@@ -116,9 +118,6 @@ std::string operator_bytes(recorded_content const& content);
 
 /// Calls `f` with each show of a recorded content, in order.
 void for_each_show(recorded_content const& content, std::function<void(glyph_show const&)> const& f);
-
-/// The bytes of a shown string in the font's encoding as it now stands.
-std::string show_bytes(recorded_content const& content, glyph_show const& show);
 
 /// Writes the content stream, the shown strings in their fonts' final encodings.
 void replay(recorded_content const& content, bulkio::output::output const& o);

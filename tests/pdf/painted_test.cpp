@@ -81,6 +81,36 @@ TEST(painted, replay_writes_what_direct_painting_writes) {
     EXPECT_EQ(c.content_size, operators.size());
 }
 
+TEST(painted, each_page_keeps_its_own_glyphs_however_many) {
+    // One recorder paints page after page: a first page of nearly two hundred distinct glyphs (its
+    // table of known glyphs grows twice), then a page of a few of them, which must list only its own.
+    font_fixture f;
+    std::u32string many;
+    for (char32_t c = U'A'; c <= U'z'; ++c) {
+        many += c;
+    }
+    for (char32_t c = 0xC0; c <= 0xFF; ++c) {
+        many += c;
+    }
+    for (char32_t c = 0x410; c <= 0x44F; ++c) {
+        many += c;
+    }
+    auto const first = para_of({{10, f.text("Serif", many)}, {20, f.text("Serif", many)}});
+    auto const second = para_of({{10, f.text("Serif", U"AbA\u0416")}});
+    recorder r;
+    content::gs g;
+    painter::paint_box(log::log{}, r.output(), g, first, {});
+    auto const one = r.take();
+    content::gs next_page;
+    painter::paint_box(log::log{}, r.output(), next_page, second, {});
+    auto const two = r.take();
+    EXPECT_GT(one.content_glyph_table.size(), 180u);
+    EXPECT_LE(one.content_glyph_table.size(), many.size());
+    EXPECT_EQ(replayed(one), direct(first));
+    EXPECT_EQ(two.content_glyph_table.size(), 3u) << "A, b and Zhe, each once";
+    EXPECT_EQ(replayed(two), direct(second));
+}
+
 TEST(painted, a_page_of_text_waits_compressed) {
     font_fixture f;
     std::vector<std::pair<float, std::vector<fonts::grapheme>>> runs;
