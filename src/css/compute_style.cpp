@@ -84,6 +84,19 @@ bool blockify(box::display& d) {
     return false;
 }
 
+// A group as computed, or the parent's or the initial one where it is equal to them: elements that
+// change nothing in a group share one record instead of each holding a copy.
+template <class T>
+ref<T> shared_group(T group, ref<T> const& parent, ref<T> const& initial) {
+    if (parent && group == *parent) {
+        return parent;
+    }
+    if (group == *initial) {
+        return initial;
+    }
+    return share(std::move(group));
+}
+
 struct computer {
     scanprops::prop_array const& a;
     style::style const& parent;
@@ -108,6 +121,23 @@ struct computer {
                               [&](value_t<X> const& v) -> T { return compute(v); },
                           },
                           *slot);
+    }
+
+    // The same for a field that holds the parent's value already if the property inherits and the
+    // initial one if not, as a style made by inherit_from does: only a declared value changes it, and
+    // nothing is copied for the others.
+    template <L X, class T, class F>
+    void set(T& field, T const& parent_value, T const& initial_value, F compute) const {
+        if (a.slot<X>() != nullptr) {
+            field = get<X>(parent_value, initial_value, compute);
+        }
+    }
+
+    template <L X, class T, class F>
+    void set_attr(T& field, T const& parent_value, T const& initial_value, F compute) const {
+        if (a.slot<X>() != nullptr) {
+            field = get_attr<X>(parent_value, initial_value, compute);
+        }
     }
 
     // The same for a value that may be attr(); an attribute without a usable value and no default
@@ -357,10 +387,10 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
     s.flow = flow;
 
     auto offset = [&](box::spec_offset const& x) { return c.alp<void>(x); };
-    s.top = c.get_attr<L::top>(parent.top, init.top, offset);
-    s.right = c.get_attr<L::right>(parent.right, init.right, offset);
-    s.bottom = c.get_attr<L::bottom>(parent.bottom, init.bottom, offset);
-    s.left = c.get_attr<L::left>(parent.left, init.left, offset);
+    c.set_attr<L::top>(s.top, parent.top, init.top, offset);
+    c.set_attr<L::right>(s.right, parent.right, init.right, offset);
+    c.set_attr<L::bottom>(s.bottom, parent.bottom, init.bottom, offset);
+    c.set_attr<L::left>(s.left, parent.left, init.left, offset);
 
     // Background: not inherited; without declarations it is the initial group itself.
     if (scanprops::any_set(props, {L::background_attachment, L::background_clip, L::background_color,
@@ -404,7 +434,7 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
                 }
                 return out;
             });
-        s.background = share(std::move(bg));
+        s.background = shared_group(std::move(bg), parent.background, init.background);
     }
 
     // Borders: not inherited; the initial group serves while nothing is declared and the colour that
@@ -470,14 +500,14 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
             pg.borders_border_top_left_radius, ig.borders_border_top_left_radius, radius);
         b.borders_border_top_right_radius = c.get<L::border_top_right_radius>(
             pg.borders_border_top_right_radius, ig.borders_border_top_right_radius, radius);
-        s.borders = share(std::move(b));
+        s.borders = shared_group(std::move(b), parent.borders, init.borders);
     }
 
     // The inherited groups: the parent's own records unless something in them is declared.
-    if (scanprops::any_set(
-            props, {L::font_family, L::font_stretch, L::font_style, L::font_weight, L::font_feature_settings,
-                    L::font_kerning, L::font_variant_caps, L::font_variant_east_asian, L::font_variant_ligatures,
-                    L::font_variant_numeric, L::font_variant_position})) {
+    if (scanprops::any_set(props, {L::font_family, L::font_stretch, L::font_style, L::font_weight,
+                                   L::font_feature_settings, L::font_kerning, L::font_variant_caps,
+                                   L::font_variant_east_asian, L::font_variant_ligatures,
+                                   L::font_variant_numeric, L::font_variant_position})) {
         auto const& pg = *parent.font_props;
         auto const& ig = *init.font_props;
         fonts::font_props f;
@@ -493,7 +523,8 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
         ff.features_caps = c.get<L::font_variant_caps>(pf.features_caps, inf.features_caps, identity);
         ff.features_ligatures =
             c.get<L::font_variant_ligatures>(pf.features_ligatures, inf.features_ligatures, identity);
-        ff.features_numeric = c.get<L::font_variant_numeric>(pf.features_numeric, inf.features_numeric, identity);
+        ff.features_numeric =
+            c.get<L::font_variant_numeric>(pf.features_numeric, inf.features_numeric, identity);
         ff.features_position =
             c.get<L::font_variant_position>(pf.features_position, inf.features_position, identity);
         ff.features_east_asian =
@@ -527,7 +558,7 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
                                   },
                                   w);
             });
-        s.font_props = share(std::move(f));
+        s.font_props = shared_group(std::move(f), parent.font_props, init.font_props);
     }
 
     if (scanprops::any_set(props,
@@ -553,12 +584,13 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
             c.get<L::text_transform>(pg.text_props_text_transform, ig.text_props_text_transform, identity);
         t.text_props_word_break =
             c.get<L::word_break>(pg.text_props_word_break, ig.text_props_word_break, identity);
-        s.text = share(std::move(t));
+        s.text = shared_group(std::move(t), parent.text, init.text);
     }
 
-    if (scanprops::any_set(props, {L::border_collapse, L::caption_page, L::caption_side, L::direction, L::quotes,
-                                   L::empty_cells, L::line_stacking_strategy, L::vellum_image_magic,
-                                   L::vellum_linebreak_magic, L::visibility, L::white_space})) {
+    if (scanprops::any_set(props,
+                           {L::border_collapse, L::caption_page, L::caption_side, L::direction, L::quotes,
+                            L::empty_cells, L::line_stacking_strategy, L::vellum_image_magic,
+                            L::vellum_linebreak_magic, L::visibility, L::white_space})) {
         auto const& pg = *parent.rare_props;
         auto const& ig = *init.rare_props;
         style::rare_props r;
@@ -583,7 +615,7 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
             c.get<L::visibility>(pg.rare_props_visibility, ig.rare_props_visibility, identity);
         r.rare_props_white_space =
             c.get<L::white_space>(pg.rare_props_white_space, ig.rare_props_white_space, identity);
-        s.rare_props = share(std::move(r));
+        s.rare_props = shared_group(std::move(r), parent.rare_props, init.rare_props);
     }
 
     if (scanprops::any_set(props,
@@ -631,7 +663,7 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
             c.get<L::marker_end>(pg.svgstyle_marker_end, ig.svgstyle_marker_end, identity);
         g.svgstyle_text_anchor =
             c.get<L::text_anchor>(pg.svgstyle_text_anchor, ig.svgstyle_text_anchor, identity);
-        s.svgstyle = share(std::move(g));
+        s.svgstyle = shared_group(std::move(g), parent.svgstyle, init.svgstyle);
     }
 
     // The packed enumerations.
@@ -670,44 +702,13 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
                           },
                           x);
     };
-    s.background_image_resolution = c.get<L::background_image_resolution>(
-        parent.background_image_resolution, init.background_image_resolution, identity);
-    s.box_sizing = c.get<L::box_sizing>(parent.box_sizing, init.box_sizing, identity);
-    s.bookmark_label = c.get<L::bookmark_label>(parent.bookmark_label, init.bookmark_label, identity);
-    s.bookmark_level = c.get<L::bookmark_level>(parent.bookmark_level, init.bookmark_level, identity);
-    s.bookmark_state = c.get<L::bookmark_state>(parent.bookmark_state, init.bookmark_state, identity);
-    s.bookmark_target = c.get<L::bookmark_target>(parent.bookmark_target, init.bookmark_target, identity);
-    s.box_decoration_break =
-        c.get<L::box_decoration_break>(parent.box_decoration_break, init.box_decoration_break, identity);
-    s.border_clip =
-        c.get<L::border_clip>(parent.border_clip, init.border_clip, [&](box::spec_border_clip const& x) {
-            if (!x) {
-                return box::border_clip{};
-            }
-            return box::border_clip{{c.pts((*x)[0]), c.pts((*x)[1]), c.pts((*x)[2]), c.pts((*x)[3])}};
-        });
-    s.border_spacing = c.get_attr<L::border_spacing>(
-        parent.border_spacing, init.border_spacing, [&](box::spec_cellspacing const& x) {
-            return box::cellspacing{c.pts(x.cellspacing_h), c.pts(x.cellspacing_v)};
-        });
-    s.clip = c.get<L::clip>(parent.clip, init.clip, [&](box::spec_clip const& x) {
-        return std::visit(overloaded{
-                              [](box::auto_value const& a) -> box::clip { return a; },
-                              [&](box::clip_rect<units::length> const& r) -> box::clip {
-                                  box::clip_rect<float> out;
-                                  for (std::size_t i = 0; i < 4; ++i) {
-                                      if (r.clip_sides[i]) {
-                                          out.clip_sides[i] = c.pts(*r.clip_sides[i]);
-                                      }
-                                  }
-                                  return out;
-                              },
-                          },
-                          x);
-    });
-    s.table_column_span =
-        c.get_attr<L::table_column_span>(parent.table_column_span, init.table_column_span, identity);
-    s.column_count = c.get<L::column_count>(parent.column_count, init.column_count, identity);
+    c.set<L::background_image_resolution>(s.background_image_resolution, parent.background_image_resolution,
+                                          init.background_image_resolution, identity);
+    c.set<L::box_sizing>(s.box_sizing, parent.box_sizing, init.box_sizing, identity);
+    c.set_attr<L::border_spacing>(s.border_spacing, parent.border_spacing, init.border_spacing,
+                                  [&](box::spec_cellspacing const& x) {
+                                      return box::cellspacing{c.pts(x.cellspacing_h), c.pts(x.cellspacing_v)};
+                                  });
     // column-gap's initial value is 1em of this element.
     s.column_gap = c.get<L::column_gap>(parent.column_gap, s.font_size, [&](box::spec_spacing const& x) {
         return std::visit(overloaded{
@@ -716,48 +717,22 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
                           },
                           x);
     });
-    s.column_rule_color = c.get_attr<L::column_rule_color>(parent.column_rule_color, s.color, colour);
-    s.column_rule_style =
-        c.get<L::column_rule_style>(parent.column_rule_style, init.column_rule_style, identity);
-    {
-        float const w = c.get<L::column_rule_width>(
-            parent.column_rule_width, border_keyword_width(box::border_keyword::medium),
-            [&](box::spec_border_width const& x) { return c.border_width(x); });
-        bool const hidden =
-            s.column_rule_style == box::line_style::none || s.column_rule_style == box::line_style::hidden;
-        s.column_rule_width = hidden ? 0.0f : w;
-    }
-    s.column_span = c.get<L::column_span>(parent.column_span, init.column_span, identity);
-    s.column_fill = c.get<L::column_fill>(parent.column_fill, init.column_fill, identity);
-    s.column_width =
-        c.get<L::column_width>(parent.column_width, init.column_width, [&](box::spec_column_width const& x) {
-            return std::visit(overloaded{
-                                  [](box::auto_value const& a) -> box::column_width { return a; },
-                                  [&](units::length const& l) -> box::column_width { return c.pts(l); },
-                              },
-                              x);
-        });
-    s.content = c.get<L::content>(parent.content, init.content, identity);
-    s.counter_increment =
-        c.get<L::counter_increment>(parent.counter_increment, init.counter_increment,
-                                    [&](box::spec_counters const& x) { return c.counters(x, 1); });
-    s.counter_reset = c.get<L::counter_reset>(parent.counter_reset, init.counter_reset,
-                                              [&](box::spec_counters const& x) { return c.counters(x, 0); });
-    s.footnote_style_position = c.get<L::footnote_style_position>(parent.footnote_style_position,
-                                                                  init.footnote_style_position, identity);
-    s.height = c.get_attr<L::height>(parent.height, init.height, width);
-    s.hyphens = c.get<L::hyphens>(parent.hyphens, init.hyphens, identity);
-    s.hyphenate_after = c.get<L::hyphenate_after>(parent.hyphenate_after, init.hyphenate_after, identity);
-    s.hyphenate_before = c.get<L::hyphenate_before>(parent.hyphenate_before, init.hyphenate_before, identity);
-    s.hyphenate_lines = c.get<L::hyphenate_lines>(parent.hyphenate_lines, init.hyphenate_lines, identity);
-    s.hyphenate_patterns =
-        c.get<L::hyphenate_patterns>(parent.hyphenate_patterns, init.hyphenate_patterns, identity);
-    s.image_resolution = c.get<L::image_resolution>(parent.image_resolution, init.image_resolution, identity);
-    s.vellum_lang = c.get_attr<L::vellum_lang>(parent.vellum_lang, init.vellum_lang, identity);
-    s.letter_spacing = c.get<L::letter_spacing>(parent.letter_spacing, init.letter_spacing, spacing);
-    s.word_spacing = c.get<L::word_spacing>(parent.word_spacing, init.word_spacing, spacing);
-    s.line_height =
-        c.get<L::line_height>(parent.line_height, init.line_height, [&](fonts::spec_line_height const& x) {
+    c.set<L::content>(s.content, parent.content, init.content, identity);
+    c.set<L::footnote_style_position>(s.footnote_style_position, parent.footnote_style_position,
+                                      init.footnote_style_position, identity);
+    c.set_attr<L::height>(s.height, parent.height, init.height, width);
+    c.set<L::hyphens>(s.hyphens, parent.hyphens, init.hyphens, identity);
+    c.set<L::hyphenate_after>(s.hyphenate_after, parent.hyphenate_after, init.hyphenate_after, identity);
+    c.set<L::hyphenate_before>(s.hyphenate_before, parent.hyphenate_before, init.hyphenate_before, identity);
+    c.set<L::hyphenate_lines>(s.hyphenate_lines, parent.hyphenate_lines, init.hyphenate_lines, identity);
+    c.set<L::hyphenate_patterns>(s.hyphenate_patterns, parent.hyphenate_patterns, init.hyphenate_patterns,
+                                 identity);
+    c.set<L::image_resolution>(s.image_resolution, parent.image_resolution, init.image_resolution, identity);
+    c.set_attr<L::vellum_lang>(s.vellum_lang, parent.vellum_lang, init.vellum_lang, identity);
+    c.set<L::letter_spacing>(s.letter_spacing, parent.letter_spacing, init.letter_spacing, spacing);
+    c.set<L::word_spacing>(s.word_spacing, parent.word_spacing, init.word_spacing, spacing);
+    c.set<L::line_height>(
+        s.line_height, parent.line_height, init.line_height, [&](fonts::spec_line_height const& x) {
             return std::visit(overloaded{
                                   [](fonts::line_height_normal const& n) -> fonts::line_height { return n; },
                                   [](fonts::line_height_none const& n) -> fonts::line_height { return n; },
@@ -766,89 +741,36 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
                               },
                               x);
         });
-    s.link = c.get<L::link>(parent.link, init.link, [&](semantics::spec_link_type const& x) {
+    c.set<L::link>(s.link, parent.link, init.link, [&](semantics::spec_link_type const& x) {
         return c.resolve<L::link>(x).value_or(semantics::link_none{});
     });
-    s.list_style_image = c.get<L::list_style_image>(parent.list_style_image, init.list_style_image, identity);
-    s.list_style_position =
-        c.get<L::list_style_position>(parent.list_style_position, init.list_style_position, identity);
-    s.list_style_type = c.get<L::list_style_type>(parent.list_style_type, init.list_style_type, identity);
-    s.margin_bottom = c.get_attr<L::margin_bottom>(parent.margin_bottom, init.margin_bottom, width);
-    s.margin_inside = c.get_attr<L::margin_inside>(parent.margin_inside, init.margin_inside, width);
-    s.margin_left = c.get_attr<L::margin_left>(parent.margin_left, init.margin_left, width);
-    s.margin_outside = c.get_attr<L::margin_outside>(parent.margin_outside, init.margin_outside, width);
-    s.margin_right = c.get_attr<L::margin_right>(parent.margin_right, init.margin_right, width);
-    s.margin_top = c.get_attr<L::margin_top>(parent.margin_top, init.margin_top, width);
-    s.max_height = c.get_attr<L::max_height>(parent.max_height, init.max_height, maxw);
-    s.max_width = c.get_attr<L::max_width>(parent.max_width, init.max_width, maxw);
-    s.min_height = c.get_attr<L::min_height>(parent.min_height, init.min_height, pad);
-    s.min_width = c.get_attr<L::min_width>(parent.min_width, init.min_width, pad);
-    s.object_fit = c.get<L::object_fit>(parent.object_fit, init.object_fit, identity);
-    s.object_position = c.get<L::object_position>(
-        parent.object_position, init.object_position,
-        [&](box::spec_bg_position const& p) { return box::bg_position{c.lp(p.bg_position_x), c.lp(p.bg_position_y)}; });
-    s.opacity = c.get<L::opacity>(parent.opacity, init.opacity, identity);
-    s.orphans = c.get<L::orphans>(parent.orphans, init.orphans, identity);
-    s.widows = c.get<L::widows>(parent.widows, init.widows, identity);
-    s.overflow = c.get<L::overflow>(parent.overflow, init.overflow, identity);
-    s.padding_bottom = c.get_attr<L::padding_bottom>(parent.padding_bottom, init.padding_bottom, pad);
-    s.padding_left = c.get_attr<L::padding_left>(parent.padding_left, init.padding_left, pad);
-    s.padding_right = c.get_attr<L::padding_right>(parent.padding_right, init.padding_right, pad);
-    s.padding_top = c.get_attr<L::padding_top>(parent.padding_top, init.padding_top, pad);
-    s.page_group = c.get<L::page_group>(parent.page_group, init.page_group, identity);
-    s.page = c.get<L::page>(parent.page, init.page, identity);
-    s.vellum_footnote_policy = c.get<L::vellum_footnote_policy>(parent.vellum_footnote_policy,
-                                                                init.vellum_footnote_policy, identity);
-    s.vellum_pdf_destination = c.get<L::vellum_pdf_destination>(parent.vellum_pdf_destination,
-                                                                init.vellum_pdf_destination, identity);
-    s.vellum_pdf_link_type =
-        c.get<L::vellum_pdf_link_type>(parent.vellum_pdf_link_type, init.vellum_pdf_link_type, identity);
-    s.table_row_span = c.get_attr<L::table_row_span>(parent.table_row_span, init.table_row_span, identity);
-    s.string_set = c.get<L::string_set>(parent.string_set, init.string_set, identity);
-    s.clip_path = c.get<L::clip_path>(parent.clip_path, init.clip_path, identity);
-    s.stop_color = c.get_attr<L::stop_color>(parent.stop_color, init.stop_color, colour);
-    s.stop_opacity = c.get<L::stop_opacity>(parent.stop_opacity, init.stop_opacity, identity);
-    s.table_baseline = c.get<L::table_baseline>(parent.table_baseline, init.table_baseline, identity);
-    s.table_layout = c.get<L::table_layout>(parent.table_layout, init.table_layout, identity);
-    s.text_line_through_color =
-        c.get_attr<L::text_line_through_color>(parent.text_line_through_color, s.color, colour);
-    s.text_overline_color = c.get_attr<L::text_overline_color>(parent.text_overline_color, s.color, colour);
-    s.text_underline_color =
-        c.get_attr<L::text_underline_color>(parent.text_underline_color, s.color, colour);
-    s.text_line_through_style = c.get<L::text_line_through_style>(parent.text_line_through_style,
-                                                                  init.text_line_through_style, identity);
-    s.text_overline_style =
-        c.get<L::text_overline_style>(parent.text_overline_style, init.text_overline_style, identity);
-    s.text_underline_style =
-        c.get<L::text_underline_style>(parent.text_underline_style, init.text_underline_style, identity);
-    s.text_overflow = c.get<L::text_overflow>(parent.text_overflow, init.text_overflow, identity);
-    s.transform = c.get<L::transform>(parent.transform, init.transform, [&](box::spec_transform const& ops) {
-        using lpf = box::length_or_percent<float>;
-        box::transform out;
-        for (auto const& op : ops) {
-            out.push_back(std::visit(
-                overloaded{
-                    [](box::transform_matrix<units::length_percent> const& m) -> box::transform_op<lpf> {
-                        return box::transform_matrix<lpf>{m.matrix_values};
-                    },
-                    [&](box::transform_translate<units::length_percent> const& t) -> box::transform_op<lpf> {
-                        return box::transform_translate<lpf>{c.lp(t.translate_x), c.lp(t.translate_y)};
-                    },
-                    [](box::transform_scale const& x) -> box::transform_op<lpf> { return x; },
-                    [](box::transform_rotate const& x) -> box::transform_op<lpf> { return x; },
-                    [](box::transform_skew const& x) -> box::transform_op<lpf> { return x; },
-                },
-                op));
-        }
-        return out;
-    });
-    s.transform_origin = c.get<L::transform_origin>(
-        parent.transform_origin, init.transform_origin, [&](box::spec_transform_origin const& o) {
-            return box::transform_origin{c.lp(o.origin_x), c.lp(o.origin_y)};
-        });
-    s.unicode_bidi = c.get<L::unicode_bidi>(parent.unicode_bidi, init.unicode_bidi, identity);
-    s.vertical_align = c.get<L::vertical_align>(
-        parent.vertical_align, init.vertical_align, [&](box::spec_vertical_align const& v) {
+    c.set<L::list_style_image>(s.list_style_image, parent.list_style_image, init.list_style_image, identity);
+    c.set<L::list_style_position>(s.list_style_position, parent.list_style_position, init.list_style_position,
+                                  identity);
+    c.set<L::list_style_type>(s.list_style_type, parent.list_style_type, init.list_style_type, identity);
+    c.set_attr<L::margin_bottom>(s.margin_bottom, parent.margin_bottom, init.margin_bottom, width);
+    c.set_attr<L::margin_inside>(s.margin_inside, parent.margin_inside, init.margin_inside, width);
+    c.set_attr<L::margin_left>(s.margin_left, parent.margin_left, init.margin_left, width);
+    c.set_attr<L::margin_outside>(s.margin_outside, parent.margin_outside, init.margin_outside, width);
+    c.set_attr<L::margin_right>(s.margin_right, parent.margin_right, init.margin_right, width);
+    c.set_attr<L::margin_top>(s.margin_top, parent.margin_top, init.margin_top, width);
+    c.set_attr<L::max_height>(s.max_height, parent.max_height, init.max_height, maxw);
+    c.set_attr<L::max_width>(s.max_width, parent.max_width, init.max_width, maxw);
+    c.set_attr<L::min_height>(s.min_height, parent.min_height, init.min_height, pad);
+    c.set_attr<L::min_width>(s.min_width, parent.min_width, init.min_width, pad);
+    c.set<L::orphans>(s.orphans, parent.orphans, init.orphans, identity);
+    c.set<L::widows>(s.widows, parent.widows, init.widows, identity);
+    c.set<L::overflow>(s.overflow, parent.overflow, init.overflow, identity);
+    c.set_attr<L::padding_bottom>(s.padding_bottom, parent.padding_bottom, init.padding_bottom, pad);
+    c.set_attr<L::padding_left>(s.padding_left, parent.padding_left, init.padding_left, pad);
+    c.set_attr<L::padding_right>(s.padding_right, parent.padding_right, init.padding_right, pad);
+    c.set_attr<L::padding_top>(s.padding_top, parent.padding_top, init.padding_top, pad);
+    c.set<L::page>(s.page, parent.page, init.page, identity);
+    c.set<L::vellum_footnote_policy>(s.vellum_footnote_policy, parent.vellum_footnote_policy,
+                                     init.vellum_footnote_policy, identity);
+    c.set<L::table_layout>(s.table_layout, parent.table_layout, init.table_layout, identity);
+    c.set<L::vertical_align>(
+        s.vertical_align, parent.vertical_align, init.vertical_align, [&](box::spec_vertical_align const& v) {
             // A percentage is of this element's own line height; "normal" counts as 1.2 times the font size.
             float const line = std::visit(
                 overloaded{
@@ -867,9 +789,183 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
                               },
                               v);
         });
-    s.width = c.get_attr<L::width>(parent.width, init.width, width);
-    s.writing_mode = c.get<L::writing_mode>(parent.writing_mode, init.writing_mode, identity);
-    s.z_index = c.get<L::z_index>(parent.z_index, init.z_index, identity);
+    c.set_attr<L::width>(s.width, parent.width, init.width, width);
+    c.set<L::writing_mode>(s.writing_mode, parent.writing_mode, init.writing_mode, identity);
+    // The rare box values: not inherited; without declarations the initial group serves.
+    if (scanprops::any_set(props, {L::bookmark_label,
+                                   L::bookmark_level,
+                                   L::bookmark_state,
+                                   L::bookmark_target,
+                                   L::box_decoration_break,
+                                   L::border_clip,
+                                   L::clip,
+                                   L::table_column_span,
+                                   L::column_count,
+                                   L::column_rule_color,
+                                   L::column_rule_style,
+                                   L::column_rule_width,
+                                   L::column_span,
+                                   L::column_fill,
+                                   L::column_width,
+                                   L::counter_increment,
+                                   L::counter_reset,
+                                   L::object_fit,
+                                   L::object_position,
+                                   L::opacity,
+                                   L::page_group,
+                                   L::vellum_pdf_destination,
+                                   L::vellum_pdf_link_type,
+                                   L::table_row_span,
+                                   L::string_set,
+                                   L::clip_path,
+                                   L::stop_color,
+                                   L::stop_opacity,
+                                   L::table_baseline,
+                                   L::text_line_through_color,
+                                   L::text_overline_color,
+                                   L::text_underline_color,
+                                   L::text_line_through_style,
+                                   L::text_overline_style,
+                                   L::text_underline_style,
+                                   L::text_overflow,
+                                   L::transform,
+                                   L::transform_origin,
+                                   L::unicode_bidi,
+                                   L::z_index})) {
+        auto const& pg = *parent.rare_box;
+        auto const& ig = *init.rare_box;
+        style::rare_box_props r;
+        r.bookmark_label = c.get<L::bookmark_label>(pg.bookmark_label, ig.bookmark_label, identity);
+        r.bookmark_level = c.get<L::bookmark_level>(pg.bookmark_level, ig.bookmark_level, identity);
+        r.bookmark_state = c.get<L::bookmark_state>(pg.bookmark_state, ig.bookmark_state, identity);
+        r.bookmark_target = c.get<L::bookmark_target>(pg.bookmark_target, ig.bookmark_target, identity);
+        r.box_decoration_break =
+            c.get<L::box_decoration_break>(pg.box_decoration_break, ig.box_decoration_break, identity);
+        r.border_clip =
+            c.get<L::border_clip>(pg.border_clip, ig.border_clip, [&](box::spec_border_clip const& x) {
+                if (!x) {
+                    return box::border_clip{};
+                }
+                return box::border_clip{{c.pts((*x)[0]), c.pts((*x)[1]), c.pts((*x)[2]), c.pts((*x)[3])}};
+            });
+        r.clip = c.get<L::clip>(pg.clip, ig.clip, [&](box::spec_clip const& x) {
+            return std::visit(overloaded{
+                                  [](box::auto_value const& a) -> box::clip { return a; },
+                                  [&](box::clip_rect<units::length> const& r) -> box::clip {
+                                      box::clip_rect<float> out;
+                                      for (std::size_t i = 0; i < 4; ++i) {
+                                          if (r.clip_sides[i]) {
+                                              out.clip_sides[i] = c.pts(*r.clip_sides[i]);
+                                          }
+                                      }
+                                      return out;
+                                  },
+                              },
+                              x);
+        });
+        r.table_column_span =
+            c.get_attr<L::table_column_span>(pg.table_column_span, ig.table_column_span, identity);
+        r.column_count = c.get<L::column_count>(pg.column_count, ig.column_count, identity);
+        r.column_rule_style =
+            c.get<L::column_rule_style>(pg.column_rule_style, ig.column_rule_style, identity);
+        {
+            float const w = c.get<L::column_rule_width>(
+                pg.column_rule_width, border_keyword_width(box::border_keyword::medium),
+                [&](box::spec_border_width const& x) { return c.border_width(x); });
+            bool const hidden = r.column_rule_style == box::line_style::none ||
+                                r.column_rule_style == box::line_style::hidden;
+            r.column_rule_width = hidden ? 0.0f : w;
+        }
+        r.column_span = c.get<L::column_span>(pg.column_span, ig.column_span, identity);
+        r.column_fill = c.get<L::column_fill>(pg.column_fill, ig.column_fill, identity);
+        r.column_width =
+            c.get<L::column_width>(pg.column_width, ig.column_width, [&](box::spec_column_width const& x) {
+                return std::visit(overloaded{
+                                      [](box::auto_value const& a) -> box::column_width { return a; },
+                                      [&](units::length const& l) -> box::column_width { return c.pts(l); },
+                                  },
+                                  x);
+            });
+        r.counter_increment =
+            c.get<L::counter_increment>(pg.counter_increment, ig.counter_increment,
+                                        [&](box::spec_counters const& x) { return c.counters(x, 1); });
+        r.counter_reset =
+            c.get<L::counter_reset>(pg.counter_reset, ig.counter_reset,
+                                    [&](box::spec_counters const& x) { return c.counters(x, 0); });
+        r.object_fit = c.get<L::object_fit>(pg.object_fit, ig.object_fit, identity);
+        r.object_position = c.get<L::object_position>(
+            pg.object_position, ig.object_position, [&](box::spec_bg_position const& p) {
+                return box::bg_position{c.lp(p.bg_position_x), c.lp(p.bg_position_y)};
+            });
+        r.opacity = c.get<L::opacity>(pg.opacity, ig.opacity, identity);
+        r.page_group = c.get<L::page_group>(pg.page_group, ig.page_group, identity);
+        r.vellum_pdf_destination =
+            c.get<L::vellum_pdf_destination>(pg.vellum_pdf_destination, ig.vellum_pdf_destination, identity);
+        r.vellum_pdf_link_type =
+            c.get<L::vellum_pdf_link_type>(pg.vellum_pdf_link_type, ig.vellum_pdf_link_type, identity);
+        r.table_row_span = c.get_attr<L::table_row_span>(pg.table_row_span, ig.table_row_span, identity);
+        r.string_set = c.get<L::string_set>(pg.string_set, ig.string_set, identity);
+        r.clip_path = c.get<L::clip_path>(pg.clip_path, ig.clip_path, identity);
+        r.stop_color = c.get_attr<L::stop_color>(pg.stop_color, ig.stop_color, colour);
+        r.stop_opacity = c.get<L::stop_opacity>(pg.stop_opacity, ig.stop_opacity, identity);
+        r.table_baseline = c.get<L::table_baseline>(pg.table_baseline, ig.table_baseline, identity);
+        r.text_line_through_style = c.get<L::text_line_through_style>(pg.text_line_through_style,
+                                                                      ig.text_line_through_style, identity);
+        r.text_overline_style =
+            c.get<L::text_overline_style>(pg.text_overline_style, ig.text_overline_style, identity);
+        r.text_underline_style =
+            c.get<L::text_underline_style>(pg.text_underline_style, ig.text_underline_style, identity);
+        r.text_overflow = c.get<L::text_overflow>(pg.text_overflow, ig.text_overflow, identity);
+        r.transform = c.get<L::transform>(pg.transform, ig.transform, [&](box::spec_transform const& ops) {
+            using lpf = box::length_or_percent<float>;
+            box::transform out;
+            for (auto const& op : ops) {
+                out.push_back(std::visit(
+                    overloaded{
+                        [](box::transform_matrix<units::length_percent> const& m) -> box::transform_op<lpf> {
+                            return box::transform_matrix<lpf>{m.matrix_values};
+                        },
+                        [&](box::transform_translate<units::length_percent> const& t)
+                            -> box::transform_op<lpf> {
+                            return box::transform_translate<lpf>{c.lp(t.translate_x), c.lp(t.translate_y)};
+                        },
+                        [](box::transform_scale const& x) -> box::transform_op<lpf> { return x; },
+                        [](box::transform_rotate const& x) -> box::transform_op<lpf> { return x; },
+                        [](box::transform_skew const& x) -> box::transform_op<lpf> { return x; },
+                    },
+                    op));
+            }
+            return out;
+        });
+        r.transform_origin = c.get<L::transform_origin>(
+            pg.transform_origin, ig.transform_origin, [&](box::spec_transform_origin const& o) {
+                return box::transform_origin{c.lp(o.origin_x), c.lp(o.origin_y)};
+            });
+        r.unicode_bidi = c.get<L::unicode_bidi>(pg.unicode_bidi, ig.unicode_bidi, identity);
+        r.z_index = c.get<L::z_index>(pg.z_index, ig.z_index, identity);
+        // The colours whose initial value is currentColor stay empty for it; "inherit" takes the
+        // parent's as it was used.
+        auto own = [&](color::spec_color const& x) -> std::optional<color::color> { return c.col(x); };
+        auto const colour_of = [&](std::optional<color::color> const& x) -> std::optional<color::color> {
+            return style::color_or_current(x, parent);
+        };
+        r.column_rule_color =
+            c.get_attr<L::column_rule_color>(colour_of(pg.column_rule_color), ig.column_rule_color, own);
+        r.text_line_through_color = c.get_attr<L::text_line_through_color>(
+            colour_of(pg.text_line_through_color), ig.text_line_through_color, own);
+        r.text_overline_color = c.get_attr<L::text_overline_color>(colour_of(pg.text_overline_color),
+                                                                   ig.text_overline_color, own);
+        r.text_underline_color = c.get_attr<L::text_underline_color>(colour_of(pg.text_underline_color),
+                                                                     ig.text_underline_color, own);
+        // A colour that is the element's own is kept as currentColor, so that one value has one form.
+        for (auto* x : {&r.column_rule_color, &r.text_line_through_color, &r.text_overline_color,
+                        &r.text_underline_color}) {
+            if (*x == s.color) {
+                x->reset();
+            }
+        }
+        s.rare_box = shared_group(std::move(r), parent.rare_box, init.rare_box);
+    }
 
     // The language: this element's xml:lang or lang, else the parent's.
     if (auto const* el = std::get_if<element_context>(&context)) {

@@ -29,22 +29,15 @@ bool style::operator==(style const& other) const {
     // The shared groups compare by content: two styles computed apart are equal when their values are.
     if (!same_group(svgstyle, other.svgstyle) || !same_group(background, other.background) ||
         !same_group(borders, other.borders) || !same_group(font_props, other.font_props) ||
-        !same_group(text, other.text) || !same_group(rare_props, other.rare_props)) {
+        !same_group(text, other.text) || !same_group(rare_props, other.rare_props) ||
+        !same_group(rare_box, other.rare_box)) {
         return false;
     }
     style const& a = *this;
     style const& b = other;
     return a.background_image_resolution == b.background_image_resolution && a.box_sizing == b.box_sizing &&
-           a.bit_props == b.bit_props && a.bookmark_label == b.bookmark_label &&
-           a.bookmark_level == b.bookmark_level && a.bookmark_state == b.bookmark_state &&
-           a.bookmark_target == b.bookmark_target && a.box_decoration_break == b.box_decoration_break &&
-           a.border_clip == b.border_clip && a.border_spacing == b.border_spacing && a.bottom == b.bottom &&
-           a.clip == b.clip && a.color == b.color && a.table_column_span == b.table_column_span &&
-           a.column_count == b.column_count && a.column_gap == b.column_gap &&
-           a.column_rule_color == b.column_rule_color && a.column_rule_style == b.column_rule_style &&
-           a.column_rule_width == b.column_rule_width && a.column_span == b.column_span &&
-           a.column_fill == b.column_fill && a.column_width == b.column_width && a.content == b.content &&
-           a.counter_increment == b.counter_increment && a.counter_reset == b.counter_reset &&
+           a.bit_props == b.bit_props && a.border_spacing == b.border_spacing && a.bottom == b.bottom &&
+           a.color == b.color && a.column_gap == b.column_gap && a.content == b.content &&
            a.float_ == b.float_ && a.flow == b.flow && a.font_size == b.font_size &&
            a.footnote_style_position == b.footnote_style_position && a.height == b.height &&
            a.hyphens == b.hyphens && a.hyphenate_after == b.hyphenate_after &&
@@ -58,26 +51,17 @@ bool style::operator==(style const& other) const {
            a.margin_left == b.margin_left && a.margin_outside == b.margin_outside &&
            a.margin_right == b.margin_right && a.margin_top == b.margin_top && a.max_height == b.max_height &&
            a.max_width == b.max_width && a.min_height == b.min_height && a.min_width == b.min_width &&
-           a.object_fit == b.object_fit && a.object_position == b.object_position &&
-           a.opacity == b.opacity && a.orphans == b.orphans && a.widows == b.widows &&
-           a.overflow == b.overflow && a.padding_bottom == b.padding_bottom &&
-           a.padding_left == b.padding_left && a.padding_right == b.padding_right &&
-           a.padding_top == b.padding_top && a.page_group == b.page_group && a.page == b.page &&
-           a.vellum_footnote_policy == b.vellum_footnote_policy &&
-           a.vellum_pdf_destination == b.vellum_pdf_destination &&
-           a.vellum_pdf_link_type == b.vellum_pdf_link_type && a.right == b.right &&
-           a.table_row_span == b.table_row_span && a.string_set == b.string_set &&
-           a.clip_path == b.clip_path && a.stop_color == b.stop_color && a.stop_opacity == b.stop_opacity &&
-           a.table_baseline == b.table_baseline && a.table_layout == b.table_layout &&
-           a.text_line_through_color == b.text_line_through_color &&
-           a.text_overline_color == b.text_overline_color &&
-           a.text_underline_color == b.text_underline_color &&
-           a.text_line_through_style == b.text_line_through_style &&
-           a.text_overline_style == b.text_overline_style &&
-           a.text_underline_style == b.text_underline_style && a.text_overflow == b.text_overflow &&
-           a.top == b.top && a.transform == b.transform && a.transform_origin == b.transform_origin &&
-           a.unicode_bidi == b.unicode_bidi && a.vertical_align == b.vertical_align && a.width == b.width &&
-           a.writing_mode == b.writing_mode && a.z_index == b.z_index;
+           a.orphans == b.orphans && a.widows == b.widows && a.overflow == b.overflow &&
+           a.padding_bottom == b.padding_bottom && a.padding_left == b.padding_left &&
+           a.padding_right == b.padding_right && a.padding_top == b.padding_top && a.page == b.page &&
+           a.vellum_footnote_policy == b.vellum_footnote_policy && a.right == b.right &&
+           a.table_layout == b.table_layout && a.top == b.top && a.vertical_align == b.vertical_align &&
+           a.width == b.width && a.writing_mode == b.writing_mode;
+}
+
+ref<rare_box_props> const& initial_rare_box() {
+    static ref<rare_box_props> const initial = share(rare_box_props{});
+    return initial;
 }
 
 ref<style> initial_style() {
@@ -118,9 +102,16 @@ style inherit_from(style const& parent) {
     s.widows = parent.widows;
     s.page = parent.page;
     s.vellum_footnote_policy = parent.vellum_footnote_policy;
+    s.writing_mode = parent.writing_mode;
     // column-gap's initial 1em follows the font size the child inherits.
     s.column_gap = s.font_size;
     return s;
+}
+
+rare_box_props& own_rare_box(style& s) {
+    auto copy = std::make_shared<rare_box_props>(*s.rare_box);
+    s.rare_box = copy;
+    return *copy;
 }
 
 } // namespace vellum::css::style

@@ -49,6 +49,59 @@ struct bit_props {
     bool operator==(bit_props const&) const = default;
 };
 
+/// Values that don't inherit and that few elements set: bookmarks, columns, counters, decorations,
+/// transforms, table spans and the like. A style that sets none of them shares the initial group.
+struct rare_box_props {
+    property::content_terms bookmark_label = box::none_value{};
+    box::bookmark_level bookmark_level = box::none_value{};
+    box::bookmark_state bookmark_state = box::bookmark_state::open;
+    property::content_terms bookmark_target = box::none_value{};
+    box::box_decoration_break box_decoration_break = box::box_decoration_break::clone;
+    box::border_clip border_clip;
+    box::clip clip = box::auto_value{};
+    int table_column_span = 1;
+    box::column_count column_count = box::auto_value{};
+    /// Empty for currentColor: the colour of the element itself.
+    std::optional<color::color> column_rule_color;
+    box::line_style column_rule_style = box::line_style::none;
+    float column_rule_width = 0;
+    box::column_span column_span = box::column_span::none;
+    box::column_fill column_fill = box::column_fill::balance;
+    box::column_width column_width = box::auto_value{};
+    box::counters counter_increment;
+    box::counters counter_reset;
+    box::object_fit object_fit = box::object_fit::fill;
+    box::bg_position object_position{units::percentage{50}, units::percentage{50}};
+    float opacity = 1;
+    box::page_group page_group = box::page_group::auto_;
+    property::content_terms vellum_pdf_destination = box::none_value{};
+    property::keyword_list vellum_pdf_link_type{"auto"};
+    int table_row_span = 1;
+    property::string_set string_set;
+    box::url_or_none clip_path;
+    color::color stop_color = color::black();
+    float stop_opacity = 1;
+    int table_baseline = 1;
+    /// Empty for currentColor: the colour of the element itself.
+    std::optional<color::color> text_line_through_color;
+    /// Empty for currentColor: the colour of the element itself.
+    std::optional<color::color> text_overline_color;
+    /// Empty for currentColor: the colour of the element itself.
+    std::optional<color::color> text_underline_color;
+    text::text_line_style text_line_through_style = text::text_line_style::none;
+    text::text_line_style text_overline_style = text::text_line_style::none;
+    text::text_line_style text_underline_style = text::text_line_style::none;
+    box::text_overflow text_overflow = box::text_overflow::clip;
+    box::transform transform;
+    box::transform_origin transform_origin{units::percentage{50}, units::percentage{50}};
+    box::unicode_bidi unicode_bidi = box::unicode_bidi::normal;
+    box::z_index z_index = box::auto_value{};
+    bool operator==(rare_box_props const&) const = default;
+};
+
+/// The group with every value initial, shared by every style that sets none of them.
+ref<rare_box_props> const& initial_rare_box();
+
 /// The computed style. Lengths are in points; percentages that wait for a containing block stay
 /// percentages. The default values are the initial style.
 struct style {
@@ -63,28 +116,12 @@ struct style {
     ref<text::text_props> text;
     ref<css::style::rare_props> rare_props;
     css::style::bit_props bit_props;
-    property::content_terms bookmark_label = box::none_value{};
-    box::bookmark_level bookmark_level = box::none_value{};
-    box::bookmark_state bookmark_state = box::bookmark_state::open;
-    property::content_terms bookmark_target = box::none_value{};
-    box::box_decoration_break box_decoration_break = box::box_decoration_break::clone;
-    box::border_clip border_clip;
+    ref<css::style::rare_box_props> rare_box = initial_rare_box();
     box::cellspacing border_spacing;
     box::position_offset bottom = box::auto_value{};
-    box::clip clip = box::auto_value{};
     color::color color = color::black();
-    int table_column_span = 1;
-    box::column_count column_count = box::auto_value{};
     float column_gap = 12;
-    color::color column_rule_color = color::black();
-    box::line_style column_rule_style = box::line_style::none;
-    float column_rule_width = 0;
-    box::column_span column_span = box::column_span::none;
-    box::column_fill column_fill = box::column_fill::balance;
-    box::column_width column_width = box::auto_value{};
     property::content_terms content = box::normal_value{};
-    box::counters counter_increment;
-    box::counters counter_reset;
     box::floaty float_ = box::float_kind::none;
     box::flowy flow = box::flow_normal{};
     float font_size = 12;
@@ -117,9 +154,6 @@ struct style {
     box::max_width max_width = box::none_value{};
     box::min_width min_height = 0.0f;
     box::min_width min_width = 0.0f;
-    box::object_fit object_fit = box::object_fit::fill;
-    box::bg_position object_position{units::percentage{50}, units::percentage{50}};
-    float opacity = 1;
     int orphans = 2;
     int widows = 2;
     box::overflow overflow = box::overflow::visible;
@@ -127,38 +161,26 @@ struct style {
     box::padding padding_left = 0.0f;
     box::padding padding_right = 0.0f;
     box::padding padding_top = 0.0f;
-    box::page_group page_group = box::page_group::auto_;
     box::page page;
     box::vellum_footnote_policy vellum_footnote_policy = box::vellum_footnote_policy::auto_;
-    property::content_terms vellum_pdf_destination = box::none_value{};
-    property::keyword_list vellum_pdf_link_type{"auto"};
     box::position_offset right = box::auto_value{};
-    int table_row_span = 1;
-    property::string_set string_set;
-    box::url_or_none clip_path;
-    color::color stop_color = color::black();
-    float stop_opacity = 1;
-    int table_baseline = 1;
     box::table_layout table_layout = box::table_layout::auto_;
-    color::color text_line_through_color = color::black();
-    color::color text_overline_color = color::black();
-    color::color text_underline_color = color::black();
-    text::text_line_style text_line_through_style = text::text_line_style::none;
-    text::text_line_style text_overline_style = text::text_line_style::none;
-    text::text_line_style text_underline_style = text::text_line_style::none;
-    box::text_overflow text_overflow = box::text_overflow::clip;
     box::position_offset top = box::auto_value{};
-    box::transform transform;
-    box::transform_origin transform_origin{units::percentage{50}, units::percentage{50}};
-    box::unicode_bidi unicode_bidi = box::unicode_bidi::normal;
     box::vertical_align vertical_align = box::vertical_align_kind::baseline;
     box::width width = box::auto_value{};
     box::writing_mode writing_mode = box::writing_mode::horizontal;
-    box::z_index z_index = box::auto_value{};
 
     /// Compares the groups by value, not by identity.
     bool operator==(style const& other) const;
 };
+
+/// A colour of `rare_box_props` as used: currentColor is the element's colour.
+inline color::color const& color_or_current(std::optional<color::color> const& c, style const& s) {
+    return c ? *c : s.color;
+}
+
+/// The style's own copy of its rare box group, to change before the style is shared.
+rare_box_props& own_rare_box(style& s);
 
 /// The initial style: every property at its initial value, the groups shared by every style that
 /// doesn't change them. A root element takes it as its parent.

@@ -583,7 +583,7 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
     }
 
     bool const continuation = is_continuation(b.block_type);
-    bool const slice = s.box_decoration_break == css::box::box_decoration_break::slice;
+    bool const slice = s.rare_box->box_decoration_break == css::box::box_decoration_break::slice;
     auto& bd = used.used_borders;
     if (continuation) {
         // A continuation's top margin stayed with the part before the break.
@@ -1226,7 +1226,7 @@ packed_inline pack_inline_block(page_info info, prepack::block const& b, float c
     if (is_table(b)) {
         // An inline table stands on the baseline of the row its table-baseline names, the first by
         // default.
-        base = table_row_baseline(bx, bx.box_style->table_baseline);
+        base = table_row_baseline(bx, bx.box_style->rare_box->table_baseline);
     } else if (bx.box_style->overflow == css::box::overflow::visible) {
         base = last_baseline(bx);
     }

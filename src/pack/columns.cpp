@@ -473,14 +473,14 @@ columns_res balanced(pass_input const& in, columns_res full, float step, int max
 } // namespace
 
 bool has_columns(css::style::style const& s) {
-    return std::holds_alternative<int>(s.column_count) || std::holds_alternative<float>(s.column_width);
+    return std::holds_alternative<int>(s.rare_box->column_count) || std::holds_alternative<float>(s.rare_box->column_width);
 }
 
 column_info column_geometry(css::style::style const& s, float available_width) {
     float const u = std::max(0.0f, available_width);
     float const gap = std::max(0.0f, s.column_gap);
-    auto const* count = std::get_if<int>(&s.column_count);
-    auto const* width = std::get_if<float>(&s.column_width);
+    auto const* count = std::get_if<int>(&s.rare_box->column_count);
+    auto const* width = std::get_if<float>(&s.rare_box->column_width);
     int n = 1;
     if (width && *width > 0) {
         // As many columns of at least the given width as fit, at most the count given.
@@ -517,7 +517,7 @@ multicol_res pack_columns(page_info info,
     }
     auto r = pass_with_page_stuff(in, bottom);
     // A set height is the most the columns may take: balanced, they may stand shorter inside it.
-    bool const balance = s.column_fill == css::box::column_fill::balance;
+    bool const balance = s.rare_box->column_fill == css::box::column_fill::balance;
     if (balance && holds_all(r) && geometry.column_total > 1 && searches_around < 2) {
         int const passes = nested || searches_around > 0 ? nested_balance_passes : balance_passes;
         r = balanced(in, std::move(r), balance_step(s), passes);
@@ -560,8 +560,8 @@ multicol_res pack_columns(page_info info,
                                                        .box_content = boxes{std::move(col.packed_column)},
                                                        .box_style = column_style}));
         // A rule stands between two columns that both hold something.
-        bool const ruled = s.column_rule_style != css::box::line_style::none &&
-                           s.column_rule_style != css::box::line_style::hidden && s.column_rule_width > 0;
+        bool const ruled = s.rare_box->column_rule_style != css::box::line_style::none &&
+                           s.rare_box->column_rule_style != css::box::line_style::hidden && s.rare_box->column_rule_width > 0;
         if (ruled && i > 0) {
             float const x = column_left(geometry, inner.left, i) - geometry.gap_width * 0.5f;
             out.columns.column_rules.push_back(

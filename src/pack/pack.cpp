@@ -655,7 +655,7 @@ page_out pack_page(doc_state& st,
                        .pack_page_stuff = true,
                        .percent_height_base = areas::height_of(pa.pa_body_area)};
     // "counter-reset: footnote" in a page rule numbers the footnotes afresh on each such page.
-    for (auto const& [name, value] : ps.region_body->counter_reset) {
+    for (auto const& [name, value] : ps.region_body->rare_box->counter_reset) {
         if (name == "footnote") {
             info.general.footnote_counter = value;
         }

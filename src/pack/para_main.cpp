@@ -157,7 +157,7 @@ void cut_line_at(std::vector<spanbox>& boxes, css::style::style const& style, fl
 // An inline box continued on the next line: under `box-decoration-break: slice` its start edge
 // (margin, border, padding) was drawn on the first line only.
 pack::knuth::open continued(pack::knuth::open o) {
-    if (o.box_style->box_decoration_break != css::box::box_decoration_break::slice) {
+    if (o.box_style->rare_box->box_decoration_break != css::box::box_decoration_break::slice) {
         return o;
     }
     auto used = *o.box_used_style;
@@ -823,7 +823,7 @@ line_made make_line(page_info const& info,
     }
     auto const req = spans_to_knuth::font_req_of(*info.general.fonts, *s);
     std::vector<fonts::grapheme> ellipsis;
-    if (s->text_overflow == css::box::text_overflow::ellipsis) {
+    if (s->rare_box->text_overflow == css::box::text_overflow::ellipsis) {
         ellipsis = fonts::text_to_graphemes(*info.general.fonts, *req, fonts::direction::ltr, U"\u2026");
     }
     float line_w = h.line_w;

@@ -614,18 +614,21 @@ struct painter {
             }
             // Underlines and overlines go under the glyphs, lines through over them, across the run in
             // the span's paint, placed by its font's underline numbers.
-            bool const decorated = style.text_underline_style != css::text::text_line_style::none ||
-                                   style.text_overline_style != css::text::text_line_style::none ||
-                                   style.text_line_through_style != css::text::text_line_style::none;
+            auto const& rare = *style.rare_box;
+            bool const decorated = rare.text_underline_style != css::text::text_line_style::none ||
+                                   rare.text_overline_style != css::text::text_line_style::none ||
+                                   rare.text_line_through_style != css::text::text_line_style::none;
             double const text_alpha = alpha * (fill ? st.fill_opacity : 1);
             auto const decorate = [&](paint_text::decoration_layer layer) {
                 if (!decorated) {
                     return;
                 }
                 auto deco = style;
-                deco.text_underline_color = style.color;
-                deco.text_overline_color = style.color;
-                deco.text_line_through_color = style.color;
+                // In SVG text the lines take the text's colour whatever the decoration colours say.
+                auto& lines = css::style::own_rare_box(deco);
+                lines.text_underline_color.reset();
+                lines.text_overline_color.reset();
+                lines.text_line_through_color.reset();
                 paint_text::paint_decorations(o, s.g, layer, 0, run.run_width, 0, deco,
                                               fonts::graphemes_metrics(run.run_glyphs.view(), run.run_font_size),
                                               text_alpha);

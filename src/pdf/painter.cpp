@@ -48,12 +48,12 @@ bool is_positioned(css::style::style const& s) {
 }
 
 bool makes_context_alone(css::style::style const& s) {
-    return s.opacity < 1 || !s.transform.empty();
+    return s.rare_box->opacity < 1 || !s.rare_box->transform.empty();
 }
 
 participation participation_of(box const& b, bool in_float_list) {
     auto const& s = *b.box_style;
-    auto const* z = std::get_if<int>(&s.z_index);
+    auto const* z = std::get_if<int>(&s.rare_box->z_index);
     if (is_positioned(s) && z) {
         return stacking{*z};
     }
@@ -160,11 +160,11 @@ borders::widths padding_widths(css::used_style::used_style const& u) {
 // is turned into the page's y-up system, and the whole is applied about the transform origin.
 matrix::matrix transform_of(box const& b) {
     auto const& s = *b.box_style;
-    float const ox = b.box_x + float(borders::resolve(s.transform_origin.origin_x, b.box_w));
-    float const oy = b.box_y - float(borders::resolve(s.transform_origin.origin_y, b.box_h));
+    float const ox = b.box_x + float(borders::resolve(s.rare_box->transform_origin.origin_x, b.box_w));
+    float const oy = b.box_y - float(borders::resolve(s.rare_box->transform_origin.origin_y, b.box_h));
     matrix::matrix m = matrix::translate(-ox, -oy);
     // The last function is applied to the box first.
-    for (auto it = s.transform.rbegin(); it != s.transform.rend(); ++it) {
+    for (auto it = s.rare_box->transform.rbegin(); it != s.rare_box->transform.rend(); ++it) {
         matrix::matrix const step = std::visit(
             overloaded{
                 [](css::box::transform_matrix<css::box::length_or_percent<float>> const& t) {
@@ -411,7 +411,7 @@ struct painter {
     // Clips to the padding box with its rounded corners, for overflow: hidden and clip: rect().
     bool open_clip(box const& b) {
         auto const& s = *b.box_style;
-        auto const* rect = std::get_if<css::box::clip_rect<float>>(&s.clip);
+        auto const* rect = std::get_if<css::box::clip_rect<float>>(&s.rare_box->clip);
         bool const hidden = s.overflow == css::box::overflow::hidden;
         if (!hidden && !rect) {
             return false;
@@ -472,8 +472,8 @@ struct painter {
 
     void context_inside(box const& b) {
         auto const& s = *b.box_style;
-        bool const transformed = !s.transform.empty();
-        bool const translucent = s.opacity < 1;
+        bool const transformed = !s.rare_box->transform.empty();
+        bool const translucent = s.rare_box->opacity < 1;
         double const outer_alpha = alpha;
         if (transformed || translucent) {
             content::save(o, g);
@@ -482,7 +482,7 @@ struct painter {
             content::concat(o, g, transform_of(b));
         }
         if (translucent) {
-            alpha *= std::max(0.0f, s.opacity);
+            alpha *= std::max(0.0f, s.rare_box->opacity);
         }
         own_background(b);
         inside(b, [&] { layers(b); });
@@ -746,9 +746,9 @@ struct painter {
                     continue;
                 }
                 auto const& s = *rule.rulebox_style;
-                css::box::border const side{.border_color = s.column_rule_color,
-                                            .border_style = s.column_rule_style,
-                                            .border_width = s.column_rule_width};
+                css::box::border const side{.border_color = css::style::color_or_current(s.rare_box->column_rule_color, s),
+                                            .border_style = s.rare_box->column_rule_style,
+                                            .border_width = s.rare_box->column_rule_width};
                 borders::paint_rule(o, g, rule.rulebox_pos.x, rule.rulebox_pos.y, rule.rulebox_length, side,
                                     alpha);
             }
@@ -833,7 +833,7 @@ struct painter {
                                        float y,
                                        float w,
                                        float h) {
-        if (style.object_fit == css::box::object_fit::fill || info.image_width <= 0 || info.image_height <= 0) {
+        if (style.rare_box->object_fit == css::box::object_fit::fill || info.image_width <= 0 || info.image_height <= 0) {
             return {x, y, w, h};
         }
         auto const natural = paint_background::image_size_at(info, style.image_resolution);
@@ -841,7 +841,7 @@ struct painter {
         float const nh = float(natural.second);
         float const contain = std::min(w / nw, h / nh);
         float scale = 1;
-        switch (style.object_fit) {
+        switch (style.rare_box->object_fit) {
         case css::box::object_fit::fill:
         case css::box::object_fit::none:
             break;
@@ -858,8 +858,8 @@ struct painter {
         float const pw = nw * scale;
         float const ph = nh * scale;
         // Percentages of object-position are of the room left over, as for backgrounds: 50% centres.
-        float const px = x + float(borders::resolve(style.object_position.bg_position_x, w - pw));
-        float const py = y - float(borders::resolve(style.object_position.bg_position_y, h - ph));
+        float const px = x + float(borders::resolve(style.rare_box->object_position.bg_position_x, w - pw));
+        float const py = y - float(borders::resolve(style.rare_box->object_position.bg_position_y, h - ph));
         return {px, py, pw, ph};
     }
 
@@ -1125,7 +1125,7 @@ struct painter {
                 // A margin box's opacity applies to its background, borders and content alike.
                 double const outer_alpha = alpha;
                 if (m.margin_box_style) {
-                    alpha *= std::clamp(double(m.margin_box_style->opacity), 0.0, 1.0);
+                    alpha *= std::clamp(double(m.margin_box_style->rare_box->opacity), 0.0, 1.0);
                     background(frame, *m.margin_box_style, m.margin_box_used_style);
                     border(frame, *m.margin_box_style, m.margin_box_used_style);
                 }

@@ -418,7 +418,7 @@ bool is_rtl(css::style::style const& s) {
 
 // The level an inline element's content is embedded at, if it opens an embedding.
 std::optional<int> embedding_of(nested_span const& n, int level) {
-    if (!n.span_style || n.span_style->unicode_bidi == css::box::unicode_bidi::normal) {
+    if (!n.span_style || n.span_style->rare_box->unicode_bidi == css::box::unicode_bidi::normal) {
         return std::nullopt;
     }
     return next_level(level, is_rtl(*n.span_style));
@@ -458,7 +458,7 @@ void flatten(std::vector<span> const& spans, std::u32string_view text, int level
                            if (auto const e = embedding_of(*n.nested, inner)) {
                                needed = true;
                                inner = *e;
-                               if (n.nested->span_style->unicode_bidi == css::box::unicode_bidi::bidi_override) {
+                               if (n.nested->span_style->rare_box->unicode_bidi == css::box::unicode_bidi::bidi_override) {
                                    inner_forced = is_rtl(*n.nested->span_style) ? bidi_class::r : bidi_class::l;
                                }
                            }
@@ -624,7 +624,7 @@ void apply_bidi(std::vector<span>& spans, std::u32string_view text, css::style::
     bool needed = base != 0;
     // An override on the paragraph's own block forces the direction of all of its text.
     std::optional<bidi_class> forced;
-    if (paragraph_style.unicode_bidi == css::box::unicode_bidi::bidi_override) {
+    if (paragraph_style.rare_box->unicode_bidi == css::box::unicode_bidi::bidi_override) {
         needed = true;
         forced = base != 0 ? bidi_class::r : bidi_class::l;
     }

@@ -303,13 +303,13 @@ struct walker {
     }
 
     void apply_counters(css::style::style const& s) {
-        for (auto const& [name, value] : s.counter_reset) {
+        for (auto const& [name, value] : s.rare_box->counter_reset) {
             if (!is_page_counter(name)) {
                 reset_counter(name, value);
             }
         }
         bool list_item_named = false;
-        for (auto const& [name, by] : s.counter_increment) {
+        for (auto const& [name, by] : s.rare_box->counter_increment) {
             list_item_named = list_item_named || name == "list-item";
             if (!is_page_counter(name)) {
                 increment_counter(name, by);
@@ -486,7 +486,7 @@ struct walker {
 
     element_stuff stuff_of(dom::element_ref const& e, css::style::style const& s) {
         element_stuff out{.element_info = info_element{e}};
-        for (auto const& [name, list] : s.string_set) {
+        for (auto const& [name, list] : s.rare_box->string_set) {
             out.text_values.emplace_back(name, content_text(list, *e, s, "string-set"));
         }
         std::vector<target_id> ids;
@@ -505,16 +505,16 @@ struct walker {
             }
             out.given_ids = std::pair{doc_url, std::move(ids)};
         }
-        if (auto const* level = std::get_if<int>(&s.bookmark_level)) {
+        if (auto const* level = std::get_if<int>(&s.rare_box->bookmark_level)) {
             bookmark_stuff b{.pre_bookmark_level = *level,
-                             .pre_bookmark_state = s.bookmark_state,
-                             .pre_bookmark_link_type = s.vellum_pdf_link_type};
-            if (auto const* label = std::get_if<css::property::content_list>(&s.bookmark_label)) {
+                             .pre_bookmark_state = s.rare_box->bookmark_state,
+                             .pre_bookmark_link_type = s.rare_box->vellum_pdf_link_type};
+            if (auto const* label = std::get_if<css::property::content_list>(&s.rare_box->bookmark_label)) {
                 b.pre_bookmark_content = content_text(*label, *e, s, "bookmark-label");
             } else {
                 b.pre_bookmark_content = {text_thing_text{textbuf::from_utf8(element_text(*e))}};
             }
-            if (auto const* target = std::get_if<css::property::content_list>(&s.bookmark_target)) {
+            if (auto const* target = std::get_if<css::property::content_list>(&s.rare_box->bookmark_target)) {
                 if (auto const url = bookmark_url(*target, *e)) {
                     b.pre_bookmark_url = url;
                     b.pre_bookmark_target = targets::target_of(*url, doc_url, doc_url);
@@ -1409,7 +1409,7 @@ struct walker {
     }
 
     bool has_columns(css::style::style const& s) const {
-        return std::holds_alternative<int>(s.column_count) || std::holds_alternative<float>(s.column_width);
+        return std::holds_alternative<int>(s.rare_box->column_count) || std::holds_alternative<float>(s.rare_box->column_width);
     }
 
     bcontent to_bcontent(std::vector<thing> things, style_ref const& style, dom::element_ref const& e,
@@ -1452,7 +1452,7 @@ struct walker {
     // own set of columns.
     bcontent column_content(std::vector<block> blocks, style_ref const& style) {
         auto const spans_all = [](block const& b) {
-            return b.block_style && b.block_style->column_span == css::box::column_span::all;
+            return b.block_style && b.block_style->rare_box->column_span == css::box::column_span::all;
         };
         if (std::ranges::none_of(blocks, spans_all)) {
             return bcontent_blocks{std::move(blocks), ++column_ids};
@@ -1461,13 +1461,15 @@ struct walker {
         std::vector<block> run;
         // Each run is a block of its own, set in the container's columns with the container's rules.
         auto run_style = css::style::inherit_from(*style);
-        run_style.column_count = style->column_count;
-        run_style.column_width = style->column_width;
         run_style.column_gap = style->column_gap;
-        run_style.column_fill = style->column_fill;
-        run_style.column_rule_color = style->column_rule_color;
-        run_style.column_rule_style = style->column_rule_style;
-        run_style.column_rule_width = style->column_rule_width;
+        auto& run_columns = css::style::own_rare_box(run_style);
+        auto const& columns = *style->rare_box;
+        run_columns.column_count = columns.column_count;
+        run_columns.column_width = columns.column_width;
+        run_columns.column_fill = columns.column_fill;
+        run_columns.column_rule_color = columns.column_rule_color;
+        run_columns.column_rule_style = columns.column_rule_style;
+        run_columns.column_rule_width = columns.column_rule_width;
         auto const shared_run_style = share(std::move(run_style));
         auto const flush = [&] {
             if (!run.empty()) {
@@ -1583,13 +1585,13 @@ struct walker {
                                                            : css::color::color{css::color::transparent{}},
                      // Spans within the limits HTML gives them (1000 columns, 65534 rows), so that a
                      // hostile span cannot make a grid of billions of slots.
-                     .cell_colspan = std::clamp(s.table_column_span, 1, 1000),
-                     .cell_rowspan = std::clamp(s.table_row_span, 1, 65534)};
+                     .cell_colspan = std::clamp(s.rare_box->table_column_span, 1, 1000),
+                     .cell_rowspan = std::clamp(s.rare_box->table_row_span, 1, 65534)};
     }
 
     // The number of grid columns a column or column group element stands for, within HTML's limit.
     static std::size_t column_span(css::style::style const& s) {
-        return static_cast<std::size_t>(std::clamp(s.table_column_span, 1, 1000));
+        return static_cast<std::size_t>(std::clamp(s.rare_box->table_column_span, 1, 1000));
     }
 
     col make_col(style_ref const& style) const {
@@ -1718,12 +1720,12 @@ css::box::page name_of(block const& b, css::box::page const& inherited) {
 }
 
 std::optional<page_reset> page_counter_change(css::style::style const& s, std::string const& name) {
-    for (auto const& [n, v] : s.counter_reset) {
+    for (auto const& [n, v] : s.rare_box->counter_reset) {
         if (n == name) {
             return page_reset_to{v};
         }
     }
-    for (auto const& [n, v] : s.counter_increment) {
+    for (auto const& [n, v] : s.rare_box->counter_increment) {
         if (n == name) {
             return page_increment_by{v};
         }
@@ -1736,7 +1738,7 @@ bool starts_section(block const& b) {
         return false;
     }
     auto const& s = *b.block_style;
-    return s.page_group == css::box::page_group::start || page_counter_change(s, "page") ||
+    return s.rare_box->page_group == css::box::page_group::start || page_counter_change(s, "page") ||
            page_counter_change(s, "pages");
 }
 
@@ -1872,7 +1874,7 @@ cut_start start_of(block const& b) {
     return {.start_break_before = s.bit_props.bit_props_page_break_before,
             .start_page_reset = page_counter_change(s, "page"),
             .start_pages_reset = page_counter_change(s, "pages"),
-            .start_group = s.page_group};
+            .start_group = s.rare_box->page_group};
 }
 
 cut_start then_start(cut_start const& outer, cut_start const& inner) {
@@ -1914,7 +1916,7 @@ std::optional<element_info> info_of(element_type const& t) {
 // The style of a part that goes on in the next section: under `slice` its bottom border and padding
 // are drawn only where the box really ends.
 style_ref continued_style(style_ref const& s) {
-    if (!s || s->box_decoration_break != css::box::box_decoration_break::slice) {
+    if (!s || s->rare_box->box_decoration_break != css::box::box_decoration_break::slice) {
         return s;
     }
     auto copy = *s;

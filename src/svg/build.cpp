@@ -224,7 +224,7 @@ struct builder {
         auto const& g = *s.svgstyle;
         used_svgstyle u;
         u.svg_visible = !s.rare_props || s.rare_props->rare_props_visibility == css::box::visibility::visible;
-        u.opacity = std::clamp<double>(s.opacity, 0, 1);
+        u.opacity = std::clamp<double>(s.rare_box->opacity, 0, 1);
         u.fill_opacity = std::clamp<double>(g.svgstyle_fill_opacity, 0, 1);
         u.stroke_opacity = std::clamp<double>(g.svgstyle_stroke_opacity, 0, 1);
         u.fill_rule = g.svgstyle_fill_rule;
@@ -387,8 +387,8 @@ struct builder {
                 double const o = std::max(last, std::clamp(*offset, 0.0, 1.0));
                 last = o;
                 auto const s = style_of(k, nullptr, false);
-                double opacity = std::clamp<double>(s->stop_opacity, 0, 1);
-                css::color::color c = s->stop_color;
+                double opacity = std::clamp<double>(s->rare_box->stop_opacity, 0, 1);
+                css::color::color c = s->rare_box->stop_color;
                 if (auto const* a = std::get_if<css::color::rgba>(&c)) {
                     opacity *= a->a;
                     c = css::color::rgb{a->r, a->g, a->b};
@@ -926,13 +926,13 @@ struct builder {
     }
 
     ref<clippath> clip_of(css::style::style const& s, std::function<std::optional<bbox>()> const& box) {
-        if (!s.clip_path) {
+        if (!s.rare_box->clip_path) {
             return nullptr;
         }
-        auto const id = local_id(s.clip_path->url_text);
+        auto const id = local_id(s.rare_box->clip_path->url_text);
         auto const target = id ? find_id(*id) : nullptr;
         if (!target) {
-            warn("svg: clip_path: referenced id " + id.value_or(s.clip_path->url_text) + " not found.");
+            warn("svg: clip_path: referenced id " + id.value_or(s.rare_box->clip_path->url_text) + " not found.");
             return nullptr;
         }
         if (!is_svg_name(target->dom_element_name, "clipPath")) {

@@ -33,7 +33,7 @@ TEST(compute_style, font_sizes) {
     auto const big = styled(root, "font-size: 2em; width: 1em; column-rule: 1ex solid");
     EXPECT_EQ(big->font_size, 24);
     EXPECT_EQ(big->width, box::width{24.0f});
-    EXPECT_EQ(big->column_rule_width, 12);
+    EXPECT_EQ(big->rare_box->column_rule_width, 12);
     EXPECT_EQ(styled(root, "font-size: 50%")->font_size, 6);
     EXPECT_EQ(styled(root, "font-size: 0pt")->font_size, 0);
 }
@@ -74,7 +74,11 @@ TEST(compute_style, current_color) {
     EXPECT_EQ(other->borders->borders_top.border_color, blue);
     // The initial border colour follows the element's colour too.
     EXPECT_EQ(styled(root, "color: blue")->borders->borders_left.border_color, blue);
-    EXPECT_EQ(styled(root, "color: blue")->text_underline_color, blue);
+    auto const blue_text = styled(root, "color: blue");
+    EXPECT_EQ(css::style::color_or_current(blue_text->rare_box->text_underline_color, *blue_text), blue);
+    // "inherit" takes the colour the parent's lines had, not the child's own.
+    auto const under = styled(blue_text, "color: red; text-underline-color: inherit");
+    EXPECT_EQ(css::style::color_or_current(under->rare_box->text_underline_color, *under), blue);
 }
 
 TEST(compute_style, display_position_float) {
@@ -119,6 +123,48 @@ TEST(compute_style, inheritance_and_sharing) {
     EXPECT_EQ(m->margin_top, box::margin{1.0f});
 }
 
+TEST(compute_style, groups_shared_by_value) {
+    auto const root = styled(nullptr, "color: blue");
+    auto const initial = style::initial_style();
+    // A colour of its own gives the borders (whose colour is currentColor) a group of their own; a
+    // child of the same colour that declares no border shares it, one with another colour doesn't.
+    EXPECT_NE(root->borders.get(), initial->borders.get());
+    EXPECT_EQ(styled(root, "margin-left: 1pt")->borders.get(), root->borders.get());
+    EXPECT_NE(styled(root, "color: red")->borders.get(), root->borders.get());
+    EXPECT_EQ(styled(root, "color: black")->borders.get(), initial->borders.get());
+    // Declaring a group's values as they already are shares the parent's group.
+    EXPECT_EQ(styled(root, "text-align: initial")->text.get(), root->text.get());
+    EXPECT_EQ(styled(root, "font-style: normal")->font_props.get(), root->font_props.get());
+
+    // The rare box values don't inherit: a child of an element that sets them gets the initial
+    // group, and so does an element that sets them to their initial values.
+    auto const rare = styled(root, "bookmark-level: 1; column-count: 2; column-rule: solid; opacity: 0.5; "
+                                   "transform: rotate(1deg); z-index: 3; text-decoration: underline; "
+                                   "counter-reset: c; string-set: s content(); table-baseline: 2; "
+                                   "unicode-bidi: embed; page-group: start; text-overflow: ellipsis");
+    EXPECT_NE(rare->rare_box.get(), initial->rare_box.get());
+    EXPECT_EQ(rare->rare_box->opacity, 0.5f);
+    EXPECT_EQ(rare->rare_box->z_index, box::z_index{3});
+    EXPECT_EQ(rare->rare_box->column_count, box::column_count{2});
+    EXPECT_EQ(rare->rare_box->text_underline_style, text::text_line_style::solid);
+    EXPECT_EQ(styled(rare, "")->rare_box.get(), initial->rare_box.get());
+    EXPECT_EQ(styled(rare, "margin-left: 1pt")->rare_box.get(), initial->rare_box.get());
+    EXPECT_EQ(styled(root, "opacity: 1; z-index: auto")->rare_box.get(), initial->rare_box.get());
+    EXPECT_EQ(styled(rare, "opacity: inherit")->rare_box->opacity, 0.5f);
+    EXPECT_EQ(*styled(rare, "opacity: inherit"), *styled(root, "opacity: 0.5"));
+
+    // A style computed from no declarations is the one inherit_from makes, which an element's style
+    // starts from: properties that inherit are the parent's, the others initial.
+    // (With the initial colour: borders take the element's colour and an anonymous box keeps the
+    // initial borders.)
+    auto const busy = styled(styled(nullptr, "opacity: 0.5"), "writing-mode: vertical-rl; font-size: 20pt; line-height: 2; page: p; "
+                                   "hyphens: auto; list-style-type: square; letter-spacing: 1pt; width: 5pt; "
+                                   "margin: 3pt; position: relative; top: 2pt; content: 'x'; column-gap: 4pt");
+    EXPECT_EQ(style::inherit_from(*busy), *styled(busy, ""));
+    EXPECT_EQ(styled(busy, "")->writing_mode, box::writing_mode::vertical);
+    EXPECT_EQ(styled(busy, "")->column_gap, 20);
+}
+
 TEST(compute_style, attr_per_element) {
     auto const root = styled(nullptr, "");
     EXPECT_EQ(styled(root, "width: attr(data-w, length, 5px)")->width, box::width{3.75f});
@@ -132,7 +178,7 @@ TEST(compute_style, attr_per_element) {
                           "link: attr(href)",
                           el);
     EXPECT_EQ(s->width, box::width{30.0f});
-    EXPECT_EQ(s->table_column_span, 3);
+    EXPECT_EQ(s->rare_box->table_column_span, 3);
     semantics::link_type const to_a = semantics::link_url{value::url{"a.html", "file:///d.html"}};
     EXPECT_EQ(s->link, to_a);
     EXPECT_EQ(s->vellum_lang_value, "en-gb");
@@ -150,7 +196,7 @@ TEST(compute_style, attr_per_element) {
                table);
     EXPECT_FLOAT_EQ(t->borders->borders_left.border_width, 1.5f);
     EXPECT_EQ(t->border_spacing, box::cellspacing{});
-    EXPECT_EQ(t->counter_reset, (box::counters{{"list-item", 7}, {"other", 0}}));
+    EXPECT_EQ(t->rare_box->counter_reset, (box::counters{{"list-item", 7}, {"other", 0}}));
     EXPECT_EQ(t->font_props->font_props_font_family, (fonts::font_family{"Arial", "Helvetica"}));
     // The language carries down to children without their own.
     EXPECT_EQ(styled(share(*s), "")->vellum_lang_value, "en-gb");

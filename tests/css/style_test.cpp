@@ -10,12 +10,12 @@ TEST(style, initial_values) {
     auto const s = style::initial_style();
     EXPECT_EQ(s->font_size, 12);
     EXPECT_EQ(s->column_gap, 12);
-    EXPECT_EQ(s->column_rule_width, 0);
-    EXPECT_EQ(s->opacity, 1);
+    EXPECT_EQ(s->rare_box->column_rule_width, 0);
+    EXPECT_EQ(s->rare_box->opacity, 1);
     EXPECT_EQ(s->orphans, 2);
     EXPECT_EQ(s->widows, 2);
     EXPECT_EQ(s->hyphenate_after, 2);
-    EXPECT_EQ(s->table_baseline, 1);
+    EXPECT_EQ(s->rare_box->table_baseline, 1);
     EXPECT_EQ(s->list_style_position, box::list_style_position::outside);
     EXPECT_EQ(s->list_style_type, box::list_style_type{box::list_style_named{"disc"}});
     EXPECT_EQ(s->line_height, fonts::line_height{fonts::line_height_normal{}});
@@ -69,7 +69,7 @@ TEST(style, equality_looks_into_groups) {
     b.font_props = share(fp);
     EXPECT_NE(a, b);
     b = a;
-    b.z_index = 3;
+    css::style::own_rare_box(b).z_index = 3;
     EXPECT_NE(a, b);
 }
 

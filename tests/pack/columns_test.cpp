@@ -41,8 +41,8 @@ TEST(columns, geometry_from_count_width_and_gap) {
     for (auto const& r : rows) {
         SCOPED_TRACE(r.name);
         css::style::style s;
-        s.column_count = r.count;
-        s.column_width = r.width;
+        css::style::own_rare_box(s).column_count = r.count;
+        css::style::own_rare_box(s).column_width = r.width;
         s.column_gap = r.gap;
         auto const g = columns::column_geometry(s, r.available);
         EXPECT_EQ(g.column_total, r.expected.column_total);
@@ -51,7 +51,7 @@ TEST(columns, geometry_from_count_width_and_gap) {
     }
     css::style::style none;
     EXPECT_FALSE(columns::has_columns(none));
-    none.column_count = 2;
+    css::style::own_rare_box(none).column_count = 2;
     EXPECT_TRUE(columns::has_columns(none));
 }
 

@@ -260,7 +260,7 @@ TEST(painter, clipping_opacity_visibility_and_transforms) {
     auto const clipped = block(20, 380, 60, 40, {}, hidden_overflow,
                                pack::boxes{{block(10, 390, 100, 60, with_background(css::color::rgb{1, 0, 0}))}});
     auto const translucent = block(120, 380, 60, 40, with_background(css::color::rgb{1, 0, 0}),
-                                   style_with([](css::style::style& s) { s.opacity = 0.5f; }));
+                                   style_with([](css::style::style& s) { css::style::own_rare_box(s).opacity = 0.5f; }));
     auto const invisible = block(200, 380, 60, 40, with_background(css::color::rgb{1, 0, 0}), style_with([](css::style::style& s) {
         auto rare = *s.rare_props;
         rare.rare_props_visibility = css::box::visibility::hidden;
@@ -268,11 +268,11 @@ TEST(painter, clipping_opacity_visibility_and_transforms) {
     }));
     // Moved 100 points right and 50 down; the untransformed place stays white.
     auto const moved = block(20, 300, 40, 40, with_background(css::color::rgb{0, 0, 1}), style_with([](css::style::style& s) {
-        s.transform = {css::box::transform_translate<css::box::length_or_percent<float>>{100.0f, 50.0f}};
+        css::style::own_rare_box(s).transform = {css::box::transform_translate<css::box::length_or_percent<float>>{100.0f, 50.0f}};
     }));
     // A quarter turn clockwise about the centre of a 80 by 20 bar makes it 20 wide and 80 high.
     auto const turned = block(200, 300, 80, 20, with_background(css::color::rgb{0, 0.5f, 0}), style_with([](css::style::style& s) {
-        s.transform = {css::box::transform_rotate{float(M_PI / 2)}};
+        css::style::own_rare_box(s).transform = {css::box::transform_rotate{float(M_PI / 2)}};
     }));
     auto const r = render(document_of({page_of({clipped, translucent, invisible, moved, turned})}), "painter_effects");
     EXPECT_COLOR(r.at(50, 360), red);
@@ -293,7 +293,7 @@ TEST(painter, stacking_order_of_z_index_floats_and_flow) {
     auto const positioned = [](int z) {
         return style_with([z](css::style::style& s) {
             s.bit_props.bit_props_position = css::box::position_kind::relative;
-            s.z_index = z;
+            css::style::own_rare_box(s).z_index = z;
         });
     };
     auto const floated = style_with([](css::style::style& s) { s.float_ = css::box::float_kind::left; });
@@ -337,8 +337,9 @@ TEST(painter, text_runs_in_their_fonts_encoding_with_decorations) {
     auto const red_underlined = style_with([](css::style::style& s) {
         s.font_size = 20;
         s.color = css::color::rgb{1, 0, 0};
-        s.text_underline_style = css::text::text_line_style::solid;
-        s.text_underline_color = css::color::rgb{1, 0, 0};
+        auto& lines = css::style::own_rare_box(s);
+        lines.text_underline_style = css::text::text_line_style::solid;
+        lines.text_underline_color = css::color::rgb{1, 0, 0};
     });
     float x = 20;
     float const hello_w = width_of(hello, 20);

@@ -203,7 +203,7 @@ css::style::style style_with(css::box::direction d, css::box::unicode_bidi b = c
     auto rare = *s.rare_props;
     rare.rare_props_direction = d;
     s.rare_props = share(std::move(rare));
-    s.unicode_bidi = b;
+    css::style::own_rare_box(s).unicode_bidi = b;
     return s;
 }
 
@@ -352,7 +352,7 @@ TEST(text, bidi_spans_inherit_without_box_properties) {
     ASSERT_TRUE(n && n->nested->span_style);
     EXPECT_EQ(n->nested->span_style->font_size, 20);
     EXPECT_EQ(n->nested->span_style->padding_left, css::box::padding{0.0f});
-    EXPECT_EQ(n->nested->span_style->unicode_bidi, css::box::unicode_bidi::normal);
+    EXPECT_EQ(n->nested->span_style->rare_box->unicode_bidi, css::box::unicode_bidi::normal);
 }
 
 TEST(text, bidi_embeddings_and_overrides) {

@@ -333,6 +333,17 @@ style_hooks typed_hooks() {
                 it->second = make_declared();
             }
             declared = it->second;
+            if (added) {
+                // The first element with these declarations: no other has a style to share with it,
+                // and most declarations of a sheet with many selectors meet one element only, so the
+                // style isn't kept for the next one (the second computes its own and keeps it).
+                auto computed = compute_from(*declared);
+                computed.custom_properties = customs;
+                return share(dom::style_info{.style_info_base = r.request_base,
+                                             .style_info_lang = r.request_lang,
+                                             .style_info_style = share(std::move(computed)),
+                                             .style_info_declared = std::move(declared)});
+            }
             computed_key key{.parent = parent.get(), .declared = declared.get(), .customs = customs.get(), .context = context};
             auto [entry, fresh] = cache->cache_computed.try_emplace(std::move(key));
             if (fresh) {

@@ -1,6 +1,7 @@
 #include "css/styledom/tree.hpp"
 
 #include "util/cell.hpp"
+#include "util/result.hpp"
 #include "util/ref.hpp"
 
 #include <mutex>
@@ -141,6 +142,40 @@ int& count_of(std::vector<type_count>& types, element e) {
 }
 
 // The caller holds the process lock: the whole walk reads the tree under it once.
+std::size_t slot_of(std::size_t slots, dom::dom_element const* e) {
+    // Fibonacci hashing of the address without its alignment bits.
+    auto const h = (reinterpret_cast<std::uintptr_t>(e) >> 4) * 0x9E3779B97F4A7C15ULL;
+    return static_cast<std::size_t>(h >> 24) & (slots - 1);
+}
+
+// The entry of an element, made where it is missing. The table never grows: it was sized for the
+// subtree, so its addresses stay put while it is filled.
+element_links& entry_of(link_table& table, dom::dom_element const* e) {
+    auto const slots = table.link_slots.size();
+    for (auto i = slot_of(slots, e);; i = (i + 1) & (slots - 1)) {
+        auto& [key, index] = table.link_slots[i];
+        if (key == e) {
+            return table.link_values[index];
+        }
+        if (key == nullptr) {
+            check(table.link_values.size() < table.link_values.capacity(), "link table full");
+            key = e;
+            index = static_cast<std::uint32_t>(table.link_values.size());
+            return table.link_values.emplace_back();
+        }
+    }
+}
+
+std::size_t count_elements(dom::dom_element const& e) {
+    std::size_t n = 1;
+    for (auto const& c : e.dom_element_children.cell_value) {
+        if (auto const* x = std::get_if<dom::element_child>(&c)) {
+            n += count_elements(*x->child_element);
+        }
+    }
+    return n;
+}
+
 void add_links(dom::dom_element const& e, link_table& table, std::vector<type_count>& types) {
     std::vector<dom::dom_element const*> children;
     for (auto const& c : e.dom_element_children.cell_value) {
@@ -150,10 +185,9 @@ void add_links(dom::dom_element const& e, link_table& table, std::vector<type_co
     }
     int const siblings = static_cast<int>(children.size());
     types.clear();
-    // Entries of the table keep their addresses as it grows.
     std::vector<element_links*> entries(children.size());
     for (std::size_t i = 0; i < children.size(); ++i) {
-        auto& links = table[children[i]];
+        auto& links = entry_of(table, children[i]);
         links = {.link_parent = &e,
                  .link_prev = i > 0 ? children[i - 1] : nullptr,
                  .link_next = i + 1 < children.size() ? children[i + 1] : nullptr,
@@ -178,7 +212,15 @@ link_table make_link_table(dom::dom_element const& root) {
     link_table table;
     // The root's siblings lie outside the subtree; its place is left unknown and counted when asked.
     std::lock_guard guard(process_lock());
-    auto& links = table[&root];
+    // At most half full, so that probes stay short.
+    auto const n = count_elements(root);
+    std::size_t slots = 16;
+    while (slots < 2 * n) {
+        slots *= 2;
+    }
+    table.link_slots.assign(slots, {nullptr, 0});
+    table.link_values.reserve(n);
+    auto& links = entry_of(table, &root);
     links = {.link_parent = plain.parent_element(&root).value_or(nullptr),
              .link_prev = plain.previous_element(&root).value_or(nullptr),
              .link_next = plain.next_element(&root).value_or(nullptr)};
@@ -191,14 +233,26 @@ link_table make_link_table(dom::dom_element const& root) {
 namespace {
 
 element_links const* links_of(link_table const* table, element e) {
-    if (table == nullptr) {
-        return nullptr;
-    }
-    auto const it = table->find(e);
-    return it == table->end() ? nullptr : &it->second;
+    return table == nullptr ? nullptr : table->find(e);
 }
 
 } // namespace
+
+element_links const* link_table::find(dom::dom_element const* e) const {
+    auto const slots = link_slots.size();
+    if (slots == 0) {
+        return nullptr;
+    }
+    for (auto i = slot_of(slots, e);; i = (i + 1) & (slots - 1)) {
+        auto const& [key, index] = link_slots[i];
+        if (key == e) {
+            return &link_values[index];
+        }
+        if (key == nullptr) {
+            return nullptr;
+        }
+    }
+}
 
 std::optional<element> dom_tree::parent_element(element e) const {
     if (auto const* l = links_of(links, e)) {

@@ -7,6 +7,7 @@
 #include "document/dom.hpp"
 #include "document/xml.hpp"
 
+#include <cstdint>
 #include <optional>
 #include <unordered_map>
 #include <string_view>
@@ -49,8 +50,17 @@ struct element_links {
 /// The neighbours, places and id and class of every element of a subtree, read once before a walk:
 /// selectors such as "a ~ b" and ":nth-child()" step through long runs of siblings, most selectors test
 /// an id or a class, and each read of the living tree costs a lock (and a step across the text nodes
-/// between elements).
-using link_table = std::unordered_map<dom::dom_element const*, element_links>;
+/// between elements). Open-addressed by the element's address: the table is filled once, at a size
+/// fixed from the count of elements, and then only read, several times for every element styled.
+struct link_table {
+    /// The elements and their entries' places in `link_values`: a power of two of slots, at most half
+    /// of them used, null where a slot is free.
+    std::vector<std::pair<dom::dom_element const*, std::uint32_t>> link_slots;
+    std::vector<element_links> link_values;
+
+    /// The entry of an element, or null where the table doesn't have it.
+    element_links const* find(dom::dom_element const* e) const;
+};
 
 /// The table for an element and its descendants.
 link_table make_link_table(dom::dom_element const& root);
