@@ -460,7 +460,21 @@ void merge_runs(std::vector<pointer>& items, std::vector<std::size_t>& run_bound
     for (std::size_t k = 0; k < runs; ++k) {
         auto const first = items.begin() + static_cast<std::ptrdiff_t>(run_bounds[k]);
         auto const last = items.begin() + static_cast<std::ptrdiff_t>(end_of(k));
-        if (!std::is_sorted(first, last, by_priority)) {
+        if (std::is_sorted(first, last, by_priority)) {
+            continue;
+        }
+        if (last - first <= 64) {
+            // A rule's declarations, shorthands expanded, with a few !important ones out of place: an
+            // insertion sort, stable, and without the buffer that stable_sort allocates.
+            for (auto i = first + 1; i != last; ++i) {
+                auto const item = *i;
+                auto j = i;
+                for (; j != first && by_priority(item, *(j - 1)); --j) {
+                    *j = *(j - 1);
+                }
+                *j = item;
+            }
+        } else {
             std::stable_sort(first, last, by_priority);
         }
     }
