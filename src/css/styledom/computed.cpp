@@ -74,15 +74,27 @@ struct computed_entry {
     ref<dom::style_info> info;
 };
 
+struct typed_entry {
+    ref<css::property::property> property;
+    /// Whether the value waits for the element (var(), rem, page units, math).
+    bool needs_element = false;
+};
+
+struct declared_entry {
+    ref<declared_styles> declared;
+    /// Whether any of the declarations waits for the element, whose own list is made then.
+    bool needs_element = false;
+};
+
 struct typed_cache {
     /// Computed styles by what they follow from: siblings with the same rules and attributes share one.
     std::unordered_map<computed_key, computed_entry, computed_key_hash> cache_computed;
     /// The typed property of each declaration of the sheets, null where the value is invalid.
-    std::unordered_map<css::pdecls::pdeclaration const*, ref<css::property::property>> cache_entries;
+    std::unordered_map<css::pdecls::pdeclaration const*, typed_entry> cache_entries;
     /// The typed declarations of the elements that have none of their own, by what the cascade gave
     /// them (see `cascade_key`): elements matched by the same rules share one copy, which in a long
     /// document is most of them.
-    std::unordered_map<std::vector<std::uintptr_t>, ref<declared_styles>, key_hash> cache_declared;
+    std::unordered_map<std::vector<std::uintptr_t>, declared_entry, key_hash> cache_declared;
     std::vector<std::uintptr_t> key;
 };
 
@@ -106,11 +118,12 @@ void cascade_key(cascaded const& c, std::vector<std::uintptr_t>& key) {
     }
 }
 
-ref<css::property::property> const& typed(typed_cache& cache, css::pdecls::pdeclaration const* d) {
+typed_entry const& typed(typed_cache& cache, css::pdecls::pdeclaration const* d) {
     auto [it, fresh] = cache.cache_entries.try_emplace(d);
     if (fresh) {
+        it->second.needs_element = css::substitute::needs_element(d->declaration.value);
         if (auto p = css::property::parse_declaration(d->declaration)) {
-            it->second = share(std::move(*p));
+            it->second.property = share(std::move(*p));
         }
     }
     return it->second;
@@ -159,11 +172,15 @@ std::optional<css::property::property> typed_for_element(css::declaration const&
     return unset(*p);
 }
 
+// The typed declarations of a list. With `ev`, those whose value waits for the element are typed for
+// it; without, they are typed as they stand (and found invalid), and `needs_element` tells that some
+// did, so that the caller makes the list again with the element's values.
 void add_typed(std::vector<typed_pdecl>& out,
                std::vector<css::pdecls::pdeclaration const*> const& list,
                cascaded const& c,
                typed_cache& cache,
-               element_values const* ev = nullptr) {
+               element_values const* ev,
+               bool& needs_element) {
     auto const own_begin = c.cascaded_own.data();
     auto const own_end = own_begin + c.cascaded_own.size();
     out.reserve(out.size() + list.size());
@@ -171,18 +188,20 @@ void add_typed(std::vector<typed_pdecl>& out,
         if (is_custom(d->declaration)) {
             continue;
         }
-        if (ev != nullptr && css::substitute::needs_element(d->declaration.value)) {
+        bool const own = d >= own_begin && d < own_end;
+        typed_entry const* entry = own ? nullptr : &typed(cache, d);
+        bool const needs = entry ? entry->needs_element : css::substitute::needs_element(d->declaration.value);
+        needs_element = needs_element || needs;
+        if (ev != nullptr && needs) {
             if (auto p = typed_for_element(d->declaration, *ev)) {
                 out.push_back({share(std::move(*p)), d->priority});
             }
-            continue;
-        }
-        if (d >= own_begin && d < own_end) {
-            if (auto p = css::property::parse_declaration(d->declaration)) {
-                out.push_back({share(std::move(*p)), d->priority});
+        } else if (entry) {
+            if (entry->property) {
+                out.push_back({entry->property, d->priority});
             }
-        } else if (auto const& p = typed(cache, d)) {
-            out.push_back({p, d->priority});
+        } else if (auto p = css::property::parse_declaration(d->declaration)) {
+            out.push_back({share(std::move(*p)), d->priority});
         }
     }
 }
@@ -234,12 +253,6 @@ css::compute_style::element_context context_of(dom::dom_element const& e,
 
 namespace {
 
-bool any_needs_element(std::vector<css::pdecls::pdeclaration const*> const& list) {
-    return std::ranges::any_of(list, [](css::pdecls::pdeclaration const* d) {
-        return !is_custom(d->declaration) && css::substitute::needs_element(d->declaration.value);
-    });
-}
-
 // The element's custom properties: its parent's, with its own declarations applied in ascending
 // priority and var() among them replaced. The parent's set is shared when the element declares none.
 ref<css::substitute::custom_properties> custom_properties_of(ref<css::style::style> const& parent,
@@ -280,8 +293,6 @@ style_hooks typed_hooks() {
         auto const& c = r.request_cascade;
         ref<css::style::style> parent = r.request_parent ? r.request_parent->style_info_style : nullptr;
         auto customs = custom_properties_of(parent, c.cascaded_pdecls);
-        bool const dynamic = any_needs_element(c.cascaded_pdecls) ||
-                             std::ranges::any_of(c.cascaded_pseudos, [](auto const& p) { return any_needs_element(p.pseudo_pdecls); });
         float const parent_font_size = parent ? parent->font_size : 12;
         element_values ev{.values_context = {.customs = customs.get(),
                                              .root_font_size = r.request_root_font_size,
@@ -290,13 +301,13 @@ style_hooks typed_hooks() {
                                              .dpi = css::compute_style::css_dpi()},
                           .parent_font_size = parent_font_size,
                           .element_font_size = parent_font_size};
-        auto const make_declared = [&] {
+        // The typed declarations; with `values`, those that wait for the element typed for it.
+        auto const make_declared = [&](element_values const* values, bool& needs_element) {
             declared_styles declared;
-            element_values const* values = dynamic ? &ev : nullptr;
-            add_typed(declared.declared_pdecls, c.cascaded_pdecls, c, *cache, values);
+            add_typed(declared.declared_pdecls, c.cascaded_pdecls, c, *cache, values, needs_element);
             for (auto const& p : c.cascaded_pseudos) {
                 pseudo_decls entry{.pseudo_elements = p.pseudo_elements};
-                add_typed(entry.pseudo_pdecls, p.pseudo_pdecls, c, *cache, values);
+                add_typed(entry.pseudo_pdecls, p.pseudo_pdecls, c, *cache, values, needs_element);
                 declared.declared_pseudos.push_back(std::move(entry));
             }
             return share(std::move(declared));
@@ -309,65 +320,66 @@ style_hooks typed_hooks() {
             }
             return css::compute_style::compute_style_from_slots(parent, context, declared_values);
         };
-        if (dynamic) {
-            // em in a math function counts against the element's own font size, known only once the
-            // font size is computed; a second round settles them with it.
-            auto declared = make_declared();
-            auto style = compute_from(*declared);
-            if (style.font_size != ev.element_font_size) {
-                ev.element_font_size = style.font_size;
-                declared = make_declared();
-                style = compute_from(*declared);
-            }
-            style.custom_properties = customs;
+        auto const fresh_info = [&](ref<css::style::style> style, ref<declared_styles> declared) {
             return share(dom::style_info{.style_info_base = r.request_base,
                                          .style_info_lang = r.request_lang,
-                                         .style_info_style = share(std::move(style)),
+                                         .style_info_style = std::move(style),
                                          .style_info_declared = std::move(declared)});
-        }
+        };
+
+        // Elements with no declarations of their own share the typed list of their cascade.
+        bool const shared = c.cascaded_own.empty();
         ref<declared_styles> declared;
-        if (c.cascaded_own.empty()) {
+        bool dynamic = false;
+        bool first = true;
+        if (shared) {
             cascade_key(c, cache->key);
             auto [it, added] = cache->cache_declared.try_emplace(cache->key);
             if (added) {
-                it->second = make_declared();
+                it->second.declared = make_declared(nullptr, it->second.needs_element);
             }
-            declared = it->second;
-            if (added) {
-                // The first element with these declarations: no other has a style to share with it,
-                // and most declarations of a sheet with many selectors meet one element only, so the
-                // style isn't kept for the next one (the second computes its own and keeps it).
-                auto computed = compute_from(*declared);
-                computed.custom_properties = customs;
-                return share(dom::style_info{.style_info_base = r.request_base,
-                                             .style_info_lang = r.request_lang,
-                                             .style_info_style = share(std::move(computed)),
-                                             .style_info_declared = std::move(declared)});
-            }
-            computed_key key{.parent = parent.get(), .declared = declared.get(), .customs = customs.get(), .context = context};
-            auto [entry, fresh] = cache->cache_computed.try_emplace(std::move(key));
-            if (fresh) {
-                auto computed = compute_from(*declared);
-                computed.custom_properties = customs;
-                entry->second = computed_entry{.style = share(std::move(computed)), .parent = parent, .customs = customs};
-            }
-            auto& info = entry->second.info;
-            if (!info || info->style_info_base != r.request_base || info->style_info_lang != r.request_lang) {
-                info = share(dom::style_info{.style_info_base = r.request_base,
-                                             .style_info_lang = r.request_lang,
-                                             .style_info_style = entry->second.style,
-                                             .style_info_declared = std::move(declared)});
-            }
-            return info;
+            declared = it->second.declared;
+            dynamic = it->second.needs_element;
+            first = added;
+        } else {
+            declared = make_declared(nullptr, dynamic);
         }
-        declared = make_declared();
-        auto computed = compute_from(*declared);
-        computed.custom_properties = customs;
-        auto style = share(std::move(computed));
-        return share(dom::style_info{.style_info_base = r.request_base,
-                                     .style_info_lang = r.request_lang,
-                                     .style_info_style = std::move(style),
-                                     .style_info_declared = std::move(declared)});
+
+        if (dynamic) {
+            // em in a math function counts against the element's own font size, known only once the
+            // font size is computed; a second round settles them with it.
+            bool unused = false;
+            declared = make_declared(&ev, unused);
+            auto style = compute_from(*declared);
+            if (style.font_size != ev.element_font_size) {
+                ev.element_font_size = style.font_size;
+                declared = make_declared(&ev, unused);
+                style = compute_from(*declared);
+            }
+            style.custom_properties = customs;
+            return fresh_info(share(std::move(style)), std::move(declared));
+        }
+        if (first) {
+            // An element with declarations of its own, or the first with these declarations: no
+            // other has a style to share with it, and most declarations of a sheet with many
+            // selectors meet one element only, so the style isn't kept for the next one (the second
+            // computes its own and keeps it).
+            auto computed = compute_from(*declared);
+            computed.custom_properties = customs;
+            return fresh_info(share(std::move(computed)), std::move(declared));
+        }
+        computed_key key{.parent = parent.get(), .declared = declared.get(), .customs = customs.get(), .context = context};
+        auto [entry, fresh] = cache->cache_computed.try_emplace(std::move(key));
+        if (fresh) {
+            auto computed = compute_from(*declared);
+            computed.custom_properties = customs;
+            entry->second = computed_entry{.style = share(std::move(computed)), .parent = parent, .customs = customs};
+        }
+        auto& info = entry->second.info;
+        if (!info || info->style_info_base != r.request_base || info->style_info_lang != r.request_lang) {
+            info = fresh_info(entry->second.style, std::move(declared));
+        }
+        return info;
     };
     return style_hooks{.known_property = &css::propnames::known_property,
                        .is_shorthand = &is_shorthand,
