@@ -123,7 +123,7 @@ int main(int argc, char** argv) {
     auto s = *css::style::initial_style();
     s.font_size = 10;
     s.hyphens = css::text::hyphens::auto_;
-    s.hyphenate_patterns = {css::value::url{.url_text = patterns}};
+    css::style::own_rare_props(s).rare_props_hyphenate_patterns = {css::value::url{.url_text = patterns}};
     auto fp = *s.font_props;
     fp.font_props_font_family = {"Sans", "vellum-no-fallback"};
     s.font_props = share(fp);

@@ -590,7 +590,8 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
     if (scanprops::any_set(props,
                            {L::border_collapse, L::caption_page, L::caption_side, L::direction, L::quotes,
                             L::empty_cells, L::line_stacking_strategy, L::vellum_image_magic,
-                            L::vellum_linebreak_magic, L::visibility, L::white_space})) {
+                            L::vellum_linebreak_magic, L::visibility, L::white_space, L::hyphenate_patterns,
+                            L::link, L::list_style_image, L::list_style_type, L::page})) {
         auto const& pg = *parent.rare_props;
         auto const& ig = *init.rare_props;
         style::rare_props r;
@@ -615,6 +616,17 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
             c.get<L::visibility>(pg.rare_props_visibility, ig.rare_props_visibility, identity);
         r.rare_props_white_space =
             c.get<L::white_space>(pg.rare_props_white_space, ig.rare_props_white_space, identity);
+        r.rare_props_hyphenate_patterns = c.get<L::hyphenate_patterns>(
+            pg.rare_props_hyphenate_patterns, ig.rare_props_hyphenate_patterns, identity);
+        r.rare_props_link =
+            c.get<L::link>(pg.rare_props_link, ig.rare_props_link, [&](semantics::spec_link_type const& x) {
+                return c.resolve<L::link>(x).value_or(semantics::link_none{});
+            });
+        r.rare_props_list_style_image = c.get<L::list_style_image>(pg.rare_props_list_style_image,
+                                                                   ig.rare_props_list_style_image, identity);
+        r.rare_props_list_style_type =
+            c.get<L::list_style_type>(pg.rare_props_list_style_type, ig.rare_props_list_style_type, identity);
+        r.rare_props_page = c.get<L::page>(pg.rare_props_page, ig.rare_props_page, identity);
         s.rare_props = shared_group(std::move(r), parent.rare_props, init.rare_props);
     }
 
@@ -725,8 +737,6 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
     c.set<L::hyphenate_after>(s.hyphenate_after, parent.hyphenate_after, init.hyphenate_after, identity);
     c.set<L::hyphenate_before>(s.hyphenate_before, parent.hyphenate_before, init.hyphenate_before, identity);
     c.set<L::hyphenate_lines>(s.hyphenate_lines, parent.hyphenate_lines, init.hyphenate_lines, identity);
-    c.set<L::hyphenate_patterns>(s.hyphenate_patterns, parent.hyphenate_patterns, init.hyphenate_patterns,
-                                 identity);
     c.set<L::image_resolution>(s.image_resolution, parent.image_resolution, init.image_resolution, identity);
     c.set_attr<L::vellum_lang>(s.vellum_lang, parent.vellum_lang, init.vellum_lang, identity);
     c.set<L::letter_spacing>(s.letter_spacing, parent.letter_spacing, init.letter_spacing, spacing);
@@ -741,13 +751,8 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
                               },
                               x);
         });
-    c.set<L::link>(s.link, parent.link, init.link, [&](semantics::spec_link_type const& x) {
-        return c.resolve<L::link>(x).value_or(semantics::link_none{});
-    });
-    c.set<L::list_style_image>(s.list_style_image, parent.list_style_image, init.list_style_image, identity);
     c.set<L::list_style_position>(s.list_style_position, parent.list_style_position, init.list_style_position,
                                   identity);
-    c.set<L::list_style_type>(s.list_style_type, parent.list_style_type, init.list_style_type, identity);
     c.set_attr<L::margin_bottom>(s.margin_bottom, parent.margin_bottom, init.margin_bottom, width);
     c.set_attr<L::margin_inside>(s.margin_inside, parent.margin_inside, init.margin_inside, width);
     c.set_attr<L::margin_left>(s.margin_left, parent.margin_left, init.margin_left, width);
@@ -765,7 +770,6 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
     c.set_attr<L::padding_left>(s.padding_left, parent.padding_left, init.padding_left, pad);
     c.set_attr<L::padding_right>(s.padding_right, parent.padding_right, init.padding_right, pad);
     c.set_attr<L::padding_top>(s.padding_top, parent.padding_top, init.padding_top, pad);
-    c.set<L::page>(s.page, parent.page, init.page, identity);
     c.set<L::vellum_footnote_policy>(s.vellum_footnote_policy, parent.vellum_footnote_policy,
                                      init.vellum_footnote_policy, identity);
     c.set<L::table_layout>(s.table_layout, parent.table_layout, init.table_layout, identity);

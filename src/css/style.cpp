@@ -42,18 +42,17 @@ bool style::operator==(style const& other) const {
            a.footnote_style_position == b.footnote_style_position && a.height == b.height &&
            a.hyphens == b.hyphens && a.hyphenate_after == b.hyphenate_after &&
            a.hyphenate_before == b.hyphenate_before && a.hyphenate_lines == b.hyphenate_lines &&
-           a.hyphenate_patterns == b.hyphenate_patterns && a.image_resolution == b.image_resolution &&
-           a.vellum_lang == b.vellum_lang && a.vellum_lang_value == b.vellum_lang_value && a.left == b.left &&
+           a.image_resolution == b.image_resolution && a.vellum_lang == b.vellum_lang &&
+           a.vellum_lang_value == b.vellum_lang_value && a.left == b.left &&
            a.letter_spacing == b.letter_spacing && a.word_spacing == b.word_spacing &&
-           a.line_height == b.line_height && a.link == b.link && a.list_style_image == b.list_style_image &&
-           a.list_style_position == b.list_style_position && a.list_style_type == b.list_style_type &&
+           a.line_height == b.line_height && a.list_style_position == b.list_style_position &&
            a.margin_bottom == b.margin_bottom && a.margin_inside == b.margin_inside &&
            a.margin_left == b.margin_left && a.margin_outside == b.margin_outside &&
            a.margin_right == b.margin_right && a.margin_top == b.margin_top && a.max_height == b.max_height &&
            a.max_width == b.max_width && a.min_height == b.min_height && a.min_width == b.min_width &&
            a.orphans == b.orphans && a.widows == b.widows && a.overflow == b.overflow &&
            a.padding_bottom == b.padding_bottom && a.padding_left == b.padding_left &&
-           a.padding_right == b.padding_right && a.padding_top == b.padding_top && a.page == b.page &&
+           a.padding_right == b.padding_right && a.padding_top == b.padding_top &&
            a.vellum_footnote_policy == b.vellum_footnote_policy && a.right == b.right &&
            a.table_layout == b.table_layout && a.top == b.top && a.vertical_align == b.vertical_align &&
            a.width == b.width && a.writing_mode == b.writing_mode;
@@ -87,25 +86,26 @@ style inherit_from(style const& parent) {
     s.hyphenate_after = parent.hyphenate_after;
     s.hyphenate_before = parent.hyphenate_before;
     s.hyphenate_lines = parent.hyphenate_lines;
-    s.hyphenate_patterns = parent.hyphenate_patterns;
     s.image_resolution = parent.image_resolution;
     s.vellum_lang = parent.vellum_lang;
     s.vellum_lang_value = parent.vellum_lang_value;
     s.letter_spacing = parent.letter_spacing;
     s.word_spacing = parent.word_spacing;
     s.line_height = parent.line_height;
-    s.link = parent.link;
-    s.list_style_image = parent.list_style_image;
     s.list_style_position = parent.list_style_position;
-    s.list_style_type = parent.list_style_type;
     s.orphans = parent.orphans;
     s.widows = parent.widows;
-    s.page = parent.page;
     s.vellum_footnote_policy = parent.vellum_footnote_policy;
     s.writing_mode = parent.writing_mode;
     // column-gap's initial 1em follows the font size the child inherits.
     s.column_gap = s.font_size;
     return s;
+}
+
+rare_props& own_rare_props(style& s) {
+    auto copy = std::make_shared<rare_props>(*s.rare_props);
+    s.rare_props = copy;
+    return *copy;
 }
 
 rare_box_props& own_rare_box(style& s) {

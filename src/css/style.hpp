@@ -33,6 +33,11 @@ struct rare_props {
     text::linebreak_magic rare_props_vellum_linebreak_magic = text::linebreak_magic::auto_;
     box::visibility rare_props_visibility = box::visibility::visible;
     text::white_space rare_props_white_space = text::white_space::normal;
+    text::hyphenate_patterns rare_props_hyphenate_patterns;
+    semantics::link_type rare_props_link = semantics::link_none{};
+    box::url_or_none rare_props_list_style_image;
+    box::list_style_type rare_props_list_style_type = box::list_style_named{"disc"};
+    box::page rare_props_page;
     bool operator==(rare_props const&) const = default;
 };
 
@@ -131,7 +136,6 @@ struct style {
     int hyphenate_after = 2;
     int hyphenate_before = 2;
     text::hyphenate_lines hyphenate_lines = text::no_limit{};
-    text::hyphenate_patterns hyphenate_patterns;
     box::image_resolution image_resolution = box::resolution_normal{};
     text::lang vellum_lang;
     /// The language of the element from its own or an ancestor's lang attribute, lower-cased.
@@ -140,10 +144,7 @@ struct style {
     box::letter_word_spacing letter_spacing = box::normal_value{};
     box::letter_word_spacing word_spacing = box::normal_value{};
     fonts::line_height line_height = fonts::line_height_normal{};
-    semantics::link_type link = semantics::link_none{};
-    box::url_or_none list_style_image;
     box::list_style_position list_style_position = box::list_style_position::outside;
-    box::list_style_type list_style_type = box::list_style_named{"disc"};
     box::margin margin_bottom = 0.0f;
     box::margin margin_inside = 0.0f;
     box::margin margin_left = 0.0f;
@@ -161,7 +162,6 @@ struct style {
     box::padding padding_left = 0.0f;
     box::padding padding_right = 0.0f;
     box::padding padding_top = 0.0f;
-    box::page page;
     box::vellum_footnote_policy vellum_footnote_policy = box::vellum_footnote_policy::auto_;
     box::position_offset right = box::auto_value{};
     box::table_layout table_layout = box::table_layout::auto_;
@@ -181,6 +181,9 @@ inline color::color const& color_or_current(std::optional<color::color> const& c
 
 /// The style's own copy of its rare box group, to change before the style is shared.
 rare_box_props& own_rare_box(style& s);
+
+/// The same for its group of rare inherited values.
+rare_props& own_rare_props(style& s);
 
 /// The initial style: every property at its initial value, the groups shared by every style that
 /// doesn't change them. A root element takes it as its parent.

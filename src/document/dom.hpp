@@ -102,8 +102,8 @@ using parent_node = std::variant<no_parent, element_parent, document_parent, doc
 
 /// The cascade's result for one element.
 struct style_info {
-    /// The element's base URL.
-    resource::locator::locator style_info_base;
+    /// The element's base URL, shared by the elements that have the same one.
+    ref<resource::locator::locator> style_info_base;
     /// The element's language, if known.
     std::optional<std::string> style_info_lang;
     /// The computed style; null when the cascade ran without a style computation.

@@ -557,10 +557,10 @@ std::optional<hyphenated> try_hyphenate(eval_env const& env,
         auto const& style = *w->word_head.head_style;
         if (style.hyphens != css::text::hyphens::auto_ ||
             style.rare_props->rare_props_white_space != css::text::white_space::normal ||
-            style.hyphenate_patterns.empty() || !env.env_patterns) {
+            style.rare_props->rare_props_hyphenate_patterns.empty() || !env.env_patterns) {
             continue;
         }
-        auto const rules = env.env_patterns(style.hyphenate_patterns);
+        auto const rules = env.env_patterns(style.rare_props->rare_props_hyphenate_patterns);
         if (!rules) {
             continue;
         }

@@ -1221,7 +1221,7 @@ std::string link_text(css::style::style const* s) {
     if (s == nullptr) {
         return {};
     }
-    if (auto const* url = std::get_if<css::semantics::link_url>(&s->link)) {
+    if (auto const* url = std::get_if<css::semantics::link_url>(&s->rare_props->rare_props_link)) {
         return url->link_target.url_text;
     }
     return {};
@@ -1231,7 +1231,7 @@ std::string link_base(css::style::style const* s) {
     if (s == nullptr) {
         return {};
     }
-    if (auto const* url = std::get_if<css::semantics::link_url>(&s->link)) {
+    if (auto const* url = std::get_if<css::semantics::link_url>(&s->rare_props->rare_props_link)) {
         return url->link_target.url_base;
     }
     return {};

@@ -639,8 +639,8 @@ struct walker {
 
     // The marker that the list style gives: the list-item counter in a counter style, or a string.
     std::vector<span> marker_of_list_style(css::style::style const& s) {
-        if (s.list_style_image) {
-            auto const url = styledom::sheets::resolve_url(*doc.styled_rules.rules_bases, *s.list_style_image);
+        if (s.rare_props->rare_props_list_style_image) {
+            auto const url = styledom::sheets::resolve_url(*doc.styled_rules.rules_bases, *s.rare_props->rare_props_list_style_image);
             if (auto b = image_block(url, anonymous_style(share(s)), type_anonymous{})) {
                 return {span_inline_block{share(std::move(*b))}};
             }
@@ -657,7 +657,7 @@ struct walker {
                                       span_text{append_text(*text_store, textbuf::from_utf8(t.list_style_text))}};
                               },
                           },
-                          s.list_style_type);
+                          s.rare_props->rare_props_list_style_type);
     }
 
     // ---- the walk ----
@@ -764,7 +764,7 @@ struct walker {
             return std::nullopt;
         }
         if (src && !src->empty()) {
-            auto const url = resource::locator::resolve_locator(info.style_info_base, *src);
+            auto const url = resource::locator::resolve_locator(*info.style_info_base, *src);
             out.loaded = image_block(url, info.style_info_style, type_anonymous{});
             if (auto const* bi = out.loaded ? std::get_if<bcontent_image>(&out.loaded->block_content) : nullptr;
                 bi && bi->image) {
@@ -1078,7 +1078,7 @@ struct walker {
                                   std::optional<std::vector<span>> marker) {
         auto const& s = *style;
         auto const bgs = backgrounds(s);
-        auto const context = styledom::computed::context_of(*e, info.style_info_base, info.style_info_lang);
+        auto const context = styledom::computed::context_of(*e, *info.style_info_base, info.style_info_lang);
         auto const decls = declarations_in(info, styledom::computed::declared_of(info).declared_pdecls);
 
         auto const footnote = [&]() -> std::optional<bool> {
@@ -1512,7 +1512,7 @@ struct walker {
         if (!p) {
             return;
         }
-        auto const context = styledom::computed::context_of(*e, info.style_info_base, info.style_info_lang);
+        auto const context = styledom::computed::context_of(*e, *info.style_info_base, info.style_info_lang);
         if (!line.empty()) {
             // Outer blocks' first lines come first; this block is reached after its children, so its
             // declarations go in front.
@@ -1716,7 +1716,7 @@ struct walker {
 using css::box::page_break;
 
 css::box::page name_of(block const& b, css::box::page const& inherited) {
-    return b.block_style && b.block_style->page ? b.block_style->page : inherited;
+    return b.block_style && b.block_style->rare_props->rare_props_page ? b.block_style->rare_props->rare_props_page : inherited;
 }
 
 std::optional<page_reset> page_counter_change(css::style::style const& s, std::string const& name) {

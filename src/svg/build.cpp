@@ -130,7 +130,7 @@ struct builder {
             return info->style_info_style;
         }
         // Content instantiated by use inherits from the use, not from where it stands in the document.
-        auto const context = styledom::computed::context_of(*e, info->style_info_base, info->style_info_lang);
+        auto const context = styledom::computed::context_of(*e, *info->style_info_base, info->style_info_lang);
         return share(css::compute_style::compute_style(
             parent, context, styledom::properties_of(styledom::computed::declared_of(*info).declared_pdecls)));
     }

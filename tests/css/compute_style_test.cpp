@@ -109,7 +109,7 @@ TEST(compute_style, inheritance_and_sharing) {
     EXPECT_EQ(child->text.get(), root->text.get());
     EXPECT_EQ(child->rare_props.get(), root->rare_props.get());
     EXPECT_EQ(child->svgstyle.get(), root->svgstyle.get());
-    EXPECT_EQ(child->page, box::page{"wide"});
+    EXPECT_EQ(child->rare_props->rare_props_page, box::page{"wide"});
     EXPECT_EQ(child->width, box::width{box::auto_value{}});
     EXPECT_EQ(styled(root, "width: inherit")->width, box::width{100.0f});
     auto const bold = styled(root, "font-weight: bolder");
@@ -180,7 +180,7 @@ TEST(compute_style, attr_per_element) {
     EXPECT_EQ(s->width, box::width{30.0f});
     EXPECT_EQ(s->rare_box->table_column_span, 3);
     semantics::link_type const to_a = semantics::link_url{value::url{"a.html", "file:///d.html"}};
-    EXPECT_EQ(s->link, to_a);
+    EXPECT_EQ(s->rare_props->rare_props_link, to_a);
     EXPECT_EQ(s->vellum_lang_value, "en-gb");
     element_context bad{.context_attrs = {{std::nullopt, "data-w", "40px"}}};
     EXPECT_EQ(styled(root, "width: attr(data-w, length, 5px)", bad)->width, box::width{3.75f});

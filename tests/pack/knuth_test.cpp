@@ -36,7 +36,7 @@ style_ref make_style(style_opts o = {}) {
     auto s = *css::style::initial_style();
     s.font_size = 10;
     s.hyphens = o.hyphens;
-    s.hyphenate_patterns = {css::value::url{.url_text = "test.pat"}};
+    css::style::own_rare_props(s).rare_props_hyphenate_patterns = {css::value::url{.url_text = "test.pat"}};
     auto text = *s.text;
     text.text_props_overflow_wrap = o.overflow_wrap;
     s.text = share(text);

@@ -214,7 +214,7 @@ TEST(page_stream, pages_painted_ahead_make_the_same_file) {
     ASSERT_NE(sans, serif);
 
     auto linked = *plain_style();
-    linked.link = css::semantics::link_url{{.url_text = "#two"}};
+    css::style::own_rare_props(linked).rare_props_link = css::semantics::link_url{{.url_text = "#two"}};
     auto first_box = para_of({{20, shown}}, 350);
     first_box.box_style = share(std::move(linked));
     first_box.box_x = 20;

@@ -433,9 +433,9 @@ TEST(painter, same_colour_runs_write_one_colour_operator) {
 
 TEST(painter, margin_boxes_links_and_destinations) {
     auto linked = style_with([](css::style::style& s) {
-        s.link = css::semantics::link_url{{.url_text = "http://example.org/"}};
+        css::style::own_rare_props(s).rare_props_link = css::semantics::link_url{{.url_text = "http://example.org/"}};
     });
-    auto const to_intro = style_with([](css::style::style& s) { s.link = css::semantics::link_url{{.url_text = "#intro"}}; });
+    auto const to_intro = style_with([](css::style::style& s) { css::style::own_rare_props(s).rare_props_link = css::semantics::link_url{{.url_text = "#intro"}}; });
     auto target = block(20, 300, 100, 20, {});
     prepack::element_stuff stuff;
     stuff.given_ids = std::pair{resource::locator::locator{}, std::vector<prepack::target_id>{{"intro"}}};

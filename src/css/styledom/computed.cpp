@@ -96,6 +96,8 @@ struct typed_cache {
     /// document is most of them.
     std::unordered_map<std::vector<std::uintptr_t>, declared_entry, key_hash> cache_declared;
     std::vector<std::uintptr_t> key;
+    /// The base URL of the last element styled.
+    ref<resource::locator::locator> base;
 };
 
 // The declarations of the index that an element gets, as addresses, and for each list of pseudo-elements
@@ -194,14 +196,14 @@ void add_typed(std::vector<typed_pdecl>& out,
         needs_element = needs_element || needs;
         if (ev != nullptr && needs) {
             if (auto p = typed_for_element(d->declaration, *ev)) {
-                out.push_back({share(std::move(*p)), d->priority});
+                out.push_back({share(std::move(*p))});
             }
         } else if (entry) {
             if (entry->property) {
-                out.push_back({entry->property, d->priority});
+                out.push_back({entry->property});
             }
         } else if (auto p = css::property::parse_declaration(d->declaration)) {
-            out.push_back({share(std::move(*p)), d->priority});
+            out.push_back({share(std::move(*p))});
         }
     }
 }
@@ -321,7 +323,12 @@ style_hooks typed_hooks() {
             return css::compute_style::compute_style_from_slots(parent, context, declared_values);
         };
         auto const fresh_info = [&](ref<css::style::style> style, ref<declared_styles> declared) {
-            return share(dom::style_info{.style_info_base = r.request_base,
+            // Elements share their base while it stays the same, as it does for a whole document
+            // without xml:base.
+            if (!cache->base || *cache->base != r.request_base) {
+                cache->base = share(r.request_base);
+            }
+            return share(dom::style_info{.style_info_base = cache->base,
                                          .style_info_lang = r.request_lang,
                                          .style_info_style = std::move(style),
                                          .style_info_declared = std::move(declared)});
@@ -376,7 +383,7 @@ style_hooks typed_hooks() {
             entry->second = computed_entry{.style = share(std::move(computed)), .parent = parent, .customs = customs};
         }
         auto& info = entry->second.info;
-        if (!info || info->style_info_base != r.request_base || info->style_info_lang != r.request_lang) {
+        if (!info || *info->style_info_base != r.request_base || info->style_info_lang != r.request_lang) {
             info = fresh_info(entry->second.style, std::move(declared));
         }
         return info;

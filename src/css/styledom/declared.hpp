@@ -3,7 +3,6 @@
 // with.
 #pragma once
 
-#include "css/priority.hpp"
 #include "css/property.hpp"
 #include "css/selector.hpp"
 #include "util/ref.hpp"
@@ -12,14 +11,12 @@
 
 namespace vellum::styledom {
 
-/// A typed declaration with the priority it won or lost by. The property is shared with every element
-/// the same declaration of a sheet applies to; never null.
+/// A typed declaration, in a list ascending by priority (so that a later one overrides an earlier). The
+/// property is shared with every element the same declaration of a sheet applies to; never null.
 struct typed_pdecl {
     ref<css::property::property> pdecl_property;
-    css::priority::priority pdecl_priority;
     bool operator==(typed_pdecl const& other) const {
-        return pdecl_priority == other.pdecl_priority &&
-               (pdecl_property == other.pdecl_property || *pdecl_property == *other.pdecl_property);
+        return pdecl_property == other.pdecl_property || *pdecl_property == *other.pdecl_property;
     }
 };
 

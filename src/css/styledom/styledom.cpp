@@ -370,7 +370,7 @@ void for_each_matching_rule(tree::dom_tree const& tree,
 }
 
 ref<dom::style_info> base_style_info(log::log const&, style_request const& request) {
-    return share(dom::style_info{.style_info_base = request.request_base, .style_info_lang = request.request_lang});
+    return share(dom::style_info{.style_info_base = share(request.request_base), .style_info_lang = request.request_lang});
 }
 
 namespace {
@@ -656,7 +656,7 @@ void style_subtree(log::log const& log,
     if (parent != nullptr) {
         lang = parent->style_info_lang;
     }
-    w.visit(e, parent, parent != nullptr ? parent->style_info_base : context.parent_base, lang);
+    w.visit(e, parent, parent != nullptr ? *parent->style_info_base : context.parent_base, lang);
 }
 
 styled_document style_document(log::log const& log,
