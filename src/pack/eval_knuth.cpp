@@ -235,22 +235,29 @@ eval_res eval_knuth(eval_env const& env,
                     page_state state,
                     pack::knuth::knuth const& item,
                     std::span<pack::knuth::knuth const> rest) {
-    eval_res res{.res_state = std::move(state), .res_item = item};
+    // The measured item is made from the given one; an item that measuring leaves as it is is copied
+    // once, at the end, rather than copied first and then replaced.
+    eval_res res{.res_state = std::move(state)};
+    bool kept = true;
     std::visit(overloaded{
                    [&](knuth_box const& b) {
                        auto e = eval_box(env, kind, containing_height, res.res_state, b);
+                       kept = false;
                        res.res_item = std::move(e.box);
                        res.res_changed = e.changed;
                    },
                    [&](knuth_leader const& l) {
                        knuth_leader out = l;
-                       auto const f = form_of_parts(l.leader_font_req, l.leader_style, l.leader_first_line_style, kind);
+                       auto const f =
+                           form_of_parts(l.leader_font_req, l.leader_style, l.leader_first_line_style, kind);
                        out.single_leader_content =
                            shape(env, f, l.leader_direction, transformed(*f.form_style, l.leader_textbuf));
-                       out.single_leader_width = width_of(f, out.single_leader_content, letter_spacing_of(*f.form_style)) +
-                                                 word_spacing_of(*f.form_style);
+                       out.single_leader_width =
+                           width_of(f, out.single_leader_content, letter_spacing_of(*f.form_style)) +
+                           word_spacing_of(*f.form_style);
                        // The leader fills what the line leaves; composition decides how much that is.
                        out.leader_width = 0;
+                       kept = false;
                        res.res_item = std::move(out);
                    },
                    [&](knuth_penalty const& p) {
@@ -261,13 +268,15 @@ eval_res eval_knuth(eval_env const& env,
                            out.penalty_content = shape(env, f, fonts::direction::ltr, U"-");
                            out.penalty_width =
                                width_of(f, out.penalty_content, letter_spacing_of(*f.form_style));
+                           kept = false;
                            res.res_item = knuth_penalty{std::move(out)};
                        }
                    },
                    [&](knuth_glue const& g) {
                        if (auto const* s = std::get_if<glue>(&g)) {
                            glue out = *s;
-                           auto const f = form_of_parts(s->glue_font_req, s->glue_style, s->glue_first_line_style, kind);
+                           auto const f =
+                               form_of_parts(s->glue_font_req, s->glue_style, s->glue_first_line_style, kind);
                            auto m = measure_char(env, f, U' ');
                            // Every space stretches by half and shrinks by a sixth of its width;
                            // letter spacing has no part in a space.
@@ -276,11 +285,13 @@ eval_res eval_knuth(eval_env const& env,
                            out.glue_width = w;
                            out.stretchability = 0.5f * w;
                            out.shrinkability = w / 6.0f;
+                           kept = false;
                            res.res_item = knuth_glue{std::move(out)};
                        } else if (auto const* z = std::get_if<zero_width_cjk>(&g)) {
                            auto const& st = (kind == line_kind::first_line && z->zw_first_line_style)
                                                 ? *z->zw_first_line_style->first_line_style
                                                 : *z->zw_style;
+                           kept = false;
                            res.res_item = knuth_glue{zero_width_cjk{
                                .zw_stretchability = st.font_size + word_spacing_of(st),
                                .zw_style = z->zw_style,
@@ -302,6 +313,7 @@ eval_res eval_knuth(eval_env const& env,
                                                .splice_items = std::move(result->result_items)};
                        auto func = *h.head_func;
                        func.script_result = std::move(result->result_text);
+                       kept = false;
                        res.res_item = script_func_head{share(std::move(func))};
                        res.res_changed = true;
                    },
@@ -309,6 +321,9 @@ eval_res eval_knuth(eval_env const& env,
                    [&](footnote const&) { ++res.res_state.footnote_counter; },
                },
                item);
+    if (kept) {
+        res.res_item = item;
+    }
     return res;
 }
 
