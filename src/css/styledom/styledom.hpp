@@ -21,6 +21,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -105,9 +106,15 @@ using rule_entries = std::vector<rule_entry>;
 /// rules its own id, classes and name can satisfy. Real sheets are mostly class selectors, often
 /// qualified by an element name ("p.note"), and filing those by name would test them on every "p".
 struct slot_buckets {
-    std::map<std::string, rule_entries, std::less<>> by_id;
-    std::map<std::string, rule_entries, std::less<>> by_class;
-    std::map<std::string, rule_entries, std::less<>> by_name;
+    /// Hashes names for the buckets, which are looked up by a view of the element's name, id or class.
+    struct name_hash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view s) const { return std::hash<std::string_view>{}(s); }
+    };
+    using buckets = std::unordered_map<std::string, rule_entries, name_hash, std::equal_to<>>;
+    buckets by_id;
+    buckets by_class;
+    buckets by_name;
     rule_entries unkeyed;
 };
 
