@@ -236,6 +236,7 @@ css::compute_style::element_context context_of(dom::dom_element const& e,
     css::compute_style::element_context out{.context_base = resource::locator::locator_to_string(base),
                                             .context_lang = lang};
     std::lock_guard guard(process_lock());
+    out.context_attrs.reserve(e.dom_element_attrs.cell_value.size());
     for (auto const& a : e.dom_element_attrs.cell_value) {
         std::visit(overloaded{
                        [&](xml::local_name const& n) {
