@@ -473,7 +473,8 @@ columns_res balanced(pass_input const& in, columns_res full, float step, int max
 } // namespace
 
 bool has_columns(css::style::style const& s) {
-    return std::holds_alternative<int>(s.rare_box->column_count) || std::holds_alternative<float>(s.rare_box->column_width);
+    return std::holds_alternative<int>(s.rare_box->column_count) ||
+           std::holds_alternative<float>(s.rare_box->column_width);
 }
 
 column_info column_geometry(css::style::style const& s, float available_width) {
@@ -561,7 +562,8 @@ multicol_res pack_columns(page_info info,
                                                        .box_style = column_style}));
         // A rule stands between two columns that both hold something.
         bool const ruled = s.rare_box->column_rule_style != css::box::line_style::none &&
-                           s.rare_box->column_rule_style != css::box::line_style::hidden && s.rare_box->column_rule_width > 0;
+                           s.rare_box->column_rule_style != css::box::line_style::hidden &&
+                           s.rare_box->column_rule_width > 0;
         if (ruled && i > 0) {
             float const x = column_left(geometry, inner.left, i) - geometry.gap_width * 0.5f;
             out.columns.column_rules.push_back(

@@ -108,12 +108,12 @@ struct builder {
 
     // A word under `hyphens: -vellum-expand-all` shows its hyphenation points as middle dots.
     textbuf::textbuf expanded(css::style::style const& s, std::u32string_view word) const {
-        if (s.hyphens != css::text::hyphens::vellum_expand_all || s.rare_props->rare_props_hyphenate_patterns.empty() ||
-            !info.general.loader) {
+        if (s.hyphens != css::text::hyphens::vellum_expand_all ||
+            s.rare_props->rare_props_hyphenate_patterns.empty() || !info.general.loader) {
             return textbuf::textbuf(word);
         }
-        auto const rules = eval_knuth::patterns_of(info.general.log, *info.general.hyph,
-                                                   info.general.loader)(s.rare_props->rare_props_hyphenate_patterns);
+        auto const rules = eval_knuth::patterns_of(info.general.log, *info.general.hyph, info.general.loader)(
+            s.rare_props->rare_props_hyphenate_patterns);
         if (!rules) {
             return textbuf::textbuf(word);
         }

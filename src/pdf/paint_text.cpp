@@ -521,12 +521,18 @@ void paint_decorations(content::out const& o,
     };
     switch (layer) {
     case decoration_layer::under_text:
-        draw(style.rare_box->text_underline_style, css::style::color_or_current(style.rare_box->text_underline_color, style), baseline + under, false);
-        draw(style.rare_box->text_overline_style, css::style::color_or_current(style.rare_box->text_overline_color, style), baseline + up - thick / 2, true);
+        draw(style.rare_box->text_underline_style,
+             css::style::color_or_current(style.rare_box->text_underline_color, style), baseline + under,
+             false);
+        draw(style.rare_box->text_overline_style,
+             css::style::color_or_current(style.rare_box->text_overline_color, style),
+             baseline + up - thick / 2, true);
         break;
     case decoration_layer::over_text:
         // Through the middle of lower-case letters: about a third of the ascent.
-        draw(style.rare_box->text_line_through_style, css::style::color_or_current(style.rare_box->text_line_through_color, style), baseline + up * 0.3, false);
+        draw(style.rare_box->text_line_through_style,
+             css::style::color_or_current(style.rare_box->text_line_through_color, style),
+             baseline + up * 0.3, false);
         break;
     }
 }

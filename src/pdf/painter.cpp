@@ -746,9 +746,10 @@ struct painter {
                     continue;
                 }
                 auto const& s = *rule.rulebox_style;
-                css::box::border const side{.border_color = css::style::color_or_current(s.rare_box->column_rule_color, s),
-                                            .border_style = s.rare_box->column_rule_style,
-                                            .border_width = s.rare_box->column_rule_width};
+                css::box::border const side{
+                    .border_color = css::style::color_or_current(s.rare_box->column_rule_color, s),
+                    .border_style = s.rare_box->column_rule_style,
+                    .border_width = s.rare_box->column_rule_width};
                 borders::paint_rule(o, g, rule.rulebox_pos.x, rule.rulebox_pos.y, rule.rulebox_length, side,
                                     alpha);
             }
@@ -833,7 +834,8 @@ struct painter {
                                        float y,
                                        float w,
                                        float h) {
-        if (style.rare_box->object_fit == css::box::object_fit::fill || info.image_width <= 0 || info.image_height <= 0) {
+        if (style.rare_box->object_fit == css::box::object_fit::fill || info.image_width <= 0 ||
+            info.image_height <= 0) {
             return {x, y, w, h};
         }
         auto const natural = paint_background::image_size_at(info, style.image_resolution);

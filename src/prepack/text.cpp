@@ -458,7 +458,8 @@ void flatten(std::vector<span> const& spans, std::u32string_view text, int level
                            if (auto const e = embedding_of(*n.nested, inner)) {
                                needed = true;
                                inner = *e;
-                               if (n.nested->span_style->rare_box->unicode_bidi == css::box::unicode_bidi::bidi_override) {
+                               if (n.nested->span_style->rare_box->unicode_bidi ==
+                                   css::box::unicode_bidi::bidi_override) {
                                    inner_forced = is_rtl(*n.nested->span_style) ? bidi_class::r : bidi_class::l;
                                }
                            }

@@ -640,7 +640,8 @@ struct walker {
     // The marker that the list style gives: the list-item counter in a counter style, or a string.
     std::vector<span> marker_of_list_style(css::style::style const& s) {
         if (s.rare_props->rare_props_list_style_image) {
-            auto const url = styledom::sheets::resolve_url(*doc.styled_rules.rules_bases, *s.rare_props->rare_props_list_style_image);
+            auto const url = styledom::sheets::resolve_url(*doc.styled_rules.rules_bases,
+                                                           *s.rare_props->rare_props_list_style_image);
             if (auto b = image_block(url, anonymous_style(share(s)), type_anonymous{})) {
                 return {span_inline_block{share(std::move(*b))}};
             }
@@ -1409,7 +1410,8 @@ struct walker {
     }
 
     bool has_columns(css::style::style const& s) const {
-        return std::holds_alternative<int>(s.rare_box->column_count) || std::holds_alternative<float>(s.rare_box->column_width);
+        return std::holds_alternative<int>(s.rare_box->column_count) ||
+               std::holds_alternative<float>(s.rare_box->column_width);
     }
 
     bcontent to_bcontent(std::vector<thing> things, style_ref const& style, dom::element_ref const& e,
@@ -1716,7 +1718,9 @@ struct walker {
 using css::box::page_break;
 
 css::box::page name_of(block const& b, css::box::page const& inherited) {
-    return b.block_style && b.block_style->rare_props->rare_props_page ? b.block_style->rare_props->rare_props_page : inherited;
+    return b.block_style && b.block_style->rare_props->rare_props_page
+               ? b.block_style->rare_props->rare_props_page
+               : inherited;
 }
 
 std::optional<page_reset> page_counter_change(css::style::style const& s, std::string const& name) {

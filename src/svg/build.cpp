@@ -130,7 +130,8 @@ struct builder {
             return info->style_info_style;
         }
         // Content instantiated by use inherits from the use, not from where it stands in the document.
-        auto const context = styledom::computed::context_of(*e, *info->style_info_base, info->style_info_lang);
+        auto const context =
+            styledom::computed::context_of(*e, *info->style_info_base, info->style_info_lang);
         return share(css::compute_style::compute_style(
             parent, context, styledom::properties_of(styledom::computed::declared_of(*info).declared_pdecls)));
     }
@@ -932,7 +933,8 @@ struct builder {
         auto const id = local_id(s.rare_box->clip_path->url_text);
         auto const target = id ? find_id(*id) : nullptr;
         if (!target) {
-            warn("svg: clip_path: referenced id " + id.value_or(s.rare_box->clip_path->url_text) + " not found.");
+            warn("svg: clip_path: referenced id " + id.value_or(s.rare_box->clip_path->url_text) +
+                 " not found.");
             return nullptr;
         }
         if (!is_svg_name(target->dom_element_name, "clipPath")) {

@@ -157,9 +157,10 @@ TEST(compute_style, groups_shared_by_value) {
     // starts from: properties that inherit are the parent's, the others initial.
     // (With the initial colour: borders take the element's colour and an anonymous box keeps the
     // initial borders.)
-    auto const busy = styled(styled(nullptr, "opacity: 0.5"), "writing-mode: vertical-rl; font-size: 20pt; line-height: 2; page: p; "
-                                   "hyphens: auto; list-style-type: square; letter-spacing: 1pt; width: 5pt; "
-                                   "margin: 3pt; position: relative; top: 2pt; content: 'x'; column-gap: 4pt");
+    auto const busy = styled(styled(nullptr, "opacity: 0.5"),
+                             "writing-mode: vertical-rl; font-size: 20pt; line-height: 2; page: p; "
+                             "hyphens: auto; list-style-type: square; letter-spacing: 1pt; width: 5pt; "
+                             "margin: 3pt; position: relative; top: 2pt; content: 'x'; column-gap: 4pt");
     EXPECT_EQ(style::inherit_from(*busy), *styled(busy, ""));
     EXPECT_EQ(styled(busy, "")->writing_mode, box::writing_mode::vertical);
     EXPECT_EQ(styled(busy, "")->column_gap, 20);

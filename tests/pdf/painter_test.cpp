@@ -259,21 +259,25 @@ TEST(painter, clipping_opacity_visibility_and_transforms) {
     // A red child 100 by 60 sticks out of its 60 by 40 parent, which clips it.
     auto const clipped = block(20, 380, 60, 40, {}, hidden_overflow,
                                pack::boxes{{block(10, 390, 100, 60, with_background(css::color::rgb{1, 0, 0}))}});
-    auto const translucent = block(120, 380, 60, 40, with_background(css::color::rgb{1, 0, 0}),
-                                   style_with([](css::style::style& s) { css::style::own_rare_box(s).opacity = 0.5f; }));
+    auto const translucent =
+        block(120, 380, 60, 40, with_background(css::color::rgb{1, 0, 0}),
+              style_with([](css::style::style& s) { css::style::own_rare_box(s).opacity = 0.5f; }));
     auto const invisible = block(200, 380, 60, 40, with_background(css::color::rgb{1, 0, 0}), style_with([](css::style::style& s) {
         auto rare = *s.rare_props;
         rare.rare_props_visibility = css::box::visibility::hidden;
         s.rare_props = share(rare);
     }));
     // Moved 100 points right and 50 down; the untransformed place stays white.
-    auto const moved = block(20, 300, 40, 40, with_background(css::color::rgb{0, 0, 1}), style_with([](css::style::style& s) {
-        css::style::own_rare_box(s).transform = {css::box::transform_translate<css::box::length_or_percent<float>>{100.0f, 50.0f}};
-    }));
+    auto const moved = block(
+        20, 300, 40, 40, with_background(css::color::rgb{0, 0, 1}), style_with([](css::style::style& s) {
+            css::style::own_rare_box(s).transform = {
+                css::box::transform_translate<css::box::length_or_percent<float>>{100.0f, 50.0f}};
+        }));
     // A quarter turn clockwise about the centre of a 80 by 20 bar makes it 20 wide and 80 high.
-    auto const turned = block(200, 300, 80, 20, with_background(css::color::rgb{0, 0.5f, 0}), style_with([](css::style::style& s) {
-        css::style::own_rare_box(s).transform = {css::box::transform_rotate{float(M_PI / 2)}};
-    }));
+    auto const turned = block(
+        200, 300, 80, 20, with_background(css::color::rgb{0, 0.5f, 0}), style_with([](css::style::style& s) {
+            css::style::own_rare_box(s).transform = {css::box::transform_rotate{float(M_PI / 2)}};
+        }));
     auto const r = render(document_of({page_of({clipped, translucent, invisible, moved, turned})}), "painter_effects");
     EXPECT_COLOR(r.at(50, 360), red);
     EXPECT_COLOR(r.at(15, 360), white);
@@ -433,9 +437,12 @@ TEST(painter, same_colour_runs_write_one_colour_operator) {
 
 TEST(painter, margin_boxes_links_and_destinations) {
     auto linked = style_with([](css::style::style& s) {
-        css::style::own_rare_props(s).rare_props_link = css::semantics::link_url{{.url_text = "http://example.org/"}};
+        css::style::own_rare_props(s).rare_props_link =
+            css::semantics::link_url{{.url_text = "http://example.org/"}};
     });
-    auto const to_intro = style_with([](css::style::style& s) { css::style::own_rare_props(s).rare_props_link = css::semantics::link_url{{.url_text = "#intro"}}; });
+    auto const to_intro = style_with([](css::style::style& s) {
+        css::style::own_rare_props(s).rare_props_link = css::semantics::link_url{{.url_text = "#intro"}};
+    });
     auto target = block(20, 300, 100, 20, {});
     prepack::element_stuff stuff;
     stuff.given_ids = std::pair{resource::locator::locator{}, std::vector<prepack::target_id>{{"intro"}}};

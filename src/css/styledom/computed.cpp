@@ -192,7 +192,8 @@ void add_typed(std::vector<typed_pdecl>& out,
         }
         bool const own = d >= own_begin && d < own_end;
         typed_entry const* entry = own ? nullptr : &typed(cache, d);
-        bool const needs = entry ? entry->needs_element : css::substitute::needs_element(d->declaration.value);
+        bool const needs =
+            entry ? entry->needs_element : css::substitute::needs_element(d->declaration.value);
         needs_element = needs_element || needs;
         if (ev != nullptr && needs) {
             if (auto p = typed_for_element(d->declaration, *ev)) {
@@ -376,12 +377,14 @@ style_hooks typed_hooks() {
             computed.custom_properties = customs;
             return fresh_info(share(std::move(computed)), std::move(declared));
         }
-        computed_key key{.parent = parent.get(), .declared = declared.get(), .customs = customs.get(), .context = context};
+        computed_key key{
+            .parent = parent.get(), .declared = declared.get(), .customs = customs.get(), .context = context};
         auto [entry, fresh] = cache->cache_computed.try_emplace(std::move(key));
         if (fresh) {
             auto computed = compute_from(*declared);
             computed.custom_properties = customs;
-            entry->second = computed_entry{.style = share(std::move(computed)), .parent = parent, .customs = customs};
+            entry->second =
+                computed_entry{.style = share(std::move(computed)), .parent = parent, .customs = customs};
         }
         auto& info = entry->second.info;
         if (!info || *info->style_info_base != r.request_base || info->style_info_lang != r.request_lang) {

@@ -370,7 +370,8 @@ void for_each_matching_rule(tree::dom_tree const& tree,
 }
 
 ref<dom::style_info> base_style_info(log::log const&, style_request const& request) {
-    return share(dom::style_info{.style_info_base = share(request.request_base), .style_info_lang = request.request_lang});
+    return share(dom::style_info{.style_info_base = share(request.request_base),
+                                 .style_info_lang = request.request_lang});
 }
 
 namespace {

@@ -1,8 +1,8 @@
 #include "css/styledom/tree.hpp"
 
 #include "util/cell.hpp"
-#include "util/result.hpp"
 #include "util/ref.hpp"
+#include "util/result.hpp"
 
 #include <mutex>
 
