@@ -254,9 +254,19 @@ text_to_graphemes(fonts const& db, font_req const& req, direction dir, std::u32s
 
 font_metrics::font_metrics_scaled graphemes_metrics(std::span<grapheme const> graphemes, double size) {
     font_metrics::font_metrics_scaled out;
+    // Runs of graphemes share their font and size: each pair is looked up once per run (the lookup
+    // takes the font's lock).
+    font_data::font_data const* last_font = nullptr;
+    double last_size = 0;
     for (auto const& g : graphemes) {
         double const s = g.base_glyph.glyph_small_caps ? size * 0.8 : size;
-        auto const m = font_data::scaled_metrics(*g.base_glyph.glyph_font_ref->used_font_data, s);
+        auto const* font = g.base_glyph.glyph_font_ref->used_font_data.get();
+        if (font == last_font && s == last_size) {
+            continue;
+        }
+        last_font = font;
+        last_size = s;
+        auto const m = font_data::scaled_metrics(*font, s);
         out.up = std::max(out.up, m.up);
         out.down = std::max(out.down, m.down);
     }
