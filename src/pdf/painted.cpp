@@ -62,13 +62,15 @@ std::uint32_t get_number(std::string_view in, std::size_t& pos) {
     throw internal_error("painted::get_number");
 }
 
-// The operators and the shows, uncompressed.
-std::string unpacked(recorded_content const& content) {
+// The operators and the shows, uncompressed: the content itself when it waits so, else decompressed
+// into `holder`.
+std::string_view unpacked(recorded_content const& content, std::string& holder) {
     if (!content.content_compressed) {
         return content.content_packed;
     }
     std::uint32_t const total = content.content_size + content.content_show_size;
-    std::string out(total, '\0');
+    std::string& out = holder;
+    out.assign(total, '\0');
     uLongf size = total;
     int const status = uncompress(reinterpret_cast<Bytef*>(out.data()), &size,
                                   reinterpret_cast<Bytef const*>(content.content_packed.data()),
@@ -190,7 +192,13 @@ recorded_content recorder::take() {
     out.content_size = std::uint32_t(recorder_bytes.size());
     out.content_show_size = std::uint32_t(recorder_shows.size());
     recorder_bytes += recorder_shows;
-    if (auto p = packed(recorder_bytes)) {
+    std::optional<std::string> p;
+    if (recorder_bytes.size() <= recorder_plain_left) {
+        recorder_plain_left -= recorder_bytes.size();
+    } else {
+        p = packed(recorder_bytes);
+    }
+    if (p) {
         out.content_packed = std::move(*p);
         out.content_compressed = true;
     } else {
@@ -205,20 +213,21 @@ recorded_content recorder::take() {
 }
 
 void for_each_show(recorded_content const& content, std::function<void(glyph_show const&)> const& f) {
-    auto const all = unpacked(content);
-    decode_shows(content, std::string_view(all).substr(content.content_size), f);
+    std::string holder;
+    auto const all = unpacked(content, holder);
+    decode_shows(content, all.substr(content.content_size), f);
 }
 
 std::string operator_bytes(recorded_content const& content) {
-    auto all = unpacked(content);
-    all.resize(content.content_size);
-    return all;
+    std::string holder;
+    return std::string(unpacked(content, holder).substr(0, content.content_size));
 }
 
 void replay(recorded_content const& content, bulkio::output::output const& o) {
-    auto const all = unpacked(content);
-    auto const bytes = std::string_view(all).substr(0, content.content_size);
-    auto const shows = std::string_view(all).substr(content.content_size);
+    std::string holder;
+    auto const all = unpacked(content, holder);
+    auto const bytes = all.substr(0, content.content_size);
+    auto const shows = all.substr(content.content_size);
     // The fonts' encodings and glyph numbers are settled before pages are written: each is read once
     // for the page here rather than at every glyph shown, every read taking the process-wide lock.
     std::vector<fonts::font_pdf_encoding> encodings;

@@ -39,12 +39,12 @@ struct glyph_show {
 };
 
 /// A painted content stream. A page of justified text shows a string per word, so the shows are a large
-/// part of a page: they wait compressed with the operators, each as variable-length numbers (the place
-/// after the previous show, the font, the count and the glyphs' places), which is about a byte a glyph
-/// before compression.
+/// part of a page: they wait with the operators, each as variable-length numbers (the place after the
+/// previous show, the font, the count and the glyphs' places), which is about a byte a glyph.
 struct recorded_content {
-    /// The operators but the shown strings, then the shows, compressed by zlib (`operator_bytes` and
-    /// `for_each_show` give them back); kept as they are when zlib could not start.
+    /// The operators but the shown strings, then the shows, compressed by zlib once the recorder's
+    /// allowance for uncompressed pages is spent (`operator_bytes` and `for_each_show` give them back);
+    /// kept as they are before that, or when zlib could not start.
     std::string content_packed;
     bool content_compressed = false;
     /// The size of the operators uncompressed: the places of the shows count in it.
@@ -60,6 +60,14 @@ struct recorded_content {
 /// Collects a content stream: operators through `output()`, shown glyphs through `show`.
 class recorder {
 public:
+    /// What the pages of a pass may keep uncompressed together: a book of a thousand pages of text
+    /// takes about 20 MB. Compressing a page and taking it back costs about as much as painting it.
+    static constexpr std::size_t default_plain_allowance = std::size_t(32) << 20;
+
+    /// `plain_allowance`: how many bytes of pages wait uncompressed, page after page, before the
+    /// following pages wait compressed.
+    explicit recorder(std::size_t plain_allowance = default_plain_allowance) : recorder_plain_left(plain_allowance) {}
+
     /// The sink that painting writes its operators to.
     bulkio::output::output output();
 
@@ -108,6 +116,8 @@ private:
     std::size_t recorder_known_count = 0;
     /// The page being painted, counted from 1, which marks its slots.
     std::uint32_t recorder_page = 1;
+    /// What is left of the allowance for pages kept uncompressed.
+    std::size_t recorder_plain_left = 0;
 };
 
 /// The recorder a sink writes into, if it is one.

@@ -47,8 +47,9 @@ std::string direct(pack::box const& box) {
     return sink.sink_bytes;
 }
 
-recorded_content recorded(pack::box const& box) {
-    recorder r;
+// Recorded with no allowance for pages kept uncompressed, unless one is given.
+recorded_content recorded(pack::box const& box, std::size_t plain_allowance = 0) {
+    recorder r{plain_allowance};
     content::gs g;
     painter::paint_box(log::log{}, r.output(), g, box, {});
     return r.take();
@@ -137,6 +138,28 @@ TEST(painted, a_page_of_text_waits_compressed) {
     EXPECT_EQ(shows, c.content_show_count);
     EXPECT_EQ(glyphs, 1600u);
     EXPECT_LE(c.content_show_size, glyphs + 3 * shows);
+}
+
+TEST(painted, pages_wait_uncompressed_until_the_allowance_is_spent) {
+    font_fixture f;
+    auto const box = para_of({{10, f.text("Sans", U"Hello (world)")}, {150, f.text("Serif", U"\u0416\u0418")}});
+    auto const alone = recorded(box);
+    std::size_t const page = alone.content_size + alone.content_show_size;
+    // Room for two pages and a half: the first two wait as they are, the third and fourth compressed.
+    recorder r{page * 5 / 2};
+    std::vector<recorded_content> pages;
+    for (int i = 0; i < 4; ++i) {
+        content::gs g;
+        painter::paint_box(log::log{}, r.output(), g, box, {});
+        pages.push_back(r.take());
+    }
+    for (std::size_t i = 0; i < pages.size(); ++i) {
+        EXPECT_EQ(pages[i].content_compressed, i >= 2) << "page " << i + 1;
+        EXPECT_EQ(replayed(pages[i]), direct(box)) << "page " << i + 1;
+        EXPECT_EQ(operator_bytes(pages[i]), operator_bytes(alone));
+    }
+    EXPECT_EQ(pages[0].content_packed.size(), page);
+    EXPECT_EQ(pages[3].content_packed, alone.content_packed);
 }
 
 TEST(painted, codes_follow_the_encoding_settled_after_painting) {
