@@ -3,6 +3,7 @@
 #include "text/fonts/coverage.hpp"
 #include "text/fonts/fonts.hpp"
 #include "text/fonts/graphemes.hpp"
+#include "text/fonts/shape_cache.hpp"
 
 #include <cmath>
 #include <set>
@@ -486,6 +487,45 @@ TEST(fonts_db, fitting_cuts_only_between_grapheme_clusters) {
     auto const marked = text_to_graphemes(f.db, *req, direction::ltr, U"e\u0301");
     EXPECT_EQ(marked.size(), 1u) << "a letter and its mark are one grapheme";
     EXPECT_FALSE(fit_graphemes(false, marked, 1, 10, 0.5f * adv)) << "no cut between a letter and its mark";
+}
+
+TEST(fonts_db, the_shape_cache_shares_each_run_and_keeps_requests_and_directions_apart) {
+    fixture f(face("A", dejavu + "DejaVuSans.ttf") + face("B", dejavu + "DejaVuSerif.ttf"));
+    auto const a = f.req(family("A"));
+    auto const b = f.req(family("B"));
+    auto cache = shape_cache::make_shape_cache();
+    auto shape = [&](ref<font_req> const& req, direction dir, std::u32string_view text) {
+        return shape_cache::shape(*cache, f.db, *req, dir, text);
+    };
+    // Enough distinct words for the table to grow several times; every one is found again afterwards
+    // as the same shared run, equal to what shaping without the cache gives.
+    std::vector<std::u32string> words;
+    std::vector<shared_graphemes> first;
+    for (int i = 0; i < 3000; ++i) {
+        std::u32string w;
+        for (int n = i; n > 0 || w.empty(); n /= 26) {
+            w += char32_t(U'a' + n % 26);
+        }
+        words.push_back(w);
+        first.push_back(shape(a, direction::ltr, w));
+    }
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        auto const again = shape(a, direction::ltr, words[i]);
+        ASSERT_EQ(again.view().data(), first[i].view().data()) << "word " << i;
+        EXPECT_TRUE(std::ranges::equal(again.view(), text_to_graphemes(f.db, *a, direction::ltr, words[i])));
+    }
+    // Another request, another direction, a text that only starts the same: runs of their own.
+    auto const other_font = shape(b, direction::ltr, words[5]);
+    EXPECT_NE(other_font.view().data(), first[5].view().data());
+    EXPECT_NE(other_font.view()[0].base_glyph.glyph_font_ref, first[5].view()[0].base_glyph.glyph_font_ref);
+    auto const brackets = shape(a, direction::ltr, U"()");
+    auto const mirrored = shape(a, direction::rtl, U"()");
+    EXPECT_EQ(mirrored.view()[0].base_glyph.glyph_source, brackets.view()[1].base_glyph.glyph_source);
+    EXPECT_EQ(shape(a, direction::rtl, U"()").view().data(), mirrored.view().data());
+    auto const longer = shape(a, direction::ltr, words[30] + U"x");
+    EXPECT_EQ(longer.view().size(), words[30].size() + 1);
+    // The empty text too is a run of its own.
+    EXPECT_TRUE(shape(a, direction::ltr, U"").view().empty());
 }
 
 } // namespace
