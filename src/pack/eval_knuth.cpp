@@ -410,21 +410,17 @@ std::vector<pack::knuth::knuth const*> join_pieces(eval_env const& env,
 std::vector<pack::knuth::knuth> trim_line(eval_env const& env, line_kind kind, std::span<pack::knuth::knuth const> line) {
     std::forward_list<pack::knuth::knuth> made;
     auto const pieces = join_pieces(env, kind, line, made);
-    std::vector<pack::knuth::knuth> joined;
-    joined.reserve(pieces.size());
-    for (auto const* item : pieces) {
-        joined.push_back(*item);
-    }
-
     // (c) A penalty that ends the line stays: its hyphen is drawn.
-    if (!joined.empty() && is_penalty(joined.back())) {
+    if (!pieces.empty() && is_penalty(*pieces.back())) {
+        std::vector<pack::knuth::knuth> joined;
+        joined.reserve(pieces.size());
+        for (auto const* item : pieces) {
+            joined.push_back(*item);
+        }
         return joined;
     }
     // (b) The end of the line is stripped as the start of a line would be.
-    std::reverse(joined.begin(), joined.end());
-    auto stripped = strip_leading(joined);
-    std::reverse(stripped.begin(), stripped.end());
-    return stripped;
+    return stripped_trailing(pieces);
 }
 
 pack::knuth::line_sum trimmed_line_sums(eval_env const& env,

@@ -275,6 +275,26 @@ std::vector<knuth> strip_leading(std::span<knuth const> items) {
     return out;
 }
 
+std::vector<knuth> stripped_trailing(std::span<knuth const* const> items) {
+    // From `tail` on, only what is passed over stays.
+    std::size_t tail = items.size();
+    while (tail > 0) {
+        auto const step = strip_step_of(*items[tail - 1]);
+        if (step != strip_step::drop && step != strip_step::keep_and_go_on) {
+            break;
+        }
+        --tail;
+    }
+    std::vector<knuth> out;
+    out.reserve(items.size());
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        if (i < tail || strip_step_of(*items[i]) != strip_step::drop) {
+            out.push_back(*items[i]);
+        }
+    }
+    return out;
+}
+
 line_sum stripped_line_sums(std::optional<knuth> const& first, std::span<knuth const* const> items) {
     line_sum sum;
     if (first) {

@@ -461,6 +461,10 @@ std::optional<knuth> indent_box(css::used_style::used_indent const& used_indent,
 /// over inline box starts, indents, out-of-flow inline boxes and script ends.
 std::vector<knuth> strip_leading(std::span<knuth const> items);
 
+/// A copy of the items with the discardable ones at the end dropped, as `strip_leading` drops them at
+/// the start (passing over the same items, backwards).
+std::vector<knuth> stripped_trailing(std::span<knuth const* const> items);
+
 /// What is left of a paragraph's items, cheap to copy and to take a line from: a shared list read from
 /// `stream_from` on, behind a few items of its own that go first (kept reversed, the next one last).
 /// A line takes its items off the front and puts back what it didn't use, so that a long paragraph

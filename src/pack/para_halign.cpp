@@ -38,19 +38,19 @@ bool passed_over(pack::knuth::knuth const& item) {
 void drop_edges(std::vector<placed_item>& items) {
     std::vector<bool> drop(items.size(), false);
     for (std::size_t i = 0; i < items.size(); ++i) {
-        if (passed_over(items[i].placed)) {
+        if (passed_over(*items[i].placed)) {
             continue;
         }
-        if (!droppable(items[i].placed)) {
+        if (!droppable(*items[i].placed)) {
             break;
         }
         drop[i] = true;
     }
     for (std::size_t i = items.size(); i-- > 0;) {
-        if (passed_over(items[i].placed)) {
+        if (passed_over(*items[i].placed)) {
             continue;
         }
-        if (!droppable(items[i].placed)) {
+        if (!droppable(*items[i].placed)) {
             break;
         }
         drop[i] = true;
@@ -124,7 +124,7 @@ halign_res halign(std::vector<placed_item>& items,
     float shrink = 0;
     for (auto const& it : items) {
         end = std::max(end, it.placed_x + it.placed_w);
-        if (auto const* g = std::get_if<knuth_glue>(&it.placed); g != nullptr && std::holds_alternative<glue>(*g)) {
+        if (auto const* g = std::get_if<knuth_glue>(it.placed); g != nullptr && std::holds_alternative<glue>(*g)) {
             stretch += std::get<glue>(*g).stretchability;
             shrink += std::get<glue>(*g).shrinkability;
         }
@@ -179,7 +179,7 @@ halign_res halign(std::vector<placed_item>& items,
         if (!ratio) {
             continue;
         }
-        if (auto const* g = std::get_if<knuth_glue>(&it.placed); g != nullptr && std::holds_alternative<glue>(*g)) {
+        if (auto const* g = std::get_if<knuth_glue>(it.placed); g != nullptr && std::holds_alternative<glue>(*g)) {
             auto const& gl = std::get<glue>(*g);
             float const dw = *ratio > 0 ? *ratio * gl.stretchability : *ratio * gl.shrinkability;
             it.placed_w += dw;

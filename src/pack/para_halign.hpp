@@ -17,7 +17,8 @@ enum class line_break { explicit_, implicit };
 
 /// An item of a line at its place: `placed_x` on the page, `placed_w` its width there.
 struct placed_item {
-    knuth::knuth placed;
+    /// The item, in the line being made, which outlives its placement.
+    knuth::knuth const* placed = nullptr;
     float placed_x = 0;
     float placed_w = 0;
 };

@@ -634,12 +634,12 @@ placed_line place_items(std::span<pack::knuth::knuth const> items, float left, f
                 w = std::max(0.0f, l->leader_width + free_room - (at - x));
                 out.placed_leader = true;
             }
-            out.placed_items.push_back({.placed = item, .placed_x = at, .placed_w = w});
+            out.placed_items.push_back({.placed = &item, .placed_x = at, .placed_w = w});
             x = at + w;
             continue;
         }
         float const w = item_width(item);
-        out.placed_items.push_back({.placed = item, .placed_x = x, .placed_w = w});
+        out.placed_items.push_back({.placed = &item, .placed_x = x, .placed_w = w});
         x += w;
     }
     return out;
@@ -762,7 +762,7 @@ spanboxes_res to_spanboxes(fonts::fonts const& db, line_kind kind, std::span<pla
                 [](script_func_tail const&) {},
                 [](pack::knuth::footnote const&) {},
             },
-            p.placed);
+            *p.placed);
     }
     // Inline boxes that go on past the line end with it here and open again on the next line.
     std::vector<pack::knuth::open> unclosed;
@@ -793,13 +793,13 @@ line_made make_line(page_info const& info,
     auto placed = place_items(request.open_tags.empty() ? line : std::span<pack::knuth::knuth const>(items),
                               band.left, band.right, info.general.body_area.left);
     bool const empty = std::all_of(placed.placed_items.begin(), placed.placed_items.end(),
-                                   [](placed_item const& p) { return is_indent(p.placed); });
+                                   [](placed_item const& p) { return is_indent(*p.placed); });
     if (empty) {
         return {.made_unclosed = request.open_tags, .made_empty = true};
     }
     std::optional<float> indent_width;
     for (auto const& p : placed.placed_items) {
-        if (is_indent(p.placed)) {
+        if (is_indent(*p.placed)) {
             indent_width = p.placed_w;
         }
     }

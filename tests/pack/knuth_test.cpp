@@ -149,6 +149,22 @@ TEST(knuth, legal_breaks_and_stripping) {
     EXPECT_EQ(stripped[1], box);
     std::vector<pack::knuth::knuth> const note{glue_item, pack::knuth::knuth{footnote{}}, glue_item};
     EXPECT_EQ(strip_leading(note).size(), 2u) << "a footnote ends the walk with everything kept";
+
+    // The end of a line is stripped the same way backwards: what the walk passes over stays in place.
+    std::vector<pack::knuth::knuth> const line{glue_item, box, glue_item, box, glue_item, o, pen, glue_item};
+    std::vector<pack::knuth::knuth const*> pointers;
+    for (auto const& item : line) {
+        pointers.push_back(&item);
+    }
+    auto const trailing = stripped_trailing(pointers);
+    std::vector<pack::knuth::knuth> const expected{glue_item, box, glue_item, box, o};
+    EXPECT_EQ(trailing, expected);
+    std::vector<pack::knuth::knuth> reversed(line.rbegin(), line.rend());
+    auto back = strip_leading(reversed);
+    std::reverse(back.begin(), back.end());
+    EXPECT_EQ(trailing, back) << "as stripping the reversed line's start";
+    std::vector<pack::knuth::knuth const*> const blank{&glue_item, &pen};
+    EXPECT_TRUE(stripped_trailing(blank).empty());
 }
 
 TEST(knuth, widths_sums_and_ratios) {
