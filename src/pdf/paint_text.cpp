@@ -83,13 +83,14 @@ upright_frame upright_frame_of(fonts::glyph const& gl, double start, double base
 // from the base's origin, otherwise at the pen position after the base (zero-width marks are drawn
 // to the left of their origin), moved by its distance. In a vertical line, upright graphemes take their
 // vertical advance and are drawn turned back, each in a run of its own.
-std::vector<placed_glyph> place(std::span<fonts::grapheme const> graphemes,
-                                double x,
-                                double baseline,
-                                double size,
-                                double letter_spacing,
-                                bool vertical) {
-    std::vector<placed_glyph> out;
+void place(std::span<fonts::grapheme const> graphemes,
+           double x,
+           double baseline,
+           double size,
+           double letter_spacing,
+           bool vertical,
+           std::vector<placed_glyph>& out) {
+    out.clear();
     out.reserve(graphemes.size());
     double prev_start = x;
     double prev_end = x;
@@ -180,7 +181,6 @@ std::vector<placed_glyph> place(std::span<fonts::grapheme const> graphemes,
     if (cluster_left > 0) {
         close_cluster();
     }
-    return out;
 }
 
 fonts::font_req request_of(css::style::style const& style) {
@@ -266,8 +266,8 @@ void paint_placed(content::out const& o,
     if (options.artificial_fonts) {
         req = request_of(style);
     }
-    // The glyphs of one run, the vector serving run after run.
-    std::vector<fonts::glyph const*> run;
+    // The glyphs of one run; the vector serves run after run, word after word.
+    thread_local std::vector<fonts::glyph const*> run;
     std::size_t i = 0;
     // Glyphs of a reordered cluster are shown inside a span that gives their text in logical order, so
     // that copied text reads as written and not in the order the glyphs stand.
@@ -428,7 +428,9 @@ void paint_line_graphemes(content::out const& o,
     paint_color::set_fill(o, g, *p, context_alpha);
     content::character_spacing(o, g, letter_spacing);
     content::word_spacing(o, g, 0);
-    auto const placed = place(graphemes, x, baseline, style.font_size, letter_spacing, vertical);
+    // Placed anew for every word painted, into a vector that serves them all.
+    thread_local std::vector<placed_glyph> placed;
+    place(graphemes, x, baseline, style.font_size, letter_spacing, vertical, placed);
     paint_placed(o, g, cursor, placed, letter_spacing, style, options);
 }
 
