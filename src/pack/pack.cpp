@@ -646,9 +646,9 @@ page_out pack_page(doc_state& st,
     auto pa = paper::paper_areas_of(ps, std::nullopt);
     info.general.page_style = share(ps);
     info.general.body_area = pa.pa_body_area;
-    info.general.user_pages_totals.clear();
+    info.general.user_pages_total.reset();
     if (st.group < st.in.pass_user_pages_totals.size()) {
-        info.general.user_pages_totals.push_back(st.in.pass_user_pages_totals[st.group]);
+        info.general.user_pages_total = st.in.pass_user_pages_totals[st.group];
     }
     // The root element's containing block is the page area: its percentage heights are of that.
     info.flags = flags{.max_page_area = true,

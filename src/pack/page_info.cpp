@@ -63,10 +63,7 @@ std::optional<int> pages_of(general const& g) {
     if (g.user_pages_counter) {
         return g.user_pages_counter;
     }
-    if (!g.user_pages_totals.empty()) {
-        return g.user_pages_totals.front();
-    }
-    return std::nullopt;
+    return g.user_pages_total;
 }
 
 } // namespace

@@ -48,8 +48,8 @@ struct general {
     /// The targets whose page the content looked up; shared by every copy, so that trials that are
     /// undone still count (which can only ask for one more comparison).
     std::shared_ptr<prepack::targets::looked_up> looked_up = std::make_shared<prepack::targets::looked_up>();
-    /// The total of each page group, from the previous pass.
-    std::vector<int> user_pages_totals;
+    /// The total of the page's group, from the previous pass.
+    std::optional<int> user_pages_total;
     /// 1-based place in the PDF.
     int pdf_page_num = 1;
     /// Place in this document.
@@ -58,8 +58,6 @@ struct general {
     int user_page_num = 1;
     /// An override of the `pages` counter.
     std::optional<int> user_pages_counter;
-    /// Page totals being built in this pass.
-    std::vector<int> new_user_pages_totals;
     /// The page's style once the page loop has resolved it; shared by every copy for the same reason.
     ref<css::page::page_style> page_style;
     std::shared_ptr<fonts::fonts const> fonts = std::make_shared<fonts::fonts const>();
@@ -142,8 +140,6 @@ struct page_float {
 
 /// What layout gathers on the way through a page.
 struct accum {
-    /// Target names looked up for their page.
-    std::vector<prepack::target_name> link_to_page;
     /// Some content used the `pages` counter.
     bool link_to_pages = false;
     /// The footnotes of this page, in order; none when empty.

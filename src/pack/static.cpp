@@ -74,10 +74,7 @@ int pages_total(general const& g) {
     if (g.user_pages_counter) {
         return *g.user_pages_counter;
     }
-    if (!g.user_pages_totals.empty()) {
-        return g.user_pages_totals.front();
-    }
-    return g.user_page_num;
+    return g.user_pages_total.value_or(g.user_page_num);
 }
 
 struct evaluator {

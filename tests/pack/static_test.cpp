@@ -156,7 +156,7 @@ TEST(static_, page_numbers_in_counter_styles) {
         {"\"Page \" counter(page) \" of \" counter(pages)", "Page 3 of 12"},
     };
     auto info = make_info(3);
-    info.general.user_pages_totals = {12, 40};
+    info.general.user_pages_total = 12;
     for (auto const& c : cases) {
         SCOPED_TRACE(c.content);
         EXPECT_EQ(content_text_of(c.content, info), c.expected);
@@ -175,7 +175,7 @@ TEST(static_, page_total_comes_from_the_previous_pass) {
     EXPECT_TRUE(first.res_uses_pages);
     ASSERT_EQ(first.res_margin_boxes.size(), 1u);
     EXPECT_EQ(text_of(first.res_margin_boxes[0]), "4");
-    info.general.user_pages_totals = {9};
+    info.general.user_pages_total = 9;
     EXPECT_EQ(text_of(pack(sheet, info).res_margin_boxes[0]), "9");
     info.general.user_pages_counter = 20;
     EXPECT_EQ(text_of(pack(sheet, info).res_margin_boxes[0]), "20");

@@ -17,7 +17,7 @@ general with_targets() {
     t.counters[prepack::targets::key_of(target("fig"))] = {{{"figure", 3}}, {{"chapter", 2}, {"figure", 1}}};
     general g;
     g.targets = std::make_shared<prepack::targets::pass_targets const>(std::move(t));
-    g.user_pages_totals = {40};
+    g.user_pages_total = 40;
     return g;
 }
 
