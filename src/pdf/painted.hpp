@@ -62,7 +62,7 @@ class recorder {
 public:
     /// What the pages of a pass may keep uncompressed together: a book of a thousand pages of text
     /// takes about 20 MB. Compressing a page and taking it back costs about as much as painting it.
-    static constexpr std::size_t default_plain_allowance = std::size_t(32) << 20;
+    static constexpr std::size_t default_plain_allowance = std::size_t(24) << 20;
 
     /// `plain_allowance`: how many bytes of pages wait uncompressed, page after page, before the
     /// following pages wait compressed.
