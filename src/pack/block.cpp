@@ -805,7 +805,7 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
                     }
                 },
                 [&](prepack::bcontent_svg const&) {
-                    warn_once(info.general.log, said_replaced, "pack_svg: SVG content is not supported yet");
+                    warn_once(info.general.run->log, said_replaced, "pack_svg: SVG content is not supported yet");
                     c.info = info;
                     c.areas = inner;
                     c.gap = mc::fresh();

@@ -164,7 +164,7 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
             }
         }
         auto const& b = merged_at == i ? *merged : blocks[i];
-        multicol::note_column_stuff(info.general.log, *b.block_style, info.general.column_id.has_value());
+        multicol::note_column_stuff(info.general.run->log, *b.block_style, info.general.column_id.has_value());
         // Absolutely positioned blocks leave the flow where they stand: placed once their containing
         // block is known. Fixed ones are the page's, on every page.
         if (is_original(b) && positioned::is_out_of_flow(*b.block_style)) {
@@ -232,7 +232,7 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
         }
         // A float to the top or bottom of the page is set aside for the page loop, which places it.
         if (is_original(b) && !cur_info.flags.pack_page_stuff) {
-            page_floats::note_in_flow(info.general.log, *b.block_style);
+            page_floats::note_in_flow(info.general.run->log, *b.block_style);
         }
         if (is_original(b) && page_floats::takes_page_float(cur_info, *b.block_style)) {
             auto const how = page_floats::settle_snap(*page_floats::page_float_of(*b.block_style),
@@ -311,7 +311,7 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
             std::holds_alternative<block::packed_page_stuff>(r.res)) {
             if (stack.empty() && max_area) {
                 // Not even the largest space takes it: it is lost, and the walk goes on.
-                log::log_warning(info.general.log, "dropping unpackable block");
+                log::log_warning(info.general.run->log, "dropping unpackable block");
                 continue;
             }
             refused_at = i;

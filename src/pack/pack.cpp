@@ -541,7 +541,7 @@ std::optional<watched_section> watch_section(doc_state& st, section_key const& k
                       .watched_bookmarks_before = st.found.bookmarks.size(),
                       .watched_uses_pages_before = st.uses_pages};
     // The section's lookups are noted apart, and joined to the pass's as each page is handed over.
-    st.info.general.looked_up = w.watched_looked_up;
+    own_run(st.info.general).looked_up = w.watched_looked_up;
     st.uses_pages = false;
     return w;
 }
@@ -559,7 +559,7 @@ void end_watch(doc_state& st,
     auto const& looked = *w->watched_looked_up;
     if (st.pass_looked_up) {
         merge_looked_up(*st.pass_looked_up, looked);
-        st.info.general.looked_up = st.pass_looked_up;
+        own_run(st.info.general).looked_up = st.pass_looked_up;
     }
     bool const used_pages = st.uses_pages;
     st.uses_pages = w->watched_uses_pages_before || used_pages;
@@ -845,8 +845,8 @@ page_out pack_page(doc_state& st,
         .page_label = page_label_of(info, ps.page_label),
     };
     bool section_looked_up = false;
-    if (info.general.looked_up != st.pass_looked_up && st.pass_looked_up) {
-        auto const& mine = *info.general.looked_up;
+    if (info.general.run->looked_up != st.pass_looked_up && st.pass_looked_up) {
+        auto const& mine = *info.general.run->looked_up;
         section_looked_up = !mine.pages.empty() || !mine.counters.empty() || mine.pages_total;
         merge_looked_up(*st.pass_looked_up, mine);
     }
@@ -1038,17 +1038,18 @@ pass_result pack_documents(pass_input const& in,
     for (auto const& doc : documents) {
         doc_state st{
             .in = in, .doc = *doc, .prog = prog, .rules = css::page::make_pages(doc->pack_doc_pages)};
-        st.info.general.log = in.pass_log;
-        st.info.general.fonts = std::make_shared<fonts::fonts const>(in.pass_fonts);
-        if (in.pass_loader) {
-            st.info.general.loader = std::make_shared<resource::loader::loader const>(*in.pass_loader);
-        }
-        st.info.general.hyph = in.pass_hyph;
-        st.info.general.shapes = in.pass_shapes;
-        st.info.general.scripts = in.pass_scripts;
-        st.info.general.targets = in.pass_targets;
-        st.info.general.document = doc;
-        st.info.general.looked_up = looked_up;
+        run_shared run{
+            .log = in.pass_log,
+            .loader = in.pass_loader ? std::make_shared<resource::loader::loader const>(*in.pass_loader) : nullptr,
+            .scripts = in.pass_scripts,
+            .document = doc,
+            .targets = in.pass_targets,
+            .looked_up = looked_up,
+            .fonts = std::make_shared<fonts::fonts const>(in.pass_fonts),
+            .hyph = in.pass_hyph,
+            .shapes = in.pass_shapes,
+        };
+        st.info.general.run = share(std::move(run));
         st.pass_looked_up = looked_up;
         st.doc_index = static_cast<std::size_t>(&doc - documents.data());
         st.info.general.pdf_page_num = pdf_page;

@@ -69,26 +69,26 @@ std::optional<int> pages_of(general const& g) {
 } // namespace
 
 textbuf::textbuf target_counter_text(general const& g, prepack::target_counter const& t) {
-    return target_counter_text(*g.targets, *g.looked_up, pages_of(g), t);
+    return target_counter_text(*g.run->targets, *g.run->looked_up, pages_of(g), t);
 }
 
 eval_knuth::eval_env env_of(page_info const& info) {
     auto const& g = info.general;
     eval_knuth::eval_env env{
-        .env_log = g.log,
-        .env_shape = eval_knuth::shaper_of(g.fonts, g.shapes),
+        .env_log = g.run->log,
+        .env_shape = eval_knuth::shaper_of(g.run->fonts, g.run->shapes),
         .env_patterns = [](css::text::hyphenate_patterns const&) {
             return std::optional<ref<hyphen_parser::hyphen_rules>>();
         },
     };
-    if (g.loader) {
-        env.env_patterns = eval_knuth::patterns_of(g.log, *g.hyph, g.loader);
+    if (g.run->loader) {
+        env.env_patterns = eval_knuth::patterns_of(g.run->log, *g.run->hyph, g.run->loader);
         // The patterns come from this cache, which holds them for the run: its words can be kept by them.
-        env.env_hyph = g.hyph.get();
+        env.env_hyph = g.run->hyph.get();
     }
     int const page = g.user_page_num;
     std::optional<int> const pages = pages_of(g);
-    env.env_render_counter = [page, pages, targets = g.targets, looked_up = g.looked_up](
+    env.env_render_counter = [page, pages, targets = g.run->targets, looked_up = g.run->looked_up](
                                  knuth::counter const& c, eval_knuth::page_state const& state) -> textbuf::textbuf {
         return std::visit(overloaded{
                               [&](prepack::page_counter const& p) { return format_counter(page, p.counter_style); },
@@ -107,8 +107,8 @@ eval_knuth::eval_env env_of(page_info const& info) {
                           },
                           *c.counter_content);
     };
-    if (g.scripts) {
-        env.env_call_script = spans_to_knuth::script_caller_of(info, g.scripts, *env.env_render_counter);
+    if (g.run->scripts) {
+        env.env_call_script = spans_to_knuth::script_caller_of(info, g.run->scripts, *env.env_render_counter);
     }
     return env;
 }

@@ -25,29 +25,38 @@
 
 namespace vellum::pack {
 
-/// The read-mostly context of a page.
-struct general {
+/// What every copy of a page's state shares for a run: the log, the loader, fonts, hyphenation
+/// patterns and shaped words, and what the pass looks up. Page state is copied for every block and
+/// trial, so these stay one shared record, replaced whole (by `own_run`) on the rare occasions one
+/// changes: a new pass, document or section.
+struct run_shared {
     log::log log;
-    /// The run's loader and fonts, shared by every copy: page state is copied at every trial, and these
-    /// never change during layout.
     std::shared_ptr<resource::loader::loader const> loader;
-    /// The base of the current document.
-    std::optional<resource::locator::locator> base;
     /// The functions scripts registered for generated content; null without a script engine.
     std::shared_ptr<prepack::script_calls const> scripts;
-    /// The page's body area.
-    areas::area body_area;
-    /// Counters and strings visible on this page. Shared, since the page's state is copied for every
-    /// block and trial, and only the page loop changes them, between pages.
-    ref<prepack::page_values> page_values = share(prepack::page_values{});
     /// The document being packed, for its running elements.
     std::shared_ptr<prepack::pack_document const> document;
     /// Where the previous pass put each target, and the counters there.
     std::shared_ptr<prepack::targets::pass_targets const> targets =
         std::make_shared<prepack::targets::pass_targets const>();
-    /// The targets whose page the content looked up; shared by every copy, so that trials that are
-    /// undone still count (which can only ask for one more comparison).
+    /// The targets whose page the content looked up; trials that are undone still count (which can
+    /// only ask for one more comparison).
     std::shared_ptr<prepack::targets::looked_up> looked_up = std::make_shared<prepack::targets::looked_up>();
+    std::shared_ptr<fonts::fonts const> fonts = std::make_shared<fonts::fonts const>();
+    /// Hyphenation patterns loaded so far, by path.
+    std::shared_ptr<hyph::hyph> hyph = std::make_shared<hyph::hyph>();
+    /// Words shaped so far.
+    std::shared_ptr<fonts::shape_cache::shape_cache> shapes = fonts::shape_cache::make_shape_cache();
+};
+
+/// The read-mostly context of a page.
+struct general {
+    ref<run_shared> run = std::make_shared<run_shared const>();
+    /// The page's body area.
+    areas::area body_area;
+    /// Counters and strings visible on this page. Shared, since the page's state is copied for every
+    /// block and trial, and only the page loop changes them, between pages.
+    ref<prepack::page_values> page_values = share(prepack::page_values{});
     /// The total of the page's group, from the previous pass.
     std::optional<int> user_pages_total;
     /// 1-based place in the PDF.
@@ -60,22 +69,23 @@ struct general {
     std::optional<int> user_pages_counter;
     /// The page's style once the page loop has resolved it; shared by every copy for the same reason.
     ref<css::page::page_style> page_style;
-    std::shared_ptr<fonts::fonts const> fonts = std::make_shared<fonts::fonts const>();
     /// The current multi-column container.
     std::optional<int> column_id;
     /// The area of the column being filled, while one is: its footnotes stand on its bottom.
     std::optional<areas::area> column_area;
-    /// The source of new column ids; shared by every copy, so that ids stay unique over trials.
-    std::shared_ptr<cell<int>> column_id_mutvar = std::make_shared<cell<int>>(cell<int>{0});
-    // column_info (the container's geometry) joins with columns.
     /// The running number of footnote calls.
     int footnote_counter = 0;
     css::box::writing_mode writing_mode = css::box::writing_mode::horizontal;
-    /// Hyphenation patterns loaded so far, by path; shared by every copy.
-    std::shared_ptr<hyph::hyph> hyph = std::make_shared<hyph::hyph>();
-    /// Words shaped so far; shared by every copy.
-    std::shared_ptr<fonts::shape_cache::shape_cache> shapes = fonts::shape_cache::make_shape_cache();
 };
+
+/// The run's shared record of `g`, made its own to be changed: the copies of the page's state made
+/// before keep the record as it was.
+inline run_shared& own_run(general& g) {
+    auto copy = std::make_shared<run_shared>(*g.run);
+    auto& out = *copy;
+    g.run = std::move(copy);
+    return out;
+}
 
 /// What may happen on this page. They live in one word: bit 0 to 3 in this order.
 struct flags {

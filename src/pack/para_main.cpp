@@ -350,7 +350,7 @@ bool pack_outflow(run_state& s, linebreak::outflow const& out, bool max_area) {
             return true;
         }
     } else {
-        page_floats::note_in_flow(s.info.general.log, style);
+        page_floats::note_in_flow(s.info.general.run->log, style);
         auto const side = floats::float_side(style, s.info).value_or(floats::side::left);
         // At the line's top, but no higher than the float before it, and below the floats it clears.
         float top = std::min(s.areas.container.top, s.floats_top.value_or(s.areas.container.top));
@@ -806,7 +806,7 @@ line_made make_line(page_info const& info,
     auto const& s = line_style(style, first_line_style, request.kind);
     auto const h = para_halign::halign(placed.placed_items, band.left, band.right, *style, request.brk,
                                        info.general.pdf_page_num, placed.placed_leader);
-    auto spans = to_spanboxes(*info.general.fonts, request.kind, placed.placed_items);
+    auto spans = to_spanboxes(*info.general.run->fonts, request.kind, placed.placed_items);
     float line_x = h.line_x;
     if (style->rare_props->rare_props_direction == css::box::direction::rtl) {
         for (auto& b : spans.res_boxes) {
@@ -821,10 +821,10 @@ line_made make_line(page_info const& info,
     for (auto const& o : spans.res_unclosed) {
         unclosed.push_back(continued(o));
     }
-    auto const req = spans_to_knuth::font_req_of(*info.general.fonts, *s);
+    auto const req = spans_to_knuth::font_req_of(*info.general.run->fonts, *s);
     std::vector<fonts::grapheme> ellipsis;
     if (s->rare_box->text_overflow == css::box::text_overflow::ellipsis) {
-        ellipsis = fonts::text_to_graphemes(*info.general.fonts, *req, fonts::direction::ltr, U"\u2026");
+        ellipsis = fonts::text_to_graphemes(*info.general.run->fonts, *req, fonts::direction::ltr, U"\u2026");
     }
     float line_w = h.line_w;
     bool const ltr = style->rare_props->rare_props_direction != css::box::direction::rtl;
@@ -859,7 +859,7 @@ line_made make_line(page_info const& info,
         // Only a line that was cut shows the ellipsis.
         ellipsis.clear();
     }
-    auto const metrics = fonts::primary_font_metrics(*info.general.fonts, *req, s->font_size);
+    auto const metrics = fonts::primary_font_metrics(*info.general.run->fonts, *req, s->font_size);
     auto pre = para_valign::valign(*s, metrics, std::move(spans.res_boxes), band.top);
     if (pre.line_height > areas::height_of(band) + tolerance && !request.max_area) {
         return {.made_unclosed = request.open_tags, .made_height = pre.line_height};
@@ -868,8 +868,8 @@ line_made make_line(page_info const& info,
     if (request.kind == line_kind::first_line && first_line_style) {
         // The ::first-line box: the line's content inside one span of the first-line style, so that
         // its colour, decoration and background reach the text the paragraph itself holds.
-        auto const fl_req = spans_to_knuth::font_req_of(*info.general.fonts, **first_line_style);
-        auto const fl_metrics = fonts::primary_font_metrics(*info.general.fonts, *fl_req, (*first_line_style)->font_size);
+        auto const fl_req = spans_to_knuth::font_req_of(*info.general.run->fonts, **first_line_style);
+        auto const fl_metrics = fonts::primary_font_metrics(*info.general.run->fonts, *fl_req, (*first_line_style)->font_size);
         std::vector<spanbox> wrapped;
         wrapped.emplace_back(share(nested_spanbox{.spanbox_x = line_x,
                                                   .spanbox_y = fl_metrics.up,
@@ -908,7 +908,7 @@ para_res pack_para(page_info info,
         .env = env_of(info),
     };
     if (para.first_line_style) {
-        if (auto fl = spans_to_knuth::first_line_form_of(*info.general.fonts, style, *para.first_line_style)) {
+        if (auto fl = spans_to_knuth::first_line_form_of(*info.general.run->fonts, style, *para.first_line_style)) {
             ctx.first_line_style = fl->first_line_style;
         }
     }

@@ -299,7 +299,7 @@ placed pack_absolute(page_info info, prepack::block const& b, util::pos::pos sta
     std::optional<float> top = offsets ? offsets->offset_top : std::nullopt;
     if (!cb.cb_height && (bottom || (top && !used.used_height))) {
         if (!said_height.exchange(true)) {
-            log::log_error(info.general.log, "absolute block: container height undefined.");
+            log::log_error(info.general.run->log, "absolute block: container height undefined.");
         }
         bottom.reset();
     }

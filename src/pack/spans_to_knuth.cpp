@@ -109,10 +109,10 @@ struct builder {
     // A word under `hyphens: -vellum-expand-all` shows its hyphenation points as middle dots.
     textbuf::textbuf expanded(css::style::style const& s, std::u32string_view word) const {
         if (s.hyphens != css::text::hyphens::vellum_expand_all ||
-            s.rare_props->rare_props_hyphenate_patterns.empty() || !info.general.loader) {
+            s.rare_props->rare_props_hyphenate_patterns.empty() || !info.general.run->loader) {
             return textbuf::textbuf(word);
         }
-        auto const rules = eval_knuth::patterns_of(info.general.log, *info.general.hyph, info.general.loader)(
+        auto const rules = eval_knuth::patterns_of(info.general.run->log, *info.general.run->hyph, info.general.run->loader)(
             s.rare_props->rare_props_hyphenate_patterns);
         if (!rules) {
             return textbuf::textbuf(word);
@@ -135,7 +135,7 @@ struct builder {
         }
         auto const decls = n.span_decls ? styledom::properties_of(*n.span_decls) : std::vector<css::property::property>{};
         auto s = share(css::compute_style::compute_style(parent->first_line_style, n.span_context, decls));
-        return first_line_form{.first_line_font_req = font_req_of(*info.general.fonts, *s), .first_line_style = s};
+        return first_line_form{.first_line_font_req = font_req_of(*info.general.run->fonts, *s), .first_line_style = s};
     }
 
     pack::knuth::open open_of(style_ref const& parent,
@@ -149,7 +149,7 @@ struct builder {
                            used.used_padding_left;
         return pack::knuth::open{
             .box_left_edge = left,
-            .box_font_req = font_req_of(*info.general.fonts, *style),
+            .box_font_req = font_req_of(*info.general.run->fonts, *style),
             .box_style = style,
             .box_used_style = share(std::move(used)),
             .box_first_line_style = fl ? std::optional<style_ref>(fl->first_line_style) : std::nullopt,
@@ -317,7 +317,7 @@ struct builder {
                     join_box(std::move(o), mark, out);
                 },
                 [&](prepack::span_footnote const& f) {
-                    multicol::note_column_stuff(info.general.log, *f.note->footnote_style,
+                    multicol::note_column_stuff(info.general.run->log, *f.note->footnote_style,
                                                 info.general.column_id.has_value());
                     // The footnote item comes first, so that the call's counter shows the number the
                     // item has just taken.
@@ -426,11 +426,11 @@ struct builder {
                         ls = share(css::compute_style::compute_style(ls, ctx.context, ctx.decls));
                         if (lfl) {
                             auto s2 = share(css::compute_style::compute_style(lfl->first_line_style, ctx.context, ctx.decls));
-                            lfl = first_line_form{.first_line_font_req = font_req_of(*info.general.fonts, *s2),
+                            lfl = first_line_form{.first_line_font_req = font_req_of(*info.general.run->fonts, *s2),
                                                   .first_line_style = s2};
                         }
                     }
-                    auto const lreq = font_req_of(*info.general.fonts, *ls);
+                    auto const lreq = font_req_of(*info.general.run->fonts, *ls);
                     auto const* fk = std::get_if<css::box::float_kind>(&ls->float_);
                     if (fk != nullptr && *fk != css::box::float_kind::none) {
                         // A floated first letter leaves the line as a float of its own.
@@ -500,7 +500,7 @@ eval_knuth::script_caller script_caller_of(page_info const& info,
                                               g.gen);
                                },
                                [&](prepack::text_thing_script const&) {
-                                   log::log_warning_once(page->general.log,
+                                   log::log_warning_once(page->general.run->log,
                                                          "a script function call as an argument of another is not supported");
                                },
                            },
@@ -538,10 +538,10 @@ void spans_to_knuths(page_info const& info,
 }
 
 items_res para_to_knuths(page_info const& info, style_ref const& style, prepack::para const& para, float width) {
-    auto const req = font_req_of(*info.general.fonts, *style);
+    auto const req = font_req_of(*info.general.run->fonts, *style);
     std::optional<first_line_form> fl;
     if (para.first_line_style) {
-        fl = first_line_form_of(*info.general.fonts, style, *para.first_line_style);
+        fl = first_line_form_of(*info.general.run->fonts, style, *para.first_line_style);
     }
     auto const dir = style->rare_props->rare_props_direction == css::box::direction::rtl ? fonts::direction::rtl
                                                                                         : fonts::direction::ltr;

@@ -82,7 +82,7 @@ struct evaluator {
     content_text out;
 
     void skip(std::string const& what) {
-        log::log_debug(info.general.log, "margin box: " + what + " is not supported yet");
+        log::log_debug(info.general.run->log, "margin box: " + what + " is not supported yet");
     }
 
     void add(textbuf::textbuf const& t) { out.text_value += t; }
@@ -106,7 +106,7 @@ struct evaluator {
     // A named string's value: text, or generated content that waited for the page.
     void add_things(std::vector<prepack::text_thing> const& things, int depth) {
         if (depth > max_string_depth) {
-            log::log_debug(info.general.log, "margin box: named strings refer to each other too deeply");
+            log::log_debug(info.general.run->log, "margin box: named strings refer to each other too deeply");
             return;
         }
         for (auto const& t : things) {
@@ -222,13 +222,13 @@ struct evaluator {
             skip(f.function_name + "() without a function name");
             return;
         }
-        auto const& scripts = info.general.scripts;
+        auto const& scripts = info.general.run->scripts;
         if (!scripts) {
-            log::log_warning_once(info.general.log, "JavaScript is disabled");
+            log::log_warning_once(info.general.run->log, "JavaScript is disabled");
             return;
         }
         if (!scripts->script_has(*written)) {
-            log::log_warning_once(info.general.log,
+            log::log_warning_once(info.general.run->log,
                                   "unknown script function " + *written + ", register with Vellum.addScriptFunc");
             return;
         }
@@ -261,7 +261,7 @@ struct evaluator {
         }
         auto const& v = *info.general.page_values;
         auto const* index = by_policy(v.curr_fvalues, v.prev_fvalues, *flow, policy);
-        auto const& doc = info.general.document;
+        auto const& doc = info.general.run->document;
         if (index == nullptr || !doc || *index >= doc->static_flows.size()) {
             return;
         }
@@ -659,7 +659,7 @@ margin_boxes_res pack_margin_boxes(page_info const& info,
                 p.pending_inner_style = running_style(*text.text_block, *style);
                 p.pending_para = para->para;
             } else {
-                log::log_debug(info.general.log, "margin box: only a running element of text is shown");
+                log::log_debug(info.general.run->log, "margin box: only a running element of text is shown");
             }
         }
     }

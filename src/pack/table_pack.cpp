@@ -1051,14 +1051,14 @@ prepack::computed_table_anony_box compute_table(page_info const& info,
     std::vector<float> maxw(static_cast<std::size_t>(ncols), 0);
     if (fixed) {
         table_width = std::max(*spec, outer);
-        widths = table_layout::fixed_layout(info.general.log, col_specs, first_row, table_width - outer, hs);
+        widths = table_layout::fixed_layout(info.general.run->log, col_specs, first_row, table_width - outer, hs);
         float sum = outer;
         for (float w : widths) {
             sum += w;
         }
         table_width = std::max(table_width, sum);
     } else {
-        auto cols = table_layout::auto_columns(info.general.log, col_specs, cells, hs);
+        auto cols = table_layout::auto_columns(info.general.run->log, col_specs, cells, hs);
         for (std::size_t i = 0; i < cols.size(); ++i) {
             minw[i] = cols[i].column_minw;
             maxw[i] = cols[i].column_maxw;
@@ -1305,7 +1305,7 @@ packed_table pack_table(page_info info,
                 if (!must_place) {
                     return packed_table{.refused = true, .info = original_info, .areas = inner};
                 }
-                log::log_warning_once(info.general.log,
+                log::log_warning_once(info.general.run->log,
                                       "a table row taller than the page could not be split: it runs past the "
                                       "bottom of the page");
                 run.rows.push_back(std::move(m));

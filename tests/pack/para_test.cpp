@@ -51,7 +51,7 @@ style_ref make_style(style_opts const& o = {}) {
 
 page_info make_info(float body_top = 800) {
     page_info info;
-    info.general.fonts = std::make_shared<vellum::fonts::fonts const>(db());
+    own_run(info.general).fonts = std::make_shared<vellum::fonts::fonts const>(db());
     info.general.body_area = {.top = body_top, .bottom = 0, .left = 0, .right = 100};
     info.flags.max_page_area = true;
     return info;

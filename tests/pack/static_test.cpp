@@ -44,8 +44,9 @@ css::page::page_style page_style(std::string_view sheet) {
 
 page_info make_info(int page = 1) {
     page_info info;
-    info.general.log = quiet_log();
-    info.general.fonts = std::make_shared<vellum::fonts::fonts const>(db());
+    auto& run = own_run(info.general);
+    run.log = quiet_log();
+    run.fonts = std::make_shared<vellum::fonts::fonts const>(db());
     info.general.user_page_num = page;
     info.general.pdf_page_num = page;
     return info;

@@ -16,7 +16,7 @@ general with_targets() {
     // Scopes are innermost first.
     t.counters[prepack::targets::key_of(target("fig"))] = {{{"figure", 3}}, {{"chapter", 2}, {"figure", 1}}};
     general g;
-    g.targets = std::make_shared<prepack::targets::pass_targets const>(std::move(t));
+    own_run(g).targets = std::make_shared<prepack::targets::pass_targets const>(std::move(t));
     g.user_pages_total = 40;
     return g;
 }
@@ -31,13 +31,13 @@ TEST(target_counters, read_the_previous_pass_and_note_what_was_looked_up) {
     EXPECT_EQ(text_of(g, {.target = target("fig"), .counter_name = "page", .counter_style = "decimal"}), "8");
     EXPECT_EQ(text_of(g, {.target = target("fig"), .counter_name = "page", .counter_style = "upper-roman"}),
               "VIII");
-    EXPECT_TRUE(g.looked_up->pages.contains(prepack::targets::key_of(target("fig"))));
-    EXPECT_FALSE(g.looked_up->pages_total);
+    EXPECT_TRUE(g.run->looked_up->pages.contains(prepack::targets::key_of(target("fig"))));
+    EXPECT_FALSE(g.run->looked_up->pages_total);
     EXPECT_EQ(text_of(g, {.target = target("fig"), .counter_name = "pages", .counter_style = "decimal"}), "40");
-    EXPECT_TRUE(g.looked_up->pages_total);
+    EXPECT_TRUE(g.run->looked_up->pages_total);
     // A target not packed in the previous pass shows zero, and is still noted.
     EXPECT_EQ(text_of(g, {.target = target("nope"), .counter_name = "page", .counter_style = "decimal"}), "0");
-    EXPECT_TRUE(g.looked_up->pages.contains(prepack::targets::key_of(target("nope"))));
+    EXPECT_TRUE(g.run->looked_up->pages.contains(prepack::targets::key_of(target("nope"))));
 }
 
 TEST(target_counters, give_the_innermost_value_or_all_joined) {
