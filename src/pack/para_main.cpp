@@ -186,6 +186,7 @@ struct para_ctx {
     std::optional<pack::knuth::style_ref> first_line_style;
     pack_method method = pack_method::first_fit;
     eval_knuth::eval_env env;
+    pack::knuth::font_req_ref style_font_req;
 };
 
 // Where packing stands: what is placed, and what is left either as items (greedy) or as lines
@@ -450,7 +451,8 @@ run_state greedy_run(para_ctx const& ctx, run_state s, std::optional<int> max_li
                                          .brk = bp.break_type == break_type::forced_break
                                                     ? para_halign::line_break::explicit_
                                                     : para_halign::line_break::implicit,
-                                         .max_area = max_area},
+                                         .max_area = max_area,
+                                         .style_font_req = ctx.style_font_req},
                                         bp.line);
             if (made.made_empty) {
                 take_footnotes(s.info, bp.line, bp.break_state.curr_page_info.footnote_counter);
@@ -499,7 +501,8 @@ run_state lines_run(para_ctx const& ctx, para_lines const& lines, run_state s, s
                                      .open_tags = s.open_tags,
                                      .brk = line.break_type == break_type::forced_break ? para_halign::line_break::explicit_
                                                                                         : para_halign::line_break::implicit,
-                                     .max_area = max_area},
+                                     .max_area = max_area,
+                                     .style_font_req = ctx.style_font_req},
                                     line.line_content);
         if (!made.made_empty && !made.made_box) {
             return s;
@@ -821,7 +824,8 @@ line_made make_line(page_info const& info,
     for (auto const& o : spans.res_unclosed) {
         unclosed.push_back(continued(o));
     }
-    auto const req = spans_to_knuth::font_req_of(*info.general.run->fonts, *s);
+    auto const req = s == style && request.style_font_req ? request.style_font_req
+                                                          : spans_to_knuth::font_req_of(*info.general.run->fonts, *s);
     std::vector<fonts::grapheme> ellipsis;
     if (s->rare_box->text_overflow == css::box::text_overflow::ellipsis) {
         ellipsis = fonts::text_to_graphemes(*info.general.run->fonts, *req, fonts::direction::ltr, U"\u2026");
@@ -906,6 +910,7 @@ para_res pack_para(page_info info,
         .used = used,
         .method = wrapping_justify ? pack_method::best_fit : pack_method::first_fit,
         .env = env_of(info),
+        .style_font_req = spans_to_knuth::font_req_of(*info.general.run->fonts, *style),
     };
     if (para.first_line_style) {
         if (auto fl = spans_to_knuth::first_line_form_of(*info.general.run->fonts, style, *para.first_line_style)) {

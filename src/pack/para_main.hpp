@@ -76,6 +76,9 @@ struct line_request {
     std::vector<knuth::open> open_tags;
     para_halign::line_break brk = para_halign::line_break::implicit;
     bool max_area = false;
+    /// The font request of the paragraph's style, when the paragraph made it already: every line
+    /// that is not a ::first-line asks for it.
+    knuth::font_req_ref style_font_req;
 };
 
 line_made make_line(page_info const& info,
