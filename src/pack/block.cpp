@@ -949,7 +949,9 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
     after.container.right = original_areas.container.right;
     after.container.bottom = original_areas.container.bottom;
     // The floats of the content reach out of the block: the bands below it keep their cuts.
-    auto outer = original_areas.available.empty() ? std::vector{original_areas.container} : original_areas.available;
+    auto outer = original_areas.available.empty()
+                     ? std::vector{original_areas.container}
+                     : std::vector<areas::area>(original_areas.available.begin(), original_areas.available.end());
     // A negative margin may have pulled the box above the area's top: the room below it starts there.
     if (outer.front().top < after.container.top) {
         outer.front().top = after.container.top;

@@ -230,8 +230,8 @@ std::optional<placed> place_float(page_info info, prepack::block const& b, side 
                   .placed_top = at->top};
 }
 
-std::vector<areas::area> carry_out(std::vector<areas::area> const& inner, areas::area const& inner_container,
-                                   std::vector<areas::area> const& outer, float from_top) {
+std::vector<areas::area> carry_out(std::span<areas::area const> inner, areas::area const& inner_container,
+                                   std::span<areas::area const> outer, float from_top) {
     // Every edge of either list cuts the height into segments; each segment takes the outer band's
     // edges, narrowed where the inner band is narrowed by a float.
     std::vector<float> ys{from_top};
@@ -247,7 +247,7 @@ std::vector<areas::area> carry_out(std::vector<areas::area> const& inner, areas:
     std::sort(ys.begin(), ys.end(), std::greater<>());
     ys.erase(std::unique(ys.begin(), ys.end(), [](float x, float y) { return std::abs(x - y) <= tolerance; }),
              ys.end());
-    auto containing = [](std::vector<areas::area> const& list, float hi, float lo) -> areas::area const* {
+    auto containing = [](std::span<areas::area const> list, float hi, float lo) -> areas::area const* {
         float const mid = (hi + lo) / 2;
         for (auto const& band : list) {
             if (band.top >= mid && band.bottom <= mid) {

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <fstream>
 #include <functional>
+#include <span>
 #include <sstream>
 
 #include "pack/pack_html.hpp"
@@ -120,6 +121,42 @@ TEST(margin_collapsing, runs_of_margins) {
     EXPECT_FLOAT_EQ(c.commit_areas.available.front().top, 90);
     auto const smaller = mc::commit(mc::add_margin(mc::normal{.positive = 20, .committed = 20}, 5), as);
     EXPECT_FLOAT_EQ(smaller.commit_areas.container.top, 100);
+}
+
+TEST(areas, band_lists_hold_one_band_in_place_and_more_on_the_heap) {
+    areas::area const a{.top = 100, .bottom = 60, .left = 0, .right = 50};
+    areas::area const b{.top = 60, .bottom = 30, .left = 20, .right = 50};
+    areas::area const c{.top = 30, .bottom = 0, .left = 0, .right = 50};
+    areas::band_list bands;
+    EXPECT_TRUE(bands.empty());
+    bands.push_back(a);
+    bands.push_back(b);
+    bands.push_back(c);
+    ASSERT_EQ(bands.size(), 3u);
+    EXPECT_EQ(bands[1], b);
+    // A copy is equal and apart from the list it came from.
+    auto copy = bands;
+    EXPECT_EQ(copy, bands);
+    copy.front().top = 90;
+    EXPECT_EQ(bands.front().top, 100);
+    EXPECT_FALSE(copy == bands);
+    // Down to one band and none, front to back, as the flow passes bands by.
+    auto* next = bands.erase(bands.begin());
+    EXPECT_EQ(*next, b);
+    bands.erase(bands.begin());
+    ASSERT_EQ(bands.size(), 1u);
+    EXPECT_EQ(bands.front(), c);
+    EXPECT_EQ(bands, (areas::band_list{c}));
+    auto* const past = bands.erase(bands.begin());
+    EXPECT_EQ(past, bands.end());
+    EXPECT_TRUE(bands.empty());
+    // From a vector, and seen as a span by what reads bands.
+    std::vector<areas::area> const list{a, c};
+    areas::band_list const from(list);
+    std::span<areas::area const> const view = from;
+    ASSERT_EQ(view.size(), 2u);
+    EXPECT_EQ(view[0], a);
+    EXPECT_EQ(view[1], c);
 }
 
 TEST(block_flow, sibling_margins_collapse_and_empty_blocks_let_them_through) {
