@@ -927,7 +927,7 @@ para_res pack_para(page_info info,
     std::optional<para_lines> lines;
     std::visit(overloaded{
                    [&](prepack::para_initial const&) {
-                       items = spans_to_knuth::para_to_knuths(info, style, para, width).res_items;
+                       items = spans_to_knuth::para_to_knuths(info, style, para, width, ctx.style_font_req).res_items;
                        may_hold_inline_blocks = std::any_of(items.begin(), items.end(), [](pack::knuth::knuth const& item) {
                            return inline_block_of(item) != nullptr;
                        });

@@ -537,8 +537,12 @@ void spans_to_knuths(page_info const& info,
     b.drop_unused_slots(out);
 }
 
-items_res para_to_knuths(page_info const& info, style_ref const& style, prepack::para const& para, float width) {
-    auto const req = font_req_of(*info.general.run->fonts, *style);
+items_res para_to_knuths(page_info const& info,
+                         style_ref const& style,
+                         prepack::para const& para,
+                         float width,
+                         font_req_ref style_req) {
+    auto const req = style_req ? std::move(style_req) : font_req_of(*info.general.run->fonts, *style);
     std::optional<first_line_form> fl;
     if (para.first_line_style) {
         fl = first_line_form_of(*info.general.run->fonts, style, *para.first_line_style);

@@ -29,7 +29,12 @@ std::optional<knuth::first_line_form> first_line_form_of(fonts::fonts const& db,
 /// Builds the items of a paragraph whose text has the style `style`, in a container `width` wide: the
 /// spans flattened, the end trimmed of discardable items and closed by a forced break, and a pass-in
 /// prefix put in front.
-items_res para_to_knuths(page_info const& info, knuth::style_ref const& style, prepack::para const& para, float width);
+/// `style_req` is the font request of `style` when the caller made it already.
+items_res para_to_knuths(page_info const& info,
+                         knuth::style_ref const& style,
+                         prepack::para const& para,
+                         float width,
+                         knuth::font_req_ref style_req = nullptr);
 
 /// The items of some spans in a style, with the first-line form of that style if the paragraph has
 /// one; their text ranges are of `text`. `out` receives them in document order.
