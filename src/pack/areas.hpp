@@ -76,7 +76,9 @@ public:
         return data() + i;
     }
 
-    bool operator==(band_list const& other) const { return std::equal(begin(), end(), other.begin(), other.end()); }
+    bool operator==(band_list const& other) const {
+        return std::equal(begin(), end(), other.begin(), other.end());
+    }
 
 private:
     void assign(area const* first, area const* last) {

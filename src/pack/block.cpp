@@ -805,7 +805,8 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
                     }
                 },
                 [&](prepack::bcontent_svg const&) {
-                    warn_once(info.general.run->log, said_replaced, "pack_svg: SVG content is not supported yet");
+                    warn_once(info.general.run->log, said_replaced,
+                              "pack_svg: SVG content is not supported yet");
                     c.info = info;
                     c.areas = inner;
                     c.gap = mc::fresh();
@@ -949,9 +950,9 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
     after.container.right = original_areas.container.right;
     after.container.bottom = original_areas.container.bottom;
     // The floats of the content reach out of the block: the bands below it keep their cuts.
-    auto outer = original_areas.available.empty()
-                     ? std::vector{original_areas.container}
-                     : std::vector<areas::area>(original_areas.available.begin(), original_areas.available.end());
+    auto outer = original_areas.available.empty() ? std::vector{original_areas.container}
+                                                  : std::vector<areas::area>(original_areas.available.begin(),
+                                                                             original_areas.available.end());
     // A negative margin may have pulled the box above the area's top: the room below it starts there.
     if (outer.front().top < after.container.top) {
         outer.front().top = after.container.top;

@@ -164,7 +164,8 @@ blocks_out pack_blocks(page_info info, prepack::block_list const& blocks, mc::ga
             }
         }
         auto const& b = merged_at == i ? *merged : blocks[i];
-        multicol::note_column_stuff(info.general.run->log, *b.block_style, info.general.column_id.has_value());
+        multicol::note_column_stuff(info.general.run->log, *b.block_style,
+                                    info.general.column_id.has_value());
         // Absolutely positioned blocks leave the flow where they stand: placed once their containing
         // block is known. Fixed ones are the page's, on every page.
         if (is_original(b) && positioned::is_out_of_flow(*b.block_style)) {

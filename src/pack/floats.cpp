@@ -230,8 +230,10 @@ std::optional<placed> place_float(page_info info, prepack::block const& b, side 
                   .placed_top = at->top};
 }
 
-std::vector<areas::area> carry_out(std::span<areas::area const> inner, areas::area const& inner_container,
-                                   std::span<areas::area const> outer, float from_top) {
+std::vector<areas::area> carry_out(std::span<areas::area const> inner,
+                                   areas::area const& inner_container,
+                                   std::span<areas::area const> outer,
+                                   float from_top) {
     // Every edge of either list cuts the height into segments; each segment takes the outer band's
     // edges, narrowed where the inner band is narrowed by a float.
     std::vector<float> ys{from_top};

@@ -60,7 +60,9 @@ std::optional<placed> place_float(page_info info, prepack::block const& b, side 
 /// The bands of a flow nested in a narrower container, carried out to the wider one: an inner band
 /// edge that lies on the inner container's edge is no float edge, and takes the outer band's edge
 /// again. Only the part from `from_top` down is kept.
-std::vector<areas::area> carry_out(std::span<areas::area const> inner, areas::area const& inner_container,
-                                   std::span<areas::area const> outer, float from_top);
+std::vector<areas::area> carry_out(std::span<areas::area const> inner,
+                                   areas::area const& inner_container,
+                                   std::span<areas::area const> outer,
+                                   float from_top);
 
 } // namespace vellum::pack::floats

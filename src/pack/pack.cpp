@@ -1040,7 +1040,8 @@ pass_result pack_documents(pass_input const& in,
             .in = in, .doc = *doc, .prog = prog, .rules = css::page::make_pages(doc->pack_doc_pages)};
         run_shared run{
             .log = in.pass_log,
-            .loader = in.pass_loader ? std::make_shared<resource::loader::loader const>(*in.pass_loader) : nullptr,
+            .loader =
+                in.pass_loader ? std::make_shared<resource::loader::loader const>(*in.pass_loader) : nullptr,
             .scripts = in.pass_scripts,
             .document = doc,
             .targets = in.pass_targets,

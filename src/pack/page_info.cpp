@@ -77,9 +77,10 @@ eval_knuth::eval_env env_of(page_info const& info) {
     eval_knuth::eval_env env{
         .env_log = g.run->log,
         .env_shape = eval_knuth::shaper_of(g.run->fonts, g.run->shapes),
-        .env_patterns = [](css::text::hyphenate_patterns const&) {
-            return std::optional<ref<hyphen_parser::hyphen_rules>>();
-        },
+        .env_patterns =
+            [](css::text::hyphenate_patterns const&) {
+                return std::optional<ref<hyphen_parser::hyphen_rules>>();
+            },
     };
     if (g.run->loader) {
         env.env_patterns = eval_knuth::patterns_of(g.run->log, *g.run->hyph, g.run->loader);
@@ -89,7 +90,8 @@ eval_knuth::eval_env env_of(page_info const& info) {
     int const page = g.user_page_num;
     std::optional<int> const pages = pages_of(g);
     env.env_render_counter = [page, pages, targets = g.run->targets, looked_up = g.run->looked_up](
-                                 knuth::counter const& c, eval_knuth::page_state const& state) -> textbuf::textbuf {
+                                 knuth::counter const& c,
+                                 eval_knuth::page_state const& state) -> textbuf::textbuf {
         return std::visit(overloaded{
                               [&](prepack::page_counter const& p) { return format_counter(page, p.counter_style); },
                               [&](prepack::pages_counter const& p) {

@@ -124,7 +124,8 @@ halign_res halign(std::vector<placed_item>& items,
     float shrink = 0;
     for (auto const& it : items) {
         end = std::max(end, it.placed_x + it.placed_w);
-        if (auto const* g = std::get_if<knuth_glue>(it.placed); g != nullptr && std::holds_alternative<glue>(*g)) {
+        if (auto const* g = std::get_if<knuth_glue>(it.placed);
+            g != nullptr && std::holds_alternative<glue>(*g)) {
             stretch += std::get<glue>(*g).stretchability;
             shrink += std::get<glue>(*g).shrinkability;
         }
@@ -179,7 +180,8 @@ halign_res halign(std::vector<placed_item>& items,
         if (!ratio) {
             continue;
         }
-        if (auto const* g = std::get_if<knuth_glue>(it.placed); g != nullptr && std::holds_alternative<glue>(*g)) {
+        if (auto const* g = std::get_if<knuth_glue>(it.placed);
+            g != nullptr && std::holds_alternative<glue>(*g)) {
             auto const& gl = std::get<glue>(*g);
             float const dw = *ratio > 0 ? *ratio * gl.stretchability : *ratio * gl.shrinkability;
             it.placed_w += dw;

@@ -496,14 +496,15 @@ run_state lines_run(para_ctx const& ctx, para_lines const& lines, run_state s, s
         auto const& line = lines[s.next_line];
         s.areas = above_footnotes(s.info, std::move(s.areas));
         line_kind const kind = s.line_number == 1 ? line_kind::first_line : line_kind::other_line;
-        auto const made = make_line(s.info, ctx.style, ctx.first_line_style, s.areas,
-                                    {.kind = kind,
-                                     .open_tags = s.open_tags,
-                                     .brk = line.break_type == break_type::forced_break ? para_halign::line_break::explicit_
-                                                                                        : para_halign::line_break::implicit,
-                                     .max_area = max_area,
-                                     .style_font_req = ctx.style_font_req},
-                                    line.line_content);
+        auto const made =
+            make_line(s.info, ctx.style, ctx.first_line_style, s.areas,
+                      {.kind = kind,
+                       .open_tags = s.open_tags,
+                       .brk = line.break_type == break_type::forced_break ? para_halign::line_break::explicit_
+                                                                          : para_halign::line_break::implicit,
+                       .max_area = max_area,
+                       .style_font_req = ctx.style_font_req},
+                      line.line_content);
         if (!made.made_empty && !made.made_box) {
             return s;
         }
@@ -824,8 +825,9 @@ line_made make_line(page_info const& info,
     for (auto const& o : spans.res_unclosed) {
         unclosed.push_back(continued(o));
     }
-    auto const req = s == style && request.style_font_req ? request.style_font_req
-                                                          : spans_to_knuth::font_req_of(*info.general.run->fonts, *s);
+    auto const req = s == style && request.style_font_req
+                         ? request.style_font_req
+                         : spans_to_knuth::font_req_of(*info.general.run->fonts, *s);
     std::vector<fonts::grapheme> ellipsis;
     if (s->rare_box->text_overflow == css::box::text_overflow::ellipsis) {
         ellipsis = fonts::text_to_graphemes(*info.general.run->fonts, *req, fonts::direction::ltr, U"\u2026");
@@ -873,7 +875,8 @@ line_made make_line(page_info const& info,
         // The ::first-line box: the line's content inside one span of the first-line style, so that
         // its colour, decoration and background reach the text the paragraph itself holds.
         auto const fl_req = spans_to_knuth::font_req_of(*info.general.run->fonts, **first_line_style);
-        auto const fl_metrics = fonts::primary_font_metrics(*info.general.run->fonts, *fl_req, (*first_line_style)->font_size);
+        auto const fl_metrics =
+            fonts::primary_font_metrics(*info.general.run->fonts, *fl_req, (*first_line_style)->font_size);
         std::vector<spanbox> wrapped;
         wrapped.emplace_back(share(nested_spanbox{.spanbox_x = line_x,
                                                   .spanbox_y = fl_metrics.up,
@@ -913,7 +916,8 @@ para_res pack_para(page_info info,
         .style_font_req = spans_to_knuth::font_req_of(*info.general.run->fonts, *style),
     };
     if (para.first_line_style) {
-        if (auto fl = spans_to_knuth::first_line_form_of(*info.general.run->fonts, style, *para.first_line_style)) {
+        if (auto fl =
+                spans_to_knuth::first_line_form_of(*info.general.run->fonts, style, *para.first_line_style)) {
             ctx.first_line_style = fl->first_line_style;
         }
     }
@@ -927,7 +931,8 @@ para_res pack_para(page_info info,
     std::optional<para_lines> lines;
     std::visit(overloaded{
                    [&](prepack::para_initial const&) {
-                       items = spans_to_knuth::para_to_knuths(info, style, para, width, ctx.style_font_req).res_items;
+                       items = spans_to_knuth::para_to_knuths(info, style, para, width, ctx.style_font_req)
+                                   .res_items;
                        may_hold_inline_blocks = std::any_of(items.begin(), items.end(), [](pack::knuth::knuth const& item) {
                            return inline_block_of(item) != nullptr;
                        });

@@ -112,8 +112,9 @@ struct builder {
             s.rare_props->rare_props_hyphenate_patterns.empty() || !info.general.run->loader) {
             return textbuf::textbuf(word);
         }
-        auto const rules = eval_knuth::patterns_of(info.general.run->log, *info.general.run->hyph, info.general.run->loader)(
-            s.rare_props->rare_props_hyphenate_patterns);
+        auto const rules =
+            eval_knuth::patterns_of(info.general.run->log, *info.general.run->hyph,
+                                    info.general.run->loader)(s.rare_props->rare_props_hyphenate_patterns);
         if (!rules) {
             return textbuf::textbuf(word);
         }
@@ -135,7 +136,8 @@ struct builder {
         }
         auto const decls = n.span_decls ? styledom::properties_of(*n.span_decls) : std::vector<css::property::property>{};
         auto s = share(css::compute_style::compute_style(parent->first_line_style, n.span_context, decls));
-        return first_line_form{.first_line_font_req = font_req_of(*info.general.run->fonts, *s), .first_line_style = s};
+        return first_line_form{.first_line_font_req = font_req_of(*info.general.run->fonts, *s),
+                               .first_line_style = s};
     }
 
     pack::knuth::open open_of(style_ref const& parent,
@@ -426,7 +428,8 @@ struct builder {
                         ls = share(css::compute_style::compute_style(ls, ctx.context, ctx.decls));
                         if (lfl) {
                             auto s2 = share(css::compute_style::compute_style(lfl->first_line_style, ctx.context, ctx.decls));
-                            lfl = first_line_form{.first_line_font_req = font_req_of(*info.general.run->fonts, *s2),
+                            lfl = first_line_form{.first_line_font_req =
+                                                      font_req_of(*info.general.run->fonts, *s2),
                                                   .first_line_style = s2};
                         }
                     }
@@ -500,8 +503,9 @@ eval_knuth::script_caller script_caller_of(page_info const& info,
                                               g.gen);
                                },
                                [&](prepack::text_thing_script const&) {
-                                   log::log_warning_once(page->general.run->log,
-                                                         "a script function call as an argument of another is not supported");
+                                   log::log_warning_once(
+                                       page->general.run->log,
+                                       "a script function call as an argument of another is not supported");
                                },
                            },
                            t);

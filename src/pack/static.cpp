@@ -228,8 +228,8 @@ struct evaluator {
             return;
         }
         if (!scripts->script_has(*written)) {
-            log::log_warning_once(info.general.run->log,
-                                  "unknown script function " + *written + ", register with Vellum.addScriptFunc");
+            log::log_warning_once(info.general.run->log, "unknown script function " + *written +
+                                                             ", register with Vellum.addScriptFunc");
             return;
         }
         std::vector<std::string> texts;

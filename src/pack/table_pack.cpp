@@ -1051,7 +1051,8 @@ prepack::computed_table_anony_box compute_table(page_info const& info,
     std::vector<float> maxw(static_cast<std::size_t>(ncols), 0);
     if (fixed) {
         table_width = std::max(*spec, outer);
-        widths = table_layout::fixed_layout(info.general.run->log, col_specs, first_row, table_width - outer, hs);
+        widths =
+            table_layout::fixed_layout(info.general.run->log, col_specs, first_row, table_width - outer, hs);
         float sum = outer;
         for (float w : widths) {
             sum += w;

@@ -66,7 +66,8 @@ public:
 
     /// `plain_allowance`: how many bytes of pages wait uncompressed, page after page, before the
     /// following pages wait compressed.
-    explicit recorder(std::size_t plain_allowance = default_plain_allowance) : recorder_plain_left(plain_allowance) {}
+    explicit recorder(std::size_t plain_allowance = default_plain_allowance)
+        : recorder_plain_left(plain_allowance) {}
 
     /// The sink that painting writes its operators to.
     bulkio::output::output output();

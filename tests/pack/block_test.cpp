@@ -5,6 +5,8 @@
 #include "pack/blocks.hpp"
 #include "pack/margin_collapsing.hpp"
 #include "pack/pack.hpp"
+#include "pack/pack_html.hpp"
+#include "pack/test_fonts.hpp"
 #include "prepack/box_support.hpp"
 
 #include <cmath>
@@ -12,10 +14,6 @@
 #include <functional>
 #include <span>
 #include <sstream>
-
-#include "pack/pack_html.hpp"
-#include "pack/test_fonts.hpp"
-
 #include <unistd.h>
 
 #include <gtest/gtest.h>

@@ -142,7 +142,8 @@ TEST(painted, a_page_of_text_waits_compressed) {
 
 TEST(painted, pages_wait_uncompressed_until_the_allowance_is_spent) {
     font_fixture f;
-    auto const box = para_of({{10, f.text("Sans", U"Hello (world)")}, {150, f.text("Serif", U"\u0416\u0418")}});
+    auto const box =
+        para_of({{10, f.text("Sans", U"Hello (world)")}, {150, f.text("Serif", U"\u0416\u0418")}});
     auto const alone = recorded(box);
     std::size_t const page = alone.content_size + alone.content_show_size;
     // Room for two pages and a half: the first two wait as they are, the third and fourth compressed.

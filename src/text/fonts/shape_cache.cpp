@@ -53,7 +53,8 @@ struct table {
             }
             if ((slot >> 32) == (hash >> 32)) {
                 auto const& e = entries[(slot & 0xFFFFFFFFu) - 1];
-                if (e.entry_hash == hash && e.entry_request == request && e.entry_dir == dir && text_of(e) == text) {
+                if (e.entry_hash == hash && e.entry_request == request && e.entry_dir == dir &&
+                    text_of(e) == text) {
                     return slot;
                 }
             }
