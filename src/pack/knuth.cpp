@@ -254,6 +254,20 @@ strip_step strip_step_of(knuth const& item) {
                       item);
 }
 
+// Where a line's discardable end starts: the items from there on are dropped or passed over when
+// the end is stripped.
+std::size_t discardable_tail(std::span<knuth const* const> items) {
+    std::size_t tail = items.size();
+    while (tail > 0) {
+        auto const step = strip_step_of(*items[tail - 1]);
+        if (step != strip_step::drop && step != strip_step::keep_and_go_on) {
+            break;
+        }
+        --tail;
+    }
+    return tail;
+}
+
 } // namespace
 
 std::vector<knuth> strip_leading(std::span<knuth const> items) {
@@ -277,14 +291,7 @@ std::vector<knuth> strip_leading(std::span<knuth const> items) {
 
 std::vector<knuth> stripped_trailing(std::span<knuth const* const> items) {
     // From `tail` on, only what is passed over stays.
-    std::size_t tail = items.size();
-    while (tail > 0) {
-        auto const step = strip_step_of(*items[tail - 1]);
-        if (step != strip_step::drop && step != strip_step::keep_and_go_on) {
-            break;
-        }
-        --tail;
-    }
+    std::size_t const tail = discardable_tail(items);
     std::vector<knuth> out;
     out.reserve(items.size());
     for (std::size_t i = 0; i < items.size(); ++i) {
@@ -306,16 +313,9 @@ line_sum stripped_line_sums(std::optional<knuth> const& first, std::span<knuth c
         }
         return sum;
     }
-    // The discardable tail: from `tail` on, dropped items do not count. What ends the stripped line
-    // is never a penalty, so no penalty counts.
-    std::size_t tail = items.size();
-    while (tail > 0) {
-        auto const step = strip_step_of(*items[tail - 1]);
-        if (step != strip_step::drop && step != strip_step::keep_and_go_on) {
-            break;
-        }
-        --tail;
-    }
+    // From the discardable tail on, dropped items do not count. What ends the stripped line is never
+    // a penalty, so no penalty counts.
+    std::size_t const tail = discardable_tail(items);
     for (std::size_t i = 0; i < items.size(); ++i) {
         if (i >= tail && strip_step_of(*items[i]) == strip_step::drop) {
             continue;
