@@ -674,8 +674,8 @@ std::optional<loaded_document> load_input_document(log::log const& log,
         }
         return fetched;
     };
-    auto const xdoc =
-        document::input::load_document(log, doc.input_src, type, doc.input_base, doc.xml_options, fetch, data);
+    auto xdoc = document::input::load_document(log, doc.input_src, type, doc.input_base, doc.xml_options,
+                                               fetch, data);
     if (!xdoc) {
         log::log_file_message(log, log::level::error, name, "could not load input file");
         return std::nullopt;
@@ -683,6 +683,9 @@ std::optional<loaded_document> load_input_document(log::log const& log,
     log::log_debug(log, "loaded document: " + resource::locator::locator_to_string(xdoc->doc_url));
     auto const base = doc.input_base ? *doc.input_base : xdoc->doc_url;
     auto prepared = document::input::prepare_document(log, type, *xdoc, doc.style_info, base, job.metadata);
+    // The living tree holds everything of the parsed one from here on: its memory goes back before the
+    // cascade, which is where a large document's styles are made.
+    xdoc.reset();
     // Scripts run before the cascade, which sees the tree as they left it. A run that asks for no script
     // builds no engine at all.
     if (doc.style_info.use_author_scripts) {
