@@ -1,5 +1,6 @@
 // The cascade over real documents: sheets gathered in order from a prefix, the document and its
 // elements; weights by origin and importance, hints, style attributes, pseudo-elements and languages.
+#include "css/compute_style.hpp"
 #include "css/styledom/computed.hpp"
 #include "css/styledom/styledom.hpp"
 #include "document/doc_test_support.hpp"
@@ -762,6 +763,33 @@ TEST(cascade, elements_with_the_same_rules_share_their_typed_declarations) {
     auto const color = [&](std::size_t i) { return computed::style_of(*ps[i])->color; };
     EXPECT_EQ(color(0), color(1));
     EXPECT_NE(color(0), color(3));
+}
+
+// The lists point into the typed declarations of the sheets: they keep them, and an element's own, alive
+// after the rules and the styling that made them are gone.
+TEST(cascade, typed_declarations_outlive_the_styling) {
+    fixture f("declared_alive");
+    auto const doc = f.parse(R"(<style>p { color: red; margin-left: calc(1em + 2pt) }</style>
+        <p>1</p><p style="color: blue">2</p>)",
+                             doctype::doctype::html5);
+    std::vector<ref<declared_styles>> kept;
+    {
+        auto const styled = style_document(f.log.value, f.loader, doc, computed::typed_hooks());
+        for (auto const& p : find_all(doc, "p")) {
+            kept.push_back(dom::get_style_info(p->dom_element_style_info.get()).style_info_declared);
+        }
+    }
+    ASSERT_EQ(kept.size(), 2U);
+    auto const recomputed = [](declared_styles const& d) {
+        return css::compute_style::compute_style(nullptr, css::compute_style::anonymous_context{},
+                                                 properties_of(d.declared_pdecls));
+    };
+    auto const first = recomputed(*kept[0]);
+    auto const second = recomputed(*kept[1]);
+    EXPECT_EQ(first.color, *css::color::named("red"));
+    EXPECT_EQ(second.color, *css::color::named("blue"));
+    // The margin waits for the element's font size: typed for the element, and kept by its list.
+    EXPECT_EQ(first.margin_left, css::box::margin{14.0f});
 }
 
 // Siblings with the same rules, base and language share their whole style record; a language of their

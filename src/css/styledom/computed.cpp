@@ -89,8 +89,10 @@ struct declared_entry {
 struct typed_cache {
     /// Computed styles by what they follow from: siblings with the same rules and attributes share one.
     std::unordered_map<computed_key, computed_entry, computed_key_hash> cache_computed;
-    /// The typed property of each declaration of the sheets, null where the value is invalid.
-    std::unordered_map<css::pdecls::pdeclaration const*, typed_entry> cache_entries;
+    /// The typed property of each declaration of the sheets, null where the value is invalid. The lists
+    /// of the elements point into it and hold it.
+    std::shared_ptr<std::unordered_map<css::pdecls::pdeclaration const*, typed_entry>> cache_entries =
+        std::make_shared<std::unordered_map<css::pdecls::pdeclaration const*, typed_entry>>();
     /// The typed declarations of the elements that have none of their own, by what the cascade gave
     /// them (see `cascade_key`): elements matched by the same rules share one copy, which in a long
     /// document is most of them.
@@ -121,7 +123,7 @@ void cascade_key(cascaded const& c, std::vector<std::uintptr_t>& key) {
 }
 
 typed_entry const& typed(typed_cache& cache, css::pdecls::pdeclaration const* d) {
-    auto [it, fresh] = cache.cache_entries.try_emplace(d);
+    auto [it, fresh] = cache.cache_entries->try_emplace(d);
     if (fresh) {
         it->second.needs_element = css::substitute::needs_element(d->declaration.value);
         if (auto p = css::property::parse_declaration(d->declaration)) {
@@ -176,13 +178,19 @@ std::optional<css::property::property> typed_for_element(css::declaration const&
 
 // The typed declarations of a list. With `ev`, those whose value waits for the element are typed for
 // it; without, they are typed as they stand (and found invalid), and `needs_element` tells that some
-// did, so that the caller makes the list again with the element's values.
+// did, so that the caller makes the list again with the element's values. The properties typed for
+// this element alone go to `own_properties`.
 void add_typed(std::vector<typed_pdecl>& out,
+               std::vector<ref<css::property::property>>& own_properties,
                std::vector<css::pdecls::pdeclaration const*> const& list,
                cascaded const& c,
                typed_cache& cache,
                element_values const* ev,
                bool& needs_element) {
+    auto const keep = [&](css::property::property p) {
+        own_properties.push_back(share(std::move(p)));
+        out.push_back({own_properties.back().get()});
+    };
     auto const own_begin = c.cascaded_own.data();
     auto const own_end = own_begin + c.cascaded_own.size();
     out.reserve(out.size() + list.size());
@@ -197,14 +205,14 @@ void add_typed(std::vector<typed_pdecl>& out,
         needs_element = needs_element || needs;
         if (ev != nullptr && needs) {
             if (auto p = typed_for_element(d->declaration, *ev)) {
-                out.push_back({share(std::move(*p))});
+                keep(std::move(*p));
             }
         } else if (entry) {
             if (entry->property) {
-                out.push_back({entry->property});
+                out.push_back({entry->property.get()});
             }
         } else if (auto p = css::property::parse_declaration(d->declaration)) {
-            out.push_back({share(std::move(*p))});
+            keep(std::move(*p));
         }
     }
 }
@@ -307,11 +315,13 @@ style_hooks typed_hooks() {
                           .element_font_size = parent_font_size};
         // The typed declarations; with `values`, those that wait for the element typed for it.
         auto const make_declared = [&](element_values const* values, bool& needs_element) {
-            declared_styles declared;
-            add_typed(declared.declared_pdecls, c.cascaded_pdecls, c, *cache, values, needs_element);
+            declared_styles declared{.declared_store = cache->cache_entries};
+            add_typed(declared.declared_pdecls, declared.declared_own, c.cascaded_pdecls, c, *cache, values,
+                      needs_element);
             for (auto const& p : c.cascaded_pseudos) {
                 pseudo_decls entry{.pseudo_elements = p.pseudo_elements};
-                add_typed(entry.pseudo_pdecls, p.pseudo_pdecls, c, *cache, values, needs_element);
+                add_typed(entry.pseudo_pdecls, declared.declared_own, p.pseudo_pdecls, c, *cache, values,
+                          needs_element);
                 declared.declared_pseudos.push_back(std::move(entry));
             }
             return share(std::move(declared));

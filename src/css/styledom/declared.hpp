@@ -7,14 +7,16 @@
 #include "css/selector.hpp"
 #include "util/ref.hpp"
 
+#include <memory>
 #include <vector>
 
 namespace vellum::styledom {
 
 /// A typed declaration, in a list ascending by priority (so that a later one overrides an earlier). The
-/// property is shared with every element the same declaration of a sheet applies to; never null.
+/// property is shared with every element the same declaration of a sheet applies to and kept alive by the
+/// `declared_styles` that holds the list; never null.
 struct typed_pdecl {
-    ref<css::property::property> pdecl_property;
+    css::property::property const* pdecl_property = nullptr;
     bool operator==(typed_pdecl const& other) const {
         return pdecl_property == other.pdecl_property || *pdecl_property == *other.pdecl_property;
     }
@@ -31,7 +33,13 @@ struct pseudo_decls {
 struct declared_styles {
     std::vector<typed_pdecl> declared_pdecls;
     std::vector<pseudo_decls> declared_pseudos;
-    bool operator==(declared_styles const&) const = default;
+    /// What keeps the properties of the lists alive: the typed declarations of the sheets, one store
+    /// for every element, and those typed for this element alone.
+    std::shared_ptr<void const> declared_store;
+    std::vector<ref<css::property::property>> declared_own;
+    bool operator==(declared_styles const& other) const {
+        return declared_pdecls == other.declared_pdecls && declared_pseudos == other.declared_pseudos;
+    }
 };
 
 /// The properties alone, in the same order, as the style computation takes them.
