@@ -122,8 +122,9 @@ int main(int argc, char** argv) {
 
     auto s = *css::style::initial_style();
     s.font_size = 10;
-    s.hyphens = css::text::hyphens::auto_;
-    css::style::own_rare_props(s).rare_props_hyphenate_patterns = {css::value::url{.url_text = patterns}};
+    auto& rare = css::style::own_rare_props(s);
+    rare.rare_props_hyphens = css::text::hyphens::auto_;
+    rare.rare_props_hyphenate_patterns = {css::value::url{.url_text = patterns}};
     auto fp = *s.font_props;
     fp.font_props_font_family = {"Sans", "vellum-no-fallback"};
     s.font_props = share(fp);

@@ -3,7 +3,12 @@
 #include "css/scanprops.hpp"
 
 #include <algorithm>
+#include <array>
+#include <bit>
+#include <cstdint>
+#include <functional>
 #include <mutex>
+#include <string_view>
 
 namespace vellum::css::compute_style {
 
@@ -84,8 +89,97 @@ bool blockify(box::display& d) {
     return false;
 }
 
+// Hashes of the groups that elements far apart often set to the same values: a background image used
+// throughout, a few font families, the borders of every link of one colour. Equal groups hash equal;
+// the hash needn't read every member, since a group found by it is compared whole before it is shared.
+struct group_hasher {
+    std::size_t h = 1469598103934665603ULL;
+
+    void mix(std::size_t v) { h = (h ^ v) * 1099511628211ULL; }
+    void add(float f) { mix(std::bit_cast<std::uint32_t>(f)); }
+    void add(std::string_view text) { mix(std::hash<std::string_view>{}(text)); }
+    void add(color::color const& c) {
+        mix(c.index());
+        std::visit(overloaded{
+                       [](color::transparent const&) {},
+                       [&](color::rgb const& x) {
+                           add(x.r);
+                           add(x.g);
+                           add(x.b);
+                       },
+                       [&](color::rgba const& x) {
+                           add(x.r);
+                           add(x.g);
+                           add(x.b);
+                           add(x.a);
+                       },
+                       [&](color::cmyk const& x) {
+                           add(x.c);
+                           add(x.m);
+                           add(x.y);
+                           add(x.k);
+                       },
+                       [&](color::named_color const& x) { add(x.named_color_name); },
+                       [](color::vellum_overprint const&) {},
+                   },
+                   static_cast<color::color_alternative const&>(c));
+    }
+};
+
+std::size_t hash_group(box::background const& g) {
+    group_hasher out;
+    out.add(g.background_color);
+    for (auto const& image : g.background_image) {
+        out.mix(image.index());
+        if (auto const* u = std::get_if<value::url>(&image)) {
+            out.add(u->url_text);
+        }
+    }
+    out.mix(g.background_repeat.size());
+    out.mix(g.background_position.size());
+    return out.h;
+}
+
+std::size_t hash_group(box::borders const& g) {
+    group_hasher out;
+    for (auto const* side : {&g.borders_top, &g.borders_right, &g.borders_bottom, &g.borders_left}) {
+        out.add(side->border_color);
+        out.mix(static_cast<std::size_t>(side->border_style));
+        out.add(side->border_width);
+    }
+    return out.h;
+}
+
+std::size_t hash_group(fonts::font_props const& g) {
+    group_hasher out;
+    for (auto const& family : g.font_props_font_family) {
+        out.add(family);
+    }
+    out.mix(static_cast<std::size_t>(g.font_props_font_weight));
+    out.mix(static_cast<std::size_t>(g.font_props_font_style));
+    out.mix(static_cast<std::size_t>(g.font_props_font_variant));
+    return out.h;
+}
+
+std::size_t hash_group(text::text_props const& g) {
+    group_hasher out;
+    out.mix(static_cast<std::size_t>(g.text_props_text_align));
+    out.mix(static_cast<std::size_t>(g.text_props_text_align_last));
+    out.mix(static_cast<std::size_t>(g.text_props_text_transform));
+    out.mix(g.text_props_text_indent.index());
+    if (auto const* f = std::get_if<float>(&g.text_props_text_indent)) {
+        out.add(*f);
+    }
+    return out.h;
+}
+
+// How many groups of each kind the table of recent groups holds, per thread.
+constexpr std::size_t recent_group_slots = 512;
+
 // A group as computed, or the parent's or the initial one where it is equal to them: elements that
-// change nothing in a group share one record instead of each holding a copy.
+// change nothing in a group share one record instead of each holding a copy. Groups that elements far
+// apart set alike are shared too, through a small table of the groups made lately (one per hash slot,
+// replaced by the next of that slot), which holds a bounded number of records whatever the document.
 template <class T>
 ref<T> shared_group(T group, ref<T> const& parent, ref<T> const& initial) {
     if (parent && group == *parent) {
@@ -94,7 +188,16 @@ ref<T> shared_group(T group, ref<T> const& parent, ref<T> const& initial) {
     if (group == *initial) {
         return initial;
     }
-    return share(std::move(group));
+    if constexpr (requires { hash_group(group); }) {
+        thread_local std::array<ref<T>, recent_group_slots> recent;
+        auto& slot = recent[hash_group(group) % recent_group_slots];
+        if (!slot || !(*slot == group)) {
+            slot = share(std::move(group));
+        }
+        return slot;
+    } else {
+        return share(std::move(group));
+    }
 }
 
 struct computer {
@@ -356,7 +459,7 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
     auto display = c.get<L::display>(pb.bit_props_display, ib.bit_props_display, identity);
     auto position = c.get<L::position>(pb.bit_props_position, ib.bit_props_position, identity);
     auto floaty = c.get<L::float_>(parent.float_, init.float_, identity);
-    auto flow = c.get<L::flow>(parent.flow, init.flow, identity);
+    auto flow = c.get<L::flow>(parent.rare_box->flow, init.rare_box->flow, identity);
     bool const absolute = position == box::position{box::position_kind::absolute} ||
                           position == box::position{box::position_kind::fixed};
     bool const none_float = floaty == box::floaty{box::float_kind::none};
@@ -384,7 +487,6 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
         blockify(display);
     }
     s.float_ = floaty;
-    s.flow = flow;
 
     auto offset = [&](box::spec_offset const& x) { return c.alp<void>(x); };
     c.set_attr<L::top>(s.top, parent.top, init.top, offset);
@@ -398,42 +500,46 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
                                    L::background_repeat, L::background_size})) {
         auto const& pg = *parent.background;
         auto const& ig = *init.background;
-        box::background bg;
-        bg.background_attachment =
-            c.get<L::background_attachment>(pg.background_attachment, ig.background_attachment, identity);
-        bg.background_clip = c.get<L::background_clip>(pg.background_clip, ig.background_clip, identity);
-        bg.background_color = c.get_attr<L::background_color>(
-            pg.background_color, ig.background_color, [&](color::spec_color const& x) { return c.col(x); });
-        bg.background_image = c.get<L::background_image>(pg.background_image, ig.background_image, identity);
-        bg.background_origin =
-            c.get<L::background_origin>(pg.background_origin, ig.background_origin, identity);
-        bg.background_position = c.get<L::background_position>(
-            pg.background_position, ig.background_position, [&](std::vector<box::spec_bg_position> const& v) {
-                std::vector<box::bg_position> out;
-                for (auto const& p : v) {
-                    out.push_back({c.lp(p.bg_position_x), c.lp(p.bg_position_y)});
-                }
-                return out;
-            });
-        bg.background_repeat =
-            c.get<L::background_repeat>(pg.background_repeat, ig.background_repeat, identity);
-        bg.background_size = c.get<L::background_size>(
-            pg.background_size, ig.background_size, [&](std::vector<box::spec_bg_size> const& v) {
-                std::vector<box::bg_size> out;
-                for (auto const& x : v) {
-                    out.push_back(
-                        std::visit(overloaded{
-                                       [](box::bg_cover const& k) -> box::bg_size { return k; },
-                                       [](box::bg_contain const& k) -> box::bg_size { return k; },
-                                       [&](box::bg_size_pair<units::length> const& p) -> box::bg_size {
-                                           return box::bg_size_pair<float>{c.alp<void>(p.bg_size_w),
-                                                                           c.alp<void>(p.bg_size_h)};
-                                       },
-                                   },
-                                   x));
-                }
-                return out;
-            });
+        auto const position = [&](std::vector<box::spec_bg_position> const& v) {
+            std::vector<box::bg_position> out;
+            for (auto const& p : v) {
+                out.push_back({c.lp(p.bg_position_x), c.lp(p.bg_position_y)});
+            }
+            return out;
+        };
+        auto const size = [&](std::vector<box::spec_bg_size> const& v) {
+            std::vector<box::bg_size> out;
+            for (auto const& x : v) {
+                out.push_back(std::visit(overloaded{
+                                             [](box::bg_cover const& k) -> box::bg_size { return k; },
+                                             [](box::bg_contain const& k) -> box::bg_size { return k; },
+                                             [&](box::bg_size_pair<units::length> const& p) -> box::bg_size {
+                                                 return box::bg_size_pair<float>{c.alp<void>(p.bg_size_w),
+                                                                                 c.alp<void>(p.bg_size_h)};
+                                             },
+                                         },
+                                         x));
+            }
+            return out;
+        };
+        // Built member by member in place: a default group would make a one-layer vector for each.
+        box::background bg{
+            .background_attachment =
+                c.get<L::background_attachment>(pg.background_attachment, ig.background_attachment, identity),
+            .background_color =
+                c.get_attr<L::background_color>(pg.background_color, ig.background_color,
+                                                [&](color::spec_color const& x) { return c.col(x); }),
+            .background_image =
+                c.get<L::background_image>(pg.background_image, ig.background_image, identity),
+            .background_position =
+                c.get<L::background_position>(pg.background_position, ig.background_position, position),
+            .background_repeat =
+                c.get<L::background_repeat>(pg.background_repeat, ig.background_repeat, identity),
+            .background_size = c.get<L::background_size>(pg.background_size, ig.background_size, size),
+            .background_origin =
+                c.get<L::background_origin>(pg.background_origin, ig.background_origin, identity),
+            .background_clip = c.get<L::background_clip>(pg.background_clip, ig.background_clip, identity),
+        };
         s.background = shared_group(std::move(bg), parent.background, init.background);
     }
 
@@ -591,10 +697,50 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
                            {L::border_collapse, L::caption_page, L::caption_side, L::direction, L::quotes,
                             L::empty_cells, L::line_stacking_strategy, L::vellum_image_magic,
                             L::vellum_linebreak_magic, L::visibility, L::white_space, L::hyphenate_patterns,
-                            L::link, L::list_style_image, L::list_style_type, L::page})) {
+                            L::link, L::list_style_image, L::list_style_type, L::page,
+                            L::background_image_resolution, L::border_spacing, L::footnote_style_position,
+                            L::hyphens, L::hyphenate_after, L::hyphenate_before, L::hyphenate_lines,
+                            L::image_resolution, L::vellum_lang, L::letter_spacing, L::word_spacing, L::orphans,
+                            L::widows, L::vellum_footnote_policy})) {
         auto const& pg = *parent.rare_props;
         auto const& ig = *init.rare_props;
+        auto spacing = [&](box::spec_spacing const& x) {
+            return std::visit(overloaded{
+                                  [](box::normal_value const& n) -> box::letter_word_spacing { return n; },
+                                  [&](units::length const& l) -> box::letter_word_spacing { return c.pts(l); },
+                              },
+                              x);
+        };
         style::rare_props r;
+        r.rare_props_background_image_resolution = c.get<L::background_image_resolution>(
+            pg.rare_props_background_image_resolution, ig.rare_props_background_image_resolution, identity);
+        r.rare_props_border_spacing = c.get_attr<L::border_spacing>(
+            pg.rare_props_border_spacing, ig.rare_props_border_spacing, [&](box::spec_cellspacing const& x) {
+                return box::cellspacing{c.pts(x.cellspacing_h), c.pts(x.cellspacing_v)};
+            });
+        r.rare_props_footnote_style_position = c.get<L::footnote_style_position>(
+            pg.rare_props_footnote_style_position, ig.rare_props_footnote_style_position, identity);
+        r.rare_props_hyphens = c.get<L::hyphens>(pg.rare_props_hyphens, ig.rare_props_hyphens, identity);
+        r.rare_props_hyphenate_after =
+            c.get<L::hyphenate_after>(pg.rare_props_hyphenate_after, ig.rare_props_hyphenate_after, identity);
+        r.rare_props_hyphenate_before = c.get<L::hyphenate_before>(pg.rare_props_hyphenate_before,
+                                                                   ig.rare_props_hyphenate_before, identity);
+        r.rare_props_hyphenate_lines =
+            c.get<L::hyphenate_lines>(pg.rare_props_hyphenate_lines, ig.rare_props_hyphenate_lines, identity);
+        r.rare_props_image_resolution = c.get<L::image_resolution>(pg.rare_props_image_resolution,
+                                                                   ig.rare_props_image_resolution, identity);
+        r.rare_props_vellum_lang =
+            c.get_attr<L::vellum_lang>(pg.rare_props_vellum_lang, ig.rare_props_vellum_lang, identity);
+        // Set from the element's lang attribute below; until then the parent's.
+        r.rare_props_vellum_lang_value = pg.rare_props_vellum_lang_value;
+        r.rare_props_letter_spacing =
+            c.get<L::letter_spacing>(pg.rare_props_letter_spacing, ig.rare_props_letter_spacing, spacing);
+        r.rare_props_word_spacing =
+            c.get<L::word_spacing>(pg.rare_props_word_spacing, ig.rare_props_word_spacing, spacing);
+        r.rare_props_orphans = c.get<L::orphans>(pg.rare_props_orphans, ig.rare_props_orphans, identity);
+        r.rare_props_widows = c.get<L::widows>(pg.rare_props_widows, ig.rare_props_widows, identity);
+        r.rare_props_vellum_footnote_policy = c.get<L::vellum_footnote_policy>(
+            pg.rare_props_vellum_footnote_policy, ig.rare_props_vellum_footnote_policy, identity);
         r.rare_props_border_collapse =
             c.get<L::border_collapse>(pg.rare_props_border_collapse, ig.rare_props_border_collapse, identity);
         r.rare_props_caption_page =
@@ -707,20 +853,7 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
                           },
                           x);
     };
-    auto spacing = [&](box::spec_spacing const& x) {
-        return std::visit(overloaded{
-                              [](box::normal_value const& n) -> box::letter_word_spacing { return n; },
-                              [&](units::length const& l) -> box::letter_word_spacing { return c.pts(l); },
-                          },
-                          x);
-    };
-    c.set<L::background_image_resolution>(s.background_image_resolution, parent.background_image_resolution,
-                                          init.background_image_resolution, identity);
     c.set<L::box_sizing>(s.box_sizing, parent.box_sizing, init.box_sizing, identity);
-    c.set_attr<L::border_spacing>(s.border_spacing, parent.border_spacing, init.border_spacing,
-                                  [&](box::spec_cellspacing const& x) {
-                                      return box::cellspacing{c.pts(x.cellspacing_h), c.pts(x.cellspacing_v)};
-                                  });
     // column-gap's initial value is 1em of this element.
     s.column_gap = c.get<L::column_gap>(parent.column_gap, s.font_size, [&](box::spec_spacing const& x) {
         return std::visit(overloaded{
@@ -730,17 +863,7 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
                           x);
     });
     c.set<L::content>(s.content, parent.content, init.content, identity);
-    c.set<L::footnote_style_position>(s.footnote_style_position, parent.footnote_style_position,
-                                      init.footnote_style_position, identity);
     c.set_attr<L::height>(s.height, parent.height, init.height, width);
-    c.set<L::hyphens>(s.hyphens, parent.hyphens, init.hyphens, identity);
-    c.set<L::hyphenate_after>(s.hyphenate_after, parent.hyphenate_after, init.hyphenate_after, identity);
-    c.set<L::hyphenate_before>(s.hyphenate_before, parent.hyphenate_before, init.hyphenate_before, identity);
-    c.set<L::hyphenate_lines>(s.hyphenate_lines, parent.hyphenate_lines, init.hyphenate_lines, identity);
-    c.set<L::image_resolution>(s.image_resolution, parent.image_resolution, init.image_resolution, identity);
-    c.set_attr<L::vellum_lang>(s.vellum_lang, parent.vellum_lang, init.vellum_lang, identity);
-    c.set<L::letter_spacing>(s.letter_spacing, parent.letter_spacing, init.letter_spacing, spacing);
-    c.set<L::word_spacing>(s.word_spacing, parent.word_spacing, init.word_spacing, spacing);
     c.set<L::line_height>(
         s.line_height, parent.line_height, init.line_height, [&](fonts::spec_line_height const& x) {
             return std::visit(overloaded{
@@ -759,20 +882,10 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
     c.set_attr<L::margin_outside>(s.margin_outside, parent.margin_outside, init.margin_outside, width);
     c.set_attr<L::margin_right>(s.margin_right, parent.margin_right, init.margin_right, width);
     c.set_attr<L::margin_top>(s.margin_top, parent.margin_top, init.margin_top, width);
-    c.set_attr<L::max_height>(s.max_height, parent.max_height, init.max_height, maxw);
-    c.set_attr<L::max_width>(s.max_width, parent.max_width, init.max_width, maxw);
-    c.set_attr<L::min_height>(s.min_height, parent.min_height, init.min_height, pad);
-    c.set_attr<L::min_width>(s.min_width, parent.min_width, init.min_width, pad);
-    c.set<L::orphans>(s.orphans, parent.orphans, init.orphans, identity);
-    c.set<L::widows>(s.widows, parent.widows, init.widows, identity);
-    c.set<L::overflow>(s.overflow, parent.overflow, init.overflow, identity);
     c.set_attr<L::padding_bottom>(s.padding_bottom, parent.padding_bottom, init.padding_bottom, pad);
     c.set_attr<L::padding_left>(s.padding_left, parent.padding_left, init.padding_left, pad);
     c.set_attr<L::padding_right>(s.padding_right, parent.padding_right, init.padding_right, pad);
     c.set_attr<L::padding_top>(s.padding_top, parent.padding_top, init.padding_top, pad);
-    c.set<L::vellum_footnote_policy>(s.vellum_footnote_policy, parent.vellum_footnote_policy,
-                                     init.vellum_footnote_policy, identity);
-    c.set<L::table_layout>(s.table_layout, parent.table_layout, init.table_layout, identity);
     c.set<L::vertical_align>(
         s.vertical_align, parent.vertical_align, init.vertical_align, [&](box::spec_vertical_align const& v) {
             // A percentage is of this element's own line height; "normal" counts as 1.2 times the font size.
@@ -807,10 +920,19 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
                                    L::text_line_through_color, L::text_overline_color,
                                    L::text_underline_color, L::text_line_through_style,
                                    L::text_overline_style, L::text_underline_style, L::text_overflow,
-                                   L::transform, L::transform_origin, L::unicode_bidi, L::z_index})) {
+                                   L::transform, L::transform_origin, L::unicode_bidi, L::z_index, L::flow,
+                                   L::max_height, L::max_width, L::min_height, L::min_width, L::overflow,
+                                   L::table_layout})) {
         auto const& pg = *parent.rare_box;
         auto const& ig = *init.rare_box;
         style::rare_box_props r;
+        r.flow = flow;
+        r.max_height = c.get_attr<L::max_height>(pg.max_height, ig.max_height, maxw);
+        r.max_width = c.get_attr<L::max_width>(pg.max_width, ig.max_width, maxw);
+        r.min_height = c.get_attr<L::min_height>(pg.min_height, ig.min_height, pad);
+        r.min_width = c.get_attr<L::min_width>(pg.min_width, ig.min_width, pad);
+        r.overflow = c.get<L::overflow>(pg.overflow, ig.overflow, identity);
+        r.table_layout = c.get<L::table_layout>(pg.table_layout, ig.table_layout, identity);
         r.bookmark_label = c.get<L::bookmark_label>(pg.bookmark_label, ig.bookmark_label, identity);
         r.bookmark_level = c.get<L::bookmark_level>(pg.bookmark_level, ig.bookmark_level, identity);
         r.bookmark_state = c.get<L::bookmark_state>(pg.bookmark_state, ig.bookmark_state, identity);
@@ -963,7 +1085,10 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
             }
         }
         if (lang) {
-            s.vellum_lang_value = lower(*lang);
+            auto value = lower(*lang);
+            if (s.rare_props->rare_props_vellum_lang_value != value) {
+                style::own_rare_props(s).rare_props_vellum_lang_value = std::move(value);
+            }
         }
     }
     return s;

@@ -35,27 +35,17 @@ bool style::operator==(style const& other) const {
     }
     style const& a = *this;
     style const& b = other;
-    return a.background_image_resolution == b.background_image_resolution && a.box_sizing == b.box_sizing &&
-           a.bit_props == b.bit_props && a.border_spacing == b.border_spacing && a.bottom == b.bottom &&
+    return a.box_sizing == b.box_sizing && a.bit_props == b.bit_props && a.bottom == b.bottom &&
            a.color == b.color && a.column_gap == b.column_gap && a.content == b.content &&
-           a.float_ == b.float_ && a.flow == b.flow && a.font_size == b.font_size &&
-           a.footnote_style_position == b.footnote_style_position && a.height == b.height &&
-           a.hyphens == b.hyphens && a.hyphenate_after == b.hyphenate_after &&
-           a.hyphenate_before == b.hyphenate_before && a.hyphenate_lines == b.hyphenate_lines &&
-           a.image_resolution == b.image_resolution && a.vellum_lang == b.vellum_lang &&
-           a.vellum_lang_value == b.vellum_lang_value && a.left == b.left &&
-           a.letter_spacing == b.letter_spacing && a.word_spacing == b.word_spacing &&
+           a.float_ == b.float_ && a.font_size == b.font_size && a.height == b.height && a.left == b.left &&
            a.line_height == b.line_height && a.list_style_position == b.list_style_position &&
            a.margin_bottom == b.margin_bottom && a.margin_inside == b.margin_inside &&
            a.margin_left == b.margin_left && a.margin_outside == b.margin_outside &&
-           a.margin_right == b.margin_right && a.margin_top == b.margin_top && a.max_height == b.max_height &&
-           a.max_width == b.max_width && a.min_height == b.min_height && a.min_width == b.min_width &&
-           a.orphans == b.orphans && a.widows == b.widows && a.overflow == b.overflow &&
+           a.margin_right == b.margin_right && a.margin_top == b.margin_top &&
            a.padding_bottom == b.padding_bottom && a.padding_left == b.padding_left &&
-           a.padding_right == b.padding_right && a.padding_top == b.padding_top &&
-           a.vellum_footnote_policy == b.vellum_footnote_policy && a.right == b.right &&
-           a.table_layout == b.table_layout && a.top == b.top && a.vertical_align == b.vertical_align &&
-           a.width == b.width && a.writing_mode == b.writing_mode;
+           a.padding_right == b.padding_right && a.padding_top == b.padding_top && a.right == b.right &&
+           a.top == b.top && a.vertical_align == b.vertical_align && a.width == b.width &&
+           a.writing_mode == b.writing_mode;
 }
 
 ref<rare_box_props> const& initial_rare_box() {
@@ -77,25 +67,10 @@ style inherit_from(style const& parent) {
     s.font_props = parent.font_props;
     s.text = parent.text;
     s.rare_props = parent.rare_props;
-    s.background_image_resolution = parent.background_image_resolution;
-    s.border_spacing = parent.border_spacing;
     s.color = parent.color;
     s.font_size = parent.font_size;
-    s.footnote_style_position = parent.footnote_style_position;
-    s.hyphens = parent.hyphens;
-    s.hyphenate_after = parent.hyphenate_after;
-    s.hyphenate_before = parent.hyphenate_before;
-    s.hyphenate_lines = parent.hyphenate_lines;
-    s.image_resolution = parent.image_resolution;
-    s.vellum_lang = parent.vellum_lang;
-    s.vellum_lang_value = parent.vellum_lang_value;
-    s.letter_spacing = parent.letter_spacing;
-    s.word_spacing = parent.word_spacing;
     s.line_height = parent.line_height;
     s.list_style_position = parent.list_style_position;
-    s.orphans = parent.orphans;
-    s.widows = parent.widows;
-    s.vellum_footnote_policy = parent.vellum_footnote_policy;
     s.writing_mode = parent.writing_mode;
     // column-gap's initial 1em follows the font size the child inherits.
     s.column_gap = s.font_size;
@@ -112,6 +87,28 @@ rare_box_props& own_rare_box(style& s) {
     auto copy = std::make_shared<rare_box_props>(*s.rare_box);
     s.rare_box = copy;
     return *copy;
+}
+
+namespace {
+
+// Sets a pair of limits of the rare box group to 0 and none, copying the group only where it has others.
+void clear_limits(style& s, box::min_width rare_box_props::*min, box::max_width rare_box_props::*max) {
+    auto const& r = *s.rare_box;
+    if (r.*min != box::min_width{0.0f} || r.*max != box::max_width{box::none_value{}}) {
+        auto& own = own_rare_box(s);
+        own.*min = 0.0f;
+        own.*max = box::none_value{};
+    }
+}
+
+} // namespace
+
+void clear_width_limits(style& s) {
+    clear_limits(s, &rare_box_props::min_width, &rare_box_props::max_width);
+}
+
+void clear_height_limits(style& s) {
+    clear_limits(s, &rare_box_props::min_height, &rare_box_props::max_height);
 }
 
 } // namespace vellum::css::style

@@ -38,6 +38,22 @@ struct rare_props {
     box::url_or_none rare_props_list_style_image;
     box::list_style_type rare_props_list_style_type = box::list_style_named{"disc"};
     box::page rare_props_page;
+    box::image_resolution rare_props_background_image_resolution = box::resolution_normal{};
+    box::cellspacing rare_props_border_spacing;
+    box::list_style_position rare_props_footnote_style_position = box::list_style_position::outside;
+    text::hyphens rare_props_hyphens = text::hyphens::manual;
+    int rare_props_hyphenate_after = 2;
+    int rare_props_hyphenate_before = 2;
+    text::hyphenate_lines rare_props_hyphenate_lines = text::no_limit{};
+    box::image_resolution rare_props_image_resolution = box::resolution_normal{};
+    text::lang rare_props_vellum_lang;
+    /// The language of the element from its own or an ancestor's lang attribute, lower-cased.
+    std::optional<std::string> rare_props_vellum_lang_value;
+    box::letter_word_spacing rare_props_letter_spacing = box::normal_value{};
+    box::letter_word_spacing rare_props_word_spacing = box::normal_value{};
+    int rare_props_orphans = 2;
+    int rare_props_widows = 2;
+    box::vellum_footnote_policy rare_props_vellum_footnote_policy = box::vellum_footnote_policy::auto_;
     bool operator==(rare_props const&) const = default;
 };
 
@@ -55,7 +71,8 @@ struct bit_props {
 };
 
 /// Values that don't inherit and that few elements set: bookmarks, columns, counters, decorations,
-/// transforms, table spans and the like. A style that sets none of them shares the initial group.
+/// transforms, table spans, size limits, overflow and the like. A style that sets none of them shares the
+/// initial group.
 struct rare_box_props {
     property::content_terms bookmark_label = box::none_value{};
     box::bookmark_level bookmark_level = box::none_value{};
@@ -101,6 +118,13 @@ struct rare_box_props {
     box::transform_origin transform_origin{units::percentage{50}, units::percentage{50}};
     box::unicode_bidi unicode_bidi = box::unicode_bidi::normal;
     box::z_index z_index = box::auto_value{};
+    box::flowy flow = box::flow_normal{};
+    box::max_width max_height = box::none_value{};
+    box::max_width max_width = box::none_value{};
+    box::min_width min_height = 0.0f;
+    box::min_width min_width = 0.0f;
+    box::overflow overflow = box::overflow::visible;
+    box::table_layout table_layout = box::table_layout::auto_;
     bool operator==(rare_box_props const&) const = default;
 };
 
@@ -114,7 +138,6 @@ struct style {
     ref<substitute::custom_properties> custom_properties;
     ref<svgstyle::svgstyle> svgstyle;
     ref<box::background> background;
-    box::image_resolution background_image_resolution = box::resolution_normal{};
     ref<box::borders> borders;
     box::box_sizing box_sizing = box::box_sizing::content_box;
     ref<fonts::font_props> font_props;
@@ -122,27 +145,14 @@ struct style {
     ref<css::style::rare_props> rare_props;
     css::style::bit_props bit_props;
     ref<css::style::rare_box_props> rare_box = initial_rare_box();
-    box::cellspacing border_spacing;
     box::position_offset bottom = box::auto_value{};
     color::color color = color::black();
     float column_gap = 12;
     property::content_terms content = box::normal_value{};
     box::floaty float_ = box::float_kind::none;
-    box::flowy flow = box::flow_normal{};
     float font_size = 12;
-    box::list_style_position footnote_style_position = box::list_style_position::outside;
     box::width height = box::auto_value{};
-    text::hyphens hyphens = text::hyphens::manual;
-    int hyphenate_after = 2;
-    int hyphenate_before = 2;
-    text::hyphenate_lines hyphenate_lines = text::no_limit{};
-    box::image_resolution image_resolution = box::resolution_normal{};
-    text::lang vellum_lang;
-    /// The language of the element from its own or an ancestor's lang attribute, lower-cased.
-    std::optional<std::string> vellum_lang_value;
     box::position_offset left = box::auto_value{};
-    box::letter_word_spacing letter_spacing = box::normal_value{};
-    box::letter_word_spacing word_spacing = box::normal_value{};
     fonts::line_height line_height = fonts::line_height_normal{};
     box::list_style_position list_style_position = box::list_style_position::outside;
     box::margin margin_bottom = 0.0f;
@@ -151,20 +161,11 @@ struct style {
     box::margin margin_outside = 0.0f;
     box::margin margin_right = 0.0f;
     box::margin margin_top = 0.0f;
-    box::max_width max_height = box::none_value{};
-    box::max_width max_width = box::none_value{};
-    box::min_width min_height = 0.0f;
-    box::min_width min_width = 0.0f;
-    int orphans = 2;
-    int widows = 2;
-    box::overflow overflow = box::overflow::visible;
     box::padding padding_bottom = 0.0f;
     box::padding padding_left = 0.0f;
     box::padding padding_right = 0.0f;
     box::padding padding_top = 0.0f;
-    box::vellum_footnote_policy vellum_footnote_policy = box::vellum_footnote_policy::auto_;
     box::position_offset right = box::auto_value{};
-    box::table_layout table_layout = box::table_layout::auto_;
     box::position_offset top = box::auto_value{};
     box::vertical_align vertical_align = box::vertical_align_kind::baseline;
     box::width width = box::auto_value{};
@@ -184,6 +185,13 @@ rare_box_props& own_rare_box(style& s);
 
 /// The same for its group of rare inherited values.
 rare_props& own_rare_props(style& s);
+
+/// The style with min-width 0 and max-width none, as measuring and packing inside a given width want
+/// it; its rare box group is copied only where it sets other limits.
+void clear_width_limits(style& s);
+
+/// The same for min-height and max-height.
+void clear_height_limits(style& s);
 
 /// The initial style: every property at its initial value, the groups shared by every style that
 /// doesn't change them. A root element takes it as its parent.

@@ -107,10 +107,10 @@ used_style_of(style::style const& s, float container_width, std::optional<float>
     }
     // The width is held between max-width and min-width, the minimum winning; "auto" side margins
     // then share what a narrower box leaves.
-    if (auto const max = of(s.max_width, container_width)) {
+    if (auto const max = of(s.rare_box->max_width, container_width)) {
         u.used_width = std::min(u.used_width, std::max(0.0f, *max - extra_w));
     }
-    u.used_width = std::max(u.used_width, of(s.min_width, container_width) - extra_w);
+    u.used_width = std::max(u.used_width, of(s.rare_box->min_width, container_width) - extra_w);
     if (auto const h = of(s.height, container_height)) {
         u.used_height = std::max(0.0f, *h - extra_h);
     }
@@ -121,8 +121,8 @@ used_style_of(style::style const& s, float container_width, std::optional<float>
                            return container_height ? units::percent_of(p, *container_height) : 0.0f;
                        },
                    },
-                   s.min_height);
-    u.used_max_height = of(s.max_height, container_height);
+                   s.rare_box->min_height);
+    u.used_max_height = of(s.rare_box->max_height, container_height);
     float const indent = of(s.text->text_props_text_indent, container_width);
     // A negative indent starts the first line to the left of the others, outside the content box.
     u.used_text_indent = used_indent{indent_type::indent, indent};

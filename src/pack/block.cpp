@@ -78,7 +78,7 @@ areas::areas narrowed(areas::areas a, float left, float right, float bottom) {
 // Whether an in-flow block holds a flow of its own, apart from the floats around it: its overflow is
 // hidden, or it is a table.
 bool makes_own_context(prepack::block const& b) {
-    return b.block_style->overflow != css::box::overflow::visible ||
+    return b.block_style->rare_box->overflow != css::box::overflow::visible ||
            std::holds_alternative<prepack::bcontent_table>(b.block_content) ||
            std::holds_alternative<prepack::bcontent_computed_table_box>(b.block_content);
 }
@@ -431,9 +431,12 @@ util::size::size replaced_size(css::style::style const& s,
     auto const& info = id.image_info;
     float dpi_x = 96;
     float dpi_y = 96;
-    if (auto const* d = std::get_if<css::box::resolution_dpi>(&s.image_resolution); d && d->dpi > 0) {
+    if (auto const* d = std::get_if<css::box::resolution_dpi>(&s.rare_props->rare_props_image_resolution);
+        d && d->dpi > 0) {
         dpi_x = dpi_y = d->dpi;
-    } else if (std::holds_alternative<css::box::resolution_from_image>(s.image_resolution) && info.image_dpi) {
+    } else if (std::holds_alternative<css::box::resolution_from_image>(
+                   s.rare_props->rare_props_image_resolution) &&
+               info.image_dpi) {
         dpi_x = info.image_dpi->dpi_x;
         dpi_y = info.image_dpi->dpi_y;
     }
@@ -457,19 +460,19 @@ util::size::size replaced_size(css::style::style const& s,
         }
         return std::nullopt;
     };
-    if (auto const max_w = resolve(s.max_width); max_w && w > *max_w) {
+    if (auto const max_w = resolve(s.rare_box->max_width); max_w && w > *max_w) {
         w = std::max(0.0f, *max_w);
         if (height_auto && w0 > 0) {
             h = w * h0 / w0;
         }
     }
-    if (auto const min_w = resolve(s.min_width); min_w && w < *min_w) {
+    if (auto const min_w = resolve(s.rare_box->min_width); min_w && w < *min_w) {
         w = *min_w;
         if (height_auto && w0 > 0) {
             h = w * h0 / w0;
         }
     }
-    if (auto const* max_h = std::get_if<float>(&s.max_height); max_h && h > *max_h) {
+    if (auto const* max_h = std::get_if<float>(&s.rare_box->max_height); max_h && h > *max_h) {
         h = std::max(0.0f, *max_h);
         if (width_auto && h0 > 0) {
             w = h * w0 / h0;
@@ -658,7 +661,7 @@ pack_block(page_info info, block_type const& type, prepack::block const& b, mc::
     auto const* own_blocks = std::get_if<prepack::bcontent_blocks>(&b.block_content);
     bool const blocks_like = (own_blocks && !own_blocks->column_id) ||
                              std::holds_alternative<prepack::bcontent_list_item>(b.block_content);
-    bool const commit_top = bt > 0 || pt > 0 || s.overflow == css::box::overflow::hidden ||
+    bool const commit_top = bt > 0 || pt > 0 || s.rare_box->overflow == css::box::overflow::hidden ||
                             used.used_height.has_value() || !blocks_like || own_flow;
     std::optional<float> box_top;
     areas::areas inner = a;
@@ -1230,7 +1233,7 @@ packed_inline pack_inline_block(page_info info, prepack::block const& b, float c
         // An inline table stands on the baseline of the row its table-baseline names, the first by
         // default.
         base = table_row_baseline(bx, bx.box_style->rare_box->table_baseline);
-    } else if (bx.box_style->overflow == css::box::overflow::visible) {
+    } else if (bx.box_style->rare_box->overflow == css::box::overflow::visible) {
         base = last_baseline(bx);
     }
     float const y = base ? *base : bx.box_y - bx.box_h - mb;

@@ -14,12 +14,12 @@ using namespace knuth;
 namespace {
 
 float letter_spacing_of(css::style::style const& s) {
-    auto const* v = std::get_if<float>(&s.letter_spacing);
+    auto const* v = std::get_if<float>(&s.rare_props->rare_props_letter_spacing);
     return v != nullptr ? *v : 0.0f;
 }
 
 float word_spacing_of(css::style::style const& s) {
-    auto const* v = std::get_if<float>(&s.word_spacing);
+    auto const* v = std::get_if<float>(&s.rare_props->rare_props_word_spacing);
     return v != nullptr ? *v : 0.0f;
 }
 
@@ -566,7 +566,7 @@ std::optional<hyphenated> try_hyphenate(eval_env const& env,
             continue;
         }
         auto const& style = *w->word_head.head_style;
-        if (style.hyphens != css::text::hyphens::auto_ ||
+        if (style.rare_props->rare_props_hyphens != css::text::hyphens::auto_ ||
             style.rare_props->rare_props_white_space != css::text::white_space::normal ||
             style.rare_props->rare_props_hyphenate_patterns.empty() || !env.env_patterns) {
             continue;
@@ -577,8 +577,10 @@ std::optional<hyphenated> try_hyphenate(eval_env const& env,
         }
         auto const hyphenated_word =
             env.env_hyph
-                ? hyph::hyphenate(*env.env_hyph, **rules, style.hyphenate_before, style.hyphenate_after, w->word_text)
-                : share(hyphenation::hyphenate(**rules, style.hyphenate_before, style.hyphenate_after, w->word_text));
+                ? hyph::hyphenate(*env.env_hyph, **rules, style.rare_props->rare_props_hyphenate_before,
+                                  style.rare_props->rare_props_hyphenate_after, w->word_text)
+                : share(hyphenation::hyphenate(**rules, style.rare_props->rare_props_hyphenate_before,
+                                               style.rare_props->rare_props_hyphenate_after, w->word_text));
         auto const& parts = *hyphenated_word;
         if (parts.size() < 2) {
             continue;

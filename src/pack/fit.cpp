@@ -109,8 +109,7 @@ float packed_content_width(block::block_out const& r) {
 content_widths by_packing(page_info const& info, prepack::block const& b) {
     auto style = *b.block_style;
     style.width = css::box::auto_value{};
-    style.min_width = 0.0f;
-    style.max_width = css::box::none_value{};
+    css::style::clear_width_limits(style);
     auto loose = b;
     loose.block_style = share(std::move(style));
     measuring_scope const only_widths;
@@ -149,10 +148,10 @@ content_widths outer_widths(page_info const& info, prepack::block const& c) {
                                                                                     used.used_padding_right
                                                                                 : 0.0f;
         for (float* v : {&w.min_content, &w.max_content}) {
-            if (auto const* max = std::get_if<float>(&s.max_width)) {
+            if (auto const* max = std::get_if<float>(&s.rare_box->max_width)) {
                 *v = std::min(*v, std::max(0.0f, *max - extra));
             }
-            if (auto const* min = std::get_if<float>(&s.min_width)) {
+            if (auto const* min = std::get_if<float>(&s.rare_box->min_width)) {
                 *v = std::max(*v, *min - extra);
             }
         }

@@ -108,7 +108,7 @@ void cut_line_at(std::vector<spanbox>& boxes, css::style::style const& style, fl
                            if (c.charsbox_x >= limit) {
                                return;
                            }
-                           auto const* ls = std::get_if<float>(&style.letter_spacing);
+                           auto const* ls = std::get_if<float>(&style.rare_props->rare_props_letter_spacing);
                            bool const keep_end = mirrored && c.charsbox_direction == fonts::direction::ltr;
                            auto const view = c.charsbox_content.view();
                            std::vector<fonts::grapheme> order(view.begin(), view.end());
@@ -269,7 +269,8 @@ bool footnotes_fit(run_state& s, std::span<pack::knuth::knuth const> line, float
     for (auto const& item : line) {
         if (auto const* f = std::get_if<pack::knuth::footnote>(&item)) {
             (to_column(info, *f) ? to_col : to_page) = true;
-            keep = keep || f->footnote_style->vellum_footnote_policy != css::box::vellum_footnote_policy::auto_;
+            keep = keep || f->footnote_style->rare_props->rare_props_vellum_footnote_policy !=
+                               css::box::vellum_footnote_policy::auto_;
         }
     }
     to_page = to_page && info.flags.pack_page_stuff;
@@ -405,7 +406,8 @@ run_state greedy_run(para_ctx const& ctx, run_state s, std::optional<int> max_li
         if (auto ib = indent_box(ctx.used.used_text_indent, kind)) {
             stream_put_back(s.rest, std::move(*ib));
         }
-        bool const hyph_ok = linebreak::hyphenate_ok(ctx.style->hyphenate_lines, s.consecutive_hyphens);
+        bool const hyph_ok =
+            linebreak::hyphenate_ok(ctx.style->rare_props->rare_props_hyphenate_lines, s.consecutive_hyphens);
         // Where the line starts, to go back to when it is refused: a copy of the stream costs only
         // the few items in front of its shared list.
         auto line_start = s.rest;
@@ -531,8 +533,8 @@ std::size_t notes_held(run_state const& s) {
 // and at least `widows` after it, moving lines on (or the whole paragraph) where it must.
 template <class Placer>
 run_state with_orphans_and_widows(para_ctx const& ctx, run_state const& start, Placer place) {
-    int const orphans = std::max(1, ctx.style->orphans);
-    int const widows = std::max(1, ctx.style->widows);
+    int const orphans = std::max(1, ctx.style->rare_props->rare_props_orphans);
+    int const widows = std::max(1, ctx.style->rare_props->rare_props_widows);
     bool const must_place = start.info.flags.max_page_area;
     run_state res = place(start, std::nullopt);
     int n = res.placed;
@@ -978,7 +980,7 @@ para_res pack_para(page_info info,
         stream.reset();
     }
     if (!lines && !stream && uses_total_fit(*style, areas, items)) {
-        auto const limit = std::get_if<int>(&style->hyphenate_lines);
+        auto const limit = std::get_if<int>(&style->rare_props->rare_props_hyphenate_lines);
         auto br = total_fit::break_lines(ctx.env,
                                          total_fit::break_params{
                                              .containing_height = used.used_height,

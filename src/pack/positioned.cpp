@@ -249,8 +249,7 @@ placed pack_absolute(page_info info, prepack::block const& b, util::pos::pos sta
     style.padding_right = used.used_padding_right;
     style.padding_bottom = used.used_padding_bottom;
     style.padding_left = used.used_padding_left;
-    style.min_width = 0.0f;
-    style.max_width = css::box::none_value{};
+    css::style::clear_width_limits(style);
     // The height takes part in the equation: a percentage of an unknown height is "auto".
     style.height = used.used_height ? css::box::width{*used.used_height} : css::box::width{css::box::auto_value{}};
     style.margin_top = 0.0f;
@@ -284,12 +283,12 @@ placed pack_absolute(page_info info, prepack::block const& b, util::pos::pos sta
     float const sizing = s.box_sizing == css::box::box_sizing::border_box    ? h_edges
                          : s.box_sizing == css::box::box_sizing::padding_box ? used.used_padding_left + used.used_padding_right
                                                                              : 0.0f;
-    if (auto const* max = std::get_if<float>(&s.max_width)) {
+    if (auto const* max = std::get_if<float>(&s.rare_box->max_width)) {
         width = std::min(width, *max - sizing);
-    } else if (auto const* p = std::get_if<css::units::percentage>(&s.max_width)) {
+    } else if (auto const* p = std::get_if<css::units::percentage>(&s.rare_box->max_width)) {
         width = std::min(width, css::units::percent_of(*p, cb.cb_width) - sizing);
     }
-    width = std::max({width, resolved(s.min_width, cb.cb_width) - sizing, 0.0f});
+    width = std::max({width, resolved(s.rare_box->min_width, cb.cb_width) - sizing, 0.0f});
     if (!packed || std::abs(packed->first.box_w - h_edges - width) > 0.01f) {
         packed = pack_at(width, 0, 0, width);
     }

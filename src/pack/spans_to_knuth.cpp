@@ -108,7 +108,7 @@ struct builder {
 
     // A word under `hyphens: -vellum-expand-all` shows its hyphenation points as middle dots.
     textbuf::textbuf expanded(css::style::style const& s, std::u32string_view word) const {
-        if (s.hyphens != css::text::hyphens::vellum_expand_all ||
+        if (s.rare_props->rare_props_hyphens != css::text::hyphens::vellum_expand_all ||
             s.rare_props->rare_props_hyphenate_patterns.empty() || !info.general.run->loader) {
             return textbuf::textbuf(word);
         }
@@ -118,7 +118,9 @@ struct builder {
         if (!rules) {
             return textbuf::textbuf(word);
         }
-        auto const parts = hyphenation::hyphenate(**rules, s.hyphenate_before, s.hyphenate_after, textbuf::textbuf(word));
+        auto const parts =
+            hyphenation::hyphenate(**rules, s.rare_props->rare_props_hyphenate_before,
+                                   s.rare_props->rare_props_hyphenate_after, textbuf::textbuf(word));
         textbuf::textbuf out;
         for (std::size_t i = 0; i < parts.size(); ++i) {
             if (i > 0) {
@@ -458,8 +460,9 @@ struct builder {
 
 font_req_ref font_req_of(fonts::fonts const& db, css::style::style const& s) {
     // The language picks language-specific glyphs; spaced letters lose their optional ligatures.
-    auto const* spacing = std::get_if<float>(&s.letter_spacing);
-    auto const& lang = s.vellum_lang ? s.vellum_lang : s.vellum_lang_value;
+    auto const* spacing = std::get_if<float>(&s.rare_props->rare_props_letter_spacing);
+    auto const& lang = s.rare_props->rare_props_vellum_lang ? s.rare_props->rare_props_vellum_lang
+                                                            : s.rare_props->rare_props_vellum_lang_value;
     return fonts::get_font_req(
         db, fonts::query::query_of(*s.font_props, lang.value_or(""), spacing && *spacing != 0,
                                    s.writing_mode == css::box::writing_mode::vertical));

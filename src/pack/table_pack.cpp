@@ -112,14 +112,16 @@ bc::grid grid_of(std::vector<row_ref> const& rows,
 // collapsing borders the cell's share of its borders is room inside it and the grid draws them.
 ref<style> cell_layout_style(style const& s, std::optional<css::box::borders> const& halves) {
     auto c = s;
+    css::style::clear_width_limits(c);
     if (auto const* h = std::get_if<float>(&s.height)) {
-        c.min_height = *h;
+        auto& r = css::style::own_rare_box(c);
+        r.min_height = *h;
+        r.max_height = css::box::none_value{};
+    } else if (c.rare_box->max_height != css::box::max_width{css::box::none_value{}}) {
+        css::style::own_rare_box(c).max_height = css::box::none_value{};
     }
     c.height = css::box::auto_value{};
     c.width = css::box::auto_value{};
-    c.min_width = 0.0f;
-    c.max_width = css::box::none_value{};
-    c.max_height = css::box::none_value{};
     c.margin_top = 0.0f;
     c.margin_right = 0.0f;
     c.margin_bottom = 0.0f;
@@ -968,8 +970,8 @@ prepack::computed_table_anony_box compute_table(page_info const& info,
     }
 
     // The cells get the style they are packed with, and tell what they ask of their columns.
-    float const hs = collapse ? 0 : ts.border_spacing.cellspacing_h;
-    bool const fixed = ts.table_layout == css::box::table_layout::fixed &&
+    float const hs = collapse ? 0 : ts.rare_props->rare_props_border_spacing.cellspacing_h;
+    bool const fixed = ts.rare_box->table_layout == css::box::table_layout::fixed &&
                        !std::holds_alternative<css::box::auto_value>(ts.width);
     std::vector<table_layout::cell_width> cells;
     std::vector<table_layout::cell_width> first_row;
@@ -1074,10 +1076,12 @@ prepack::computed_table_anony_box compute_table(page_info const& info,
     }
 
     prepack::computed_table ct{.table_used_style = table_style,
-                               .table_used_cellspacing = collapse ? css::box::cellspacing{} : ts.border_spacing,
+                               .table_used_cellspacing = collapse ? css::box::cellspacing{}
+                                                                  : ts.rare_props->rare_props_border_spacing,
                                .computed_header = std::move(header),
                                .computed_footer = std::move(footer),
-                               .computed_body = std::make_shared<std::vector<prepack::rowgroup> const>(std::move(body)),
+                               .computed_body =
+                                   std::make_shared<std::vector<prepack::rowgroup> const>(std::move(body)),
                                .computed_colgroups = src.colgroups,
                                .computed_grid_left = grid_left,
                                .column_widths = std::move(widths),

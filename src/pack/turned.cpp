@@ -68,8 +68,7 @@ block::block_out pack_chunk(page_info info,
     inner_style.margin_left = 0.0f;
     inner_style.width = length;
     inner_style.height = css::box::auto_value{};
-    inner_style.min_height = 0.0f;
-    inner_style.max_height = css::box::none_value{};
+    css::style::clear_height_limits(inner_style);
     inner_style.box_sizing = css::box::box_sizing::content_box;
     auto inner = b;
     inner.block_style = share(std::move(inner_style));
@@ -115,8 +114,7 @@ block::block_out pack_chunk(page_info info,
     outer_style.writing_mode = info.general.writing_mode;
     outer_style.width = std::max(0.0f, content.box_h - edges_across);
     outer_style.height = std::max(0.0f, content.box_w - edges_along);
-    outer_style.min_height = 0.0f;
-    outer_style.max_height = css::box::none_value{};
+    css::style::clear_height_limits(outer_style);
     outer_style.box_sizing = css::box::box_sizing::content_box;
     outer_style.bit_props.bit_props_page_break_inside = css::box::page_break::avoid;
     auto outer = b;

@@ -575,7 +575,8 @@ struct painter {
             auto const m = svg::run_placement(run);
             auto style = *run.run_style;
             style.font_size = static_cast<float>(run.run_font_size);
-            style.letter_spacing = static_cast<float>(run.run_letter_spacing);
+            css::style::own_rare_props(style).rare_props_letter_spacing =
+                static_cast<float>(run.run_letter_spacing);
             if (is_server(run.run_fill) && text_box) {
                 // The glyphs as a clip (render mode 7), then the paint over the text's box.
                 content::save(o, s.g);

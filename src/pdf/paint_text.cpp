@@ -424,7 +424,7 @@ void paint_line_graphemes(content::out const& o,
     if (!p) {
         return;
     }
-    double const letter_spacing = spacing_of(style.letter_spacing);
+    double const letter_spacing = spacing_of(style.rare_props->rare_props_letter_spacing);
     paint_color::set_fill(o, g, *p, context_alpha);
     content::character_spacing(o, g, letter_spacing);
     content::word_spacing(o, g, 0);

@@ -251,7 +251,7 @@ struct painter {
             }
         }
         if (b.box_style) {
-            key.key_lang = b.box_style->vellum_lang_value;
+            key.key_lang = b.box_style->rare_props->rare_props_vellum_lang_value;
         }
         return key;
     }
@@ -358,7 +358,8 @@ struct painter {
                                         .padding_box = padding_box,
                                         .content_box = borders::inset(padding_box, padding_widths(used)),
                                         .page_area = page_area},
-                                       style.font_size, style.color, style.background_image_resolution, alpha);
+                                       style.font_size, style.color,
+                                       style.rare_props->rare_props_background_image_resolution, alpha);
     }
 
     void background_color(borders::frame const& border_box,
@@ -412,7 +413,7 @@ struct painter {
     bool open_clip(box const& b) {
         auto const& s = *b.box_style;
         auto const* rect = std::get_if<css::box::clip_rect<float>>(&s.rare_box->clip);
-        bool const hidden = s.overflow == css::box::overflow::hidden;
+        bool const hidden = s.rare_box->overflow == css::box::overflow::hidden;
         if (!hidden && !rect) {
             return false;
         }
@@ -838,7 +839,8 @@ struct painter {
             info.image_height <= 0) {
             return {x, y, w, h};
         }
-        auto const natural = paint_background::image_size_at(info, style.image_resolution);
+        auto const natural =
+            paint_background::image_size_at(info, style.rare_props->rare_props_image_resolution);
         float const nw = float(natural.first);
         float const nh = float(natural.second);
         float const contain = std::min(w / nw, h / nh);
@@ -1523,8 +1525,9 @@ std::optional<std::string> language_of(pack::packed_page const& page) {
     visit_page(page,
                tree_visitor{.on_box =
                                 [&](box const& b, double) {
-                                    if (!found && b.box_style && b.box_style->vellum_lang_value) {
-                                        found = b.box_style->vellum_lang_value;
+                                    if (!found && b.box_style &&
+                                        b.box_style->rare_props->rare_props_vellum_lang_value) {
+                                        found = b.box_style->rare_props->rare_props_vellum_lang_value;
                                     }
                                 }},
                [](bool) {});

@@ -401,7 +401,7 @@ struct walker {
             .base = doc_url,
             .quote_depth = &quote_depth,
             .quotes = s.rare_props ? &s.rare_props->rare_props_quotes : nullptr,
-            .lang = s.vellum_lang_value,
+            .lang = s.rare_props->rare_props_vellum_lang_value,
             .font_size = s.font_size,
             .scripts = scripts,
             .image = [this, &s](css::value::url const& u) -> std::optional<span_inline_block> {
@@ -1028,7 +1028,7 @@ struct walker {
 
         bool const was_static = in_static;
         std::optional<std::string> flow_name;
-        if (auto const* f = std::get_if<css::box::flow_static>(&s.flow)) {
+        if (auto const* f = std::get_if<css::box::flow_static>(&s.rare_box->flow)) {
             flow_name = f->flow_name;
         } else if (auto const* r = std::get_if<css::box::position_running>(&s.bit_props.bit_props_position)) {
             flow_name = r->running_name;
@@ -1104,9 +1104,10 @@ struct walker {
             auto marker = pseudo_box(e, info, pseudo_element::footnote_marker);
             // A block footnote with its marker outside hangs the marker in the margin left of its
             // body, as a list item does; inside, and in an inline footnote, the marker starts the text.
-            bool const hang = !*footnote &&
-                              s.footnote_style_position == css::box::list_style_position::outside &&
-                              marker.size() == 1 && std::holds_alternative<th_span>(marker.front());
+            bool const hang =
+                !*footnote &&
+                s.rare_props->rare_props_footnote_style_position == css::box::list_style_position::outside &&
+                marker.size() == 1 && std::holds_alternative<th_span>(marker.front());
             if (hang) {
                 auto marker_spans = std::move(std::get<th_span>(marker.front()).spans);
                 auto content = to_bcontent(std::move(things), style, e, info);

@@ -1596,10 +1596,12 @@ struct builder {
             double const anchor = base_rtl ? 1 - start_anchor : start_anchor;
             double const size = px_of_points(ps.font_size);
             double spacing = 0;
-            if (auto const* ls = std::get_if<float>(&ps.letter_spacing)) {
+            if (auto const* ls = std::get_if<float>(&ps.rare_props->rare_props_letter_spacing)) {
                 spacing = px_of_points(*ls);
             }
-            auto const& lang = ps.vellum_lang ? ps.vellum_lang : ps.vellum_lang_value;
+            auto const& lang = ps.rare_props->rare_props_vellum_lang
+                                   ? ps.rare_props->rare_props_vellum_lang
+                                   : ps.rare_props->rare_props_vellum_lang_value;
             auto const req = fonts::get_font_req(
                 *env.env_fonts, fonts::query::query_of(*ps.font_props, lang.value_or(""), spacing != 0));
             auto const used = used_of(ps);

@@ -182,7 +182,7 @@ TEST(compute_style, attr_per_element) {
     EXPECT_EQ(s->rare_box->table_column_span, 3);
     semantics::link_type const to_a = semantics::link_url{value::url{"a.html", "file:///d.html"}};
     EXPECT_EQ(s->rare_props->rare_props_link, to_a);
-    EXPECT_EQ(s->vellum_lang_value, "en-gb");
+    EXPECT_EQ(s->rare_props->rare_props_vellum_lang_value, "en-gb");
     element_context bad{.context_attrs = {{std::nullopt, "data-w", "40px"}}};
     EXPECT_EQ(styled(root, "width: attr(data-w, length, 5px)", bad)->width, box::width{3.75f});
     // HTML's presentational attributes, the way the default sheets read them.
@@ -196,11 +196,11 @@ TEST(compute_style, attr_per_element) {
                "font-family: attr(face, font-family)",
                table);
     EXPECT_FLOAT_EQ(t->borders->borders_left.border_width, 1.5f);
-    EXPECT_EQ(t->border_spacing, box::cellspacing{});
+    EXPECT_EQ(t->rare_props->rare_props_border_spacing, box::cellspacing{});
     EXPECT_EQ(t->rare_box->counter_reset, (box::counters{{"list-item", 7}, {"other", 0}}));
     EXPECT_EQ(t->font_props->font_props_font_family, (fonts::font_family{"Arial", "Helvetica"}));
     // The language carries down to children without their own.
-    EXPECT_EQ(styled(share(*s), "")->vellum_lang_value, "en-gb");
+    EXPECT_EQ(styled(share(*s), "")->rare_props->rare_props_vellum_lang_value, "en-gb");
 }
 
 } // namespace

@@ -12,14 +12,14 @@ TEST(style, initial_values) {
     EXPECT_EQ(s->column_gap, 12);
     EXPECT_EQ(s->rare_box->column_rule_width, 0);
     EXPECT_EQ(s->rare_box->opacity, 1);
-    EXPECT_EQ(s->orphans, 2);
-    EXPECT_EQ(s->widows, 2);
-    EXPECT_EQ(s->hyphenate_after, 2);
+    EXPECT_EQ(s->rare_props->rare_props_orphans, 2);
+    EXPECT_EQ(s->rare_props->rare_props_widows, 2);
+    EXPECT_EQ(s->rare_props->rare_props_hyphenate_after, 2);
     EXPECT_EQ(s->rare_box->table_baseline, 1);
     EXPECT_EQ(s->list_style_position, box::list_style_position::outside);
     EXPECT_EQ(s->rare_props->rare_props_list_style_type, box::list_style_type{box::list_style_named{"disc"}});
     EXPECT_EQ(s->line_height, fonts::line_height{fonts::line_height_normal{}});
-    EXPECT_EQ(s->hyphens, text::hyphens::manual);
+    EXPECT_EQ(s->rare_props->rare_props_hyphens, text::hyphens::manual);
     EXPECT_EQ(s->bit_props.bit_props_display, box::display{box::display_kind::inline_});
     EXPECT_EQ(s->background->background_color, color::color{color::transparent{}});
     EXPECT_EQ(s->borders->borders_top.border_style, box::line_style::none);

@@ -35,8 +35,9 @@ struct style_opts {
 style_ref make_style(style_opts o = {}) {
     auto s = *css::style::initial_style();
     s.font_size = 10;
-    s.hyphens = o.hyphens;
-    css::style::own_rare_props(s).rare_props_hyphenate_patterns = {css::value::url{.url_text = "test.pat"}};
+    auto& rare = css::style::own_rare_props(s);
+    rare.rare_props_hyphens = o.hyphens;
+    rare.rare_props_hyphenate_patterns = {css::value::url{.url_text = "test.pat"}};
     auto text = *s.text;
     text.text_props_overflow_wrap = o.overflow_wrap;
     s.text = share(text);

@@ -255,7 +255,8 @@ TEST(painter, border_styles_in_pixels) {
 }
 
 TEST(painter, clipping_opacity_visibility_and_transforms) {
-    auto const hidden_overflow = style_with([](css::style::style& s) { s.overflow = css::box::overflow::hidden; });
+    auto const hidden_overflow = style_with(
+        [](css::style::style& s) { css::style::own_rare_box(s).overflow = css::box::overflow::hidden; });
     // A red child 100 by 60 sticks out of its 60 by 40 parent, which clips it.
     auto const clipped = block(20, 380, 60, 40, {}, hidden_overflow,
                                pack::boxes{{block(10, 390, 100, 60, with_background(css::color::rgb{1, 0, 0}))}});
