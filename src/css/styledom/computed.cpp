@@ -86,6 +86,22 @@ struct declared_entry {
     bool needs_element = false;
 };
 
+/// A cascade met lately, as `cascade_key` writes it, and its typed declarations.
+struct declared_slot {
+    std::vector<std::uintptr_t> key;
+    declared_entry entry;
+};
+
+/// How many cascades the table of typed declarations keeps, one per slot of its hash: the cascades a
+/// document repeats (its paragraphs, list items, cells) stay, and a document whose elements each have a
+/// cascade of their own doesn't keep a key and a list for every element.
+constexpr std::size_t declared_slots_log2 = 12;
+
+std::size_t declared_slot_of(std::vector<std::uintptr_t> const& key) {
+    std::size_t const h = key_hash{}(key);
+    return (h * 0x9E3779B97F4A7C15ULL) >> (64 - declared_slots_log2);
+}
+
 struct typed_cache {
     /// Computed styles by what they follow from: siblings with the same rules and attributes share one.
     std::unordered_map<computed_key, computed_entry, computed_key_hash> cache_computed;
@@ -94,9 +110,9 @@ struct typed_cache {
     std::shared_ptr<std::unordered_map<css::pdecls::pdeclaration const*, typed_entry>> cache_entries =
         std::make_shared<std::unordered_map<css::pdecls::pdeclaration const*, typed_entry>>();
     /// The typed declarations of the elements that have none of their own, by what the cascade gave
-    /// them (see `cascade_key`): elements matched by the same rules share one copy, which in a long
-    /// document is most of them.
-    std::unordered_map<std::vector<std::uintptr_t>, declared_entry, key_hash> cache_declared;
+    /// them: elements matched by the same rules share one copy, which in a long document is most of them.
+    std::vector<declared_slot> cache_declared =
+        std::vector<declared_slot>(std::size_t{1} << declared_slots_log2);
     std::vector<std::uintptr_t> key;
     /// The base URL of the last element styled.
     ref<resource::locator::locator> base;
@@ -353,12 +369,15 @@ style_hooks typed_hooks() {
         bool first = true;
         if (shared) {
             cascade_key(c, cache->key);
-            auto [it, added] = cache->cache_declared.try_emplace(cache->key);
+            auto& slot = cache->cache_declared[declared_slot_of(cache->key)];
+            bool const added = !slot.entry.declared || slot.key != cache->key;
             if (added) {
-                it->second.declared = make_declared(nullptr, it->second.needs_element);
+                slot.key.assign(cache->key.begin(), cache->key.end());
+                slot.entry = declared_entry{};
+                slot.entry.declared = make_declared(nullptr, slot.entry.needs_element);
             }
-            declared = it->second.declared;
-            dynamic = it->second.needs_element;
+            declared = slot.entry.declared;
+            dynamic = slot.entry.needs_element;
             first = added;
         } else {
             declared = make_declared(nullptr, dynamic);
