@@ -495,9 +495,10 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
     c.set_attr<L::left>(s.left, parent.left, init.left, offset);
 
     // Background: not inherited; without declarations it is the initial group itself.
-    if (scanprops::any_set(props, {L::background_attachment, L::background_clip, L::background_color,
-                                   L::background_image, L::background_origin, L::background_position,
-                                   L::background_repeat, L::background_size})) {
+    static scanprops::longhand_set const background_longhands = scanprops::set_of(
+        {L::background_attachment, L::background_clip, L::background_color, L::background_image,
+         L::background_origin, L::background_position, L::background_repeat, L::background_size});
+    if (scanprops::any_set(props, background_longhands)) {
         auto const& pg = *parent.background;
         auto const& ig = *init.background;
         auto const position = [&](std::vector<box::spec_bg_position> const& v) {
@@ -545,13 +546,13 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
 
     // Borders: not inherited; the initial group serves while nothing is declared and the colour that
     // currentColor stands for is the initial one.
-    if (scanprops::any_set(props, {L::border_bottom_color, L::border_bottom_style, L::border_bottom_width,
-                                   L::border_left_color, L::border_left_style, L::border_left_width,
-                                   L::border_right_color, L::border_right_style, L::border_right_width,
-                                   L::border_top_color, L::border_top_style, L::border_top_width,
-                                   L::border_bottom_left_radius, L::border_bottom_right_radius,
-                                   L::border_top_left_radius, L::border_top_right_radius}) ||
-        !(s.color == init.color)) {
+    static scanprops::longhand_set const border_longhands = scanprops::set_of(
+        {L::border_bottom_color, L::border_bottom_style, L::border_bottom_width, L::border_left_color,
+         L::border_left_style, L::border_left_width, L::border_right_color, L::border_right_style,
+         L::border_right_width, L::border_top_color, L::border_top_style, L::border_top_width,
+         L::border_bottom_left_radius, L::border_bottom_right_radius, L::border_top_left_radius,
+         L::border_top_right_radius});
+    if (scanprops::any_set(props, border_longhands) || !(s.color == init.color)) {
         auto const& pg = *parent.borders;
         auto const& ig = *init.borders;
         auto colour = [&](color::spec_color const& x) { return c.col(x); };
@@ -610,10 +611,11 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
     }
 
     // The inherited groups: the parent's own records unless something in them is declared.
-    if (scanprops::any_set(props, {L::font_family, L::font_stretch, L::font_style, L::font_weight,
-                                   L::font_feature_settings, L::font_kerning, L::font_variant_caps,
-                                   L::font_variant_east_asian, L::font_variant_ligatures,
-                                   L::font_variant_numeric, L::font_variant_position})) {
+    static scanprops::longhand_set const font_longhands = scanprops::set_of(
+        {L::font_family, L::font_stretch, L::font_style, L::font_weight, L::font_feature_settings,
+         L::font_kerning, L::font_variant_caps, L::font_variant_east_asian, L::font_variant_ligatures,
+         L::font_variant_numeric, L::font_variant_position});
+    if (scanprops::any_set(props, font_longhands)) {
         auto const& pg = *parent.font_props;
         auto const& ig = *init.font_props;
         fonts::font_props f;
@@ -667,9 +669,10 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
         s.font_props = shared_group(std::move(f), parent.font_props, init.font_props);
     }
 
-    if (scanprops::any_set(props,
-                           {L::overflow_wrap, L::text_align, L::text_align_last, L::text_indent,
-                            L::text_justify, L::vellum_text_replace, L::text_transform, L::word_break})) {
+    static scanprops::longhand_set const text_longhands =
+        scanprops::set_of({L::overflow_wrap, L::text_align, L::text_align_last, L::text_indent,
+                           L::text_justify, L::vellum_text_replace, L::text_transform, L::word_break});
+    if (scanprops::any_set(props, text_longhands)) {
         auto const& pg = *parent.text;
         auto const& ig = *init.text;
         text::text_props t;
@@ -693,15 +696,14 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
         s.text = shared_group(std::move(t), parent.text, init.text);
     }
 
-    if (scanprops::any_set(props,
-                           {L::border_collapse, L::caption_page, L::caption_side, L::direction, L::quotes,
-                            L::empty_cells, L::line_stacking_strategy, L::vellum_image_magic,
-                            L::vellum_linebreak_magic, L::visibility, L::white_space, L::hyphenate_patterns,
-                            L::link, L::list_style_image, L::list_style_type, L::page,
-                            L::background_image_resolution, L::border_spacing, L::footnote_style_position,
-                            L::hyphens, L::hyphenate_after, L::hyphenate_before, L::hyphenate_lines,
-                            L::image_resolution, L::vellum_lang, L::letter_spacing, L::word_spacing, L::orphans,
-                            L::widows, L::vellum_footnote_policy})) {
+    static scanprops::longhand_set const rare_inherited_longhands = scanprops::set_of(
+        {L::border_collapse, L::caption_page, L::caption_side, L::direction, L::quotes, L::empty_cells,
+         L::line_stacking_strategy, L::vellum_image_magic, L::vellum_linebreak_magic, L::visibility,
+         L::white_space, L::hyphenate_patterns, L::link, L::list_style_image, L::list_style_type, L::page,
+         L::background_image_resolution, L::border_spacing, L::footnote_style_position, L::hyphens,
+         L::hyphenate_after, L::hyphenate_before, L::hyphenate_lines, L::image_resolution, L::vellum_lang,
+         L::letter_spacing, L::word_spacing, L::orphans, L::widows, L::vellum_footnote_policy});
+    if (scanprops::any_set(props, rare_inherited_longhands)) {
         auto const& pg = *parent.rare_props;
         auto const& ig = *init.rare_props;
         auto spacing = [&](box::spec_spacing const& x) {
@@ -776,11 +778,11 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
         s.rare_props = shared_group(std::move(r), parent.rare_props, init.rare_props);
     }
 
-    if (scanprops::any_set(props,
-                           {L::fill, L::fill_opacity, L::fill_rule, L::clip_rule, L::stroke,
-                            L::stroke_dasharray, L::stroke_dashoffset, L::stroke_linecap, L::stroke_linejoin,
-                            L::stroke_miterlimit, L::stroke_opacity, L::stroke_width, L::marker_start,
-                            L::marker_mid, L::marker_end, L::text_anchor})) {
+    static scanprops::longhand_set const svg_longhands = scanprops::set_of(
+        {L::fill, L::fill_opacity, L::fill_rule, L::clip_rule, L::stroke, L::stroke_dasharray,
+         L::stroke_dashoffset, L::stroke_linecap, L::stroke_linejoin, L::stroke_miterlimit, L::stroke_opacity,
+         L::stroke_width, L::marker_start, L::marker_mid, L::marker_end, L::text_anchor});
+    if (scanprops::any_set(props, svg_longhands)) {
         auto const& pg = *parent.svgstyle;
         auto const& ig = *init.svgstyle;
         auto paint = [&](svgstyle::spec_paint const& p) { return c.paint(p); };
@@ -909,20 +911,18 @@ style::style compute_style_from_slots(ref<style::style> const& parent_ref,
     c.set_attr<L::width>(s.width, parent.width, init.width, width);
     c.set<L::writing_mode>(s.writing_mode, parent.writing_mode, init.writing_mode, identity);
     // The rare box values: not inherited; without declarations the initial group serves.
-    if (scanprops::any_set(props, {L::bookmark_label, L::bookmark_level, L::bookmark_state,
-                                   L::bookmark_target, L::box_decoration_break, L::border_clip, L::clip,
-                                   L::table_column_span, L::column_count, L::column_rule_color,
-                                   L::column_rule_style, L::column_rule_width, L::column_span, L::column_fill,
-                                   L::column_width, L::counter_increment, L::counter_reset, L::object_fit,
-                                   L::object_position, L::opacity, L::page_group, L::vellum_pdf_destination,
-                                   L::vellum_pdf_link_type, L::table_row_span, L::string_set, L::clip_path,
-                                   L::stop_color, L::stop_opacity, L::table_baseline,
-                                   L::text_line_through_color, L::text_overline_color,
-                                   L::text_underline_color, L::text_line_through_style,
-                                   L::text_overline_style, L::text_underline_style, L::text_overflow,
-                                   L::transform, L::transform_origin, L::unicode_bidi, L::z_index, L::flow,
-                                   L::max_height, L::max_width, L::min_height, L::min_width, L::overflow,
-                                   L::table_layout})) {
+    static scanprops::longhand_set const rare_box_longhands = scanprops::set_of(
+        {L::bookmark_label, L::bookmark_level, L::bookmark_state, L::bookmark_target, L::box_decoration_break,
+         L::border_clip, L::clip, L::table_column_span, L::column_count, L::column_rule_color,
+         L::column_rule_style, L::column_rule_width, L::column_span, L::column_fill, L::column_width,
+         L::counter_increment, L::counter_reset, L::object_fit, L::object_position, L::opacity, L::page_group,
+         L::vellum_pdf_destination, L::vellum_pdf_link_type, L::table_row_span, L::string_set, L::clip_path,
+         L::stop_color, L::stop_opacity, L::table_baseline, L::text_line_through_color,
+         L::text_overline_color, L::text_underline_color, L::text_line_through_style, L::text_overline_style,
+         L::text_underline_style, L::text_overflow, L::transform, L::transform_origin, L::unicode_bidi,
+         L::z_index, L::flow, L::max_height, L::max_width, L::min_height, L::min_width, L::overflow,
+         L::table_layout});
+    if (scanprops::any_set(props, rare_box_longhands)) {
         auto const& pg = *parent.rare_box;
         auto const& ig = *init.rare_box;
         style::rare_box_props r;

@@ -1,30 +1,13 @@
 #include "css/scanprops.hpp"
 
-#include <array>
-
 namespace vellum::css::scanprops {
-
-namespace {
-
-using setness = bool (*)(prop_array const&);
-
-template <std::size_t I>
-bool is_set(prop_array const& a) {
-    return std::get<I>(a.prop_slots) != nullptr;
-}
-
-template <std::size_t... I>
-constexpr std::array<setness, sizeof...(I)> setness_table(std::index_sequence<I...>) {
-    return {&is_set<I>...};
-}
-
-constexpr auto set_checks = setness_table(std::make_index_sequence<property::longhand_count>{});
-
-} // namespace
 
 void scan(prop_array& a, property::property const& p) {
     std::visit(overloaded{
-                   [&]<property::longhand L>(property::prop<L> const& one) { a.slot<L>() = &one.prop_spec; },
+                   [&]<property::longhand L>(property::prop<L> const& one) {
+                       a.slot<L>() = &one.prop_spec;
+                       a.prop_filled.set(static_cast<std::size_t>(L));
+                   },
                    [&](property::compound const& c) {
                        for (auto const& m : c.compound_members) {
                            scan(a, m);
@@ -42,13 +25,12 @@ prop_array scan_all(std::vector<property::property> const& props) {
     return a;
 }
 
-bool any_set(prop_array const& a, std::initializer_list<property::longhand> ls) {
+longhand_set set_of(std::initializer_list<property::longhand> ls) {
+    longhand_set out;
     for (auto const l : ls) {
-        if (set_checks[static_cast<std::size_t>(l)](a)) {
-            return true;
-        }
+        out.set(static_cast<std::size_t>(l));
     }
-    return false;
+    return out;
 }
 
 } // namespace vellum::css::scanprops

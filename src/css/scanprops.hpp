@@ -6,6 +6,7 @@
 
 #include "css/property.hpp"
 
+#include <bitset>
 #include <optional>
 #include <tuple>
 #include <utility>
@@ -28,6 +29,8 @@ struct slots_of<std::index_sequence<I...>> {
 /// One slot per longhand, null where nothing was declared.
 struct prop_array {
     typename detail::slots_of<std::make_index_sequence<property::longhand_count>>::type prop_slots{};
+    /// Which slots are filled, to ask of many longhands at once.
+    std::bitset<property::longhand_count> prop_filled;
 
     template <property::longhand L>
     property::spec<property::longhand_value_t<L>> const* slot() const {
@@ -46,7 +49,15 @@ void scan(prop_array& a, property::property const& p);
 /// The slots of a list of properties in ascending priority; they point into `props`.
 prop_array scan_all(std::vector<property::property> const& props);
 
-/// Whether any of the given longhands has a declared value.
-bool any_set(prop_array const& a, std::initializer_list<property::longhand> ls);
+/// A set of longhands, to ask of a slot array at once.
+using longhand_set = std::bitset<property::longhand_count>;
+
+/// The set of the given longhands.
+longhand_set set_of(std::initializer_list<property::longhand> ls);
+
+/// Whether any longhand of the set has a declared value.
+inline bool any_set(prop_array const& a, longhand_set const& ls) {
+    return (a.prop_filled & ls).any();
+}
 
 } // namespace vellum::css::scanprops
