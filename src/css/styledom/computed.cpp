@@ -342,7 +342,9 @@ style_hooks typed_hooks() {
             }
             return share(std::move(declared));
         };
-        auto const context = context_of(r.request_element, r.request_base, r.request_lang);
+        // Made as the variant the style computation takes, which would otherwise copy it for every call.
+        css::compute_style::compute_style_context const context =
+            context_of(r.request_element, r.request_base, r.request_lang);
         auto const compute_from = [&](declared_styles const& d) {
             css::scanprops::prop_array declared_values;
             for (auto const& t : d.declared_pdecls) {
@@ -406,8 +408,10 @@ style_hooks typed_hooks() {
             computed.custom_properties = customs;
             return fresh_info(share(std::move(computed)), std::move(declared));
         }
-        computed_key key{
-            .parent = parent.get(), .declared = declared.get(), .customs = customs.get(), .context = context};
+        computed_key key{.parent = parent.get(),
+                         .declared = declared.get(),
+                         .customs = customs.get(),
+                         .context = std::get<css::compute_style::element_context>(context)};
         auto [entry, fresh] = cache->cache_computed.try_emplace(std::move(key));
         if (fresh) {
             auto computed = compute_from(*declared);
