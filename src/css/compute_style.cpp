@@ -173,8 +173,14 @@ std::size_t hash_group(text::text_props const& g) {
     return out.h;
 }
 
-// How many groups of each kind the table of recent groups holds, per thread.
-constexpr std::size_t recent_group_slots = 512;
+// How many groups of each kind the table of recent groups holds, per thread: 2 to this power.
+constexpr std::size_t recent_group_slots_log2 = 9;
+
+// The slot of a hash: its high bits after a Fibonacci multiplication, since the low bits of a hash of
+// floats like 1.0 and 0.5, whose low bits are all zero, tell little apart.
+std::size_t recent_group_slot(std::size_t hash) {
+    return (hash * 0x9E3779B97F4A7C15ULL) >> (64 - recent_group_slots_log2);
+}
 
 // A group as computed, or the parent's or the initial one where it is equal to them: elements that
 // change nothing in a group share one record instead of each holding a copy. Groups that elements far
@@ -189,8 +195,8 @@ ref<T> shared_group(T group, ref<T> const& parent, ref<T> const& initial) {
         return initial;
     }
     if constexpr (requires { hash_group(group); }) {
-        thread_local std::array<ref<T>, recent_group_slots> recent;
-        auto& slot = recent[hash_group(group) % recent_group_slots];
+        thread_local std::array<ref<T>, std::size_t{1} << recent_group_slots_log2> recent;
+        auto& slot = recent[recent_group_slot(hash_group(group))];
         if (!slot || !(*slot == group)) {
             slot = share(std::move(group));
         }

@@ -162,6 +162,14 @@ TEST(compute_style_sharing, groups_set_alike_by_unrelated_elements_share_one_rec
     EXPECT_EQ(c.borders->borders_top.border_width, 2.25f);
     EXPECT_EQ(c.font_props->font_props_font_family, (fonts::font_family{"serif", "monospace"}));
 
+    // Pure colours differ in the high bits of their components only; one made between two alike keeps
+    // neither from being found.
+    auto const red_border = under(red, "border: 1pt solid rgb(255, 0, 0)");
+    auto const lime_border = under(red, "border: 1pt solid rgb(0, 255, 0)");
+    auto const red_again = under(green, "border: 1pt solid rgb(255, 0, 0)");
+    EXPECT_NE(red_border.borders.get(), lime_border.borders.get());
+    EXPECT_EQ(red_border.borders.get(), red_again.borders.get());
+
     // Borders whose colour is currentColor take the element's colour, so red and green text make two.
     auto const d = under(red, "border: 1px solid");
     auto const e = under(green, "border: 1px solid");
