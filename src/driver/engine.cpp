@@ -11,6 +11,7 @@
 #include "image/images.hpp"
 #include "svg/file.hpp"
 #include "pack/pack.hpp"
+#include "pack/table_pack.hpp"
 #include "pdf/bookmarks.hpp"
 #include "pdf/paint_color.hpp"
 #include "pdf/painter.hpp"
@@ -185,6 +186,7 @@ pass_outcome pack_pass(log::log const& log,
                        std::function<std::shared_ptr<pdf::painter::page_stream>()> const& new_stream,
                        glyph_tally& tally,
                        std::shared_ptr<prepack::script_calls const> const& scripts,
+                       std::shared_ptr<pack::table_pack::measured_cells> const& cells,
                        pass_leftover const& before = {}) {
     // The pages of the pass before stay in its stream, where this pass takes those that come out the
     // same. Not with scripts: a function called for generated content may answer otherwise in each pass.
@@ -226,6 +228,7 @@ pass_outcome pack_pass(log::log const& log,
         .pass_loader = engine.engine_loader,
         .pass_hyph = engine.engine_hyph,
         .pass_shapes = engine.engine_shapes,
+        .pass_cells = cells,
         .pass_scripts = scripts,
         .pass_sections_before = keeps ? before.leftover_sections : nullptr,
         .pass_sections = sections,
@@ -831,16 +834,20 @@ bool convert_with(log::log const& log, engine const& engine, job::job const& job
     tally.mark();
     tally.keep_heads();
     auto const new_stream = [&] { return new_page_stream(first, image_table); };
+    // The widths of table cells that measure the same in every pass, for the passes of this conversion.
+    auto const cells = pack::table_pack::new_measured_cells();
     pass_leftover leftover;
     auto const outcome =
         pack_loop::run(log, pack_loop::initial_targets(registry), [&](pack_loop::pack_state const& state) {
-            auto r = pack_pass(log, engine, documents, state, first_pass, pass_painting::paint_while_it_may_last,
-                               new_stream, tally, scripts, leftover);
+            auto r =
+                pack_pass(log, engine, documents, state, first_pass, pass_painting::paint_while_it_may_last,
+                          new_stream, tally, scripts, cells, leftover);
             // A pass that stopped painting, or left pages unpainted, and turns out to be the last is
             // packed again, to be painted: the same input gives the same pages.
             if ((!r.pass_painted || r.pass_skipped) && !pack_loop::needs_another_pass(state, r.pass_report_of)) {
                 log::log_debug(log, "pack again to paint");
-                r = pack_pass(log, engine, documents, state, first_pass, pass_painting::paint_all, new_stream, tally, scripts);
+                r = pack_pass(log, engine, documents, state, first_pass, pass_painting::paint_all, new_stream,
+                              tally, scripts, cells);
             }
             leftover = {.leftover_pages = r.pass_painted, .leftover_sections = r.pass_sections};
             first_pass = false;

@@ -1049,6 +1049,7 @@ pass_result pack_documents(pass_input const& in,
             .fonts = std::make_shared<fonts::fonts const>(in.pass_fonts),
             .hyph = in.pass_hyph,
             .shapes = in.pass_shapes,
+            .cells = in.pass_cells,
         };
         st.info.general.run = share(std::move(run));
         st.pass_looked_up = looked_up;

@@ -23,6 +23,10 @@
 #include <string>
 #include <vector>
 
+namespace vellum::pack::table_pack {
+struct measured_cells;
+} // namespace vellum::pack::table_pack
+
 namespace vellum::pack {
 
 /// Which side of a spread a page is on: odd pages are on the right.
@@ -116,6 +120,9 @@ struct pass_input {
     std::shared_ptr<hyph::hyph> pass_hyph = std::make_shared<hyph::hyph>();
     /// The words shaped so far, kept from pass to pass.
     std::shared_ptr<fonts::shape_cache::shape_cache> pass_shapes = fonts::shape_cache::make_shape_cache();
+    /// The widths of table cells measured so far, kept from pass to pass (`table_pack::new_measured_cells`);
+    /// null to measure every cell in every pass.
+    std::shared_ptr<table_pack::measured_cells> pass_cells;
     /// The functions scripts registered for generated content; null without a script engine.
     std::shared_ptr<prepack::script_calls const> pass_scripts;
     /// The sections of the previous pass whose pages may be taken again; null for none.

@@ -23,6 +23,10 @@
 #include <span>
 #include <vector>
 
+namespace vellum::pack::table_pack {
+struct measured_cells;
+} // namespace vellum::pack::table_pack
+
 namespace vellum::pack {
 
 /// What every copy of a page's state shares for a run: the log, the loader, fonts, hyphenation
@@ -47,6 +51,8 @@ struct run_shared {
     std::shared_ptr<hyph::hyph> hyph = std::make_shared<hyph::hyph>();
     /// Words shaped so far.
     std::shared_ptr<fonts::shape_cache::shape_cache> shapes = fonts::shape_cache::make_shape_cache();
+    /// The widths of table cells measured in the passes of this conversion so far; null to keep none.
+    std::shared_ptr<table_pack::measured_cells> cells;
 };
 
 /// The read-mostly context of a page.

@@ -10,6 +10,7 @@
 #include "util/result.hpp"
 
 #include <algorithm>
+#include <mutex>
 #include <unordered_map>
 
 namespace vellum::pack::table_pack {
@@ -260,6 +261,49 @@ struct widths_only_scope {
     widths_only_scope& operator=(widths_only_scope const&) = delete;
 };
 
+// Whether packing these spans reads nothing of the page or the pass: text and spaces only, in inline
+// elements of any depth. Generated content, notes, leaders, inline boxes, script calls and first letters
+// may all read or change what the page holds.
+bool reads_no_page(std::vector<prepack::span> const& spans) {
+    return std::ranges::all_of(spans, [](prepack::span const& s) {
+        return std::visit(
+            overloaded{
+                [](prepack::span_nested const& n) { return reads_no_page(n.nested->span_content); },
+                [](prepack::span_text const&) { return true; },
+                [](prepack::span_text_with_hyphen const&) { return true; },
+                [](prepack::span_glyph_index const&) { return true; },
+                [](prepack::span_sep const&) { return true; },
+                [](prepack::span_footnote const&) { return false; },
+                [](prepack::span_inline_block const&) { return false; },
+                [](prepack::span_leader const&) { return false; },
+                [](prepack::span_gen_content const&) { return false; },
+                [](prepack::span_script_func const&) { return false; },
+                [](prepack::span_first_letter const&) { return false; },
+            },
+            static_cast<prepack::span_alternative const&>(s));
+    });
+}
+
+// The same for blocks: paragraphs of such spans and plain containers of them, in the normal flow.
+bool reads_no_page(prepack::block_list const& blocks) {
+    return std::ranges::all_of(blocks, [](prepack::block const& b) {
+        if (!b.block_style || b.block_style->float_ != css::box::floaty{css::box::float_kind::none} ||
+            b.block_style->bit_props.bit_props_position !=
+                css::box::position{css::box::position_kind::static_} ||
+            b.block_style->rare_box->flow != css::box::flowy{css::box::flow_normal{}}) {
+            return false;
+        }
+        if (auto const* p = std::get_if<prepack::bcontent_para>(&b.block_content)) {
+            return std::holds_alternative<prepack::para_initial>(p->para.para_content) &&
+                   reads_no_page(p->para.para_spans);
+        }
+        if (auto const* c = std::get_if<prepack::bcontent_blocks>(&b.block_content)) {
+            return !c->column_id && reads_no_page(c->blocks);
+        }
+        return false;
+    });
+}
+
 std::pair<float, float> measure_uncached(page_info& scratch, prepack::cell0 const& c) {
     widths_only_scope const only_widths;
     float const narrow = block::natural_width(pack_cell_box(scratch, c, 0, 0));
@@ -267,19 +311,85 @@ std::pair<float, float> measure_uncached(page_info& scratch, prepack::cell0 cons
     return {narrow, std::max(narrow, wide)};
 }
 
+} // namespace
+
+struct measured_cells {
+    struct entry {
+        /// The cell's content and style, kept so that their addresses in the key stay theirs.
+        prepack::block_list content;
+        ref<style> declared;
+        /// The collapsed border halves the widths were measured with; null for none.
+        ref<css::box::borders> halves;
+        std::pair<float, float> widths;
+
+        bool measured_with(std::optional<css::box::borders> const& h) const {
+            return halves ? h && *halves == *h : !h;
+        }
+    };
+
+    std::mutex lock;
+    std::unordered_map<measure_key, entry, measure_key_hash> entries;
+    /// The border halves met lately: the cells of a table have a few kinds between them (an edge, the
+    /// middle), which the entries share.
+    std::vector<ref<css::box::borders>> recent_halves;
+
+    ref<css::box::borders> halves_of(std::optional<css::box::borders> const& h) {
+        if (!h) {
+            return nullptr;
+        }
+        if (auto const it = std::ranges::find_if(recent_halves, [&](auto const& r) { return *r == *h; });
+            it != recent_halves.end()) {
+            return *it;
+        }
+        if (recent_halves.size() == 16) {
+            recent_halves.erase(recent_halves.begin());
+        }
+        recent_halves.push_back(share(*h));
+        return recent_halves.back();
+    }
+};
+
+std::shared_ptr<measured_cells> new_measured_cells() {
+    return std::make_shared<measured_cells>();
+}
+
+namespace {
+
 // `declared` is the cell's style before the table's borders were given to it, `halves` those borders.
-std::pair<float, float> measure_cell(page_info& scratch, prepack::cell0 const& c, style const* declared,
+std::pair<float, float> measure_cell(page_info& scratch,
+                                     prepack::cell0 const& c,
+                                     ref<style> const& declared,
                                      std::optional<css::box::borders> const& halves) {
     auto const content = c.cell_content.blocks.shared_identity();
-    if (memo.depth == 0 || content.first == nullptr) {
+    if (content.first == nullptr) {
         return measure_uncached(scratch, c);
     }
-    measure_key const key{content, declared};
-    if (auto const it = memo.widths.find(key); it != memo.widths.end() && it->second.halves == halves) {
-        return it->second.widths;
+    measure_key const key{content, declared.get()};
+    auto* const kept = scratch.general.run->cells.get();
+    bool const keeps = kept != nullptr && !c.cell_content.column_id && reads_no_page(c.cell_content.blocks);
+    if (keeps) {
+        std::lock_guard guard(kept->lock);
+        if (auto const it = kept->entries.find(key);
+            it != kept->entries.end() && it->second.measured_with(halves)) {
+            return it->second.widths;
+        }
+    }
+    if (memo.depth > 0) {
+        if (auto const it = memo.widths.find(key); it != memo.widths.end() && it->second.halves == halves) {
+            return it->second.widths;
+        }
     }
     auto const widths = measure_uncached(scratch, c);
-    memo.widths.insert_or_assign(key, measured_widths{halves, widths});
+    if (memo.depth > 0) {
+        memo.widths.insert_or_assign(key, measured_widths{halves, widths});
+    }
+    if (keeps) {
+        std::lock_guard guard(kept->lock);
+        kept->entries.insert_or_assign(key, measured_cells::entry{.content = c.cell_content.blocks,
+                                                                  .declared = declared,
+                                                                  .halves = kept->halves_of(halves),
+                                                                  .widths = widths});
+    }
     return widths;
 }
 
@@ -986,7 +1096,8 @@ prepack::computed_table_anony_box compute_table(page_info const& info,
                     continue;
                 }
                 auto& cell = cc->cell;
-                auto const& original = *cell.cell_style;
+                auto const declared = cell.cell_style;
+                auto const& original = *declared;
                 std::optional<css::box::borders> halves;
                 if (resolved) {
                     halves = mirrored(bc::cell_halves(*resolved, row_index, c, cell.cell_rowspan, cell.cell_colspan),
@@ -998,7 +1109,7 @@ prepack::computed_table_anony_box compute_table(page_info const& info,
                                            .cell_span = cell.cell_colspan,
                                            .cell_specw = spec_of(original.width, side_edges(used))};
                 if (!fixed) {
-                    std::tie(w.cell_minw, w.cell_maxw) = measure_cell(scratch, cell, &original, halves);
+                    std::tie(w.cell_minw, w.cell_maxw) = measure_cell(scratch, cell, declared, halves);
                 } else if (!first_row_done) {
                     first_row.push_back(w);
                 }

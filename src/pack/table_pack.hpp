@@ -24,6 +24,15 @@ public:
     measure_scope& operator=(measure_scope const&) = delete;
 };
 
+/// The widths measured of the table cells whose content reads nothing of the page it is packed on
+/// (plain text, no generated content, notes, floats or boxes inside): the passes of one conversion pack
+/// the same cells, which measure the same in each, so the second pass takes the first one's widths.
+/// Each entry keeps its cell's content and style alive, so that no other cell can come to stand at
+/// their addresses.
+struct measured_cells;
+
+std::shared_ptr<measured_cells> new_measured_cells();
+
 /// Pads a table's grid and finds its column widths in a containing block of `available` content
 /// width. The result holds the table ready to be packed, part after part.
 prepack::computed_table_anony_box compute_table(page_info const& info,

@@ -268,4 +268,30 @@ expect_eq "nested: words in order" "$words" "$(sort -t x -k1.2,1n -k2,2n <<<"$wo
 low=$(pdftotext -bbox nested.pdf - | grep '>w[0-9]*x' | sed 's/.*yMax="\([0-9.]*\)".*/\1/' | sort -n | tail -1)
 expect_eq "nested: words within the page body" "$(echo "$low <= 180.5" | bc)" 1
 
+
+# ---- widths kept from the first pass only where the cell reads nothing of the pages ----
+# A cell shows the page total, known in the second pass only ("0" in the first, then XXVIII): its
+# column is measured again and fits the numeral. The plain cells beside it measure the same in both.
+{
+    echo '<!DOCTYPE html><html><head><style>'
+    echo '@page { size: 400pt 300pt; margin: 30pt } body { margin: 0; font: 10pt "DejaVu Sans" }'
+    echo 'table { border-spacing: 0 } td { padding: 0 4pt 0 0 } .n::after { content: counter(pages, upper-roman) }'
+    echo '.brk { page-break-before: always }'
+    echo '</style></head><body><table><tr><td>Plainfirst</td><td class="n"></td><td>Nextcell</td></tr></table>'
+    for i in $(seq 2 28); do echo "<p class=\"brk\">page $i</p>"; done
+    echo '</body></html>'
+} >total.html
+timeout 60 "$VELLUM" total.html -o total.pdf 2>total.err
+expect_eq "page total in a cell: status" "$?" 0
+qpdf_clean "total" total.pdf
+expect_eq "page total in a cell: pages" "$(pdfinfo total.pdf | awk '/^Pages:/ { print $2 }')" 28
+pdftotext -f 1 -l 1 -bbox total.pdf bbox.html
+expect_eq "page total in a cell: the numeral" "$(grep -c '>XXVIII<' bbox.html)" 1
+numeral_end=$(word_box 3 XXVIII)
+next_start=$(word_box 1 Nextcell)
+plain_end=$(word_box 3 Plainfirst)
+numeral_start=$(word_box 1 XXVIII)
+expect_eq "page total in a cell: its column fits it" "$((next_start - numeral_end))" 4
+expect_eq "page total in a cell: the plain column before it" "$((numeral_start - plain_end))" 4
+
 finish
