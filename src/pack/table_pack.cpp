@@ -261,33 +261,47 @@ struct widths_only_scope {
     widths_only_scope& operator=(widths_only_scope const&) = delete;
 };
 
-// Whether packing these spans reads nothing of the page or the pass: text and spaces only, in inline
-// elements of any depth. Generated content, notes, leaders, inline boxes, script calls and first letters
-// may all read or change what the page holds.
+// Whether a style changes nothing of the page state that the cells measured after it could read:
+// counters and named strings.
+bool writes_no_page(style const& s) {
+    auto const& r = *s.rare_box;
+    auto const& initial = *css::style::initial_rare_box();
+    return r.counter_increment == initial.counter_increment && r.counter_reset == initial.counter_reset &&
+           r.string_set == initial.string_set;
+}
+
+// Whether packing these spans reads nothing of the page or the pass and leaves it as it was: text and
+// spaces only, in inline elements of any depth that set no counter or string. Generated content,
+// notes, leaders, inline boxes, script calls and first letters may all read or change what the page
+// holds.
 bool reads_no_page(std::vector<prepack::span> const& spans) {
     return std::ranges::all_of(spans, [](prepack::span const& s) {
-        return std::visit(
-            overloaded{
-                [](prepack::span_nested const& n) { return reads_no_page(n.nested->span_content); },
-                [](prepack::span_text const&) { return true; },
-                [](prepack::span_text_with_hyphen const&) { return true; },
-                [](prepack::span_glyph_index const&) { return true; },
-                [](prepack::span_sep const&) { return true; },
-                [](prepack::span_footnote const&) { return false; },
-                [](prepack::span_inline_block const&) { return false; },
-                [](prepack::span_leader const&) { return false; },
-                [](prepack::span_gen_content const&) { return false; },
-                [](prepack::span_script_func const&) { return false; },
-                [](prepack::span_first_letter const&) { return false; },
-            },
-            static_cast<prepack::span_alternative const&>(s));
+        return std::visit(overloaded{
+                              [](prepack::span_nested const& n) {
+                                  return (!n.nested->span_style || writes_no_page(*n.nested->span_style)) &&
+                                         reads_no_page(n.nested->span_content);
+                              },
+                              [](prepack::span_text const&) { return true; },
+                              [](prepack::span_text_with_hyphen const&) { return true; },
+                              [](prepack::span_glyph_index const&) { return true; },
+                              [](prepack::span_sep const&) { return true; },
+                              [](prepack::span_footnote const&) { return false; },
+                              [](prepack::span_inline_block const&) { return false; },
+                              [](prepack::span_leader const&) { return false; },
+                              [](prepack::span_gen_content const&) { return false; },
+                              [](prepack::span_script_func const&) { return false; },
+                              [](prepack::span_first_letter const&) { return false; },
+                          },
+                          static_cast<prepack::span_alternative const&>(s));
     });
 }
 
-// The same for blocks: paragraphs of such spans and plain containers of them, in the normal flow.
+// The same for blocks: paragraphs of such spans and plain containers of them, in the normal flow, that
+// set no counter or string either.
 bool reads_no_page(prepack::block_list const& blocks) {
     return std::ranges::all_of(blocks, [](prepack::block const& b) {
-        if (!b.block_style || b.block_style->float_ != css::box::floaty{css::box::float_kind::none} ||
+        if (!b.block_style || !writes_no_page(*b.block_style) ||
+            b.block_style->float_ != css::box::floaty{css::box::float_kind::none} ||
             b.block_style->bit_props.bit_props_position !=
                 css::box::position{css::box::position_kind::static_} ||
             b.block_style->rare_box->flow != css::box::flowy{css::box::flow_normal{}}) {
