@@ -388,13 +388,15 @@ std::pair<float, float> measure_cell(page_info& scratch,
             return it->second.widths;
         }
     }
-    if (memo.depth > 0) {
+    // The memo of this measuring serves the cells the pass-to-pass table does not keep.
+    bool const memoized = !keeps && memo.depth > 0;
+    if (memoized) {
         if (auto const it = memo.widths.find(key); it != memo.widths.end() && it->second.halves == halves) {
             return it->second.widths;
         }
     }
     auto const widths = measure_uncached(scratch, c);
-    if (memo.depth > 0) {
+    if (memoized) {
         memo.widths.insert_or_assign(key, measured_widths{halves, widths});
     }
     if (keeps) {
