@@ -1651,6 +1651,7 @@ void page_stream::finish(writepdf::pdf_document& doc, link_resolver const& resol
             },
             .links = file_links(p.painted_links, resolve),
             .painted_used = std::move(p.painted_used),
+            .paint_anywhere = true,
         });
     }
     stream_pages.clear();

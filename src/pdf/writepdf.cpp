@@ -1,13 +1,20 @@
 #include "pdf/writepdf.hpp"
 
 #include "pdf/bulkio/buffer.hpp"
+#include "pdf/bulkio/deflate.hpp"
 #include "pdf/conformance.hpp"
 #include "pdf/encrypt.hpp"
 #include "pdf/pdf.hpp"
 
+#include <atomic>
 #include <ctime>
+#include <exception>
 #include <map>
+#include <mutex>
+#include <optional>
 #include <set>
+#include <span>
+#include <thread>
 
 namespace vellum::pdf::writepdf {
 
@@ -42,6 +49,80 @@ date local_now() {
 
 number real(float v) {
     return number{double(v)};
+}
+
+// The content stream of a page whose painter may run anywhere, as it goes into the file: compressed
+// when `filter` says so, through the same layers as a stream written in turn (a buffer in front of the
+// compressor), so the bytes are those of the stream painted in its turn.
+std::string page_body(document_page const& page, stream_filter filter) {
+    std::string out;
+    bulkio::output::output const sink{
+        .output_write =
+            [](void* target, std::uint8_t const* data, std::size_t size) {
+                static_cast<std::string*>(target)->append(reinterpret_cast<char const*>(data), size);
+                return true;
+            },
+        .output_target = &out,
+    };
+    content::gs unused;
+    if (filter == stream_filter::deflate) {
+        auto z = bulkio::deflate::open(sink);
+        check(z != nullptr, "page_body: deflate");
+        auto front = bulkio::buffer::open(bulkio::deflate::as_output(*z));
+        page.paint(bulkio::buffer::as_output(*front), unused);
+        bulkio::buffer::flush(*front);
+        if (!bulkio::deflate::finish(*z)) {
+            throw bulkio::output::write_error("error writing to stream");
+        }
+    } else {
+        auto front = bulkio::buffer::open(sink);
+        page.paint(bulkio::buffer::as_output(*front), unused);
+        bulkio::buffer::flush(*front);
+    }
+    return out;
+}
+
+// Pages are written in batches: the streams of a batch's pages that may be painted anywhere are made
+// first, on this thread and one more (each stream is a replay of recorded operators and, mostly, its
+// compression), then the batch is written in order. A batch bounds what is held at once.
+constexpr std::size_t pages_per_batch = 64;
+
+std::vector<std::optional<std::string>> page_bodies(std::span<document_page const> pages,
+                                                    stream_filter filter) {
+    std::vector<std::optional<std::string>> out(pages.size());
+    std::vector<std::size_t> ready;
+    for (std::size_t i = 0; i < pages.size(); ++i) {
+        if (pages[i].paint && pages[i].paint_anywhere) {
+            ready.push_back(i);
+        }
+    }
+    std::atomic<std::size_t> next{0};
+    std::exception_ptr failed;
+    std::mutex failed_lock;
+    auto const work = [&] {
+        for (std::size_t k = next++; k < ready.size(); k = next++) {
+            try {
+                out[ready[k]] = page_body(pages[ready[k]], filter);
+            } catch (...) {
+                std::lock_guard guard(failed_lock);
+                if (!failed) {
+                    failed = std::current_exception();
+                }
+                next = ready.size();
+            }
+        }
+    };
+    if (ready.size() > 1) {
+        std::thread helper(work);
+        work();
+        helper.join();
+    } else {
+        work();
+    }
+    if (failed) {
+        std::rethrow_exception(failed);
+    }
+    return out;
 }
 
 } // namespace
@@ -220,15 +301,24 @@ void write_page(log::log const& log,
                 bool links_allowed,
                 page_objects::page_objects* objects,
                 tagging::structure const* structure,
-                int page_index) {
+                int page_index,
+                std::optional<std::string> const& ready_body) {
     ref const contents = new_ref(w);
     ref const resources = new_ref(w);
     content::new_page(state);
-    write_stream_with(w, contents, stream{.stream_filter = filter}, [&](bulkio::buffer::buffer& body) {
-        if (page.paint) {
-            page.paint(bulkio::buffer::as_output(body), state);
-        }
-    });
+    if (ready_body) {
+        // Made ahead, and compressed already when the file is.
+        auto const as = filter == stream_filter::deflate ? stream_filter::flate_encoded : filter;
+        write_stream_with(w, contents, stream{.stream_filter = as}, [&](bulkio::buffer::buffer& body) {
+            bulkio::buffer::put_bytes(body, bulkio::output::as_bytes(*ready_body));
+        });
+    } else {
+        write_stream_with(w, contents, stream{.stream_filter = filter}, [&](bulkio::buffer::buffer& body) {
+            if (page.paint) {
+                page.paint(bulkio::buffer::as_output(body), state);
+            }
+        });
+    }
     auto const& used = page.painted_used ? *page.painted_used : state.used;
     if (used.stripped_transparency) {
         log::log_error(log, "stripped transparency from page to comply with " +
@@ -548,10 +638,14 @@ void write_pdf_document(log::log const& log, bulkio::output::output out, pdf_doc
     }
     stream_filter const filter = options.compress ? stream_filter::deflate : stream_filter::as_is;
     content::gs state{.strip_transparency = strips_transparency(w), .rgb_as_cmyk = forbids_device_rgb(w)};
-    for (std::size_t i = 0; i < doc.pages.size(); ++i) {
-        write_page(log, w, doc.pages[i], page_refs[i], page_tree, state, font_refs, filter, lookup,
-                   allowed(&profile::profile_rules::link_annotations_allowed), doc.page_objects.get(),
-                   doc.structure.get(), int(i));
+    for (std::size_t start = 0; start < doc.pages.size(); start += pages_per_batch) {
+        std::size_t const end = std::min(doc.pages.size(), start + pages_per_batch);
+        auto const bodies = page_bodies(std::span(doc.pages).subspan(start, end - start), filter);
+        for (std::size_t i = start; i < end; ++i) {
+            write_page(log, w, doc.pages[i], page_refs[i], page_tree, state, font_refs, filter, lookup,
+                       allowed(&profile::profile_rules::link_annotations_allowed), doc.page_objects.get(),
+                       doc.structure.get(), int(i), bodies[i - start]);
+        }
     }
     if (struct_root) {
         doc.structure->write(w, *struct_root, page_refs);

@@ -57,6 +57,9 @@ struct document_page {
     /// For a page painted before the file is written: what its content uses. Without it, what the
     /// painter used while writing the stream.
     std::shared_ptr<content::used_resources const> painted_used;
+    /// The painter only replays content recorded before: it neither reads nor changes the graphics
+    /// state and logs nothing, so the page's stream may be made on another thread, ahead of its turn.
+    bool paint_anywhere = false;
 };
 
 enum class page_label_counter_style { lower_roman, upper_roman, lower_alpha, upper_alpha, decimal };

@@ -158,5 +158,57 @@ TEST(writepdf, a_font_the_pages_use_but_nobody_reserved_is_a_fault) {
     std::fclose(file);
 }
 
+// Streams of pages painted before the file is written are made ahead, two threads at a time and a
+// batch of pages at once; the file must be the one written a page at a time, byte for byte, across
+// batch ends, with pages that must be painted in turn (state-reading painters, empty pages) among them.
+TEST(writepdf, pages_made_ahead_give_the_file_written_in_turn) {
+    auto const book = [](bool anywhere, bool compress) {
+        pdf_document doc;
+        doc.doc_options.compress = compress;
+        doc.doc_options.pdf_id = "00112233445566778899aabbccddeeff";
+        doc.doc_metadata.creation_date = metadata::date{.year = 2026, .month = 1, .day = 2};
+        doc.doc_metadata.modification_date = doc.doc_metadata.creation_date;
+        auto const used =
+            std::make_shared<content::used_resources const>(content::used_resources{.font_resources = {7}});
+        for (int i = 0; i < 150; ++i) {
+            std::string const text =
+                "Page " + std::to_string(i + 1) + std::string(std::size_t(i % 7) * 40, 'x');
+            bool const in_turn = i % 50 == 3;
+            document_page page{.boxes = {.media_box = box(200, 100)}};
+            if (i % 50 != 9) {
+                page.paint = [text](content::out const& o, content::gs& g) {
+                    content::begin_text(o);
+                    content::font(o, g, 7, 10);
+                    content::position(o, g, 20, 50);
+                    content::show_literal(o, text);
+                    content::end_text(o);
+                };
+            }
+            if (!in_turn) {
+                page.painted_used = used;
+                page.paint_anywhere = anywhere;
+            }
+            doc.pages.push_back(std::move(page));
+        }
+        doc.used_font_ids = {7};
+        doc.write_font = [](writer& w, int, ref r) {
+            write_object(
+                w, r,
+                dict{{{"Type", name{"Font"}}, {"Subtype", name{"Type1"}}, {"BaseFont", name{"Helvetica"}}}});
+        };
+        return doc;
+    };
+    for (bool const compress : {true, false}) {
+        auto const tag = std::string(compress ? "z" : "plain");
+        auto const in_turn = read_file(write_to_file(book(false, compress), "writepdf_turn_" + tag + ".pdf"));
+        auto const path = write_to_file(book(true, compress), "writepdf_ahead_" + tag + ".pdf");
+        EXPECT_EQ(read_file(path), in_turn) << tag;
+        auto const [status, report] = run("qpdf --check " + path);
+        EXPECT_EQ(status, 0) << report;
+        auto const [text_status, text] = run("pdftotext -f 150 -l 150 " + path + " -");
+        EXPECT_NE(text.find("Page 150xxxxxxxxxx"), std::string::npos) << text;
+    }
+}
+
 } // namespace
 } // namespace vellum::pdf::writepdf
