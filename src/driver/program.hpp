@@ -6,8 +6,9 @@
 
 namespace vellum::program {
 
-/// Runs `body` on a thread with a stack large enough for deeply nested documents, and returns its
-/// result; on the calling thread when no such thread can be made.
+/// Runs `body` on a stack large enough for deeply nested documents, and returns its result (or throws
+/// what it threw): on the calling thread, the stack switched; on a thread of its own where the stack
+/// cannot be switched; on the calling thread's own stack when neither can be had.
 int on_large_stack(std::function<int()> const& body);
 
 /// Runs the program with the process's arguments; returns the exit status.

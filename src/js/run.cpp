@@ -7,6 +7,7 @@
 #include "js/parse.hpp"
 #include "js/scope.hpp"
 #include "util/result.hpp"
+#include "util/stack.hpp"
 
 #include <pthread.h>
 
@@ -65,8 +66,11 @@ frame new_frame(vm::func_ops const& code, context ctx) {
                  .completion = undefined()};
 }
 
-/// The lowest address of the current thread's stack, or null if the system does not tell.
+/// The lowest address of the stack the code runs on, or null if the system does not tell.
 char const* stack_low_end() {
+    if (char const* own = stack::own_stack_low()) {
+        return own;
+    }
     thread_local char const* const low = [] {
         pthread_attr_t attr;
         if (pthread_getattr_np(pthread_self(), &attr) != 0) {
