@@ -17,6 +17,8 @@ packages=(
     fonts-dejavu-core fonts-dejavu-extra fonts-liberation2 fonts-urw-base35 fonts-noto-core fonts-noto-cjk
     # tests
     libgtest-dev libgmock-dev poppler-utils qpdf python3-fonttools python3-pil openssl
+    # the system-call tracer that shows which runs start threads
+    strace
     # the reference shaper the shaping tests compare glyphs and positions with
     libharfbuzz-bin
     # the reference rasteriser that made the SVG reference set's images (tools/gen_svg_reference.sh)

@@ -320,6 +320,37 @@ void prefetch_loop(log::log const& log,
     }
 }
 
+// Starts the pool that `threads` waits for, if it waits for one; under the cell's lock.
+void start_wanted_pool(log::log const& log, network_loader const& net, loader_threads& threads) {
+    auto const* none = std::get_if<no_prefetch_threads>(&threads);
+    if (none == nullptr || !none->pool_wanted) {
+        return;
+    }
+    log::log_debug(log, "starting prefetch threads");
+    prefetch_thread_info info{
+        .channel = std::make_shared<blocking::channel<thread_command>>(),
+        .curls = {none->main_curl},
+        .active = std::make_shared<blocking::blocking_cell<std::map<std::string, std::vector<return_cell>>>>(
+            std::map<std::string, std::vector<return_cell>>{}),
+        .threads = std::make_shared<std::vector<std::thread>>(),
+    };
+    for (int i = 2; i <= net.loader_http_options.max_prefetch_threads; ++i) {
+        auto handle = curl::new_curl(log, net.loader_share, net.loader_http_options);
+        if (!handle) {
+            log::log_error(log, "error initialising curl");
+            continue;
+        }
+        info.curls.push_back(*handle);
+    }
+    // The threads log too, so every sink gets a lock from here on.
+    log::log const shared_log = log::with_locks(log);
+    for (std::size_t i = 0; i < info.curls.size(); ++i) {
+        info.threads->emplace_back(prefetch_loop, shared_log, net, info, info.curls[i],
+                                   "prefetch-" + std::to_string(i + 1));
+    }
+    threads = prefetch_threads{info};
+}
+
 // A web resource through the cache: fetched here when no threads run, else by a thread while this one
 // waits.
 fetch_result load_web(log::log const& log,
@@ -333,6 +364,7 @@ fetch_result load_web(log::log const& log,
             log::log_debug(log, "resource from cache: " + url);
             return hit;
         }
+        start_wanted_pool(log, net, threads);
         return std::visit(overloaded{
                               [&](no_prefetch_threads const& n) -> std::optional<fetch_result> {
                                   fetch_result r = fetch_web(log, net, n.main_curl, loc, url, referer, not_prefetch{});
@@ -513,43 +545,21 @@ result<loader> new_loader(log::log const& log,
     return l;
 }
 
-result<bool> start_prefetch_threads(log::log const& log, loader const& l) {
+result<bool> start_prefetch_threads(log::log const&, loader const& l) {
     auto const* yes = std::get_if<yes_network>(&l.loader_network);
     if (yes == nullptr) {
         return false;
     }
     network_loader const& net = yes->network;
     return net.loader_threads->with([&](loader_threads& threads) -> result<bool> {
-        auto const* none = std::get_if<no_prefetch_threads>(&threads);
-        if (none == nullptr) {
+        auto* none = std::get_if<no_prefetch_threads>(&threads);
+        if (none == nullptr || none->pool_wanted) {
             return fail("prefetch threads already started");
         }
         if (net.loader_http_options.max_prefetch_threads <= 0) {
             return false;
         }
-        log::log_debug(log, "starting prefetch threads");
-        prefetch_thread_info info{
-            .channel = std::make_shared<blocking::channel<thread_command>>(),
-            .curls = {none->main_curl},
-            .active = std::make_shared<blocking::blocking_cell<std::map<std::string, std::vector<return_cell>>>>(
-                std::map<std::string, std::vector<return_cell>>{}),
-            .threads = std::make_shared<std::vector<std::thread>>(),
-        };
-        for (int i = 2; i <= net.loader_http_options.max_prefetch_threads; ++i) {
-            auto handle = curl::new_curl(log, net.loader_share, net.loader_http_options);
-            if (!handle) {
-                log::log_error(log, "error initialising curl");
-                continue;
-            }
-            info.curls.push_back(*handle);
-        }
-        // The threads log too, so every sink gets a lock from here on.
-        log::log const shared_log = log::with_locks(log);
-        for (std::size_t i = 0; i < info.curls.size(); ++i) {
-            info.threads->emplace_back(prefetch_loop, shared_log, net, info, info.curls[i],
-                                       "prefetch-" + std::to_string(i + 1));
-        }
-        threads = prefetch_threads{info};
+        none->pool_wanted = true;
         return true;
     });
 }
@@ -560,8 +570,12 @@ void stop_prefetch_threads(log::log const& log, loader const& l) {
         return;
     }
     yes->network.loader_threads->with([&](loader_threads& threads) {
-        auto const* running = std::get_if<prefetch_threads>(&threads);
+        auto* const running = std::get_if<prefetch_threads>(&threads);
         if (running == nullptr) {
+            // A pool that never started is no longer wanted.
+            if (auto* none = std::get_if<no_prefetch_threads>(&threads)) {
+                none->pool_wanted = false;
+            }
             return;
         }
         log::log_debug(log, "stopping prefetch threads");
@@ -577,13 +591,14 @@ void stop_prefetch_threads(log::log const& log, loader const& l) {
     });
 }
 
-void prefetch(log::log const&, loader const& l, locator::locator const& loc) {
+void prefetch(log::log const& log, loader const& l, locator::locator const& loc) {
     auto const* web = std::get_if<locator::web>(&loc.locator_url);
     auto const* yes = std::get_if<yes_network>(&l.loader_network);
     if (web == nullptr || yes == nullptr) {
         return;
     }
     yes->network.loader_threads->with([&](loader_threads& threads) {
+        start_wanted_pool(log, yes->network, threads);
         if (auto const* running = std::get_if<prefetch_threads>(&threads)) {
             running->info.channel->send(fetch{loc, web->web_url, referer_of(loc), std::nullopt});
         }

@@ -138,6 +138,9 @@ struct prefetch_thread_info {
 /// No pool: the main thread fetches with its own handle.
 struct no_prefetch_threads {
     curl::curl main_curl;
+    /// The pool is wanted: it starts at the first web resource asked for, so that a run that reads
+    /// only local files never starts a thread.
+    bool pool_wanted = false;
 };
 
 struct prefetch_threads {
@@ -191,7 +194,8 @@ struct loader {
                                         virtual_path::physical_path const& curdir,
                                         loader_options const& options);
 
-/// Starts the prefetch threads; "prefetch threads already started" if they run.
+/// Lets the prefetch threads start, at the first web resource asked for (ahead or not); "prefetch
+/// threads already started" if they run or wait to.
 [[nodiscard]] result<bool> start_prefetch_threads(log::log const& log, loader const& l);
 
 /// Ends the prefetch threads and waits for them; loads go on on the main thread afterwards.

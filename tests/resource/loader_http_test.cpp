@@ -316,6 +316,7 @@ TEST_F(loader_http, fetches_one_url_once_for_simultaneous_requests) {
     auto const again = start_prefetch_threads(cl.log, l);
     ASSERT_FALSE(again);
     EXPECT_EQ(again.error(), "prefetch threads already started");
+    EXPECT_EQ(cl.count("starting prefetch threads"), 0) << "the pool waits for a web resource";
 
     prefetch(cl.log, l, web("/item/shared"));
     prefetch(cl.log, l, web("/item/shared"));
