@@ -27,18 +27,20 @@ bool vertical(css::style::style const& s) {
     return s.writing_mode == css::box::writing_mode::vertical;
 }
 
-// The text as the style's text-transform shows it. A word item holds no space, so "capitalize"
-// raises its first letter.
-textbuf::textbuf transformed(css::style::style const& s, std::u32string_view text) {
+// The text as the style's text-transform shows it: the text itself when there is none, else made in
+// `out`. A word item holds no space, so "capitalize" raises its first letter.
+std::u32string_view transformed(css::style::style const& s, std::u32string_view text, textbuf::textbuf& out) {
     switch (s.text->text_props_text_transform) {
     case css::text::text_transform::none:
-        return textbuf::textbuf(text);
+        return text;
     case css::text::text_transform::uppercase:
-        return unicode::to_upper(text);
+        out = unicode::to_upper(text);
+        return out;
     case css::text::text_transform::lowercase:
-        return unicode::to_lower(text);
+        out = unicode::to_lower(text);
+        return out;
     case css::text::text_transform::capitalize: {
-        textbuf::textbuf out(text);
+        out.assign(text);
         auto const first = std::find_if(out.begin(), out.end(), unicode::is_letter_mark_or_number);
         if (first != out.end()) {
             *first = unicode::to_upper(*first);
@@ -46,7 +48,7 @@ textbuf::textbuf transformed(css::style::style const& s, std::u32string_view tex
         return out;
     }
     }
-    return textbuf::textbuf(text);
+    return text;
 }
 
 pack::knuth::graphemes shape(eval_env const& env, measure_form const& f, fonts::direction dir, std::u32string_view text) {
@@ -87,7 +89,8 @@ void measure_text(eval_env const& env,
                   std::u32string_view text,
                   line_kind kind) {
     auto const f = form_of(head, kind);
-    head.head_graphemes = shape(env, f, dir, transformed(*f.form_style, text));
+    textbuf::textbuf made;
+    head.head_graphemes = shape(env, f, dir, transformed(*f.form_style, text, made));
     head.head_width = width_of(f, head.head_graphemes, letter_spacing_of(*f.form_style));
 }
 
@@ -250,8 +253,9 @@ eval_res eval_knuth(eval_env const& env,
                        knuth_leader out = l;
                        auto const f =
                            form_of_parts(l.leader_font_req, l.leader_style, l.leader_first_line_style, kind);
+                       textbuf::textbuf made;
                        out.single_leader_content =
-                           shape(env, f, l.leader_direction, transformed(*f.form_style, l.leader_textbuf));
+                           shape(env, f, l.leader_direction, transformed(*f.form_style, l.leader_textbuf, made));
                        out.single_leader_width =
                            width_of(f, out.single_leader_content, letter_spacing_of(*f.form_style)) +
                            word_spacing_of(*f.form_style);
