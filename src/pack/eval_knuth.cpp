@@ -338,8 +338,16 @@ namespace {
 struct word_view {
     text_head const* head = nullptr;
     fonts::direction dir = fonts::direction::ltr;
-    textbuf::textbuf const* text = nullptr;
+    item_text const* text = nullptr;
 };
+
+// Two texts end to end, as a text of its own.
+item_text end_to_end(std::u32string_view a, std::u32string_view b) {
+    textbuf::textbuf out;
+    out.reserve(a.size() + b.size());
+    out.append(a).append(b);
+    return out;
+}
 
 std::optional<word_view> word_or_non_word(pack::knuth::knuth const& item) {
     auto const* b = std::get_if<knuth_box>(&item);
@@ -389,7 +397,7 @@ std::vector<pack::knuth::knuth const*> join_pieces(eval_env const& env,
                     non_word nw{.non_word_head = w->word_head,
                                 .non_word_direction = w->word_direction,
                                 .non_word_writing_mode = w->word_writing_mode,
-                                .non_word_text = *before->text + *after->text};
+                                .non_word_text = end_to_end(*before->text, *after->text)};
                     measure_text(env, nw.non_word_head, nw.non_word_direction, nw.non_word_text, kind);
                     replace_back(knuth_box{std::move(nw)});
                     ++i;
@@ -397,7 +405,7 @@ std::vector<pack::knuth::knuth const*> join_pieces(eval_env const& env,
                 }
                 // A piece joined into a non_word may be followed by another soft hyphen and piece.
                 non_word nw = std::get<non_word>(prev_box);
-                nw.non_word_text += *after->text;
+                nw.non_word_text = end_to_end(nw.non_word_text, *after->text);
                 measure_text(env, nw.non_word_head, nw.non_word_direction, nw.non_word_text, kind);
                 replace_back(knuth_box{std::move(nw)});
                 ++i;
@@ -443,11 +451,11 @@ namespace {
 float joined_width(eval_env const& env, line_kind kind, std::span<pack::knuth::knuth const> items, std::size_t first, std::size_t last) {
     auto const head = word_or_non_word(items[first]);
     check(head.has_value(), "joined_width");
-    textbuf::textbuf text = *head->text;
+    textbuf::textbuf text(head->text->view());
     for (std::size_t i = first + 2; i <= last; i += 2) {
         auto const piece = word_or_non_word(items[i]);
         check(piece.has_value(), "joined_width");
-        text += *piece->text;
+        text += piece->text->view();
     }
     text_head measured = *head->head;
     measure_text(env, measured, head->dir, text, kind);
@@ -683,11 +691,11 @@ overflow_wrap0_res overflow_wrap(eval_env const&, line_kind kind, std::span<pack
         out.truncated_line.push_back(knuth_box{non_word{.non_word_head = std::move(first_head),
                                                         .non_word_direction = view->dir,
                                                         .non_word_writing_mode = writing_mode,
-                                                        .non_word_text = view->text->substr(0, cut)}});
+                                                        .non_word_text = view->text->part(0, cut)}});
         out.truncated_rest.push_back(knuth_box{non_word{.non_word_head = std::move(rest_head),
                                                         .non_word_direction = view->dir,
                                                         .non_word_writing_mode = writing_mode,
-                                                        .non_word_text = view->text->substr(cut)}});
+                                                        .non_word_text = view->text->part(cut)}});
         out.truncated_rest.insert(out.truncated_rest.end(), line.begin() + static_cast<std::ptrdiff_t>(i) + 1,
                                   line.end());
         return out;

@@ -10,6 +10,7 @@
 #include "text/fonts/graphemes.hpp"
 #include "util/boxed.hpp"
 #include "util/ref.hpp"
+#include "util/result.hpp"
 #include "util/textbuf.hpp"
 
 #include <algorithm>
@@ -52,6 +53,51 @@ struct text_head {
     bool operator==(text_head const&) const = default;
 };
 
+/// The text of a word: a range of the document's shared paragraph text, or a text of its own for the
+/// pieces that hyphenation, rejoining and cutting make. The item and every measured copy of it share
+/// the text instead of copying it.
+class item_text {
+public:
+    item_text() = default;
+
+    item_text(textbuf::textbuf text)
+        : item_base(text.empty() ? nullptr : share(std::move(text)))
+        , item_size(std::uint32_t(item_base ? item_base->size() : 0)) {}
+
+    item_text(char32_t const* text)
+        : item_text(textbuf::textbuf(text)) {}
+
+    item_text(prepack::para_text base, prepack::text_range range)
+        : item_base(range.text_length == 0 ? nullptr : std::move(base))
+        , item_at(range.text_offset)
+        , item_size(item_base ? range.text_length : 0) {
+        check(!item_base || std::size_t(item_at) + item_size <= item_base->size(), "item_text");
+    }
+
+    std::u32string_view view() const {
+        return item_base ? std::u32string_view(*item_base).substr(item_at, item_size) : std::u32string_view{};
+    }
+
+    operator std::u32string_view() const { return view(); }
+
+    std::size_t size() const { return item_size; }
+
+    /// `count` code points from `from` on (cut to the text's end), sharing the same text.
+    item_text part(std::size_t from, std::size_t count = std::u32string_view::npos) const {
+        from = std::min<std::size_t>(from, item_size);
+        count = std::min<std::size_t>(count, item_size - from);
+        return item_text(item_base,
+                         {.text_offset = std::uint32_t(item_at + from), .text_length = std::uint32_t(count)});
+    }
+
+    bool operator==(item_text const& other) const { return view() == other.view(); }
+
+private:
+    prepack::para_text item_base;
+    std::uint32_t item_at = 0;
+    std::uint32_t item_size = 0;
+};
+
 // ---- Boxes ---------------------------------------------------------------------------------------------
 
 /// A run of text inside which no line may break; a candidate for hyphenation.
@@ -59,7 +105,7 @@ struct word {
     text_head word_head;
     fonts::direction word_direction = fonts::direction::ltr;
     css::box::writing_mode word_writing_mode = css::box::writing_mode::horizontal;
-    textbuf::textbuf word_text;
+    item_text word_text;
     bool operator==(word const&) const = default;
 };
 
@@ -68,7 +114,7 @@ struct non_word {
     text_head non_word_head;
     fonts::direction non_word_direction = fonts::direction::ltr;
     css::box::writing_mode non_word_writing_mode = css::box::writing_mode::horizontal;
-    textbuf::textbuf non_word_text;
+    item_text non_word_text;
     bool operator==(non_word const&) const = default;
 };
 

@@ -99,7 +99,7 @@ struct builder {
                          style_ref const& style,
                          std::optional<first_line_form> const& fl,
                          fonts::direction dir,
-                         textbuf::textbuf text) const {
+                         pack::knuth::item_text text) const {
         return knuth_box{word{.word_head = head(req, style, fl),
                               .word_direction = dir,
                               .word_writing_mode = style->writing_mode,
@@ -371,7 +371,7 @@ struct builder {
                     out.push_back(word_of(req, style, fl, dir, expanded(*style, prepack::text_of(text, t.text))));
                 },
                 [&](prepack::span_text_with_hyphen const& t) {
-                    out.push_back(word_of(req, style, fl, dir, textbuf::textbuf(prepack::text_of(text, t.text))));
+                    out.push_back(word_of(req, style, fl, dir, pack::knuth::item_text(text, t.text)));
                     if (t.hyphen == prepack::hyphen_type::soft) {
                         out.push_back(knuth_penalty{
                             soft{.penaly_font_req = req, .penaly_style = style, .penalty_first_line_style = fl}});
@@ -448,7 +448,7 @@ struct builder {
                     }
                     auto o = open_of(style, ls, lfl, std::nullopt, prepack::type_anonymous{}, width);
                     std::size_t const mark = open_box(out);
-                    out.push_back(word_of(lreq, ls, lfl, dir, textbuf::textbuf(prepack::text_of(text, f.first_letter_text))));
+                    out.push_back(word_of(lreq, ls, lfl, dir, pack::knuth::item_text(text, f.first_letter_text)));
                     join_box(std::move(o), mark, out);
                 },
             },

@@ -127,6 +127,27 @@ std::vector<std::string> greedy(linebreak::method m, std::vector<pack::knuth::kn
     return lines;
 }
 
+// A word's text is a range of the paragraph's shared text; its parts share it too, and items compare
+// by the text they show, wherever it lies.
+TEST(knuth, item_text_shares_the_paragraph_text) {
+    auto const para = share(textbuf::textbuf(U"one hyphenation two"));
+    item_text const word(para, prepack::text_range{.text_offset = 4, .text_length = 11});
+    EXPECT_EQ(word.view(), U"hyphenation");
+    EXPECT_EQ(word.size(), 11u);
+    auto const head = word.part(0, 6);
+    auto const tail = word.part(6);
+    EXPECT_EQ(head.view(), U"hyphen");
+    EXPECT_EQ(tail.view(), U"ation");
+    EXPECT_EQ(head.view().data(), para->data() + 4) << "a part points into the same text";
+    EXPECT_EQ(tail.view().data(), para->data() + 10);
+    EXPECT_EQ(word.part(20).view(), U"") << "a part past the end is empty";
+    EXPECT_EQ(word.part(9, 100).view(), U"on");
+    EXPECT_EQ(word, item_text(U"hyphenation")) << "equal by what they show";
+    EXPECT_NE(head, tail);
+    EXPECT_EQ(item_text(para, prepack::text_range{.text_offset = 3, .text_length = 0}), item_text());
+    EXPECT_THROW(item_text(para, prepack::text_range{.text_offset = 15, .text_length = 5}), internal_error);
+}
+
 TEST(knuth, legal_breaks_and_stripping) {
     auto const s = make_style();
     pack::knuth::knuth const box = w(U"a", s);
