@@ -71,7 +71,8 @@ public:
         : item_base(range.text_length == 0 ? nullptr : std::move(base))
         , item_at(range.text_offset)
         , item_size(item_base ? range.text_length : 0) {
-        check(!item_base || std::size_t(item_at) + item_size <= item_base->size(), "item_text");
+        check(range.text_length == 0 || (item_base && std::size_t(item_at) + item_size <= item_base->size()),
+              "item_text");
     }
 
     std::u32string_view view() const {

@@ -106,18 +106,20 @@ struct builder {
                               .word_text = std::move(text)}};
     }
 
-    // A word under `hyphens: -vellum-expand-all` shows its hyphenation points as middle dots.
-    textbuf::textbuf expanded(css::style::style const& s, std::u32string_view word) const {
+    // The text of a word: its range of the paragraph text, but under `hyphens: -vellum-expand-all` a
+    // text of its own that shows the word's hyphenation points as middle dots.
+    pack::knuth::item_text expanded(css::style::style const& s, prepack::text_range range) const {
         if (s.rare_props->rare_props_hyphens != css::text::hyphens::vellum_expand_all ||
             s.rare_props->rare_props_hyphenate_patterns.empty() || !info.general.run->loader) {
-            return textbuf::textbuf(word);
+            return pack::knuth::item_text(text, range);
         }
         auto const rules =
             eval_knuth::patterns_of(info.general.run->log, *info.general.run->hyph,
                                     info.general.run->loader)(s.rare_props->rare_props_hyphenate_patterns);
         if (!rules) {
-            return textbuf::textbuf(word);
+            return pack::knuth::item_text(text, range);
         }
+        auto const word = prepack::text_of(text, range);
         auto const parts =
             hyphenation::hyphenate(**rules, s.rare_props->rare_props_hyphenate_before,
                                    s.rare_props->rare_props_hyphenate_after, textbuf::textbuf(word));
@@ -368,7 +370,7 @@ struct builder {
                     }
                 },
                 [&](prepack::span_text const& t) {
-                    out.push_back(word_of(req, style, fl, dir, expanded(*style, prepack::text_of(text, t.text))));
+                    out.push_back(word_of(req, style, fl, dir, expanded(*style, t.text)));
                 },
                 [&](prepack::span_text_with_hyphen const& t) {
                     out.push_back(word_of(req, style, fl, dir, pack::knuth::item_text(text, t.text)));
