@@ -208,10 +208,10 @@ pass_outcome pack_pass(log::log const& log,
         .pass_on_page = [&](int page) { log::log_debug(log, "packed page " + std::to_string(page)); },
         .pass_take_page =
             [&](ref<pack::packed_page> const& page) {
-                // The first pass knows no page of any target: once it has looked one up (or a page
-                // total), another pass will almost surely follow, and painting the rest is wasted. When
-                // the next pass may take pages again, only the sections that looked something up are
-                // left unpainted (by `pass_skip_page`).
+                // The first pass knows only the pages it has finished: once it has looked up a target
+                // (or a page total), another pass will almost surely follow, and painting the rest is
+                // wasted. When the next pass may take pages again, only the sections that looked up
+                // what was not known yet are left unpainted (by `pass_skip_page`).
                 if (first_pass && painting == pass_painting::paint_while_it_may_last && painted && !keeps &&
                     (!looked_up->pages.empty() || !looked_up->counters.empty() || looked_up->pages_total)) {
                     painted.reset();

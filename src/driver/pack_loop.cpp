@@ -18,8 +18,8 @@ bool needs_another_pass(pack_state const& before, pass_report const& after) {
         }
     }
     // The counters at a target are known from the pass that placed it: the first pass shows 0 for
-    // each, so a document that shows a chapter's number by target-counter() needs a second pass even
-    // when no page number is shown.
+    // each target further on, so a document that shows a chapter's number by target-counter() needs a
+    // second pass even when no page number is shown.
     auto const& was = before.pack_found->counters;
     auto const& now = after.report_found->counters;
     for (auto const& id : after.report_looked_up_counters) {

@@ -24,7 +24,9 @@ using css::box::page_break;
 
 // What a pass learns from its pages about targets and bookmarks.
 struct found_places {
-    prepack::targets::pass_targets targets;
+    /// Shared by the pass's documents (the first place of a target wins, also over later documents),
+    /// and read by lookups as the pass goes.
+    std::shared_ptr<prepack::targets::pass_targets> targets = std::make_shared<prepack::targets::pass_targets>();
     std::vector<packed_bookmark> bookmarks;
     /// The targets in the order they were first placed, so that a part of the pass can tell its own.
     std::vector<prepack::targets::target_key> placed_order;
@@ -52,8 +54,8 @@ struct values_walk {
                 .y = y};
             for (auto const& id : stuff.given_ids->second) {
                 auto const key = prepack::targets::key_of(stuff.given_ids->first.locator_url, id.id);
-                bool const first_place = found->targets.page_nums.emplace(key, where).second;
-                found->targets.counters.emplace(key, stuff.counter_scopes);
+                bool const first_place = found->targets->page_nums.emplace(key, where).second;
+                found->targets->counters.emplace(key, stuff.counter_scopes);
                 if (first_place) {
                     found->placed_order.push_back(key);
                 }
@@ -407,6 +409,7 @@ void merge_looked_up(prepack::targets::looked_up& into, prepack::targets::looked
     into.pages.insert(from.pages.begin(), from.pages.end());
     into.counters.insert(from.counters.begin(), from.counters.end());
     into.pages_total = into.pages_total || from.pages_total;
+    into.unanswered = into.unanswered || from.unanswered;
 }
 
 // ---- Sections taken again from the pass before -----------------------------------------------------------
@@ -437,30 +440,29 @@ bool nothing_carried(doc_state const& st) {
            a.page_floats.empty() && a.column_floats.empty() && !a.page_footnotes && !a.column_footnotes;
 }
 
-// What the pass before tells of a target: its page, and the counters there; nothing for one it did not
-// place.
-std::optional<prepack::targets::page_num> page_answer(prepack::targets::pass_targets const& t,
-                                                      prepack::targets::target_key const& key) {
-    auto const found = t.page_nums.find(key);
-    return found == t.page_nums.end() ? std::nullopt : std::optional(found->second.num);
+// What the pass tells of a target, as its lookups answer: its page, and the counters there; nothing
+// for one that neither the pass before nor this one so far placed.
+std::optional<prepack::targets::page_num> page_answer(run_shared const& run, prepack::targets::target_key const& key) {
+    auto const* found = target_answer(run, key);
+    return found == nullptr ? std::nullopt : std::optional(found->num);
 }
 
-std::optional<prepack::counter_scopes> counters_answer(prepack::targets::pass_targets const& t,
-                                                       prepack::targets::target_key const& key) {
-    auto const found = t.counters.find(key);
-    return found == t.counters.end() ? std::nullopt : std::optional(found->second);
+std::optional<prepack::counter_scopes> counters_answer_of(run_shared const& run, prepack::targets::target_key const& key) {
+    auto const* found = counters_answer(run, key);
+    return found == nullptr ? std::nullopt : std::optional(*found);
 }
 
 // Whether this pass gives the section the answers it had in the pass that recorded it.
 bool same_answers(doc_state const& st, section_record const& r) {
-    auto const& targets = *st.in.pass_targets;
+    auto const& run = *st.info.general.run;
     for (auto const& [key, was] : r.record_looked_pages) {
-        if (page_answer(targets, key) != was) {
+        if (page_answer(run, key) != was) {
             return false;
         }
     }
     for (auto const& [key, was] : r.record_looked_counters) {
-        if (counters_answer(targets, key) != was) {
+        auto const* now = counters_answer(run, key);
+        if (now == nullptr ? was.has_value() : (!was || *was != *now)) {
             return false;
         }
     }
@@ -493,12 +495,12 @@ section_record const* take_section_again(doc_state& st, section_key const& key) 
     st.group_page = out.state_group_page;
     st.totals[st.group] = out.state_group_total;
     for (auto const& [key, place] : r.record_found_pages) {
-        if (st.found.targets.page_nums.emplace(key, place).second) {
+        if (st.found.targets->page_nums.emplace(key, place).second) {
             st.found.placed_order.push_back(key);
         }
     }
     for (auto const& [key, scopes] : r.record_found_counters) {
-        st.found.targets.counters.emplace(key, scopes);
+        st.found.targets->counters.emplace(key, scopes);
     }
     st.found.bookmarks.insert(st.found.bookmarks.end(), r.record_bookmarks.begin(), r.record_bookmarks.end());
     st.uses_pages = st.uses_pages || r.record_uses_pages;
@@ -573,17 +575,17 @@ void end_watch(doc_state& st,
                          .record_uses_pages = used_pages};
         auto const& order = st.found.placed_order;
         for (auto i = order.begin() + static_cast<std::ptrdiff_t>(w->watched_placed_before); i != order.end(); ++i) {
-            r.record_found_pages.emplace_back(*i, st.found.targets.page_nums.at(*i));
-            r.record_found_counters.emplace_back(*i, st.found.targets.counters.at(*i));
+            r.record_found_pages.emplace_back(*i, st.found.targets->page_nums.at(*i));
+            r.record_found_counters.emplace_back(*i, st.found.targets->counters.at(*i));
         }
         r.record_bookmarks.assign(st.found.bookmarks.begin() + static_cast<std::ptrdiff_t>(w->watched_bookmarks_before),
                                   st.found.bookmarks.end());
-        auto const& targets = *st.in.pass_targets;
+        auto const& run = *st.info.general.run;
         for (auto const& key : looked.pages) {
-            r.record_looked_pages.emplace(key, page_answer(targets, key));
+            r.record_looked_pages.emplace(key, page_answer(run, key));
         }
         for (auto const& key : looked.counters) {
-            r.record_looked_counters.emplace(key, counters_answer(targets, key));
+            r.record_looked_counters.emplace(key, counters_answer_of(run, key));
         }
         if (looked.pages_total || used_pages) {
             r.record_looked_totals = st.in.pass_user_pages_totals;
@@ -844,13 +846,15 @@ page_out pack_page(doc_state& st,
         .margin_boxes = std::move(margins.res_margin_boxes),
         .page_label = page_label_of(info, ps.page_label),
     };
-    bool section_looked_up = false;
+    // A section that showed a value still to come is packed again by the next pass; one whose lookups
+    // were all answered (targets placed before it) may be taken again as it is.
+    bool section_unanswered = false;
     if (info.general.run->looked_up != st.pass_looked_up && st.pass_looked_up) {
         auto const& mine = *info.general.run->looked_up;
-        section_looked_up = !mine.pages.empty() || !mine.counters.empty() || mine.pages_total;
+        section_unanswered = mine.unanswered;
         merge_looked_up(*st.pass_looked_up, mine);
     }
-    if (section_looked_up && st.in.pass_skip_page) {
+    if (section_unanswered && st.in.pass_skip_page) {
         st.in.pass_skip_page();
     } else if (st.in.pass_take_page) {
         st.in.pass_take_page(share(std::move(page)));
@@ -1027,6 +1031,7 @@ pass_result pack_documents(pass_input const& in,
     std::vector<int> totals{0};
     std::size_t group = 0;
     bool uses_pages = false;
+    auto const placed = std::make_shared<prepack::targets::pass_targets>();
     progress prog{.progress_on = log::reports_progress(in.pass_log)};
     if (prog.progress_on) {
         for (auto const& doc : documents) {
@@ -1045,6 +1050,7 @@ pass_result pack_documents(pass_input const& in,
             .scripts = in.pass_scripts,
             .document = doc,
             .targets = in.pass_targets,
+            .placed = placed,
             .looked_up = looked_up,
             .fonts = std::make_shared<fonts::fonts const>(in.pass_fonts),
             .hyph = in.pass_hyph,
@@ -1053,6 +1059,7 @@ pass_result pack_documents(pass_input const& in,
         };
         st.info.general.run = share(std::move(run));
         st.pass_looked_up = looked_up;
+        st.found.targets = placed;
         st.doc_index = static_cast<std::size_t>(&doc - documents.data());
         st.info.general.pdf_page_num = pdf_page;
         st.fixed = positioned::fixed_blocks(*doc);
@@ -1068,9 +1075,6 @@ pass_result pack_documents(pass_input const& in,
         for (auto& p : st.pages) {
             out.result_pages.push_back(std::move(p));
         }
-        // The first place of a target wins, also over later documents.
-        out.result_targets.page_nums.merge(st.found.targets.page_nums);
-        out.result_targets.counters.merge(st.found.targets.counters);
         // Pages are packed in order but a bookmark's box may land after a later element's (a float);
         // the outline follows the document.
         std::stable_sort(st.found.bookmarks.begin(), st.found.bookmarks.end(),
@@ -1086,6 +1090,7 @@ pass_result pack_documents(pass_input const& in,
         }
         std::move(unique.begin(), unique.end(), std::back_inserter(out.result_bookmarks));
     }
+    out.result_targets = std::move(*placed);
     out.result_looked_up = *looked_up;
     uses_pages = uses_pages || looked_up->pages_total;
     totals.pop_back();

@@ -130,8 +130,8 @@ struct pass_input {
     /// Where this pass records its sections; null to record none.
     std::shared_ptr<section_records> pass_sections;
     /// Called instead of `pass_take_page` for a page that is not worth painting: its section looked
-    /// up a page number or a counter of this first pass, which knows none, so another pass follows that
-    /// packs the section again. Null to hand over every page.
+    /// up a page number or a counter that this first pass could not answer yet (a target further on),
+    /// so another pass follows that packs the section again. Null to hand over every page.
     std::function<void()> pass_skip_page;
     /// Takes the given pages of the previous pass (the first one's number in the whole output, and a
     /// count) as this pass's next pages, instead of packing them again; false when it has not kept them.

@@ -12,29 +12,31 @@ namespace {
 
 using prepack::counter_style::format_counter;
 
-// A counter at a target, from what the previous pass found there. A target not packed yet shows as
-// zero in the counter's style; the next pass corrects it.
-textbuf::textbuf target_counter_text(prepack::targets::pass_targets const& targets,
+// A counter at a target, from what the previous pass found there or this pass placed. A target not
+// placed yet shows as zero in the counter's style; the next pass corrects it.
+textbuf::textbuf target_counter_text(run_shared const& run,
                                      prepack::targets::looked_up& looked_up,
                                      std::optional<int> pages,
                                      prepack::target_counter const& t) {
     auto const key = prepack::targets::key_of(t.target);
     if (t.counter_name == "page") {
         looked_up.pages.insert(key);
-        auto const found = targets.page_nums.find(key);
-        return format_counter(found == targets.page_nums.end() ? 0 : found->second.num.user_page_num,
-                              t.counter_style);
+        auto const* found = target_answer(run, key);
+        looked_up.unanswered = looked_up.unanswered || found == nullptr;
+        return format_counter(found == nullptr ? 0 : found->num.user_page_num, t.counter_style);
     }
     if (t.counter_name == "pages") {
         looked_up.pages_total = true;
+        looked_up.unanswered = looked_up.unanswered || !pages;
         return format_counter(pages.value_or(0), t.counter_style);
     }
     looked_up.counters.insert(key);
-    auto const found = targets.counters.find(key);
+    auto const* found = counters_answer(run, key);
+    looked_up.unanswered = looked_up.unanswered || found == nullptr;
     std::vector<int> values;
-    if (found != targets.counters.end()) {
+    if (found != nullptr) {
         // Scopes are innermost first; counters() lists them from the outermost.
-        for (auto const& scope : found->second) {
+        for (auto const& scope : *found) {
             for (auto const& [name, value] : scope) {
                 if (name == t.counter_name) {
                     values.insert(values.begin(), value);
@@ -68,8 +70,32 @@ std::optional<int> pages_of(general const& g) {
 
 } // namespace
 
+prepack::targets::target_place const* target_answer(run_shared const& run, prepack::targets::target_key const& key) {
+    if (auto const found = run.targets->page_nums.find(key); found != run.targets->page_nums.end()) {
+        return &found->second;
+    }
+    if (run.placed) {
+        if (auto const found = run.placed->page_nums.find(key); found != run.placed->page_nums.end()) {
+            return &found->second;
+        }
+    }
+    return nullptr;
+}
+
+prepack::counter_scopes const* counters_answer(run_shared const& run, prepack::targets::target_key const& key) {
+    if (auto const found = run.targets->counters.find(key); found != run.targets->counters.end()) {
+        return &found->second;
+    }
+    if (run.placed) {
+        if (auto const found = run.placed->counters.find(key); found != run.placed->counters.end()) {
+            return &found->second;
+        }
+    }
+    return nullptr;
+}
+
 textbuf::textbuf target_counter_text(general const& g, prepack::target_counter const& t) {
-    return target_counter_text(*g.run->targets, *g.run->looked_up, pages_of(g), t);
+    return target_counter_text(*g.run, *g.run->looked_up, pages_of(g), t);
 }
 
 eval_knuth::eval_env env_of(page_info const& info) {
@@ -89,22 +115,22 @@ eval_knuth::eval_env env_of(page_info const& info) {
     }
     int const page = g.user_page_num;
     std::optional<int> const pages = pages_of(g);
-    env.env_render_counter = [page, pages, targets = g.run->targets, looked_up = g.run->looked_up](
-                                 knuth::counter const& c,
+    env.env_render_counter = [page, pages, run = g.run](knuth::counter const& c,
                                  eval_knuth::page_state const& state) -> textbuf::textbuf {
         return std::visit(overloaded{
                               [&](prepack::page_counter const& p) { return format_counter(page, p.counter_style); },
                               [&](prepack::pages_counter const& p) {
                                   // On the first pass the total is not known yet; the page count so far
                                   // stands in, and the next pass corrects it.
-                                  looked_up->pages_total = true;
+                                  run->looked_up->pages_total = true;
+                                  run->looked_up->unanswered = run->looked_up->unanswered || !pages;
                                   return format_counter(pages.value_or(page), p.counter_style);
                               },
                               [&](prepack::footnote_counter const& f) {
                                   return format_counter(state.footnote_counter, f.counter_style);
                               },
                               [&](prepack::target_counter const& t) {
-                                  return target_counter_text(*targets, *looked_up, pages, t);
+                                  return target_counter_text(*run, *run->looked_up, pages, t);
                               },
                           },
                           *c.counter_content);

@@ -43,6 +43,10 @@ struct run_shared {
     /// Where the previous pass put each target, and the counters there.
     std::shared_ptr<prepack::targets::pass_targets const> targets =
         std::make_shared<prepack::targets::pass_targets const>();
+    /// Where this pass has put targets so far, on pages it finished: they answer for a target the
+    /// previous pass did not place (every one, on the first pass), as they cannot move any more. Null
+    /// for none.
+    std::shared_ptr<prepack::targets::pass_targets const> placed;
     /// The targets whose page the content looked up; trials that are undone still count (which can
     /// only ask for one more comparison).
     std::shared_ptr<prepack::targets::looked_up> looked_up = std::make_shared<prepack::targets::looked_up>();
@@ -189,8 +193,16 @@ struct page_info {
     pack::packed_stuff packed_stuff;
 };
 
-/// A counter at a target as the previous pass found it; the lookup is noted in `looked_up`.
+/// A counter at a target as the previous pass found it, or this one on a page it finished; the lookup
+/// is noted in `looked_up`.
 textbuf::textbuf target_counter_text(general const& g, prepack::target_counter const& t);
+
+/// Where a target is, for what the run shows of it: as the previous pass placed it, else as this pass
+/// did on a page it finished; null when neither did.
+prepack::targets::target_place const* target_answer(run_shared const& run, prepack::targets::target_key const& key);
+
+/// The counters at a target, from the same places as `target_answer`.
+prepack::counter_scopes const* counters_answer(run_shared const& run, prepack::targets::target_key const& key);
 
 /// What measuring items needs from a page: the page's fonts and hyphenation patterns, and its
 /// counters for page-dependent text.

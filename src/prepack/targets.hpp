@@ -60,6 +60,9 @@ struct looked_up {
     /// The targets whose other counters (a chapter's number, say) were looked up.
     std::set<target_key> counters;
     bool pages_total = false;
+    /// Some lookup found no answer: a target that neither the previous pass nor this one so far had
+    /// placed, or the page total on the first pass. What showed it stands in for a value to come.
+    bool unanswered = false;
 };
 
 } // namespace vellum::prepack::targets

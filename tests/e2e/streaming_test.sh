@@ -119,10 +119,11 @@ print(sum(1 for b in pixels if b < 128))
 ' p-01.pgm)
     [ "${ink:-0}" -gt 50 ] || fail "contents page: expected ink, got $ink dark pixels"
 fi
-# A contents list in pages of its own (a named page) and chapters that look nothing up: the second pass
-# packs the contents again and takes the chapters' pages as the first pass painted them, images and
-# links included. Without the page numbers in the contents the same chapters are packed in one pass:
-# their pages must come out the same, pixel for pixel.
+# A contents list in pages of its own (a named page) and chapters that look nothing up, or only a
+# chapter before them, whose page the first pass knows by then: the second pass packs the contents
+# again and takes the chapters' pages as the first pass painted them, images and links included.
+# Without the page numbers in the contents the same chapters are packed in one pass: their pages must
+# come out the same, pixel for pixel.
 /usr/bin/python3 - "$fonts" <<'PY'
 import sys
 from PIL import Image
@@ -131,6 +132,7 @@ fonts = sys.argv[1]
 toc = "".join(f'<a href="#c{i}">Chapter {i}</a>' for i in range(1, 6))
 chapters = "".join(f'<h1 id="c{i}">Chapter {i}</h1>' + f'<p>Text of chapter {i}, <a href="#c1">back to one</a>.</p>' * 8
                    + ('<p>See <a class="x" href="#c5">five</a>.</p>' if i == 3 else '')
+                   + ('<p>See <a class="x" href="#c2">two</a>.</p>' if i == 4 else '')
                    + '<img src="red.png">' for i in range(1, 6))
 for name, numbers in (("front", True), ("plain", False)):
     after = 'nav a::after { content: leader(".") target-counter(attr(href), page) }' if numbers else ''
@@ -164,6 +166,9 @@ done
 five=$(pdftotext -f 1 -l 1 -layout front.pdf - | grep "Chapter 5" | grep -o '[0-9]\+$')
 expect_contains "taken again: reference in chapter three" "$(pdftotext -layout front.pdf - | tr -s ' \n' ' ')" \
     "See five on page $five."
+two=$(pdftotext -f 1 -l 1 -layout front.pdf - | grep "Chapter 2" | grep -o '[0-9]\+$')
+expect_contains "taken again: reference in chapter four" "$(pdftotext -layout front.pdf - | tr -s ' \n' ' ')" \
+    "See two on page $two."
 if command -v pdftoppm >/dev/null; then
     pdftoppm -r 30 -f 2 -png front.pdf f
     pdftoppm -r 30 -f 2 -png plain.pdf g

@@ -288,8 +288,9 @@ TEST(page_loop, a_long_footnote_goes_on_first_on_the_next_page) {
 // ---- Sections taken again by the next pass -------------------------------------------------------------
 
 // Contents in a named page that shows chapters' page numbers, chapters that look nothing up, and an
-// index that does: a second pass packs the contents and the index again and takes the chapters' pages
-// as the first pass made them, part by part (each chapter starts on a page of its own).
+// index that looks up a chapter before it, whose page the first pass knows by then: a second pass packs
+// the contents again and takes the chapters' and the index's pages as the first pass made them, part by
+// part (each chapter starts on a page of its own). Where the chapter moved, the index is packed again.
 TEST(page_loop, a_section_that_looked_nothing_up_is_taken_again) {
     auto const doc = document(
         "@page front { size: 120pt 200pt } @page back { size: 120pt 200pt } nav { page: front } "
@@ -306,8 +307,9 @@ TEST(page_loop, a_section_that_looked_nothing_up_is_taken_again) {
     first.pass_take_page = [&](ref<packed_page> const&) { handed.push_back(int(handed.size() + 1)); };
     first.pass_skip_page = [&] { handed.push_back(-int(handed.size() + 1)); ++skipped; };
     auto const one = pack_documents(first, {doc});
-    // The contents and the index looked up pages the first pass doesn't know: not painted. The chapters
-    // make two parts, the second begun by the forced break in front of chapter two.
+    // The contents looked up pages the first pass doesn't know: not painted. The index is, with chapter
+    // two's page as the pass placed it. The chapters make two parts, the second begun by the forced
+    // break in front of chapter two.
     ASSERT_EQ(records->size(), 4u);
     auto const& contents = records->at({0, 0, nullptr, 0});
     auto const& one_part = records->at({0, 1, nullptr, 0});
@@ -318,10 +320,18 @@ TEST(page_loop, a_section_that_looked_nothing_up_is_taken_again) {
     ASSERT_NE(two, records->end());
     auto const& two_part = two->second;
     EXPECT_EQ(contents.record_looked_pages.size(), 2u);
+    for (auto const& [key, answer] : contents.record_looked_pages) {
+        EXPECT_FALSE(answer.has_value());
+    }
     EXPECT_TRUE(one_part.record_looked_pages.empty());
     EXPECT_TRUE(two_part.record_looked_pages.empty());
-    EXPECT_EQ(index.record_looked_pages.size(), 1u);
-    EXPECT_EQ(skipped, contents.record_page_count + index.record_page_count);
+    ASSERT_EQ(index.record_looked_pages.size(), 1u);
+    auto const& [c2, c2_page] = *index.record_looked_pages.begin();
+    ASSERT_TRUE(c2_page.has_value());
+    EXPECT_EQ(c2_page->pdf_page_num, two_part.record_first_page);
+    EXPECT_EQ(*c2_page, one.result_targets.page_nums.at(c2).num);
+    EXPECT_EQ(skipped, contents.record_page_count);
+    EXPECT_EQ(index.record_first_page, two_part.record_first_page + two_part.record_page_count);
     EXPECT_EQ(one_part.record_first_page, contents.record_page_count + 1);
     EXPECT_EQ(two_part.record_first_page, one_part.record_first_page + one_part.record_page_count);
     EXPECT_EQ(two_part.record_entry, one_part.record_exit);
@@ -330,9 +340,9 @@ TEST(page_loop, a_section_that_looked_nothing_up_is_taken_again) {
     EXPECT_GE(one_part.record_page_count + two_part.record_page_count, 3);
 
     // The second pass, with what the first found, once taking the chapters again and once packing all.
-    auto second = [&](bool take) {
+    auto second = [&](bool take, prepack::targets::pass_targets const& targets) {
         pass_input in{.pass_log = {}, .pass_fonts = test_fonts::db()};
-        in.pass_targets = std::make_shared<prepack::targets::pass_targets const>(one.result_targets);
+        in.pass_targets = std::make_shared<prepack::targets::pass_targets const>(targets);
         in.pass_sections_before = records;
         in.pass_sections = std::make_shared<section_records>();
         std::vector<std::pair<int, int>> taken;
@@ -349,17 +359,18 @@ TEST(page_loop, a_section_that_looked_nothing_up_is_taken_again) {
         auto r = pack_documents(in, {doc});
         return std::tuple(std::move(r), taken, packed, in.pass_sections);
     };
-    auto const [taken_pass, taken, packed, again] = second(true);
-    auto const [full_pass, none, all, again_full] = second(false);
-    ASSERT_EQ(taken.size(), 2u);
+    auto const [taken_pass, taken, packed, again] = second(true, one.result_targets);
+    auto const [full_pass, none, all, again_full] = second(false, one.result_targets);
+    ASSERT_EQ(taken.size(), 3u);
     EXPECT_EQ(taken[0], std::pair(one_part.record_first_page, one_part.record_page_count));
     EXPECT_EQ(taken[1], std::pair(two_part.record_first_page, two_part.record_page_count));
+    EXPECT_EQ(taken[2], std::pair(index.record_first_page, index.record_page_count));
     EXPECT_TRUE(none.empty());
-    // The pages packed are those of the contents and the index, numbered as in the full pass.
-    EXPECT_EQ(int(packed.size()), contents.record_page_count + index.record_page_count);
+    // The pages packed are those of the contents, numbered as in the full pass.
+    EXPECT_EQ(int(packed.size()), contents.record_page_count);
     EXPECT_EQ(int(all.size()), contents.record_page_count + one_part.record_page_count +
                                    two_part.record_page_count + index.record_page_count);
-    EXPECT_EQ(packed.back(), all.back());
+    EXPECT_EQ(packed.back(), contents.record_page_count);
     // What the pass reports is what packing it all reports.
     EXPECT_EQ(taken_pass.result_targets, full_pass.result_targets);
     EXPECT_EQ(taken_pass.result_bookmarks, full_pass.result_bookmarks);
@@ -369,6 +380,16 @@ TEST(page_loop, a_section_that_looked_nothing_up_is_taken_again) {
     EXPECT_TRUE(again->contains(two->first));
     EXPECT_EQ(again->at({0, 1, nullptr, 0}).record_exit, again_full->at({0, 1, nullptr, 0}).record_exit);
     EXPECT_EQ(again->at(two->first).record_exit, again_full->at(two->first).record_exit);
+
+    // Had the first pass put chapter two a page further on, the index would show another number: it is
+    // packed again, the chapters are still taken.
+    auto moved = one.result_targets;
+    moved.page_nums.at(c2).num.user_page_num += 1;
+    auto const [moved_pass, moved_taken, moved_packed, moved_again] = second(true, moved);
+    ASSERT_EQ(moved_taken.size(), 2u);
+    EXPECT_EQ(moved_taken[1], taken[1]);
+    EXPECT_EQ(int(moved_packed.size()), contents.record_page_count + index.record_page_count);
+    EXPECT_EQ(moved_packed.back(), all.back());
 }
 
 } // namespace
