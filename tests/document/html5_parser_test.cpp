@@ -2,6 +2,7 @@
 #include "document/html5/entities.hpp"
 #include "document/html5/format.hpp"
 #include "document/html5/parser.hpp"
+#include "document/html5/stack.hpp"
 #include "document/html5/tokenizer.hpp"
 
 #include <string>
@@ -102,6 +103,71 @@ TEST(html5_parser, entity_table_finds_longest_prefix) {
     ASSERT_TRUE(m);
     EXPECT_EQ(m->entity_name, "not");
     EXPECT_FALSE(entities::longest_prefix_match("zzz"));
+}
+
+// The stack of open elements counts its HTML elements by name through every change, so that a scope
+// test can answer at once when none with the name is open.
+TEST(html5_stack, counts_open_elements_by_name_through_every_change) {
+    auto html = tree::make_element("html", tree::html_ns::html);
+    auto p1 = tree::make_element("p", tree::html_ns::html);
+    auto p2 = tree::make_element("p", tree::html_ns::html);
+    auto button = tree::make_element("button", tree::html_ns::html);
+    auto svg_p = tree::make_element("p", tree::html_ns::svg);
+    auto div = tree::make_element("div", tree::html_ns::html);
+    stack::open_elements open;
+    open.push_back(html.get());
+    open.push_back(p1.get());
+    open.push_back(svg_p.get());
+    EXPECT_EQ(open.html_count("p"), 1);
+    EXPECT_TRUE(stack::has_element_in_button_scope(open, "p"));
+    open.insert(open.begin() + 2, button.get());
+    // The button stands between: the p is open but not in button scope; still in plain scope.
+    EXPECT_FALSE(stack::has_element_in_button_scope(open, "p"));
+    EXPECT_TRUE(stack::has_element_in_scope(open, "p"));
+    open.set(1, p2.get());
+    EXPECT_EQ(open.html_count("p"), 1);
+    open.erase(open.begin() + 2);
+    EXPECT_EQ(open.html_count("button"), 0);
+    EXPECT_TRUE(stack::has_element_in_button_scope(open, "p"));
+    stack::replace_element_in_stack(open, p2.get(), div.get());
+    EXPECT_EQ(open.html_count("p"), 0);
+    EXPECT_EQ(open.html_count("div"), 1);
+    EXPECT_FALSE(stack::has_element_in_scope(open, {"p", "li"}));
+    open.push_back(p1.get());
+    open.truncate(1);
+    EXPECT_EQ(open.size(), 1u);
+    EXPECT_EQ(open.html_count("div") + open.html_count("p"), 0);
+    EXPECT_EQ(open.html_count("html"), 1);
+    open.clear();
+    EXPECT_EQ(open.html_count("html"), 0);
+}
+
+// Thousands of open elements: a p far down is still found in button scope (and closed by a div), but
+// not past a button; a template far down is still seen.
+TEST(html5_parser, scope_tests_reach_far_down_a_deep_stack) {
+    std::string spans;
+    for (int i = 0; i < 5000; ++i) {
+        spans += "<span>";
+    }
+    auto doc = parser::parse_document("<p>" + spans + "<div>x</div>");
+    auto* div = tree::get_node_by_name(*doc.document_root, "div");
+    ASSERT_NE(div, nullptr);
+    EXPECT_EQ(div->node_parent->node_name, "body");
+    auto doc2 = parser::parse_document("<p><button>" + spans + "<div>x</div>");
+    auto* div2 = tree::get_node_by_name(*doc2.document_root, "div");
+    ASSERT_NE(div2, nullptr);
+    EXPECT_EQ(div2->node_parent->node_name, "span");
+    // A second form is ignored, unless a template is open, however far down.
+    auto forms = [](std::string const& html) {
+        auto const text = tree_of(html);
+        std::size_t n = 0;
+        for (auto at = text.find("<form>"); at != std::string::npos; at = text.find("<form>", at + 1)) {
+            ++n;
+        }
+        return n;
+    };
+    EXPECT_EQ(forms("<form>" + spans + "<form>"), 1u);
+    EXPECT_EQ(forms("<form><template>" + spans + "<form>"), 2u);
 }
 
 TEST(html5_tokenizer, yields_text_runs_and_tags) {

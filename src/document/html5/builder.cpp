@@ -24,7 +24,7 @@ tree::node* adjusted_current_node(builder const& b) {
 }
 
 bool template_on_stack(builder const& b) {
-    return std::any_of(b.open.begin(), b.open.end(), [](node const* n) { return is_html(n, "template"); });
+    return b.open.html_count("template") > 0;
 }
 
 namespace {
@@ -259,7 +259,7 @@ bool adoption_agency(builder& b, std::string_view subject) {
             auto fresh_owned = clone_element(*n);
             node* fresh = fresh_owned.get();
             b.active[static_cast<std::size_t>(in_list)].entry_node = fresh;
-            b.open[static_cast<std::size_t>(index)] = fresh;
+            b.open.set(static_cast<std::size_t>(index), fresh);
             orphans.push_back(std::move(fresh_owned));
             if (last == furthest_block) {
                 bookmark = in_list + 1;

@@ -524,7 +524,7 @@ void in_body_start(builder& b, token& t) {
             return;
         }
         tree::detach_node(*b.open[1]);
-        b.open.resize(1);
+        b.open.truncate(1);
         bld::insert_element(b, t);
         b.current_mode = mode::in_frameset;
         return;

@@ -65,7 +65,69 @@ bool in_scope(open_elements const& stack, scope_kind kind, Match match) {
     return false;
 }
 
+// Whether no HTML element with the name, or with any of the names, is open: then none is in scope.
+bool none_open(open_elements const& stack, std::string_view name) {
+    return stack.html_count(name) == 0;
+}
+
+bool none_open(open_elements const& stack, std::initializer_list<std::string_view> names) {
+    return std::all_of(names.begin(), names.end(), [&](std::string_view n) { return stack.html_count(n) == 0; });
+}
+
 } // namespace
+
+void open_elements::count(tree::node const* n, int by) {
+    if (n == nullptr || n->node_kind != tree::node_type::element || n->node_ns != html_ns::html) {
+        return;
+    }
+    auto found = counts.find(std::string_view(n->node_name));
+    if (found == counts.end()) {
+        found = counts.emplace(n->node_name, 0).first;
+    }
+    found->second += by;
+}
+
+void open_elements::push_back(tree::node* n) {
+    count(n, 1);
+    nodes.push_back(n);
+}
+
+void open_elements::pop_back() {
+    count(nodes.back(), -1);
+    nodes.pop_back();
+}
+
+void open_elements::set(std::size_t i, tree::node* n) {
+    count(nodes[i], -1);
+    count(n, 1);
+    nodes[i] = n;
+}
+
+void open_elements::insert(const_iterator at, tree::node* n) {
+    count(n, 1);
+    nodes.insert(at, n);
+}
+
+void open_elements::erase(const_iterator at) {
+    count(*at, -1);
+    nodes.erase(at);
+}
+
+void open_elements::truncate(std::size_t n) {
+    while (nodes.size() > n) {
+        pop_back();
+    }
+}
+
+void open_elements::clear() {
+    nodes.clear();
+    counts.clear();
+}
+
+int open_elements::html_count(std::string_view name) const {
+    auto const found = counts.find(name);
+    return found == counts.end() ? 0 : found->second;
+}
 
 void pop_elements_up_to(open_elements& stack, std::string_view name) {
     while (!stack.empty()) {
@@ -106,7 +168,7 @@ void insert_into_stack_below_element(open_elements& stack, node* n, node const* 
 void replace_element_in_stack(open_elements& stack, node const* old, node* replacement) {
     auto at = std::find(stack.begin(), stack.end(), old);
     check(at != stack.end(), "html5.stack.replace_element_in_stack");
-    *at = replacement;
+    stack.set(static_cast<std::size_t>(at - stack.begin()), replacement);
 }
 
 void remove_element_from_stack(open_elements& stack, node const* n) {
@@ -134,10 +196,16 @@ int index_on_stack(open_elements const& stack, node const* n) {
 }
 
 bool has_element_in_scope(open_elements const& stack, std::string_view name) {
+    if (none_open(stack, name)) {
+        return false;
+    }
     return in_scope(stack, scope_kind::normal, [name](node const* n) { return is_html(n, name); });
 }
 
 bool has_element_in_scope(open_elements const& stack, std::initializer_list<std::string_view> names) {
+    if (none_open(stack, names)) {
+        return false;
+    }
     return in_scope(stack, scope_kind::normal, [names](node const* n) { return is_html_in(n, names); });
 }
 
@@ -146,22 +214,37 @@ bool has_node_in_scope(open_elements const& stack, node const* target) {
 }
 
 bool has_element_in_list_item_scope(open_elements const& stack, std::string_view name) {
+    if (none_open(stack, name)) {
+        return false;
+    }
     return in_scope(stack, scope_kind::list_item, [name](node const* n) { return is_html(n, name); });
 }
 
 bool has_element_in_button_scope(open_elements const& stack, std::string_view name) {
+    if (none_open(stack, name)) {
+        return false;
+    }
     return in_scope(stack, scope_kind::button, [name](node const* n) { return is_html(n, name); });
 }
 
 bool has_element_in_table_scope(open_elements const& stack, std::string_view name) {
+    if (none_open(stack, name)) {
+        return false;
+    }
     return in_scope(stack, scope_kind::table, [name](node const* n) { return is_html(n, name); });
 }
 
 bool has_element_in_table_scope(open_elements const& stack, std::initializer_list<std::string_view> names) {
+    if (none_open(stack, names)) {
+        return false;
+    }
     return in_scope(stack, scope_kind::table, [names](node const* n) { return is_html_in(n, names); });
 }
 
 bool has_element_in_select_scope(open_elements const& stack, std::string_view name) {
+    if (none_open(stack, name)) {
+        return false;
+    }
     return in_scope(stack, scope_kind::select, [name](node const* n) { return is_html(n, name); });
 }
 

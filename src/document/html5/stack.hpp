@@ -3,14 +3,59 @@
 
 #include "document/html5/tree.hpp"
 
+#include <cstddef>
+#include <functional>
 #include <initializer_list>
+#include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace vellum::html5::stack {
 
 /// The open elements, the document element first and the current node last. Nodes belong to the tree.
-using open_elements = std::vector<tree::node*>;
+/// Besides the nodes it counts the open HTML elements by name, so that asking whether one is in scope
+/// costs nothing when none is open: a document nested thousands of elements deep asks whether a `p`
+/// is in button scope at every start tag, and walking the whole stack each time would make its parse
+/// quadratic.
+class open_elements {
+public:
+    using const_iterator = std::vector<tree::node*>::const_iterator;
+    using const_reverse_iterator = std::vector<tree::node*>::const_reverse_iterator;
+
+    const_iterator begin() const { return nodes.begin(); }
+    const_iterator end() const { return nodes.end(); }
+    const_reverse_iterator rbegin() const { return nodes.rbegin(); }
+    const_reverse_iterator rend() const { return nodes.rend(); }
+    std::size_t size() const { return nodes.size(); }
+    bool empty() const { return nodes.empty(); }
+    tree::node* operator[](std::size_t i) const { return nodes[i]; }
+    tree::node* front() const { return nodes.front(); }
+    tree::node* back() const { return nodes.back(); }
+
+    void push_back(tree::node* n);
+    void pop_back();
+    /// Puts `n` in the place `i`.
+    void set(std::size_t i, tree::node* n);
+    void insert(const_iterator at, tree::node* n);
+    void erase(const_iterator at);
+    /// Pops down to the first `n` nodes.
+    void truncate(std::size_t n);
+    void clear();
+
+    /// How many HTML elements with the name are open.
+    int html_count(std::string_view name) const;
+
+private:
+    void count(tree::node const* n, int by);
+
+    struct name_hash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view s) const { return std::hash<std::string_view>{}(s); }
+    };
+    std::vector<tree::node*> nodes;
+    std::unordered_map<std::string, int, name_hash, std::equal_to<>> counts;
+};
 
 /// Pops until an HTML element with that name has been popped.
 void pop_elements_up_to(open_elements& stack, std::string_view name);
