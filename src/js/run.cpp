@@ -9,6 +9,7 @@
 #include "util/result.hpp"
 #include "util/stack.hpp"
 
+#include <cstdint>
 #include <pthread.h>
 
 #include <string>
@@ -85,13 +86,38 @@ char const* stack_low_end() {
     return low;
 }
 
+/// The stack that nested script calls may use, from the outermost one: some 170,000 calls deep. A
+/// runaway recursion stops there, rather than filling the whole (very large) stack the program runs
+/// on, which took gigabytes of memory and many seconds before the error.
+constexpr std::uintptr_t max_script_stack = std::uintptr_t{512} << 20;
+
+/// Where the outermost script call running on this thread began, and how many are nested in it.
+thread_local std::uintptr_t outermost_call = 0;
+thread_local int script_calls = 0;
+
+/// Counts a script call in for as long as it runs.
+struct call_guard {
+    call_guard() {
+        if (script_calls++ == 0) {
+            outermost_call = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
+        }
+    }
+    ~call_guard() { --script_calls; }
+    call_guard(call_guard const&) = delete;
+    call_guard& operator=(call_guard const&) = delete;
+};
+
 /// Whether a script call may go one level deeper. Calls recurse the run loop, so the depth of script
-/// recursion is bounded only by the thread's stack; a runaway recursion becomes a `RangeError` while
-/// some stack is left, rather than a crash of the whole program.
+/// recursion is bounded by the stack: a runaway recursion becomes a `RangeError` while some stack is
+/// left, and before it has used `max_script_stack`, rather than a crash of the whole program.
 bool stack_left() {
     constexpr std::ptrdiff_t reserve = 256 * 1024;
     char const* low = stack_low_end();
     char const* here = static_cast<char const*>(__builtin_frame_address(0));
+    auto const at = reinterpret_cast<std::uintptr_t>(here);
+    if (script_calls > 0 && outermost_call > at && outermost_call - at > max_script_stack) {
+        return false;
+    }
     return low == nullptr || here - low > reserve;
 }
 
@@ -1160,6 +1186,7 @@ expr_res<js_value> do_call(js& engine, js_object func, javascript_func const& f,
         return throw_error(engine, js_error_res{.error_kind = js_error::range_error,
                                                 .error_detail = jsstring::from_utf8("too much recursion")});
     }
+    call_guard const counted;
     vm::func_ops const& code = *f.func_ops;
     context ctx{.source_locator = f.func_filename,
                 .type_of_code = type_of_code::function_code,

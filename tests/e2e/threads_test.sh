@@ -50,6 +50,23 @@ timeout 120 "$VELLUM" --javascript recurse.html -o recurse.pdf 2>err.txt
 expect_eq "deep script: status" "$?" 0
 expect_contains "deep script: text" "$(pdftotext recurse.pdf - 2>/dev/null)" "depth 100000"
 
+# A recursion without end is a RangeError the script can catch, some 200,000 calls deep: neither a
+# crash nor the whole large stack filled first.
+cat >runaway.html <<'EOF'
+<!DOCTYPE html><html><body><p id="p">not run</p><script>
+var depth = 0;
+function down(n) { depth = n; return down(n + 1) + 1; }
+try { down(0); } catch (e) { document.getElementById("p").textContent = "caught " + e.name + " " + depth; }
+</script></body></html>
+EOF
+timeout 120 "$VELLUM" --javascript runaway.html -o runaway.pdf 2>err.txt
+expect_eq "runaway script: status" "$?" 0
+caught=$(pdftotext runaway.pdf - 2>/dev/null | grep -o 'caught RangeError [0-9]*')
+expect_contains "runaway script: text" "$caught" "caught RangeError"
+depth=${caught##* }
+[ "${depth:-0}" -gt 100000 ] && [ "${depth:-0}" -lt 1000000 ] ||
+    fail "runaway script: expected the error between 100,000 and 1,000,000 calls deep, got ${depth:-none}"
+
 # 20,000 nested elements need far more than the main thread's 8 MB of stack.
 /usr/bin/python3 -c "print('<?xml version=\"1.0\"?><html xmlns=\"http://www.w3.org/1999/xhtml\"><body>' + '<div>' * 20000 + 'innermost' + '</div>' * 20000 + '</body></html>')" >deep.xhtml
 timeout 120 "$VELLUM" deep.xhtml -o deep.pdf 2>err.txt
