@@ -9,9 +9,9 @@
 #include "util/result.hpp"
 #include "util/stack.hpp"
 
-#include <cstdint>
 #include <pthread.h>
 
+#include <cstdint>
 #include <string>
 #include <utility>
 
