@@ -9,9 +9,8 @@
 #include "util/result.hpp"
 #include "util/stack.hpp"
 
-#include <pthread.h>
-
 #include <cstdint>
+#include <pthread.h>
 #include <string>
 #include <utility>
 
@@ -102,7 +101,9 @@ struct call_guard {
             outermost_call = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
         }
     }
+
     ~call_guard() { --script_calls; }
+
     call_guard(call_guard const&) = delete;
     call_guard& operator=(call_guard const&) = delete;
 };

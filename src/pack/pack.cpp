@@ -26,7 +26,8 @@ using css::box::page_break;
 struct found_places {
     /// Shared by the pass's documents (the first place of a target wins, also over later documents),
     /// and read by lookups as the pass goes.
-    std::shared_ptr<prepack::targets::pass_targets> targets = std::make_shared<prepack::targets::pass_targets>();
+    std::shared_ptr<prepack::targets::pass_targets> targets =
+        std::make_shared<prepack::targets::pass_targets>();
     std::vector<packed_bookmark> bookmarks;
     /// The targets in the order they were first placed, so that a part of the pass can tell its own.
     std::vector<prepack::targets::target_key> placed_order;
@@ -442,12 +443,14 @@ bool nothing_carried(doc_state const& st) {
 
 // What the pass tells of a target, as its lookups answer: its page, and the counters there; nothing
 // for one that neither the pass before nor this one so far placed.
-std::optional<prepack::targets::page_num> page_answer(run_shared const& run, prepack::targets::target_key const& key) {
+std::optional<prepack::targets::page_num> page_answer(run_shared const& run,
+                                                      prepack::targets::target_key const& key) {
     auto const* found = target_answer(run, key);
     return found == nullptr ? std::nullopt : std::optional(found->num);
 }
 
-std::optional<prepack::counter_scopes> counters_answer_of(run_shared const& run, prepack::targets::target_key const& key) {
+std::optional<prepack::counter_scopes> counters_answer_of(run_shared const& run,
+                                                          prepack::targets::target_key const& key) {
     auto const* found = counters_answer(run, key);
     return found == nullptr ? std::nullopt : std::optional(*found);
 }

@@ -70,7 +70,8 @@ std::optional<int> pages_of(general const& g) {
 
 } // namespace
 
-prepack::targets::target_place const* target_answer(run_shared const& run, prepack::targets::target_key const& key) {
+prepack::targets::target_place const* target_answer(run_shared const& run,
+                                                    prepack::targets::target_key const& key) {
     if (auto const found = run.targets->page_nums.find(key); found != run.targets->page_nums.end()) {
         return &found->second;
     }
@@ -82,7 +83,8 @@ prepack::targets::target_place const* target_answer(run_shared const& run, prepa
     return nullptr;
 }
 
-prepack::counter_scopes const* counters_answer(run_shared const& run, prepack::targets::target_key const& key) {
+prepack::counter_scopes const* counters_answer(run_shared const& run,
+                                               prepack::targets::target_key const& key) {
     if (auto const found = run.targets->counters.find(key); found != run.targets->counters.end()) {
         return &found->second;
     }
@@ -115,25 +117,27 @@ eval_knuth::eval_env env_of(page_info const& info) {
     }
     int const page = g.user_page_num;
     std::optional<int> const pages = pages_of(g);
-    env.env_render_counter = [page, pages, run = g.run](knuth::counter const& c,
-                                 eval_knuth::page_state const& state) -> textbuf::textbuf {
-        return std::visit(overloaded{
-                              [&](prepack::page_counter const& p) { return format_counter(page, p.counter_style); },
-                              [&](prepack::pages_counter const& p) {
-                                  // On the first pass the total is not known yet; the page count so far
-                                  // stands in, and the next pass corrects it.
-                                  run->looked_up->pages_total = true;
-                                  run->looked_up->unanswered = run->looked_up->unanswered || !pages;
-                                  return format_counter(pages.value_or(page), p.counter_style);
-                              },
-                              [&](prepack::footnote_counter const& f) {
-                                  return format_counter(state.footnote_counter, f.counter_style);
-                              },
-                              [&](prepack::target_counter const& t) {
-                                  return target_counter_text(*run, *run->looked_up, pages, t);
-                              },
-                          },
-                          *c.counter_content);
+    env.env_render_counter = [page, pages,
+                              run = g.run](knuth::counter const& c,
+                                           eval_knuth::page_state const& state) -> textbuf::textbuf {
+        return std::visit(
+            overloaded{
+                [&](prepack::page_counter const& p) { return format_counter(page, p.counter_style); },
+                [&](prepack::pages_counter const& p) {
+                    // On the first pass the total is not known yet; the page count so far
+                    // stands in, and the next pass corrects it.
+                    run->looked_up->pages_total = true;
+                    run->looked_up->unanswered = run->looked_up->unanswered || !pages;
+                    return format_counter(pages.value_or(page), p.counter_style);
+                },
+                [&](prepack::footnote_counter const& f) {
+                    return format_counter(state.footnote_counter, f.counter_style);
+                },
+                [&](prepack::target_counter const& t) {
+                    return target_counter_text(*run, *run->looked_up, pages, t);
+                },
+            },
+            *c.counter_content);
     };
     if (g.run->scripts) {
         env.env_call_script = spans_to_knuth::script_caller_of(info, g.run->scripts, *env.env_render_counter);

@@ -199,10 +199,12 @@ textbuf::textbuf target_counter_text(general const& g, prepack::target_counter c
 
 /// Where a target is, for what the run shows of it: as the previous pass placed it, else as this pass
 /// did on a page it finished; null when neither did.
-prepack::targets::target_place const* target_answer(run_shared const& run, prepack::targets::target_key const& key);
+prepack::targets::target_place const* target_answer(run_shared const& run,
+                                                    prepack::targets::target_key const& key);
 
 /// The counters at a target, from the same places as `target_answer`.
-prepack::counter_scopes const* counters_answer(run_shared const& run, prepack::targets::target_key const& key);
+prepack::counter_scopes const* counters_answer(run_shared const& run,
+                                               prepack::targets::target_key const& key);
 
 /// What measuring items needs from a page: the page's fonts and hyphenation patterns, and its
 /// counters for page-dependent text.

@@ -71,7 +71,8 @@ bool none_open(open_elements const& stack, std::string_view name) {
 }
 
 bool none_open(open_elements const& stack, std::initializer_list<std::string_view> names) {
-    return std::all_of(names.begin(), names.end(), [&](std::string_view n) { return stack.html_count(n) == 0; });
+    return std::all_of(names.begin(), names.end(),
+                       [&](std::string_view n) { return stack.html_count(n) == 0; });
 }
 
 } // namespace

@@ -24,13 +24,21 @@ public:
     using const_reverse_iterator = std::vector<tree::node*>::const_reverse_iterator;
 
     const_iterator begin() const { return nodes.begin(); }
+
     const_iterator end() const { return nodes.end(); }
+
     const_reverse_iterator rbegin() const { return nodes.rbegin(); }
+
     const_reverse_iterator rend() const { return nodes.rend(); }
+
     std::size_t size() const { return nodes.size(); }
+
     bool empty() const { return nodes.empty(); }
+
     tree::node* operator[](std::size_t i) const { return nodes[i]; }
+
     tree::node* front() const { return nodes.front(); }
+
     tree::node* back() const { return nodes.back(); }
 
     void push_back(tree::node* n);
@@ -51,8 +59,10 @@ private:
 
     struct name_hash {
         using is_transparent = void;
+
         std::size_t operator()(std::string_view s) const { return std::hash<std::string_view>{}(s); }
     };
+
     std::vector<tree::node*> nodes;
     std::unordered_map<std::string, int, name_hash, std::equal_to<>> counts;
 };
