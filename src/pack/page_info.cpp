@@ -70,30 +70,36 @@ std::optional<int> pages_of(general const& g) {
 
 } // namespace
 
-prepack::targets::target_place const* target_answer(run_shared const& run,
-                                                    prepack::targets::target_key const& key) {
-    if (auto const found = run.targets->page_nums.find(key); found != run.targets->page_nums.end()) {
-        return &found->second;
-    }
-    if (run.placed) {
-        if (auto const found = run.placed->page_nums.find(key); found != run.placed->page_nums.end()) {
+namespace {
+
+// What the previous pass found of a target in one of its maps (pages or counters), else what this pass
+// found in the same map so far.
+template <class Map>
+typename Map::mapped_type const* answer_in(run_shared const& run,
+                                           Map prepack::targets::pass_targets::*map,
+                                           prepack::targets::target_key const& key) {
+    for (auto const* targets : {run.targets.get(), run.placed.get()}) {
+        if (targets == nullptr) {
+            continue;
+        }
+        auto const& m = targets->*map;
+        if (auto const found = m.find(key); found != m.end()) {
             return &found->second;
         }
     }
     return nullptr;
 }
 
+} // namespace
+
+prepack::targets::target_place const* target_answer(run_shared const& run,
+                                                    prepack::targets::target_key const& key) {
+    return answer_in(run, &prepack::targets::pass_targets::page_nums, key);
+}
+
 prepack::counter_scopes const* counters_answer(run_shared const& run,
                                                prepack::targets::target_key const& key) {
-    if (auto const found = run.targets->counters.find(key); found != run.targets->counters.end()) {
-        return &found->second;
-    }
-    if (run.placed) {
-        if (auto const found = run.placed->counters.find(key); found != run.placed->counters.end()) {
-            return &found->second;
-        }
-    }
-    return nullptr;
+    return answer_in(run, &prepack::targets::pass_targets::counters, key);
 }
 
 textbuf::textbuf target_counter_text(general const& g, prepack::target_counter const& t) {
